@@ -1,0 +1,55 @@
+# SPDX-License-Identifier: Apache-2.0
+#
+# What every target of the project has in common.
+
+# tidewatch_target(NAME): language level, include roots, hidden symbols, warnings and sanitizers for one target.
+function(tidewatch_target name)
+    target_compile_features(${name} PUBLIC cxx_std_20)
+    set_target_properties(
+        ${name}
+        PROPERTIES CXX_EXTENSIONS OFF
+                   CXX_VISIBILITY_PRESET hidden
+                   VISIBILITY_INLINES_HIDDEN ON
+                   POSITION_INDEPENDENT_CODE ON)
+    # Results must repeat bit for bit, so products and sums are never fused.
+    target_compile_options(${name} PRIVATE -ffp-contract=off)
+    target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:tidewatch-warnings>)
+    if(TIDEWATCH_SANITIZE)
+        target_compile_options(${name} PRIVATE -fsanitize=${TIDEWATCH_SANITIZE} -fno-sanitize-recover=all
+                                               -fno-omit-frame-pointer)
+        target_link_options(${name} PRIVATE -fsanitize=${TIDEWATCH_SANITIZE})
+    endif()
+endfunction()
+
+# tidewatch_shared_library(NAME): a versioned dynamic library on top of tidewatch_target.
+function(tidewatch_shared_library name)
+    tidewatch_target(${name})
+    set_target_properties(${name} PROPERTIES VERSION "${PROJECT_VERSION}" SOVERSION "${PROJECT_VERSION_MAJOR}")
+    target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,ALL)
+endfunction()
+
+# The sharp warnings are for developers of this project, never for those who embed it: hence a target of their own.
+add_library(tidewatch-warnings INTERFACE)
+if(PROJECT_IS_TOP_LEVEL)
+    target_compile_options(
+        tidewatch-warnings
+        INTERFACE -Wall
+                  -Wextra
+                  -Wpedantic
+                  -Wshadow
+                  -Wconversion
+                  -Wsign-conversion
+                  -Wold-style-cast
+                  -Wcast-qual
+                  -Wcast-align
+                  -Wnon-virtual-dtor
+                  -Woverloaded-virtual
+                  -Wdouble-promotion
+                  -Wformat=2)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(tidewatch-warnings INTERFACE -Wduplicated-cond -Wlogical-op)
+    endif()
+    if(TIDEWATCH_WERROR)
+        target_compile_options(tidewatch-warnings INTERFACE -Werror)
+    endif()
+endif()
