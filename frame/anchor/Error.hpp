@@ -10,7 +10,8 @@ namespace Anchor {
 /// Root of every error that this project throws on purpose.
 ///
 /// The message names who met the problem, the object concerned and the cause, in the form
-/// "file: object: what is wrong". Destructors stand out of line, so that one library can catch what another throws.
+/// "file: object: what is wrong". Destructors stand out of line, so that one library can catch what another
+/// throws.
 class TIDEWATCH_API Error : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -46,7 +47,8 @@ public:
     ~LimitError() override;
 };
 
-/// The data model was asked for something that it cannot hold: a time that is not a number, a name taken twice.
+/// The data model was asked for something that it cannot hold: a time that is not a number, a name taken
+/// twice.
 class TIDEWATCH_API ModelError : public Error {
 public:
     using Error::Error;

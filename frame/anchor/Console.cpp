@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "anchor/Console.hpp"
+
+#include <charconv>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+namespace Anchor {
+
+namespace {
+
+struct SharedSink {
+    std::mutex mutex;
+    Console::Sink sink;
+};
+
+SharedSink& sharedSink() {
+    // Never destroyed: messages may still come from destructors that run at the end of the process.
+    static auto* const shared = new SharedSink;
+    return *shared;
+}
+
+} // namespace
+
+Console::~Console() {
+    try {
+        SharedSink& shared = sharedSink();
+        const std::lock_guard lock(shared.mutex);
+        if (shared.sink) {
+            shared.sink(text_);
+        } else {
+            text_ += '\n';
+            std::fwrite(text_.data(), 1, text_.size(), stderr);
+        }
+    } catch (...) {
+        // A message that cannot be shown must not end the export that it speaks of.
+    }
+}
+
+Console& Console::operator<<(const char* text) {
+    text_ += text != nullptr ? text : "";
+    return *this;
+}
+
+Console& Console::operator<<(const std::string& text) {
+    text_ += text;
+    return *this;
+}
+
+Console& Console::operator<<(int number) {
+    char digits[16];
+    text_.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+    return *this;
+}
+
+Console& Console::operator<<(double number) {
+    char digits[32];
+    text_.append(digits,
+                 std::to_chars(digits, digits + sizeof digits, number, std::chars_format::general, 6).ptr);
+    return *this;
+}
+
+Console::Sink Console::setSink(Sink sink) {
+    SharedSink& shared = sharedSink();
+    const std::lock_guard lock(shared.mutex);
+    return std::exchange(shared.sink, std::move(sink));
+}
+
+} // namespace Anchor

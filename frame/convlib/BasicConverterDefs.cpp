@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "convlib/BasicConverterDefs.hpp"
+
+#include "anchor/Error.hpp"
+#include "convlib/Reader.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <fnmatch.h>
+#include <string_view>
+#include <utility>
+
+namespace ConvLib {
+
+struct BasicConverterDefs::Own {
+    bool flushLines = true;
+    std::vector<WrittenFile> writtenFiles;
+    std::vector<std::string> inputFiles;
+    ReadOptions readOptions;
+    std::vector<Anchor::StrongPtr<InputReport>> reports;
+    // What ReadEverything has read: held here, so that the memory cache cannot drop it.
+    std::vector<Anchor::StrongPtr<Anchor::Cacheable>> held;
+};
+
+namespace {
+
+bool matchesAny(const std::vector<std::string>& globs, const std::string& name) {
+    return globs.empty() || std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
+               // A glob with a broken bracket expression still means itself.
+               return glob == name || ::fnmatch(glob.c_str(), name.c_str(), 0) == 0;
+           });
+}
+
+void holdArrays(const Sheaf::Bundle& bundle, std::vector<Anchor::StrongPtr<Anchor::Cacheable>>& held) {
+    for (const auto& [time, weakSlice] : bundle.slices()) {
+        const auto slice = weakSlice.lock();
+        if (!slice)
+            continue;
+        for (const auto& [name, weakGrid] : slice->grids()) {
+            const auto grid = weakGrid.lock();
+            if (!grid)
+                continue;
+            grid->skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
+                held.push_back(stop.data->create(false));
+                return true;
+            });
+        }
+    }
+}
+
+void appendNumber(std::string& text, double number) {
+    char digits[32];
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+
+void appendList(std::string& text, std::string_view label, const std::vector<std::string>& values) {
+    if (values.empty())
+        return;
+    text.append("\n").append(label).append(": ");
+    for (const std::string& value : values)
+        text.append(value).append(" ");
+}
+
+} // namespace
+
+BasicConverterDefs::BasicConverterDefs() : own_(std::make_unique<Own>()) {}
+BasicConverterDefs::~BasicConverterDefs() = default;
+
+std::string BasicConverterDefs::printSecondary() {
+    std::string text;
+    if (!own_->flushLines)
+        text += "\nFlushLines: 0 ";
+    return text;
+}
+
+bool BasicConverterDefs::UseThisGrid(const std::string& name) const {
+    return matchesAny(GridFilter, name);
+}
+
+bool BasicConverterDefs::UseThisTime(const double& time) const {
+    return TimeFilter.empty() ||
+           std::any_of(TimeFilter.begin(), TimeFilter.end(),
+                       [&](const TimeRange& range) { return range.first <= time && time <= range.last; });
+}
+
+bool BasicConverterDefs::UseThisField(const std::string& name) {
+    return matchesAny(FieldFilter, name);
+}
+
+void BasicConverterDefs::loadFilesIntoBundle(myReadType how) {
+    const auto bundle = bundleptr.lock();
+    if (!bundle)
+        throw Anchor::ModelError("there is no bundle to load files into");
+    for (const std::string& file : own_->inputFiles)
+        own_->reports.push_back(readFile(*bundle, file, own_->readOptions));
+    if (how == ReadEverything)
+        holdArrays(*bundle, own_->held);
+}
+
+std::string BasicConverterDefs::printParameters() {
+    std::string text = "\nOutputPath: " + OutputPath + " ";
+    appendList(text, "InputFiles", own_->inputFiles);
+    if (!TimeFilter.empty()) {
+        text += "\nTimes: ";
+        for (const TimeRange& range : TimeFilter) {
+            appendNumber(text, range.first);
+            text += ":";
+            appendNumber(text, range.last);
+            text += " ";
+        }
+    }
+    appendList(text, "Grids", GridFilter);
+    appendList(text, "Fields", FieldFilter);
+    return text;
+}
+
+bool BasicConverterDefs::FlushLines() const noexcept {
+    return own_->flushLines;
+}
+
+void BasicConverterDefs::setFlushLines(bool flush) noexcept {
+    own_->flushLines = flush;
+}
+
+const std::vector<WrittenFile>& BasicConverterDefs::writtenFiles() const noexcept {
+    return own_->writtenFiles;
+}
+
+void BasicConverterDefs::setInputFiles(std::vector<std::string> files, ReadOptions options) {
+    own_->inputFiles = std::move(files);
+    own_->readOptions = std::move(options);
+}
+
+std::span<const Anchor::StrongPtr<InputReport>> BasicConverterDefs::inputReports() const noexcept {
+    return own_->reports;
+}
+
+void BasicConverterDefs::recordWrittenFile(WrittenFile file) {
+    own_->writtenFiles.push_back(std::move(file));
+}
+
+} // namespace ConvLib

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/LoaderProgress.hpp"
+#include "anchor/StrongPtr.hpp"
+#include "anchor/WeakPtr.hpp"
+#include "convlib/InputReport.hpp"
+#include "convlib/ReadOptions.hpp"
+#include "convlib/WrittenFile.hpp"
+#include "sheaf/Bundle.hpp"
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace ConvLib {
+
+/// Base of every converter: the parameters that all of them share, and the contract with the host.
+///
+/// A host constructs an exporter, sets the parameters, optionally loads files, and calls Run() once, on the
+/// thread on which it wants the work done. Exceptions of readers, of progress reporters and of the file
+/// system pass through Run(). The order of the virtual operations and of the first four members is part of
+/// the contract with exporters that are compiled elsewhere.
+class TIDEWATCH_API BasicConverterDefs {
+public:
+    /// How much loadFilesIntoBundle reads at once.
+    enum myReadType {
+        /// Structure and all arrays; they stay in memory until the converter is gone.
+        ReadEverything,
+        /// The structure; arrays follow on demand and belong to the memory cache.
+        ReadStructure
+    };
+
+    virtual ~BasicConverterDefs();
+
+    /// The settings of the converter's own, each as a new line, a label, the value and a blank. The base
+    /// lists those of its own settings that are not at their defaults.
+    virtual std::string printSecondary();
+
+    /// Whether a grid is to be exported: its name matches one of GridFilter, or there is no filter.
+    virtual bool UseThisGrid(const std::string& name) const;
+
+    /// Whether a time slice is to be exported: its time lies in one of TimeFilter, or there is no filter.
+    virtual bool UseThisTime(const double& time) const;
+
+    /// Whether a field is to be exported: its name matches one of FieldFilter, or there is no filter.
+    virtual bool UseThisField(const std::string& name);
+
+    /// Does the conversion. True when the walk over the bundle was completed, false when it could not start;
+    /// texts about what went wrong are in Errors.
+    virtual bool Run() = 0;
+
+    /// Fills the bundle behind bundleptr from InputFiles, in their order, through the registered readers.
+    /// Throws Anchor::ModelError without a live bundle, and what readFile() and the readers throw.
+    virtual void loadFilesIntoBundle(myReadType how);
+
+    /// The common parameters as text, in the form of printSecondary(): where output goes, and the filters
+    /// that are set.
+    [[nodiscard]] std::string printParameters();
+
+    // The four members that exporters read, in this order.
+
+    /// The bundle to read; the host keeps it alive.
+    Anchor::WeakPtr<Sheaf::Bundle> bundleptr;
+    /// The output file or directory; each exporter says how it takes it.
+    std::string OutputPath;
+    /// Texts about what went wrong.
+    std::vector<std::string> Errors;
+    /// The host's progress reporter; may be null.
+    Anchor::StrongPtr<Anchor::LoaderProgress> Progress;
+
+    /// A range of times; both ends belong to it.
+    struct TimeRange {
+        double first;
+        double last;
+    };
+
+    /// An empty filter lets everything pass. Globs are those of the shell (*, ?, [...]), case-sensitive.
+    std::vector<TimeRange> TimeFilter;
+    std::vector<std::string> GridFilter;
+    std::vector<std::string> FieldFilter;
+
+    /// Whether each line of a text file reaches the system as soon as it is complete (true unless set
+    /// otherwise). Hosts that show only finished files set it false: lines then leave in large blocks.
+    [[nodiscard]] bool FlushLines() const noexcept;
+    void setFlushLines(bool flush) noexcept;
+
+    /// One record per output file, in the order of writing.
+    [[nodiscard]] const std::vector<WrittenFile>& writtenFiles() const noexcept;
+
+    /// The files that loadFilesIntoBundle reads, and how.
+    void setInputFiles(std::vector<std::string> files, ReadOptions options = {});
+
+    /// What is to be said about the files that were loaded, in their order.
+    [[nodiscard]] std::span<const Anchor::StrongPtr<InputReport>> inputReports() const noexcept;
+
+protected:
+    BasicConverterDefs();
+    BasicConverterDefs(const BasicConverterDefs&) = delete;
+    BasicConverterDefs& operator=(const BasicConverterDefs&) = delete;
+
+    /// For exporters: appends the record of a file that has been written.
+    void recordWrittenFile(WrittenFile file);
+
+private:
+    // Everything of our own lies behind one pointer, so that additions move nobody's members.
+    struct Own;
+    std::unique_ptr<Own> own_;
+};
+
+} // namespace ConvLib

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
+
+namespace ConvLib {
+
+/// How input files are read.
+struct ReadOptions {
+    /// The time of the slice for files that do not state one.
+    double SliceTime = 0.0;
+
+    /// How many points a fragment gets where a file has no fragments of its own; 0 counts as 1.
+    std::uint64_t FragmentPoints = 1'000'000;
+
+    /// The largest array, in bytes, that a reader may make; beyond it a reader throws Anchor::LimitError.
+    /// Without a value of the host's, the memory of the machine.
+    std::uint64_t MaximumArrayBytes = machineMemory();
+
+    /// Called while arrays are read, at least some times a second, with the file and the share that is done
+    /// of the array in hand (0 to 1). May throw to stop: the exception passes through whoever asked for the
+    /// array. May be empty. It is kept for as long as arrays can be asked for.
+    std::function<void(const std::string& file, double share)> Tick;
+
+    /// Bytes of physical memory of this machine; the largest number where the system does not tell.
+    [[nodiscard]] static std::uint64_t machineMemory() noexcept;
+};
+
+} // namespace ConvLib

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace ConvLib {
+
+/// What an exporter says about one file that it wrote. Exporters stay silent about output errors; this is how
+/// a host finds out.
+struct WrittenFile {
+    /// The path as it was opened.
+    std::string path;
+    /// Bytes handed to the stream, whether or not they arrived.
+    std::uint64_t bytes = 0;
+    /// Points or cells written (after reduction).
+    std::uint64_t items = 0;
+    /// Whether the stream failed at opening, writing or closing.
+    bool failed = false;
+};
+
+} // namespace ConvLib

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <type_traits>
+
+namespace Geom {
+
+/// Tag of the three-dimensional Cartesian coordinate system (x, y, z at right angles, one unit on all axes).
+struct Cartesian3D {};
+
+/// The geometrical quantities of a coordinate system, each a type of its own, so that a position is never
+/// taken for a direction. Components are public; nothing else is stored, so an array of them is an array of
+/// T.
+template <class System, class T>
+struct Coordinates;
+
+template <class T>
+struct Coordinates<Cartesian3D, T> {
+    /// A difference of positions, in coordinate units.
+    struct vector {
+        T x{}, y{}, z{};
+        friend bool operator==(const vector&, const vector&) = default;
+    };
+
+    /// A position, in coordinate units.
+    struct point {
+        T x{}, y{}, z{};
+        friend bool operator==(const point&, const point&) = default;
+
+        friend point operator-(const point& p, const vector& v) { return {p.x - v.x, p.y - v.y, p.z - v.z}; }
+        friend point operator+(const point& p, const vector& v) { return {p.x + v.x, p.y + v.y, p.z + v.z}; }
+        friend vector operator-(const point& a, const point& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+    };
+
+    /// An oriented plane element (a surface normal with the area as its length); components yz, zx, xy.
+    struct bivector {
+        T x{}, y{}, z{};
+        friend bool operator==(const bivector&, const bivector&) = default;
+    };
+
+    static_assert(sizeof(point) == 3 * sizeof(T) && std::is_trivially_copyable_v<point>);
+    static_assert(sizeof(vector) == 3 * sizeof(T) && std::is_trivially_copyable_v<vector>);
+    static_assert(sizeof(bivector) == 3 * sizeof(T) && std::is_trivially_copyable_v<bivector>);
+};
+
+} // namespace Geom

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Cache.hpp"
+#include "sheaf/CreativeArrayBase.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace Sheaf {
+
+/// Base of the creators that make their array from a file: the array belongs to the memory cache of the
+/// process, which may drop it at any time when nobody holds it, and it is then made again.
+///
+/// A reader derives one class and says how to make arrays; the dealings with the cache are settled here.
+class TIDEWATCH_API CachedCreator : public CreativeArrayBase {
+public:
+    ~CachedCreator() override;
+
+    [[nodiscard]] Anchor::StrongPtr<Anchor::Cacheable> create(bool anew) const final;
+    [[nodiscard]] const std::type_info& elementType() const noexcept final { return *elementType_; }
+    [[nodiscard]] std::optional<Extents> extents() const final { return extents_; }
+    [[nodiscard]] Anchor::StrongPtr<Anchor::Cacheable> available() const final;
+
+protected:
+    /// An array as it was made, and the creator that it belongs to.
+    struct Made {
+        const CachedCreator* creator;
+        Anchor::StrongPtr<MemBase> array;
+    };
+
+    CachedCreator(const std::type_info& elementType, const Extents& extents)
+        : elementType_(&elementType),
+          extents_(extents) {}
+
+    /// Makes this creator's array, which comes first, and whatever other creators' arrays come about in the
+    /// same pass (a compressed record holds all fields of a point). All of them go into the cache together.
+    /// Called without any lock, so by two threads at once if two ask. Throws Anchor::Error where the array
+    /// cannot be made.
+    [[nodiscard]] virtual std::vector<Made> make() const = 0;
+
+    /// Bytes that make() is going to take; the cache makes room for them beforehand.
+    [[nodiscard]] virtual std::uint64_t bytesToMake() const = 0;
+
+private:
+    const std::type_info* elementType_;
+    Extents extents_;
+};
+
+} // namespace Sheaf

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/CreatorBase.hpp"
+#include "geom/BoundingBox.hpp"
+#include "sheaf/MemBase.hpp"
+
+#include <mutex>
+#include <optional>
+#include <typeinfo>
+
+namespace Sheaf {
+
+/// Makes the array of one fragment of one field on demand, and says what the array will be like before it is
+/// made.
+class TIDEWATCH_API CreativeArrayBase : public Anchor::CreatorBase<MemBase> {
+public:
+    ~CreativeArrayBase() override;
+
+    /// The element type of the array that create() gives.
+    [[nodiscard]] virtual const std::type_info& elementType() const noexcept = 0;
+
+    /// The extents of that array, known without making it; nothing where there is no array to be had.
+    [[nodiscard]] virtual std::optional<Extents> extents() const = 0;
+
+    /// The array where it is in memory already, else null; never makes it.
+    [[nodiscard]] virtual Anchor::StrongPtr<Anchor::Cacheable> available() const = 0;
+
+    /// The bounding box of the positions, where it is known without the array: remembered from the last time
+    /// that the array was looked through. Null where it is not known.
+    [[nodiscard]] Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> knownBounds() const;
+
+    /// Remembers the bounding box; null forgets it. Whoever makes the array anew forgets it.
+    void rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const;
+
+protected:
+    CreativeArrayBase() = default;
+
+private:
+    mutable std::mutex mutex_;
+    mutable Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds_;
+};
+
+/// The size (extents) of the array that a creator makes; nothing where there is no array to be had.
+[[nodiscard]] TIDEWATCH_API std::optional<Extents> getSize(const CreativeArrayBase& creator);
+
+/// Widens a box by the coordinates of a creator's array: memory arrays of points and uniform lattices have
+/// some, other arrays do not. The array is made where that is needed and `mayCreate` allows it; without
+/// permission only what is in memory or remembered is looked at. Throws what create() throws.
+TIDEWATCH_API void ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate);
+
+} // namespace Sheaf

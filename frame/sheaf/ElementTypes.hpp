@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "geom/Color.hpp"
+#include "geom/FixedArray.hpp"
+#include "geom/PhysicalSpace.hpp"
+
+#include <cstddef>
+#include <string_view>
+#include <type_traits>
+#include <typeinfo>
+
+namespace Sheaf {
+
+/// Stands for a type in a call: `visitor(TypeTag<double>())`.
+template <class T>
+struct TypeTag {
+    using type = T;
+};
+
+/// What is fixed about an element type: its name in files and messages, the number type of its components,
+/// and how many of them one element has.
+template <class T>
+struct ElementTraits;
+
+#define TIDEWATCH_ELEMENT_TYPE(TYPE, NAME, COMPONENT, COUNT)                                                 \
+    template <>                                                                                              \
+    struct ElementTraits<TYPE> {                                                                             \
+        static constexpr std::string_view name = NAME;                                                       \
+        using Component = COMPONENT;                                                                         \
+        static constexpr std::size_t componentCount = COUNT;                                                 \
+        static_assert(sizeof(TYPE) == COUNT * sizeof(COMPONENT) && std::is_trivially_copyable_v<TYPE>);      \
+    }
+
+namespace Element {
+using FixedDoubles = Geom::FixedArray<double, 3>;
+using FloatBivector = Geom::Coordinates<Geom::Cartesian3D, float>::bivector;
+using Color = Geom::RGB<unsigned char>;
+} // namespace Element
+
+// The table of element types: a new one is a row here, a place in ElementTypes below, and nothing else in
+// frame/.
+TIDEWATCH_ELEMENT_TYPE(Geom::PhysicalSpace::point, "point", double, 3);
+TIDEWATCH_ELEMENT_TYPE(Geom::PhysicalSpace::vector, "vector", double, 3);
+TIDEWATCH_ELEMENT_TYPE(Element::FixedDoubles, "fixed3d", double, 3);
+TIDEWATCH_ELEMENT_TYPE(Geom::PhysicalSpace::bivector, "bivector3d", double, 3);
+TIDEWATCH_ELEMENT_TYPE(Element::FloatBivector, "bivector3f", float, 3);
+TIDEWATCH_ELEMENT_TYPE(Element::Color, "rgb8", unsigned char, 3);
+TIDEWATCH_ELEMENT_TYPE(float, "float32", float, 1);
+TIDEWATCH_ELEMENT_TYPE(double, "float64", double, 1);
+TIDEWATCH_ELEMENT_TYPE(long double, "float80", long double, 1);
+TIDEWATCH_ELEMENT_TYPE(signed char, "int8", signed char, 1);
+TIDEWATCH_ELEMENT_TYPE(unsigned char, "uint8", unsigned char, 1);
+TIDEWATCH_ELEMENT_TYPE(short, "int16", short, 1);
+TIDEWATCH_ELEMENT_TYPE(unsigned short, "uint16", unsigned short, 1);
+TIDEWATCH_ELEMENT_TYPE(int, "int32", int, 1);
+TIDEWATCH_ELEMENT_TYPE(unsigned int, "uint32", unsigned int, 1);
+// "long long", not std::int64_t: on Linux the latter is "long", which typeid takes for another type.
+TIDEWATCH_ELEMENT_TYPE(long long, "int64", long long, 1);
+TIDEWATCH_ELEMENT_TYPE(unsigned long long, "uint64", unsigned long long, 1);
+
+#undef TIDEWATCH_ELEMENT_TYPE
+
+template <class... T>
+struct TypeList {
+    /// Calls visitor(TypeTag<T>()) for the first type with predicate(TypeTag<T>()); false where there is
+    /// none.
+    template <class Predicate, class Visitor>
+    static bool visitFirst(Predicate&& predicate, Visitor&& visitor) {
+        return ((predicate(TypeTag<T>()) && (visitor(TypeTag<T>()), true)) || ...);
+    }
+};
+
+/// Every element type that arrays of a bundle may have.
+using ElementTypes = TypeList<Geom::PhysicalSpace::point, Geom::PhysicalSpace::vector, Element::FixedDoubles,
+                              Geom::PhysicalSpace::bivector, Element::FloatBivector, Element::Color, float,
+                              double, long double, signed char, unsigned char, short, unsigned short, int,
+                              unsigned int, long long, unsigned long long>;
+
+/// Calls visitor(TypeTag<T>()) once with the element type that `type` describes; false (and no call) for a
+/// type that is no element type. This is the one place where a type known at run time becomes one known at
+/// compile time.
+template <class Visitor>
+bool visitElementType(const std::type_info& type, Visitor&& visitor) {
+    return ElementTypes::visitFirst([&](auto tag) { return type == typeid(typename decltype(tag)::type); },
+                                    visitor);
+}
+
+/// The same by the element type's name in files, such as "float32".
+template <class Visitor>
+bool visitElementName(std::string_view name, Visitor&& visitor) {
+    return ElementTypes::visitFirst(
+        [&](auto tag) { return name == ElementTraits<typename decltype(tag)::type>::name; }, visitor);
+}
+
+/// The name of an element type; empty for a type that is none.
+[[nodiscard]] inline std::string_view elementTypeName(const std::type_info& type) {
+    std::string_view name;
+    visitElementType(type, [&](auto tag) { name = ElementTraits<typename decltype(tag)::type>::name; });
+    return name;
+}
+
+} // namespace Sheaf

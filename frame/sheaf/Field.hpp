@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/StrongPtr.hpp"
+#include "geom/BoundingBox.hpp"
+#include "sheaf/CreativeArrayBase.hpp"
+#include "sheaf/FragmentID.hpp"
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+namespace Sheaf {
+
+/// A visitor over the fragments of a field.
+class TIDEWATCH_API FragmentIterator {
+public:
+    virtual ~FragmentIterator();
+
+    /// Called once a fragment (a null identifier for the data of a field without fragments); false ends the
+    /// walk.
+    virtual bool apply(const Anchor::StrongPtr<FragmentID>& fragment,
+                       const Anchor::StrongPtr<CreativeArrayBase, Anchor::Creature>& data) = 0;
+};
+
+/// A quantity on the points of a skeleton, such as "Positions" or "Intensity": the data of its fragments,
+/// each made on demand by a creator. Fragments stand in the order of their names, bytes ascending; data
+/// without a fragment first.
+class TIDEWATCH_API Field : public Anchor::ReferenceBase<Field> {
+public:
+    using Creator = Anchor::StrongPtr<CreativeArrayBase, Anchor::Creature>;
+    /// Says of each fragment identifier whether to visit it.
+    using FragmentSelector = std::function<bool(const Anchor::StrongPtr<FragmentID>& fragment)>;
+
+    explicit Field(const std::type_info& elementType) : elementType_(&elementType) {}
+    ~Field() override;
+
+    /// The shared empty reference that lookups answer with when they find nothing.
+    [[nodiscard]] static const Anchor::StrongPtr<Field>& NullPtrField();
+
+    /// The element type that the field's arrays are meant to have; exporters choose by it. An array of
+    /// another type is possible and is passed over by whoever cannot use it.
+    [[nodiscard]] const std::type_info& getElementType() const noexcept { return *elementType_; }
+
+    /// Adds the data of a fragment. A null fragment stands for the data of a field without fragments.
+    /// Throws Anchor::ModelError for a null creator and for a fragment that is there already.
+    void addFragment(Anchor::StrongPtr<FragmentID> fragment, Creator data);
+
+    /// The identifiers in fragment order; the one of data without a fragment is null.
+    [[nodiscard]] std::vector<Anchor::StrongPtr<FragmentID>> getFragmentIDs() const;
+
+    /// The creator of a fragment's data, found by the fragment's name (null: data without a fragment), or
+    /// null.
+    [[nodiscard]] Creator getCreator(const Anchor::StrongPtr<FragmentID>& fragment) const;
+
+    /// Visits the fragments in order; an empty selector stands for all of them.
+    void iterate(FragmentIterator& visitor, const FragmentSelector& selector = {}) const;
+
+    /// The same for a callable of the visitor's kind.
+    void forEachFragment(
+        const std::function<bool(const Anchor::StrongPtr<FragmentID>&, const Creator&)>& visit) const;
+
+private:
+    struct Piece {
+        Anchor::StrongPtr<FragmentID> fragment;
+        Creator data;
+    };
+
+    const std::type_info* elementType_;
+    // No name sorts before every name, which is where data without a fragment belongs.
+    std::map<std::optional<std::string>, Piece> pieces_;
+};
+
+/// Widens a box by all fragments of a positions field, making their arrays where that is needed.
+TIDEWATCH_API void expandBoundingBox(const Field& positions, Geom::BoundingBox& box);
+
+} // namespace Sheaf

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/StrongPtr.hpp"
+#include "sheaf/BaseSpace.hpp"
+#include "sheaf/SkeletonMap.hpp"
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Sheaf {
+
+/// One object of a time slice, such as a point cloud or an elevation model: its skeletons with their fields,
+/// the charts that the fields are expressed in, and the identifiers of its fragments.
+class TIDEWATCH_API Grid : public Anchor::ReferenceBase<Grid> {
+public:
+    /// The chart that stands for all others when none is asked for by name.
+    static constexpr std::string_view standardChart = "StandardCartesianChart3D";
+
+    /// `origin` says for messages where the grid comes from, a file's path for example; it may be empty.
+    explicit Grid(std::string name, std::string origin = {})
+        : name_(std::move(name)),
+          origin_(std::move(origin)) {}
+    ~Grid() override;
+
+    [[nodiscard]] const std::string& name() const noexcept { return name_; }
+    [[nodiscard]] const std::string& origin() const noexcept { return origin_; }
+
+    [[nodiscard]] SkeletonMap& skeletons() noexcept { return skeletons_; }
+    [[nodiscard]] const SkeletonMap& skeletons() const noexcept { return skeletons_; }
+
+    /// The vertex skeleton of the highest refinement that is the same in every direction and not above a
+    /// bound, or null.
+    [[nodiscard]] Anchor::StrongPtr<Skeleton> findHighestHomogenousVertexRefinement(int bound) const;
+
+    /// The chart of that name, or null.
+    ///
+    /// The empty name asks for the default chart: the standard chart where the grid has it, else the first by
+    /// name. A chart that makeCartesianChart made is a candidate only once some representation uses it, so
+    /// that an exporter which makes the standard chart does not change what the next exporter finds.
+    [[nodiscard]] Anchor::StrongPtr<BaseSpace> findCartesianChart(const std::string& name) const;
+
+    /// The chart of that name, made when missing. The number is part of the framework's contract; charts of
+    /// three dimensions do not depend on it.
+    Anchor::StrongPtr<BaseSpace> makeCartesianChart(const std::string& name, unsigned short number);
+
+    /// The chart of that name, made when missing, and a candidate for the default from now on even without a
+    /// representation: for charts that a file states.
+    Anchor::StrongPtr<BaseSpace> declareCartesianChart(const std::string& name);
+
+    /// The names of the charts that findCartesianChart("") chooses among, bytes ascending.
+    [[nodiscard]] std::vector<std::string> chartNames() const;
+
+    /// The field of a skeleton in a chart by its name, or the null field.
+    [[nodiscard]] Anchor::StrongPtr<Field> getField(const Anchor::StrongPtr<BaseSpace>& chart,
+                                                    const std::string& fieldName,
+                                                    const Anchor::StrongPtr<Skeleton>& skeleton) const;
+
+    /// The identifier of the fragment of that name, made when missing: fields of one grid share it.
+    Anchor::StrongPtr<FragmentID> makeFragment(const std::string& name);
+
+    /// All fragment identifiers by name.
+    [[nodiscard]] const std::map<std::string, Anchor::StrongPtr<FragmentID>>& fragments() const noexcept {
+        return fragments_;
+    }
+
+private:
+    struct Chart {
+        Anchor::StrongPtr<BaseSpace> space;
+        bool declared = false;
+    };
+
+    [[nodiscard]] bool isCandidate(const Chart& chart) const;
+
+    std::string name_;
+    std::string origin_;
+    std::map<std::string, Chart> charts_;
+    std::map<std::string, Anchor::StrongPtr<FragmentID>> fragments_;
+    SkeletonMap skeletons_;
+};
+
+} // namespace Sheaf

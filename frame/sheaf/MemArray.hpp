@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Error.hpp"
+#include "sheaf/ElementTypes.hpp"
+#include "sheaf/TypedArray.hpp"
+
+#include <cassert>
+
+namespace Sheaf {
+
+/// An array of rank N over a chunk that has exactly as many elements as the extents say. Element (i, j) is
+/// column i of row j; x runs fastest.
+template <std::size_t N, class T>
+class TIDEWATCH_API MemArray final : public TypedArray<T> {
+public:
+    static_assert(N >= 1 && N <= Extents::maximumRank);
+
+    /// Throws Anchor::ModelError when the chunk is null or its size is not the product of the extents.
+    MemArray(const MultiIndex<N>& extents, Anchor::StrongPtr<Anchor::TypedChunk<T>> chunk)
+        : TypedArray<T>(Extents(extents), checked(extents, std::move(chunk))) {}
+    ~MemArray() override = default;
+
+    /// The element at a place inside the extents (a precondition; checked by assert only).
+    [[nodiscard]] const T& operator()(const MultiIndex<N>& place) const noexcept {
+        return this->base_vector()[offset(place)];
+    }
+    [[nodiscard]] T& operator()(const MultiIndex<N>& place) noexcept {
+        return this->base_vector()[offset(place)];
+    }
+
+    /// Whether the type stands in the TypeRegistry, which sets and clears this flag.
+    static bool TypeIsRegistered;
+
+private:
+    [[nodiscard]] std::size_t offset(const MultiIndex<N>& place) const noexcept {
+        std::uint64_t position = 0;
+        for (std::size_t axis = N; axis-- > 0;) {
+            assert(place[axis] < this->extents()[axis]);
+            position = position * this->extents()[axis] + place[axis];
+        }
+        return position;
+    }
+
+    static Anchor::StrongPtr<Anchor::TypedChunk<T>> checked(const MultiIndex<N>& extents,
+                                                            Anchor::StrongPtr<Anchor::TypedChunk<T>> chunk) {
+        if (!chunk || Extents(extents).elementCount() != chunk->base_vector().size())
+            throw Anchor::ModelError("an array whose extents do not match its number of elements");
+        return chunk;
+    }
+};
+
+// Every array type is compiled once, in the frame's own library: nothing that an exporter library leaves
+// behind may point into that library after it has been unloaded.
+#define TIDEWATCH_ARRAYS_OF(TYPE)                                                                            \
+    extern template class MemArray<1, TYPE>;                                                                 \
+    extern template class MemArray<2, TYPE>;                                                                 \
+    extern template class MemArray<3, TYPE>;                                                                 \
+    extern template class MemArray<4, TYPE>;
+TIDEWATCH_ARRAYS_OF(Geom::PhysicalSpace::point)
+TIDEWATCH_ARRAYS_OF(Geom::PhysicalSpace::vector)
+TIDEWATCH_ARRAYS_OF(Element::FixedDoubles)
+TIDEWATCH_ARRAYS_OF(Geom::PhysicalSpace::bivector)
+TIDEWATCH_ARRAYS_OF(Element::FloatBivector)
+TIDEWATCH_ARRAYS_OF(Element::Color)
+TIDEWATCH_ARRAYS_OF(float)
+TIDEWATCH_ARRAYS_OF(double)
+TIDEWATCH_ARRAYS_OF(long double)
+TIDEWATCH_ARRAYS_OF(signed char)
+TIDEWATCH_ARRAYS_OF(unsigned char)
+TIDEWATCH_ARRAYS_OF(short)
+TIDEWATCH_ARRAYS_OF(unsigned short)
+TIDEWATCH_ARRAYS_OF(int)
+TIDEWATCH_ARRAYS_OF(unsigned int)
+TIDEWATCH_ARRAYS_OF(long long)
+TIDEWATCH_ARRAYS_OF(unsigned long long)
+#undef TIDEWATCH_ARRAYS_OF
+
+/// Makes a memory array of the given extents (rank 1 to 4) over the elements, which it takes over.
+/// Throws Anchor::ModelError when their number is not the product of the extents, or for rank 0.
+template <class T>
+[[nodiscard]] Anchor::StrongPtr<TypedArray<T>> makeArray(const Extents& extents, std::vector<T> elements) {
+    auto chunk = Anchor::makeStrong<Anchor::TypedChunk<T>>(std::move(elements));
+    switch (extents.rank()) {
+    case 1:
+        return Anchor::makeStrong<MemArray<1, T>>(MultiIndex<1>{extents[0]}, std::move(chunk));
+    case 2:
+        return Anchor::makeStrong<MemArray<2, T>>(MultiIndex<2>{extents[0], extents[1]}, std::move(chunk));
+    case 3:
+        return Anchor::makeStrong<MemArray<3, T>>(MultiIndex<3>{extents[0], extents[1], extents[2]},
+                                                  std::move(chunk));
+    case 4:
+        return Anchor::makeStrong<MemArray<4, T>>(
+            MultiIndex<4>{extents[0], extents[1], extents[2], extents[3]}, std::move(chunk));
+    default:
+        throw Anchor::ModelError("an array without axes");
+    }
+}
+
+/// The same for a plain list.
+template <class T>
+[[nodiscard]] Anchor::StrongPtr<TypedArray<T>> makeArray(std::vector<T> elements) {
+    const Extents extents{elements.size()};
+    return makeArray(extents, std::move(elements));
+}
+
+} // namespace Sheaf

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace Sheaf {
+
+/// One unsigned number per axis, x first: the place of an element, the extents of an array, or a count per
+/// axis.
+template <std::size_t N>
+struct MultiIndex : std::array<std::uint64_t, N> {};
+
+} // namespace Sheaf

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/StrongPtr.hpp"
+#include "sheaf/Skeleton.hpp"
+
+#include <functional>
+#include <map>
+#include <string>
+
+namespace Sheaf {
+
+/// A visitor over the fields of all skeletons of a grid.
+class TIDEWATCH_API ConstSkeletonIterator {
+public:
+    virtual ~ConstSkeletonIterator();
+
+    /// Called once a field and fragment with the skeleton, the field's name and the creator of the data;
+    /// false ends the walk. A field without any fragment is not called for.
+    virtual bool apply(const Skeleton& skeleton, const std::string& fieldName,
+                       const Anchor::StrongPtr<CreativeArrayBase, Anchor::Creature>& data) = 0;
+};
+
+/// One stop of the walk over everything that a grid holds. The references are valid during the call.
+struct FieldFragment {
+    const Skeleton& skeleton;
+    const BaseSpace& space;
+    const Representation& representation;
+    const FieldID& id;
+    const Field& field;
+    const Anchor::StrongPtr<FragmentID>& fragment;
+    const Anchor::StrongPtr<CreativeArrayBase, Anchor::Creature>& data;
+};
+
+/// The skeletons of a grid, ordered by dimension and then by refinement (lexicographically).
+class TIDEWATCH_API SkeletonMap {
+public:
+    /// The vertex skeleton (dimension 0) of a homogeneous refinement level, or null; -1 finds the one of the
+    /// highest homogeneous refinement. Of several skeletons of one level the first counts.
+    [[nodiscard]] Anchor::StrongPtr<Skeleton> findVertices(int level) const;
+
+    /// The vertex skeleton of the highest homogeneous refinement that is not above a bound, or null.
+    [[nodiscard]] Anchor::StrongPtr<Skeleton> findHighestVertices(int bound) const;
+
+    /// Visits every fragment of every field in every representation of every skeleton.
+    void iterate(ConstSkeletonIterator& visitor) const;
+
+    /// The same walk with all there is to know about each stop; false ends it.
+    void iterate_all(const std::function<bool(const FieldFragment&)>& visit) const;
+
+    /// Visits the skeletons in order; false ends the walk.
+    void forEach(const std::function<bool(const Skeleton&)>& visit) const;
+
+    /// Adds a skeleton. Throws Anchor::ModelError when there is one of that dimension and refinement already.
+    Anchor::StrongPtr<Skeleton> make(const Skeleton::Key& key, std::int32_t exclusionMark = 0);
+
+private:
+    std::map<Skeleton::Key, Anchor::StrongPtr<Skeleton>> skeletons_;
+};
+
+} // namespace Sheaf
