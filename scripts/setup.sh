@@ -1,0 +1,263 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Installs everything that building and testing needs, on a bare Debian 12 or 13, as root or through sudo. What is there
+# already is left alone, so a second run changes nothing and is quick. On other systems it installs no package: it checks
+# that everything is there, and names what is not.
+set -euo pipefail
+shopt -s inherit_errexit
+
+usage() {
+    cat <<'TEXT'
+Usage: scripts/setup.sh [--build-only] [--fuzz]
+  --build-only  only what a build without tests needs (no GoogleTest, Node.js, clang-format, ...)
+  --fuzz        also clang and its libFuzzer and sanitizer runtimes
+TEXT
+}
+
+with_tests=1
+with_fuzz=0
+for argument in "$@"; do
+    case $argument in
+    --build-only) with_tests=0 ;;
+    --fuzz) with_fuzz=1 ;;
+    -h | --help) usage; exit 0 ;;
+    *) echo "setup: unknown option $argument" >&2; usage >&2; exit 2 ;;
+    esac
+done
+
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev libcli11-dev nlohmann-json3-dev libfmt-dev ca-certificates)
+test_packages=(libgtest-dev libgmock-dev hdf5-tools clang-format git locales)
+
+say() { printf 'setup: %s\n' "$*"; }
+fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+as_root() {
+    if ((EUID == 0)); then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        fail "needs root or sudo for: $*"
+    fi
+}
+
+# Runs a command with its output in a file, which is shown where the command fails.
+quietly() {
+    if ! "$@" >"$scratch/log" 2>&1 </dev/null; then
+        cat "$scratch/log" >&2
+        fail "failed: $*"
+    fi
+}
+
+have() { command -v "$1" >/dev/null; }
+
+installed() {
+    case $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) in
+    installed | triggers-pending | triggers-awaited) return 0 ;;
+    *) return 1 ;;
+    esac
+}
+
+apt_get() {
+    as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get -y -o Acquire::Retries=3 -o DPkg::Lock::Timeout=300 "$@"
+}
+
+lists_are_fresh=0
+refresh_lists() {
+    ((lists_are_fresh)) && return
+    say "refreshing the package lists"
+    # One broken source of the machine need not matter here: what cannot be installed says so below.
+    apt_get update >"$scratch/log" 2>&1 </dev/null ||
+        { cat "$scratch/log" >&2; say "going on with the package lists as they are"; }
+    lists_are_fresh=1
+}
+
+install_packages() {
+    (($# == 0)) && return
+    refresh_lists
+    say "installing $*"
+    quietly apt_get install --no-install-recommends "$@"
+}
+
+# LASzip is packaged from Debian 13 on. Debian 12 takes Debian 13's package, which asks for no newer libc or libstdc++
+# than Debian 12 has. apt fetches and checks it in a state of its own, so that the machine's sources, preferences and
+# lists stay as they are: a source of another release among them would offer upgrades of everything else.
+install_laszip_of_next_release() {
+    local codename=$1 next=$2 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
+    local architecture archive work="$scratch/apt" packages=(liblaszip8 liblaszip-api8 liblaszip-dev)
+    architecture=$(dpkg --print-architecture)
+    [[ -r $keyring ]] || install_packages debian-archive-keyring
+
+    # The machine's own archive, whatever address it has and whichever way its sources are written. Only targets whose
+    # lists have been fetched are told.
+    # shellcheck disable=SC2016 # the placeholders are for apt
+    archive=$(apt-get indextargets --format '$(ORIGIN)|$(LABEL)|$(CODENAME)|$(COMPONENT)|$(REPO_URI)' \
+        'Created-By: Packages' |
+        awk -F'|' -v codename="$codename" \
+            '$1 == "Debian" && $2 == "Debian" && $3 == codename && $4 == "main" && $5 !~ /^cdrom:/ && !found {
+                     print $5; found = 1 }')
+    [[ -n $archive ]] || fail "the apt sources of this machine name no main Debian archive to take LASzip from"
+
+    say "installing LASzip (${packages[*]}) from Debian's release $next"
+    mkdir -p "$work"/{sources,state/lists/partial,cache/archives/partial,packages}
+    cat >"$work/sources/next.sources" <<TEXT
+Types: deb
+URIs: $archive
+Suites: $next
+Components: main
+Architectures: $architecture
+Targets: Packages
+Signed-By: $keyring
+TEXT
+    # Read after the machine's own configuration (proxies and the like stay in force). Its hooks are dropped, since they
+    # work on the system's lists, and so is any leave to take unsigned packages.
+    cat >"$work/apt.conf" <<TEXT
+#clear APT::Update::Pre-Invoke;
+#clear APT::Update::Post-Invoke;
+#clear APT::Update::Post-Invoke-Success;
+Dir::State "$work/state";
+Dir::State::Lists "$work/state/lists";
+Dir::Cache "$work/cache";
+Dir::Cache::Archives "$work/cache/archives";
+Dir::Etc::SourceList "/dev/null";
+Dir::Etc::SourceParts "$work/sources";
+Dir::Etc::Preferences "/dev/null";
+Dir::Etc::PreferencesParts "/dev/null";
+Acquire::Retries "3";
+Acquire::Languages "none";
+Acquire::AllowInsecureRepositories "false";
+Acquire::AllowWeakRepositories "false";
+Acquire::AllowDowngradeToInsecureRepositories "false";
+APT::Get::AllowUnauthenticated "false";
+APT::Update::Error-Mode "any";
+TEXT
+    if ((EUID == 0)); then
+        # apt downloads as a user of its own, who has to get in.
+        chmod 755 "$scratch"
+        chown _apt "$work/packages" 2>/dev/null || true
+    fi
+    quietly apt-get -c "$work/apt.conf" update
+    (cd "$work/packages" && quietly apt-get -c "$work/apt.conf" download "${packages[@]/%/:$architecture}")
+    quietly as_root env DEBIAN_FRONTEND=noninteractive dpkg -i "$work"/packages/*.deb
+}
+
+install_on_debian() {
+    local codename=$1 package wanted=("${build_packages[@]}") missing=()
+    if ((with_tests)); then
+        wanted+=("${test_packages[@]}")
+        # Node.js may well be there from elsewhere; Debian's own would then stand in its way.
+        have node || wanted+=(nodejs)
+        have npm || wanted+=(npm)
+    fi
+    ((with_fuzz)) && wanted+=(clang)
+    for package in "${wanted[@]}"; do
+        installed "$package" || missing+=("$package")
+    done
+
+    local laszip_elsewhere=0
+    if ! installed liblaszip-dev; then
+        refresh_lists
+        if LC_ALL=C apt-cache policy liblaszip-dev | grep -q '^ *Candidate: [^(]'; then
+            missing+=(liblaszip-dev)
+        else
+            laszip_elsewhere=1
+        fi
+    fi
+    install_packages "${missing[@]}"
+    if ((laszip_elsewhere)); then
+        [[ $codename == bookworm ]] || fail "this release of Debian has no package liblaszip-dev"
+        install_laszip_of_next_release bookworm trixie
+    fi
+    if ((with_fuzz)); then
+        package="libclang-rt-$(clang -dumpversion | cut -d. -f1)-dev"
+        installed "$package" || install_packages "$package"
+    fi
+}
+
+# Prints a line for everything that is not there, whichever way it was to get there.
+find_missing() {
+    local command header headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h laszip/laszip_api.h)
+    local commands=(g++ cmake ninja pkg-config)
+    if ((with_tests)); then
+        headers+=(gtest/gtest.h gmock/gmock.h)
+        commands+=(h5dump clang-format git localedef node npm)
+    fi
+    ((with_fuzz)) && commands+=(clang++)
+    for command in "${commands[@]}"; do
+        have "$command" || echo "the command $command"
+    done
+    have g++ || return 0
+
+    local hdf5_flags=()
+    read -ra hdf5_flags < <(pkg-config --cflags hdf5 2>/dev/null || pkg-config --cflags hdf5-serial 2>/dev/null) || true
+    for header in "${headers[@]}"; do
+        printf '#if !__has_include(<%s>)\nthe header <%s>\n#endif\n' "$header" "$header"
+    done | g++ -std=c++20 "${hdf5_flags[@]}" -E -P -x c++ - | sed '/^$/d'
+
+    if ! g++ -x c++ - -o "$scratch/laszip" -llaszip >"$scratch/log" 2>&1 <<'TEXT' || ! "$scratch/laszip"
+#include <laszip/laszip_api.h>
+int main()
+{
+    laszip_U8 major = 0, minor = 0;
+    laszip_U16 revision = 0;
+    laszip_U32 build = 0;
+    return laszip_get_version(&major, &minor, &revision, &build) == 0 && major >= 3 ? 0 : 1;
+}
+TEXT
+    then
+        echo "the LASzip library, version 3 or later (a program with <laszip/laszip_api.h> and -llaszip)"
+    fi
+    if ((with_tests)) && have node && ! node -e 'process.exit(parseInt(process.versions.node) >= 18 ? 0 : 1)'; then
+        echo "Node.js 18 or later ($(node --version) is there)"
+    fi
+    if ((with_tests)) && [[ ! -r ${I18NPATH:-/usr/share/i18n}/locales/de_DE ]]; then
+        echo "the locale sources (de_DE)"
+    fi
+    if ((with_fuzz)) && have clang++ && ! clang++ -x c++ - -fsanitize=fuzzer,address,undefined \
+        -o "$scratch/fuzz" >"$scratch/log" 2>&1 <<<'extern "C" int LLVMFuzzerTestOneInput(const char*, unsigned long) { return 0; }'; then
+        echo "the libFuzzer runtime of clang++"
+    fi
+}
+
+install_npm_packages() {
+    local stamp=node_modules/.installed-package-lock.json
+    cd tests/js
+    if ! cmp -s package-lock.json "$stamp"; then
+        say "installing the npm packages of tests/js"
+        quietly npm ci --ignore-scripts --no-audit --no-fund
+        cp package-lock.json "$stamp"
+    fi
+    cd ../..
+}
+
+# shellcheck disable=SC1091
+distribution=$(. /etc/os-release 2>/dev/null && echo "${ID:-}:${VERSION_ID:-}") || distribution=unknown
+case $distribution in
+debian:12) install_on_debian bookworm ;;
+debian:13) install_on_debian trixie ;;
+esac
+
+not_found=$(find_missing)
+if [[ -n $not_found ]]; then
+    # shellcheck disable=SC2001 # a line each
+    sed 's|^|setup: missing: |' <<<"$not_found" >&2
+    case $distribution in
+    debian:12 | debian:13) fail "the packages are installed, and yet the above was not found" ;;
+    esac
+    cat >&2 <<TEXT
+setup: packages are installed on Debian 12 and 13 only; this is $distribution. Under Debian's names, these are needed:
+setup:   ${build_packages[*]} liblaszip-dev
+setup:   for tests: ${test_packages[*]} nodejs npm
+setup:   for fuzzing: clang libclang-rt-dev
+TEXT
+    exit 1
+fi
+((with_tests)) && install_npm_packages
+say "everything is there"
