@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "pcd/addPCDHeader.hpp"
+
+#include "convlib/NumberText.hpp"
+
+#include <ostream>
+#include <string_view>
+
+namespace ExportLib {
+
+namespace {
+
+constexpr int shiftPrecision = 8;
+constexpr std::string_view titleLine = "# .PCD v.7 - Point Cloud Data file format\n";
+
+std::string shiftText(const Geom::PhysicalSpace::vector& shift) {
+    std::string text;
+    for (const double component : {shift.x, shift.y, shift.z}) {
+        char number[ConvLib::generalTextSize(shiftPrecision)];
+        if (!text.empty())
+            text += ' ';
+        text.append(number, ConvLib::appendGeneral(number, component, shiftPrecision));
+    }
+    return text;
+}
+
+void write(std::ofstream& out, const std::string& text) {
+    out.precision(shiftPrecision);
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+    out.flush();
+}
+
+} // namespace
+
+std::string pcdHeaderCommon(const Geom::PhysicalSpace::vector& shift) {
+    std::string text(titleLine);
+    text += "# exported by Tidewatch\n";
+    // The blank behind the last component belongs to the line.
+    text += "# shifted by " + shiftText(shift) + " \n";
+    text += "VERSION .7\n";
+    return text;
+}
+
+std::string pcdHeader(PCDLayout layout, std::uint64_t pointCount, const Geom::PhysicalSpace::vector& shift) {
+    const std::string count = std::to_string(pointCount);
+    std::string text = pcdHeaderCommon(shift);
+    if (layout == PCDLayout::Intensity) {
+        // This layout has always said its title twice. Files are compared byte by byte with earlier exports,
+        // and readers skip comment lines, so it stays.
+        text += titleLine;
+        text += "FIELDS x y z intensity rgb\n"
+                "SIZE 4 4 4 4 4\n"
+                "TYPE F F F F F\n"
+                "COUNT 1 1 1 1 1\n";
+    } else {
+        text += "FIELDS x y z\n"
+                "SIZE 4 4 4\n"
+                "TYPE F F F\n"
+                "COUNT 1 1 1\n";
+    }
+    text += "WIDTH " + count + "\n";
+    text += "HEIGHT 1\n";
+    // The rotation is the identity: w x y z.
+    text += "VIEWPOINT " + shiftText(shift) + " 1 0 0 0\n";
+    text += "POINTS " + count + "\n";
+    text += "DATA ascii\n";
+    return text;
+}
+
+void addPCDHeaderCommon(std::ofstream& out, const Geom::PhysicalSpace::vector& shift) {
+    write(out, pcdHeaderCommon(shift));
+}
+
+void addPCDHeaderPlain(std::ofstream& out, std::uint64_t pointCount,
+                       const Geom::PhysicalSpace::vector& shift) {
+    write(out, pcdHeader(PCDLayout::Plain, pointCount, shift));
+}
+
+void addPCDHeaderIntensity(std::ofstream& out, std::uint64_t pointCount,
+                           const Geom::PhysicalSpace::vector& shift) {
+    write(out, pcdHeader(PCDLayout::Intensity, pointCount, shift));
+}
+
+} // namespace ExportLib
