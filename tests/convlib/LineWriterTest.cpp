@@ -1,0 +1,323 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "convlib/LineWriter.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <locale>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <climits>
+#include <gtest/gtest.h>
+#include <system_error>
+
+namespace {
+
+using ConvLib::LineWriter;
+
+/// A folder of the test's own, removed with all it holds.
+class TemporaryFolder {
+public:
+    TemporaryFolder() : path_((std::filesystem::temp_directory_path() / "LineWriterTest.XXXXXX").string()) {
+        if (mkdtemp(path_.data()) == nullptr) {
+            throw std::runtime_error("LineWriterTest: no temporary folder " + path_);
+        }
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    std::filesystem::path operator/(const char* name) const { return std::filesystem::path(path_) / name; }
+
+private:
+    std::string path_;
+};
+
+std::string contentOf(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// Sets a global C++ locale with decimal commas and grouped digits for as long as it lives.
+class CommaLocale {
+public:
+    CommaLocale() : before_(std::locale::global(std::locale(std::locale::classic(), new Punctuation))) {}
+    CommaLocale(const CommaLocale&) = delete;
+    CommaLocale& operator=(const CommaLocale&) = delete;
+    ~CommaLocale() { std::locale::global(before_); }
+
+private:
+    class Punctuation : public std::numpunct<char> {
+    protected:
+        char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    std::locale before_;
+};
+
+void writeSomeOfEverything(LineWriter& lines, int count) {
+    for (int i = 0; i < count; ++i) {
+        lines.text("line ");
+        lines.integer(i * 1000000LL);
+        lines.character(' ');
+        lines.general(1234.5 + i, 8);
+        lines.character(' ');
+        lines.generalRow(std::array{-0.5, 1e-10, 1e10}, 6);
+        lines.character(' ');
+        lines.fixed(1234567.0625, 3);
+        lines.character(' ');
+        lines.fixed(0.5F, 1);
+        lines.character(' ');
+        lines.fixed(-1.5L, 2);
+        lines.endLine();
+    }
+}
+
+TEST(LineWriter, EveryKindOfPieceIsWrittenInOrder) {
+    TemporaryFolder folder;
+    {
+        std::ofstream stream(folder / "out");
+        LineWriter lines(stream, false);
+        writeSomeOfEverything(lines, 2);
+    }
+    EXPECT_EQ(contentOf(folder / "out"), "line 0 1234.5 -0.5 1e-10 1e+10 1234567.062 0.5 -1.50\n"
+                                         "line 1000000 1235.5 -0.5 1e-10 1e+10 1234567.062 0.5 -1.50\n");
+}
+
+TEST(LineWriter, FlushingPutsEveryLineIntoTheFileAtOnce) {
+    TemporaryFolder folder;
+    std::ofstream stream(folder / "out");
+    stream << "header\n";
+    LineWriter lines(stream, true);
+    std::string expected = "header\n";
+    for (int i = 0; i < 20; ++i) {
+        lines.integer(i);
+        lines.character(' ');
+        lines.text(std::string(static_cast<std::size_t>(i) * 1000, 'x'));
+        lines.endLine();
+        expected += std::to_string(i);
+        expected += ' ';
+        expected += std::string(static_cast<std::size_t>(i) * 1000, 'x');
+        expected += '\n';
+        ASSERT_EQ(contentOf(folder / "out"), expected);
+    }
+}
+
+TEST(LineWriter, NotFlushingGivesTheSameBytesInTheEnd) {
+    TemporaryFolder folder;
+    for (const bool flush : {true, false}) {
+        std::ofstream stream(folder / (flush ? "flushed" : "blocks"));
+        LineWriter lines(stream, flush);
+        writeSomeOfEverything(lines, 20000);
+        lines.finish();
+        EXPECT_FALSE(lines.failed());
+        EXPECT_EQ(lines.lines(), 20000U);
+    }
+    const std::string flushed = contentOf(folder / "flushed");
+    EXPECT_GT(flushed.size(), 4 * LineWriter::blockSize);
+    EXPECT_TRUE(flushed == contentOf(folder / "blocks"));
+}
+
+TEST(LineWriter, NotFlushingWritesNothingBeforeABlockIsFull) {
+    TemporaryFolder folder;
+    std::ofstream stream(folder / "out");
+    LineWriter lines(stream, false);
+    lines.text("a line");
+    lines.endLine();
+    EXPECT_EQ(contentOf(folder / "out"), "");
+    lines.finish();
+    EXPECT_EQ(contentOf(folder / "out"), "a line\n");
+    lines.text("after it");
+    lines.finish();
+    EXPECT_EQ(contentOf(folder / "out"), "a line\nafter it");
+}
+
+/// System calls of this thread that have written, where the system counts them.
+std::optional<std::uint64_t> writesSoFar() {
+    std::ifstream file("/proc/thread-self/io");
+    std::string key;
+    std::uint64_t value = 0;
+    while (file >> key >> value) {
+        if (key == "syscw:") {
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+TEST(LineWriter, FlushingTakesOneWriteForEachLine) {
+    if (!writesSoFar()) {
+        GTEST_SKIP() << "/proc/thread-self/io does not tell the number of writes here";
+    }
+    TemporaryFolder folder;
+    std::ofstream stream(folder / "out");
+    LineWriter lines(stream, true);
+    for (const std::size_t size :
+         {std::size_t{1}, std::size_t{50}, std::size_t{1023}, std::size_t{1024}, std::size_t{5000},
+          std::size_t{8191}, std::size_t{9000}, std::size_t{200000}, LineWriter::blockSize - 1}) {
+        const std::string line(size, 'x');
+        const auto before = *writesSoFar();
+        for (int i = 0; i < 5; ++i) {
+            lines.text(line);
+            lines.endLine();
+        }
+        EXPECT_EQ(*writesSoFar() - before, 5U) << "lines of " << size << " bytes";
+    }
+}
+
+TEST(LineWriter, CountsBytesHandedOverAndLinesEnded) {
+    TemporaryFolder folder;
+    std::ofstream stream(folder / "out");
+    LineWriter lines(stream, false);
+    EXPECT_EQ(lines.bytes(), 0U);
+    EXPECT_EQ(lines.lines(), 0U);
+    lines.text("12345");
+    lines.endLine();
+    lines.text("no end");
+    EXPECT_EQ(lines.bytes(), 0U);
+    EXPECT_EQ(lines.lines(), 1U);
+    lines.finish();
+    EXPECT_EQ(lines.bytes(), 12U);
+    EXPECT_EQ(lines.lines(), 1U);
+}
+
+TEST(LineWriter, FullDeviceIsReportedAndWritingGoesOn) {
+    if (!std::filesystem::exists("/dev/full")) {
+        GTEST_SKIP() << "no device /dev/full here";
+    }
+    for (const bool flush : {true, false}) {
+        std::ofstream stream("/dev/full");
+        LineWriter lines(stream, flush);
+        EXPECT_FALSE(lines.failed());
+        writeSomeOfEverything(lines, 10000);
+        lines.finish();
+        EXPECT_TRUE(lines.failed());
+        EXPECT_EQ(lines.lines(), 10000U);
+        EXPECT_GT(lines.bytes(), 10000U);
+    }
+}
+
+TEST(LineWriter, StreamThatCouldNotBeOpenedIsReportedAndWritingGoesOn) {
+    TemporaryFolder folder;
+    std::ofstream stream(folder / "missing/out");
+    LineWriter lines(stream, true);
+    EXPECT_TRUE(lines.failed());
+    writeSomeOfEverything(lines, 100);
+    lines.finish();
+    EXPECT_TRUE(lines.failed());
+}
+
+TEST(LineWriter, StreamSetToThrowDoesNotThrowThroughTheWriter) {
+    if (!std::filesystem::exists("/dev/full")) {
+        GTEST_SKIP() << "no device /dev/full here";
+    }
+    std::ofstream stream("/dev/full");
+    stream.exceptions(std::ios::badbit | std::ios::failbit);
+    {
+        LineWriter lines(stream, true);
+        EXPECT_NO_THROW(writeSomeOfEverything(lines, 10));
+        EXPECT_TRUE(lines.failed());
+    }
+    stream.exceptions(std::ios::goodbit);
+}
+
+TEST(LineWriter, LineLongerThanABlockIsWrittenWhole) {
+    TemporaryFolder folder;
+    for (const bool flush : {true, false}) {
+        const auto path = folder / (flush ? "flushed" : "blocks");
+        std::ofstream stream(path);
+        LineWriter lines(stream, flush);
+        lines.text("begin ");
+        const std::string longText(3 * LineWriter::blockSize + 5, 'x');
+        lines.text(longText);
+        for (int i = 0; i < 100000; ++i) {
+            lines.character('0' + static_cast<char>(i % 10));
+        }
+        lines.endLine();
+        lines.text("next");
+        lines.endLine();
+        lines.finish();
+        const std::string content = contentOf(path);
+        ASSERT_EQ(content.size(), 6 + longText.size() + 100000 + 1 + 5);
+        EXPECT_EQ(content.substr(0, 10), "begin xxxx");
+        EXPECT_EQ(content.substr(content.size() - 9), "789\nnext\n");
+        EXPECT_EQ(lines.bytes(), content.size());
+    }
+}
+
+TEST(LineWriter, ReserveBeyondABlockGivesThatRoom) {
+    TemporaryFolder folder;
+    std::ofstream stream(folder / "out");
+    LineWriter lines(stream, false);
+    lines.text("before");
+    const std::size_t size = 2 * LineWriter::blockSize;
+    char* const room = lines.reserve(size);
+    std::fill(room, room + size, 'y');
+    lines.commit(room + size);
+    lines.text("after");
+    lines.finish();
+    EXPECT_TRUE(contentOf(folder / "out") == "before" + std::string(size, 'y') + "after");
+}
+
+TEST(LineWriter, LongestFixedTextsAreWrittenWhole) {
+    TemporaryFolder folder;
+    {
+        std::ofstream stream(folder / "out");
+        LineWriter lines(stream, false);
+        lines.fixed(std::numeric_limits<long double>::max(), 6);
+        lines.endLine();
+        lines.fixed(std::numeric_limits<double>::lowest(), 0);
+        lines.endLine();
+        lines.fixed(0.5, 1000000);
+        lines.endLine();
+        lines.fixed(std::numeric_limits<double>::infinity(), INT_MAX);
+        lines.endLine();
+        lines.fixed(2.25, -1);
+    }
+    std::istringstream content(contentOf(folder / "out"));
+    std::string line;
+    std::getline(content, line);
+    EXPECT_EQ(line.size(), 4933U + 7);
+    std::getline(content, line);
+    EXPECT_EQ(line.size(), 1U + 309);
+    std::getline(content, line);
+    EXPECT_TRUE(line == "0.5" + std::string(999999, '0'));
+    std::getline(content, line);
+    EXPECT_EQ(line, "inf");
+    std::getline(content, line);
+    EXPECT_EQ(line, "2.250000");
+}
+
+TEST(LineWriter, GlobalLocaleWithCommasAndGroupingChangesNoByte) {
+    TemporaryFolder folder;
+    {
+        std::ofstream stream(folder / "plain");
+        LineWriter lines(stream, false);
+        writeSomeOfEverything(lines, 100);
+    }
+    {
+        CommaLocale commas;
+        std::ofstream stream(folder / "commas");
+        std::ostringstream check;
+        check << 1234.5;
+        ASSERT_EQ(check.str(), "1.234,5");
+        LineWriter lines(stream, false);
+        writeSomeOfEverything(lines, 100);
+    }
+    EXPECT_FALSE(contentOf(folder / "plain").empty());
+    EXPECT_EQ(contentOf(folder / "commas"), contentOf(folder / "plain"));
+}
+
+} // namespace
