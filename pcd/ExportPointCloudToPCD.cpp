@@ -12,6 +12,7 @@
 #include "sheaf/Grid.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <limits>
@@ -101,11 +102,7 @@ void writeLines(ConvLib::LineWriter& lines, const Cloud& cloud,
                 const std::vector<unsigned long long>& indices, int precision) {
     for (const unsigned long long index : indices) {
         const PhysicalSpace::point& p = cloud.positions[index];
-        lines.general(p.x, precision);
-        lines.character(' ');
-        lines.general(p.y, precision);
-        lines.character(' ');
-        lines.general(p.z, precision);
+        lines.generalRow(std::array{p.x, p.y, p.z}, precision);
         lines.endLine();
     }
 }
@@ -116,15 +113,9 @@ void writeShadedLines(ConvLib::LineWriter& lines, const Cloud& cloud,
     for (const unsigned long long index : indices) {
         const PhysicalSpace::point& p = cloud.positions[index];
         const float intensity = shading.intensity(cloud.intensities[index]);
-        lines.general(p.x, precision);
-        lines.character(' ');
-        lines.general(p.y, precision);
-        lines.character(' ');
-        lines.general(p.z, precision);
-        lines.character(' ');
-        lines.general(intensity, precision);
-        lines.character(' ');
-        lines.general(shading.color(p.z, intensity), precision);
+        const float color = shading.color(p.z, intensity);
+        lines.generalRow(
+            std::array{p.x, p.y, p.z, static_cast<double>(intensity), static_cast<double>(color)}, precision);
         lines.endLine();
     }
 }
