@@ -38,13 +38,7 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
 as_root() {
-    if ((EUID == 0)); then
-        "$@"
-    elif command -v sudo >/dev/null; then
-        sudo "$@"
-    else
-        fail "needs root or sudo for: $*"
-    fi
+    if ((EUID == 0)); then "$@"; else sudo "$@"; fi
 }
 
 # Runs a command with its output in a file, which is shown where the command fails.
@@ -161,17 +155,20 @@ install_on_debian() {
         installed "$package" || missing+=("$package")
     done
 
-    local laszip_elsewhere=0
-    if ! installed liblaszip-dev; then
+    local laszip=()
+    installed liblaszip-dev || laszip=(liblaszip-dev)
+    if ((EUID != 0 && ${#missing[@]} + ${#laszip[@]} > 0)) && ! have sudo; then
+        fail "needs root or sudo to install ${missing[*]} ${laszip[*]}"
+    fi
+    if ((${#laszip[@]})); then
         refresh_lists
-        if LC_ALL=C apt-cache policy liblaszip-dev | grep -q '^ *Candidate: [^(]'; then
-            missing+=(liblaszip-dev)
-        else
-            laszip_elsewhere=1
+        if LC_ALL=C apt-cache policy liblaszip-dev | grep -q "^ *Candidate: [^(]"; then
+            missing+=("${laszip[@]}")
+            laszip=()
         fi
     fi
     install_packages "${missing[@]}"
-    if ((laszip_elsewhere)); then
+    if ((${#laszip[@]})); then
         [[ $codename == bookworm ]] || fail "this release of Debian has no package liblaszip-dev"
         install_laszip_of_next_release bookworm trixie
     fi
