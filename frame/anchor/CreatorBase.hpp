@@ -9,7 +9,7 @@ namespace Anchor {
 /// Makes data on demand. `Base` is the class of data that this family of creators makes (all of them
 /// Cacheable).
 template <class Base>
-class CreatorBase : public Creature {
+class TIDEWATCH_API CreatorBase : public Creature {
 public:
     /// The data as a Cacheable; take a strong reference for as long as it is read.
     ///

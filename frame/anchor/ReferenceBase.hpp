@@ -77,7 +77,7 @@ protected:
 /// The second argument is the root through which references reach the counts; StrongPtr and WeakPtr name the
 /// same one.
 template <class Derived, class Root = Creature>
-class ReferenceBase : public Root {
+class TIDEWATCH_API ReferenceBase : public Root {
 protected:
     ReferenceBase() = default;
     ReferenceBase(const ReferenceBase&) = default;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Visibility.hpp"
+
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -26,7 +28,7 @@ struct ReadOptions {
     std::function<void(const std::string& file, double share)> Tick;
 
     /// Bytes of physical memory of this machine; the largest number where the system does not tell.
-    [[nodiscard]] static std::uint64_t machineMemory() noexcept;
+    [[nodiscard]] TIDEWATCH_API static std::uint64_t machineMemory() noexcept;
 };
 
 } // namespace ConvLib

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Visibility.hpp"
+
 #include <array>
 #include <cstddef>
 #include <type_traits>
@@ -9,11 +11,11 @@ namespace Geom {
 
 /// N components of a number type.
 template <class T, std::size_t N>
-struct Vector : std::array<T, N> {};
+struct TIDEWATCH_API Vector : std::array<T, N> {};
 
 /// A colour of three channels: red, green, blue.
 template <class T>
-struct RGB : Vector<T, 3> {
+struct TIDEWATCH_API RGB : Vector<T, 3> {
     [[nodiscard]] constexpr T red() const { return (*this)[0]; }
     [[nodiscard]] constexpr T green() const { return (*this)[1]; }
     [[nodiscard]] constexpr T blue() const { return (*this)[2]; }

@@ -1,29 +1,31 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Visibility.hpp"
+
 #include <type_traits>
 
 namespace Geom {
 
 /// Tag of the three-dimensional Cartesian coordinate system (x, y, z at right angles, one unit on all axes).
-struct Cartesian3D {};
+struct TIDEWATCH_API Cartesian3D {};
 
 /// The geometrical quantities of a coordinate system, each a type of its own, so that a position is never
 /// taken for a direction. Components are public; nothing else is stored, so an array of them is an array of
 /// T.
 template <class System, class T>
-struct Coordinates;
+struct TIDEWATCH_API Coordinates;
 
 template <class T>
-struct Coordinates<Cartesian3D, T> {
+struct TIDEWATCH_API Coordinates<Cartesian3D, T> {
     /// A difference of positions, in coordinate units.
-    struct vector {
+    struct TIDEWATCH_API vector {
         T x{}, y{}, z{};
         friend bool operator==(const vector&, const vector&) = default;
     };
 
     /// A position, in coordinate units.
-    struct point {
+    struct TIDEWATCH_API point {
         T x{}, y{}, z{};
         friend bool operator==(const point&, const point&) = default;
 
@@ -33,7 +35,7 @@ struct Coordinates<Cartesian3D, T> {
     };
 
     /// An oriented plane element (a surface normal with the area as its length); components yz, zx, xy.
-    struct bivector {
+    struct TIDEWATCH_API bivector {
         T x{}, y{}, z{};
         friend bool operator==(const bivector&, const bivector&) = default;
     };

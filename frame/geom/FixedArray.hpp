@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Visibility.hpp"
+
 #include <array>
 #include <cstddef>
 
@@ -9,6 +11,6 @@ namespace Geom {
 /// N values of one type, stored side by side without padding: the plain carrier of components that have no
 /// geometrical meaning of their own.
 template <class T, std::size_t N>
-struct FixedArray : std::array<T, N> {};
+struct TIDEWATCH_API FixedArray : std::array<T, N> {};
 
 } // namespace Geom

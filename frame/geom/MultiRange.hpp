@@ -14,7 +14,7 @@ namespace Geom {
 /// The test is tolerant by `tolerance` at both ends, so that a value computed in floating point meets the
 /// bound it was meant to meet. A list without ranges holds nothing.
 template <class T>
-class MultiRange : public Anchor::ReferenceBase<MultiRange<T>> {
+class TIDEWATCH_API MultiRange : public Anchor::ReferenceBase<MultiRange<T>> {
 public:
     /// Both ends belong to the range.
     struct Range {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Visibility.hpp"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +12,6 @@ namespace Sheaf {
 /// One unsigned number per axis, x first: the place of an element, the extents of an array, or a count per
 /// axis.
 template <std::size_t N>
-struct MultiIndex : std::array<std::uint64_t, N> {};
+struct TIDEWATCH_API MultiIndex : std::array<std::uint64_t, N> {};
 
 } // namespace Sheaf
