@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# From a fresh machine to exported files: installs what a build needs, builds the program, makes a sample survey, looks
+# into it and exports it. Everything it writes is under build/demo.
+set -euo pipefail
+
+if (($# > 0)); then
+    echo "Usage: scripts/demo.sh" >&2
+    exit 2
+fi
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+step() { printf '\n== %s\n' "$*"; }
+
+# Shows a command as a user would type it, then runs it.
+run() {
+    printf '$'
+    printf ' %s' "$@"
+    printf '\n'
+    "$@"
+}
+
+log=build/demo/build.log
+logged() {
+    if ! "$@" >>"$log" 2>&1; then
+        tail -n 40 "$log" >&2
+        echo "demo: failed: $* (all of its output: $log)" >&2
+        exit 1
+    fi
+}
+
+step "1. Install what a build needs"
+scripts/setup.sh --build-only
+
+step "2. Build the program (the first time takes some minutes)"
+mkdir -p build/demo
+: >"$log"
+logged cmake --preset demo
+logged cmake --build --preset demo -j "$(nproc)"
+tidewatch=build/demo/host/tidewatch
+run "$tidewatch" --version
+
+out=build/demo/out
+rm -rf "$out"
+mkdir -p "$out"
+
+step "3. Make a sample survey: a synthetic coast, as a bundle file"
+run "$tidewatch" sample -o "$out/survey.h5"
+
+step "4. Look into it"
+run "$tidewatch" info "$out/survey.h5"
+
+step "5. Export its point clouds to PCD, a file for each time and grid"
+run "$tidewatch" pcd "$out/survey.h5" -o "$out/pcd/{time}-{grid}.pcd"
+
+files=("$out"/pcd/*.pcd)
+step "6. What a PCD file holds: a text header, then a line for each point (the first of ${#files[@]} files)"
+run head -n 14 "${files[0]}"
+
+step "Done. The files:"
+for file in "$out/survey.h5" "${files[@]}"; do
+    printf '  %10d bytes  %s\n' "$(stat -c %s "$file")" "$file"
+done
+printf '\nThe program is %s; try %s --help.\n' "$tidewatch" "$tidewatch"
