@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "pcd/CellSelector.hpp"
+
+#include "pcd/reduceData.hpp"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+#include <utility>
+
+namespace ExportLib {
+
+namespace {
+
+constexpr std::uint64_t tableCellsPerPoint = 4;
+
+std::int32_t narrowed(unsigned long long cellNumber) noexcept {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(cellNumber));
+}
+
+/// How far a number lies above another that is not greater; the difference of two 32-bit numbers needs 33
+/// bits as a signed number, but no more than 32 as an unsigned one.
+std::uint64_t distance(std::int32_t low, std::int32_t high) noexcept {
+    return static_cast<std::uint32_t>(high) - static_cast<std::uint32_t>(low);
+}
+
+/// Sorts by the cell numbers, all below `end`; entries of one cell keep their order.
+template <class Entry>
+void radixSort(std::vector<Entry>& entries, std::uint64_t end) {
+    constexpr int digitBits = 11;
+    constexpr std::size_t digits = std::size_t{1} << digitBits;
+    const auto digitOf = [](const Entry& entry, int shift) { return (entry.cell() >> shift) & (digits - 1); };
+
+    std::vector<Entry> other(entries.size());
+    for (int shift = 0; shift < 64 && ((end - 1) >> shift) != 0; shift += digitBits) {
+        std::array<std::size_t, digits> positions{};
+        for (const Entry& entry : entries)
+            ++positions[digitOf(entry, shift)];
+        std::size_t sum = 0;
+        for (std::size_t& position : positions)
+            sum += std::exchange(position, sum);
+        for (const Entry& entry : entries)
+            other[positions[digitOf(entry, shift)]++] = entry;
+        entries.swap(other);
+    }
+}
+
+} // namespace
+
+struct CellSelector::NarrowEntry {
+    std::uint64_t packed;
+
+    static NarrowEntry of(const CellSelector& selector, std::size_t index) {
+        return {selector.cellOf(index) << 32 | index};
+    }
+    [[nodiscard]] std::uint64_t cell() const { return packed >> 32; }
+    [[nodiscard]] std::uint64_t index() const { return packed & 0xffffffff; }
+    [[nodiscard]] bool isInCellOf(const NarrowEntry& other) const {
+        return (packed ^ other.packed) >> 32 == 0;
+    }
+};
+
+struct CellSelector::WideEntry {
+    std::uint64_t cellNumber;
+    std::uint64_t pointIndex;
+
+    static WideEntry of(const CellSelector& selector, std::size_t index) {
+        return {selector.cellOf(index), index};
+    }
+    [[nodiscard]] std::uint64_t cell() const { return cellNumber; }
+    [[nodiscard]] std::uint64_t index() const { return pointIndex; }
+    [[nodiscard]] bool isInCellOf(const WideEntry& other) const { return cellNumber == other.cellNumber; }
+};
+
+struct CellSelector::KeyEntry {
+    Key key;
+    std::uint64_t pointIndex;
+
+    static KeyEntry of(const CellSelector& selector, std::size_t index) {
+        return {selector.keyOf(index), index};
+    }
+    [[nodiscard]] std::uint64_t index() const { return pointIndex; }
+    [[nodiscard]] bool isInCellOf(const KeyEntry& other) const {
+        return key.x == other.key.x && key.y == other.key.y && key.z == other.key.z;
+    }
+    friend bool operator<(const KeyEntry& a, const KeyEntry& b) {
+        return std::tie(a.key.x, a.key.y, a.key.z, a.pointIndex) <
+               std::tie(b.key.x, b.key.y, b.key.z, b.pointIndex);
+    }
+};
+
+CellSelector::CellSelector(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
+                           const std::vector<unsigned short>& intensities,
+                           const Geom::PhysicalSpace::point& origin)
+    : cellSize_(cellSize),
+      points_(points),
+      intensities_(intensities),
+      origin_(origin),
+      hasIntensities_(intensities.size() == points.size()) {
+    Key last = keyOf(0);
+    Key low = last;
+    Key high = last;
+    runs_ = 1;
+    for (std::size_t i = 1; i < points_.size(); ++i) {
+        const Key key = keyOf(i);
+        low = {std::min(low.x, key.x), std::min(low.y, key.y), std::min(low.z, key.z)};
+        high = {std::max(high.x, key.x), std::max(high.y, key.y), std::max(high.z, key.z)};
+        runs_ += static_cast<std::size_t>((key.x != last.x) | (key.y != last.y) | (key.z != last.z));
+        last = key;
+    }
+    lowest_ = low;
+    extentY_ = distance(low.y, high.y) + 1;
+    extentZ_ = distance(low.z, high.z) + 1;
+    isNumbered_ = !__builtin_mul_overflow(distance(low.x, high.x) + 1, extentY_, &volume_) &&
+                  !__builtin_mul_overflow(volume_, extentZ_, &volume_);
+}
+
+bool CellSelector::supports(Strategy strategy) const noexcept {
+    constexpr std::uint64_t narrowEnd = std::uint64_t{1} << 32;
+    switch (strategy) {
+    case Strategy::Table:
+        return isNumbered_ && volume_ <= tableCellsPerPoint * points_.size();
+    case Strategy::SortNarrow:
+        return isNumbered_ && volume_ <= narrowEnd && points_.size() <= narrowEnd;
+    case Strategy::SortWide:
+        return isNumbered_;
+    case Strategy::Compare:
+        return true;
+    }
+    return false;
+}
+
+CellSelector::Strategy CellSelector::preferred() const noexcept {
+    for (const Strategy strategy : {Strategy::Table, Strategy::SortNarrow, Strategy::SortWide}) {
+        if (supports(strategy))
+            return strategy;
+    }
+    return Strategy::Compare;
+}
+
+std::vector<unsigned long long> CellSelector::select(Strategy strategy) const {
+    switch (strategy) {
+    case Strategy::Table:
+        return selectByTable();
+    case Strategy::SortNarrow: {
+        auto entries = collect<NarrowEntry>();
+        radixSort(entries, volume_);
+        return pick(entries);
+    }
+    case Strategy::SortWide: {
+        auto entries = collect<WideEntry>();
+        radixSort(entries, volume_);
+        return pick(entries);
+    }
+    case Strategy::Compare:
+        break;
+    }
+    auto entries = collect<KeyEntry>();
+    std::sort(entries.begin(), entries.end());
+    return pick(entries);
+}
+
+CellSelector::Key CellSelector::keyOf(std::size_t index) const noexcept {
+    const Geom::PhysicalSpace::point& p = points_[index];
+    return {narrowed(quant(p.x, origin_.x, cellSize_)), narrowed(quant(p.y, origin_.y, cellSize_)),
+            narrowed(quant(p.z, origin_.z, cellSize_))};
+}
+
+/// The number of a point's cell in the box that the keys span: ascending with the key.
+std::uint64_t CellSelector::cellOf(std::size_t index) const noexcept {
+    const Key key = keyOf(index);
+    return (distance(lowest_.x, key.x) * extentY_ + distance(lowest_.y, key.y)) * extentZ_ +
+           distance(lowest_.z, key.z);
+}
+
+/// What decides within a cell, the greatest winning and of equals the first: without intensities all are
+/// equal.
+std::uint64_t CellSelector::brightness(std::uint64_t index) const noexcept {
+    return hasIntensities_ ? intensities_[index] : 1;
+}
+
+std::vector<unsigned long long> CellSelector::selectByTable() const {
+    // Brightness above the complement of the index: the greatest of these is the brightest point, of equally
+    // bright ones the first. An empty cell has 0, which no point has. No memory holds 2^48 points.
+    constexpr int indexBits = 48;
+    constexpr std::uint64_t indexMask = (std::uint64_t{1} << indexBits) - 1;
+    std::vector<std::uint64_t> best(volume_);
+    std::size_t occupied = 0;
+    for (std::size_t i = 0; i < points_.size(); ++i) {
+        std::uint64_t& entry = best[cellOf(i)];
+        occupied += static_cast<std::size_t>(entry == 0);
+        entry = std::max(entry, brightness(i) << indexBits | (indexMask - i));
+    }
+    std::vector<unsigned long long> result;
+    result.reserve(std::max(points_.size() / 2, occupied));
+    for (const std::uint64_t entry : best) {
+        if (entry != 0) {
+            // Dark cells repeat point 0, see pick().
+            const bool isDark = entry >> indexBits == 0;
+            result.push_back(isDark ? 0 : indexMask - (entry & indexMask));
+        }
+    }
+    return result;
+}
+
+/// One entry for each run of points in the same cell, with the index that wins in it. Scanned clouds have
+/// their neighbours in a row.
+template <class Entry>
+std::vector<Entry> CellSelector::collect() const {
+    std::vector<Entry> entries;
+    entries.reserve(runs_);
+    entries.push_back(Entry::of(*this, 0));
+    std::uint64_t best = brightness(0);
+    for (std::size_t i = 1; i < points_.size(); ++i) {
+        const Entry entry = Entry::of(*this, i);
+        const std::uint64_t candidate = brightness(i);
+        if (!entry.isInCellOf(entries.back())) {
+            entries.push_back(entry);
+            best = candidate;
+        } else if (candidate > best) {
+            entries.back() = entry;
+            best = candidate;
+        }
+    }
+    return entries;
+}
+
+template <class Entry>
+std::vector<unsigned long long> CellSelector::pick(const std::vector<Entry>& sorted) const {
+    std::size_t occupied = 1;
+    for (std::size_t i = 1; i < sorted.size(); ++i)
+        occupied += static_cast<std::size_t>(!sorted[i].isInCellOf(sorted[i - 1]));
+    std::vector<unsigned long long> result;
+    result.reserve(std::max(points_.size() / 2, occupied));
+    for (std::size_t i = 0; i < sorted.size();) {
+        // The search begins with point 0 and brightness 0, and only a brighter point takes over. So a cell
+        // whose points are all dark gives point 0 of the whole cloud, not one of its own. That is on purpose
+        // and must stay: each cell keeps its entry, and dark ones can be told from it.
+        std::uint64_t chosen = 0;
+        std::uint64_t best = 0;
+        const Entry& first = sorted[i];
+        for (; i < sorted.size() && sorted[i].isInCellOf(first); ++i) {
+            const std::uint64_t candidate = brightness(sorted[i].index());
+            if (candidate > best) {
+                chosen = sorted[i].index();
+                best = candidate;
+            }
+        }
+        result.push_back(chosen);
+    }
+    return result;
+}
+
+} // namespace ExportLib

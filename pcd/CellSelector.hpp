@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "geom/PhysicalSpace.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace ExportLib {
+
+/// The inside of reduceData: several ways to the same result, of which one suits a given cloud best.
+///
+/// Refers to the arguments of its construction, which must outlive it; at least one point is required.
+class CellSelector {
+public:
+    /// The ways, each possible for fewer clouds than the next.
+    enum class Strategy {
+        Table,      ///< one entry of 8 bytes for each cell of the box that the keys span
+        SortNarrow, ///< radix sort of cell numbers below 2^32 with indices below 2^32, 8 bytes together
+        SortWide,   ///< radix sort of cell numbers below 2^64 with indices, 16 bytes together
+        Compare     ///< std::sort of keys with indices, 24 bytes together
+    };
+
+    CellSelector(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
+                 const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin);
+
+    /// Whether a strategy can tell the cells and points of this cloud apart. The table is supported for up to
+    /// 32 bytes a point.
+    [[nodiscard]] bool supports(Strategy strategy) const noexcept;
+
+    /// The fastest of the supported strategies.
+    [[nodiscard]] Strategy preferred() const noexcept;
+
+    /// The result of reduceData, the same for every strategy that is supported; others must not be asked for.
+    [[nodiscard]] std::vector<unsigned long long> select(Strategy strategy) const;
+
+private:
+    /// The cell numbers along the axes, narrowed.
+    struct Key {
+        std::int32_t x, y, z;
+    };
+
+    struct NarrowEntry;
+    struct WideEntry;
+    struct KeyEntry;
+
+    [[nodiscard]] Key keyOf(std::size_t index) const noexcept;
+    [[nodiscard]] std::uint64_t cellOf(std::size_t index) const noexcept;
+    [[nodiscard]] std::uint64_t brightness(std::uint64_t index) const noexcept;
+
+    [[nodiscard]] std::vector<unsigned long long> selectByTable() const;
+    template <class Entry>
+    [[nodiscard]] std::vector<Entry> collect() const;
+    template <class Entry>
+    [[nodiscard]] std::vector<unsigned long long> pick(const std::vector<Entry>& sorted) const;
+
+    double cellSize_;
+    const std::vector<Geom::PhysicalSpace::point>& points_;
+    const std::vector<unsigned short>& intensities_;
+    Geom::PhysicalSpace::point origin_;
+    bool hasIntensities_;
+    /// The lowest number along each axis.
+    Key lowest_{};
+    /// Along y and z, how many numbers there are from the lowest to the highest.
+    std::uint64_t extentY_ = 0;
+    std::uint64_t extentZ_ = 0;
+    /// The cells of the box that the keys span, where 64 bits can number them.
+    std::uint64_t volume_ = 0;
+    bool isNumbered_ = false;
+    /// How often the next point has another key than the last, plus one.
+    std::size_t runs_ = 0;
+};
+
+} // namespace ExportLib

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "pcd/reduceData.hpp"
+
+#include "pcd/CellSelector.hpp"
+
+namespace ExportLib {
+
+std::vector<unsigned long long> reduceData(double cellSize,
+                                           const std::vector<Geom::PhysicalSpace::point>& points,
+                                           const std::vector<unsigned short>& intensities,
+                                           const Geom::PhysicalSpace::point& origin,
+                                           const Geom::PhysicalSpace::point& /*upper*/) {
+    if (points.empty())
+        return {};
+    const CellSelector selector(cellSize, points, intensities, origin);
+    return selector.select(selector.preferred());
+}
+
+} // namespace ExportLib
