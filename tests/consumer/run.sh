@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs a build into a folder of its own, moves that folder, and builds and runs the consumer project against it: by
-# CMake package, by pkg-config, and with the whole tree embedded.   Usage: tests/consumer/run.sh BUILD_DIR
+# Installs a build into a folder of its own, moves that folder, and builds and runs the examples against it: by CMake
+# package, by pkg-config, and with the whole tree embedded.   Usage: tests/consumer/run.sh BUILD_DIR
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+examples=$here/../../examples
 build=$(cd "$1" && pwd)
-work="$build/consumer"
+work=$build/consumer
 rm -rf "$work"
 mkdir -p "$work"
 
@@ -15,30 +16,34 @@ echo "== install into $work/prefix"
 cmake --install "$build" --prefix "$work/installed" >"$work/install.log"
 mv "$work/installed" "$work/prefix"
 libdir=$(dirname "$(find "$work/prefix" -name libExportLib.so)")
-test -n "$libdir"
+program=$work/prefix/bin/tidewatch
 
-echo "== consumer by find_package(ExportLib)"
-cmake -S "$here" -B "$work/by-cmake" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$work/prefix" \
+echo "== examples by find_package(ExportLib)"
+cmake -S "$examples" -B "$work/by-cmake" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$work/prefix" \
     >"$work/configure.log"
 cmake --build "$work/by-cmake" >"$work/build.log"
-"$work/by-cmake/consumer" "$work/by-cmake.pcd"
-"$work/by-cmake/consumer-readers" "$work/bundle.h5" "$work/by-readers.pcd"
+"$work/by-cmake/export-memory" "$work/by-cmake.pcd"
 
-echo "== consumer by pkg-config"
-export PKG_CONFIG_PATH="$libdir/pkgconfig"
+echo "== example by pkg-config"
+export PKG_CONFIG_PATH=$libdir/pkgconfig
 read -r -a flags <<<"$(pkg-config --cflags --libs ExportLib)"
-"${CXX:-c++}" -std=c++20 "$here/main.cpp" "${flags[@]}" -Wl,-rpath,"$libdir" -o "$work/by-pkg-config"
+"${CXX:-c++}" -std=c++20 "$examples/exportMemory.cpp" "${flags[@]}" -Wl,-rpath,"$libdir" -o "$work/by-pkg-config"
 "$work/by-pkg-config" "$work/by-pkg-config.pcd"
 
-echo "== consumer with the tree embedded"
+echo "== example with the tree embedded"
 cmake -S "$here/embedded" -B "$work/embedded" -G Ninja -DCMAKE_BUILD_TYPE=Release >"$work/configure-embedded.log"
-cmake --build "$work/embedded" --target consumer >"$work/build-embedded.log"
-"$work/embedded/consumer" "$work/embedded.pcd"
+cmake --build "$work/embedded" --target export-memory >"$work/build-embedded.log"
+"$work/embedded/export-memory" "$work/embedded.pcd"
 
-echo "== installed program"
-LD_LIBRARY_PATH='' "$work/prefix/bin/tidewatch" --version
-
-for file in by-readers by-pkg-config embedded; do
+for file in by-pkg-config embedded; do
     cmp "$work/by-cmake.pcd" "$work/$file.pcd"
 done
+
+echo "== installed program, and the same export by a host through the installed readers"
+"$program" --version
+"$program" sample --points 20000 -o "$work/sample.h5"
+"$work/by-cmake/export-files" "$work/by-host.pcd" "$work/sample.h5"
+"$program" pcd "$work/sample.h5" --cell-size 0.5 -o "$work/by-program.pcd"
+cmp "$work/by-host.pcd" "$work/by-program.pcd"
+
 echo "consumer: all outputs are the same"
