@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/las/ArithmeticDecoder.hpp"
+
+#include <utility>
+
+namespace Tidewatch::Las {
+
+namespace {
+constexpr std::uint32_t shortestLength = 1U << 24;
+constexpr unsigned mostBitsAtOnce = 19;
+constexpr unsigned halfWord = 16;
+} // namespace
+
+ArithmeticDecoder::ArithmeticDecoder(Source source) : source_(std::move(source)) {
+    for (int i = 0; i < 4; ++i)
+        value_ = (value_ << 8) | nextByte();
+    if (value_ == impossibleStart)
+        throw Damage{"the compressed stream begins with an impossible code"};
+}
+
+std::uint32_t ArithmeticDecoder::nextByte() {
+    const auto byte = source_();
+    if (!byte)
+        throw Damage{"the compressed stream ends too early"};
+    return *byte;
+}
+
+void ArithmeticDecoder::renew() {
+    while (length_ < shortestLength) {
+        value_ = (value_ << 8) | nextByte();
+        length_ <<= 8;
+    }
+}
+
+std::uint32_t ArithmeticDecoder::symbol(SymbolModel& model) {
+    const std::uint32_t unit = length_ >> SymbolModel::precision;
+    std::uint32_t found = 0;
+    std::uint32_t beyond = model.symbolCount();
+    while (beyond - found > 1) {
+        const std::uint32_t middle = found + (beyond - found) / 2;
+        if (model.lowerBound(middle) * unit > value_)
+            beyond = middle;
+        else
+            found = middle;
+    }
+    const std::uint32_t lower = model.lowerBound(found) * unit;
+    // The last symbol's part reaches to the end of the interval, rounding leftovers included.
+    const std::uint32_t upper = beyond == model.symbolCount() ? length_ : model.lowerBound(beyond) * unit;
+    value_ -= lower;
+    length_ = upper - lower;
+    renew();
+    model.count(found);
+    return found;
+}
+
+bool ArithmeticDecoder::bit(BitModel& model) {
+    const std::uint32_t bound = model.oneBound() * (length_ >> BitModel::precision);
+    const bool one = value_ >= bound;
+    if (one) {
+        value_ -= bound;
+        length_ -= bound;
+    } else {
+        length_ = bound;
+    }
+    renew();
+    model.count(one);
+    return one;
+}
+
+std::uint32_t ArithmeticDecoder::bits(unsigned count) {
+    if (count > mostBitsAtOnce) {
+        const std::uint32_t low = bits(halfWord);
+        return low | (bits(count - halfWord) << halfWord);
+    }
+    length_ >>= count;
+    const std::uint32_t number = value_ / length_;
+    if (number >> count != 0)
+        throw Damage{"the compressed stream has no meaning"};
+    value_ -= number * length_;
+    renew();
+    return number;
+}
+
+} // namespace Tidewatch::Las

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "readers/las/ArithmeticModel.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+namespace Tidewatch::Las {
+
+/// Decodes the arithmetic coding of LAZ files; needed here for the chunk table alone, which has to be known
+/// before the decompressor may see it. (A 32-bit interval that is renewed bytewise: A. Said, 2004.)
+///
+/// Every stream of bytes decodes to something, or ends early, or has no meaning; the latter two throw Damage.
+class ArithmeticDecoder {
+public:
+    /// Gives the next byte, or nothing at the end.
+    using Source = std::function<std::optional<std::uint8_t>()>;
+
+    /// What is thrown where the stream ends early or no encoder can have written it.
+    struct Damage {
+        const char* what;
+    };
+
+    /// A code that begins with four bytes of 255 lies outside the interval that it starts with. Such a stream
+    /// leads decoders that do not check for it out of their tables.
+    static constexpr std::uint32_t impossibleStart = 0xFFFFFFFF;
+
+    /// Reads the first four bytes.
+    explicit ArithmeticDecoder(Source source);
+
+    [[nodiscard]] std::uint32_t symbol(SymbolModel& model);
+    [[nodiscard]] bool bit(BitModel& model);
+
+    /// An unmodelled number of 1 to 32 bits.
+    [[nodiscard]] std::uint32_t bits(unsigned count);
+
+private:
+    [[nodiscard]] std::uint32_t nextByte();
+    void renew();
+
+    Source source_;
+    std::uint32_t length_ = 0xFFFFFFFF;
+    std::uint32_t value_ = 0;
+};
+
+} // namespace Tidewatch::Las

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/las/LasFile.hpp"
+
+#include "readers/las/FormatFailure.hpp"
+#include "readers/las/LittleEndian.hpp"
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <string_view>
+#include <utility>
+
+namespace Tidewatch::Las {
+
+namespace {
+
+// Both kinds of record begin alike (LAS 1.4 R15, "Variable Length Records" and "Extended Variable Length
+// Records"): two reserved bytes, user id, record id, then the length in two or in eight bytes, and a
+// description.
+constexpr std::size_t userIdPlace = 2;
+constexpr std::size_t userIdSize = 16;
+constexpr std::size_t recordIdPlace = 18;
+constexpr std::size_t lengthPlace = 20;
+constexpr std::uint64_t recordHeadSize = 54;
+constexpr std::uint64_t extendedHeadSize = 60;
+
+constexpr std::uint16_t geoKeyDirectory = 34735;
+constexpr std::uint16_t wellKnownText = 2112;
+constexpr std::uint16_t extraBytesRecord = 4;
+constexpr std::uint16_t laszipRecord = 22204;
+constexpr std::uint64_t emptyGeoKeyDirectory = 8;
+
+/// Reads the heads of records, many of which may be close together, without asking the system for each.
+class RecordHeads {
+public:
+    explicit RecordHeads(const InputFile& file) : file_(&file) {}
+
+    std::span<const std::uint8_t> at(std::uint64_t offset, std::uint64_t size, std::string_view object) {
+        if (offset < begin_ || offset + size > begin_ + filled_) {
+            begin_ = offset;
+            filled_ = file_->readUpTo(offset, buffer_);
+            if (filled_ < size)
+                file_->read(offset, std::span(buffer_).first(size), object);
+        }
+        return std::span(buffer_).subspan(offset - begin_, size);
+    }
+
+private:
+    const InputFile* file_;
+    std::uint64_t begin_ = 0;
+    std::uint64_t filled_ = 0;
+    std::array<std::uint8_t, 4096> buffer_{};
+};
+
+} // namespace
+
+struct LasFile::RecordKind {
+    std::string_view name;
+    bool isExtended;
+    std::uint64_t headSize;
+    std::uint64_t begin;
+    std::uint64_t end;
+    std::uint32_t count;
+};
+
+struct LasFile::Record {
+    std::string userId;
+    std::uint16_t recordId;
+    std::uint64_t offset; // of the payload
+    std::uint64_t length; // checked to end inside the file
+};
+
+LasFile::LasFile(std::string path) : path_(std::move(path)) {
+    const InputFile file(path_);
+    stamp_ = file.stamp();
+    header_ = LasHeader::read(file);
+    readRecords(file, {"variable length record", false, recordHeadSize, header_.headerSize,
+                       header_.pointOffset, header_.vlrCount});
+    readRecords(file, {"extended variable length record", true, extendedHeadSize, header_.evlrOffset,
+                       file.size(), header_.evlrCount});
+    if (header_.compressed) {
+        if (!description_)
+            failFormat(path_, "compression record", "the points are compressed, but nothing says how");
+        auto chunks = LazChunkTable::read(file, header_, *description_);
+        compression_ = Compression{std::move(*description_), std::move(chunks)};
+    }
+    description_.reset();
+}
+
+InputFile LasFile::open() const {
+    InputFile file(path_);
+    if (file.stamp() != stamp_)
+        throw Anchor::FileError(path_ + ": has changed since it was opened first");
+    return file;
+}
+
+void LasFile::readRecords(const InputFile& file, const RecordKind& kind) {
+    RecordHeads heads(file);
+    std::uint64_t place = kind.begin;
+    for (std::uint32_t index = 0; index < kind.count; ++index) {
+        const auto object = [&] { return fmt::format("{} {}", kind.name, index); };
+        if (kind.end - place < kind.headSize)
+            failFormat(path_, object(), "it begins at {} and runs over the end of its part of the file at {}",
+                       place, kind.end);
+        const auto head = heads.at(place, kind.headSize, kind.name);
+        place += kind.headSize;
+        const auto userId = head.subspan(userIdPlace, userIdSize);
+        const std::uint8_t* length = head.data() + lengthPlace;
+        const Record record{{userId.begin(), std::find(userId.begin(), userId.end(), std::uint8_t{0})},
+                            loadLittleEndian<std::uint16_t>(head.data() + recordIdPlace),
+                            place,
+                            kind.isExtended ? loadLittleEndian<std::uint64_t>(length)
+                                            : loadLittleEndian<std::uint16_t>(length)};
+        if (kind.end - place < record.length)
+            failFormat(path_, object(),
+                       "its {} bytes from {} on run over the end of its part of the file at {}",
+                       record.length, place, kind.end);
+        place += record.length;
+        take(record, file);
+    }
+}
+
+void LasFile::take(const Record& record, const InputFile& file) {
+    const auto payload = [&] {
+        std::vector<std::uint8_t> bytes(record.length);
+        file.read(record.offset, bytes, record.userId);
+        return bytes;
+    };
+    if (record.userId == "LASF_Projection") {
+        hasCoordinateSystem_ = hasCoordinateSystem_ ||
+                               (record.recordId == wellKnownText && record.length != 0) ||
+                               (record.recordId == geoKeyDirectory && record.length > emptyGeoKeyDirectory);
+    } else if (record.userId == "LASF_Spec" && record.recordId == extraBytesRecord) {
+        // More entries than one record holds continue in the next.
+        ExtraAttribute::parse(payload(), header_.extraByteCount(), path_, extraAttributes_);
+    } else if (record.userId == "laszip encoded" && record.recordId == laszipRecord && header_.compressed) {
+        if (description_)
+            failFormat(path_, "compression record", "there are two of them");
+        description_ = LazDescription::parse(payload(), header_.pointFormat, header_.recordLength, path_);
+    }
+}
+
+} // namespace Tidewatch::Las

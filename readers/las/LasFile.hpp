@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "readers/las/ExtraAttribute.hpp"
+#include "readers/las/InputFile.hpp"
+#include "readers/las/LasHeader.hpp"
+#include "readers/las/LazChunkTable.hpp"
+#include "readers/las/LazDescription.hpp"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tidewatch::Las {
+
+/// What a LAS or LAZ file (LAS 1.0 to 1.4) states about itself: header, the variable length records that
+/// concern the points, and the chunks of compressed points. All of it is checked, so that whoever decodes the
+/// points may rely on it. The object does not hold the file open.
+class LasFile {
+public:
+    /// How points are compressed and where.
+    struct Compression {
+        LazDescription description;
+        LazChunkTable chunks;
+    };
+
+    /// Opens, reads and checks the file. Throws Anchor::FileError where it cannot be read,
+    /// Anchor::FormatError where something in it is wrong or unknown: "path: object: what". Nothing is
+    /// allocated beyond the size of the file.
+    explicit LasFile(std::string path);
+
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+    [[nodiscard]] const LasHeader& header() const noexcept { return header_; }
+
+    /// The described extra bytes in record order; what follows the last one is undescribed.
+    [[nodiscard]] const std::vector<ExtraAttribute>& extraAttributes() const noexcept {
+        return extraAttributes_;
+    }
+
+    /// Nothing for plain LAS files.
+    [[nodiscard]] const std::optional<Compression>& compression() const noexcept { return compression_; }
+
+    /// Whether the file states a coordinate reference system (GeoTIFF keys or well-known text).
+    [[nodiscard]] bool hasCoordinateSystem() const noexcept { return hasCoordinateSystem_; }
+
+    /// Opens the file again, to read points. Throws Anchor::FileError when it is gone or has changed since.
+    [[nodiscard]] InputFile open() const;
+
+private:
+    struct Record;
+    struct RecordKind;
+
+    void readRecords(const InputFile& file, const RecordKind& kind);
+    void take(const Record& record, const InputFile& file);
+
+    std::string path_;
+    InputFile::Stamp stamp_;
+    LasHeader header_;
+    std::vector<ExtraAttribute> extraAttributes_;
+    std::optional<LazDescription> description_;
+    std::optional<Compression> compression_;
+    bool hasCoordinateSystem_ = false;
+};
+
+} // namespace Tidewatch::Las

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "readers/las/InputFile.hpp"
+#include "readers/las/PointLayout.hpp"
+
+#include <array>
+#include <cstdint>
+
+namespace Tidewatch::Las {
+
+/// The public header block of a LAS file, versions 1.0 to 1.4 (LAS 1.4 R15, "Public Header Block", and the
+/// same section of the older versions).
+struct LasHeader {
+    /// Bits of globalEncoding. Versions 1.0 and 1.1 do not have the field; it is 0 there.
+    enum GlobalEncoding : std::uint16_t {
+        AdjustedStandardGpsTime = 1,
+        WaveformsInside = 2,
+        WaveformsOutside = 4,
+        SyntheticReturnNumbers = 8,
+        WellKnownText = 16,
+    };
+
+    unsigned versionMinor = 0; ///< of 1.0 to 1.4
+    std::uint16_t globalEncoding = 0;
+    std::uint16_t headerSize = 0;
+    std::uint64_t pointOffset = 0; ///< where the point data begins, in bytes from the beginning of the file
+    std::uint32_t vlrCount = 0;
+    std::uint64_t evlrOffset = 0; ///< the first extended variable length record; 0 without any
+    std::uint32_t evlrCount = 0;
+
+    unsigned pointFormat = 0; ///< 0 to 10, without the bits that mark compression
+    bool compressed = false;
+    std::uint16_t recordLength = 0; ///< at least the format's natural size
+    std::uint64_t pointCount = 0;
+
+    std::array<double, 3> scale{};   ///< finite and not 0
+    std::array<double, 3> offset{};  ///< finite
+    std::array<double, 3> minimum{}; ///< as stated; nobody vouches for the header's bounds
+    std::array<double, 3> maximum{};
+
+    [[nodiscard]] const PointLayout& layout() const noexcept { return pointLayouts[pointFormat]; }
+
+    /// Bytes of each record behind the parts that the format defines.
+    [[nodiscard]] std::uint16_t extraByteCount() const noexcept {
+        return static_cast<std::uint16_t>(recordLength - layout().naturalSize);
+    }
+
+    /// The coordinate of a stored integer along an axis (0 to 2).
+    [[nodiscard]] double coordinate(std::size_t axis, std::int32_t stored) const noexcept {
+        return static_cast<double>(stored) * scale[axis] + offset[axis];
+    }
+
+    /// Reads the header and checks every field that anything else relies on, uncompressed point data against
+    /// the size of the file included. Throws Anchor::FormatError with path, object and cause.
+    [[nodiscard]] static LasHeader read(const InputFile& file);
+};
+
+} // namespace Tidewatch::Las

@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/las/LazChunkTable.hpp"
+
+#include "readers/las/ArithmeticDecoder.hpp"
+#include "readers/las/FormatFailure.hpp"
+#include "readers/las/LittleEndian.hpp"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <string_view>
+
+namespace Tidewatch::Las {
+
+namespace {
+
+constexpr std::string_view object = "chunk table";
+constexpr std::uint64_t positionSize = 8;
+constexpr std::uint64_t tableHeadSize = 8;
+constexpr std::uint64_t mostStreamPoints = 0xFFFFFFFE; // LASzip takes one more for the sign of "no chunks"
+
+/// Decodes 32-bit numbers that are stored as corrections to predicted ones. A correction is sent as the
+/// number of its bits, by a model of the context, and then its place among the corrections of that many bits:
+/// the upper eight bits by a model, the others plain.
+class CorrectedNumbers {
+public:
+    explicit CorrectedNumbers(ArithmeticDecoder& decoder) : decoder_(&decoder) {
+        for (unsigned count = 1; count <= wordBits; ++count)
+            upperBits_.emplace_back(1U << std::min(count, modelledBits));
+    }
+
+    [[nodiscard]] std::uint32_t next(std::uint32_t predicted, std::size_t context) {
+        return predicted + correction(bitCounts_[context]);
+    }
+
+private:
+    static constexpr unsigned wordBits = 32;
+    static constexpr unsigned modelledBits = 8;
+
+    /// Modulo 2^32, as the format has it.
+    std::uint32_t correction(SymbolModel& bitCounts) {
+        const unsigned count = decoder_->symbol(bitCounts);
+        if (count == 0)
+            return decoder_->bit(zeroOrOne_) ? 1 : 0;
+        if (count == wordBits)
+            return 0x80000000U;
+        std::uint32_t place = decoder_->symbol(upperBits_[count - 1]);
+        if (count > modelledBits)
+            place = (place << (count - modelledBits)) | decoder_->bits(count - modelledBits);
+        // Corrections of k bits are -(2^k - 1) to -2^(k-1) and 2^(k-1) + 1 to 2^k.
+        const std::uint32_t half = 1U << (count - 1);
+        return place >= half ? place + 1 : place - (2 * half - 1);
+    }
+
+    ArithmeticDecoder* decoder_;
+    std::array<SymbolModel, 2> bitCounts_{SymbolModel(wordBits + 1), SymbolModel(wordBits + 1)};
+    BitModel zeroOrOne_;
+    std::vector<SymbolModel> upperBits_;
+};
+
+/// Bytes of the file from a place on, one after the other.
+class ByteSource {
+public:
+    ByteSource(const InputFile& file, std::uint64_t offset) : file_(&file), offset_(offset) {}
+
+    std::optional<std::uint8_t> next() {
+        if (used_ == filled_) {
+            filled_ = file_->readUpTo(offset_, buffer_);
+            offset_ += filled_;
+            used_ = 0;
+            if (filled_ == 0)
+                return std::nullopt;
+        }
+        return buffer_[used_++];
+    }
+
+private:
+    const InputFile* file_;
+    std::uint64_t offset_;
+    std::array<std::uint8_t, 4096> buffer_{};
+    std::size_t filled_ = 0;
+    std::size_t used_ = 0;
+};
+
+std::uint64_t readPosition(const InputFile& file, std::uint64_t offset) {
+    std::array<std::uint8_t, positionSize> bytes{};
+    file.read(offset, bytes, object);
+    return loadLittleEndian<std::uint64_t>(bytes.data());
+}
+
+/// Where the table begins, checked to have its head inside the file.
+std::uint64_t locate(const InputFile& file, std::uint64_t chunksBegin) {
+    std::uint64_t position = readPosition(file, chunksBegin - positionSize);
+    if (position == std::numeric_limits<std::uint64_t>::max())
+        position = readPosition(file, file.size() - positionSize);
+    if (position == 0 || position == chunksBegin - positionSize)
+        failFormat(file.path(), object, "it is missing; whatever wrote the file was interrupted");
+    if (position < chunksBegin || position > file.size() || file.size() - position < tableHeadSize)
+        failFormat(file.path(), object, "it begins at {}, outside the {} bytes from the first chunk at {} on",
+                   position, file.size(), chunksBegin);
+    return position;
+}
+
+std::uint64_t smallestChunk(const LasHeader& header, const LazDescription& description) noexcept {
+    // The first point as it is, then for layers their point count and sizes, and at least one stream, of
+    // which four bytes are read at once.
+    const std::uint64_t layerSizes =
+        description.isLayered() ? 4 + 4 * std::uint64_t{description.layerCount()} : 0;
+    return header.recordLength + layerSizes + 4;
+}
+
+void checkPlausible(const LazChunkTable::Chunk& chunk, std::size_t index, const std::string& path) {
+    if (chunk.pointCount / LazChunkTable::mostPointsPerByte > chunk.byteCount)
+        failFormat(path, object, "chunk {} is to have {} points in {} bytes, which cannot be", index,
+                   chunk.pointCount, chunk.byteCount);
+}
+
+} // namespace
+
+LazChunkTable::Chunk LazChunkTable::operator[](std::size_t index) const noexcept {
+    const Start& begin = starts_[index];
+    const Start& end = starts_[index + 1];
+    return {begin.firstPoint, end.firstPoint - begin.firstPoint, begin.offset, end.offset - begin.offset};
+}
+
+std::size_t LazChunkTable::find(std::uint64_t point) const noexcept {
+    const auto behind =
+        std::upper_bound(starts_.begin(), starts_.end(), point,
+                         [](std::uint64_t p, const Start& start) { return p < start.firstPoint; });
+    return static_cast<std::size_t>(behind - starts_.begin()) - 1;
+}
+
+LazChunkTable LazChunkTable::read(const InputFile& file, const LasHeader& header,
+                                  const LazDescription& description) {
+    const std::string& path = file.path();
+    const std::uint64_t smallest = smallestChunk(header, description);
+    LazChunkTable table;
+
+    if (!description.hasChunks()) {
+        table.starts_.push_back({0, header.pointOffset});
+        if (header.pointCount != 0) {
+            const std::uint64_t end = header.evlrCount != 0 ? header.evlrOffset : file.size();
+            if (end - header.pointOffset < smallest)
+                failFormat(path, "points", "{} compressed points are stated, but there are only {} bytes",
+                           header.pointCount, end - header.pointOffset);
+            table.starts_.push_back({header.pointCount, end});
+            checkPlausible(table[0], 0, path);
+            if (header.pointCount > mostStreamPoints)
+                failFormat(path, "points", "{} points in one compressed stream are more than LASzip reads",
+                           header.pointCount);
+        }
+        return table;
+    }
+
+    const std::uint64_t chunksBegin = header.pointOffset + positionSize;
+    table.starts_.push_back({0, chunksBegin});
+    // Some writers end a file without points right there.
+    if (header.pointCount == 0 && file.size() == header.pointOffset) {
+        table.starts_.back().offset = header.pointOffset;
+        return table;
+    }
+    const std::uint64_t tableOffset = locate(file, chunksBegin);
+    std::array<std::uint8_t, tableHeadSize> head{};
+    file.read(tableOffset, head, object);
+    const auto version = loadLittleEndian<std::uint32_t>(head.data());
+    if (version != 0)
+        failFormat(path, object, "its version {} is not known", version);
+    const auto count = loadLittleEndian<std::uint32_t>(head.data() + 4);
+    const std::uint64_t chunkBytes = tableOffset - chunksBegin;
+    if (count > chunkBytes / smallest)
+        failFormat(path, object, "it states {} chunks, but there are only {} bytes of chunks", count,
+                   chunkBytes);
+    if (!description.hasVariableChunks()) {
+        const std::uint64_t needed = header.pointCount / description.chunkSize +
+                                     (header.pointCount % description.chunkSize != 0 ? 1 : 0);
+        if (count != needed)
+            failFormat(path, object, "it states {} chunks, but {} points in chunks of {} make {}", count,
+                       header.pointCount, description.chunkSize, needed);
+    }
+
+    table.starts_.reserve(std::size_t{count} + 1);
+    try {
+        if (count != 0) {
+            ByteSource source(file, tableOffset + tableHeadSize);
+            ArithmeticDecoder decoder([&source] { return source.next(); });
+            CorrectedNumbers numbers(decoder);
+            std::uint32_t points = 0;
+            std::uint32_t bytes = 0;
+            for (std::uint32_t index = 0; index < count; ++index) {
+                const Start begin = table.starts_.back();
+                const std::uint64_t pointsLeft = header.pointCount - begin.firstPoint;
+                if (description.hasVariableChunks())
+                    points = numbers.next(points, 0);
+                else
+                    points = static_cast<std::uint32_t>(
+                        std::min<std::uint64_t>(pointsLeft, description.chunkSize));
+                bytes = numbers.next(bytes, 1);
+                if (points == 0 || points > pointsLeft)
+                    failFormat(path, object, "chunk {} is to have {} of the {} points that are left", index,
+                               points, pointsLeft);
+                if (bytes < smallest || bytes > mostChunkBytes || bytes > tableOffset - begin.offset)
+                    failFormat(path, object, "chunk {} is to have {} of the {} bytes that are left", index,
+                               bytes, tableOffset - begin.offset);
+                table.starts_.push_back({begin.firstPoint + points, begin.offset + bytes});
+                checkPlausible(table[index], index, path);
+            }
+        }
+    } catch (const ArithmeticDecoder::Damage& damage) {
+        failFormat(path, object, "chunk {} of {} cannot be read: {}", table.size(), count, damage.what);
+    }
+    if (table.starts_.back().firstPoint != header.pointCount)
+        failFormat(path, object, "its chunks have {} points, but the header states {}",
+                   table.starts_.back().firstPoint, header.pointCount);
+    if (table.starts_.back().offset != tableOffset)
+        failFormat(path, object, "its chunks end at {}, but it begins at {}", table.starts_.back().offset,
+                   tableOffset);
+    return table;
+}
+
+} // namespace Tidewatch::Las

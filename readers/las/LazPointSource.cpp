@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/las/LazPointSource.hpp"
+
+#include "readers/las/FormatFailure.hpp"
+#include "readers/las/LazChunkCheck.hpp"
+#include "readers/las/LazStream.hpp"
+#include "readers/las/LittleEndian.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <utility>
+
+// This header pulls namespace std into the global one; no other file includes it.
+#include <laszip/laszip_api.h>
+
+namespace Tidewatch::Las {
+
+namespace {
+
+constexpr std::size_t headerSize = 375;
+constexpr std::size_t recordHeadSize = 54;
+constexpr std::size_t chunkTablePlaceSize = 8;
+
+/// The head that LASzip gets to read in place of the file's own: a LAS 1.4 header with what LASzip needs to
+/// know, the compression record, and the place of the chunk table.
+std::vector<std::uint8_t> makeHead(const LasHeader& header, const LasFile::Compression& compression,
+                                   std::uint64_t chunksBegin) {
+    const LazDescription& description = compression.description;
+    const std::size_t payloadSize =
+        LazDescription::fixedSize + LazDescription::itemSize * description.items.size();
+    const std::size_t pointOffset = headerSize + recordHeadSize + payloadSize;
+    std::vector<std::uint8_t> head(pointOffset + (description.hasChunks() ? chunkTablePlaceSize : 0));
+    std::uint8_t* bytes = head.data();
+
+    std::memcpy(bytes, "LASF", 4);
+    bytes[24] = 1;
+    bytes[25] = 4;
+    storeLittleEndian(bytes + 94, static_cast<std::uint16_t>(headerSize));
+    storeLittleEndian(bytes + 96, static_cast<std::uint32_t>(pointOffset));
+    storeLittleEndian(bytes + 100, std::uint32_t{1});
+    bytes[104] = static_cast<std::uint8_t>(header.pointFormat | 0x80U);
+    storeLittleEndian(bytes + 105, header.recordLength);
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        storeLittleEndian(bytes + 131 + 8 * axis, 1.0);
+    storeLittleEndian(bytes + 247, header.pointCount);
+
+    std::uint8_t* record = bytes + headerSize;
+    constexpr std::string_view userId = "laszip encoded";
+    std::memcpy(record + 2, userId.data(), userId.size());
+    storeLittleEndian(record + 18, std::uint16_t{22204});
+    storeLittleEndian(record + 20, static_cast<std::uint16_t>(payloadSize));
+
+    std::uint8_t* payload = record + recordHeadSize;
+    storeLittleEndian(payload, static_cast<std::uint16_t>(description.compressor));
+    payload[4] = 3; // the version of LASzip that these records are known from
+    payload[5] = 4;
+    storeLittleEndian(payload + 6, std::uint16_t{3});
+    storeLittleEndian(payload + 12, description.chunkSize);
+    storeLittleEndian(payload + 16, std::int64_t{-1});
+    storeLittleEndian(payload + 24, std::int64_t{-1});
+    storeLittleEndian(payload + 32, static_cast<std::uint16_t>(description.items.size()));
+    for (std::size_t i = 0; i < description.items.size(); ++i) {
+        std::uint8_t* item = payload + LazDescription::fixedSize + LazDescription::itemSize * i;
+        storeLittleEndian(item, static_cast<std::uint16_t>(description.items[i].type));
+        storeLittleEndian(item + 2, description.items[i].size);
+        storeLittleEndian(item + 4, description.items[i].version);
+    }
+    if (description.hasChunks()) {
+        // Counted in the stream that LASzip sees, where the chunks follow right behind this head.
+        const std::uint64_t chunkBytes = compression.chunks.tableOffset() - chunksBegin;
+        storeLittleEndian(bytes + pointOffset, head.size() + chunkBytes);
+    }
+    return head;
+}
+
+void copyPoint(const laszip_point& from, const PointLayout& layout, bool extended, Point& point) noexcept {
+    point.x = from.X;
+    point.y = from.Y;
+    point.z = from.Z;
+    point.intensity = from.intensity;
+    point.pointSourceId = from.point_source_ID;
+    point.userData = from.user_data;
+    point.scanDirection = from.scan_direction_flag;
+    point.edgeOfFlightLine = from.edge_of_flight_line;
+    if (extended) {
+        point.returnNumber = from.extended_return_number;
+        point.numberOfReturns = from.extended_number_of_returns;
+        point.classification = from.extended_classification;
+        point.flags = from.extended_classification_flags;
+        point.scannerChannel = from.extended_scanner_channel;
+        point.scanAngle = from.extended_scan_angle;
+    } else {
+        point.returnNumber = from.return_number;
+        point.numberOfReturns = from.number_of_returns;
+        point.classification = from.classification;
+        point.flags = static_cast<std::uint8_t>(from.synthetic_flag * Point::Synthetic +
+                                                from.keypoint_flag * Point::KeyPoint +
+                                                from.withheld_flag * Point::Withheld);
+        point.scanAngle = from.scan_angle_rank;
+    }
+    if (layout.gpsTime != 0)
+        point.gpsTime = from.gps_time;
+    if (layout.rgb != 0)
+        point.rgb = {from.rgb[0], from.rgb[1], from.rgb[2]};
+    if (layout.nearInfrared != 0)
+        point.nearInfrared = from.rgb[3];
+}
+
+} // namespace
+
+/// Owns LASzip's handle and the stream that it reads.
+class LazPointSource::Decompressor {
+public:
+    Decompressor(const InputFile& file, const LasHeader& header, const LasFile::Compression& compression)
+        : path_(file.path()),
+          hasChunks_(compression.description.hasChunks()),
+          stream_(file, makeHead(header, compression, chunksBegin(header, compression)),
+                  chunksBegin(header, compression)) {
+        if (laszip_create(&handle_) != 0)
+            failFormat(path_, "points", "the LASzip library cannot be set up");
+        try {
+            open(header.extraByteCount());
+        } catch (...) {
+            close();
+            throw;
+        }
+    }
+    Decompressor(const Decompressor&) = delete;
+    Decompressor& operator=(const Decompressor&) = delete;
+    ~Decompressor() { close(); }
+
+    [[nodiscard]] LazStream& stream() noexcept { return stream_; }
+    [[nodiscard]] const LazStream& stream() const noexcept { return stream_; }
+    [[nodiscard]] const laszip_point& point() const noexcept { return *point_; }
+
+    /// Decompresses the next point into point().
+    void next(std::uint64_t number) {
+        if (laszip_read_point(handle_) != 0)
+            fail(fmt::format("point {}", number), "cannot be decompressed");
+    }
+
+    void seek(std::uint64_t number) {
+        stream_.markStack();
+        if (laszip_seek_point(handle_, static_cast<laszip_I64>(number)) != 0)
+            fail(fmt::format("point {}", number), "cannot be found");
+        stream_.rethrowFailure();
+    }
+
+private:
+    [[nodiscard]] static std::uint64_t chunksBegin(const LasHeader& header,
+                                                   const LasFile::Compression& compression) noexcept {
+        return header.pointOffset + (compression.description.hasChunks() ? chunkTablePlaceSize : 0);
+    }
+
+    void open(std::uint16_t extraByteCount) {
+        laszip_BOOL isCompressed = 0;
+        if (laszip_open_reader_stream(handle_, stream_.stream(), &isCompressed) != 0)
+            fail("points", "cannot be decompressed");
+        if (laszip_get_point_pointer(handle_, &point_) != 0 || isCompressed == 0 ||
+            (extraByteCount != 0 && point_->num_extra_bytes != extraByteCount))
+            fail("points", "cannot be decompressed as they are described");
+        // Makes LASzip read its chunk table now, before reading is restricted to one chunk after the other.
+        if (hasChunks_)
+            seek(0);
+    }
+
+    [[noreturn]] void fail(const std::string& object, std::string_view what) {
+        stream_.rethrowFailure();
+        if (stream_.stackExceeded())
+            failFormat(path_, object, "{}: its GPS time refers to itself without end", what);
+        laszip_CHAR* text = nullptr;
+        laszip_get_error(handle_, &text);
+        failFormat(path_, object, "{}: LASzip says: {}{}", what, text != nullptr ? text : "nothing",
+                   stream_.stream().eof() ? " (the compressed data ends too early)" : "");
+    }
+
+    void close() noexcept {
+        // Without being closed first, the reader's memory would stay behind.
+        laszip_close_reader(handle_);
+        laszip_destroy(handle_);
+    }
+
+    std::string path_;
+    bool hasChunks_;
+    LazStream stream_;
+    laszip_POINTER handle_ = nullptr;
+    laszip_point* point_ = nullptr;
+};
+
+LazPointSource::LazPointSource(std::shared_ptr<const LasFile> file)
+    : file_(std::move(file)),
+      input_(file_->open()) {
+    restart();
+}
+
+LazPointSource::~LazPointSource() = default;
+
+void LazPointSource::restart() {
+    decompressor_.reset();
+    decompressor_ = std::make_unique<Decompressor>(input_, file_->header(), *file_->compression());
+    position_ = 0;
+    nextChunk_ = 0;
+    chunkEnd_ = 0;
+}
+
+void LazPointSource::approach(std::uint64_t point) {
+    const auto& [description, chunks] = *file_->compression();
+    if (!description.hasChunks() || file_->header().pointCount > std::numeric_limits<std::uint32_t>::max()) {
+        if (point < position_)
+            restart();
+        return;
+    }
+    const std::size_t index = chunks.find(point);
+    const LazChunkTable::Chunk chunk = chunks[index];
+    if (position_ >= chunk.firstPoint && position_ <= point)
+        return;
+    decompressor_->stream().setEnd(chunks.tableOffset());
+    decompressor_->seek(chunk.firstPoint);
+    position_ = chunk.firstPoint;
+    chunkEnd_ = chunk.firstPoint;
+    nextChunk_ = index;
+}
+
+void LazPointSource::enterChunk() {
+    const LasFile::Compression& compression = *file_->compression();
+    checkLazChunk(input_, file_->header(), compression, nextChunk_);
+    const LazChunkTable::Chunk chunk = compression.chunks[nextChunk_];
+    decompressor_->stream().setEnd(chunk.endOffset());
+    chunkEnd_ = chunk.firstPoint + chunk.pointCount;
+    ++nextChunk_;
+}
+
+void LazPointSource::leaveChunk() const {
+    const auto& [description, chunks] = *file_->compression();
+    if (!description.hasChunks())
+        return;
+    const std::size_t index = nextChunk_ - 1;
+    const std::uint64_t here = decompressor_->stream().filePosition();
+    if (here != chunks[index].endOffset())
+        failFormat(file_->path(), fmt::format("chunk {}", index),
+                   "it is damaged: its points end at {}, the chunk ends at {}", here,
+                   chunks[index].endOffset());
+}
+
+void LazPointSource::read(std::span<Point> points) {
+    const LasHeader& header = file_->header();
+    const PointLayout& layout = header.layout();
+    const bool extended = isExtendedFormat(header.pointFormat);
+    const std::size_t extraByteCount = header.extraByteCount();
+    extraBytes_.resize(points.size() * extraByteCount);
+    std::uint8_t* extraBytes = extraBytes_.data();
+
+    std::size_t done = 0;
+    while (done < points.size()) {
+        if (position_ == chunkEnd_)
+            enterChunk();
+        decompressor_->stream().markStack();
+        const std::uint64_t left = std::min<std::uint64_t>(points.size() - done, chunkEnd_ - position_);
+        for (Point& point : points.subspan(done, static_cast<std::size_t>(left))) {
+            decompressor_->next(position_);
+            copyPoint(decompressor_->point(), layout, extended, point);
+            if (extraByteCount != 0) {
+                std::memcpy(extraBytes, decompressor_->point().extra_bytes, extraByteCount);
+                point.extraBytes = extraBytes;
+                extraBytes += extraByteCount;
+            }
+            ++position_;
+        }
+        done += static_cast<std::size_t>(left);
+        if (position_ == chunkEnd_)
+            leaveChunk();
+    }
+}
+
+} // namespace Tidewatch::Las

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/las/PointDecoder.hpp"
+
+#include "readers/las/LazPointSource.hpp"
+#include "readers/las/PlainPointSource.hpp"
+
+#include <utility>
+
+namespace Tidewatch::Las {
+
+namespace {
+
+// A block's points and records should stay in the processor's cache.
+constexpr std::size_t mostBlockPoints = 1024;
+constexpr std::size_t fewestBlockPoints = 16;
+constexpr std::size_t blockBytes = std::size_t{128} << 10;
+
+std::unique_ptr<PointSource> openSource(const std::shared_ptr<const LasFile>& file) {
+    if (file->compression())
+        return std::make_unique<LazPointSource>(file);
+    return std::make_unique<PlainPointSource>(file);
+}
+
+} // namespace
+
+PointDecoder::PointDecoder(std::shared_ptr<const LasFile> file)
+    : file_(std::move(file)),
+      blockSize_(std::clamp(blockBytes / file_->header().recordLength, fewestBlockPoints, mostBlockPoints)) {}
+
+PointDecoder::~PointDecoder() = default;
+
+void PointDecoder::goTo(std::uint64_t point, const Tick& tick) {
+    if (!source_)
+        source_ = openSource(file_);
+    if (source_->position() == point)
+        return;
+    try {
+        source_->approach(point);
+    } catch (...) {
+        source_.reset();
+        throw;
+    }
+    while (source_->position() < point) {
+        static_cast<void>(nextBlock(point - source_->position()));
+        maybeTick(tick, 0);
+    }
+}
+
+std::span<const Point> PointDecoder::nextBlock(std::uint64_t most) {
+    block_.resize(blockSize_);
+    const auto block =
+        std::span(block_).first(static_cast<std::size_t>(std::min<std::uint64_t>(most, blockSize_)));
+    try {
+        source_->read(block);
+    } catch (...) {
+        source_.reset();
+        throw;
+    }
+    return block;
+}
+
+void PointDecoder::maybeTick(const Tick& tick, std::uint64_t done) {
+    sinceTick_ += blockSize_;
+    if (sinceTick_ < tickInterval)
+        return;
+    sinceTick_ = 0;
+    if (tick)
+        tick(done);
+}
+
+} // namespace Tidewatch::Las

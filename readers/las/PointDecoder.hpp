@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "readers/las/LasFile.hpp"
+#include "readers/las/PointSource.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace Tidewatch::Las {
+
+/// Decodes ranges of points of one file, best in ascending order.
+///
+/// It keeps the file open and its place in it, so that a range that continues the one before costs nothing to
+/// find. Otherwise plain files are entered anywhere, compressed ones at the beginning of a chunk, and those
+/// compressed as one stream only from the first point on. Memory: some hundred kilobytes, and for layered
+/// compression the bytes of a chunk. Not safe for several threads at once.
+class PointDecoder {
+public:
+    /// Called after every `tickInterval` points or less with the number of points of the range that are done;
+    /// may throw to stop, and decode() may be called again afterwards.
+    using Tick = std::function<void(std::uint64_t pointsDone)>;
+
+    static constexpr std::uint64_t tickInterval = 16'384;
+
+    /// The file is opened when the first point is asked for.
+    explicit PointDecoder(std::shared_ptr<const LasFile> file);
+    ~PointDecoder();
+
+    /// Calls sink(const Point&) for the points [first, first + count), which must exist, in order.
+    /// Throws Anchor::FormatError for damaged points, Anchor::FileError where the file cannot be read, is
+    /// gone or has changed since the LasFile was made, and what `tick` and `sink` throw.
+    template <class Sink>
+    void decode(std::uint64_t first, std::uint64_t count, Sink&& sink, const Tick& tick = {}) {
+        if (count == 0)
+            return;
+        goTo(first, tick);
+        for (std::uint64_t done = 0; done < count;) {
+            for (const Point& point : nextBlock(count - done))
+                sink(point);
+            done += blockSize_;
+            maybeTick(tick, std::min(done, count));
+        }
+    }
+
+private:
+    void goTo(std::uint64_t point, const Tick& tick);
+    [[nodiscard]] std::span<const Point> nextBlock(std::uint64_t most);
+    void maybeTick(const Tick& tick, std::uint64_t done);
+
+    std::shared_ptr<const LasFile> file_;
+    std::unique_ptr<PointSource> source_; // null before the first point and after an error
+    std::vector<Point> block_;
+    std::size_t blockSize_ = 0;
+    std::uint64_t sinceTick_ = 0;
+};
+
+} // namespace Tidewatch::Las
