@@ -12,9 +12,9 @@
 //
 // 1. In double arithmetic (general notation, up to 12 digits). With k = floor(log10(value)), the product of
 // the value
-//    and 10^(digits-1-k) is rounded to an integer. The table's powers of ten are cut off and the product is
-//    rounded, so it is wrong by less than 10^digits * 2^-50, whatever the rounding mode; where its fraction
-//    is no further than that from one half, the next way is taken.
+//    and 10^(digits-1-k) is rounded to the nearest integer. The table's powers of ten are cut off and the
+//    product is rounded, which is wrong by less than 10^digits * 2^-50 in any rounding mode; so the integer
+//    is certain where the product is closer to it than one half less that error.
 //
 // 2. In 128-bit integers. A finite value is M * 2^E with 2^63 <= M < 2^64, exactly. A power of ten is 10^q =
 // G * 2^e
@@ -46,14 +46,14 @@ constexpr int maxIntegerDigits = 17;
 constexpr std::size_t maxFastDecimals = 16;
 
 // floor(x * log10(2)) and floor(x * log2(10)) for the exponents in use; verified below against the table.
-constexpr int floorLog10OfPowerOf2(int x) {
+constexpr std::int64_t floorLog10OfPowerOf2(std::int64_t x) {
     return (x * 1262611) >> 22;
 }
-constexpr int floorLog2OfPowerOf10(int x) {
+constexpr std::int64_t floorLog2OfPowerOf10(std::int64_t x) {
     return (x * 1741647) >> 19;
 }
 
-constexpr bool isExact(int power) {
+constexpr bool isExact(std::int64_t power) {
     return power >= 0 && power <= lastExactPower;
 }
 
@@ -62,10 +62,10 @@ template <class T, int lowest, int highest>
 struct TableOfPowers {
     std::array<T, std::size_t{highest - lowest + 1}> entries{};
 
-    constexpr const T& operator[](int power) const {
+    constexpr const T& operator[](std::int64_t power) const {
         return entries[static_cast<std::size_t>(power - lowest)];
     }
-    constexpr T& operator[](int power) { return entries[static_cast<std::size_t>(power - lowest)]; }
+    constexpr T& operator[](std::int64_t power) { return entries[static_cast<std::size_t>(power - lowest)]; }
 };
 
 /// The normalised mantissas of the powers of ten, cut off to 64 bits.
@@ -102,7 +102,7 @@ struct Mantissas : TableOfPowers<std::uint64_t, lowestPower, highestPower> {
     }
 
 private:
-    constexpr void set(int power, Wide value, int exponent) {
+    constexpr void set(std::int64_t power, Wide value, std::int64_t exponent) {
         (*this)[power] = static_cast<std::uint64_t>(value >> 64);
         const auto low = static_cast<std::uint64_t>(value);
         sound = sound && (value >> 127) == 1 && (isExact(power) ? low == 0 : low < ~std::uint64_t{1023});
@@ -116,8 +116,8 @@ static_assert(mantissas.sound);
 // 10^k <= 2^x < 10^(k + 1) for k = floorLog10OfPowerOf2(x), over all exponents of a double.
 static_assert([] {
     for (int x = -1074; x <= 1023; ++x) {
-        const int k = floorLog10OfPowerOf2(x);
-        const int lower = floorLog2OfPowerOf10(k);
+        const std::int64_t k = floorLog10OfPowerOf2(x);
+        const std::int64_t lower = floorLog2OfPowerOf10(k);
         if (lower > x || (lower == x && k != 0) || floorLog2OfPowerOf10(k + 1) < x) {
             return false;
         }
@@ -157,7 +157,7 @@ constexpr std::array<std::uint64_t, 18> smallPowers = [] {
     return powers;
 }();
 
-constexpr std::uint64_t smallPower(int power) {
+constexpr std::uint64_t smallPower(std::int64_t power) {
     return smallPowers[static_cast<std::size_t>(power)];
 }
 
@@ -179,8 +179,8 @@ std::uint64_t eightDigits(std::uint64_t number) {
 }
 
 /// Of eight digits, those up to the last that is not zero; at least one.
-int significantDigits(std::uint64_t text) {
-    return 8 - (std::countl_zero((text ^ eightZeros) | 1) >> 3);
+std::int64_t significantDigits(std::uint64_t text) {
+    return static_cast<std::int64_t>((std::bit_width((text ^ eightZeros) | 1) + 7) / 8);
 }
 
 /// Stores eight characters, the lowest byte first.
@@ -197,7 +197,7 @@ void store(char* out, std::uint64_t text) {
 /// A value of magnitude mantissa * 2^exponent, the mantissa's top bit set.
 struct Normalised {
     std::uint64_t mantissa;
-    int exponent;
+    std::int64_t exponent;
 };
 
 constexpr std::uint64_t hiddenBit = std::uint64_t{1} << 52;
@@ -205,7 +205,7 @@ constexpr std::uint64_t hiddenBit = std::uint64_t{1} << 52;
 /// Takes the magnitude of a finite value other than zero apart.
 Normalised normalise(double value) {
     const auto bits = std::bit_cast<std::uint64_t>(value);
-    const auto biased = static_cast<int>((bits >> 52) & 0x7ff);
+    const auto biased = static_cast<std::int64_t>((bits >> 52) & 0x7ff);
     const std::uint64_t fraction = bits & (hiddenBit - 1);
     if (biased != 0) {
         return {(fraction | hiddenBit) << 11, biased - 1086};
@@ -228,9 +228,9 @@ struct Rounded {
 };
 
 /// Rounds value * 10^power, which must be below 2^63, to the nearest integer, ties to even.
-Rounded roundScaled(Normalised value, int power) {
+Rounded roundScaled(Normalised value, std::int64_t power) {
     const Wide product = Wide{value.mantissa} * mantissas[power];
-    const int shift = -(value.exponent + floorLog2OfPowerOf10(power) - 63);
+    const std::int64_t shift = -(value.exponent + floorLog2OfPowerOf10(power) - 63);
     if (shift > 128) {
         // Even M * G has no more than 128 bits: the scaled value is below one half.
         return {0, true};
@@ -239,7 +239,7 @@ Rounded roundScaled(Normalised value, int power) {
     // word.
     const auto upper = static_cast<std::uint64_t>(product >> 64);
     const auto lower = static_cast<std::uint64_t>(product);
-    const int halfBit = shift - 65;
+    const std::int64_t halfBit = shift - 65;
     const std::uint64_t half = std::uint64_t{1} << halfBit;
     const std::uint64_t whole = (upper >> halfBit) >> 1;
     const std::uint64_t fraction = upper & (half | (half - 1));
@@ -255,41 +255,60 @@ Rounded roundScaled(Normalised value, int power) {
 /// exactly that many digits.
 struct Decimal {
     std::uint64_t number;
-    int exponent;
+    std::int64_t exponent;
 };
 
 /// Rounding may have made 10 of 9.99...
-void carry(Decimal& decimal, int digits) {
+void carry(Decimal& decimal, std::int64_t digits) {
     if (decimal.number == smallPower(digits)) {
         decimal.number = smallPower(digits - 1);
         ++decimal.exponent;
     }
 }
 
-/// The first way; false where it is not certain of the result.
-inline bool roundByDouble(std::uint64_t magnitude, int digits, Decimal& decimal) {
+/// What the first way needs to know of a number of digits.
+struct Precision {
+    std::int64_t digits;
+    /// The first number that has more digits.
+    std::uint64_t end;
+    /// What lifts numbers of up to eight digits to eight.
+    std::uint64_t lift;
+    /// The distance from the nearest integer up to which rounding is certain.
+    double certain;
+
+    explicit Precision(int count)
+        : digits(count),
+          end(smallPower(std::min(count, maxDoubleDigits))),
+          lift(smallPower(std::max(8 - count, 0))),
+          certain(0.5 - static_cast<double>(end) * 0x1p-50) {}
+};
+
+/// The first way, for up to maxDoubleDigits; false where it is not certain of the result.
+inline bool roundByDouble(std::uint64_t magnitude, const Precision& precision, Decimal& decimal) {
     constexpr auto lowest = std::bit_cast<std::uint64_t>(1e-290);
     constexpr auto highest = std::bit_cast<std::uint64_t>(1e290);
-    if (digits > maxDoubleDigits || magnitude - lowest >= highest - lowest) {
+    if (magnitude - lowest >= highest - lowest) {
         return false;
     }
     const auto value = std::bit_cast<double>(magnitude);
-    int exponent = floorLog10OfPowerOf2(static_cast<int>(magnitude >> 52) - 1023);
+    std::int64_t exponent = floorLog10OfPowerOf2(static_cast<std::int64_t>(magnitude >> 52) - 1023);
     // Where the power is cut off, a double just below it passes for as large; rounded, it is.
     exponent += value >= doublePowers[exponent + 1] ? 1 : 0;
-    const double scaled = value * doublePowers[digits - 1 - exponent];
-    const auto whole = static_cast<std::int64_t>(scaled);
-    const double aboveHalf = scaled - static_cast<double>(whole) - 0.5;
-    decimal = {static_cast<std::uint64_t>(whole + (aboveHalf > 0 ? 1 : 0)), exponent};
-    carry(decimal, digits);
-    return std::fabs(aboveHalf) > static_cast<double>(smallPower(digits)) * 0x1p-50;
+    const double scaled = value * doublePowers[precision.digits - 1 - exponent];
+    // Added to 2^52, a smaller number is rounded to an integer, which then stands in the low bits.
+    constexpr double shifter = 0x1p52;
+    const double shifted = scaled + shifter;
+    decimal = {std::bit_cast<std::uint64_t>(shifted) - std::bit_cast<std::uint64_t>(shifter), exponent};
+    // The rare carry is left to the second way. So is all where the host has set another rounding mode and
+    // the integer is not the nearest.
+    return std::fabs((shifted - shifter) - scaled) < precision.certain && decimal.number < precision.end;
 }
 
 /// The second way; false where it is not certain of the result.
 bool roundByInteger(std::uint64_t magnitude, int digits, Decimal& decimal) {
     const Normalised value = normalise(std::bit_cast<double>(magnitude));
-    const int binary = value.exponent + 63;
-    int exponent = floorLog10OfPowerOf2(binary);
+    const std::int64_t binary = value.exponent + 63;
+    std::int64_t exponent = floorLog10OfPowerOf2(binary);
     if (floorLog2OfPowerOf10(exponent + 1) == binary && value.mantissa >= mantissas[exponent + 1]) {
         ++exponent;
     }
@@ -299,7 +318,7 @@ bool roundByInteger(std::uint64_t magnitude, int digits, Decimal& decimal) {
     return rounded.certain;
 }
 
-char* appendExponent(char* out, int exponent) {
+char* appendExponent(char* out, std::int64_t exponent) {
     const auto size = static_cast<std::uint64_t>(exponent < 0 ? -exponent : exponent);
     const std::uint64_t sign = exponent < 0 ? 'e' | '-' << 8 : 'e' | '+' << 8;
     // "0045" has two digits to skip, "0308" one.
@@ -309,12 +328,12 @@ char* appendExponent(char* out, int exponent) {
 }
 
 /// The general notation of one to eight digits.
-inline char* layOutShort(char* out, Decimal decimal, int digits) {
-    const std::uint64_t text = eightDigits(decimal.number * smallPower(8 - digits));
-    const int count = significantDigits(text);
-    const int exponent = decimal.exponent;
-    if (exponent >= 0 && exponent < digits) {
-        const int whole = exponent + 1;
+inline char* layOutShort(char* out, Decimal decimal, const Precision& precision) {
+    const std::uint64_t text = eightDigits(decimal.number * precision.lift);
+    const std::int64_t count = significantDigits(text);
+    const std::int64_t exponent = decimal.exponent;
+    if (exponent >= 0 && exponent < precision.digits) {
+        const std::int64_t whole = exponent + 1;
         store(out, text);
         if (count <= whole) {
             return out + whole;
@@ -338,7 +357,7 @@ inline char* layOutShort(char* out, Decimal decimal, int digits) {
 }
 
 /// The general notation of nine to seventeen digits.
-char* layOutLong(char* out, Decimal decimal, int digits) {
+char* layOutLong(char* out, Decimal decimal, std::int64_t digits) {
     const std::uint64_t number = decimal.number * smallPower(maxIntegerDigits - digits);
     const std::uint64_t first = number / smallPower(16);
     const std::uint64_t others = number - first * smallPower(16);
@@ -348,16 +367,16 @@ char* layOutLong(char* out, Decimal decimal, int digits) {
     text[0] = static_cast<char>('0' + first);
     store(text.data() + 1, upper);
     store(text.data() + 9, lower);
-    int count = 1;
+    std::int64_t count = 1;
     if (lower != eightZeros) {
         count = 9 + significantDigits(lower);
     } else if (upper != eightZeros) {
         count = 1 + significantDigits(upper);
     }
 
-    const int exponent = decimal.exponent;
+    const std::int64_t exponent = decimal.exponent;
     if (exponent >= 0 && exponent < digits) {
-        const int whole = exponent + 1;
+        const std::int64_t whole = exponent + 1;
         std::memcpy(out, text.data(), 17);
         if (count <= whole) {
             return out + whole;
@@ -399,19 +418,36 @@ char* appendCarefully(char* out, double value, int digits) {
     if (!roundByInteger(std::bit_cast<std::uint64_t>(std::fabs(value)), digits, decimal)) {
         return generalByToChars(out, value, digits);
     }
-    return digits <= 8 ? layOutShort(begin, decimal, digits) : layOutLong(begin, decimal, digits);
+    return digits <= 8 ? layOutShort(begin, decimal, Precision(digits)) : layOutLong(begin, decimal, digits);
 }
 
-inline char* appendDigits(char* out, double value, int digits) {
+enum class Length { upToEight, more };
+
+/// One number, for up to maxDoubleDigits.
+template <Length length>
+char* appendDigits(char* out, double value, const Precision& precision) {
     const auto bits = std::bit_cast<std::uint64_t>(value);
     constexpr std::uint64_t signBit = std::uint64_t{1} << 63;
     Decimal decimal{};
-    if (!roundByDouble(bits & ~signBit, digits, decimal)) {
-        return appendCarefully(out, value, digits);
+    if (!roundByDouble(bits & ~signBit, precision, decimal)) {
+        return appendCarefully(out, value, static_cast<int>(precision.digits));
     }
     *out = '-';
     out += bits >> 63;
-    return digits <= 8 ? layOutShort(out, decimal, digits) : layOutLong(out, decimal, digits);
+    if constexpr (length == Length::upToEight) {
+        return layOutShort(out, decimal, precision);
+    } else {
+        return layOutLong(out, decimal, precision.digits);
+    }
+}
+
+template <class Append>
+char* appendRow(char* out, std::span<const double> values, Append append) {
+    for (const double value : values) {
+        out = append(out, value);
+        *out++ = ' ';
+    }
+    return values.empty() ? out : out - 1;
 }
 
 template <class T>
@@ -463,16 +499,24 @@ char* fixedText(char* out, T value, int decimals) {
 } // namespace
 
 char* appendGeneral(char* out, double value, int precision) noexcept {
-    return appendDigits(out, value, effectivePrecision(precision));
+    return appendGeneralRow(out, {&value, 1}, precision);
 }
 
 char* appendGeneralRow(char* out, std::span<const double> values, int precision) noexcept {
     const int digits = effectivePrecision(precision);
-    for (const double value : values) {
-        out = appendDigits(out, value, digits);
-        *out++ = ' ';
+    if (digits > maxDoubleDigits) {
+        return appendRow(out, values,
+                         [=](char* to, double value) { return appendCarefully(to, value, digits); });
     }
-    return values.empty() ? out : out - 1;
+    const Precision constants(digits);
+    if (digits > 8) {
+        return appendRow(out, values, [=](char* to, double value) {
+            return appendDigits<Length::more>(to, value, constants);
+        });
+    }
+    return appendRow(out, values, [=](char* to, double value) {
+        return appendDigits<Length::upToEight>(to, value, constants);
+    });
 }
 
 char* appendFixed(char* out, double value, int decimals) noexcept {

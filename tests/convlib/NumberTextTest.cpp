@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cfenv>
 #include <charconv>
 #include <clocale>
 #include <cmath>
@@ -418,6 +419,35 @@ TEST(NumberText, FixedTiesGoToTheEvenDigit) {
     EXPECT_EQ(fixed(0.375, 2), "0.38");
     EXPECT_EQ(fixed(0.375F, 2), "0.38");
     EXPECT_EQ(fixed(1.005, 2), "1.00");
+}
+
+TEST(NumberText, RoundingModeOfTheHostChangesNothing) {
+    std::mt19937_64 random(41);
+    std::vector<double> values;
+    for (int i = 0; i < 20000; ++i) {
+        values.push_back(decimalLike(random, 17));
+        values.push_back(nearTie(random, 8));
+        values.push_back(anyBits(random));
+    }
+    const auto texts = [&values] {
+        std::string all;
+        for (const double value : values) {
+            all += general(value, 8);
+            all += ' ';
+            all += general(value, 17);
+            all += ' ';
+            all += fixed(value, 3);
+            all += '\n';
+        }
+        return all;
+    };
+    const std::string expected = texts();
+    for (const int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+        ASSERT_EQ(std::fesetround(mode), 0);
+        const std::string actual = texts();
+        std::fesetround(FE_TONEAREST);
+        EXPECT_TRUE(actual == expected) << "mode " << mode;
+    }
 }
 
 TEST(NumberText, IntegersOfEveryTypeAreWrittenAsNumbers) {
