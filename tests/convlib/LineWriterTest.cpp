@@ -1,53 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "convlib/LineWriter.hpp"
 
+#include "support/TemporaryFolder.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <locale>
 #include <optional>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <climits>
 #include <gtest/gtest.h>
-#include <system_error>
 
 namespace {
 
 using ConvLib::LineWriter;
-
-/// A folder of the test's own, removed with all it holds.
-class TemporaryFolder {
-public:
-    TemporaryFolder() : path_((std::filesystem::temp_directory_path() / "LineWriterTest.XXXXXX").string()) {
-        if (mkdtemp(path_.data()) == nullptr) {
-            throw std::runtime_error("LineWriterTest: no temporary folder " + path_);
-        }
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    std::filesystem::path operator/(const char* name) const { return std::filesystem::path(path_) / name; }
-
-private:
-    std::string path_;
-};
-
-std::string contentOf(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// Sets a global C++ locale with decimal commas and grouped digits for as long as it lives.
 class CommaLocale {
@@ -86,18 +59,19 @@ void writeSomeOfEverything(LineWriter& lines, int count) {
 }
 
 TEST(LineWriter, EveryKindOfPieceIsWrittenInOrder) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     {
         std::ofstream stream(folder / "out");
         LineWriter lines(stream, false);
         writeSomeOfEverything(lines, 2);
     }
-    EXPECT_EQ(contentOf(folder / "out"), "line 0 1234.5 -0.5 1e-10 1e+10 1234567.062 0.5 -1.50\n"
-                                         "line 1000000 1235.5 -0.5 1e-10 1e+10 1234567.062 0.5 -1.50\n");
+    EXPECT_EQ(Support::readBytes(folder / "out"),
+              "line 0 1234.5 -0.5 1e-10 1e+10 1234567.062 0.5 -1.50\n"
+              "line 1000000 1235.5 -0.5 1e-10 1e+10 1234567.062 0.5 -1.50\n");
 }
 
 TEST(LineWriter, FlushingPutsEveryLineIntoTheFileAtOnce) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     std::ofstream stream(folder / "out");
     stream << "header\n";
     LineWriter lines(stream, true);
@@ -111,12 +85,12 @@ TEST(LineWriter, FlushingPutsEveryLineIntoTheFileAtOnce) {
         expected += ' ';
         expected += std::string(static_cast<std::size_t>(i) * 1000, 'x');
         expected += '\n';
-        ASSERT_EQ(contentOf(folder / "out"), expected);
+        ASSERT_EQ(Support::readBytes(folder / "out"), expected);
     }
 }
 
 TEST(LineWriter, NotFlushingGivesTheSameBytesInTheEnd) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     for (const bool flush : {true, false}) {
         std::ofstream stream(folder / (flush ? "flushed" : "blocks"));
         LineWriter lines(stream, flush);
@@ -125,23 +99,23 @@ TEST(LineWriter, NotFlushingGivesTheSameBytesInTheEnd) {
         EXPECT_FALSE(lines.failed());
         EXPECT_EQ(lines.lines(), 20000U);
     }
-    const std::string flushed = contentOf(folder / "flushed");
+    const std::string flushed = Support::readBytes(folder / "flushed");
     EXPECT_GT(flushed.size(), 4 * LineWriter::blockSize);
-    EXPECT_TRUE(flushed == contentOf(folder / "blocks"));
+    EXPECT_TRUE(flushed == Support::readBytes(folder / "blocks"));
 }
 
 TEST(LineWriter, NotFlushingWritesNothingBeforeABlockIsFull) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     std::ofstream stream(folder / "out");
     LineWriter lines(stream, false);
     lines.text("a line");
     lines.endLine();
-    EXPECT_EQ(contentOf(folder / "out"), "");
+    EXPECT_EQ(Support::readBytes(folder / "out"), "");
     lines.finish();
-    EXPECT_EQ(contentOf(folder / "out"), "a line\n");
+    EXPECT_EQ(Support::readBytes(folder / "out"), "a line\n");
     lines.text("after it");
     lines.finish();
-    EXPECT_EQ(contentOf(folder / "out"), "a line\nafter it");
+    EXPECT_EQ(Support::readBytes(folder / "out"), "a line\nafter it");
 }
 
 /// System calls of this thread that have written, where the system counts them.
@@ -161,7 +135,7 @@ TEST(LineWriter, FlushingTakesOneWriteForEachLine) {
     if (!writesSoFar()) {
         GTEST_SKIP() << "/proc/thread-self/io does not tell the number of writes here";
     }
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     std::ofstream stream(folder / "out");
     LineWriter lines(stream, true);
     for (const std::size_t size :
@@ -178,7 +152,7 @@ TEST(LineWriter, FlushingTakesOneWriteForEachLine) {
 }
 
 TEST(LineWriter, CountsBytesHandedOverAndLinesEnded) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     std::ofstream stream(folder / "out");
     LineWriter lines(stream, false);
     EXPECT_EQ(lines.bytes(), 0U);
@@ -210,7 +184,7 @@ TEST(LineWriter, FullDeviceIsReportedAndWritingGoesOn) {
 }
 
 TEST(LineWriter, StreamThatCouldNotBeOpenedIsReportedAndWritingGoesOn) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     std::ofstream stream(folder / "missing/out");
     LineWriter lines(stream, true);
     EXPECT_TRUE(lines.failed());
@@ -234,7 +208,7 @@ TEST(LineWriter, StreamSetToThrowDoesNotThrowThroughTheWriter) {
 }
 
 TEST(LineWriter, LineLongerThanABlockIsWrittenWhole) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     for (const bool flush : {true, false}) {
         const auto path = folder / (flush ? "flushed" : "blocks");
         std::ofstream stream(path);
@@ -249,7 +223,7 @@ TEST(LineWriter, LineLongerThanABlockIsWrittenWhole) {
         lines.text("next");
         lines.endLine();
         lines.finish();
-        const std::string content = contentOf(path);
+        const std::string content = Support::readBytes(path);
         ASSERT_EQ(content.size(), 6 + longText.size() + 100000 + 1 + 5);
         EXPECT_EQ(content.substr(0, 10), "begin xxxx");
         EXPECT_EQ(content.substr(content.size() - 9), "789\nnext\n");
@@ -258,7 +232,7 @@ TEST(LineWriter, LineLongerThanABlockIsWrittenWhole) {
 }
 
 TEST(LineWriter, ReserveBeyondABlockGivesThatRoom) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     std::ofstream stream(folder / "out");
     LineWriter lines(stream, false);
     lines.text("before");
@@ -268,11 +242,11 @@ TEST(LineWriter, ReserveBeyondABlockGivesThatRoom) {
     lines.commit(room + size);
     lines.text("after");
     lines.finish();
-    EXPECT_TRUE(contentOf(folder / "out") == "before" + std::string(size, 'y') + "after");
+    EXPECT_TRUE(Support::readBytes(folder / "out") == "before" + std::string(size, 'y') + "after");
 }
 
 TEST(LineWriter, LongestFixedTextsAreWrittenWhole) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     {
         std::ofstream stream(folder / "out");
         LineWriter lines(stream, false);
@@ -286,7 +260,7 @@ TEST(LineWriter, LongestFixedTextsAreWrittenWhole) {
         lines.endLine();
         lines.fixed(2.25, -1);
     }
-    std::istringstream content(contentOf(folder / "out"));
+    std::istringstream content(Support::readBytes(folder / "out"));
     std::string line;
     std::getline(content, line);
     EXPECT_EQ(line.size(), 4933U + 7);
@@ -301,7 +275,7 @@ TEST(LineWriter, LongestFixedTextsAreWrittenWhole) {
 }
 
 TEST(LineWriter, GlobalLocaleWithCommasAndGroupingChangesNoByte) {
-    TemporaryFolder folder;
+    Support::TemporaryFolder folder;
     {
         std::ofstream stream(folder / "plain");
         LineWriter lines(stream, false);
@@ -316,8 +290,8 @@ TEST(LineWriter, GlobalLocaleWithCommasAndGroupingChangesNoByte) {
         LineWriter lines(stream, false);
         writeSomeOfEverything(lines, 100);
     }
-    EXPECT_FALSE(contentOf(folder / "plain").empty());
-    EXPECT_EQ(contentOf(folder / "commas"), contentOf(folder / "plain"));
+    EXPECT_FALSE(Support::readBytes(folder / "plain").empty());
+    EXPECT_EQ(Support::readBytes(folder / "commas"), Support::readBytes(folder / "plain"));
 }
 
 } // namespace
