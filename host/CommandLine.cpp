@@ -1,0 +1,355 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/CommandLine.hpp"
+
+#include "anchor/Cache.hpp"
+#include "host/OptionValues.hpp"
+#include "host/StandardOutput.hpp"
+#include "host/UsageError.hpp"
+#include "host/Wording.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <optional>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+namespace {
+
+/// Shows usage lines as manuals do.
+class HelpFormat final : public CLI::Formatter {
+public:
+    HelpFormat() { column_width(30); }
+
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        std::string line = "\nUsage: " + name;
+        if (app->get_parent() == nullptr)
+            return line + " COMMAND [OPTION]... INPUT... -o OUTPUT\n";
+        line += " [OPTION]...";
+        for (const CLI::Option* option : app->get_options()) {
+            if (option->get_positional())
+                line += " " + option->get_name() + "...";
+        }
+        for (const CLI::Option* option : app->get_options()) {
+            if (option->get_required() && !option->get_positional())
+                line += " -" + option->get_snames().front() + " " + option->get_type_name();
+        }
+        return line + "\n";
+    }
+
+    // Types and defaults stand in the texts.
+    std::string make_option_opts(const CLI::Option* option) const override {
+        return option->get_positional() || option->get_type_size() == 0 ? std::string()
+                                                                        : " " + option->get_type_name();
+    }
+
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override {
+        std::string text = app->get_description() + "\n" + make_usage(app, std::move(name));
+        for (const std::string& group : app->get_groups()) {
+            const auto options = app->get_options([&](const CLI::Option* option) {
+                return option->nonpositional() && option->get_group() == group;
+            });
+            if (!options.empty())
+                text += make_group(group, false, options);
+        }
+        return text + make_subcommands(app, mode) + "\n" + make_footer(app);
+    }
+};
+
+/// An option that takes one value each time it is given, by a function that gives nothing for a text it
+/// cannot read.
+template <class Parse, class Store>
+CLI::Option* addRepeatable(CLI::App& app, const std::string& name, const std::string& placeholder,
+                           Parse parse, Store store, const std::string& help) {
+    return app
+        .add_option_function<std::vector<std::string>>(
+            name,
+            [=](const std::vector<std::string>& texts) {
+                for (const std::string& text : texts) {
+                    const auto value = parse(text);
+                    if (!value)
+                        throw UsageError(fmt::format("{} takes {}, not \"{}\"", name, placeholder, text));
+                    store(*value);
+                }
+            },
+            help)
+        ->type_name(placeholder)
+        // A list would otherwise go on to take the inputs, too.
+        ->allow_extra_args(false);
+}
+
+/// The same for an option that is given once.
+template <class Parse, class Target>
+CLI::Option* addValue(CLI::App& app, const std::string& name, const std::string& placeholder, Parse parse,
+                      Target& target, const std::string& help) {
+    return addRepeatable(
+               app, name, placeholder, parse, [&target](const auto& value) { target = value; }, help)
+        ->expected(1);
+}
+
+std::optional<std::string> anyText(const std::string& text) {
+    return text;
+}
+
+std::optional<double> finiteNumber(const std::string& text) {
+    const auto number = parseNumber<double>(text);
+    return number && std::isfinite(*number) ? number : std::nullopt;
+}
+
+std::optional<std::uint64_t> positiveCount(const std::string& text) {
+    const auto number = parseNumber<std::uint64_t>(text);
+    return number && *number > 0 ? number : std::nullopt;
+}
+
+std::optional<std::string> filePath(const std::string& text) {
+    const std::string name = text.substr(text.rfind('/') + 1);
+    if (name.empty() || name == "." || name == "..")
+        throw UsageError(fmt::format("--output: \"{}\" names no file", text));
+    return text;
+}
+
+std::optional<OutputPattern> filePattern(const std::string& text) {
+    return OutputPattern(*filePath(text));
+}
+
+std::optional<ProgressWish> progressWish(const std::string& text) {
+    if (text == "auto")
+        return ProgressWish::Automatic;
+    if (text == "always")
+        return ProgressWish::Always;
+    if (text == "never")
+        return ProgressWish::Never;
+    return std::nullopt;
+}
+
+/// Bytes in the largest unit that divides them.
+std::string sizeText(std::uint64_t bytes) {
+    constexpr std::string_view suffixes = "KMGT";
+    std::size_t place = 0;
+    while (bytes != 0 && bytes % 1024 == 0 && place < suffixes.size()) {
+        bytes /= 1024;
+        ++place;
+    }
+    return std::to_string(bytes) + std::string(place > 0 ? suffixes.substr(place - 1, 1) : "");
+}
+
+void addInputs(CLI::App& app, InputOptions& inputs) {
+    const std::string group = "Inputs";
+    app.add_option("INPUT", inputs.files, "bundle files (.h5), LAS or LAZ files")->required();
+    addValue(app, "--slice-time", "TIME", finiteNumber, inputs.sliceTime,
+             fmt::format("time of inputs that state none (default {})", shortestText(inputs.sliceTime)))
+        ->group(group);
+    addValue(app, "--fragment-points", "N", positiveCount, inputs.fragmentPoints,
+             fmt::format("cut LAS and LAZ points into pieces of N (default {})", inputs.fragmentPoints))
+        ->group(group);
+    addValue(app, "--memory-limit", "SIZE", parseByteSize, inputs.memoryLimit,
+             fmt::format("memory for arrays that can be read again, such as 512M or 4G (default {})",
+                         sizeText(Anchor::Cache::defaultLimit)))
+        ->group(group);
+}
+
+void addFilters(CLI::App& app, Filters& filters) {
+    const std::string group = "Selection (each may be given several times)";
+    addRepeatable(
+        app, "--time", "MIN:MAX", parseTimeRange, [&](const auto& range) { filters.times.push_back(range); },
+        "take slices of these times, both ends included, or of one time")
+        ->group(group);
+    addRepeatable(
+        app, "--grid", "GLOB", anyText, [&](const auto& glob) { filters.grids.push_back(glob); },
+        "take grids of these names; *, ? and [...] as in the shell")
+        ->group(group);
+    addRepeatable(
+        app, "--field", "GLOB", anyText, [&](const auto& glob) { filters.fields.push_back(glob); },
+        "take fields of these names")
+        ->group(group);
+}
+
+void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp = "the summary as JSON") {
+    const std::string group = "Messages";
+    addValue(app, "--progress", "WHEN", progressWish, report.progress,
+             "auto (on a terminal), always or never")
+        ->group(group);
+    app.add_flag("-q,--quiet", report.quiet, "errors only")->group(group);
+    app.add_flag("--json", report.json, jsonHelp)->group(group);
+}
+
+template <class Parse, class Target>
+void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Target& output, bool& overwrite,
+               const std::string& help) {
+    const std::string group = "Output";
+    addValue(app, "-o,--output", placeholder, parse, output, help)->required()->group(group);
+    app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
+}
+
+void addExport(CLI::App& app, ExportOptions& options) {
+    addOutput(app, "OUTPUT", filePattern, options.output, options.overwrite,
+              "the file to write; {grid} and {time} in it\ngive each grid or time a file of its own");
+    app.add_flag("--strict", options.strict, "an error, and no output, where anything would be lost")
+        ->group("Output");
+    addInputs(app, options.inputs);
+    addFilters(app, options.filters);
+    addReport(app, options.report);
+    app.add_flag("--print-parameters", options.printParameters,
+                 "show all settings of the exporter before it runs")
+        ->group("Messages");
+}
+
+/// Closes a command: its help option comes last.
+void finish(CLI::App& command, const std::string& footer) {
+    command.set_help_flag("-h,--help", "this text")->group("Messages");
+    command.footer(footer);
+}
+
+void addPcd(CLI::App& program, PcdRequest& request) {
+    CLI::App& app =
+        *program.add_subcommand("pcd", "write a PCD file: points, thinned to one a cell, with intensities");
+    const std::string group = "PCD";
+    addValue(app, "--ref-level", "N", parseNumber<int>, request.refinementLevel,
+             fmt::format("refinement level; -1 is the highest (default {})", request.refinementLevel))
+        ->group(group);
+    addValue(app, "--precision", "N", parseNumber<int>, request.precision,
+             fmt::format("significant digits (default {})", request.precision))
+        ->group(group);
+    addValue(app, "--cell-size", "X", finiteNumber, request.cellSize,
+             fmt::format("edge length of a cell (default {})", shortestText(request.cellSize)))
+        ->group(group);
+    app.add_flag("--exact-counts", request.exactCounts, "WIDTH and POINTS count the lines that follow")
+        ->group(group);
+    addExport(app, request.common);
+    finish(app, "Examples:\n"
+                "  tidewatch pcd survey.laz -o survey.pcd --cell-size 0.5\n"
+                "  tidewatch pcd tides.h5 -o 'out/{grid}-{time}.pcd' --time 0:6 --grid 'dune*'");
+}
+
+void addInfo(CLI::App& program, InfoRequest& request) {
+    CLI::App& app = *program.add_subcommand(
+        "info", "tell what the inputs hold: slices, grids, skeletons, fields, fragments");
+    addInputs(app, request.inputs);
+    app.add_flag("--bounds", request.bounds, "read the positions to tell their bounding boxes")
+        ->group("Inputs");
+    addReport(app, request.report, "the answer as JSON");
+    finish(app, "Example:\n  tidewatch info survey.laz tides.h5");
+}
+
+void addBundle(CLI::App& program, BundleRequest& request) {
+    CLI::App& app = *program.add_subcommand("bundle", "write the inputs as one bundle file");
+    addOutput(app, "FILE.h5", filePath, request.output, request.overwrite, "the bundle file to write");
+    app.add_flag("--strict", request.strict, "an error, and no output, where anything would be lost")
+        ->group("Output");
+    addInputs(app, request.inputs);
+    addReport(app, request.report);
+    finish(app, "Example:\n  tidewatch bundle morning.laz --slice-time 6 -o morning.h5");
+}
+
+void addSample(CLI::App& program, SampleRequest& request) {
+    CLI::App& app = *program.add_subcommand("sample", "write a synthetic coastal survey as a bundle file");
+    const std::string group = "Survey";
+    addValue(app, "--points", "N", positiveCount, request.survey.points,
+             fmt::format("points (default {})", request.survey.points))
+        ->group(group);
+    addValue(app, "--seed", "S", parseNumber<std::uint64_t>, request.survey.seed,
+             fmt::format("the same seed gives the same survey (default {})", request.survey.seed))
+        ->group(group);
+    addOutput(app, "FILE.h5", filePath, request.output, request.overwrite, "the bundle file to write");
+    addReport(app, request.report);
+    finish(app, "Example:\n  tidewatch sample --points 100000 -o tides.h5");
+}
+
+/// Insertions, deletions, replacements and swaps of neighbours that lead from one word to the other.
+std::size_t editDistance(std::string_view a, std::string_view b) {
+    std::vector<std::vector<std::size_t>> distance(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) {
+        for (std::size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                distance[i][j] = i + j;
+                continue;
+            }
+            distance[i][j] = std::min({distance[i - 1][j] + 1, distance[i][j - 1] + 1,
+                                       distance[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0U : 1U)});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                distance[i][j] = std::min(distance[i][j], distance[i - 2][j - 2] + 1);
+        }
+    }
+    return distance[a.size()][b.size()];
+}
+
+void checkCommandName(const CLI::App& program, const std::string& name) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : program.get_subcommands({}))
+        names.push_back(command->get_name());
+    if (std::find(names.begin(), names.end(), name) != names.end())
+        return;
+    const auto nearest = std::min_element(names.begin(), names.end(), [&](const auto& a, const auto& b) {
+        return editDistance(name, a) < editDistance(name, b);
+    });
+    constexpr std::size_t slips = 2;
+    throw UsageError(editDistance(name, *nearest) <= slips
+                         ? fmt::format("there is no command \"{}\"; do you mean {}?", name, *nearest)
+                         : fmt::format("there is no command \"{}\"; there are {}", name, joined(names)));
+}
+
+} // namespace
+
+int TextRequest::run() const {
+    writeStandardOutput(text);
+    return 0;
+}
+
+Request parseCommandLine(std::span<const char* const> arguments) {
+    CLI::App program("Exports point clouds of surveys, and shows and bundles them.", "tidewatch");
+    program.formatter(std::make_shared<HelpFormat>());
+    program.set_help_flag("-h,--help", "this text");
+    program.set_version_flag("--version", "tidewatch " TIDEWATCH_VERSION, "the version");
+    program.require_subcommand(1);
+    program.footer("'tidewatch COMMAND --help' tells the options of a command.\n\n"
+                   "Exit status: 0 done; 1 failed; 2 wrong usage; 130 interrupted.");
+
+    PcdRequest pcd;
+    InfoRequest info;
+    BundleRequest bundle;
+    SampleRequest sample;
+    addPcd(program, pcd);
+    addInfo(program, info);
+    addBundle(program, bundle);
+    addSample(program, sample);
+
+    if (arguments.empty())
+        throw UsageError("a command is missing; 'tidewatch --help' lists them");
+    std::vector<std::string> words(arguments.begin(), arguments.end());
+    if (!words.front().starts_with('-'))
+        checkCommandName(program, words.front());
+    for (const std::string& word : words) {
+        if (word == "--")
+            break;
+        // The parser would take the next argument for the missing value.
+        if (word.starts_with("--") && word.ends_with('='))
+            throw UsageError(word + " has no value");
+    }
+    // The parser takes them from the end.
+    std::reverse(words.begin(), words.end());
+    try {
+        program.parse(std::move(words));
+    } catch (const CLI::CallForHelp&) {
+        return TextRequest{program.help()};
+    } catch (const CLI::CallForVersion& version) {
+        return TextRequest{version.what() + std::string("\n")};
+    } catch (const CLI::ParseError& error) {
+        const auto commands = program.get_subcommands();
+        throw UsageError(fmt::format("{}\nTry 'tidewatch {}--help'.", error.what(),
+                                     commands.empty() ? "" : commands.front()->get_name() + " "));
+    }
+    const std::string name = program.get_subcommands().front()->get_name();
+    if (name == "pcd")
+        return pcd;
+    if (name == "info")
+        return info;
+    if (name == "bundle")
+        return bundle;
+    return sample;
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "host/BundleCommand.hpp"
+#include "host/InfoCommand.hpp"
+#include "host/PcdCommand.hpp"
+#include "host/SampleCommand.hpp"
+
+#include <span>
+#include <string>
+#include <variant>
+
+namespace Tidewatch {
+
+/// `--help` or `--version`: a text for standard output.
+struct TextRequest {
+    std::string text;
+
+    [[nodiscard]] int run() const;
+};
+
+/// What the user asks for. Each alternative has `int run() const`, which gives the exit status.
+using Request = std::variant<TextRequest, PcdRequest, InfoRequest, BundleRequest, SampleRequest>;
+
+/// Reads the arguments of the program, its name left out. Throws UsageError.
+[[nodiscard]] Request parseCommandLine(std::span<const char* const> arguments);
+
+} // namespace Tidewatch

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/Interruption.hpp"
+
+#include <atomic>
+#include <csignal>
+
+namespace Tidewatch {
+
+namespace {
+
+std::atomic<bool> requested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may take no lock");
+
+constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
+
+void setAction(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    // Libraries on the way read and write files without a thought for EINTR.
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+extern "C" void noteWish(int) {
+    requested = true;
+    for (const int signal : signals) {
+        struct sigaction current {};
+        sigaction(signal, nullptr, &current);
+        if (current.sa_handler != SIG_IGN)
+            setAction(signal, SIG_DFL);
+    }
+}
+
+} // namespace
+
+void Interruption::install() {
+    for (const int signal : signals) {
+        struct sigaction current {};
+        sigaction(signal, nullptr, &current);
+        // SIGINT is ignored in the background of a script; who sends it there all the same means it.
+        if (signal != SIGHUP || current.sa_handler != SIG_IGN)
+            setAction(signal, noteWish);
+    }
+}
+
+bool Interruption::isRequested() noexcept {
+    return requested;
+}
+
+void Interruption::check() {
+    if (requested)
+        throw Interrupted();
+}
+
+} // namespace Tidewatch

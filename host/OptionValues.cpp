@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/OptionValues.hpp"
+
+#include <limits>
+
+namespace Tidewatch {
+
+std::optional<std::uint64_t> parseByteSize(std::string_view text) {
+    constexpr std::string_view suffixes = "KMGT";
+    unsigned shift = 0;
+    if (!text.empty()) {
+        const char last = text.back();
+        const char upper = last >= 'a' && last <= 'z' ? static_cast<char>(last - 'a' + 'A') : last;
+        if (const std::size_t place = suffixes.find(upper); place != std::string_view::npos) {
+            shift = 10 * (static_cast<unsigned>(place) + 1);
+            text.remove_suffix(1);
+        }
+    }
+    const auto number = parseNumber<std::uint64_t>(text);
+    if (!number || *number > std::numeric_limits<std::uint64_t>::max() >> shift)
+        return std::nullopt;
+    return *number << shift;
+}
+
+std::optional<ConvLib::BasicConverterDefs::TimeRange> parseTimeRange(std::string_view text) {
+    const std::size_t colon = text.find(':');
+    const auto first = parseNumber<double>(text.substr(0, colon));
+    const auto last = colon == std::string_view::npos ? first : parseNumber<double>(text.substr(colon + 1));
+    if (!first || !last || *first > *last)
+        return std::nullopt;
+    return ConvLib::BasicConverterDefs::TimeRange{*first, *last};
+}
+
+} // namespace Tidewatch

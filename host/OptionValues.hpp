@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "convlib/BasicConverterDefs.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <concepts>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include <system_error>
+
+/// The texts that options take, read as values. Nothing here depends on the locale.
+namespace Tidewatch {
+
+/// A whole text as a decimal number; nothing where it is anything else, does not fit T, or is not a number.
+template <class T>
+requires std::integral<T> || std::floating_point<T>
+[[nodiscard]] std::optional<T> parseNumber(std::string_view text) {
+    T value{};
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc() || stop != end)
+        return std::nullopt;
+    if constexpr (std::floating_point<T>) {
+        if (std::isnan(value))
+            return std::nullopt;
+    }
+    return value;
+}
+
+/// A number of bytes: digits, and optionally one of K, M, G, T (powers of 1024; either case). Nothing for
+/// any other text and for more than 64 bits.
+[[nodiscard]] std::optional<std::uint64_t> parseByteSize(std::string_view text);
+
+/// "MIN:MAX", or one value that is both. Nothing for any other text and for MIN above MAX.
+[[nodiscard]] std::optional<ConvLib::BasicConverterDefs::TimeRange> parseTimeRange(std::string_view text);
+
+} // namespace Tidewatch

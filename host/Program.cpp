@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/Program.hpp"
+
+#include "anchor/Error.hpp"
+#include "host/CommandLine.hpp"
+#include "host/Interruption.hpp"
+#include "host/StandardOutput.hpp"
+#include "host/UsageError.hpp"
+#include "readers/registerReaders.hpp"
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <variant>
+
+namespace Tidewatch {
+
+namespace {
+
+enum ExitStatus { failed = 1, wrongUsage = 2, interrupted = 130 };
+
+ExitStatus fail(const std::string& message, ExitStatus status = failed) {
+    const std::string line = "tidewatch: " + message + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    return status;
+}
+
+} // namespace
+
+int runProgram(std::span<const char* const> arguments) {
+    openMissingStandardStreams();
+    // A reader that has gone and a file that grows too large show as errors of the write.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    Interruption::install();
+    try {
+        registerReaders();
+        return std::visit([](const auto& request) { return request.run(); }, parseCommandLine(arguments));
+    } catch (const Interrupted&) {
+        return fail("interrupted; nothing was put in place", interrupted);
+    } catch (const UsageError& error) {
+        return fail(error.what(), wrongUsage);
+    } catch (const std::bad_alloc&) {
+        return fail("there is not enough memory; take less at a time with --time, --grid or --field, "
+                    "or lower --memory-limit and --fragment-points");
+    } catch (const std::exception& error) {
+        return fail(error.what());
+    }
+}
+
+} // namespace Tidewatch

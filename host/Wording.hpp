@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Numbers and names as the program's messages show them. Nothing here depends on the locale.
+namespace Tidewatch {
+
+/// The shortest decimal text that reads back as the same number: "2.5", "1e+22".
+[[nodiscard]] std::string shortestText(double value);
+
+/// A number for people, its digits in groups of three: "1 000 000".
+[[nodiscard]] std::string grouped(std::uint64_t number);
+
+/// A grouped number with what it counts, `what` given in the singular: "1 point", "110 000 points".
+[[nodiscard]] std::string counted(std::uint64_t number, std::string_view what);
+
+/// `grid "dunes" at time 2.5`.
+[[nodiscard]] std::string gridAtTime(std::string_view grid, double time);
+
+[[nodiscard]] std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
+
+/// What the system says of an error number.
+[[nodiscard]] std::string systemMessage(int errorNumber);
+
+} // namespace Tidewatch
