@@ -28,7 +28,7 @@ done
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev libcli11-dev nlohmann-json3-dev libfmt-dev ca-certificates)
+build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev ca-certificates)
 test_packages=(libgtest-dev libgmock-dev hdf5-tools clang-format git locales)
 
 say() { printf 'setup: %s\n' "$*"; }
@@ -180,7 +180,7 @@ install_on_debian() {
 
 # Prints a line for everything that is not there, whichever way it was to get there.
 find_missing() {
-    local command header headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h laszip/laszip_api.h)
+    local command header headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h laszip/laszip_api.h)
     local commands=(g++ cmake ninja pkg-config)
     if ((with_tests)); then
         headers+=(gtest/gtest.h gmock/gmock.h)
