@@ -3,6 +3,7 @@
 
 #include "readers/las/FormatFailure.hpp"
 #include "readers/las/LittleEndian.hpp"
+#include "readers/printable.hpp"
 
 #include <algorithm>
 #include <array>
@@ -67,7 +68,7 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
         used += attribute.size;
         if (used > available)
             failFormat(path, object, "entry {} (\"{}\") ends at byte {}, but a point has {} extra bytes",
-                       index, attribute.name, used, available);
+                       index, printable(attribute.name), used, available);
         if (type >= 1 && type <= scalarTypes) {
             attribute.type = static_cast<Type>(type);
             if ((options & optionScale) != 0)
@@ -78,7 +79,7 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
             const double shift = attribute.shift.value_or(0.0);
             if (!std::isfinite(scale) || scale == 0.0 || !std::isfinite(shift))
                 failFormat(path, object, "entry {} (\"{}\") has the scale {} and the offset {}", index,
-                           attribute.name, scale, shift);
+                           printable(attribute.name), scale, shift);
         }
         attributes.push_back(std::move(attribute));
     }

@@ -29,6 +29,18 @@ PointDecoder::PointDecoder(std::shared_ptr<const LasFile> file)
 
 PointDecoder::~PointDecoder() = default;
 
+void PointDecoder::decode(std::uint64_t first, std::uint64_t count, const Sink& sink, const Tick& tick) {
+    if (count == 0)
+        return;
+    goTo(first, tick);
+    for (std::uint64_t done = 0; done < count;) {
+        const std::span<const Point> block = nextBlock(count - done);
+        done += block.size();
+        sink(block);
+        maybeTick(tick, done);
+    }
+}
+
 void PointDecoder::goTo(std::uint64_t point, const Tick& tick) {
     if (!source_)
         source_ = openSource(file_);

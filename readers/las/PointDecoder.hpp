@@ -4,7 +4,6 @@
 #include "readers/las/LasFile.hpp"
 #include "readers/las/PointSource.hpp"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -22,6 +21,9 @@ namespace Tidewatch::Las {
 /// compression the bytes of a chunk. Not safe for several threads at once.
 class PointDecoder {
 public:
+    /// Takes a block of points; valid during the call.
+    using Sink = std::function<void(std::span<const Point> points)>;
+
     /// Called after every `tickInterval` points or less with the number of points of the range that are done;
     /// may throw to stop, and decode() may be called again afterwards.
     using Tick = std::function<void(std::uint64_t pointsDone)>;
@@ -32,21 +34,10 @@ public:
     explicit PointDecoder(std::shared_ptr<const LasFile> file);
     ~PointDecoder();
 
-    /// Calls sink(const Point&) for the points [first, first + count), which must exist, in order.
-    /// Throws Anchor::FormatError for damaged points, Anchor::FileError where the file cannot be read, is
-    /// gone or has changed since the LasFile was made, and what `tick` and `sink` throw.
-    template <class Sink>
-    void decode(std::uint64_t first, std::uint64_t count, Sink&& sink, const Tick& tick = {}) {
-        if (count == 0)
-            return;
-        goTo(first, tick);
-        for (std::uint64_t done = 0; done < count;) {
-            for (const Point& point : nextBlock(count - done))
-                sink(point);
-            done += blockSize_;
-            maybeTick(tick, std::min(done, count));
-        }
-    }
+    /// Hands the points [first, first + count), which must exist, to `sink`, in order and some hundred at a
+    /// time. Throws Anchor::FormatError for damaged points, Anchor::FileError where the file cannot be read,
+    /// is gone or has changed since the LasFile was made, and what `tick` and `sink` throw.
+    void decode(std::uint64_t first, std::uint64_t count, const Sink& sink, const Tick& tick = {});
 
 private:
     void goTo(std::uint64_t point, const Tick& tick);

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/StrongPtr.hpp"
+#include "readers/las/LasFile.hpp"
+#include "readers/las/Point.hpp"
+#include "sheaf/MemBase.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+namespace Tidewatch {
+
+/// Collects the values of one field while points are being decoded.
+class LasColumn {
+public:
+    virtual ~LasColumn() = default;
+
+    /// Appends the values of a block of points.
+    virtual void take(std::span<const Las::Point> points) = 0;
+
+    /// The array of everything that was taken; the column is empty afterwards.
+    [[nodiscard]] virtual Anchor::StrongPtr<Sheaf::MemBase> finish() = 0;
+};
+
+/// A field that a LAS file becomes: its name, its element type, and how its values are collected.
+struct LasField {
+    std::string name;
+    const std::type_info* elementType;
+    std::size_t elementSize; ///< bytes
+
+    /// Makes a column for a number of points. Empty for the field of colours alone, whose values depend on
+    /// the whole file.
+    std::function<std::unique_ptr<LasColumn>(std::uint64_t points)> makeColumn;
+
+    [[nodiscard]] bool isColours() const noexcept { return !makeColumn; }
+};
+
+/// The fields of a file: those of its point format, then one for each scalar attribute of its extra bytes.
+/// Names are unique and fit to be names of fields.
+[[nodiscard]] std::vector<LasField> lasFields(const Las::LasFile& file);
+
+} // namespace Tidewatch

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "convlib/Reader.hpp"
+
+namespace Tidewatch {
+
+/// Reads LAS and LAZ files, versions 1.0 to 1.4, point formats 0 to 10.
+///
+/// A file becomes one grid, named after the file without its extension, in the slice at
+/// ReadOptions::SliceTime, with the standard chart and one vertex skeleton without refinement entries. Its
+/// points are cut, in file order, into fragments of ReadOptions::FragmentPoints, named "000000", "000001",
+/// ... Fields:
+///
+/// | field | elements | of |
+/// |---|---|---|
+/// | Positions | points | the stored integers * scale + offset, in double precision |
+/// | Intensity, PointSourceID | 16 bits unsigned | every format |
+/// | ReturnNumber, NumberOfReturns, ScanDirectionFlag, EdgeOfFlightLine, UserData | 8 bits unsigned | every
+/// format | | Classification | 8 bits unsigned | the low 5 bits in formats 0 to 5 | | ScanAngleRank | 8 bits
+/// signed; 16 in formats 6 to 10 | whole degrees; steps of 0.006 degrees in formats 6 to 10 | | GPSTime |
+/// double | formats that have it | | RGB | three bytes | formats that have it; divided by 256 where any
+/// channel of the file exceeds 255 | | Reflectance | float | the extra bytes "Reflectance" or
+/// "BSG_Reflectance" | | Amplitude | 16 bits unsigned, or float | the extra bytes "Amplitude", unscaled 16
+/// bits unsigned, or others | | others | as in the file; double with a scale or an offset | one field each
+/// described scalar of the extra bytes |
+///
+/// In the names of extra bytes characters that a name may not hold become "_", an empty name becomes
+/// "ExtraBytesN" (N counting the descriptions from 1), and a name that is taken gets "_2", "_3", ...
+///
+/// Arrays are decoded when they are asked for, all fields of a fragment in one pass. Whether RGB is divided
+/// is found out when RGB is first asked for. The file is opened again for that and must not have changed.
+class TIDEWATCH_API LasReader final : public ConvLib::Reader {
+public:
+    LasReader() = default;
+    ~LasReader() override;
+
+    [[nodiscard]] std::string name() const override;
+    /// By the signature "LASF".
+    [[nodiscard]] bool recognises(const std::string& path, std::span<const std::byte> head) const override;
+    Anchor::StrongPtr<ConvLib::InputReport> read(Sheaf::Bundle& bundle, const std::string& path,
+                                                 const ConvLib::ReadOptions& options) const override;
+};
+
+} // namespace Tidewatch
