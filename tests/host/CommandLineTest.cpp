@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/CommandLine.hpp"
+
+#include "host/UsageError.hpp"
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Tidewatch {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+Request parse(const std::vector<const char*>& arguments) {
+    return parseCommandLine(arguments);
+}
+
+template <class T>
+T parseAs(const std::vector<const char*>& arguments) {
+    return std::get<T>(parse(arguments));
+}
+
+std::string usageError(const std::vector<const char*>& arguments) {
+    try {
+        (void)parse(arguments);
+    } catch (const UsageError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+TEST(CommandLine, PcdWithoutOptionsHasTheDefaultsOfTheExporter) {
+    const auto request = parseAs<PcdRequest>({"pcd", "a.laz", "-o", "a.pcd"});
+    EXPECT_THAT(request.common.inputs.files, ElementsAre("a.laz"));
+    EXPECT_EQ(request.common.output.text(), "a.pcd");
+    EXPECT_EQ(request.refinementLevel, -1);
+    EXPECT_EQ(request.precision, 8);
+    EXPECT_EQ(request.cellSize, 0.1);
+    EXPECT_FALSE(request.exactCounts);
+    EXPECT_FALSE(request.common.overwrite || request.common.strict || request.common.printParameters);
+    EXPECT_EQ(request.common.inputs.sliceTime, 0);
+    EXPECT_EQ(request.common.inputs.fragmentPoints, 1'000'000U);
+    EXPECT_FALSE(request.common.inputs.memoryLimit);
+    EXPECT_EQ(request.common.report.progress, ProgressWish::Automatic);
+    EXPECT_FALSE(request.common.report.quiet || request.common.report.json);
+}
+
+TEST(CommandLine, PcdTakesAllItsOptions) {
+    const auto request = parseAs<PcdRequest>({"pcd",
+                                              "--ref-level",
+                                              "2",
+                                              "--precision",
+                                              "-3",
+                                              "a.laz",
+                                              "--cell-size",
+                                              "-0.5",
+                                              "--exact-counts",
+                                              "--time",
+                                              "-5:-1",
+                                              "--time=7",
+                                              "--grid",
+                                              "[ab]",
+                                              "--grid",
+                                              "b*",
+                                              "--field",
+                                              "Positions",
+                                              "--slice-time",
+                                              "-2.5",
+                                              "--fragment-points",
+                                              "10",
+                                              "--memory-limit",
+                                              "4G",
+                                              "--overwrite",
+                                              "--strict",
+                                              "--print-parameters",
+                                              "--progress",
+                                              "always",
+                                              "-q",
+                                              "--json",
+                                              "--output",
+                                              "{grid}.pcd",
+                                              "b.h5"});
+    EXPECT_THAT(request.common.inputs.files, ElementsAre("a.laz", "b.h5"));
+    EXPECT_EQ(request.refinementLevel, 2);
+    EXPECT_EQ(request.precision, -3);
+    EXPECT_EQ(request.cellSize, -0.5);
+    EXPECT_TRUE(request.exactCounts);
+    ASSERT_EQ(request.common.filters.times.size(), 2U);
+    EXPECT_EQ(request.common.filters.times[0].first, -5);
+    EXPECT_EQ(request.common.filters.times[0].last, -1);
+    EXPECT_EQ(request.common.filters.times[1].first, 7);
+    EXPECT_EQ(request.common.filters.times[1].last, 7);
+    EXPECT_THAT(request.common.filters.grids, ElementsAre("[ab]", "b*"));
+    EXPECT_THAT(request.common.filters.fields, ElementsAre("Positions"));
+    EXPECT_EQ(request.common.inputs.sliceTime, -2.5);
+    EXPECT_EQ(request.common.inputs.fragmentPoints, 10U);
+    EXPECT_EQ(request.common.inputs.memoryLimit, std::uint64_t{4} << 30);
+    EXPECT_TRUE(request.common.overwrite && request.common.strict && request.common.printParameters);
+    EXPECT_EQ(request.common.report.progress, ProgressWish::Always);
+    EXPECT_TRUE(request.common.report.quiet && request.common.report.json);
+    EXPECT_TRUE(request.common.output.isPerGrid());
+}
+
+TEST(CommandLine, ARepeatableOptionTakesOneValueEachTime) {
+    const auto request = parseAs<PcdRequest>({"pcd", "--grid", "a", "b", "--field", "c", "d", "-o", "o"});
+    EXPECT_THAT(request.common.filters.grids, ElementsAre("a"));
+    EXPECT_THAT(request.common.filters.fields, ElementsAre("c"));
+    EXPECT_THAT(request.common.inputs.files, ElementsAre("b", "d"));
+}
+
+TEST(CommandLine, WhatFollowsTwoDashesIsAnInput) {
+    const auto request = parseAs<InfoRequest>({"info", "--json", "--", "-a", "--grid="});
+    EXPECT_TRUE(request.report.json);
+    EXPECT_THAT(request.inputs.files, ElementsAre("-a", "--grid="));
+}
+
+TEST(CommandLine, AnInputMayBeNamedLikeACommand) {
+    EXPECT_THAT(parseAs<InfoRequest>({"info", "pcd", "info"}).inputs.files, ElementsAre("pcd", "info"));
+}
+
+TEST(CommandLine, InfoBundleAndSampleTakeTheirOptions) {
+    EXPECT_TRUE(parseAs<InfoRequest>({"info", "a", "--bounds"}).bounds);
+    const auto bundle = parseAs<BundleRequest>({"bundle", "a", "b", "-o", "c.h5", "--strict", "--overwrite"});
+    EXPECT_THAT(bundle.inputs.files, ElementsAre("a", "b"));
+    EXPECT_EQ(bundle.output, "c.h5");
+    EXPECT_TRUE(bundle.strict && bundle.overwrite);
+    const auto sample = parseAs<SampleRequest>({"sample", "--points", "12", "--seed", "7", "-o", "s.h5"});
+    EXPECT_EQ(sample.survey.points, 12U);
+    EXPECT_EQ(sample.survey.seed, 7U);
+    EXPECT_EQ(sample.output, "s.h5");
+}
+
+TEST(CommandLine, HelpAndVersionAreTexts) {
+    EXPECT_THAT(parseAs<TextRequest>({"--version"}).text, ::testing::StartsWith("tidewatch "));
+    EXPECT_THAT(parseAs<TextRequest>({"--help"}).text, HasSubstr("bundle"));
+    EXPECT_THAT(parseAs<TextRequest>({"-h"}).text, HasSubstr("Usage: tidewatch COMMAND"));
+    for (const char* const command : {"pcd", "info", "bundle", "sample"})
+        EXPECT_THAT(parseAs<TextRequest>({command, "--help"}).text,
+                    HasSubstr(std::string("Usage: tidewatch ") + command));
+    EXPECT_THAT(parseAs<TextRequest>({"pcd", "-h"}).text, HasSubstr("significant digits (default 8)"));
+}
+
+TEST(CommandLine, AMistypedCommandGetsASuggestion) {
+    EXPECT_EQ(usageError({"pdc", "a"}), "there is no command \"pdc\"; do you mean pcd?");
+    EXPECT_EQ(usageError({"sampel"}), "there is no command \"sampel\"; do you mean sample?");
+    EXPECT_EQ(usageError({"frobnicate"}),
+              "there is no command \"frobnicate\"; there are pcd, info, bundle, sample");
+}
+
+TEST(CommandLine, MissingThingsAreNamed) {
+    EXPECT_THAT(usageError({}), HasSubstr("a command is missing"));
+    EXPECT_THAT(usageError({"pcd", "a"}), HasSubstr("--output is required"));
+    EXPECT_THAT(usageError({"pcd", "-o", "a"}), HasSubstr("INPUT is required"));
+    EXPECT_THAT(usageError({"info"}), HasSubstr("INPUT is required"));
+    EXPECT_THAT(usageError({"pcd", "a", "-o"}), HasSubstr("--output"));
+    EXPECT_THAT(usageError({"pcd", "a", "-o", "b", "--grid="}), HasSubstr("--grid= has no value"));
+}
+
+TEST(CommandLine, AnOptionGivenOnceIsRefusedTwice) {
+    EXPECT_THAT(usageError({"pcd", "a", "-o", "b", "--precision", "1", "--precision", "2"}),
+                HasSubstr("--precision"));
+    EXPECT_THAT(usageError({"pcd", "a", "-o", "b", "-o", "c"}), HasSubstr("--output"));
+}
+
+TEST(CommandLine, UnknownOptionsAreRefused) {
+    EXPECT_THAT(usageError({"pcd", "a", "-o", "b", "--frobnicate"}), HasSubstr("--frobnicate"));
+    EXPECT_THAT(usageError({"info", "a", "--precision", "3"}), HasSubstr("--precision"));
+    EXPECT_THAT(usageError({"bundle", "a", "-o", "b", "--grid", "g"}), HasSubstr("--grid"));
+}
+
+TEST(CommandLine, ValuesThatMakeNoSenseAreRefused) {
+    const auto pcd = [](const char* option, const char* value) {
+        return usageError({"pcd", "a", "-o", "b", option, value});
+    };
+    EXPECT_EQ(pcd("--precision", "8.5"), "--precision takes N, not \"8.5\"");
+    EXPECT_THAT(pcd("--ref-level", "99999999999"), HasSubstr("--ref-level takes"));
+    EXPECT_THAT(pcd("--cell-size", "nan"), HasSubstr("--cell-size takes"));
+    EXPECT_THAT(pcd("--cell-size", "inf"), HasSubstr("--cell-size takes"));
+    EXPECT_THAT(pcd("--cell-size", "0,1"), HasSubstr("--cell-size takes"));
+    EXPECT_EQ(pcd("--time", "3:1"), "--time takes MIN:MAX, not \"3:1\"");
+    EXPECT_THAT(pcd("--slice-time", "inf"), HasSubstr("--slice-time takes"));
+    EXPECT_THAT(pcd("--fragment-points", "0"), HasSubstr("--fragment-points takes"));
+    EXPECT_THAT(pcd("--memory-limit", "lots"), HasSubstr("--memory-limit takes SIZE"));
+    EXPECT_THAT(pcd("--progress", "sometimes"), HasSubstr("--progress takes"));
+    EXPECT_THAT(usageError({"sample", "-o", "b", "--points", "0"}), HasSubstr("--points takes"));
+    EXPECT_THAT(usageError({"sample", "-o", "b", "--seed", "-1"}), HasSubstr("--seed takes"));
+}
+
+TEST(CommandLine, OutputsThatNameNoFileAreRefused) {
+    for (const char* const output : {"", "out/", ".", "..", "out/..", "/"})
+        EXPECT_NE(usageError({"pcd", "a", "-o", output}), "no error") << output;
+    EXPECT_THAT(usageError({"bundle", "a", "-o", "out/"}), HasSubstr("names no file"));
+    EXPECT_THAT(usageError({"pcd", "a", "-o", "{name}.pcd"}), HasSubstr("{name} stands for nothing"));
+}
+
+} // namespace
+} // namespace Tidewatch

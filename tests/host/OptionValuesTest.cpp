@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/OptionValues.hpp"
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace Tidewatch {
+namespace {
+
+TEST(ParseNumber, WholeTextsOfTheTypeGiveTheirValue) {
+    EXPECT_EQ(parseNumber<int>("-1"), -1);
+    EXPECT_EQ(parseNumber<int>("010"), 10);
+    EXPECT_EQ(parseNumber<std::uint64_t>("18446744073709551615"), std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(parseNumber<double>("0.1"), 0.1);
+    EXPECT_EQ(parseNumber<double>("-1e3"), -1000.0);
+}
+
+TEST(ParseNumber, AnythingElseGivesNothing) {
+    for (const char* const text : {"", " 1", "1 ", "1x", "0x10", "2147483648", "1.5", "--1", "one"})
+        EXPECT_FALSE(parseNumber<int>(text)) << text;
+    for (const char* const text : {"", "nan", "-nan", "1,5", "1.5m", "1e999", "."})
+        EXPECT_FALSE(parseNumber<double>(text)) << text;
+    EXPECT_FALSE(parseNumber<std::uint64_t>("-1"));
+}
+
+TEST(ParseByteSize, SuffixesArePowersOf1024InEitherCase) {
+    EXPECT_EQ(parseByteSize("0"), 0U);
+    EXPECT_EQ(parseByteSize("512"), 512U);
+    EXPECT_EQ(parseByteSize("1K"), 1024U);
+    EXPECT_EQ(parseByteSize("512M"), 536870912U);
+    EXPECT_EQ(parseByteSize("4g"), 4294967296U);
+    EXPECT_EQ(parseByteSize("2T"), 2199023255552U);
+}
+
+TEST(ParseByteSize, MoreThan64BitsGivesNothing) {
+    EXPECT_EQ(parseByteSize("16777215T"), std::uint64_t{16777215} << 40);
+    EXPECT_FALSE(parseByteSize("16777216T"));
+    EXPECT_FALSE(parseByteSize("18446744073709551616"));
+}
+
+TEST(ParseByteSize, OtherTextsGiveNothing) {
+    for (const char* const text : {"", "M", "1.5G", "-1K", "1KB", "1 M", "1MM", "k1"})
+        EXPECT_FALSE(parseByteSize(text)) << text;
+}
+
+TEST(ParseTimeRange, TwoTimesAreBothEnds) {
+    const auto range = parseTimeRange("-1.5:2e3");
+    ASSERT_TRUE(range);
+    EXPECT_EQ(range->first, -1.5);
+    EXPECT_EQ(range->last, 2000);
+}
+
+TEST(ParseTimeRange, OneTimeIsBothEnds) {
+    const auto range = parseTimeRange("0.1");
+    ASSERT_TRUE(range);
+    EXPECT_EQ(range->first, 0.1);
+    EXPECT_EQ(range->last, 0.1);
+}
+
+TEST(ParseTimeRange, OtherTextsGiveNothing) {
+    for (const char* const text : {"", ":", "1:", ":1", "2:1", "1:2:3", "a:b", "nan", "nan:1", "1-2"})
+        EXPECT_FALSE(parseTimeRange(text)) << text;
+}
+
+} // namespace
+} // namespace Tidewatch
