@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Visibility.hpp"
+#include "sheaf/Bundle.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace Tidewatch {
+
+/// How a bundle file is written.
+struct BundleFileWriteOptions {
+    /// Called before each array with how many of all arrays are done, and some times a second within large
+    /// ones. May throw to stop: the exception passes through, and the file is left unfinished. May be empty.
+    std::function<void(std::uint64_t done, std::uint64_t total)> Progress;
+
+    /// The level of compression, from 1 (fast) to 9 (small) as in zlib; 0 for none. Arrays of a few kilobytes
+    /// are never compressed.
+    unsigned Compression = 4;
+};
+
+/// Writes a bundle as a bundle file (docs/bundle-file.md describes the format): every live slice and grid
+/// with its charts, fragments, skeletons, fields and arrays. The same bundle gives the same bytes.
+///
+/// Arrays are made one at a time and let go of again, so that a bundle larger than memory can be written.
+///
+/// An existing file is overwritten, and a failure leaves an unfinished file behind: write to a name of your
+/// own and rename. Throws Anchor::FileError with path and cause when the file cannot be written, or is open
+/// as a bundle file that is being read; Anchor::ModelError when the bundle holds what the format cannot: a
+/// name that is unfit for a path component, a representation in another skeleton, data with and without
+/// fragments in one field, or an array whose element type is not its field's; and what making an array
+/// throws.
+TIDEWATCH_API void writeBundleFile(const Sheaf::Bundle& bundle, const std::string& path,
+                                   const BundleFileWriteOptions& options = {});
+
+} // namespace Tidewatch

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/// The names that bundle files use, for the reader and the writer.
+namespace Tidewatch::BundleFormat {
+
+inline constexpr const char* formatName = "tidewatch-bundle";
+inline constexpr int version = 1;
+
+// Groups.
+inline constexpr const char* slices = "slices";
+inline constexpr const char* grids = "grids";
+inline constexpr const char* charts = "charts";
+inline constexpr const char* fragments = "fragments";
+inline constexpr const char* skeletons = "skeletons";
+inline constexpr const char* representations = "representations";
+
+// Attributes.
+inline constexpr const char* formatAttribute = "format";
+inline constexpr const char* versionAttribute = "version";
+inline constexpr const char* time = "time";
+inline constexpr const char* overlapLow = "overlap_low";
+inline constexpr const char* overlapHigh = "overlap_high";
+inline constexpr const char* dimension = "dimension";
+inline constexpr const char* refinement = "refinement";
+inline constexpr const char* excluded = "excluded";
+inline constexpr const char* element = "element";
+inline constexpr const char* kind = "kind";
+inline constexpr const char* uniformKind = "uniform";
+inline constexpr const char* origin = "origin";
+inline constexpr const char* spacing = "spacing";
+inline constexpr const char* extents = "extents";
+
+} // namespace Tidewatch::BundleFormat

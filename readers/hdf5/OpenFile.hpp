@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "readers/hdf5/FileDriver.hpp"
+#include "readers/hdf5/Handle.hpp"
+#include "readers/hdf5/Object.hpp"
+
+#include <cstdint>
+#include <string>
+
+#include <sys/stat.h>
+
+namespace Tidewatch::Hdf5 {
+
+/// An HDF5 file that is open for reading, without any file lock.
+///
+/// It keeps one file descriptor. Objects refer to the file, so it has to outlive them.
+class OpenFile {
+public:
+    /// Opens the file. Throws Anchor::FileError when the system refuses, Anchor::FormatError when the library
+    /// does: the file is damaged, cut off or no HDF5 file at all.
+    explicit OpenFile(std::string path);
+
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+    /// The path as it was given.
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+    /// Bytes of the file when it was opened.
+    [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
+
+    /// The root group.
+    [[nodiscard]] Object root() const;
+
+    /// The object of an absolute path inside the file; each link on the way is checked.
+    [[nodiscard]] Object open(const std::string& path) const;
+
+    /// Throws Anchor::FormatError when the file has been written to since it was opened: what the library
+    /// keeps of it in memory and what it reads from now on would not fit together.
+    void requireUnchanged() const;
+
+private:
+    /// The file's state as the system tells it.
+    [[nodiscard]] struct stat look() const;
+
+    std::string path_;
+    FileFailure failure_;
+    FileHandle handle_; // after failure_, which the driver uses until the file is closed
+    std::uint64_t size_ = 0;
+    struct timespec written_ {};
+};
+
+} // namespace Tidewatch::Hdf5

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Visibility.hpp"
+
+namespace Tidewatch {
+
+/// Registers the readers of this library with the process: LAS and LAZ files, then bundle files. Calling it
+/// again changes nothing.
+TIDEWATCH_API void registerReaders();
+
+} // namespace Tidewatch
