@@ -12,8 +12,6 @@ namespace ExportLib {
 
 namespace {
 
-constexpr std::uint64_t tableCellsPerPoint = 4;
-
 std::int32_t narrowed(unsigned long long cellNumber) noexcept {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(cellNumber));
 }
@@ -118,8 +116,6 @@ CellSelector::CellSelector(double cellSize, const std::vector<Geom::PhysicalSpac
 bool CellSelector::supports(Strategy strategy) const noexcept {
     constexpr std::uint64_t narrowEnd = std::uint64_t{1} << 32;
     switch (strategy) {
-    case Strategy::Table:
-        return isNumbered_ && volume_ <= tableCellsPerPoint * points_.size();
     case Strategy::SortNarrow:
         return isNumbered_ && volume_ <= narrowEnd && points_.size() <= narrowEnd;
     case Strategy::SortWide:
@@ -131,17 +127,14 @@ bool CellSelector::supports(Strategy strategy) const noexcept {
 }
 
 CellSelector::Strategy CellSelector::preferred() const noexcept {
-    for (const Strategy strategy : {Strategy::Table, Strategy::SortNarrow, Strategy::SortWide}) {
+    for (const Strategy strategy : {Strategy::SortNarrow, Strategy::SortWide})
         if (supports(strategy))
             return strategy;
-    }
     return Strategy::Compare;
 }
 
 std::vector<unsigned long long> CellSelector::select(Strategy strategy) const {
     switch (strategy) {
-    case Strategy::Table:
-        return selectByTable();
     case Strategy::SortNarrow: {
         auto entries = collect<NarrowEntry>();
         radixSort(entries, volume_);
@@ -177,30 +170,6 @@ std::uint64_t CellSelector::cellOf(std::size_t index) const noexcept {
 /// equal.
 std::uint64_t CellSelector::brightness(std::uint64_t index) const noexcept {
     return hasIntensities_ ? intensities_[index] : 1;
-}
-
-std::vector<unsigned long long> CellSelector::selectByTable() const {
-    // Brightness above the complement of the index: the greatest of these is the brightest point, of equally
-    // bright ones the first. An empty cell has 0, which no point has. No memory holds 2^48 points.
-    constexpr int indexBits = 48;
-    constexpr std::uint64_t indexMask = (std::uint64_t{1} << indexBits) - 1;
-    std::vector<std::uint64_t> best(volume_);
-    std::size_t occupied = 0;
-    for (std::size_t i = 0; i < points_.size(); ++i) {
-        std::uint64_t& entry = best[cellOf(i)];
-        occupied += static_cast<std::size_t>(entry == 0);
-        entry = std::max(entry, brightness(i) << indexBits | (indexMask - i));
-    }
-    std::vector<unsigned long long> result;
-    result.reserve(std::max(points_.size() / 2, occupied));
-    for (const std::uint64_t entry : best) {
-        if (entry != 0) {
-            // Dark cells repeat point 0, see pick().
-            const bool isDark = entry >> indexBits == 0;
-            result.push_back(isDark ? 0 : indexMask - (entry & indexMask));
-        }
-    }
-    return result;
 }
 
 /// One entry for each run of points in the same cell, with the index that wins in it. Scanned clouds have

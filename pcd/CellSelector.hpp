@@ -11,12 +11,15 @@ namespace ExportLib {
 
 /// The inside of reduceData: several ways to the same result, of which one suits a given cloud best.
 ///
+/// All of them bring the points into the order of their cells, after neighbours in the same cell have become
+/// one. A table with an entry for each cell of the box has been tried and is not faster than the narrow sort,
+/// however few the cells.
+///
 /// Refers to the arguments of its construction, which must outlive it; at least one point is required.
 class CellSelector {
 public:
     /// The ways, each possible for fewer clouds than the next.
     enum class Strategy {
-        Table,      ///< one entry of 8 bytes for each cell of the box that the keys span
         SortNarrow, ///< radix sort of cell numbers below 2^32 with indices below 2^32, 8 bytes together
         SortWide,   ///< radix sort of cell numbers below 2^64 with indices, 16 bytes together
         Compare     ///< std::sort of keys with indices, 24 bytes together
@@ -25,8 +28,7 @@ public:
     CellSelector(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
                  const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin);
 
-    /// Whether a strategy can tell the cells and points of this cloud apart. The table is supported for up to
-    /// 32 bytes a point.
+    /// Whether a strategy can tell the cells and points of this cloud apart.
     [[nodiscard]] bool supports(Strategy strategy) const noexcept;
 
     /// The fastest of the supported strategies.
@@ -49,7 +51,6 @@ private:
     [[nodiscard]] std::uint64_t cellOf(std::size_t index) const noexcept;
     [[nodiscard]] std::uint64_t brightness(std::uint64_t index) const noexcept;
 
-    [[nodiscard]] std::vector<unsigned long long> selectByTable() const;
     template <class Entry>
     [[nodiscard]] std::vector<Entry> collect() const;
     template <class Entry>

@@ -37,7 +37,7 @@ namespace ExportLib {
 /// Coordinates and cell sizes may have any value, see quant; a cell size of 0 gives one cell. `upper` is not
 /// used. Throws std::length_error or std::bad_alloc where there is no room for the result or the work on it.
 ///
-/// Cost: linear in the points unless their cells span more than 64 bits, then n log n; up to 48 bytes a point
+/// Cost: linear in the points unless their cells span more than 64 bits, then n log n; up to 40 bytes a point
 /// besides the arguments, the result included.
 [[nodiscard]] std::vector<unsigned long long>
 reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
