@@ -44,9 +44,8 @@ void LineWriter::appendFixedInPieces(T value, int decimals) {
     constexpr int lastBit = std::numeric_limits<T>::digits - std::numeric_limits<T>::min_exponent;
     const int computed = std::min(decimals, lastBit);
     commit(appendFixed(reserve(fixedTextSize<T>(computed)), value, computed));
-    if (computed == decimals || !std::isfinite(value)) {
+    if (computed == decimals || !std::isfinite(value))
         return;
-    }
     for (auto missing = static_cast<std::size_t>(decimals - computed); missing > 0;) {
         const std::size_t piece = std::min(missing, blockSize);
         std::memset(reserve(piece), '0', piece);
@@ -86,9 +85,8 @@ void LineWriter::flushLine() noexcept {
 void LineWriter::handOver() noexcept {
     const auto size = end_ - buffer_.get();
     end_ = buffer_.get();
-    if (size == 0) {
+    if (size == 0)
         return;
-    }
     bytes_ += static_cast<std::uint64_t>(size);
     try {
         stream_.write(buffer_.get(), size);

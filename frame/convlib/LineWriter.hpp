@@ -47,9 +47,8 @@ public:
     /// Gives room for `size` more bytes of the current line, valid until the next call; commit() takes what
     /// was written.
     [[nodiscard]] char* reserve(std::size_t size) {
-        if (static_cast<std::size_t>(limit_ - end_) < size) {
+        if (static_cast<std::size_t>(limit_ - end_) < size)
             makeRoom(size);
-        }
         return end_;
     }
 
@@ -92,9 +91,8 @@ public:
     void endLine() {
         character('\n');
         ++lines_;
-        if (flushEachLine_) {
+        if (flushEachLine_)
             flushLine();
-        }
     }
 
     /// Hands over what is left and flushes the stream. More may be appended afterwards.

@@ -118,9 +118,8 @@ static_assert([] {
     for (int x = -1074; x <= 1023; ++x) {
         const std::int64_t k = floorLog10OfPowerOf2(x);
         const std::int64_t lower = floorLog2OfPowerOf10(k);
-        if (lower > x || (lower == x && k != 0) || floorLog2OfPowerOf10(k + 1) < x) {
+        if (lower > x || (lower == x && k != 0) || floorLog2OfPowerOf10(k + 1) < x)
             return false;
-        }
     }
     return true;
 }());
@@ -164,9 +163,8 @@ constexpr std::uint64_t smallPower(std::int64_t power) {
 /// For the numbers below 10^4 their four digits as text, the first in the lowest byte.
 constexpr std::array<std::uint32_t, 10000> fourDigits = [] {
     std::array<std::uint32_t, 10000> table{};
-    for (std::uint32_t i = 0; i < table.size(); ++i) {
+    for (std::uint32_t i = 0; i < table.size(); ++i)
         table[i] = 0x30303030 + (i / 1000 | i / 100 % 10 << 8 | i / 10 % 10 << 16 | i % 10 << 24);
-    }
     return table;
 }();
 
@@ -185,13 +183,11 @@ std::int64_t significantDigits(std::uint64_t text) {
 
 /// Stores eight characters, the lowest byte first.
 void store(char* out, std::uint64_t text) {
-    if constexpr (std::endian::native == std::endian::little) {
+    if constexpr (std::endian::native == std::endian::little)
         std::memcpy(out, &text, sizeof text);
-    } else {
-        for (int i = 0; i < 8; ++i) {
+    else
+        for (int i = 0; i < 8; ++i)
             out[i] = static_cast<char>(text >> (8 * i));
-        }
-    }
 }
 
 /// A value of magnitude mantissa * 2^exponent, the mantissa's top bit set.
@@ -207,9 +203,8 @@ Normalised normalise(double value) {
     const auto bits = std::bit_cast<std::uint64_t>(value);
     const auto biased = static_cast<std::int64_t>((bits >> 52) & 0x7ff);
     const std::uint64_t fraction = bits & (hiddenBit - 1);
-    if (biased != 0) {
+    if (biased != 0)
         return {(fraction | hiddenBit) << 11, biased - 1086};
-    }
     const int shift = std::countl_zero(fraction);
     return {fraction << shift, -1074 - shift};
 }
@@ -287,9 +282,8 @@ struct Precision {
 inline bool roundByDouble(std::uint64_t magnitude, const Precision& precision, Decimal& decimal) {
     constexpr auto lowest = std::bit_cast<std::uint64_t>(1e-290);
     constexpr auto highest = std::bit_cast<std::uint64_t>(1e290);
-    if (magnitude - lowest >= highest - lowest) {
+    if (magnitude - lowest >= highest - lowest)
         return false;
-    }
     const auto value = std::bit_cast<double>(magnitude);
     std::int64_t exponent = floorLog10OfPowerOf2(static_cast<std::int64_t>(magnitude >> 52) - 1023);
     // Where the power is cut off, a double just below it passes for as large; rounded, it is.
@@ -309,9 +303,8 @@ bool roundByInteger(std::uint64_t magnitude, int digits, Decimal& decimal) {
     const Normalised value = normalise(std::bit_cast<double>(magnitude));
     const std::int64_t binary = value.exponent + 63;
     std::int64_t exponent = floorLog10OfPowerOf2(binary);
-    if (floorLog2OfPowerOf10(exponent + 1) == binary && value.mantissa >= mantissas[exponent + 1]) {
+    if (floorLog2OfPowerOf10(exponent + 1) == binary && value.mantissa >= mantissas[exponent + 1])
         ++exponent;
-    }
     const Rounded rounded = roundScaled(value, digits - 1 - exponent);
     decimal = {rounded.number, exponent};
     carry(decimal, digits);
@@ -335,9 +328,8 @@ inline char* layOutShort(char* out, Decimal decimal, const Precision& precision)
     if (exponent >= 0 && exponent < precision.digits) {
         const std::int64_t whole = exponent + 1;
         store(out, text);
-        if (count <= whole) {
+        if (count <= whole)
             return out + whole;
-        }
         out[whole] = '.';
         store(out + whole + 1, text >> (8 * whole));
         return out + count + 1;
@@ -368,19 +360,17 @@ char* layOutLong(char* out, Decimal decimal, std::int64_t digits) {
     store(text.data() + 1, upper);
     store(text.data() + 9, lower);
     std::int64_t count = 1;
-    if (lower != eightZeros) {
+    if (lower != eightZeros)
         count = 9 + significantDigits(lower);
-    } else if (upper != eightZeros) {
+    else if (upper != eightZeros)
         count = 1 + significantDigits(upper);
-    }
 
     const std::int64_t exponent = decimal.exponent;
     if (exponent >= 0 && exponent < digits) {
         const std::int64_t whole = exponent + 1;
         std::memcpy(out, text.data(), 17);
-        if (count <= whole) {
+        if (count <= whole)
             return out + whole;
-        }
         out[whole] = '.';
         std::memcpy(out + whole + 1, text.data() + whole, 16);
         return out + count + 1;
@@ -405,9 +395,8 @@ char* generalByToChars(char* out, double value, int digits) {
 
 /// The second and the third way, and all that is no matter of rounding.
 char* appendCarefully(char* out, double value, int digits) {
-    if (digits > maxIntegerDigits || !std::isfinite(value)) {
+    if (digits > maxIntegerDigits || !std::isfinite(value))
         return generalByToChars(out, value, digits);
-    }
     *out = '-';
     char* const begin = out + (std::signbit(value) ? 1 : 0);
     if (value == 0) {
@@ -415,9 +404,8 @@ char* appendCarefully(char* out, double value, int digits) {
         return begin + 1;
     }
     Decimal decimal{};
-    if (!roundByInteger(std::bit_cast<std::uint64_t>(std::fabs(value)), digits, decimal)) {
+    if (!roundByInteger(std::bit_cast<std::uint64_t>(std::fabs(value)), digits, decimal))
         return generalByToChars(out, value, digits);
-    }
     return digits <= 8 ? layOutShort(begin, decimal, Precision(digits)) : layOutLong(begin, decimal, digits);
 }
 
@@ -429,16 +417,14 @@ char* appendDigits(char* out, double value, const Precision& precision) {
     const auto bits = std::bit_cast<std::uint64_t>(value);
     constexpr std::uint64_t signBit = std::uint64_t{1} << 63;
     Decimal decimal{};
-    if (!roundByDouble(bits & ~signBit, precision, decimal)) {
+    if (!roundByDouble(bits & ~signBit, precision, decimal))
         return appendCarefully(out, value, static_cast<int>(precision.digits));
-    }
     *out = '-';
     out += bits >> 63;
-    if constexpr (length == Length::upToEight) {
+    if constexpr (length == Length::upToEight)
         return layOutShort(out, decimal, precision);
-    } else {
+    else
         return layOutLong(out, decimal, precision.digits);
-    }
 }
 
 template <class Append>
@@ -470,9 +456,8 @@ char* fixedText(char* out, T value, int decimals) {
     const auto places = static_cast<std::size_t>(decimals < 0 ? 6 : decimals);
     // One bit is left for rounding, of this comparison and of the result. NaN takes the slow way too.
     if (places > maxFastDecimals ||
-        !(std::fabs(value) < static_cast<T>(0x1p62) / static_cast<T>(smallPowers[places]))) {
+        !(std::fabs(value) < static_cast<T>(0x1p62) / static_cast<T>(smallPowers[places])))
         return fixedByToChars(out, value, static_cast<int>(places));
-    }
     *out = '-';
     out += std::signbit(value) ? 1 : 0;
     // These powers of ten are exact, so the rounding is always certain.
@@ -482,9 +467,8 @@ char* fixedText(char* out, T value, int decimals) {
     const std::uint64_t whole = number / smallPowers[places];
     std::uint64_t fraction = number - whole * smallPowers[places];
     out = appendInteger(out, whole);
-    if (places == 0) {
+    if (places == 0)
         return out;
-    }
     *out++ = '.';
     if (places <= 8) {
         store(out, eightDigits(fraction * smallPowers[8 - places]));
@@ -505,14 +489,14 @@ char* appendGeneral(char* out, double value, int precision) noexcept {
 char* appendGeneralRow(char* out, std::span<const double> values, int precision) noexcept {
     const int digits = effectivePrecision(precision);
     if (digits > maxDoubleDigits) {
-        return appendRow(out, values,
-                         [=](char* to, double value) { return appendCarefully(to, value, digits); });
+        return appendRow(
+            out, values, [=](char* to, double value) { return appendCarefully(to, value, digits); });
     }
     const Precision constants(digits);
     if (digits > 8) {
-        return appendRow(out, values, [=](char* to, double value) {
-            return appendDigits<Length::more>(to, value, constants);
-        });
+        return appendRow(
+            out, values,
+            [=](char* to, double value) { return appendDigits<Length::more>(to, value, constants); });
     }
     return appendRow(out, values, [=](char* to, double value) {
         return appendDigits<Length::upToEight>(to, value, constants);

@@ -79,11 +79,10 @@ inline char* appendFixed(char* out, float value, int decimals) noexcept {
 /// Writes an integer in decimal; a character type is written as its number, bool as 0 or 1.
 template <std::integral T>
 char* appendInteger(char* out, T value) noexcept {
-    if constexpr (sizeof(T) < sizeof(int)) {
+    if constexpr (sizeof(T) < sizeof(int))
         return std::to_chars(out, out + integerTextSize, static_cast<int>(value)).ptr;
-    } else {
+    else
         return std::to_chars(out, out + integerTextSize, value).ptr;
-    }
 }
 
 } // namespace ConvLib

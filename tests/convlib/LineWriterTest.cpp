@@ -123,18 +123,15 @@ std::optional<std::uint64_t> writesSoFar() {
     std::ifstream file("/proc/thread-self/io");
     std::string key;
     std::uint64_t value = 0;
-    while (file >> key >> value) {
-        if (key == "syscw:") {
+    while (file >> key >> value)
+        if (key == "syscw:")
             return value;
-        }
-    }
     return std::nullopt;
 }
 
 TEST(LineWriter, FlushingTakesOneWriteForEachLine) {
-    if (!writesSoFar()) {
+    if (!writesSoFar())
         GTEST_SKIP() << "/proc/thread-self/io does not tell the number of writes here";
-    }
     Support::TemporaryFolder folder;
     std::ofstream stream(folder / "out");
     LineWriter lines(stream, true);
@@ -168,9 +165,8 @@ TEST(LineWriter, CountsBytesHandedOverAndLinesEnded) {
 }
 
 TEST(LineWriter, FullDeviceIsReportedAndWritingGoesOn) {
-    if (!std::filesystem::exists("/dev/full")) {
+    if (!std::filesystem::exists("/dev/full"))
         GTEST_SKIP() << "no device /dev/full here";
-    }
     for (const bool flush : {true, false}) {
         std::ofstream stream("/dev/full");
         LineWriter lines(stream, flush);
@@ -194,9 +190,8 @@ TEST(LineWriter, StreamThatCouldNotBeOpenedIsReportedAndWritingGoesOn) {
 }
 
 TEST(LineWriter, StreamSetToThrowDoesNotThrowThroughTheWriter) {
-    if (!std::filesystem::exists("/dev/full")) {
+    if (!std::filesystem::exists("/dev/full"))
         GTEST_SKIP() << "no device /dev/full here";
-    }
     std::ofstream stream("/dev/full");
     stream.exceptions(std::ios::badbit | std::ios::failbit);
     {
@@ -216,9 +211,8 @@ TEST(LineWriter, LineLongerThanABlockIsWrittenWhole) {
         lines.text("begin ");
         const std::string longText(3 * LineWriter::blockSize + 5, 'x');
         lines.text(longText);
-        for (int i = 0; i < 100000; ++i) {
+        for (int i = 0; i < 100000; ++i)
             lines.character('0' + static_cast<char>(i % 10));
-        }
         lines.endLine();
         lines.text("next");
         lines.endLine();

@@ -92,9 +92,8 @@ public:
         const auto text = room_.upTo(end);
         const auto wanted = printer_.general(value, printfPrecision_);
         ++compared_;
-        if (text == wanted && room_.untouchedBehind()) {
+        if (text == wanted && room_.untouchedBehind())
             return true;
-        }
         ADD_FAILURE() << "precision " << precision_ << ", bits " << bitsOf(value) << ": \"" << text
                       << "\" instead of \"" << wanted << "\"";
         return false;
@@ -121,9 +120,8 @@ public:
         const auto wanted = printer_.fixed(
             static_cast<std::conditional_t<std::is_same_v<T, float>, double, T>>(value), decimals_);
         ++compared_;
-        if (text == wanted && room_.untouchedBehind()) {
+        if (text == wanted && room_.untouchedBehind())
             return true;
-        }
         ADD_FAILURE() << decimals_ << " decimals: \"" << text << "\" instead of \"" << wanted << "\"";
         return false;
     }
@@ -157,9 +155,8 @@ std::string integer(T value) {
 /// A precision as part of a test's name.
 std::string nameOf(int precision) {
     std::string name = std::to_string(precision);
-    if (precision < 0) {
+    if (precision < 0)
         name.replace(0, 1, "minus");
-    }
     return name;
 }
 
@@ -184,9 +181,8 @@ double binaryFraction(std::mt19937_64& random) {
 /// The double nearest to a number of that many digits and one half: as hard to round as a double can be.
 double nearTie(std::mt19937_64& random, int digits) {
     std::string text = std::to_string(1 + random() % 9);
-    for (int i = 1; i < std::clamp(digits, 1, 17); ++i) {
+    for (int i = 1; i < std::clamp(digits, 1, 17); ++i)
         text += static_cast<char>('0' + random() % 10);
-    }
     return parsed(text + "5e" + std::to_string(static_cast<int>(random() % 580) - 305));
 }
 
@@ -241,13 +237,11 @@ const std::vector<double>& specialValues() {
             list.push_back(parsed("9.9999995e" + std::to_string(power - 1)));
             list.push_back(parsed("4.5e" + std::to_string(power - 1)));
         }
-        for (int power = -1074; power <= 1023; ++power) {
+        for (int power = -1074; power <= 1023; ++power)
             list.push_back(std::ldexp(1.0, power));
-        }
         const std::size_t positive = list.size();
-        for (std::size_t i = 0; i < positive; ++i) {
+        for (std::size_t i = 0; i < positive; ++i)
             list.push_back(-list[i]);
-        }
         return list;
     }();
     return values;
@@ -261,9 +255,8 @@ TEST_P(GeneralPrecision, TextIsThatOfPrintf) {
     std::mt19937_64 random(static_cast<std::uint64_t>(precision) + 17);
     // Hundreds of digits cost printf microseconds each.
     const int rounds = precision > 20 ? 1000 : 20000;
-    for (const double value : specialValues()) {
+    for (const double value : specialValues())
         ASSERT_TRUE(checker.agrees(value));
-    }
     for (int i = 0; i < rounds; ++i) {
         ASSERT_TRUE(checker.agrees(anyBits(random)));
         ASSERT_TRUE(checker.agrees(decimalLike(random, 17)));
@@ -362,9 +355,8 @@ TEST_P(FixedDecimals, TextIsThatOfPrintf) {
     std::mt19937_64 random(static_cast<std::uint64_t>(decimals) + 29);
     const int rounds = decimals > 20 ? 500 : 15000;
     const auto& values = specialValues();
-    for (std::size_t i = 0; i<values.size(); i += decimals> 20 ? 11 : 1) {
+    for (std::size_t i = 0; i<values.size(); i += decimals> 20 ? 11 : 1)
         ASSERT_TRUE(checker.agrees(values[i]));
-    }
     for (int i = 0; i < rounds; ++i) {
         ASSERT_TRUE(checker.agrees(decimalLike(random, 17)));
         ASSERT_TRUE(checker.agrees(binaryFraction(random)));
