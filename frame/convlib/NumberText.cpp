@@ -489,14 +489,14 @@ char* appendGeneral(char* out, double value, int precision) noexcept {
 char* appendGeneralRow(char* out, std::span<const double> values, int precision) noexcept {
     const int digits = effectivePrecision(precision);
     if (digits > maxDoubleDigits) {
-        return appendRow(
-            out, values, [=](char* to, double value) { return appendCarefully(to, value, digits); });
+        return appendRow(out, values,
+                         [=](char* to, double value) { return appendCarefully(to, value, digits); });
     }
     const Precision constants(digits);
     if (digits > 8) {
-        return appendRow(
-            out, values,
-            [=](char* to, double value) { return appendDigits<Length::more>(to, value, constants); });
+        return appendRow(out, values, [=](char* to, double value) {
+            return appendDigits<Length::more>(to, value, constants);
+        });
     }
     return appendRow(out, values, [=](char* to, double value) {
         return appendDigits<Length::upToEight>(to, value, constants);
