@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/StrongPtr.hpp"
+#include "geom/Color.hpp"
+#include "geom/PhysicalSpace.hpp"
+#include "sheaf/TypedArray.hpp"
+
+#include <map>
+#include <span>
+#include <string>
+#include <string_view>
+#include <typeinfo>
+
+namespace ExportLib {
+
+/// The arrays of one fragment that become LAS attributes, each in a slot of its own and held there until the
+/// slots are cleared.
+///
+/// A slot holds the array, not only the chunk of memory in it: the memory cache goes by who holds the array
+/// when it counts, and when it looks for something to drop.
+class CaptureSlots {
+public:
+    template <class T>
+    using Slot = Anchor::StrongPtr<Sheaf::TypedArray<T>>;
+
+    Slot<Geom::PhysicalSpace::point> positions;
+    Slot<unsigned char> classification;
+    Slot<unsigned short> intensity;
+    Slot<unsigned char> returnNumber;
+    Slot<unsigned char> numberOfReturns;
+    Slot<unsigned char> edgeOfFlightLine;
+    Slot<signed char> scanAngleRank;
+    Slot<short> scanAngle;
+    Slot<unsigned char> scanDirectionFlag;
+    Slot<unsigned char> userData;
+    Slot<unsigned short> pointSourceID;
+    Slot<double> gpsTime;
+    Slot<Geom::RGB<unsigned char>> rgb;
+    Slot<float> reflectance;
+    Slot<unsigned short> amplitude;
+    Slot<float> amplitudeFloat;
+
+    /// Puts an array into the slot of a LAS attribute. An array of another element type than the attribute
+    /// takes, and a name that is no attribute's, change nothing.
+    void capture(std::string_view lasName, const Anchor::StrongPtr<Anchor::Cacheable>& data);
+
+    /// Lets go of all arrays.
+    void clear() { *this = {}; }
+
+    /// Whether capture() would take an array of that element type under that name.
+    [[nodiscard]] static bool takes(std::string_view lasName, const std::type_info& elementType);
+
+    /// The attributes that fields of the same name become when nothing else is asked for.
+    [[nodiscard]] static std::map<std::string, std::string> defaultNames();
+};
+
+/// The elements in a slot; none for an empty slot.
+template <class T>
+[[nodiscard]] std::span<const T> elements(const CaptureSlots::Slot<T>& slot) noexcept {
+    return slot ? std::span<const T>(slot->base_vector()) : std::span<const T>();
+}
+
+} // namespace ExportLib

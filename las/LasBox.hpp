@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/ReferenceBase.hpp"
+#include "anchor/StrongPtr.hpp"
+#include "convlib/WrittenFile.hpp"
+#include "geom/BoundingBox.hpp"
+#include "las/CaptureSlots.hpp"
+#include "sheaf/Grid.hpp"
+#include "sheaf/Representation.hpp"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <laswriter.hpp>
+
+namespace ExportLib {
+
+/// One output file: its header, the point that all its points are written through, its writer and its counts.
+///
+/// The constructor completes the header and makes the file, the destructor writes the counts and closes it.
+/// Between them fragments are captured and written, one after the other, on one thread.
+class LasBox : public Anchor::ReferenceBase<LasBox> {
+public:
+    /// Told once, when the file is complete or has failed; never for a version without a file.
+    using Report = std::function<void(const ConvLib::WrittenFile& file)>;
+
+    /// `day` and `year` are those of setCreationDate(); an axis on which the box is empty counts as 0 to 0.
+    /// Records get a colour where the representation has a field "RGB", and extra bytes where the grid has
+    /// fields "Reflectance" and "Amplitude", whatever the element types of these fields are. Every point gets
+    /// the point source ID where it is greater than 0.
+    ///
+    /// With a version other than 2, 3 and 4 there is no file, and points are not written. Nothing is thrown
+    /// for a file that cannot be made.
+    LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
+           const Sheaf::Representation& representation, std::string fileName, const int& version,
+           const int& pointSourceID, const Anchor::StrongPtr<Sheaf::Grid>& grid, Report report);
+    ~LasBox() override;
+    LasBox(const LasBox&) = delete;
+    LasBox& operator=(const LasBox&) = delete;
+
+    /// How many boxes this process made before this one.
+    [[nodiscard]] int number() const noexcept { return number_; }
+    [[nodiscard]] const LASheader& header() const noexcept { return header_; }
+    [[nodiscard]] CaptureSlots& slots() noexcept { return slots_; }
+
+    /// Where the attributes begin in the extra bytes; -1 without them.
+    [[nodiscard]] I32 reflectanceStart() const noexcept { return reflectanceStart_; }
+    [[nodiscard]] I32 amplitudeStart() const noexcept { return amplitudeStart_; }
+
+    /// Writes `count` points from the slots. An attribute without an array, or beyond the end of its array,
+    /// keeps what the point before had. Warns on the console of return numbers that the format cannot hold.
+    void writePoints(std::uint32_t count);
+
+private:
+    void addAttributes();
+    void finish() noexcept;
+    template <bool isExtended>
+    std::uint64_t writePointsOf(std::uint32_t count);
+
+    int number_;
+    int version_;
+    std::string fileName_;
+    int pointSourceID_;
+    Anchor::StrongPtr<Sheaf::Grid> grid_;
+    Report report_;
+    /// Points of each return, the first in place 0. LAS 1.2 and 1.3 have room for 5; what the places behind
+    /// count never reaches their headers.
+    std::array<std::uint32_t, 15> pointsByReturn_{};
+    LASheader header_;
+    LASwriteOpener opener_;
+    LASpoint point_;
+    std::unique_ptr<LASwriter> writer_;
+    std::uint64_t total_ = 0;
+    I32 reflectanceStart_ = -1;
+    I32 amplitudeStart_ = -1;
+    bool hasAttributes_ = false;
+    bool failed_ = false;
+    CaptureSlots slots_;
+};
+
+} // namespace ExportLib

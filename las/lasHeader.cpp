@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "las/lasHeader.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+namespace ExportLib {
+
+namespace {
+
+/// U16 in LASlib's list of attribute types.
+constexpr U32 unsigned16 = 2;
+
+I32 addAttribute(LASheader& header, const LASattribute& attribute) {
+    const I32 index = header.add_attribute(attribute);
+    header.update_extra_bytes_vlr();
+    // The size of all attributes so far is added, not that of the new one, so a file with both has two bytes
+    // in each record that nothing describes. Readers of these files have come to expect records of that
+    // length: keep it.
+    header.point_data_record_length =
+        static_cast<U16>(header.point_data_record_length + header.get_attributes_size());
+    return header.get_attribute_start(index);
+}
+
+} // namespace
+
+bool setVersion(LASheader& header, int version) {
+    if (version < 2 || version > 4)
+        return false;
+    const bool isExtended = version == 4;
+    header.version_major = 1;
+    header.version_minor = static_cast<U8>(version);
+    header.point_data_format = isExtended ? 6 : 1;
+    header.point_data_record_length = isExtended ? 30 : 28;
+    header.header_size = isExtended ? 375 : version == 3 ? 235 : 227;
+    header.offset_to_point_data = header.header_size;
+    return true;
+}
+
+double quantizedCorner(double value) noexcept {
+    return std::round(value * 4000.0) * coordinateStep;
+}
+
+void setExtent(LASheader& header, const std::array<double, 3>& lower, const std::array<double, 3>& upper) {
+    header.x_scale_factor = coordinateStep;
+    header.y_scale_factor = coordinateStep;
+    header.z_scale_factor = coordinateStep;
+    header.min_x = quantizedCorner(lower[0]);
+    header.min_y = quantizedCorner(lower[1]);
+    header.min_z = quantizedCorner(lower[2]);
+    header.max_x = quantizedCorner(upper[0]);
+    header.max_y = quantizedCorner(upper[1]);
+    header.max_z = quantizedCorner(upper[2]);
+    const auto offset = [](double low, double high) { return std::floor((low + high) / 2); };
+    header.x_offset = offset(header.min_x, header.max_x);
+    header.y_offset = offset(header.min_y, header.max_y);
+    header.z_offset = offset(header.min_z, header.max_z);
+}
+
+void setIdentification(LASheader& header) {
+    std::snprintf(header.generating_software, sizeof header.generating_software, "%.9s", "Tidewatch");
+    std::snprintf(header.system_identifier, sizeof header.system_identifier, "%.20s", "BluestoneSurveyGroup");
+}
+
+void setCreationDate(LASheader& header, int day, int year) {
+    if (day == 0 && year == 0) {
+        const std::time_t now = std::time(nullptr);
+        std::tm today{};
+        ::localtime_r(&now, &today);
+        // Counted from 0, where the LAS format counts from 1: files have been dated that way from the first
+        // one on, and those who compare dates count on it.
+        day = today.tm_yday;
+        year = today.tm_year + 1900;
+    }
+    header.file_creation_day = static_cast<U16>(day);
+    header.file_creation_year = static_cast<U16>(year);
+}
+
+void addColor(LASheader& header) {
+    // Formats 1 and 6 become 2 and 7. Format 2 has no GPS time, so its 8 bytes stay behind as extra bytes.
+    header.point_data_format = static_cast<U8>(header.point_data_format + 1);
+    header.point_data_record_length = static_cast<U16>(header.point_data_record_length + 6);
+}
+
+I32 addReflectance(LASheader& header) {
+    LASattribute attribute(unsigned16, "BSG_Reflectance", "Reflectance between -25:5 [-]");
+    attribute.set_scale(1.0 / 2184.0);
+    attribute.set_offset(-25.0);
+    return addAttribute(header, attribute);
+}
+
+I32 addAmplitude(LASheader& header) {
+    LASattribute attribute(unsigned16, "Amplitude", "Amplitude between 0:65536 [-]");
+    attribute.set_scale(1.0);
+    attribute.set_offset(0.0);
+    return addAttribute(header, attribute);
+}
+
+void setPointCounts(LASheader& header, std::uint64_t total, std::span<const std::uint32_t, 15> counts) {
+    if (header.version_minor == 4) {
+        header.extended_number_of_point_records = total;
+        std::copy(counts.begin(), counts.end(), header.extended_number_of_points_by_return);
+    } else {
+        header.number_of_point_records = static_cast<U32>(total);
+        std::copy_n(counts.begin(), 5, header.number_of_points_by_return);
+    }
+}
+
+} // namespace ExportLib

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+#include <lasdefinitions.hpp>
+
+/// The header of a LAS file as the exporter writes it, in terms of LASlib and plain numbers.
+///
+/// The functions stand in the order in which a header is put together; each needs the ones before it.
+/// Sources: LAS 1.4 R15, tables 3 (public header block), 7 (variable length records) and 24 (extra bytes).
+namespace ExportLib {
+
+/// The step between neighbouring coordinates, in coordinate units, on all axes.
+constexpr double coordinateStep = 0.00025;
+
+/// Sets version, point format and sizes for LAS 1.2, 1.3 or 1.4 (2, 3 or 4); false, and nothing is set, for
+/// any other number.
+[[nodiscard]] bool setVersion(LASheader& header, int version);
+
+/// A corner rounded to whole steps (half a step away from zero).
+[[nodiscard]] double quantizedCorner(double value) noexcept;
+
+/// Sets extent, scale and offsets from the corners (x, y, z) of the box around the points. Offsets are the
+/// box's centre rounded down to whole numbers.
+void setExtent(LASheader& header, const std::array<double, 3>& lower, const std::array<double, 3>& upper);
+
+/// Sets the two texts that say what wrote the file.
+void setIdentification(LASheader& header);
+
+/// Sets the date of creation, cutting both numbers to 16 bits; 0 and 0 stand for today, in local time.
+void setCreationDate(LASheader& header, int day, int year);
+
+/// Makes room for a colour in each record.
+void addColor(LASheader& header);
+
+/// Make room for an attribute in each record's extra bytes and describe it; give the place where it begins
+/// there.
+I32 addReflectance(LASheader& header);
+I32 addAmplitude(LASheader& header);
+
+/// Sets the number of points, and how many there are of each return: counts[0] of the first. LAS 1.4 takes
+/// all 15 and 64 bits; older versions take 5, and the low 32 bits of the number.
+void setPointCounts(LASheader& header, std::uint64_t total, std::span<const std::uint32_t, 15> counts);
+
+} // namespace ExportLib

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OutputFile.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+// Large enough that the system's cost per call vanishes, small enough to stay in the processor's cache.
+constexpr std::size_t blockSize = 262144;
+static_assert(blockSize >= OutputFile::pieceLimit);
+
+} // namespace
+
+OutputFile::OutputFile(const char* name)
+    : block_(std::make_unique_for_overwrite<char[]>(blockSize)),
+      descriptor_(::open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+    setp(block_.get(), block_.get() + blockSize);
+}
+
+OutputFile::~OutputFile() {
+    close();
+}
+
+void OutputFile::flush() {
+    const auto bytes = static_cast<std::size_t>(pptr() - pbase());
+    for (std::size_t done = 0; done < bytes && !failed_;) {
+        const ssize_t written =
+            ::pwrite(descriptor_, pbase() + done, bytes - done, static_cast<off_t>(blockBegin_ + done));
+        if (written > 0)
+            done += static_cast<std::size_t>(written);
+        else if (written == 0 || errno != EINTR)
+            failed_ = true;
+    }
+    blockBegin_ += bytes;
+    end_ = std::max(end_, blockBegin_);
+    setp(block_.get(), block_.get() + blockSize);
+}
+
+void OutputFile::seek(U64 position) {
+    flush();
+    blockBegin_ = position;
+}
+
+void OutputFile::seekEnd() {
+    flush();
+    blockBegin_ = end_;
+}
+
+bool OutputFile::close() {
+    if (descriptor_ >= 0) {
+        flush();
+        // Some file systems tell only here that a block did not find room.
+        if (::close(descriptor_) != 0)
+            failed_ = true;
+        descriptor_ = -1;
+    }
+    return !failed_;
+}
+
+OutputFile::int_type OutputFile::overflow(int_type character) {
+    flush();
+    if (!traits_type::eq_int_type(character, traits_type::eof())) {
+        *pptr() = traits_type::to_char_type(character);
+        pbump(1);
+    }
+    return traits_type::not_eof(character);
+}
+
+int OutputFile::sync() {
+    return 0;
+}
+
+OutputFile::pos_type OutputFile::seekoff(off_type offset, std::ios_base::seekdir from,
+                                         std::ios_base::openmode) {
+    if (from == std::ios_base::cur && offset == 0)
+        return static_cast<pos_type>(static_cast<off_type>(position()));
+    if (from == std::ios_base::end)
+        seekEnd();
+    else if (from == std::ios_base::beg)
+        seek(0);
+    seek(static_cast<U64>(static_cast<off_type>(position()) + offset));
+    return static_cast<pos_type>(static_cast<off_type>(position()));
+}
+
+OutputFile::pos_type OutputFile::seekpos(pos_type position, std::ios_base::openmode which) {
+    return seekoff(static_cast<off_type>(position), std::ios_base::beg, which);
+}

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "LazEncoder.hpp"
+#include "OutputFile.hpp"
+#include "laswriter.hpp"
+
+#include <optional>
+#include <ostream>
+
+/// Writes LAS and LAZ files.
+///
+/// A file is the header block, the header's variable length records, for LAZ one more that describes the
+/// compression, and the points. Plain points are packed record by record into the file's block; compressed
+/// ones go through the LASzip library, which writes chunks of 50 000 points and ends with their table.
+class LASwriterLAS final : public LASwriter {
+public:
+    LASwriterLAS() = default;
+    ~LASwriterLAS() override;
+
+    /// Makes the file and writes everything that stands before the points. False, with a message on standard
+    /// error, where that is not possible.
+    bool open(const CHAR* fileName, const LASheader& header, bool compressed);
+
+    BOOL write_point(const LASpoint* point) override;
+    BOOL update_header(const LASheader* header, BOOL use_inventory, BOOL update_extra_bytes) override;
+    I64 close(BOOL update_npoints) override;
+
+private:
+    void append(std::span<const char> bytes);
+    void overwrite(U64 position, std::span<const char> bytes);
+    [[nodiscard]] bool isHealthy() const noexcept;
+
+    std::optional<OutputFile> file_;
+    std::optional<std::ostream> stream_;
+    std::optional<LazEncoder> encoder_;
+    bool encoderFailed_ = false;
+    U8 format_ = 0;
+    U8 versionMinor_ = 0;
+    U16 recordLength_ = 0;
+    /// Where the content of the record of attributes begins in the file; 0 where there is none.
+    U64 attributesBegin_ = 0;
+};
