@@ -193,7 +193,7 @@ find_missing() {
     have g++ || return 0
 
     local hdf5_flags=()
-    read -ra hdf5_flags < <(pkg-config --cflags hdf5 2>/dev/null || pkg-config --cflags hdf5-serial 2>/dev/null) || true
+    read -ra hdf5_flags < <(pkg-config --cflags hdf5-serial 2>/dev/null || pkg-config --cflags hdf5 2>/dev/null) || true
     for header in "${headers[@]}"; do
         printf '#if !__has_include(<%s>)\nthe header <%s>\n#endif\n' "$header" "$header"
     done | g++ -std=c++20 "${hdf5_flags[@]}" -E -P -x c++ - | sed '/^$/d'
