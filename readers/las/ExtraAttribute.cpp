@@ -60,7 +60,7 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
         const std::uint8_t options = entry[Place::options];
         if (type > highestType)
             failFormat(path, object, "entry {} (\"{}\") has the data type {}, which is not known", index,
-                       attribute.name, type);
+                       printable(attribute.name), type);
         attribute.size = sizeOf(type, options);
         if (attribute.size == 0)
             continue;
