@@ -10,6 +10,9 @@
 #include <cstddef>
 #include <filesystem>
 #include <map>
+#include <memory>
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -20,6 +23,10 @@ namespace Tidewatch {
 namespace fs = std::filesystem;
 
 namespace {
+
+fs::path relativeTo(const StagingFolder& folder, const ConvLib::WrittenFile& file) {
+    return fs::path(file.path).lexically_relative(folder.path());
+}
 
 class Export {
 public:
@@ -44,6 +51,8 @@ public:
 private:
     bool runOnce(const RunScope& scope);
     void collectFiles(ExportRun& run, const StagingFolder& folder);
+    void noteFile(const ExportRun& run, const std::string& path, const ConvLib::WrittenFile& written,
+                  const std::vector<const RunWatch::Visit*>& grids);
     void noteProperties();
     [[nodiscard]] std::string whyNothing() const;
 
@@ -132,39 +141,47 @@ void Export::collectFiles(ExportRun& run, const StagingFolder& folder) {
     for (const fs::path& file : files)
         placement_.add(folder.path() / file, target(file));
 
-    std::map<fs::path, std::vector<const RunWatch::Visit*>> grids;
-    std::map<fs::path, const ConvLib::WrittenFile*> lastRecord;
+    std::map<fs::path, std::vector<const RunWatch::Visit*>> gridsOf;
     for (const RunWatch::Visit& visit : run.watch().visits()) {
         if (!visit.hasFiles()) {
             skipped_.push_back(gridAtTime(visit.grid, visit.time) + ": " + run.whySkipped(visit));
             losses_.add("skipped", skipped_.back() + "; it is not exported");
         }
         for (std::size_t number = visit.firstFile; number != visit.endFile; ++number) {
-            const fs::path relative = fs::path(record[number].path).lexically_relative(folder.path());
-            auto& ofFile = grids[relative];
-            if (ofFile.empty() || ofFile.back() != &visit)
-                ofFile.push_back(&visit);
-            lastRecord[relative] = &record[number];
+            auto& grids = gridsOf[relativeTo(folder, record[number])];
+            if (grids.empty() || grids.back() != &visit)
+                grids.push_back(&visit);
         }
     }
-    for (const fs::path& file : files) {
-        const auto& ofFile = grids[file];
-        const ConvLib::WrittenFile& written = *lastRecord.at(file);
-        const RunWatch::Visit& last = *ofFile.back();
-        const std::string path = target(file).string();
-        report_.summary().files.push_back(
-            {path, written.items, written.bytes, std::string(command_.unit()), last.grid, last.time});
+    std::map<fs::path, const ConvLib::WrittenFile*> lastRecord;
+    for (const ConvLib::WrittenFile& file : record)
+        lastRecord[relativeTo(folder, file)] = &file;
+    for (const fs::path& file : files)
+        noteFile(run, target(file).string(), *lastRecord.at(file), gridsOf[file]);
+}
+
+void Export::noteFile(const ExportRun& run, const std::string& path, const ConvLib::WrittenFile& written,
+                      const std::vector<const RunWatch::Visit*>& grids) {
+    Summary::File file{path,         written.items, written.bytes, std::string(command_.unit()),
+                       std::nullopt, std::nullopt};
+    if (!grids.empty()) {
+        const RunWatch::Visit& last = *grids.back();
+        file.grid = last.grid;
+        file.time = last.time;
         run.findLosses(last, losses_);
-        if (ofFile.size() == 1)
-            continue;
-        std::vector<std::string> replaced;
-        for (std::size_t number = 0; number + 1 < ofFile.size(); ++number)
-            replaced.push_back(gridAtTime(ofFile[number]->grid, ofFile[number]->time));
-        losses_.add(
-            "overwritten",
-            fmt::format("{} holds {}, which overwrote {}; {{grid}} or {{time}} in OUTPUT keeps them apart",
-                        path, gridAtTime(last.grid, last.time), joined(replaced)));
     }
+    report_.summary().files.push_back(std::move(file));
+    if (grids.size() < 2)
+        return;
+    std::vector<std::string> replaced;
+    for (const RunWatch::Visit* const grid : grids)
+        replaced.push_back(gridAtTime(grid->grid, grid->time));
+    const std::string last = std::move(replaced.back());
+    replaced.pop_back();
+    losses_.add(
+        "overwritten",
+        fmt::format("{} holds {}, which overwrote {}; {{grid}} or {{time}} in OUTPUT keeps them apart", path,
+                    last, joined(replaced)));
 }
 
 void Export::noteProperties() {

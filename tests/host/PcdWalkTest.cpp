@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/PcdWalk.hpp"
 
-#include "convlib/Reader.hpp"
+#include "host/BuildingReader.hpp"
 #include "host/Guarded.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/BundleBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 
-#include <functional>
+#include <stdexcept>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -19,38 +19,6 @@ namespace {
 
 using Support::GridBuilder;
 using Support::Points;
-
-class BuiltReport final : public ConvLib::InputReport {
-public:
-    explicit BuiltReport(std::string file) : file_(std::move(file)) {}
-    std::string file() const override { return file_; }
-    std::string kind() const override { return "built"; }
-    std::string grid() const override { return "stepped"; }
-    std::vector<std::string> notCarried() const override { return {}; }
-    std::optional<Geom::PhysicalSpace::vector> coordinateStep() const override {
-        return Geom::PhysicalSpace::vector{0.25, 0.5, 1};
-    }
-
-private:
-    std::string file_;
-};
-
-/// Fills a bundle by a function of the test's, whatever the file holds.
-class BuildingReader final : public ConvLib::Reader {
-public:
-    using Build = std::function<void(Sheaf::Bundle&, const std::string&)>;
-    explicit BuildingReader(Build build) : build_(std::move(build)) {}
-    std::string name() const override { return "builder of a test"; }
-    bool recognises(const std::string&, std::span<const std::byte>) const override { return true; }
-    Anchor::StrongPtr<ConvLib::InputReport> read(Sheaf::Bundle& bundle, const std::string& path,
-                                                 const ConvLib::ReadOptions&) const override {
-        build_(bundle, path);
-        return Anchor::makeStrong<BuiltReport>(path);
-    }
-
-private:
-    Build build_;
-};
 
 /// Runs the exporter under a walk over what the function builds.
 class Walked {
@@ -82,12 +50,10 @@ public:
 private:
     Inputs read(BuildingReader::Build build) {
         Support::writeBytes(folder_ / "input", "x");
-        ConvLib::registerReader(Anchor::makeStrong<BuildingReader>(std::move(build)));
+        const ScopedReader reader(std::move(build));
         InputOptions options;
         options.files = {folder_ / "input"};
-        Inputs inputs(options, {});
-        ConvLib::unregisterReader("builder of a test");
-        return inputs;
+        return Inputs(options, {});
     }
 
     Support::TemporaryFolder folder_;

@@ -1,0 +1,612 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The built program from outside: what users see.
+#include "host/Json.hpp"
+#include "host/ProgramRunner.hpp"
+#include "pcd/ExportPointCloudToPCD.hpp"
+#include "readers/BundleFileWriter.hpp"
+#include "support/BundleBuilder.hpp"
+#include "support/TemporaryFolder.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+namespace Tidewatch {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Support::GridBuilder;
+using Support::Points;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+Points randomPoints(std::size_t count, unsigned seed = 1) {
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int> thousandths(0, 999'999);
+    Points points;
+    for (std::size_t number = 0; number < count; ++number)
+        points.push_back(
+            {thousandths(random) / 1000.0, thousandths(random) / 1000.0, thousandths(random) / 1000.0});
+    return points;
+}
+
+/// Two grids at time 0 and one at 6.5, intensities and another field in the first.
+Anchor::StrongPtr<Sheaf::Bundle> smallBundle() {
+    auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder(*bundle, 0, "dunes")
+        .field("Positions", "0", randomPoints(100, 1))
+        .field("Positions", "1", randomPoints(50, 2))
+        .field("Intensity", "0", std::vector<unsigned short>(100, 7))
+        .field("Intensity", "1", std::vector<unsigned short>(50, 900))
+        .field("GPSTime", "0", std::vector<double>(100, 0.5));
+    GridBuilder(*bundle, 0, "flats").field("Positions", "", randomPoints(30, 3));
+    GridBuilder(*bundle, 6.5, "dunes").field("Positions", "", randomPoints(20, 4));
+    return bundle;
+}
+
+/// The bytes that the exporter itself writes for a bundle.
+std::string exported(const Anchor::StrongPtr<Sheaf::Bundle>& bundle,
+                     const std::function<void(ExportLib::ExportPointCloudToPCD&)>& set = {}) {
+    const Support::TemporaryFolder folder;
+    ExportLib::ExportPointCloudToPCD exporter;
+    exporter.bundleptr = bundle;
+    exporter.OutputPath = folder / "x.pcd";
+    if (set)
+        set(exporter);
+    EXPECT_TRUE(exporter.Run());
+    return Support::readBytes(folder / "x.pcd");
+}
+
+std::size_t lines(const std::string& text) {
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+class ProgramTest : public ::testing::Test {
+protected:
+    ProgramResult run(const ProgramRunner::Arguments& arguments,
+                      const std::function<void()>& prepare = {}) const {
+        return ProgramRunner::run(place_.path(), arguments, prepare);
+    }
+
+    void write(const std::string& name, const Anchor::StrongPtr<Sheaf::Bundle>& bundle) const {
+        BundleFileWriteOptions options;
+        options.Compression = 0;
+        writeBundleFile(*bundle, place_ / name, options);
+    }
+    void writeSmall() const { write("in.h5", smallBundle()); }
+
+    std::string read(const std::string& name) const { return Support::readBytes(place_ / name); }
+
+    /// Names of everything in the folder, folders included, ascending.
+    std::vector<std::string> names() const {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::recursive_directory_iterator(place_.path()))
+            found.push_back(entry.path().lexically_relative(place_.path()));
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+
+    /// A file of the shared samples; skips the test where they are absent.
+    static std::string shared(const std::string& name) {
+        return std::string(TIDEWATCH_SHARED_DIR "/data/") + name;
+    }
+
+    Support::TemporaryFolder place_;
+};
+
+#define TIDEWATCH_NEED_SHARED(NAME)                                                                          \
+    if (!fs::exists(shared(NAME)))                                                                           \
+    GTEST_SKIP() << shared(NAME) << " is absent"
+
+// Usage
+
+TEST_F(ProgramTest, WrongUsageHasStatusTwoAndAMessage) {
+    for (const ProgramRunner::Arguments& arguments :
+         std::vector<ProgramRunner::Arguments>{{},
+                                               {"pdc"},
+                                               {"pcd"},
+                                               {"pcd", "in.h5"},
+                                               {"pcd", "in.h5", "-o", "a", "--precision", "many"},
+                                               {"pcd", "in.h5", "-o", "{what}.pcd"},
+                                               {"info", "in.h5", "--nonsense"},
+                                               {"las", "in.h5", "-o", "a.laz"}}) {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 2) << ::testing::PrintToString(arguments);
+        EXPECT_THAT(result.err, StartsWith("tidewatch: "));
+        EXPECT_EQ(result.out, "");
+    }
+}
+
+TEST_F(ProgramTest, HelpAndVersionGoToStandardOutput) {
+    for (const ProgramRunner::Arguments& arguments : std::vector<ProgramRunner::Arguments>{
+             {"--help"}, {"--version"}, {"pcd", "--help"}, {"info", "-h"}}) {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_THAT(result.out, HasSubstr("tidewatch"));
+        EXPECT_EQ(result.err, "");
+    }
+}
+
+// Inputs
+
+TEST_F(ProgramTest, AMissingInputIsNamed) {
+    const auto result = run({"info", "nowhere.laz"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, AllOf(StartsWith("tidewatch: nowhere.laz: "), HasSubstr("No such file")));
+}
+
+TEST_F(ProgramTest, AnInputOfNoKnownKindIsNamed) {
+    Support::writeBytes(place_ / "a.laz", "no point cloud");
+    const auto result = run({"pcd", "a.laz", "-o", "a.pcd"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("a.laz: not recognised"));
+    EXPECT_THAT(names(), ElementsAre("a.laz"));
+}
+
+TEST_F(ProgramTest, ADamagedInputLeavesNothingBehind) {
+    write("in.h5", smallBundle());
+    const std::string whole = read("in.h5");
+    Support::writeBytes(place_ / "cut.h5", whole.substr(0, whole.size() / 2));
+    const auto result = run({"pcd", "cut.h5", "-o", "out/a.pcd"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("cut.h5"));
+    EXPECT_THAT(names(), ElementsAre("cut.h5", "in.h5"));
+}
+
+TEST_F(ProgramTest, TwoGridsOfOneNameAtOneTimeAreAnErrorThatNamesBothInputs) {
+    writeSmall();
+    fs::copy_file(place_ / "in.h5", place_ / "again.h5");
+    const auto result = run({"info", "in.h5", "again.h5"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, AllOf(HasSubstr("in.h5"), HasSubstr("again.h5"), HasSubstr("dunes")));
+}
+
+TEST_F(ProgramTest, InputsOfOneTimeShareTheSlice) {
+    const auto one = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder(*one, 1, "a").field("Positions", "", randomPoints(3));
+    const auto two = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder(*two, 1, "b").field("Positions", "", randomPoints(4));
+    write("one.h5", one);
+    write("two.h5", two);
+    const auto result = run({"info", "--json", "one.h5", "two.h5"});
+    EXPECT_EQ(result.status, 0);
+    const Json document = Json::parse(result.out);
+    ASSERT_EQ(document["slices"].size(), 1U);
+    EXPECT_EQ(document["slices"][0]["grids"].size(), 2U);
+    EXPECT_EQ(document["points"], 7);
+}
+
+// pcd
+
+TEST_F(ProgramTest, PcdWritesWhatTheExporterWrites) {
+    write("in.h5", smallBundle());
+    const auto result = run({"pcd", "in.h5", "-o", "a.pcd"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::string bytes = read("a.pcd");
+    EXPECT_EQ(bytes, exported(smallBundle()));
+    EXPECT_EQ(result.out, "a.pcd: 20 points, " + std::to_string(bytes.size()) + " bytes\n");
+    EXPECT_THAT(result.err, StartsWith("Run\n"));
+    EXPECT_THAT(names(), ElementsAre("a.pcd", "in.h5"));
+}
+
+TEST_F(ProgramTest, PcdPassesItsSettingsAndFiltersOn) {
+    write("in.h5", smallBundle());
+    const auto result =
+        run({"pcd", "in.h5", "-o", "a.pcd", "--precision", "3", "--cell-size", "400", "--exact-counts",
+             "--ref-level", "0", "--time", "-1:1", "--grid", "d*", "--field", "Pos*"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(read("a.pcd"), exported(smallBundle(), [](ExportLib::ExportPointCloudToPCD& exporter) {
+                  exporter.Precision = 3;
+                  exporter.CellSize = 400;
+                  exporter.ExactCounts = true;
+                  exporter.RefLevel = 0;
+                  exporter.TimeFilter = {{-1, 1}};
+                  exporter.GridFilter = {"d*"};
+                  exporter.FieldFilter = {"Pos*"};
+              }));
+}
+
+TEST_F(ProgramTest, PcdNamesFilesAsTheUserDoes) {
+    writeSmall();
+    fs::create_directory(place_.path() / "here");
+    const auto inFolder = [&](const std::string& output) {
+        return ProgramRunner::run(place_.path() / "here", {"pcd", "-q", "../in.h5", "-o", output});
+    };
+    const std::string expected = exported(smallBundle());
+    for (const std::string output :
+         {"cloud", "./out/cloud", "../up/cloud", "survey.2024/cloud", "survey.2024/v.1/cloud.pcd", ".hidden",
+          "dot.", "a.b.c", "d\xc3\xbcne", "with blank"}) {
+        const auto result = inFolder(output);
+        EXPECT_EQ(result.status, 0) << output << ": " << result.err;
+        EXPECT_EQ(read("here/" + output), expected) << output;
+    }
+    EXPECT_THAT(names(), Not(::testing::Contains(HasSubstr("tidewatch"))));
+    EXPECT_EQ(inFolder(place_ / "absolute/cloud").status, 0);
+    EXPECT_EQ(read("absolute/cloud"), expected);
+}
+
+TEST_F(ProgramTest, PcdGivesEachGridAndTimeAFile) {
+    writeSmall();
+    const auto result = run({"pcd", "in.h5", "-o", "out/{grid}-{time}.pcd", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(names(),
+                ElementsAre("in.h5", "out", "out/dunes-0.pcd", "out/dunes-6.5.pcd", "out/flats-0.pcd"));
+    EXPECT_EQ(read("out/flats-0.pcd"),
+              exported(smallBundle(),
+                       [](ExportLib::ExportPointCloudToPCD& exporter) { exporter.GridFilter = {"flats"}; }));
+    const Json document = Json::parse(result.out);
+    EXPECT_EQ(document["command"], "pcd");
+    ASSERT_EQ(document["files"].size(), 3U);
+    EXPECT_EQ(document["files"][0]["path"], "out/dunes-0.pcd");
+    EXPECT_EQ(document["files"][0]["points"], 150);
+    EXPECT_EQ(document["files"][0]["bytes"], read("out/dunes-0.pcd").size());
+    EXPECT_EQ(document["files"][2]["grid"], "dunes");
+    EXPECT_EQ(document["files"][2]["time"], 6.5);
+}
+
+TEST_F(ProgramTest, TwoRunsOfOneNameAreAnErrorBeforeAnyWork) {
+    writeSmall();
+    const auto result = run({"pcd", "in.h5", "-o", "out/{grid}/../x.pcd"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, AllOf(HasSubstr("dunes"), HasSubstr("flats")));
+    EXPECT_THAT(names(), ElementsAre("in.h5"));
+}
+
+TEST_F(ProgramTest, LossesAreSaidOnce) {
+    writeSmall();
+    const auto result = run({"pcd", "in.h5", "-o", "a.pcd", "--time", "0", "--grid", "dunes", "--precision",
+                             "4", "--cell-size", "500"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, HasSubstr("PCD does not carry the field GPSTime\n"));
+    EXPECT_THAT(result.err,
+                HasSubstr("coordinates are rounded by up to 0.05, more than the input's step of 0.001 "
+                          "allows; --precision 6 keeps them"));
+    EXPECT_THAT(result.err, HasSubstr("packed colours are rounded; --precision 8 keeps them"));
+    EXPECT_THAT(result.err, HasSubstr("the header states 150 points"));
+    EXPECT_EQ(lines(result.err), 5U) << result.err;
+}
+
+TEST_F(ProgramTest, AnOverwrittenGridIsSaid) {
+    writeSmall();
+    const auto result = run({"pcd", "in.h5", "-o", "a.pcd", "--time", "0"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err,
+                HasSubstr("a.pcd holds grid \"flats\" at time 0, which overwrote grid \"dunes\" at time 0"));
+}
+
+TEST_F(ProgramTest, UnusableIntensitiesAreSaid) {
+    const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder(*bundle, 0, "short")
+        .field("Positions", "0", randomPoints(10))
+        .field("Intensity", "0", std::vector<unsigned short>(9, 1));
+    GridBuilder(*bundle, 0, "wide")
+        .field("Positions", "0", randomPoints(10))
+        .field("Intensity", "0", std::vector<unsigned int>(10, 1));
+    write("in.h5", bundle);
+    const auto result = run({"pcd", "in.h5", "-o", "{grid}.pcd"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(
+        result.err,
+        HasSubstr("grid \"short\" at time 0: Intensity is left out; there are 9 values for 10 points"));
+    EXPECT_THAT(result.err, HasSubstr("grid \"wide\" at time 0: Intensity stored as uint32 is left out"));
+}
+
+TEST_F(ProgramTest, StrictRefusesLossesAndAcceptsALosslessExport) {
+    writeSmall();
+    const auto refused = run({"pcd", "in.h5", "-o", "out/a.pcd", "--strict"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_THAT(refused.err, HasSubstr("nothing was put in place"));
+    EXPECT_THAT(names(), ElementsAre("in.h5"));
+    const auto accepted = run({"pcd", "in.h5", "-o", "out/{grid}-{time}.pcd", "--strict", "--exact-counts",
+                               "--field", "Positions", "--field", "Intensity"});
+    EXPECT_EQ(accepted.status, 0) << accepted.err;
+    EXPECT_EQ(accepted.err, "Run\nRun\nRun\n");
+}
+
+TEST_F(ProgramTest, NothingWrittenHasStatusOneAndAReason) {
+    writeSmall();
+    const auto filtered = run({"pcd", "in.h5", "-o", "out/a.pcd", "--grid", "nothing"});
+    EXPECT_EQ(filtered.status, 1);
+    EXPECT_THAT(filtered.err,
+                HasSubstr("nothing was written: the filters leave out grid \"dunes\" at time 0"));
+    const auto level = run({"pcd", "in.h5", "-o", "out/a.pcd", "--ref-level", "3"});
+    EXPECT_EQ(level.status, 1);
+    EXPECT_THAT(level.err, HasSubstr("nothing to export at refinement level 3"));
+    EXPECT_THAT(names(), ElementsAre("in.h5"));
+}
+
+TEST_F(ProgramTest, QuietSaysNothingWhenAllIsWell) {
+    writeSmall();
+    const auto result = run({"pcd", "in.h5", "-o", "a.pcd", "-q", "--progress", "always"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(ProgramTest, ParametersAreShownOnRequest) {
+    writeSmall();
+    const auto result =
+        run({"pcd", "in.h5", "-o", "a.pcd", "-q", "--print-parameters", "--cell-size", "2.5"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, AllOf(HasSubstr("OutputPath: a.pcd "), HasSubstr("RefLevel: -1 "),
+                                  HasSubstr("Precision: 8 "), HasSubstr("CellSize: 2.5 ")));
+}
+
+TEST_F(ProgramTest, ProgressIsShownOnRequestOnly) {
+    writeSmall();
+    EXPECT_THAT(run({"pcd", "in.h5", "-o", "a.pcd"}).err, Not(HasSubstr("[#")));
+    EXPECT_THAT(run({"pcd", "in.h5", "-o", "b.pcd", "--progress", "never"}).err, Not(HasSubstr("[#")));
+    const auto result = run({"pcd", "in.h5", "-o", "c.pcd", "--progress", "always"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, HasSubstr("reading"));
+    EXPECT_THAT(result.err, HasSubstr("[########################] 100 %"));
+}
+
+TEST_F(ProgramTest, TheMemoryLimitChangesNoByte) {
+    const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder grid(*bundle, 0, "g");
+    for (unsigned number = 0; number < 20; ++number)
+        grid.field("Positions", std::to_string(100 + number), randomPoints(1000, number));
+    write("in.h5", bundle);
+    EXPECT_EQ(run({"pcd", "in.h5", "-o", "a.pcd"}).status, 0);
+    const auto limited = run({"pcd", "in.h5", "-o", "b.pcd", "--memory-limit", "1K"});
+    EXPECT_EQ(limited.status, 0);
+    EXPECT_EQ(read("a.pcd"), read("b.pcd"));
+}
+
+// Existing files
+
+TEST_F(ProgramTest, AnExistingFileIsReplacedOnRequestOnly) {
+    writeSmall();
+    Support::writeBytes(place_ / "a.pcd", "old");
+    const auto refused = run({"pcd", "in.h5", "-o", "a.pcd"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("a.pcd: exists already; --overwrite replaces it"));
+    EXPECT_EQ(read("a.pcd"), "old");
+    EXPECT_EQ(run({"pcd", "in.h5", "-o", "a.pcd", "--overwrite"}).status, 0);
+    EXPECT_EQ(read("a.pcd"), exported(smallBundle()));
+}
+
+TEST_F(ProgramTest, AFailureLeavesTheExistingFile) {
+    writeSmall();
+    Support::writeBytes(place_ / "a.pcd", "old");
+    const auto result = run({"pcd", "in.h5", "-o", "a.pcd", "--overwrite", "--strict"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(read("a.pcd"), "old");
+    EXPECT_THAT(names(), ElementsAre("a.pcd", "in.h5"));
+}
+
+TEST_F(ProgramTest, TheInputIsNeverTheOutput) {
+    writeSmall();
+    const std::string before = read("in.h5");
+    fs::create_hard_link(place_ / "in.h5", place_ / "hard.pcd");
+    fs::create_symlink("in.h5", place_ / "soft.pcd");
+    for (const std::string output : {"in.h5", "hard.pcd", "soft.pcd"}) {
+        for (const std::string command : {"pcd", "bundle"}) {
+            const auto result = run({command, "in.h5", "-o", output, "--overwrite"});
+            EXPECT_EQ(result.status, 1) << output;
+            EXPECT_THAT(result.err, HasSubstr("one of the inputs"));
+        }
+    }
+    EXPECT_EQ(read("in.h5"), before);
+}
+
+TEST_F(ProgramTest, AFolderInTheWayIsAnError) {
+    writeSmall();
+    fs::create_directory(place_ / "a.pcd");
+    const auto result = run({"pcd", "in.h5", "-o", "a.pcd", "--overwrite"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("a folder stands"));
+}
+
+TEST_F(ProgramTest, AFolderThatMayNotBeWrittenToIsAnError) {
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "the superuser may write everywhere";
+    writeSmall();
+    fs::create_directory(place_ / "closed");
+    fs::permissions(place_ / "closed", fs::perms::owner_read | fs::perms::owner_exec);
+    const auto result = run({"pcd", "in.h5", "-o", "closed/a.pcd"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, AllOf(HasSubstr("closed"), HasSubstr("Permission denied")));
+}
+
+TEST_F(ProgramTest, AFileThatGrowsTooLargeIsAnErrorThatLeavesNothing) {
+    writeSmall();
+    const auto result = run({"pcd", "in.h5", "-o", "out/a.pcd", "--time", "0"}, [] {
+        const struct rlimit limit { 1000, 1000 };
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("out/a.pcd: writing failed"));
+    EXPECT_THAT(names(), ElementsAre("in.h5"));
+}
+
+// Standard output
+
+TEST_F(ProgramTest, AStandardOutputThatCannotBeWrittenIsAnError) {
+    writeSmall();
+    const auto full = run({"info", "in.h5"}, [] { ::dup2(::open("/dev/full", O_WRONLY), STDOUT_FILENO); });
+    EXPECT_EQ(full.status, 1);
+    EXPECT_THAT(full.err, HasSubstr("cannot write to standard output: No space left on device"));
+    const auto gone = run({"info", "in.h5"}, [] {
+        int ends[2];
+        if (::pipe(ends) == 0) {
+            ::close(ends[0]);
+            ::dup2(ends[1], STDOUT_FILENO);
+        }
+    });
+    EXPECT_EQ(gone.status, 1);
+    EXPECT_THAT(gone.err, HasSubstr("cannot write to standard output: Broken pipe"));
+}
+
+TEST_F(ProgramTest, WithoutAStandardOutputTheFileIsWholeAndTheStatusTells) {
+    writeSmall();
+    const auto result = run({"pcd", "in.h5", "-o", "a.pcd"}, [] { ::close(STDOUT_FILENO); });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(read("a.pcd"), exported(smallBundle()));
+    EXPECT_EQ(run({"pcd", "in.h5", "-o", "b.pcd", "-q"}, [] { ::close(STDOUT_FILENO); }).status, 0);
+}
+
+// Interruption
+
+class InterruptedProgramTest : public ProgramTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(InterruptedProgramTest, StopsWithoutATrace) {
+    const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder grid(*bundle, 0, "g");
+    for (unsigned number = 0; number < 10; ++number)
+        grid.field("Positions", std::to_string(number), randomPoints(200'000, number));
+    write("in.h5", bundle);
+    Support::writeBytes(place_ / "a.pcd", "old");
+
+    // A folder for unfinished files shows that the export has begun; writing two million lines takes far
+    // longer than to notice it.
+    ProgramRunner runner(place_.path(), {"pcd", "in.h5", "-o", "a.pcd", "--overwrite", "--precision", "17"});
+    while (names().size() <= 2 && runner.isRunning())
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    runner.send(GetParam());
+    const auto result = runner.finish();
+    EXPECT_EQ(result.status, 130) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("tidewatch: interrupted; nothing was put in place\n"));
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(read("a.pcd"), "old");
+    EXPECT_THAT(names(), ElementsAre("a.pcd", "in.h5"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Signals, InterruptedProgramTest, ::testing::Values(SIGINT, SIGTERM, SIGHUP), [](const auto& signal) {
+        return std::string(signal.param == SIGINT ? "Int" : signal.param == SIGTERM ? "Term" : "Hup");
+    });
+
+// bundle, sample and info
+
+TEST_F(ProgramTest, ABundleOfABundleHoldsTheSame) {
+    writeSmall();
+    const auto result = run({"bundle", "in.h5", "-o", "out/again.h5"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out,
+              "out/again.h5: 200 points, " + std::to_string(read("out/again.h5").size()) + " bytes\n");
+    Json before = Json::parse(run({"info", "--json", "in.h5"}).out)["slices"];
+    Json after = Json::parse(run({"info", "--json", "out/again.h5"}).out)["slices"];
+    for (Json* const slices : {&before, &after}) {
+        for (Json& slice : *slices) {
+            for (Json& grid : slice["grids"])
+                grid.erase("origin");
+        }
+    }
+    EXPECT_EQ(before, after);
+    EXPECT_EQ(run({"pcd", "out/again.h5", "-o", "a.pcd"}).status, 0);
+    EXPECT_EQ(read("a.pcd"), exported(smallBundle()));
+}
+
+TEST_F(ProgramTest, ASampleIsReproducibleFromItsSeed) {
+    EXPECT_EQ(run({"sample", "--points", "5000", "-o", "a.h5"}).status, 0);
+    EXPECT_EQ(run({"sample", "--points", "5000", "-o", "b.h5"}).status, 0);
+    EXPECT_EQ(run({"sample", "--points", "5000", "--seed", "99", "-o", "c.h5"}).status, 0);
+    EXPECT_EQ(read("a.h5"), read("b.h5"));
+    EXPECT_NE(read("a.h5"), read("c.h5"));
+    const auto refused = run({"sample", "--points", "5000", "-o", "a.h5"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("a.h5: exists already"));
+}
+
+TEST_F(ProgramTest, ASampleExportsToPcd) {
+    ASSERT_EQ(run({"sample", "--points", "5000", "-o", "a.h5", "-q"}).status, 0);
+    const auto result = run({"pcd", "a.h5", "-o", "out/{time}-{grid}.pcd", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const Json document = Json::parse(result.out);
+    EXPECT_GE(document["files"].size(), 2U);
+    for (const Json& file : document["files"])
+        EXPECT_GT(file["points"], 0);
+}
+
+TEST_F(ProgramTest, InfoTellsBoundsOnRequest) {
+    writeSmall();
+    EXPECT_THAT(run({"info", "in.h5"}).out, Not(HasSubstr("    from (")));
+    const auto result = run({"info", "in.h5", "--bounds"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, AllOf(HasSubstr("2 time slices, 3 grids, 200 points"),
+                                  HasSubstr("grid \"dunes\": 150 points"), HasSubstr("    from (")));
+}
+
+// Real data
+
+TEST_F(ProgramTest, ARealLazFileBecomesAPcdFileOfThinnedPoints) {
+    TIDEWATCH_NEED_SHARED("autzen_trim.laz");
+    const auto result =
+        run({"pcd", shared("autzen_trim.laz"), "-o", "autzen.pcd", "--cell-size", "5", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::string text = read("autzen.pcd");
+    EXPECT_THAT(text, AllOf(HasSubstr("\nFIELDS x y z intensity rgb\n"), HasSubstr("\nWIDTH 110000\n"),
+                            HasSubstr("\nPOINTS 110000\n")));
+    const Json document = Json::parse(result.out);
+    const std::size_t header = 14;
+    EXPECT_EQ(document["files"][0]["points"], lines(text) - header);
+    EXPECT_THAT(result.err, AllOf(HasSubstr("Classification"), HasSubstr("coordinate reference system")));
+}
+
+TEST_F(ProgramTest, FragmentsChangeNoByteOfAPcdFile) {
+    TIDEWATCH_NEED_SHARED("autzen_trim.laz");
+    EXPECT_EQ(run({"pcd", shared("autzen_trim.laz"), "-o", "a.pcd", "--cell-size", "5"}).status, 0);
+    EXPECT_EQ(run({"pcd", shared("autzen_trim.laz"), "-o", "b.pcd", "--cell-size", "5", "--fragment-points",
+                   "7000", "--memory-limit", "1M"})
+                  .status,
+              0);
+    EXPECT_EQ(read("a.pcd"), read("b.pcd"));
+}
+
+TEST_F(ProgramTest, InfoShowsThePointsAndFieldsOfRealFiles) {
+    const std::vector<std::pair<std::string, int>> files{
+        {"1.2-with-color.las", 1065}, {"autzen_trim.laz", 110000}, {"autzen_trim_7.las", 110000},
+        {"epsg_4326.las", 5380},      {"extrabytes.las", 1065},    {"test1_4.las", 1000}};
+    for (const auto& [name, points] : files) {
+        TIDEWATCH_NEED_SHARED(name);
+        const auto result = run({"info", "--json", shared(name)});
+        EXPECT_EQ(result.status, 0) << result.err;
+        const Json document = Json::parse(result.out);
+        EXPECT_EQ(document["points"], points) << name;
+        EXPECT_THAT(result.out, AllOf(HasSubstr("\"Positions\""), HasSubstr("\"Intensity\""),
+                                      HasSubstr("\"Classification\"")));
+    }
+}
+
+TEST_F(ProgramTest, ABundleOfFilesGivesTheSamePcdFilesAsTheFiles) {
+    TIDEWATCH_NEED_SHARED("autzen_trim.laz");
+    TIDEWATCH_NEED_SHARED("test1_4.las");
+    const std::string laz = shared("autzen_trim.laz");
+    const std::string las = shared("test1_4.las");
+    ASSERT_EQ(run({"bundle", laz, las, "-o", "both.h5"}).status, 0);
+    EXPECT_EQ(run({"pcd", laz, las, "-o", "direct/{grid}.pcd", "--cell-size", "2"}).status, 0);
+    EXPECT_EQ(run({"pcd", "both.h5", "-o", "bundled/{grid}.pcd", "--cell-size", "2"}).status, 0);
+    EXPECT_EQ(read("direct/autzen_trim.pcd"), read("bundled/autzen_trim.pcd"));
+    EXPECT_EQ(read("direct/test1_4.pcd"), read("bundled/test1_4.pcd"));
+    EXPECT_EQ(run({"pcd", laz, las, "-o", "direct.pcd"}).status, 0);
+    EXPECT_EQ(run({"pcd", "both.h5", "-o", "bundled.pcd"}).status, 0);
+    EXPECT_EQ(read("direct.pcd"), read("bundled.pcd"));
+}
+
+TEST_F(ProgramTest, StrictRefusesABundleThatLosesPropertiesOfItsInput) {
+    TIDEWATCH_NEED_SHARED("autzen_trim.laz");
+    const auto result = run({"bundle", shared("autzen_trim.laz"), "-o", "a.h5", "--strict"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("coordinate reference system"));
+    EXPECT_THAT(names(), IsEmpty());
+}
+
+} // namespace
+} // namespace Tidewatch
