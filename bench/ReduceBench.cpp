@@ -14,7 +14,7 @@
 
 #include <fmt/core.h>
 
-#ifdef TIDEWATCH_BENCH_PCL
+#ifdef TIDEWATCH_HAS_PCL
 #include <pcl/filters/voxel_grid.h>
 #include <pcl/point_cloud.h>
 #include <pcl/point_types.h>
@@ -89,7 +89,7 @@ void compare(const Bench::SurveyCloud& cloud, const std::string& order, double c
                               left = indices.size();
                               peak = heap.peak - before;
                           }});
-#ifdef TIDEWATCH_BENCH_PCL
+#ifdef TIDEWATCH_HAS_PCL
     const auto input = pcl::make_shared<pcl::PointCloud<pcl::PointXYZI>>();
     for (std::size_t i = 0; i < cloud.points.size(); ++i) {
         pcl::PointXYZI p;
@@ -117,7 +117,7 @@ void compare(const Bench::SurveyCloud& cloud, const std::string& order, double c
     const Bench::Race race(candidates, rounds);
     fmt::print("{} points, {}, cell size {}: {} left\n", cloud.points.size(), order, cellSize, left);
     race.printTimes();
-#ifdef TIDEWATCH_BENCH_PCL
+#ifdef TIDEWATCH_HAS_PCL
     fmt::print("  VoxelGrid leaves {} (it lays its cells out from 0, not from the lower corner)\n",
                leftByPcl);
     Bench::printAtMost("time of reduceData / VoxelGrid", race.ratio(0, 1), 1.0);
@@ -130,7 +130,7 @@ void compare(const Bench::SurveyCloud& cloud, const std::string& order, double c
 } // namespace
 
 int main() {
-#ifndef TIDEWATCH_BENCH_PCL
+#ifndef TIDEWATCH_HAS_PCL
     fmt::print("built without PCL (see bench/setup.sh): nothing to compare with\n");
 #endif
     Bench::SurveyCloud cloud(pointCount);

@@ -22,7 +22,7 @@
 
 #include <fmt/core.h>
 
-#ifdef TIDEWATCH_BENCH_PCL
+#ifdef TIDEWATCH_HAS_PCL
 #include <pcl/io/pcd_io.h>
 #include <pcl/point_cloud.h>
 #include <pcl/point_types.h>
@@ -143,7 +143,7 @@ int main(int argc, char** argv) {
         race.printTimes();
         Bench::printAtMost("flushing: time / that of an iostream that does not", race.ratio(0, 1), 1.2);
     }
-#ifdef TIDEWATCH_BENCH_PCL
+#ifdef TIDEWATCH_HAS_PCL
     pcl::PointCloud<FiveColumns> cloud;
     for (const Row& row : rows) {
         cloud.push_back({static_cast<float>(row[0]), static_cast<float>(row[1]), static_cast<float>(row[2]),
