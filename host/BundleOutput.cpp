@@ -22,7 +22,9 @@ Summary::File BundleOutput::write(const Sheaf::Bundle& bundle, ProgressBar& bar)
     folder_.emplace(place.empty() ? fs::path(".") : place);
     const fs::path staged = folder_->path() / path_.filename();
     BundleFileWriteOptions options;
-    options.Progress = [&bar](std::uint64_t done, std::uint64_t total) { bar.progress("writing", done, total); };
+    options.Progress = [&bar](std::uint64_t done, std::uint64_t total) {
+        bar.progress("writing", done, total);
+    };
     writeBundleFile(bundle, staged.string(), options);
     bar.end();
     placement_.add(staged, path_);

@@ -249,7 +249,7 @@ void addSample(CLI::App& program, SampleRequest& request) {
     CLI::App& app = *program.add_subcommand("sample", "write a synthetic coastal survey as a bundle file");
     const std::string group = "Survey";
     addValue(app, "--points", "N", positiveCount, request.survey.points,
-             fmt::format("points (default {})", request.survey.points))
+             fmt::format("points of each time slice (default {})", request.survey.points))
         ->group(group);
     addValue(app, "--seed", "S", parseNumber<std::uint64_t>, request.survey.seed,
              fmt::format("the same seed gives the same survey (default {})", request.survey.seed))

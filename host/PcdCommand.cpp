@@ -43,7 +43,7 @@ public:
     std::string whySkipped(const RunWatch::Visit& visit) const override {
         const PcdWalk::Grid* const grid = walk_.find(visit);
         return grid != nullptr && !grid->obstacle.empty() ? grid->obstacle
-                                                          : "its positions are no list of points in memory";
+                                                          : "its positions are a uniform lattice, not points";
     }
 
     void findLosses(const RunWatch::Visit& visit, Losses& losses) const override;
