@@ -5,6 +5,7 @@
 #include "convlib/ExporterRegistration.hpp"
 #include "las/CaptureSlots.hpp"
 #include "las/LasBox.hpp"
+#include "las/lasHeader.hpp"
 #include "sheaf/Grid.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 
@@ -210,6 +211,14 @@ std::map<std::string, std::string> ExportPointCloudToLas::DefaultRenameMap() {
 
 bool ExportPointCloudToLas::Carries(std::string_view lasName, const std::type_info& elementType) {
     return CaptureSlots::takes(lasName, elementType);
+}
+
+ExportPointCloudToLas::Axis ExportPointCloudToLas::AxisOf(double lower, double upper) {
+    if (!(lower <= upper))
+        lower = upper = 0;
+    LASheader header;
+    setExtent(header, {lower, 0, 0}, {upper, 0, 0});
+    return {header.x_offset, header.x_scale_factor};
 }
 
 } // namespace ExportLib
