@@ -23,43 +23,49 @@ struct TypeTag {
 template <class T>
 struct ElementTraits;
 
-#define TIDEWATCH_ELEMENT_TYPE(TYPE, NAME, COMPONENT, COUNT)                                                 \
+namespace Element {
+using Point = Geom::PhysicalSpace::point;
+using Vector = Geom::PhysicalSpace::vector;
+using Bivector = Geom::PhysicalSpace::bivector;
+using FixedDoubles = Geom::FixedArray<double, 3>;
+using FloatBivector = Geom::Coordinates<Geom::Cartesian3D, float>::bivector;
+using Color = Geom::RGB<unsigned char>;
+} // namespace Element
+
+/// The table of element types: type, name in files, number type of its components, number of components.
+/// Everything in frame/ that goes by element type is made from it, so a new type is a new row.
+///
+/// The 64-bit integers are "long long", not std::int64_t: on Linux the latter is "long", which typeid takes
+/// for another type.
+#define TIDEWATCH_ELEMENT_TYPES(ROW)                                                                         \
+    ROW(Element::Point, "point", double, 3)                                                                  \
+    ROW(Element::Vector, "vector", double, 3)                                                                \
+    ROW(Element::FixedDoubles, "fixed3d", double, 3)                                                         \
+    ROW(Element::Bivector, "bivector3d", double, 3)                                                          \
+    ROW(Element::FloatBivector, "bivector3f", float, 3)                                                      \
+    ROW(Element::Color, "rgb8", unsigned char, 3)                                                            \
+    ROW(float, "float32", float, 1)                                                                          \
+    ROW(double, "float64", double, 1)                                                                        \
+    ROW(long double, "float80", long double, 1)                                                              \
+    ROW(signed char, "int8", signed char, 1)                                                                 \
+    ROW(unsigned char, "uint8", unsigned char, 1)                                                            \
+    ROW(short, "int16", short, 1)                                                                            \
+    ROW(unsigned short, "uint16", unsigned short, 1)                                                         \
+    ROW(int, "int32", int, 1)                                                                                \
+    ROW(unsigned int, "uint32", unsigned int, 1)                                                             \
+    ROW(long long, "int64", long long, 1)                                                                    \
+    ROW(unsigned long long, "uint64", unsigned long long, 1)
+
+#define TIDEWATCH_TRAITS(TYPE, NAME, COMPONENT, COUNT)                                                       \
     template <>                                                                                              \
     struct ElementTraits<TYPE> {                                                                             \
         static constexpr std::string_view name = NAME;                                                       \
         using Component = COMPONENT;                                                                         \
         static constexpr std::size_t componentCount = COUNT;                                                 \
         static_assert(sizeof(TYPE) == COUNT * sizeof(COMPONENT) && std::is_trivially_copyable_v<TYPE>);      \
-    }
-
-namespace Element {
-using FixedDoubles = Geom::FixedArray<double, 3>;
-using FloatBivector = Geom::Coordinates<Geom::Cartesian3D, float>::bivector;
-using Color = Geom::RGB<unsigned char>;
-} // namespace Element
-
-// The table of element types: a new one is a row here, a place in ElementTypes below, and nothing else in
-// frame/.
-TIDEWATCH_ELEMENT_TYPE(Geom::PhysicalSpace::point, "point", double, 3);
-TIDEWATCH_ELEMENT_TYPE(Geom::PhysicalSpace::vector, "vector", double, 3);
-TIDEWATCH_ELEMENT_TYPE(Element::FixedDoubles, "fixed3d", double, 3);
-TIDEWATCH_ELEMENT_TYPE(Geom::PhysicalSpace::bivector, "bivector3d", double, 3);
-TIDEWATCH_ELEMENT_TYPE(Element::FloatBivector, "bivector3f", float, 3);
-TIDEWATCH_ELEMENT_TYPE(Element::Color, "rgb8", unsigned char, 3);
-TIDEWATCH_ELEMENT_TYPE(float, "float32", float, 1);
-TIDEWATCH_ELEMENT_TYPE(double, "float64", double, 1);
-TIDEWATCH_ELEMENT_TYPE(long double, "float80", long double, 1);
-TIDEWATCH_ELEMENT_TYPE(signed char, "int8", signed char, 1);
-TIDEWATCH_ELEMENT_TYPE(unsigned char, "uint8", unsigned char, 1);
-TIDEWATCH_ELEMENT_TYPE(short, "int16", short, 1);
-TIDEWATCH_ELEMENT_TYPE(unsigned short, "uint16", unsigned short, 1);
-TIDEWATCH_ELEMENT_TYPE(int, "int32", int, 1);
-TIDEWATCH_ELEMENT_TYPE(unsigned int, "uint32", unsigned int, 1);
-// "long long", not std::int64_t: on Linux the latter is "long", which typeid takes for another type.
-TIDEWATCH_ELEMENT_TYPE(long long, "int64", long long, 1);
-TIDEWATCH_ELEMENT_TYPE(unsigned long long, "uint64", unsigned long long, 1);
-
-#undef TIDEWATCH_ELEMENT_TYPE
+    };
+TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_TRAITS)
+#undef TIDEWATCH_TRAITS
 
 template <class... T>
 struct TypeList {
@@ -71,11 +77,14 @@ struct TypeList {
     }
 };
 
-/// Every element type that arrays of a bundle may have.
-using ElementTypes = TypeList<Geom::PhysicalSpace::point, Geom::PhysicalSpace::vector, Element::FixedDoubles,
-                              Geom::PhysicalSpace::bivector, Element::FloatBivector, Element::Color, float,
-                              double, long double, signed char, unsigned char, short, unsigned short, int,
-                              unsigned int, long long, unsigned long long>;
+/// A table's rows each begin with a comma, so something has to stand before the first.
+template <class First, class... T>
+using TypeListAfterFirst = TypeList<T...>;
+
+#define TIDEWATCH_NEXT_TYPE(TYPE, NAME, COMPONENT, COUNT) , TYPE
+/// Every element type that arrays of a bundle may have, in the order of the table.
+using ElementTypes = TypeListAfterFirst<void TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_NEXT_TYPE)>;
+#undef TIDEWATCH_NEXT_TYPE
 
 /// Calls visitor(TypeTag<T>()) once with the element type that `type` describes; false (and no call) for a
 /// type that is no element type. This is the one place where a type known at run time becomes one known at
