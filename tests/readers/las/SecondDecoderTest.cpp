@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The decoder compared with another one, laz-perf running on Node, which shares no code with it.
+#include "support/LazAssembly.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/decodeLas.hpp"
+#include "support/sharedData.hpp"
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Support::LasFileBuilder;
+using Support::LasRecord;
+
+/// Why the other decoder cannot run here; empty where it can.
+std::string missing() {
+    if (std::system("node --version > /dev/null 2>&1") != 0)
+        return "node is not installed";
+    if (!std::filesystem::is_directory(TIDEWATCH_JS_DIR "/node_modules/laz-perf"))
+        return "the package laz-perf is not installed (scripts/setup.sh does it)";
+    return {};
+}
+
+class SecondDecoder : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (const std::string reason = missing(); !reason.empty())
+            GTEST_SKIP() << reason;
+    }
+
+    /// The raw records of a file as the other decoder gives them.
+    std::string records(const std::string& path) {
+        const std::string out = folder_ / "records.bin";
+        const std::string command = "node '" TIDEWATCH_JS_DIR "/decode.mjs' '" + path + "' '" + out +
+                                    "' > '" + (folder_ / "log") + "' 2>&1";
+        if (std::system(command.c_str()) != 0) {
+            ADD_FAILURE() << Support::readBytes(folder_ / "log");
+            return {};
+        }
+        return Support::readBytes(out);
+    }
+
+    /// Compares both decoders on a file.
+    void compare(const std::string& path) {
+        const Tidewatch::Las::LasFile file(path);
+        const unsigned format = file.header().pointFormat;
+        const std::size_t length = file.header().recordLength;
+        const auto ours = Support::decodeLas(path);
+        const std::string theirs = records(path);
+        ASSERT_EQ(theirs.size(), ours.size() * length);
+        ASSERT_FALSE(ours.empty());
+        for (std::size_t i = 0; i < ours.size(); ++i)
+            ASSERT_EQ(LasFileBuilder::encode(ours[i], format), theirs.substr(i * length, length))
+                << "point " << i;
+    }
+
+    void compareBytes(const std::string& bytes) {
+        Support::writeBytes(folder_ / "a.laz", bytes);
+        compare(folder_ / "a.laz");
+    }
+
+    static LasFileBuilder varied(unsigned format, std::size_t extraByteCount) {
+        LasFileBuilder builder;
+        builder.minor = 4;
+        builder.format = format;
+        builder.extraByteCount = extraByteCount;
+        builder.addVariedPoints(3000);
+        return builder;
+    }
+
+private:
+    Support::TemporaryFolder folder_;
+};
+
+TEST_F(SecondDecoder, GivesTheSameRecordsOfTheSharedFile) {
+    const std::string path = Support::sharedData("autzen_trim.laz");
+    if (path.empty())
+        GTEST_SKIP() << "autzen_trim.laz is not among the shared data";
+    compare(path);
+}
+
+// Formats with wave packets are unknown to the other decoder.
+
+TEST_F(SecondDecoder, GivesTheSameRecordsOfOldFormats) {
+    for (unsigned format = 0; format <= 3; ++format) {
+        compareBytes(Support::compressLas(varied(format, 0), 700));
+        compareBytes(Support::compressLas(varied(format, 5)));
+    }
+}
+
+TEST_F(SecondDecoder, GivesTheSameRecordsOfLayeredFormats) {
+    for (unsigned format = 6; format <= 8; ++format) {
+        compareBytes(Support::compressLas(varied(format, 0), 700));
+        compareBytes(Support::compressLas(varied(format, 5)));
+    }
+}
+
+TEST_F(SecondDecoder, GivesTheSameRecordsOfChunksOfVariableSize) {
+    for (const unsigned format : {3U, 7U})
+        compareBytes(Support::LazAssembly::make(varied(format, 2), {1, 1000, 1999}).buildVariable());
+}
+
+} // namespace
