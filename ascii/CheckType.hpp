@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/StrongPtr.hpp"
+#include "convlib/WrittenFile.hpp"
+#include "geom/MultiRange.hpp"
+#include "sheaf/ElementTypes.hpp"
+#include "sheaf/Representation.hpp"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+/// The element types that have a writer, in the order in which they are asked: ROW(TYPE) for each. A new one
+/// is a row here and, unless it is a number, an elementText of its own.
+///
+/// The 64-bit integer is "unsigned long long", which typeid tells from std::uint64_t on Linux.
+#define TIDEWATCH_ASCII_ELEMENT_TYPES(ROW)                                                                   \
+    ROW(float)                                                                                               \
+    ROW(double)                                                                                              \
+    ROW(long double)                                                                                         \
+    ROW(unsigned char)                                                                                       \
+    ROW(unsigned short)                                                                                      \
+    ROW(unsigned int)                                                                                        \
+    ROW(unsigned long long)                                                                                  \
+    ROW(int)                                                                                                 \
+    ROW(Geom::PhysicalSpace::point)                                                                          \
+    ROW(Geom::PhysicalSpace::vector)                                                                         \
+    ROW(Sheaf::Element::Color)                                                                               \
+    ROW(Sheaf::Element::FloatBivector)                                                                       \
+    ROW(Geom::PhysicalSpace::bivector)
+
+namespace ExportLib {
+
+/// Everything that a writer needs to know about one fragment of one field. It lives for one dispatch and owns
+/// nothing but its path; what it refers to outlives it.
+struct CheckType {
+    /// The creator of the fragment's values.
+    const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& data;
+    /// The field; its element type decides which writer takes the fragment.
+    const Sheaf::Field& field;
+    /// What holds the field, its positions and its cell types.
+    const Sheaf::Representation& representation;
+    /// The path of the output file without its extension, which the writer appends.
+    std::filesystem::path outputPath;
+    /// The fragment; may be null.
+    const Anchor::StrongPtr<Sheaf::FragmentID>& fragment;
+    /// The exporter's settings, see ExportPointCloudToASCII.
+    const Geom::MultiRange<double>& cellTypeFilter;
+    const std::string& cellTypeFieldName;
+    const unsigned int& precision;
+    bool append;
+    bool tileSuffix;
+
+    // Behind the members of the contract: what our converter base adds to it.
+
+    /// Whether each line reaches the system as soon as it is complete.
+    bool flushLines = true;
+    /// Set by the writer: the file, where it opened one.
+    std::optional<ConvLib::WrittenFile> written = {};
+
+    /// The writer for one element type.
+    template <class T>
+    struct exec {
+        /// False when the field's elements are not of type T. Otherwise true, whether or not there was
+        /// something to write: nobody else needs to be asked. Throws what creators of arrays throw.
+        static bool Break(CheckType& c);
+    };
+};
+
+#define TIDEWATCH_ROW(TYPE) extern template struct CheckType::exec<TYPE>;
+TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW)
+#undef TIDEWATCH_ROW
+
+/// Offers the fragment to the writers in order until one takes it; nothing happens where none does.
+void dispatch(CheckType& c);
+
+} // namespace ExportLib

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "convlib/LineWriter.hpp"
+
+#include <cstdint>
+#include <string_view>
+
+namespace ExportLib {
+
+/// The header of an ESRI ASCII grid (Esri, "Esri ASCII raster format"): six lines of a key and a value. Rows
+/// of values follow, the northernmost first; NODATA_VALUE stands where a cell has no value.
+struct EsriGridHeader {
+    /// What a cell without a value is written as, in the header and in rows.
+    static constexpr std::string_view noData = "-9999.";
+
+    std::uint64_t columns = 0;
+    std::uint64_t rows = 0;
+    /// The centre of the lower left cell, in coordinate units.
+    double lowerLeftX = 0;
+    double lowerLeftY = 0;
+    /// The format knows square cells only.
+    double cellSize = 0;
+
+    /// Coordinates and cell size get three decimals.
+    void write(ConvLib::LineWriter& lines) const;
+};
+
+} // namespace ExportLib

@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ascii/ExportPointCloudToASCII.hpp"
+
+#include "anchor/Console.hpp"
+#include "ascii/CheckType.hpp"
+#include "ascii/createDirectory.hpp"
+#include "convlib/ExporterRegistration.hpp"
+#include "sheaf/Grid.hpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <map>
+#include <string>
+#include <utility>
+
+namespace ExportLib {
+
+namespace {
+
+const ConvLib::ExporterRegistration registration;
+
+namespace fs = std::filesystem;
+
+bool isDirectory(const fs::path& path) {
+    return fs::status(path).type() == fs::file_type::directory;
+}
+
+/// One run over the bundle.
+class Walk {
+public:
+    /// `recordFile` is called each time that a file has been written.
+    Walk(ExportPointCloudToASCII& exporter, std::function<void(ConvLib::WrittenFile)> recordFile)
+        : exporter_(exporter),
+          recordFile_(std::move(recordFile)) {}
+
+    /// Finds or makes the folder that everything goes to; false when there is none.
+    bool findRoot() {
+        root_ = exporter_.OutputPath;
+        if (!isDirectory(root_)) {
+            exporter_.OutputPath = std::string(".");
+            root_ = exporter_.OutputPath;
+            if (!isDirectory(root_)) {
+                exporter_.Errors.push_back("RootDir is not directory. Have: " + exporter_.OutputPath);
+                return false;
+            }
+        }
+        return makeDirectory(root_);
+    }
+
+    void exportGrid(const std::string& name, const Sheaf::Grid& grid) {
+        if (!exporter_.UseThisGrid(name))
+            return;
+        const auto reference = grid.findHighestHomogenousVertexRefinement(100000000);
+        if (!reference)
+            return;
+        const auto representation = reference->representations()(grid.findCartesianChart(""));
+        if (!representation || !representation->Positions())
+            return;
+
+        // Progress wants a total beforehand. Only names are looked at, so it may exceed the number of files.
+        std::uint64_t total = 0;
+        grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
+            if (exporter_.UseThisField(stop.id.name()))
+                ++total;
+            return true;
+        });
+        std::uint64_t current = 0;
+        grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
+            if (exporter_.UseThisField(stop.id.name())) {
+                report(stop.id.name(), current, total);
+                if (isSelected(stop.skeleton, *reference))
+                    exportFragment(stop);
+            }
+            return true;
+        });
+    }
+
+private:
+    void report(const std::string& fieldName, std::uint64_t& current, std::uint64_t total) {
+        // A refusal does not stop the export: hosts that want to stop it throw.
+        if (exporter_.Progress)
+            exporter_.Progress->progress("KxtoASCII, " + fieldName + " #", current++, total);
+    }
+
+    [[nodiscard]] bool isSelected(const Sheaf::Skeleton& skeleton, const Sheaf::Skeleton& reference) const {
+        if (skeleton.exclusionMark() != 0)
+            return false;
+        switch (exporter_.RefLevel) {
+        case -1:
+            return &skeleton == &reference;
+        case -2:
+            return true;
+        default:
+            return skeleton.refinementLevel() == exporter_.RefLevel;
+        }
+    }
+
+    void exportFragment(const Sheaf::FieldFragment& stop) {
+        const std::string& fieldName = stop.id.name();
+        fs::path directory = root_;
+        if (!exporter_.Append) {
+            directory /= fieldName;
+            if (!makeDirectory(directory))
+                return;
+        }
+        if (exporter_.RefLevel != -1) {
+            directory /= std::string("Skeleton").append(std::to_string(stop.skeleton.refinementLevel()));
+            if (!makeDirectory(directory))
+                return;
+        }
+        const std::string stem = exporter_.Append ? fieldName
+                                 : stop.fragment  ? stop.fragment->name()
+                                                  : std::string("Unfragmented");
+        CheckType check{stop.data,
+                        stop.field,
+                        stop.representation,
+                        directory / stem,
+                        stop.fragment,
+                        exporter_.CellTypeFilter,
+                        exporter_.FilterField,
+                        exporter_.Precision,
+                        exporter_.Append,
+                        exporter_.TileSuffix,
+                        exporter_.FlushLines(),
+                        {}};
+        dispatch(check);
+        if (check.written)
+            record(*std::move(check.written));
+    }
+
+    bool makeDirectory(const fs::path& directory) {
+        if (createDirectory(directory))
+            return true;
+        // The wording is what hosts look for, its spelling included.
+        exporter_.Errors.push_back("Cannot crete directory: " + directory.string());
+        return false;
+    }
+
+    void record(ConvLib::WrittenFile file) {
+        if (exporter_.Append) {
+            ConvLib::WrittenFile& sum = appended_[file.path];
+            sum = {file.path, sum.bytes + file.bytes, sum.items + file.items, sum.failed || file.failed};
+            file = sum;
+        }
+        recordFile_(std::move(file));
+    }
+
+    ExportPointCloudToASCII& exporter_;
+    std::function<void(ConvLib::WrittenFile)> recordFile_;
+    fs::path root_;
+    std::map<std::string, ConvLib::WrittenFile> appended_;
+};
+
+} // namespace
+
+ExportPointCloudToASCII::ExportPointCloudToASCII() {
+    constexpr double most = std::numeric_limits<double>::infinity();
+    CellTypeFilter.add(-most, most);
+}
+
+ExportPointCloudToASCII::~ExportPointCloudToASCII() = default;
+
+std::string ExportPointCloudToASCII::printSecondary() {
+    std::string text;
+    text.append("\nFilterField: ").append(FilterField).append(" ");
+    text.append("\nRefLevel: ").append(std::to_string(RefLevel)).append(" ");
+    if (Precision != 0)
+        text.append("\nPrecision: ").append(std::to_string(Precision)).append(" ");
+    if (Append)
+        text.append("\nAppend modus ");
+    return text;
+}
+
+bool ExportPointCloudToASCII::Run() {
+    const auto bundle = bundleptr.lock();
+    if (!bundle) {
+        Errors.emplace_back("bundleptr is null");
+        return false;
+    }
+    // The base decides what becomes of its parameters at the start of a run. This one hands them over as text
+    // for hosts to show, so there is nothing left to do with it here.
+    static_cast<void>(printParameters());
+
+    Walk walk(*this, [this](ConvLib::WrittenFile file) { recordWrittenFile(std::move(file)); });
+    if (!walk.findRoot())
+        return false;
+    for (const auto& [time, weakSlice] : bundle->slices()) {
+        const auto slice = weakSlice.lock();
+        if (!slice || !UseThisTime(time))
+            continue;
+        Anchor::Console() << " Data at T=" << time;
+        slice->accessSlice();
+        for (const auto& [name, weakGrid] : slice->grids()) {
+            if (const auto grid = weakGrid.lock())
+                walk.exportGrid(name, *grid);
+        }
+    }
+    return true;
+}
+
+} // namespace ExportLib

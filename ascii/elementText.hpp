@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "convlib/LineWriter.hpp"
+#include "sheaf/ElementTypes.hpp"
+
+#include <algorithm>
+#include <concepts>
+#include <limits>
+#include <type_traits>
+
+namespace ExportLib {
+
+/// A number that stands for itself, as opposed to the components of a point, a vector or a colour.
+template <class T>
+concept Scalar = std::is_arithmetic_v<T>;
+
+/// Appends a blank and a number: with `precision` decimals, or six where the precision is 0.
+template <std::floating_point T>
+void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
+    constexpr unsigned int most = std::numeric_limits<int>::max();
+    line.character(' ');
+    line.fixed(value, precision == 0 ? 6 : static_cast<int>(std::min(precision, most)));
+}
+
+/// Appends a blank and an integer in decimal. Only for bytes does the precision make a difference: unless it
+/// is 0, a byte becomes the character of that code. Files with such grids are about, and their readers rely
+/// on it.
+template <std::integral T>
+void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
+    line.character(' ');
+    if (std::is_same_v<T, unsigned char> && precision != 0)
+        line.character(static_cast<char>(value));
+    else
+        line.integer(value);
+}
+
+/// Appends an element in its default form, which begins with a blank: a number alone, or components of which
+/// each follows a blank.
+template <Scalar T>
+void elementText(ConvLib::LineWriter& line, T value) {
+    toText(line, value, 0);
+}
+
+inline void elementText(ConvLib::LineWriter& line, const Sheaf::Element::Color& color) {
+    for (const unsigned char channel : color)
+        toText(line, channel, 0);
+}
+
+template <class T>
+requires requires(const T& element) {
+    element.x;
+    element.y;
+    element.z;
+}
+void elementText(ConvLib::LineWriter& line, const T& element) {
+    toText(line, element.x, 0);
+    toText(line, element.y, 0);
+    toText(line, element.z, 0);
+}
+
+} // namespace ExportLib

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "ascii/GridFragment.hpp"
+#include "ascii/TextFile.hpp"
+#include "ascii/elementText.hpp"
+
+#include <array>
+#include <cstdint>
+
+namespace ExportLib {
+
+/// Writes the header and the cells of a fragment, northernmost row first, and gives the number of cells. A
+/// value has a blank on either side; a cell without a value has one behind it only.
+template <Scalar T>
+std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragment,
+                         const GridFragment::CellTypes& types, const Sheaf::MemArray<3, T>& values,
+                         const std::array<bool, 256>& accepted, unsigned int precision) {
+    fragment.header().write(lines);
+    const std::uint64_t rows = fragment.rowCount();
+    const std::uint64_t begin = fragment.firstColumn();
+    const std::uint64_t end = fragment.endColumn();
+    for (std::uint64_t row = rows; row-- > 0;) {
+        const unsigned char* const typesOfRow = types.base_vector().data() + row * types.extents()[0];
+        const T* const valuesOfRow = values.base_vector().data() + row * values.extents()[0];
+        for (std::uint64_t column = begin; column < end; ++column) {
+            if (accepted[typesOfRow[column]])
+                toText(lines, valuesOfRow[column], precision);
+            else
+                lines.text(EsriGridHeader::noData);
+            lines.character(' ');
+        }
+        lines.endLine();
+    }
+    return begin < end ? rows * (end - begin) : 0;
+}
+
+/// Writes a fragment of numbers on a uniform grid as an ESRI ASCII grid. The file exists once the fragment is
+/// known to be flat; it stays empty where cell types or values are missing or do not cover the grid, and
+/// where overlaps leave less than nothing of it.
+template <Scalar T>
+void writeEsriGrid(CheckType& c, const Sheaf::UniformCartesianArray& lattice) {
+    const auto fragment = GridFragment::make(c, lattice);
+    if (!fragment)
+        return;
+    TextFile file(fragment->path(c), c.append, c.flushLines);
+    std::uint64_t cells = 0;
+    if (const auto types = fragment->cellTypes(c)) {
+        const auto values = Anchor::dynamicCast<Sheaf::MemArray<3, T>>(c.data->create(false));
+        if (!values || !fragment->isCoveredBy(*values))
+            // Nothing can be read without the values either: the fragment is given up with the same words.
+            reportUnusableCells();
+        else if (fragment->overlapsFit())
+            cells = writeCells(file.lines(), *fragment, *types, *values, acceptedCellTypes(c.cellTypeFilter),
+                               c.precision);
+    }
+    c.written = file.close(cells);
+}
+
+} // namespace ExportLib
