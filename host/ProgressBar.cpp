@@ -55,8 +55,7 @@ std::string progressLine(const ProgressState& state) {
 
 ProgressBar::ProgressBar(ProgressWish wish, Messages& messages, std::function<Clock::time_point()> now)
     : messages_(messages),
-      now_(std::move(now)),
-      mode_(Mode::Off) {
+      now_(std::move(now)) {
     if (wish != ProgressWish::Never && messages_.canRedraw())
         mode_ = Mode::Redraw;
     else if (wish == ProgressWish::Always)

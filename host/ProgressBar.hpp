@@ -84,7 +84,7 @@ private:
 
     Messages& messages_;
     std::function<Clock::time_point()> now_;
-    Mode mode_;
+    Mode mode_ = Mode::Off;
 
     bool begun_ = false;
     std::string text_;

@@ -53,12 +53,13 @@ void StagingFolder::makePlace(const fs::path& place) {
     for (fs::path folder = place; !folder.empty() && !fs::exists(folder, ignored);
          folder = folder.parent_path())
         missing.push_back(folder);
-    for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
-        if (::mkdir(folder->c_str(), 0777) == 0)
-            madeFolders_.push_back(*folder);
+    for (; !missing.empty(); missing.pop_back()) {
+        const fs::path& outermost = missing.back();
+        if (::mkdir(outermost.c_str(), 0777) == 0)
+            madeFolders_.push_back(outermost);
         else if (errno != EEXIST)
             throw Anchor::FileError(
-                fmt::format("{}: cannot make the folder: {}", folder->string(), systemMessage(errno)));
+                fmt::format("{}: cannot make the folder: {}", outermost.string(), systemMessage(errno)));
     }
 }
 
@@ -66,8 +67,8 @@ void StagingFolder::remove() noexcept {
     std::error_code ignored;
     if (!path_.empty())
         fs::remove_all(path_, ignored);
-    for (auto folder = madeFolders_.rbegin(); folder != madeFolders_.rend(); ++folder)
-        ::rmdir(folder->c_str());
+    for (; !madeFolders_.empty(); madeFolders_.pop_back())
+        ::rmdir(madeFolders_.back().c_str());
 }
 
 std::vector<fs::path> StagingFolder::verify(std::span<const ConvLib::WrittenFile> record,
@@ -100,6 +101,7 @@ std::vector<fs::path> StagingFolder::verify(std::span<const ConvLib::WrittenFile
                                     ": a file of that name was written without a record");
     }
     std::vector<fs::path> files;
+    files.reserve(bytesOf.size());
     for (const auto& [relative, bytes] : bytesOf)
         files.push_back(relative);
     return files;

@@ -12,8 +12,8 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <random>
-#include <sstream>
 #include <thread>
 
 #include <gmock/gmock.h>
