@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/BundleOutput.hpp"
 
+#include "anchor/Error.hpp"
 #include "host/Interruption.hpp"
 #include "host/Inventory.hpp"
 #include "readers/BundleFileWriter.hpp"
@@ -25,7 +26,15 @@ Summary::File BundleOutput::write(const Sheaf::Bundle& bundle, ProgressBar& bar)
     options.Progress = [&bar](std::uint64_t done, std::uint64_t total) {
         bar.progress("writing", done, total);
     };
-    writeBundleFile(bundle, staged.string(), options);
+    try {
+        writeBundleFile(bundle, staged.string(), options);
+    } catch (const Anchor::FileError& error) {
+        // Users know the file by its final name.
+        std::string message = error.what();
+        if (message.starts_with(staged.string()))
+            message.replace(0, staged.string().size(), path_.string());
+        throw Anchor::FileError(message);
+    }
     bar.end();
     placement_.add(staged, path_);
     return {path_.string(),        Inventory::of(bundle, {}, false).points(),

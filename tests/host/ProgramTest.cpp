@@ -427,12 +427,16 @@ TEST_F(ProgramTest, AFolderThatMayNotBeWrittenToIsAnError) {
 
 TEST_F(ProgramTest, AFileThatGrowsTooLargeIsAnErrorThatLeavesNothing) {
     writeSmall();
-    const auto result = run({"pcd", "in.h5", "-o", "out/a.pcd", "--time", "0"}, [] {
+    const auto limitFiles = [] {
         const struct rlimit limit { 1000, 1000 };
         ::setrlimit(RLIMIT_FSIZE, &limit);
-    });
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("out/a.pcd: writing failed"));
+    };
+    const auto pcd = run({"pcd", "in.h5", "-o", "out/a.pcd", "--time", "0"}, limitFiles);
+    EXPECT_EQ(pcd.status, 1);
+    EXPECT_THAT(pcd.err, HasSubstr("out/a.pcd: writing failed"));
+    const auto bundle = run({"bundle", "in.h5", "-o", "out/b.h5"}, limitFiles);
+    EXPECT_EQ(bundle.status, 1);
+    EXPECT_THAT(bundle.err, StartsWith("tidewatch: out/b.h5: "));
     EXPECT_THAT(names(), ElementsAre("in.h5"));
 }
 
