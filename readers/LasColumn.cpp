@@ -90,7 +90,7 @@ LasField visitType(ExtraAttribute::Type type, Visitor&& visitor) {
 
 /// A number too large for a float becomes infinite; C++ leaves the plain conversion undefined.
 float toFloat(double value) noexcept {
-    constexpr double largest = std::numeric_limits<float>::max();
+    constexpr auto largest = static_cast<double>(std::numeric_limits<float>::max());
     if (value > largest)
         return std::numeric_limits<float>::infinity();
     if (value < -largest)
