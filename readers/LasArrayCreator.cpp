@@ -37,7 +37,8 @@ LasArrayCreator::Plan LasArrayCreator::plan() const {
             continue;
         const std::uint64_t bytes = points * fragment_->source->fields()[other].elementSize;
         const auto creator = fragment_->creators[other].lock();
-        if (creator && plan.bytes + bytes <= most && !creator->available()) {
+        const bool comesAlong = !fragment_->source->fields()[other].isAttribute || plan.bytes + bytes <= most;
+        if (creator && comesAlong && !creator->available()) {
             plan.fields.push_back(other);
             plan.bytes += bytes;
         }

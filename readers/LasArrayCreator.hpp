@@ -14,8 +14,9 @@ namespace Tidewatch {
 
 /// Makes the array of one field for one fragment of a LAS or LAZ file.
 ///
-/// Since decompressing a point gives all its fields, the arrays of the fragment's other fields come along, as
-/// far as they are not in the cache already and as the cache has room for all of them together.
+/// Since decompressing a point gives all its fields, the arrays of the fragment's other fields come along
+/// where they are not in the cache already: those of the point format always, attributes of the extra bytes
+/// as far as the cache can hold them all together.
 class LasArrayCreator final : public Sheaf::CachedCreator {
 public:
     /// What the creators of one fragment have in common.

@@ -183,8 +183,10 @@ std::vector<LasField> lasFields(const Las::LasFile& file) {
         static_cast<void>(unique(standard.name));
     for (std::size_t index = 0; index < attributes.size(); ++index) {
         const ExtraAttribute& attribute = attributes[index];
-        if (attribute.isScalar())
-            fields.push_back(attributeField(unique(attributeName(attribute, index)), attribute));
+        if (!attribute.isScalar())
+            continue;
+        fields.push_back(attributeField(unique(attributeName(attribute, index)), attribute));
+        fields.back().isAttribute = true;
     }
     return fields;
 }

@@ -39,6 +39,9 @@ struct LasField {
     /// the whole file.
     std::function<std::unique_ptr<LasColumn>(std::uint64_t points)> makeColumn;
 
+    /// Whether it comes from the extra bytes, of which there may be thousands, and not from the point format.
+    bool isAttribute = false;
+
     [[nodiscard]] bool isColours() const noexcept { return !makeColumn; }
 };
 

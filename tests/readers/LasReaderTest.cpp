@@ -452,14 +452,28 @@ TEST_F(LasReaderTest, OnePassGivesAllFieldsOfTheFragment) {
     EXPECT_THROW(static_cast<void>(creator(*grid, "Intensity")->create(true)), Anchor::FormatError);
 }
 
-TEST_F(LasReaderTest, PassMakesNoMoreThanTheCacheHolds) {
-    const auto grid = read(varied(2, 3, 1000));
-    Anchor::Cache::MemCache().setLimit(24000 + 2000);
+TEST_F(LasReaderTest, AttributesComeAlongOnlyAsFarAsTheCacheHoldsThem) {
+    LasFileBuilder file;
+    file.extraByteCount = 100;
+    std::string entries;
+    for (int i = 0; i < 100; ++i)
+        entries += LasFileBuilder::attribute(1, "a" + std::to_string(i));
+    file.describe(entries);
+    file.addVariedPoints(1000);
+    const auto grid = read(file);
+    Anchor::Cache::MemCache().setLimit(60'000);
     static_cast<void>(values<Point>(*grid, "Positions"));
-    EXPECT_TRUE(creator(*grid, "Intensity")->available());
-    EXPECT_FALSE(creator(*grid, "ReturnNumber")->available());
-    EXPECT_LE(Anchor::Cache::MemCache().bytesInUse(), 26000U);
-    EXPECT_EQ(values<double>(*grid, "GPSTime").size(), 1000U);
+    EXPECT_TRUE(creator(*grid, "PointSourceID")->available());
+    EXPECT_TRUE(creator(*grid, "a0")->available());
+    EXPECT_FALSE(creator(*grid, "a99")->available());
+    EXPECT_LE(Anchor::Cache::MemCache().bytesInUse(), 60'000U);
+    EXPECT_EQ(values<unsigned char>(*grid, "a99")[7],
+              static_cast<unsigned char>(file.points[7].extraBytes[99]));
+    // What the point format has comes whole, however small the cache.
+    Anchor::Cache::MemCache().setLimit(1);
+    static_cast<void>(creator(*grid, "Positions")->create(true));
+    EXPECT_TRUE(creator(*grid, "PointSourceID")->available());
+    EXPECT_FALSE(creator(*grid, "a0")->available());
 }
 
 TEST_F(LasReaderTest, ArraysAreReadOnDemandOnly) {
