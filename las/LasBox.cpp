@@ -5,7 +5,9 @@
 #include "las/lasHeader.hpp"
 #include "las/lasValues.hpp"
 
+#include <algorithm>
 #include <atomic>
+#include <ctime>
 #include <filesystem>
 #include <set>
 #include <utility>
@@ -59,7 +61,7 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
         return;
     setExtent(header_, cornerOf(box->lower(), *box), cornerOf(box->upper(), *box));
     setIdentification(header_);
-    setCreationDate(header_, day, year);
+    setCreationDate(header_, day, year, std::time(nullptr));
     if (representation.findField("RGB"))
         addColor(header_);
     addAttributes();
@@ -148,27 +150,34 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     const auto numberOfReturns = elements(slots_.numberOfReturns);
     const auto edgeOfFlightLine = elements(slots_.edgeOfFlightLine);
     const auto scanDirectionFlag = elements(slots_.scanDirectionFlag);
+    const auto userData = elements(slots_.userData);
     const auto scanAngleRank = elements(slots_.scanAngleRank);
     const auto scanAngle = elements(slots_.scanAngle);
-    const auto userData = elements(slots_.userData);
-    const auto pointSourceID = elements(slots_.pointSourceID);
     const auto gpsTime = elements(slots_.gpsTime);
     const auto rgb = elements(slots_.rgb);
+    using Shorts = std::span<const unsigned short>;
+    using Floats = std::span<const float>;
+    const auto pointSourceID = pointSourceID_ > 0 ? Shorts() : elements(slots_.pointSourceID);
     // A renamed field fills a slot although the header may not have the attribute; there is no place to store
     // its values then.
-    using Floats = std::span<const float>;
     const auto reflectance = reflectanceStart_ >= 0 ? elements(slots_.reflectance) : Floats();
-    const auto amplitude =
-        amplitudeStart_ >= 0 ? elements(slots_.amplitude) : std::span<const unsigned short>();
+    const auto amplitude = amplitudeStart_ >= 0 ? elements(slots_.amplitude) : Shorts();
     const auto amplitudeFloat =
         amplitudeStart_ >= 0 && !slots_.amplitude ? elements(slots_.amplitudeFloat) : Floats();
+
+    std::uint64_t violations = 0;
+    const auto limited = [&](unsigned number) {
+        violations += number > returnLimit ? 1U : 0U;
+        return std::min(number, returnLimit);
+    };
 
     const LASquantizer quantizer = header_;
     LASpoint& point = point_;
     LASwriter& writer = *writer_;
-    std::uint64_t violations = 0;
     bool accepted = true;
 
+    if (pointSourceID_ > 0)
+        point.point_source_ID = static_cast<U16>(pointSourceID_);
     for (std::size_t i = 0; i < count; ++i) {
         if (i < positions.size()) {
             const Geom::PhysicalSpace::point& p = positions[i];
@@ -185,11 +194,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         if (i < intensity.size())
             point.intensity = intensity[i];
         if (i < returnNumber.size()) {
-            unsigned number = returnNumber[i];
-            if (number > returnLimit) {
-                ++violations;
-                number = returnLimit;
-            }
+            const unsigned number = limited(returnNumber[i]);
             if (number != 0)
                 ++pointsByReturn_[number - 1];
             if constexpr (isExtended)
@@ -198,20 +203,16 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
                 point.return_number = number & 0x7;
         }
         if (i < numberOfReturns.size()) {
-            unsigned number = numberOfReturns[i];
-            if (number > returnLimit) {
-                ++violations;
-                number = returnLimit;
-            }
+            const unsigned number = limited(numberOfReturns[i]);
             if constexpr (isExtended)
                 point.extended_number_of_returns = number & 0xF;
             else
                 point.number_of_returns = number & 0x7;
         }
-        if (i < edgeOfFlightLine.size())
-            point.edge_of_flight_line = edgeOfFlightLine[i] & 1;
         if (i < scanDirectionFlag.size())
             point.scan_direction_flag = scanDirectionFlag[i] & 1;
+        if (i < edgeOfFlightLine.size())
+            point.edge_of_flight_line = edgeOfFlightLine[i] & 1;
         if (i < scanAngle.size())
             point.extended_scan_angle = scanAngle[i];
         if (i < scanAngleRank.size()) {
@@ -223,9 +224,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         }
         if (i < userData.size())
             point.user_data = userData[i];
-        if (pointSourceID_ > 0)
-            point.point_source_ID = static_cast<U16>(pointSourceID_);
-        else if (i < pointSourceID.size())
+        if (i < pointSourceID.size())
             point.point_source_ID = pointSourceID[i];
         if (i < gpsTime.size())
             point.gps_time = gpsTime[i];

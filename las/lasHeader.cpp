@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
 
 namespace ExportLib {
 
@@ -64,9 +63,8 @@ void setIdentification(LASheader& header) {
     std::snprintf(header.system_identifier, sizeof header.system_identifier, "%.20s", "BluestoneSurveyGroup");
 }
 
-void setCreationDate(LASheader& header, int day, int year) {
+void setCreationDate(LASheader& header, int day, int year, std::time_t now) {
     if (day == 0 && year == 0) {
-        const std::time_t now = std::time(nullptr);
         std::tm today{};
         ::localtime_r(&now, &today);
         // Counted from 0, where the LAS format counts from 1: files have been dated that way from the first

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <ctime>
 #include <span>
 
 #include <lasdefinitions.hpp>
@@ -30,8 +31,9 @@ void setExtent(LASheader& header, const std::array<double, 3>& lower, const std:
 /// Sets the two texts that say what wrote the file.
 void setIdentification(LASheader& header);
 
-/// Sets the date of creation, cutting both numbers to 16 bits; 0 and 0 stand for today, in local time.
-void setCreationDate(LASheader& header, int day, int year);
+/// Sets the date of creation, cutting both numbers to 16 bits; 0 and 0 stand for the day of `now` in local
+/// time.
+void setCreationDate(LASheader& header, int day, int year, std::time_t now);
 
 /// Makes room for a colour in each record.
 void addColor(LASheader& header);

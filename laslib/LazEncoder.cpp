@@ -19,8 +19,7 @@ constexpr U16 reservedMark = 0xAABB;
 constexpr std::string_view descriptionText = "by laszip of LAStools (221128)";
 constexpr std::size_t descriptionOffset = 22;
 
-// The fields from X to the return numbers lie alike in both points, so they are copied as one piece.
-constexpr std::size_t commonBytes = 25;
+// The fields from X to the return numbers lie alike in both points.
 static_assert(offsetof(LASpoint, X) == offsetof(laszip_point_struct, X));
 static_assert(offsetof(LASpoint, intensity) == offsetof(laszip_point_struct, intensity));
 static_assert(offsetof(LASpoint, scan_angle_rank) == offsetof(laszip_point_struct, scan_angle_rank));
@@ -29,9 +28,16 @@ static_assert(offsetof(LASpoint, point_source_ID) == offsetof(laszip_point_struc
 static_assert(offsetof(LASpoint, extended_scan_angle) == offsetof(laszip_point_struct, extended_scan_angle));
 static_assert(offsetof(LASpoint, extended_classification) ==
               offsetof(laszip_point_struct, extended_classification));
-static_assert(offsetof(LASpoint, extended_classification) + 2 == commonBytes);
-static_assert(offsetof(laszip_point_struct, dummy) == commonBytes);
 static_assert(sizeof(LASpoint::rgb) == sizeof(laszip_point_struct::rgb));
+
+/// Copies bytes that lie at the same place in both points. Bit fields are copied by the byte that they share;
+/// nothing wider, since the processor stalls on reading together what has just been written in parts.
+template <std::size_t... place>
+void copyBytes(laszip_point_struct& to, const LASpoint& from) {
+    auto* const target = reinterpret_cast<unsigned char*>(&to);
+    const auto* const source = reinterpret_cast<const unsigned char*>(&from);
+    ((target[place] = source[place]), ...);
+}
 
 } // namespace
 
@@ -81,9 +87,20 @@ bool LazEncoder::begin(std::ostream& stream) {
 
 bool LazEncoder::write(const LASpoint& point) {
     laszip_point_struct& copy = *library_->point;
-    std::memcpy(static_cast<void*>(&copy), static_cast<const void*>(&point), commonBytes);
+    copy.X = point.X;
+    copy.Y = point.Y;
+    copy.Z = point.Z;
+    copy.intensity = point.intensity;
+    copyBytes<14, 15>(copy, point); // returns and flags; class and flags
+    copy.scan_angle_rank = point.scan_angle_rank;
+    copy.user_data = point.user_data;
+    copy.point_source_ID = point.point_source_ID;
+    copy.extended_scan_angle = point.extended_scan_angle;
+    copyBytes<22, 23, 24>(copy, point); // type, channel and flags; class; returns
     copy.gps_time = point.gps_time;
-    std::memcpy(copy.rgb, point.rgb, sizeof copy.rgb);
+    copy.rgb[0] = point.rgb[0];
+    copy.rgb[1] = point.rgb[1];
+    copy.rgb[2] = point.rgb[2];
     if (point.extra_bytes_number > 0)
         std::memcpy(copy.extra_bytes, point.extra_bytes, static_cast<std::size_t>(point.extra_bytes_number));
     return laszip_write_point(library_->writer) == 0;

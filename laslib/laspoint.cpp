@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "laspoint.hpp"
 
-#include "LittleEndian.hpp"
-
 #include <cstdio>
 
 LASpoint::LASpoint() {
@@ -70,8 +68,4 @@ BOOL LASpoint::init(const LASquantizer* pointQuantizer, U8 point_type, U16 point
     quantizer = pointQuantizer;
     attributer = pointAttributer;
     return true;
-}
-
-void LASpoint::set_attribute(I32 start, U16 value) {
-    LittleEndianWriter(reinterpret_cast<char*>(extra_bytes) + start).put(value);
 }

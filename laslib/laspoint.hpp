@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "LittleEndian.hpp"
 #include "lasattributer.hpp"
 #include "lasquantizer.hpp"
 #include "laszip.hpp"
@@ -66,5 +67,7 @@ public:
     void zero();
 
     /// Stores the value of an attribute that begins at `start` in the extra bytes; nothing is checked.
-    void set_attribute(I32 start, U16 value);
+    void set_attribute(I32 start, U16 value) {
+        LittleEndianWriter(reinterpret_cast<char*>(extra_bytes) + start).put(value);
+    }
 };
