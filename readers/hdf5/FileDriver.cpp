@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <limits>
 #include <new>
+#include <span>
 #include <type_traits>
 #include <unistd.h>
 #include <vector>
@@ -29,6 +30,7 @@ namespace {
 /// What the file-access properties carry for the driver; the library copies it byte by byte.
 struct DriverSettings {
     FileFailure* failure;
+    MetadataGuard* guard;
 };
 
 /// A file as the driver sees it. The library knows it by its first member.
@@ -40,6 +42,7 @@ struct OpenedFile {
     dev_t device{};
     ino_t number{};
     FileFailure* failure = nullptr;
+    MetadataGuard* guard = nullptr;
 
     /// What could not be written, in the order of the writes.
     struct Unwritten {
@@ -73,7 +76,10 @@ H5FD_t* openFile(const char* name, unsigned flags, hid_t access, haddr_t) noexce
     auto* const file = new (std::nothrow) OpenedFile;
     if (file == nullptr)
         return nullptr;
-    file->failure = settings != nullptr ? settings->failure : nullptr;
+    if (settings != nullptr) {
+        file->failure = settings->failure;
+        file->guard = settings->guard;
+    }
     struct stat status {};
     file->descriptor = ::open(name, mode, 0666);
     // A missing file is no failure yet when the library is going to make it: it first tries without.
@@ -110,9 +116,11 @@ int compareFiles(const H5FD_t* a, const H5FD_t* b) noexcept {
     return 0;
 }
 
-herr_t tellFeatures(const H5FD_t*, unsigned long* flags) noexcept {
-    *flags = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_ACCUMULATE_METADATA | H5FD_FEAT_DATA_SIEVE |
-             H5FD_FEAT_AGGREGATE_SMALLDATA;
+herr_t tellFeatures(const H5FD_t* file, unsigned long* flags) noexcept {
+    *flags = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_DATA_SIEVE | H5FD_FEAT_AGGREGATE_SMALLDATA;
+    // The guard has to see the blocks of metadata one by one. (The library also asks about no file at all.)
+    if (file != nullptr && self(file).guard == nullptr)
+        *flags |= H5FD_FEAT_ACCUMULATE_METADATA;
     return 0;
 }
 
@@ -155,7 +163,25 @@ ssize_t readUpTo(int descriptor, unsigned char* target, std::size_t size, haddr_
     return static_cast<ssize_t>(done);
 }
 
-herr_t readBlock(H5FD_t* base, H5FD_mem_t, hid_t, haddr_t address, std::size_t size, void* buffer) noexcept {
+/// Lets the guard look at a block; says on the library's error stack what it found.
+bool isAdmitted(OpenedFile& file, H5FD_mem_t type, haddr_t address,
+                std::span<const unsigned char> block) noexcept {
+    const auto fetch = [&](std::uint64_t from, std::span<unsigned char> target) {
+        return readExactly(file.descriptor, from, target);
+    };
+    try {
+        const auto fault = file.guard->fault(type, address, block, fetch);
+        if (fault)
+            H5Epush2(H5E_DEFAULT, __FILE__, __func__, __LINE__, H5E_ERR_CLS, H5E_VFL, H5E_READERROR, "%s",
+                     fault->c_str());
+        return !fault;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+herr_t readBlock(H5FD_t* base, H5FD_mem_t type, hid_t, haddr_t address, std::size_t size,
+                 void* buffer) noexcept {
     OpenedFile& file = self(base);
     auto* const target = static_cast<unsigned char*>(buffer);
     if (!isAddressable(address, size))
@@ -166,8 +192,11 @@ herr_t readBlock(H5FD_t* base, H5FD_mem_t, hid_t, haddr_t address, std::size_t s
         return -1;
     }
     const auto filled = static_cast<std::size_t>(got);
-    if (file.unwritten.empty())
-        return filled == size ? 0 : -1;
+    if (file.unwritten.empty()) {
+        const bool isGood =
+            filled == size && (file.guard == nullptr || isAdmitted(file, type, address, {target, size}));
+        return isGood ? 0 : -1;
+    }
     std::memset(target + filled, 0, size - filled);
     for (const OpenedFile::Unwritten& block : file.unwritten) {
         const haddr_t low = std::max(address, block.address);
@@ -266,10 +295,15 @@ hid_t driver() {
 
 } // namespace
 
-PropertiesHandle fileAccess(FileFailure& failure) {
+bool readExactly(int descriptor, std::uint64_t address, std::span<unsigned char> target) {
+    return isAddressable(address, target.size()) &&
+           readUpTo(descriptor, target.data(), target.size(), address) == static_cast<ssize_t>(target.size());
+}
+
+PropertiesHandle fileAccess(FileFailure& failure, MetadataGuard* guard) {
     const LibraryCall call;
     PropertiesHandle properties(H5Pcreate(H5P_FILE_ACCESS));
-    const DriverSettings settings{&failure};
+    const DriverSettings settings{&failure, guard};
     if (!properties || H5Pset_driver(properties.get(), driver(), &settings) < 0)
         return PropertiesHandle();
     return properties;

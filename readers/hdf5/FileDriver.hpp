@@ -2,8 +2,10 @@
 #pragma once
 
 #include "readers/hdf5/Handle.hpp"
+#include "readers/hdf5/MetadataGuard.hpp"
 
-#include <memory>
+#include <cstdint>
+#include <span>
 #include <string>
 
 namespace Tidewatch::Hdf5 {
@@ -32,7 +34,11 @@ struct FileFailure {
 /// could not be written is kept in memory, so that the library reads back what it wrote. So whoever writes
 /// asks `failure` after each step, and finally once the file has been closed.
 ///
-/// `failure` must outlive the file. The handle is empty when the library refuses.
-[[nodiscard]] PropertiesHandle fileAccess(FileFailure& failure);
+/// `failure`, and `guard` where there is one, must outlive the file. Each block of metadata has to pass the
+/// guard before the library gets it. The handle is empty when the library refuses.
+[[nodiscard]] PropertiesHandle fileAccess(FileFailure& failure, MetadataGuard* guard = nullptr);
+
+/// Fills a block with bytes of a file from an address on; false when they are not all there.
+[[nodiscard]] bool readExactly(int descriptor, std::uint64_t address, std::span<unsigned char> target);
 
 } // namespace Tidewatch::Hdf5

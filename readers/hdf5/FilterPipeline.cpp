@@ -135,6 +135,8 @@ void FilterPipeline::unshuffle(std::vector<std::byte>& data, std::size_t element
     if (elementSize < 2)
         return;
     const std::size_t count = data.size() / elementSize;
+    if (count < 2)
+        return;
     spare_.resize(data.size());
     switch (elementSize) {
     case 2:

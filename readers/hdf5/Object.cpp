@@ -3,6 +3,7 @@
 
 #include "readers/hdf5/NumberType.hpp"
 #include "readers/hdf5/OpenFile.hpp"
+#include "readers/hdf5/variableText.hpp"
 #include "readers/printable.hpp"
 
 #include <algorithm>
@@ -48,6 +49,21 @@ std::string joined(const std::string& path, const std::string& name) {
 
 std::string quoted(const char* attribute) {
     return "attribute \"" + std::string(attribute) + "\"";
+}
+
+/// The address of an object's header in its file.
+haddr_t headerAddress(hid_t object) {
+#if H5_VERSION_GE(1, 12, 0)
+    H5O_info2_t info{};
+    haddr_t address = HADDR_UNDEF;
+    if (H5Oget_info3(object, &info, H5O_INFO_BASIC) < 0 ||
+        H5VLnative_token_to_addr(object, info.token, &address) < 0)
+        return HADDR_UNDEF;
+    return address;
+#else
+    H5O_info_t info{};
+    return H5Oget_info2(object, &info, H5O_INFO_BASIC) >= 0 ? info.addr : HADDR_UNDEF;
+#endif
 }
 
 } // namespace
@@ -141,16 +157,8 @@ std::optional<std::string> Object::text(const char* name) const {
     const DatatypeHandle type(H5Aget_type(attribute.get()));
     if (!type || H5Tget_class(type.get()) != H5T_STRING || valueCount(attribute.get(), name) != 1)
         fail(quoted(name) + " is not a text");
-    if (H5Tis_variable_str(type.get()) > 0) {
-        char* characters = nullptr;
-        if (H5Aread(attribute.get(), type.get(), &characters) < 0)
-            failWithReason(quoted(name) + " cannot be read");
-        struct Release {
-            char* characters;
-            ~Release() { H5free_memory(characters); }
-        } const release{characters};
-        return characters != nullptr ? std::string(characters) : std::string();
-    }
+    if (H5Tis_variable_str(type.get()) > 0)
+        return longText(name);
     const std::size_t size = H5Tget_size(type.get());
     if (size == 0 || size > mostTextBytes)
         fail(quoted(name) + " is too long");
@@ -162,6 +170,19 @@ std::optional<std::string> Object::text(const char* name) const {
     else
         result.erase(std::min(result.find('\0'), result.size()));
     return result;
+}
+
+std::string Object::longText(const char* name) const {
+    const haddr_t header = headerAddress(id());
+    if (header == HADDR_UNDEF)
+        failWithReason("its header cannot be found");
+    try {
+        return variableText([this](std::uint64_t address,
+                                   std::span<unsigned char> target) { return file_->fetch(address, target); },
+                            header, name, mostTextBytes);
+    } catch (const Anchor::FormatError& error) {
+        fail(quoted(name) + " " + error.what());
+    }
 }
 
 template <class T>

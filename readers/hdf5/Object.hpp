@@ -71,6 +71,8 @@ public:
 private:
     [[nodiscard]] std::string message(const std::string& what) const;
     [[nodiscard]] AttributeHandle findAttribute(const char* name) const;
+    /// The text of an attribute of variable length.
+    [[nodiscard]] std::string longText(const char* name) const;
     /// The number of values of an attribute; bounded, so that it can be allocated.
     [[nodiscard]] std::size_t valueCount(hid_t attribute, const char* name) const;
 

@@ -13,7 +13,7 @@ namespace Tidewatch::Hdf5 {
 
 OpenFile::OpenFile(std::string path) : path_(std::move(path)) {
     const LibraryCall call;
-    const PropertiesHandle access = fileAccess(failure_);
+    const PropertiesHandle access = fileAccess(failure_, &guard_);
     if (access)
         handle_ = FileHandle(H5Fopen(path_.c_str(), H5F_ACC_RDONLY, access.get()));
     if (failure_)
@@ -25,6 +25,7 @@ OpenFile::OpenFile(std::string path) : path_(std::move(path)) {
             throw Anchor::FileError(path_ + ": cannot open: " + std::generic_category().message(errno));
         throw Anchor::FormatError(path_ + ": cannot be opened as an HDF5 file: " + innermostError());
     }
+    readParameters();
     const struct stat status = look();
     size_ = static_cast<std::uint64_t>(status.st_size);
     written_ = status.st_mtim;
@@ -55,16 +56,43 @@ void OpenFile::requireUnchanged() const {
         throw Anchor::FormatError(path_ + ": the file has been changed since it was opened");
 }
 
-struct stat OpenFile::look() const {
+bool OpenFile::fetch(std::uint64_t address, std::span<unsigned char> target) const {
+    return readExactly(descriptor(), address, target);
+}
+
+int OpenFile::descriptor() const {
     const LibraryCall call;
     void* descriptor = nullptr;
-    struct stat status {};
     if (H5Fget_vfd_handle(handle_.get(), H5P_DEFAULT, &descriptor) < 0)
         throw Anchor::FileError(path_ + ": cannot look at the open file: " + innermostError());
-    if (::fstat(*static_cast<const int*>(descriptor), &status) != 0)
+    return *static_cast<const int*>(descriptor);
+}
+
+struct stat OpenFile::look() const {
+    struct stat status {};
+    if (::fstat(descriptor(), &status) != 0)
         throw Anchor::FileError(path_ +
                                 ": cannot look at the open file: " + std::generic_category().message(errno));
     return status;
+}
+
+void OpenFile::readParameters() {
+    const PropertiesHandle properties(H5Fget_create_plist(handle_.get()));
+    hsize_t userBlock = 0;
+    std::size_t addressSize = 0;
+    std::size_t lengthSize = 0;
+    unsigned halfOfChunkNode = 0;
+    if (!properties || H5Pget_userblock(properties.get(), &userBlock) < 0 ||
+        H5Pget_sizes(properties.get(), &addressSize, &lengthSize) < 0 ||
+        H5Pget_istore_k(properties.get(), &halfOfChunkNode) < 0)
+        throw Anchor::FormatError(path_ + ": the file's parameters cannot be read: " + innermostError());
+    if (userBlock != 0)
+        throw Anchor::FormatError(path_ + ": does not begin with the HDF5 signature");
+    if (addressSize != 8 || lengthSize != 8)
+        throw Anchor::FormatError(path_ + ": uses addresses of " + std::to_string(addressSize) +
+                                  " bytes and sizes of " + std::to_string(lengthSize) +
+                                  "; only 8 bytes are supported");
+    guard_.setEntriesOfChunkNode(std::size_t{2} * halfOfChunkNode);
 }
 
 } // namespace Tidewatch::Hdf5

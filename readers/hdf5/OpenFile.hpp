@@ -6,6 +6,7 @@
 #include "readers/hdf5/Object.hpp"
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include <sys/stat.h>
@@ -36,17 +37,25 @@ public:
     /// The object of an absolute path inside the file; each link on the way is checked.
     [[nodiscard]] Object open(const std::string& path) const;
 
+    /// Fills a block with bytes of the file from an address on; false when they are not all there.
+    [[nodiscard]] bool fetch(std::uint64_t address, std::span<unsigned char> target) const;
+
     /// Throws Anchor::FormatError when the file has been written to since it was opened: what the library
     /// keeps of it in memory and what it reads from now on would not fit together.
     void requireUnchanged() const;
 
 private:
+    /// The system's number of the open file.
+    [[nodiscard]] int descriptor() const;
     /// The file's state as the system tells it.
     [[nodiscard]] struct stat look() const;
+    /// Lets the guard know what the file says about its own build.
+    void readParameters();
 
     std::string path_;
     FileFailure failure_;
-    FileHandle handle_; // after failure_, which the driver uses until the file is closed
+    MetadataGuard guard_;
+    FileHandle handle_; // after those two, which the driver uses until the file is closed
     std::uint64_t size_ = 0;
     struct timespec written_ {};
 };

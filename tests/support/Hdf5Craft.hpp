@@ -25,13 +25,24 @@ class File {
 public:
     enum class Form { Oldest, Version18, Latest };
 
-    explicit File(const std::string& path, Form form = Form::Oldest) {
+    /// A dense file has no space left between its parts.
+    explicit File(const std::string& path, Form form = Form::Oldest, bool isDense = false) {
         const hid_t access = need(H5Pcreate(H5P_FILE_ACCESS), "access");
+        const hid_t creation = need(H5Pcreate(H5P_FILE_CREATE), "creation");
         if (form != Form::Oldest)
             need(H5Pset_libver_bounds(access, form == Form::Latest ? H5F_LIBVER_LATEST : H5F_LIBVER_V18,
                                       H5F_LIBVER_LATEST),
                  "bounds");
-        id_ = need(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access), "file");
+        if (isDense) {
+            need(H5Pset_meta_block_size(access, 1), "block size");
+            need(H5Pset_small_data_block_size(access, 1), "block size");
+        }
+        if (isDense && form == Form::Oldest) {
+            need(H5Pset_sym_k(creation, 1, 1), "tree size");
+            need(H5Pset_istore_k(creation, 1), "tree size");
+        }
+        id_ = need(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, creation, access), "file");
+        H5Pclose(creation);
         H5Pclose(access);
     }
     ~File() { close(); }
@@ -122,6 +133,20 @@ public:
         H5Dclose(handle);
         H5Sclose(space);
         H5Pclose(links);
+        return *this;
+    }
+
+    /// A dataset of int32 that may grow.
+    const File& growingDataset(const std::string& path, const std::vector<hsize_t>& extents,
+                               const std::vector<hsize_t>& most, const double* data, hid_t properties) const {
+        const hid_t space =
+            need(H5Screate_simple(static_cast<int>(extents.size()), extents.data(), most.data()), "extents");
+        const hid_t handle =
+            need(H5Dcreate2(id_, path.c_str(), H5T_STD_I32LE, space, H5P_DEFAULT, properties, H5P_DEFAULT),
+                 "dataset");
+        need(H5Dwrite(handle, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, data), "dataset's data");
+        H5Dclose(handle);
+        H5Sclose(space);
         return *this;
     }
 
