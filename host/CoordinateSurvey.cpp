@@ -17,6 +17,13 @@ bool isMultiple(double value, double stepsPerUnit, double tolerance) {
 
 } // namespace
 
+double CoordinateSurvey::Axis::stepToKeep(double statedStep) const {
+    if (statedStep > 0)
+        return statedStep;
+    const double farthest = std::max(std::abs(lower), std::abs(upper));
+    return decimalStep.value_or(std::nextafter(farthest, std::numeric_limits<double>::infinity()) - farthest);
+}
+
 void CoordinateSurvey::look(std::span<const Geom::PhysicalSpace::point> points) {
     points_ += points.size();
     lookAlong(axes_[0], points, &Geom::PhysicalSpace::point::x);

@@ -26,6 +26,10 @@ public:
         /// The coarsest of 1, 0.1, ... 1e-9 of which every coordinate is a multiple within the rounding of
         /// doubles of this range; nothing where there is none.
         std::optional<double> decimalStep;
+
+        /// The step to which coordinates are to be kept: the one that the input states (0: it states none),
+        /// else the decimal step, else the resolution of doubles of this range.
+        [[nodiscard]] double stepToKeep(double statedStep) const;
     };
 
     void look(std::span<const Geom::PhysicalSpace::point> points);

@@ -3,6 +3,9 @@
 
 #include "host/Wording.hpp"
 
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <utility>
 
 #include <fmt/format.h>
@@ -10,7 +13,17 @@
 namespace Tidewatch {
 
 void Losses::add(std::string_view kind, std::string message) {
-    others_.push_back({std::string(kind), std::move(message)});
+    others_.push_back({{std::string(kind), std::move(message)}, {}});
+}
+
+void Losses::addOf(std::string_view where, std::string_view kind, std::string text) {
+    const auto known = std::find_if(others_.begin(), others_.end(), [&](const Entry& entry) {
+        return !entry.where.empty() && entry.loss.kind == kind && entry.loss.message == text;
+    });
+    if (known != others_.end())
+        known->where.emplace_back(where);
+    else
+        others_.push_back({{std::string(kind), std::move(text)}, {std::string(where)}});
 }
 
 void Losses::addField(const std::string& name) {
@@ -29,7 +42,14 @@ std::vector<Loss> Losses::list(std::string_view format) const {
         all.push_back(
             {"fields", fmt::format("{} does not carry the field{} {}", format, fields_.size() == 1 ? "" : "s",
                                    joined({fields_.begin(), fields_.end()}))});
-    all.insert(all.end(), others_.begin(), others_.end());
+    for (const auto& [loss, where] : others_) {
+        constexpr std::size_t most = 3;
+        std::string subject =
+            joined({where.begin(), where.begin() + std::min<std::ptrdiff_t>(std::ssize(where), most)});
+        if (where.size() > most)
+            subject += fmt::format(" and {} more", grouped(where.size() - most));
+        all.push_back({loss.kind, where.empty() ? loss.message : subject + ": " + loss.message});
+    }
     return all;
 }
 

@@ -12,8 +12,7 @@ namespace Tidewatch {
 
 /// What an export does not carry, or not as it was.
 struct Loss {
-    /// For programs: "fields", "properties", "overwritten", "skipped", "rounding", "count", "intensity",
-    /// "color".
+    /// For programs; docs/program.md lists them.
     std::string kind;
     /// For people.
     std::string message;
@@ -23,6 +22,9 @@ struct Loss {
 class Losses {
 public:
     void add(std::string_view kind, std::string message);
+    /// A loss of one of several grids or files, named by `where`; what is said of several of them in the same
+    /// words becomes one entry.
+    void addOf(std::string_view where, std::string_view kind, std::string text);
     void addField(const std::string& name);
     /// What an input file holds and its part of the bundle does not.
     void addProperties(const ConvLib::InputReport& input);
@@ -31,8 +33,14 @@ public:
     [[nodiscard]] std::vector<Loss> list(std::string_view format) const;
 
 private:
+    struct Entry {
+        Loss loss;
+        /// What the message is about; empty where it says so itself.
+        std::vector<std::string> where;
+    };
+
     std::set<std::string> fields_;
-    std::vector<Loss> others_;
+    std::vector<Entry> others_;
 };
 
 } // namespace Tidewatch

@@ -42,10 +42,8 @@ ShiftedAxis shifted(const CoordinateSurvey::Axis& axis, double inputStep) {
     // The exporter's shift, its upper corner's start value included.
     const double upper = std::max(axis.upper, std::numeric_limits<double>::min());
     const double shift = std::floor((upper - axis.lower) * 0.5 + axis.lower);
-    const double farthest = std::max(std::abs(axis.lower), std::abs(axis.upper));
-    const double resolution = std::nextafter(farthest, std::numeric_limits<double>::infinity()) - farthest;
     return {shift, std::max(std::abs(axis.lower - shift), std::abs(axis.upper - shift)),
-            inputStep > 0 ? inputStep : axis.decimalStep.value_or(resolution)};
+            axis.stepToKeep(inputStep)};
 }
 
 /// The axes that have coordinates.

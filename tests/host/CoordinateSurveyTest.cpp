@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/CoordinateSurvey.hpp"
 
+#include <cmath>
 #include <limits>
 #include <random>
 #include <vector>
@@ -95,6 +96,15 @@ TEST(CoordinateSurvey, HugeCoordinatesAreWholeNumbers) {
     EXPECT_EQ(survey.axis(0)->decimalStep, 1);
     EXPECT_TRUE(survey.axis(1));
     EXPECT_TRUE(survey.axis(2));
+}
+
+TEST(CoordinateSurvey, TheStepToKeepIsTheStatedOneElseTheDecimalOneElseTheResolution) {
+    const CoordinateSurvey::Axis decimal{-4, 2, 0.5};
+    EXPECT_EQ(decimal.stepToKeep(0.125), 0.125);
+    EXPECT_EQ(decimal.stepToKeep(0), 0.5);
+    const CoordinateSurvey::Axis none{-4, 2, std::nullopt};
+    EXPECT_EQ(none.stepToKeep(0.125), 0.125);
+    EXPECT_EQ(none.stepToKeep(0), std::ldexp(1.0, -50));
 }
 
 } // namespace

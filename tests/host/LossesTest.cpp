@@ -51,5 +51,24 @@ TEST(Losses, PropertiesOfAnInputBecomeOneEntry) {
     EXPECT_EQ(list[0].message, "a.laz: not carried: a system, flags");
 }
 
+TEST(Losses, WhatIsSaidOfSeveralGridsInTheSameWordsIsOneEntry) {
+    Losses losses;
+    losses.addOf("a", "shift", "it moves");
+    losses.addOf("a", "range", "it moves");
+    losses.add("shift", "it moves");
+    losses.addOf("b", "shift", "it moves");
+    losses.addOf("b", "shift", "it stays");
+    for (const char* const where : {"c", "d", "e"})
+        losses.addOf(where, "range", "it moves");
+    std::vector<std::pair<std::string, std::string>> entries;
+    for (const Loss& loss : losses.list("PCD"))
+        entries.emplace_back(loss.kind, loss.message);
+    EXPECT_EQ(entries,
+              (std::vector<std::pair<std::string, std::string>>{{"shift", "a, b: it moves"},
+                                                                {"range", "a, c, d and 1 more: it moves"},
+                                                                {"shift", "it moves"},
+                                                                {"shift", "b: it stays"}}));
+}
+
 } // namespace
 } // namespace Tidewatch
