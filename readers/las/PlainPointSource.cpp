@@ -3,6 +3,7 @@
 
 #include "readers/las/LittleEndian.hpp"
 
+#include <array>
 #include <cstddef>
 #include <utility>
 
