@@ -18,6 +18,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 namespace {
@@ -457,7 +458,7 @@ TEST_F(LasReaderTest, AttributesComeAlongOnlyAsFarAsTheCacheHoldsThem) {
     file.extraByteCount = 100;
     std::string entries;
     for (int i = 0; i < 100; ++i)
-        entries += LasFileBuilder::attribute(1, "a" + std::to_string(i));
+        entries += LasFileBuilder::attribute(1, fmt::format("a{}", i));
     file.describe(entries);
     file.addVariedPoints(1000);
     const auto grid = read(file);
