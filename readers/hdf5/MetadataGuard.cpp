@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <limits>
 #include <set>
 #include <string_view>
+#include <unordered_set>
 
 namespace Tidewatch::Hdf5 {
 
@@ -60,6 +62,10 @@ std::optional<std::string> MetadataGuard::fault(H5FD_mem_t type, std::uint64_t a
         return localHeapFault(block, fetch);
     if (hasSignature(block, "TREE"))
         return treeFault(address, block, fetch);
+    if (hasSignature(block, "BTHD"))
+        return indexFault(block);
+    if (hasSignature(block, "FRHP"))
+        return fractalHeapFault(block);
     return type == H5FD_MEM_OHDR ? headerFault(address, block) : std::nullopt;
 }
 
@@ -110,14 +116,66 @@ std::optional<std::string> MetadataGuard::localHeapFault(std::span<const unsigne
     const std::uint64_t size = littleEndian(header, 8, 8);
     std::uint64_t entry = littleEndian(header, 16, 8);
     const std::uint64_t data = littleEndian(header, 24, 8);
-    // Entries take space, so more of them than fit means that the list comes back to one of them.
-    for (std::uint64_t count = 0; entry != endOfList; ++count) {
+    std::array<unsigned char, 1> last{};
+    if (size == 0 || data > std::numeric_limits<std::uint64_t>::max() - size || !fetch(data + size - 1, last))
+        return "has a local heap that lies beyond the end of the file";
+    std::unordered_set<std::uint64_t> seen;
+    while (entry != endOfList) {
         std::array<unsigned char, entrySize> bytes{};
-        if (size < entrySize || entry > size - entrySize || count > size / entrySize ||
-            data > std::numeric_limits<std::uint64_t>::max() - size || !fetch(data + entry, bytes))
+        if (size < entrySize || entry > size - entrySize || !seen.insert(entry).second ||
+            !fetch(data + entry, bytes))
             return "has a local heap whose free space is not inside it or has no end";
         entry = littleEndian(bytes, 0, 8);
     }
+    return std::nullopt;
+}
+
+std::optional<std::string> MetadataGuard::indexFault(std::span<const unsigned char> header) {
+    // Signature, version, type of the records, bytes of a node and of a record, depth.
+    constexpr std::size_t headerSize = 38;
+    constexpr std::uint64_t mostNodeSize = std::uint64_t{1} << 20;
+    constexpr std::uint64_t nodeFrame = 10;
+    constexpr std::uint64_t mostPointerSize = 24;
+    constexpr std::uint64_t mostDepth = 8;
+    if (header.size() < headerSize)
+        return "has a B-tree that is cut off";
+    const unsigned type = header[5];
+    const std::uint64_t nodeSize = littleEndian(header, 6, 4);
+    const std::uint64_t recordSize = littleEndian(header, 10, 2);
+    const std::uint64_t depth = littleEndian(header, 12, 2);
+    // The library decodes records of the sizes that go with their types, whatever the header says.
+    constexpr std::array<std::uint64_t, 10> recordSizes{0, 24, 36, 16, 28, 11, 15, 0, 17, 13};
+    if (type < recordSizes.size() ? recordSizes[type] != recordSize : recordSize < 16)
+        return "has a B-tree with records of an impossible size";
+    if (nodeSize > mostNodeSize || nodeSize < nodeFrame + 3 * (recordSize + mostPointerSize) ||
+        depth > mostDepth)
+        return "has a B-tree of an impossible shape";
+    return std::nullopt;
+}
+
+std::optional<std::string> MetadataGuard::fractalHeapFault(std::span<const unsigned char> header) {
+    constexpr std::size_t headerSize = 146;
+    constexpr std::uint64_t mostBlock = std::uint64_t{1} << 24;
+    if (header.size() < headerSize)
+        return "has a fractal heap that is cut off";
+    const std::uint64_t filterSize = littleEndian(header, 7, 2);
+    const std::uint64_t mostObject = littleEndian(header, 10, 4);
+    const std::uint64_t width = littleEndian(header, 110, 2);
+    const std::uint64_t firstBlock = littleEndian(header, 112, 8);
+    const std::uint64_t lastBlock = littleEndian(header, 120, 8);
+    const std::uint64_t addressBits = littleEndian(header, 128, 2);
+    const std::uint64_t rows = littleEndian(header, 140, 2);
+    if (filterSize != 0)
+        return "has a fractal heap with filters, which no library makes for links and attributes";
+    if (!std::has_single_bit(width) || width > 64 || !std::has_single_bit(firstBlock) || firstBlock < 64 ||
+        !std::has_single_bit(lastBlock) || lastBlock < firstBlock || lastBlock > mostBlock ||
+        mostObject > lastBlock || addressBits > 64)
+        return "has a fractal heap with blocks of impossible sizes";
+    // Each row of blocks covers twice as many addresses as the one before.
+    const auto firstBits = static_cast<std::uint64_t>(std::countr_zero(firstBlock) + std::countr_zero(width));
+    if (addressBits < firstBits || addressBits < static_cast<std::uint64_t>(std::countr_zero(lastBlock)) ||
+        rows > addressBits - firstBits + 1)
+        return "has a fractal heap of an impossible shape";
     return std::nullopt;
 }
 
