@@ -7,6 +7,7 @@
 #include "support/TemporaryFolder.hpp"
 
 #include <cmath>
+#include <locale>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -41,6 +42,18 @@ struct PclReadBack : ::testing::Test {
 
 #ifdef TIDEWATCH_HAS_PCL
 
+/// PCL's reader takes numbers as the locale writes them, so it gets the plain one while it reads.
+class PlainLocale {
+public:
+    PlainLocale() : before_(std::locale::global(std::locale::classic())) {}
+    ~PlainLocale() { std::locale::global(before_); }
+    PlainLocale(const PlainLocale&) = delete;
+    PlainLocale& operator=(const PlainLocale&) = delete;
+
+private:
+    std::locale before_;
+};
+
 /// Eight digits in the file and single precision in the reader leave this much of a coordinate.
 bool isClose(float read, double written) {
     return std::abs(static_cast<double>(read) - written) <= std::abs(written) * 2e-7;
@@ -52,6 +65,7 @@ TEST_F(PclReadBack, UnreducedPlainCloudHasEveryPointWithTheShiftAsItsOrigin) {
     ASSERT_TRUE(exporter.Run());
     ASSERT_EQ(exporter.writtenFiles().back().items, positions.size());
 
+    const PlainLocale plain;
     pcl::PointCloud<pcl::PointXYZ> cloud;
     ASSERT_EQ(pcl::io::loadPCDFile(exporter.OutputPath, cloud), 0);
     ASSERT_EQ(cloud.size(), positions.size());
@@ -85,6 +99,7 @@ TEST_F(PclReadBack, ReducedCloudWithExactCountsHasItsIntensities) {
     const std::uint64_t lines = exporter.writtenFiles().back().items;
     ASSERT_LT(lines, positions.size());
 
+    const PlainLocale plain;
     pcl::PointCloud<pcl::PointXYZI> cloud;
     ASSERT_EQ(pcl::io::loadPCDFile(exporter.OutputPath, cloud), 0);
     EXPECT_EQ(cloud.size(), lines);
