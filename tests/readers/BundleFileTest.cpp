@@ -7,7 +7,9 @@
 #include "support/BundleText.hpp"
 #include "support/Hdf5Craft.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/systemReason.hpp"
 
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -585,15 +587,15 @@ TEST_F(BundleFile, PathThatCannotBeWritten_IsAFileErrorWithPathAndCause) {
     const std::string message =
         messageOf([&] { Tidewatch::writeBundleFile(*emptyBundle(), folder_ / "no/such/folder.h5"); });
     EXPECT_THAT(message, HasSubstr("no/such/folder.h5"));
-    EXPECT_THAT(message, HasSubstr("No such file or directory"));
+    EXPECT_THAT(message, HasSubstr(Support::systemReason(ENOENT)));
     EXPECT_THAT(messageOf([&] { Tidewatch::writeBundleFile(*emptyBundle(), folder_.path().string()); }),
-                HasSubstr("Is a directory"));
+                HasSubstr(Support::systemReason(EISDIR)));
 }
 
 TEST_F(BundleFile, PathThatCannotBeRead_IsAFileErrorWithPathAndCause) {
     const std::string message = messageOf([&] { read(folder_ / "missing.h5"); });
     EXPECT_THAT(message, HasSubstr("missing.h5"));
-    EXPECT_THAT(message, HasSubstr("No such file or directory"));
+    EXPECT_THAT(message, HasSubstr(Support::systemReason(ENOENT)));
     EXPECT_THROW(read(folder_.path().string()), Anchor::FileError);
     EXPECT_THROW(read("/dev/null"), Anchor::FileError);
 }
@@ -687,7 +689,7 @@ TEST_F(BundleFile, DiskThatIsFull_IsAFileErrorWhereverItStrikesAndTheProcessGoes
             } catch (const Anchor::FileError& error) {
                 message = error.what();
             }
-            if (message.find(file_ + ": cannot write: File too large") == std::string::npos)
+            if (message.find(file_ + ": cannot write: " + Support::systemReason(EFBIG)) == std::string::npos)
                 return 2;
             // The library still works.
             return bundleText(*read(other)).empty() ? 3 : 0;

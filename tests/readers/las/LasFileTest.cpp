@@ -5,7 +5,9 @@
 #include "support/LasFileBuilder.hpp"
 #include "support/MemoryFile.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/systemReason.hpp"
 
+#include <cerrno>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -213,7 +215,7 @@ TEST_F(LasFileTest, MissingFileIsAFileErrorWithTheReason) {
         const LasFile file("/nonexistent/a.las");
         FAIL() << "it opens";
     } catch (const Anchor::FileError& error) {
-        EXPECT_STREQ(error.what(), "/nonexistent/a.las: cannot open: No such file or directory");
+        EXPECT_EQ(error.what(), "/nonexistent/a.las: cannot open: " + Support::systemReason(ENOENT));
     }
 }
 
