@@ -39,13 +39,13 @@ std::uint32_t pointCount(const Sheaf::CreativeArrayBase& creator) {
     return count;
 }
 
-} // namespace
-
 /// The export of one grid.
-class ExportPointCloudToLas::GridStep {
+class GridStep {
 public:
-    GridStep(ExportPointCloudToLas& exporter, Anchor::StrongPtr<Sheaf::Grid> grid)
+    GridStep(ExportPointCloudToLas& exporter, const LasBox::Report& report,
+             Anchor::StrongPtr<Sheaf::Grid> grid)
         : exporter_(exporter),
+          report_(report),
           grid_(std::move(grid)) {}
 
     /// False where the slice is to be left.
@@ -59,6 +59,7 @@ private:
     void captureFields(const Fragment& fragment);
 
     ExportPointCloudToLas& exporter_;
+    const LasBox::Report& report_;
     Anchor::StrongPtr<Sheaf::Grid> grid_;
     Anchor::StrongPtr<Sheaf::Representation> representation_;
     Anchor::StrongPtr<Sheaf::Field> positions_;
@@ -66,7 +67,7 @@ private:
     Anchor::StrongPtr<LasBox> tile_;
 };
 
-bool ExportPointCloudToLas::GridStep::run() {
+bool GridStep::run() {
     const auto skeleton = grid_->findHighestHomogenousVertexRefinement(100000000);
     const auto chart = grid_->findCartesianChart("");
     if (!chart || !skeleton)
@@ -90,7 +91,7 @@ bool ExportPointCloudToLas::GridStep::run() {
     return true;
 }
 
-bool ExportPointCloudToLas::GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {
+bool GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {
     if (!exporter_.Progress)
         return true;
     const std::string text = "KxToLas, (Mem: " + std::to_string(mebibytesInUse()) + "[MB]), Write #";
@@ -98,7 +99,7 @@ bool ExportPointCloudToLas::GridStep::mayGoOn(std::uint64_t write, std::uint64_t
 }
 
 /// Writes a fragment; false where there is nothing to write for want of positions.
-bool ExportPointCloudToLas::GridStep::exportFragment(const Fragment& fragment) {
+bool GridStep::exportFragment(const Fragment& fragment) {
     const auto creator = positions_->getCreator(fragment);
     if (!creator)
         return true;
@@ -127,22 +128,19 @@ bool ExportPointCloudToLas::GridStep::exportFragment(const Fragment& fragment) {
     return true;
 }
 
-std::string ExportPointCloudToLas::GridStep::fileName(const std::string& suffix) const {
+std::string GridStep::fileName(const std::string& suffix) const {
     // The last dot of the whole path, that of a folder too: hosts that hand over "run.3/cloud" have always
     // got "run.laz". A path without one is taken whole.
     const std::string& path = exporter_.OutputPath;
     return path.substr(0, path.rfind('.')) + suffix + (exporter_.uncompressed ? ".las" : ".laz");
 }
 
-Anchor::StrongPtr<LasBox> ExportPointCloudToLas::GridStep::makeBox(const Box& bounds,
-                                                                   const std::string& name) const {
-    ExportPointCloudToLas& exporter = exporter_;
-    return Anchor::makeStrong<LasBox>(
-        exporter.Day, exporter.Year, bounds, *representation_, name, exporter.Version, exporter.PointSourceID,
-        grid_, [&exporter](const ConvLib::WrittenFile& file) { exporter.recordWrittenFile(file); });
+Anchor::StrongPtr<LasBox> GridStep::makeBox(const Box& bounds, const std::string& name) const {
+    return Anchor::makeStrong<LasBox>(exporter_.Day, exporter_.Year, bounds, *representation_, name,
+                                      exporter_.Version, exporter_.PointSourceID, grid_, report_);
 }
 
-void ExportPointCloudToLas::GridStep::captureFields(const Fragment& fragment) {
+void GridStep::captureFields(const Fragment& fragment) {
     const auto chart = grid_->makeCartesianChart(std::string(Sheaf::Grid::standardChart), 0);
     const auto skeleton = grid_->skeletons().findVertices(-1);
     if (!skeleton)
@@ -168,6 +166,8 @@ void ExportPointCloudToLas::GridStep::captureFields(const Fragment& fragment) {
     });
 }
 
+} // namespace
+
 ExportPointCloudToLas::ExportPointCloudToLas() = default;
 ExportPointCloudToLas::~ExportPointCloudToLas() = default;
 
@@ -191,6 +191,7 @@ bool ExportPointCloudToLas::Run() {
     static_cast<void>(printParameters());
     if (RenameMap.empty())
         RenameMap = DefaultRenameMap();
+    const LasBox::Report report = [this](const ConvLib::WrittenFile& file) { recordWrittenFile(file); };
     for (const auto& [time, weakSlice] : bundle->slices()) {
         const auto slice = weakSlice.lock();
         if (!slice || !UseThisTime(time))
@@ -198,7 +199,7 @@ bool ExportPointCloudToLas::Run() {
         slice->accessSlice();
         for (const auto& [name, weakGrid] : slice->grids()) {
             const auto grid = weakGrid.lock();
-            if (grid && UseThisGrid(name) && !GridStep(*this, grid).run())
+            if (grid && UseThisGrid(name) && !GridStep(*this, report, grid).run())
                 break;
         }
     }

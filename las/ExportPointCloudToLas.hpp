@@ -10,10 +10,6 @@
 #include <string_view>
 #include <typeinfo>
 
-namespace Sheaf {
-class Grid;
-}
-
 namespace ExportLib {
 
 /// Writes point clouds as LAS 1.2, 1.3 or 1.4, compressed (LAZ) unless told otherwise: fields of a grid
@@ -82,9 +78,6 @@ public:
     /// The axis of a file whose points (all of the grid's, or with `tiles` those of the fragment) reach from
     /// `lower` to `upper`; `lower` above `upper` stands for no points.
     [[nodiscard]] static Axis AxisOf(double lower, double upper);
-
-private:
-    class GridStep;
 };
 
 } // namespace ExportLib

@@ -5,14 +5,10 @@
 #include "support/TemporaryFolder.hpp"
 
 #include <cstdint>
-#include <cstdio>
-#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <sys/wait.h>
 
 namespace Support {
 
@@ -101,26 +97,5 @@ public:
 
     std::string bytes;
 };
-
-/// Whether laz-perf, which decodes for the tests, is there.
-[[nodiscard]] inline bool hasLazPerf() {
-    std::error_code ignored;
-    return std::filesystem::exists(std::filesystem::path(TIDEWATCH_DECODER).parent_path() / "node_modules" /
-                                       "laz-perf",
-                                   ignored) &&
-           std::system("node --version >/dev/null 2>&1") == 0;
-}
-
-/// The points of a LAS or LAZ file as laz-perf decodes them, which shares no code with LASzip. Throws where
-/// it cannot.
-[[nodiscard]] inline std::vector<LasRecord> decodeWithLazPerf(const std::string& path) {
-    const TemporaryFolder folder;
-    const std::string output = folder / "records.bin";
-    const std::string command =
-        "node '" TIDEWATCH_DECODER "' '" + path + "' '" + output + "' >'" + (folder / "log") + "' 2>&1";
-    if (std::system(command.c_str()) != 0)
-        throw std::runtime_error(readBytes(folder / "log"));
-    return WrittenLas::read(path).decode(readBytes(output));
-}
 
 } // namespace Support
