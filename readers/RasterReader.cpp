@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/RasterReader.hpp"
+
+#include "anchor/Error.hpp"
+#include "readers/RasterArrayCreator.hpp"
+#include "readers/nameFault.hpp"
+#include "readers/printable.hpp"
+#include "readers/raster/RasterFile.hpp"
+#include "readers/raster/drivers.hpp"
+#include "sheaf/HeldCreator.hpp"
+#include "sheaf/UniformCartesianArray.hpp"
+
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+namespace {
+
+class RasterReport final : public ConvLib::InputReport {
+public:
+    RasterReport(std::shared_ptr<const RasterSource> source, std::string grid)
+        : source_(std::move(source)),
+          grid_(std::move(grid)) {}
+
+    [[nodiscard]] std::string file() const override { return source_->path; }
+    [[nodiscard]] std::string kind() const override {
+        const std::size_t bands = source_->description.bands.size();
+        return fmt::format("raster ({}), {} band{}", source_->description.driver, bands,
+                           bands == 1 ? "" : "s");
+    }
+    [[nodiscard]] std::string grid() const override { return grid_; }
+    [[nodiscard]] std::vector<std::string> notCarried() const override { return source_->notCarried(); }
+    [[nodiscard]] std::optional<Geom::PhysicalSpace::vector> coordinateStep() const override { return {}; }
+
+private:
+    std::shared_ptr<const RasterSource> source_;
+    std::string grid_;
+};
+
+std::string gridName(const std::string& path) {
+    std::string name = std::filesystem::path(path).stem().string();
+    if (const std::string_view fault = nameFault(name); !fault.empty())
+        throw Anchor::FormatError(
+            fmt::format("{}: the name of its grid, \"{}\", {}", printable(path), printable(name), fault));
+    return name;
+}
+
+void fillGrid(Sheaf::Grid& grid, const std::shared_ptr<RasterSource>& source) {
+    const Raster::Description& raster = source->description;
+    const auto chart = grid.declareCartesianChart(std::string(Sheaf::Grid::standardChart));
+    const auto vertices = grid.skeletons().make({});
+    const auto representation = vertices->representations().make(chart);
+    const auto fragment = grid.makeFragment("000000");
+    const auto add = [&](const std::string& name, Anchor::StrongPtr<Sheaf::CreativeArrayBase> data) {
+        representation->makeField(name, data->elementType())->addFragment(fragment, std::move(data));
+    };
+    add("Positions", Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
+                         raster.placing.corner, raster.placing.spacing,
+                         Sheaf::MultiIndex<3>{raster.width, raster.height, 1})));
+    for (std::size_t band = 0; band < raster.bands.size(); ++band)
+        add(fmt::format("Band{}", band + 1), Anchor::makeStrong<BandCreator>(source, band));
+    add("CellType", Anchor::makeStrong<CellTypeCreator>(source));
+}
+
+} // namespace
+
+RasterReader::~RasterReader() = default;
+
+std::string RasterReader::name() const {
+    return "raster";
+}
+
+bool RasterReader::recognises(const std::string& path, std::span<const std::byte>) const {
+    // A file of a refused format is recognised too, so that read() can say why it is refused.
+    return !Raster::readableDriverOf(path).empty() || !Raster::refusedDriverOf(path).empty();
+}
+
+Anchor::StrongPtr<ConvLib::InputReport> RasterReader::read(Sheaf::Bundle& bundle, const std::string& path,
+                                                           const ConvLib::ReadOptions& options) const {
+    const std::string name = gridName(path);
+    const auto source = std::make_shared<RasterSource>(path, options);
+    const auto slice = bundle.makeSlice(options.SliceTime);
+    const bool isNewSlice = slice->grids().empty();
+    const auto grid = slice->makeGrid(name, path);
+    try {
+        fillGrid(*grid, source);
+    } catch (...) {
+        slice->removeGrid(name);
+        if (isNewSlice)
+            bundle.removeSlice(options.SliceTime);
+        throw;
+    }
+    return Anchor::makeStrong<RasterReport>(source, name);
+}
+
+} // namespace Tidewatch

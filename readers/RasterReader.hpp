@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "convlib/Reader.hpp"
+
+namespace Tidewatch {
+
+/// Reads rasters through GDAL: GeoTIFF, ESRI ASCII grids and the other formats that docs/raster.md lists.
+///
+/// A file becomes one grid, named after the file without its extension, in the slice at
+/// ReadOptions::SliceTime, with the standard chart, one vertex skeleton without refinement entries and one
+/// fragment, "000000". Fields, all of them width by height by 1 elements, rows ascending in y and columns in
+/// x whichever way the file has them:
+///
+/// | field | elements |
+/// |---|---|
+/// | Positions | a uniform grid; its corner is the centre of the lower left pixel |
+/// | Band1, Band2, ... | the band's numbers; signed ones of 8 and 16 bits as 32 bits |
+/// | CellType | 8 bits unsigned; 1 where every band has a value, 0 where one has no-data or is masked |
+///
+/// A file without georeference counts in pixels, its lower left corner at (0, 0). Rotated rasters and complex
+/// numbers are refused (Anchor::FormatError).
+///
+/// Arrays are read when they are asked for; the file is opened again for that and must not have changed.
+/// Arrays larger than ReadOptions::MaximumArrayBytes are refused then (Anchor::LimitError). Formats that lead
+/// to other files or to the network are not read: see Raster::readableDrivers.
+class TIDEWATCH_API RasterReader final : public ConvLib::Reader {
+public:
+    RasterReader() = default;
+    ~RasterReader() override;
+
+    [[nodiscard]] std::string name() const override;
+    /// By what GDAL's drivers for these formats recognise. Ask it last: some formats are plain text.
+    [[nodiscard]] bool recognises(const std::string& path, std::span<const std::byte> head) const override;
+    Anchor::StrongPtr<ConvLib::InputReport> read(Sheaf::Bundle& bundle, const std::string& path,
+                                                 const ConvLib::ReadOptions& options) const override;
+};
+
+} // namespace Tidewatch

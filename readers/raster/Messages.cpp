@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/raster/Messages.hpp"
+
+#include "readers/printable.hpp"
+
+namespace Tidewatch::Raster {
+
+Messages::Messages() {
+    CPLPushErrorHandlerEx(&take, this);
+}
+
+Messages::~Messages() {
+    CPLPopErrorHandler();
+}
+
+std::string Messages::failure() const {
+    return failure_.empty() ? "GDAL gives no reason" : printable(failure_);
+}
+
+void CPL_STDCALL Messages::take(CPLErr kind, CPLErrorNum, const char* text) {
+    auto* const messages = static_cast<Messages*>(CPLGetErrorHandlerUserData());
+    if (kind < CE_Failure || !messages->failure_.empty())
+        return;
+    try {
+        messages->failure_ = text;
+    } catch (...) {
+        // Without memory for it there is no message. GDAL is written in C here: nothing may pass through it.
+    }
+}
+
+} // namespace Tidewatch::Raster

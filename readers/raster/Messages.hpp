@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cpl_error.h>
+#include <string>
+
+namespace Tidewatch::Raster {
+
+/// Takes GDAL's messages of this thread for as long as it lives, so that they go into our errors and not to
+/// the console.
+class Messages {
+public:
+    Messages();
+    ~Messages();
+    Messages(const Messages&) = delete;
+    Messages& operator=(const Messages&) = delete;
+
+    /// The first failure that GDAL reported, fit for a message; a stand-in where it reported none.
+    [[nodiscard]] std::string failure() const;
+
+private:
+    static void CPL_STDCALL take(CPLErr kind, CPLErrorNum number, const char* text);
+
+    std::string failure_;
+};
+
+} // namespace Tidewatch::Raster

@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/raster/RasterFile.hpp"
+
+#include "anchor/Error.hpp"
+#include "readers/printable.hpp"
+#include "readers/raster/Messages.hpp"
+#include "readers/raster/drivers.hpp"
+#include "sheaf/ElementTypes.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cpl_string.h>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+#include <system_error>
+
+namespace Tidewatch::Raster {
+
+namespace {
+
+/// What the numbers of a band become; null for those that have no element type.
+const std::type_info* elementOf(GDALDataType type) {
+    const std::type_info* element = nullptr;
+    Sheaf::ElementTypes::visitFirst(
+        [type](auto tag) {
+            constexpr GDALDataType candidate = pixelType<typename decltype(tag)::type>;
+            return candidate != GDT_Unknown && candidate == type;
+        },
+        [&](auto tag) { element = &typeid(typename decltype(tag)::type); });
+    // Signed numbers of fewer than 32 bits are widened: exporters have no writer for them.
+    if (type == GDT_Int16)
+        element = &typeid(int);
+#if GDAL_VERSION_NUM >= GDAL_COMPUTE_VERSION(3, 7, 0)
+    if (type == GDT_Int8)
+        element = &typeid(int);
+#endif
+    return element;
+}
+
+bool hasTiffSignature(const std::filesystem::path& path) {
+    std::array<char, 4> head{};
+    std::ifstream(path, std::ios::binary).read(head.data(), head.size());
+    const std::string_view text(head.data(), head.size());
+    // TIFF 6.0, section 2, and BigTIFF.
+    using namespace std::string_view_literals;
+    return text == "II*\0"sv || text == "MM\0*"sv || text == "II+\0"sv || text == "MM\0+"sv;
+}
+
+} // namespace
+
+void RasterFile::Close::operator()(GDALDatasetH dataset) const {
+    const Messages messages;
+    GDALClose(dataset);
+}
+
+RasterFile::RasterFile(std::string path) : path_(std::move(path)) {
+    if (readableDriverOf(path_).empty()) {
+        if (const std::string driver = refusedDriverOf(path_); !driver.empty())
+            fail("is of GDAL's format " + driver + ", whose files lead to other files; it is not read");
+        fail("is not a raster of a format that is read");
+    }
+    requirePlainMask();
+    const Messages messages;
+    dataset_.reset(GDALOpenEx(plainPath(path_).c_str(),
+                              GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, readableDrivers(),
+                              nullptr, nullptr));
+    if (!dataset_)
+        fail("cannot be read: " + messages.failure());
+}
+
+void RasterFile::fail(const std::string& reason) const {
+    throw Anchor::FormatError(fmt::format("{}: {}", printable(path_), reason));
+}
+
+/// GDAL looks for a mask in a file beside the raster, and opens that with whatever driver recognises it.
+void RasterFile::requirePlainMask() const {
+    std::error_code error;
+    const std::filesystem::path mask = path_ + ".msk";
+    if (std::filesystem::exists(mask, error) && !hasTiffSignature(mask))
+        fail("its mask " + printable(mask.string()) + " is not a TIFF file");
+}
+
+std::uint64_t RasterFile::width() const {
+    return static_cast<std::uint64_t>(GDALGetRasterXSize(dataset_.get()));
+}
+
+std::uint64_t RasterFile::height() const {
+    return static_cast<std::uint64_t>(GDALGetRasterYSize(dataset_.get()));
+}
+
+GDALRasterBandH RasterFile::bandOf(std::size_t band) const {
+    return GDALGetRasterBand(dataset_.get(), static_cast<int>(band) + 1);
+}
+
+Description RasterFile::describe() const {
+    const Messages messages;
+    Description description;
+    description.driver = GDALGetDriverShortName(GDALGetDatasetDriver(dataset_.get()));
+    description.width = width();
+    description.height = height();
+    const int bands = GDALGetRasterCount(dataset_.get());
+    if (bands < 1)
+        fail("holds no band");
+    for (std::size_t band = 0; band < static_cast<std::size_t>(bands); ++band)
+        description.bands.push_back(describeBand(band));
+
+    std::array<double, 6> numbers{};
+    std::optional<std::array<double, 6>> transform;
+    if (GDALGetGeoTransform(dataset_.get(), numbers.data()) == CE_None)
+        transform = numbers;
+    description.placing = Placing::make(transform, description.width, description.height, path_);
+    description.notCarried = notCarried();
+    return description;
+}
+
+Band RasterFile::describeBand(std::size_t number) const {
+    const GDALRasterBandH band = bandOf(number);
+    const GDALDataType type = GDALGetRasterDataType(band);
+    const std::type_info* const element = elementOf(type);
+    if (element == nullptr)
+        fail(fmt::format("band {} holds numbers of type {}, which is not read", number + 1,
+                         GDALGetDataTypeName(type)));
+    if (type == GDT_Byte) {
+        // Before GDAL 3.7 signed bytes are bytes with a remark.
+        const char* const remark = GDALGetMetadataItem(band, "PIXELTYPE", "IMAGE_STRUCTURE");
+        if (remark != nullptr && EQUAL(remark, "SIGNEDBYTE"))
+            return {&typeid(int), true};
+    }
+    return {element, false};
+}
+
+std::vector<std::string> RasterFile::notCarried() const {
+    bool hasColorTable = false;
+    bool hasScale = false;
+    bool hasUnit = false;
+    bool hasName = false;
+    for (std::size_t number = 0; number < static_cast<std::size_t>(GDALGetRasterCount(dataset_.get()));
+         ++number) {
+        const GDALRasterBandH band = bandOf(number);
+        hasColorTable = hasColorTable || GDALGetRasterColorTable(band) != nullptr;
+        hasScale =
+            hasScale || GDALGetRasterScale(band, nullptr) != 1 || GDALGetRasterOffset(band, nullptr) != 0;
+        hasUnit = hasUnit || *GDALGetRasterUnitType(band) != '\0';
+        hasName = hasName || *GDALGetDescription(band) != '\0';
+    }
+    const auto hasMetadata = [&](const char* domain) {
+        return CSLCount(GDALGetMetadata(dataset_.get(), domain)) > 0;
+    };
+    std::vector<std::string> list;
+    const auto add = [&](bool there, const char* what) {
+        if (there)
+            list.emplace_back(what);
+    };
+    add(GDALGetSpatialRef(dataset_.get()) != nullptr, "coordinate reference system");
+    add(GDALGetGCPCount(dataset_.get()) > 0, "ground control points");
+    add(hasMetadata("RPC"), "rational polynomial coefficients");
+    add(hasMetadata("SUBDATASETS"), "further images");
+    add(hasColorTable, "colour table");
+    add(hasScale, "scale and offset of values");
+    add(hasUnit, "unit of values");
+    add(hasName, "names of bands");
+    return list;
+}
+
+/// Some rows: enough to make calls rare, few enough to tick some times a second and for a small buffer, and
+/// whole blocks of the file where that is possible.
+std::uint64_t RasterFile::rowsAtATime(GDALRasterBandH band) const {
+    constexpr std::uint64_t pixels = std::uint64_t{1} << 22;
+    const std::uint64_t rows = std::clamp<std::uint64_t>(pixels / width(), 1, height());
+    int blockWidth = 0;
+    int blockHeight = 0;
+    GDALGetBlockSize(band, &blockWidth, &blockHeight);
+    const auto block = static_cast<std::uint64_t>(std::max(blockHeight, 1));
+    return block <= rows ? rows - rows % block : rows;
+}
+
+void RasterFile::readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uint64_t rows, GDALDataType type,
+                          std::span<std::byte> pixels, std::size_t pixelSize, const std::string& name) const {
+    const Messages messages;
+    const auto columns = static_cast<int>(width());
+    const auto count = static_cast<int>(rows);
+    const auto pixelSpace = static_cast<GSpacing>(pixelSize);
+    if (GDALRasterIOEx(band, GF_Read, 0, static_cast<int>(firstRow), columns, count, pixels.data(), columns,
+                       count, type, pixelSpace, pixelSpace * columns, nullptr) != CE_None)
+        fail(name + " cannot be read: " + messages.failure());
+}
+
+void RasterFile::readBand(std::size_t band, GDALDataType type, std::span<std::byte> pixels,
+                          std::size_t pixelSize, const Tick& tick) const {
+    const GDALRasterBandH source = bandOf(band);
+    const std::uint64_t rowSize = width() * pixelSize;
+    const std::uint64_t step = rowsAtATime(source);
+    for (std::uint64_t row = 0; row < height(); row += step) {
+        tick(static_cast<double>(row) / static_cast<double>(height()));
+        const std::uint64_t rows = std::min(step, height() - row);
+        readRows(source, row, rows, type, pixels.subspan(row * rowSize, rows * rowSize), pixelSize,
+                 fmt::format("band {}", band + 1));
+    }
+    tick(1);
+}
+
+bool RasterFile::readValidity(std::span<unsigned char> valid, const Tick& tick) const {
+    std::fill(valid.begin(), valid.end(), static_cast<unsigned char>(1));
+    // A mask of the whole file (an alpha band is one) counts once; a band's own no-data counts for the band.
+    GDALRasterBandH maskOfAll = nullptr;
+    std::vector<GDALRasterBandH> masks;
+    bool someBandHasNone = false;
+    {
+        const Messages messages;
+        for (std::size_t number = 0; number < static_cast<std::size_t>(GDALGetRasterCount(dataset_.get()));
+             ++number) {
+            const GDALRasterBandH band = bandOf(number);
+            const int flags = GDALGetMaskFlags(band);
+            if ((flags & GMF_ALL_VALID) != 0)
+                someBandHasNone = someBandHasNone || GDALGetRasterColorInterpretation(band) != GCI_AlphaBand;
+            else if ((flags & GMF_PER_DATASET) != 0)
+                maskOfAll = GDALGetMaskBand(band);
+            else
+                masks.push_back(GDALGetMaskBand(band));
+        }
+    }
+    if (maskOfAll == nullptr && masks.empty()) {
+        tick(1);
+        return false;
+    }
+    const std::uint64_t step = rowsAtATime(bandOf(0));
+    std::vector<unsigned char> mask(step * width());
+    std::vector<unsigned char> some;
+    bool differ = false;
+    for (std::uint64_t row = 0; row < height(); row += step) {
+        tick(static_cast<double>(row) / static_cast<double>(height()));
+        const std::uint64_t rows = std::min(step, height() - row);
+        const std::span<unsigned char> all = valid.subspan(row * width(), rows * width());
+        some.assign(all.size(), someBandHasNone ? 1 : 0);
+        const auto read = [&](GDALRasterBandH source, auto&& use) {
+            readRows(source, row, rows, GDT_Byte, std::as_writable_bytes(std::span(mask)), 1, "the mask");
+            for (std::size_t pixel = 0; pixel < all.size(); ++pixel)
+                use(pixel, mask[pixel] != 0);
+        };
+        for (const GDALRasterBandH ofBand : masks) {
+            read(ofBand, [&](std::size_t pixel, bool has) {
+                all[pixel] = all[pixel] != 0 && has ? 1 : 0;
+                some[pixel] = some[pixel] != 0 || has ? 1 : 0;
+            });
+        }
+        if (!masks.empty())
+            differ = differ || !std::equal(all.begin(), all.end(), some.begin());
+        if (maskOfAll != nullptr)
+            read(maskOfAll,
+                 [&](std::size_t pixel, bool has) { all[pixel] = all[pixel] != 0 && has ? 1 : 0; });
+    }
+    tick(1);
+    return differ;
+}
+
+} // namespace Tidewatch::Raster

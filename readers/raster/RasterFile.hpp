@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "readers/raster/Description.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <gdal.h>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Tidewatch::Raster {
+
+/// GDAL's type of the numbers that are read as elements of type T; GDT_Unknown where there is none.
+template <class T>
+inline constexpr GDALDataType pixelType = GDT_Unknown;
+template <>
+inline constexpr GDALDataType pixelType<unsigned char> = GDT_Byte;
+template <>
+inline constexpr GDALDataType pixelType<unsigned short> = GDT_UInt16;
+template <>
+inline constexpr GDALDataType pixelType<unsigned int> = GDT_UInt32;
+template <>
+inline constexpr GDALDataType pixelType<unsigned long long> = GDT_UInt64;
+template <>
+inline constexpr GDALDataType pixelType<int> = GDT_Int32;
+template <>
+inline constexpr GDALDataType pixelType<long long> = GDT_Int64;
+template <>
+inline constexpr GDALDataType pixelType<float> = GDT_Float32;
+template <>
+inline constexpr GDALDataType pixelType<double> = GDT_Float64;
+
+/// A raster that is open for reading, by one thread at a time.
+class RasterFile {
+public:
+    /// Told the share that is done, 0 to 1; may throw to stop.
+    using Tick = std::function<void(double share)>;
+
+    /// Opens the file with one of readableDrivers(). Throws Anchor::FormatError naming the file and what is
+    /// wrong.
+    explicit RasterFile(std::string path);
+
+    /// What the file states about itself. Throws Anchor::FormatError for what cannot be a grid: no bands, a
+    /// rotation, complex numbers.
+    [[nodiscard]] Description describe() const;
+
+    /// Reads a band, counted from 0, in the file's order of rows and columns. T is the element type that
+    /// describe() gives for it, and `values` has room for all of its pixels. Throws Anchor::FormatError.
+    template <class T>
+    requires(pixelType<T> != GDT_Unknown) void readBand(std::size_t band, std::span<T> values,
+                                                        const Tick& tick) const {
+        readBand(band, pixelType<T>, std::as_writable_bytes(values), sizeof(T), tick);
+        if constexpr (pixelType<T> == GDT_Int32) {
+            if (describeBand(band).isSignedByte)
+                std::for_each(values.begin(), values.end(), [](T& value) { value -= value > 127 ? 256 : 0; });
+        }
+    }
+
+    /// How much of a raster is valid: a byte a pixel, 1 where every band has a value, 0 elsewhere; in the
+    /// file's order. Tells whether bands differ, that is, whether there is a pixel where some have a value
+    /// and others do not. Throws Anchor::FormatError.
+    bool readValidity(std::span<unsigned char> valid, const Tick& tick) const;
+
+private:
+    struct Close {
+        void operator()(GDALDatasetH dataset) const;
+    };
+
+    [[noreturn]] void fail(const std::string& reason) const;
+    void requirePlainMask() const;
+    [[nodiscard]] std::uint64_t width() const;
+    [[nodiscard]] std::uint64_t height() const;
+    [[nodiscard]] GDALRasterBandH bandOf(std::size_t band) const;
+    [[nodiscard]] Band describeBand(std::size_t band) const;
+    [[nodiscard]] std::vector<std::string> notCarried() const;
+    void readBand(std::size_t band, GDALDataType type, std::span<std::byte> pixels, std::size_t pixelSize,
+                  const Tick& tick) const;
+    [[nodiscard]] std::uint64_t rowsAtATime(GDALRasterBandH band) const;
+    void readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uint64_t rows, GDALDataType type,
+                  std::span<std::byte> pixels, std::size_t pixelSize, const std::string& name) const;
+
+    std::string path_;
+    std::unique_ptr<void, Close> dataset_;
+};
+
+} // namespace Tidewatch::Raster
