@@ -3,9 +3,9 @@
 
 #include "anchor/Cache.hpp"
 #include "host/OptionValues.hpp"
-#include "host/StandardOutput.hpp"
 #include "host/UsageError.hpp"
-#include "host/Wording.hpp"
+#include "host/report/StandardOutput.hpp"
+#include "host/report/Wording.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "host/BundleCommand.hpp"
-#include "host/InfoCommand.hpp"
-#include "host/PcdCommand.hpp"
-#include "host/SampleCommand.hpp"
+#include "host/bundle/BundleCommand.hpp"
+#include "host/info/InfoCommand.hpp"
+#include "host/pcd/PcdCommand.hpp"
+#include "host/sample/SampleCommand.hpp"
 
 #include <span>
 #include <string>

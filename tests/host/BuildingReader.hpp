@@ -2,7 +2,7 @@
 #pragma once
 
 #include "convlib/Reader.hpp"
-#include "host/Inputs.hpp"
+#include "host/input/Inputs.hpp"
 #include "support/TemporaryFolder.hpp"
 
 #include <functional>

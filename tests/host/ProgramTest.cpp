@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The built program from outside: what users see.
-#include "host/Json.hpp"
 #include "host/ProgramRunner.hpp"
+#include "host/report/Json.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
 #include "readers/BundleFileWriter.hpp"
 #include "support/BundleBuilder.hpp"

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/info/Inventory.hpp"
+#include "host/report/Json.hpp"
+
+#include <utility>
+
+namespace Tidewatch {
+
+namespace {
+
+template <class Triple>
+Json triple(const Triple& t) {
+    return {t.x, t.y, t.z};
+}
+
+Json inputJson(const Inventory::Input& input) {
+    Json json{{"file", input.file}, {"kind", input.kind}, {"not_carried", input.notCarried}};
+    if (input.coordinateStep)
+        json["coordinate_step"] = triple(*input.coordinateStep);
+    return json;
+}
+
+Json fieldJson(const Inventory::Field& field) {
+    Json json{{"name", field.name},
+              {"type", field.elementType},
+              {"elements", field.elements},
+              {"fragments", field.fragments}};
+    if (!field.extents.empty())
+        json["extents"] = field.extents;
+    return json;
+}
+
+Json skeletonJson(const Inventory::Skeleton& skeleton) {
+    Json json{{"dimension", skeleton.dimension},
+              {"refinement", skeleton.refinement},
+              {"excluded", skeleton.isExcluded},
+              {"points", skeleton.points}};
+    Json& list = json["representations"] = Json::array();
+    for (const auto& representation : skeleton.representations) {
+        Json fields = Json::array();
+        for (const auto& field : representation.fields)
+            fields.push_back(fieldJson(field));
+        Json entry;
+        entry["chart"] = representation.chart.empty() ? Json() : Json(representation.chart);
+        entry["fields"] = std::move(fields);
+        list.push_back(std::move(entry));
+    }
+    return json;
+}
+
+Json gridJson(const Inventory::Grid& grid) {
+    Json json{
+        {"name", grid.name}, {"origin", grid.origin}, {"points", grid.points}, {"fragments", grid.fragments}};
+    if (grid.bounds)
+        json["bounds"] = {{"lower", triple(grid.bounds->lower)}, {"upper", triple(grid.bounds->upper)}};
+    Json& list = json["skeletons"] = Json::array();
+    for (const auto& skeleton : grid.skeletons)
+        list.push_back(skeletonJson(skeleton));
+    return json;
+}
+
+} // namespace
+
+std::string inventoryJson(const Inventory& inventory) {
+    Json document;
+    Json& inputs = document["inputs"] = Json::array();
+    for (const auto& input : inventory.inputs)
+        inputs.push_back(inputJson(input));
+    document["points"] = inventory.points();
+    Json& slices = document["slices"] = Json::array();
+    for (const auto& slice : inventory.slices) {
+        Json grids = Json::array();
+        for (const auto& grid : slice.grids)
+            grids.push_back(gridJson(grid));
+        Json entry;
+        entry["time"] = slice.time;
+        entry["grids"] = std::move(grids);
+        slices.push_back(std::move(entry));
+    }
+    return jsonText(document);
+}
+
+} // namespace Tidewatch

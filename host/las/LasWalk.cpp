@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/las/LasWalk.hpp"
+
+#include "anchor/Error.hpp"
+#include "host/report/Wording.hpp"
+#include "sheaf/UniformCartesianArray.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+namespace {
+
+using ExportLib::ExportPointCloudToLas;
+
+constexpr char axisNames[] = {'x', 'y', 'z'};
+
+} // namespace
+
+LasAxes lasAxes(const Geom::BoundingBox& box) {
+    return {ExportPointCloudToLas::AxisOf(box.lower().x, box.upper().x),
+            ExportPointCloudToLas::AxisOf(box.lower().y, box.upper().y),
+            ExportPointCloudToLas::AxisOf(box.lower().z, box.upper().z)};
+}
+
+/// Passes the exporter's report on to the walk.
+class LasWalk::Reporter final : public Anchor::LoaderProgress {
+public:
+    explicit Reporter(LasWalk& walk) : walk_(walk) {}
+
+    bool progress(const std::string& /*text*/, std::uint64_t current, std::uint64_t /*total*/) override {
+        walk_.enterFragment(static_cast<std::size_t>(current) - 1);
+        return true;
+    }
+
+private:
+    LasWalk& walk_;
+};
+
+LasWalk::LasWalk(RunScope scope, const Inputs& inputs, Selection& selection, const LasSettings& settings,
+                 unsigned passes, Anchor::StrongPtr<ProgressBar> bar)
+    : RunWatch(std::move(scope)),
+      settings_(settings),
+      bar_(std::move(bar)),
+      reporter_(Anchor::makeStrong<Reporter>(*this)),
+      passes_(passes) {
+    const auto useField = [&](const std::string& field) { return selection.UseThisField(field); };
+    std::uint64_t points = 0;
+    selection.forEachGrid(*inputs.bundle(),
+                          [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+                              if (!this->scope().admits(time) || !this->scope().admits(name))
+                                  return;
+                              Grid known{LasMapping::of(grid, settings_, useField), std::nullopt, {}, {}, {}};
+                              if (const auto report = inputs.reportOf(name, grid.origin()))
+                                  known.inputStep = report->coordinateStep();
+                              points += known.mapping.points();
+                              grids_.try_emplace({time, name}, std::move(known));
+                          });
+    bar_->begin("reading", static_cast<double>(points), "points");
+}
+
+LasWalk::~LasWalk() = default;
+
+const LasWalk::Grid* LasWalk::find(const Visit& visit) const {
+    const auto grid = grids_.find({visit.time, visit.grid});
+    return grid != grids_.end() ? &grid->second : nullptr;
+}
+
+std::vector<std::pair<double, std::string>> LasWalk::plannedGrids() const {
+    std::vector<std::pair<double, std::string>> keys;
+    for (const auto& [key, grid] : grids_)
+        keys.push_back(key);
+    return keys;
+}
+
+void LasWalk::beginPass(std::uint64_t points) {
+    const double size = static_cast<double>(points) / passes_;
+    bar_->piece(done_, size);
+    done_ += size;
+}
+
+void LasWalk::onGrid() {
+    leaveFragment();
+    const Visit& visit = visits().back();
+    const auto grid = grids_.find({visit.time, visit.grid});
+    current_ = grid != grids_.end() ? &grid->second : nullptr;
+    if (current_ != nullptr)
+        readBoxes();
+}
+
+void LasWalk::onEnd() {
+    leaveFragment();
+}
+
+/// The exporter reads all positions of a grid for its box before anything else. Here the same is done
+/// fragment by fragment, and it finds the boxes known.
+void LasWalk::readBoxes() {
+    bar_->say("reading " + visits().back().grid);
+    boxes_.clear();
+    for (const LasMapping::Fragment& fragment : current_->mapping.fragments) {
+        beginPass(fragment.points);
+        const auto data = fragment.positions->create(false);
+        Geom::BoundingBox box;
+        Sheaf::ExpandBBox(box, *fragment.positions, true);
+        current_->box.expand(box);
+        const bool isLattice = Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data) != nullptr;
+        boxes_.push_back(isLattice ? std::nullopt : std::optional(box));
+    }
+    for (const auto& box : boxes_) {
+        if (!box)
+            continue;
+        const LasAxes axes = axesOf(*box);
+        const double corners[][2] = {{box->lower().x, box->upper().x},
+                                     {box->lower().y, box->upper().y},
+                                     {box->lower().z, box->upper().z}};
+        for (std::size_t axis = 0; axis < axes.size(); ++axis) {
+            const auto [lower, upper] = corners[axis];
+            if (lower > upper)
+                continue;
+            if (std::isinf(upper) || !(upper <= axes[axis].highest()))
+                refuse({axis, upper}, axes);
+            if (!(lower >= axes[axis].lowest()))
+                refuse({axis, lower}, axes);
+        }
+    }
+}
+
+void LasWalk::enterFragment(std::size_t number) {
+    leaveFragment();
+    const std::string& grid = visits().back().grid;
+    if (current_ == nullptr || number >= boxes_.size())
+        return;
+    if (number == 0)
+        bar_->say("writing " + grid);
+    beginPass(current_->mapping.fragments[number].points);
+    fragment_ = number;
+}
+
+void LasWalk::leaveFragment() {
+    if (!fragment_)
+        return;
+    const std::size_t number = *std::exchange(fragment_, std::nullopt);
+    const LasMapping::Fragment& fragment = current_->mapping.fragments[number];
+    if (!boxes_[number])
+        return;
+    const Geom::BoundingBox& box = *boxes_[number];
+    // The exporter has just used the arrays, so they are still in memory unless the host's limit is very low.
+    const LasColumns columns = LasColumns::load(fragment.captures);
+    current_->written.push_back({&fragment, box, columns.positions != nullptr});
+    if (!columns.positions)
+        return;
+    const LasAxes axes = axesOf(box);
+    LasFindings& findings = current_->findings;
+    findings.look(columns, fragment.points, axes, current_->mapping, settings_);
+    if (findings.stray)
+        refuse(*findings.stray, axes);
+}
+
+LasAxes LasWalk::axesOf(const Geom::BoundingBox& fragmentBox) const {
+    return lasAxes(settings_.tiles ? fragmentBox : current_->box);
+}
+
+void LasWalk::refuse(const LasFindings::Stray& stray, const LasAxes& axes) const {
+    const Visit& visit = visits().back();
+    std::string message =
+        fmt::format("{}: {} = {} does not fit into a LAS file, whose coordinates are ",
+                    gridAtTime(visit.grid, visit.time), axisNames[stray.axis], shortestText(stray.value));
+    const auto& axis = axes[stray.axis];
+    if (!std::isfinite(stray.value)) {
+        message += "finite numbers";
+    } else {
+        message += fmt::format("32-bit numbers of steps of {}", shortestText(axis.step));
+        // Without limits the other points are too far apart already.
+        if (std::isfinite(axis.offset))
+            message += fmt::format(", here from {} to {}", shortestText(axis.lowest()),
+                                   shortestText(axis.highest()));
+        if (!settings_.tiles)
+            message += "; --tiles gives each fragment limits of its own";
+    }
+    throw Anchor::Error(message);
+}
+
+} // namespace Tidewatch

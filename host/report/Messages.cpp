@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report/Messages.hpp"
+
+#include <cstdlib>
+#include <unistd.h>
+#include <utility>
+
+#include <sys/ioctl.h>
+
+namespace Tidewatch {
+
+namespace {
+
+constexpr std::size_t usualWidth = 80;
+
+std::size_t widthOf(std::FILE* stream) {
+    struct winsize size {};
+    if (::ioctl(::fileno(stream), TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return usualWidth;
+    return size.ws_col;
+}
+
+/// Cuts a text to a number of characters, never inside a UTF-8 sequence.
+std::string_view cut(std::string_view text, std::size_t width) {
+    std::size_t characters = 0;
+    for (std::size_t place = 0; place < text.size(); ++place) {
+        const bool begins = (static_cast<unsigned char>(text[place]) & 0xc0U) != 0x80U;
+        if (begins && characters++ == width)
+            return text.substr(0, place);
+    }
+    return text;
+}
+
+} // namespace
+
+Messages::Messages(Loudness loudness, std::FILE* stream)
+    : stream_(stream),
+      quiet_(loudness == Loudness::Quiet),
+      earlierSink_(Anchor::Console::setSink([this](std::string_view message) { note(message); })) {}
+
+Messages::~Messages() {
+    Anchor::Console::setSink(std::move(earlierSink_));
+    try {
+        status({});
+    } catch (...) {
+        // The status line stays on the screen; nothing else is lost.
+    }
+}
+
+void Messages::line(std::string_view text) {
+    const std::string below = std::exchange(status_, {});
+    // Carriage return and "erase to the end of the line" (ECMA-48 EL) take the status line away.
+    std::string all = below.empty() ? "" : "\r\x1b[K";
+    all.append(text).append("\n").append(below);
+    std::fwrite(all.data(), 1, all.size(), stream_);
+    std::fflush(stream_);
+    status_ = below;
+}
+
+void Messages::note(std::string_view text) {
+    if (!quiet_)
+        line(text);
+}
+
+void Messages::warning(std::string_view text) {
+    if (!quiet_)
+        line(std::string("tidewatch: warning: ").append(text));
+}
+
+void Messages::error(std::string_view text) {
+    line(std::string("tidewatch: ").append(text));
+}
+
+void Messages::status(std::string_view text) {
+    if (text.empty() && status_.empty())
+        return;
+    status_ = cut(text, widthOf(stream_) - 1);
+    const std::string all = "\r" + status_ + "\x1b[K";
+    std::fwrite(all.data(), 1, all.size(), stream_);
+    std::fflush(stream_);
+}
+
+bool Messages::canRedraw() const {
+    const char* const terminal = std::getenv("TERM");
+    return ::isatty(::fileno(stream_)) == 1 && terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report/Report.hpp"
+
+#include "host/report/StandardOutput.hpp"
+
+#include <utility>
+
+namespace Tidewatch {
+
+Report::Report(const ReportOptions& options, std::string command)
+    : options_(options),
+      messages_(options.quiet ? Messages::Loudness::Quiet : Messages::Loudness::Normal),
+      bar_(Anchor::makeStrong<ProgressBar>(options.quiet ? ProgressWish::Never : options.progress,
+                                           messages_)) {
+    summary_.command = std::move(command);
+}
+
+bool Report::acceptLosses(std::vector<Loss> losses, bool strict) {
+    for (const Loss& loss : losses) {
+        if (strict)
+            messages_.error(loss.message);
+        else
+            messages_.warning(loss.message);
+    }
+    summary_.losses = std::move(losses);
+    if (!strict || summary_.losses.empty())
+        return true;
+    messages_.error("nothing was put in place, since --strict refuses losses");
+    return false;
+}
+
+void Report::printSummary() const {
+    if (options_.json)
+        writeStandardOutput(summary_.json());
+    else if (!options_.quiet)
+        writeStandardOutput(summary_.text());
+}
+
+} // namespace Tidewatch

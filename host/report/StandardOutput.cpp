@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report/StandardOutput.hpp"
+
+#include "anchor/Error.hpp"
+#include "host/report/Wording.hpp"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Tidewatch {
+
+void writeStandardOutput(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
+        if (written >= 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno != EINTR)
+            throw Anchor::FileError("cannot write to standard output: " + systemMessage(errno));
+    }
+}
+
+void openMissingStandardStreams() {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        // The lowest free number is given out first, so this fills exactly the one that is missing.
+        if (::fcntl(descriptor, F_GETFD) < 0 && errno == EBADF)
+            ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report/Summary.hpp"
+
+#include "host/report/Json.hpp"
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+std::string Summary::text() const {
+    std::string text;
+    for (const File& file : files)
+        text += fmt::format("{}: {} {}, {} bytes\n", file.path, file.items, file.unit, file.bytes);
+    return text;
+}
+
+std::string Summary::json() const {
+    Json document;
+    document["command"] = command;
+    Json& list = document["files"] = Json::array();
+    for (const File& file : files) {
+        Json entry;
+        entry["path"] = file.path;
+        entry[file.unit] = file.items;
+        entry["bytes"] = file.bytes;
+        if (file.grid)
+            entry["grid"] = *file.grid;
+        if (file.time)
+            entry["time"] = *file.time;
+        list.push_back(std::move(entry));
+    }
+    Json& lost = document["losses"] = Json::array();
+    for (const Loss& loss : losses)
+        lost.push_back({{"kind", loss.kind}, {"message", loss.message}});
+    document["errors"] = errors;
+    return jsonText(document);
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report/Wording.hpp"
+
+#include <charconv>
+
+#include <fmt/format.h>
+#include <system_error>
+
+namespace Tidewatch {
+
+std::string shortestText(double value) {
+    char digits[32];
+    return {digits, std::to_chars(digits, digits + sizeof digits, value).ptr};
+}
+
+std::string grouped(std::uint64_t number) {
+    std::string text = std::to_string(number);
+    for (std::size_t place = text.size(); place > 3;) {
+        place -= 3;
+        text.insert(place, 1, ' ');
+    }
+    return text;
+}
+
+std::string counted(std::uint64_t number, std::string_view what) {
+    return fmt::format("{} {}{}", grouped(number), what, number == 1 ? "" : "s");
+}
+
+std::string gridAtTime(std::string_view grid, double time) {
+    return fmt::format("grid \"{}\" at time {}", grid, shortestText(time));
+}
+
+std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
+    return fmt::format("{}", fmt::join(texts, separator));
+}
+
+std::string systemMessage(int errorNumber) {
+    return std::generic_category().message(errorNumber);
+}
+
+} // namespace Tidewatch

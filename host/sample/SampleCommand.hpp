@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "host/report/Report.hpp"
+#include "host/sample/SampleSurvey.hpp"
+
+#include <string>
+
+namespace Tidewatch {
+
+/// `tidewatch sample`: a synthetic survey as a bundle file.
+struct SampleRequest {
+    SampleOptions survey;
+    std::string output;
+    bool overwrite = false;
+    ReportOptions report;
+
+    /// Gives the exit status. Throws Anchor::Error when the file cannot be written, and Interrupted; then
+    /// nothing has been put in place.
+    [[nodiscard]] int run() const;
+};
+
+} // namespace Tidewatch

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report/Messages.hpp"
+
+#include "support/ConsoleCapture.hpp"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Tidewatch {
+namespace {
+
+class MessagesTest : public ::testing::Test {
+protected:
+    std::string shown() {
+        std::fflush(stream_.get());
+        std::rewind(stream_.get());
+        std::string text;
+        for (int character = std::fgetc(stream_.get()); character != EOF;
+             character = std::fgetc(stream_.get()))
+            text += static_cast<char>(character);
+        return text;
+    }
+
+    struct Closer {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    std::unique_ptr<std::FILE, Closer> stream_{std::tmpfile()};
+};
+
+TEST_F(MessagesTest, EachKindHasItsForm) {
+    Messages messages(Messages::Loudness::Normal, stream_.get());
+    messages.line("as it stands");
+    messages.note("a note");
+    messages.warning("look out");
+    messages.error("it broke");
+    EXPECT_EQ(shown(), "as it stands\na note\ntidewatch: warning: look out\ntidewatch: it broke\n");
+}
+
+TEST_F(MessagesTest, QuietLeavesErrorsAndWhatWasAskedFor) {
+    Messages messages(Messages::Loudness::Quiet, stream_.get());
+    messages.line("as it stands");
+    messages.note("a note");
+    messages.warning("look out");
+    messages.error("it broke");
+    EXPECT_EQ(shown(), "as it stands\ntidewatch: it broke\n");
+}
+
+TEST_F(MessagesTest, ConsoleMessagesComeAsLinesWhileItLives) {
+    Support::ConsoleCapture outside;
+    {
+        const Messages messages(Messages::Loudness::Normal, stream_.get());
+        Anchor::Console() << "Run";
+        Anchor::Console() << "two\nlines";
+    }
+    Anchor::Console() << "after";
+    EXPECT_EQ(shown(), "Run\ntwo\nlines\n");
+    EXPECT_THAT(outside.messages, ::testing::ElementsAre("after"));
+}
+
+TEST_F(MessagesTest, QuietHidesConsoleMessages) {
+    const Messages messages(Messages::Loudness::Quiet, stream_.get());
+    Anchor::Console() << "Run";
+    EXPECT_EQ(shown(), "");
+}
+
+TEST_F(MessagesTest, TheStatusLineMovesBelowOtherLinesAndGoesAtTheEnd) {
+    {
+        Messages messages(Messages::Loudness::Normal, stream_.get());
+        messages.status("half");
+        messages.line("text");
+    }
+    EXPECT_EQ(shown(), "\rhalf\x1b[K"
+                       "\r\x1b[Ktext\nhalf"
+                       "\r\x1b[K");
+}
+
+TEST_F(MessagesTest, WithoutAStatusLineNothingIsErased) {
+    {
+        Messages messages(Messages::Loudness::Normal, stream_.get());
+        messages.status("");
+    }
+    EXPECT_EQ(shown(), "");
+}
+
+TEST_F(MessagesTest, TheStatusLineIsCutToTheWidthBetweenCharacters) {
+    {
+        Messages messages(Messages::Loudness::Normal, stream_.get());
+        // The stream is no terminal and counts as 80 columns wide, of which the last stays free.
+        std::string text;
+        for (int number = 0; number < 100; ++number)
+            text += "\xc3\xbc";
+        messages.status(text);
+    }
+    std::string expected = "\r";
+    for (int number = 0; number < 79; ++number)
+        expected += "\xc3\xbc";
+    EXPECT_EQ(shown(), expected + "\x1b[K\r\x1b[K");
+}
+
+TEST_F(MessagesTest, AFileIsNoTerminal) {
+    const Messages messages(Messages::Loudness::Normal, stream_.get());
+    EXPECT_FALSE(messages.canRedraw());
+}
+
+} // namespace
+} // namespace Tidewatch

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report/Summary.hpp"
+
+#include "host/report/Json.hpp"
+
+#include <gtest/gtest.h>
+
+namespace Tidewatch {
+namespace {
+
+TEST(Summary, TextHasALineForEachFile) {
+    Summary summary;
+    summary.files = {{"out/a.pcd", 1234567, 99, "points", "a", 0.0}, {"b.grd", 1, 0, "cells", {}, {}}};
+    EXPECT_EQ(summary.text(), "out/a.pcd: 1234567 points, 99 bytes\nb.grd: 1 cells, 0 bytes\n");
+}
+
+TEST(Summary, JsonHoldsEverything) {
+    Summary summary;
+    summary.command = "pcd";
+    summary.files = {{"out/a.pcd", 12, 99, "points", "a", 0.5}, {"b.h5", 3, 4, "points", {}, {}}};
+    summary.losses = {{"fields", "PCD does not carry the field RGB"}};
+    summary.errors = {"an error"};
+    const Json document = Json::parse(summary.json());
+    EXPECT_EQ(document, Json::parse(R"({
+        "command": "pcd",
+        "files": [{"path": "out/a.pcd", "points": 12, "bytes": 99, "grid": "a", "time": 0.5},
+                  {"path": "b.h5", "points": 3, "bytes": 4}],
+        "losses": [{"kind": "fields", "message": "PCD does not carry the field RGB"}],
+        "errors": ["an error"]})"));
+}
+
+TEST(Summary, JsonOfNothingHasEmptyLists) {
+    const Json document = Json::parse(Summary().json());
+    EXPECT_TRUE(document["files"].is_array() && document["files"].empty());
+    EXPECT_TRUE(document["losses"].is_array() && document["losses"].empty());
+    EXPECT_TRUE(document["errors"].is_array() && document["errors"].empty());
+}
+
+TEST(Summary, JsonMendsPathsThatAreNotUtf8) {
+    Summary summary;
+    summary.files = {{"a\xff.pcd", 1, 1, "points", {}, {}}};
+    EXPECT_EQ(Json::parse(summary.json())["files"][0]["path"], "a\xef\xbf\xbd.pcd");
+}
+
+} // namespace
+} // namespace Tidewatch
