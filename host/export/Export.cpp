@@ -7,11 +7,14 @@
 #include "host/output/StagingFolder.hpp"
 #include "host/report/Wording.hpp"
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,12 +52,26 @@ public:
     int run();
 
 private:
+    using Grids = std::vector<const RunWatch::Visit*>;
+
+    /// Where a file came from.
+    struct Origin {
+        /// The grids that it was written for.
+        Grids grids;
+        /// The last entry of the exporter's record that tells of it.
+        std::size_t lastRecord = 0;
+    };
+
+    void checkPlaces(const std::vector<RunScope>& scopes);
     bool runOnce(const RunScope& scope);
     void collectFiles(ExportRun& run, const StagingFolder& folder);
-    void noteFile(const ExportRun& run, const std::string& path, const ConvLib::WrittenFile& written,
-                  const std::vector<const RunWatch::Visit*>& grids);
+    void noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids);
+    void noteSharedFiles(const std::vector<std::string>& files, const Grids& grids);
     void noteProperties();
     [[nodiscard]] std::string whyNothing() const;
+    [[nodiscard]] Placement::Manner manner() const {
+        return command_.addsToFiles() ? Placement::Manner::Append : Placement::Manner::Replace;
+    }
 
     const ExportOptions& options_;
     const ExportCommand& command_;
@@ -65,17 +82,19 @@ private:
     std::vector<std::unique_ptr<StagingFolder>> folders_;
     Losses losses_;
     std::vector<std::string> skipped_;
+    std::set<std::string> exported_;
 };
 
 int Export::run() {
     const std::vector<RunScope> scopes = planRuns(options_.output, selection_, *inputs_.bundle());
-    for (const RunScope& scope : scopes)
-        placement_.check(scope.output);
+    checkPlaces(scopes);
     bool completed = true;
     for (const RunScope& scope : scopes)
         completed = runOnce(scope) && completed;
     report_.bar()->end();
 
+    for (const std::string& note : report_.summary().notes)
+        report_.messages().warning(note);
     for (const std::string& error : report_.summary().errors)
         report_.messages().error(error);
     if (!completed) {
@@ -96,9 +115,19 @@ int Export::run() {
     return report_.summary().errors.empty() ? 0 : 1;
 }
 
+void Export::checkPlaces(const std::vector<RunScope>& scopes) {
+    for (const RunScope& scope : scopes) {
+        if (command_.fillsFolder())
+            Placement::checkFolder(scope.output);
+        for (const fs::path& file : command_.expectedFiles({inputs_, selection_, report_.bar()}, scope))
+            placement_.check(file, manner());
+    }
+}
+
 bool Export::runOnce(const RunScope& scope) {
     const fs::path output = scope.output;
-    const fs::path place = output.parent_path();
+    // A folder may lie on another file system than the one around it.
+    const fs::path place = command_.fillsFolder() ? output : output.parent_path();
     folders_.push_back(std::make_unique<StagingFolder>(place.empty() ? fs::path(".") : place));
     const StagingFolder& folder = *folders_.back();
 
@@ -114,10 +143,8 @@ bool Export::runOnce(const RunScope& scope) {
         const std::string text = exporter.printParameters() + exporter.printSecondary() + run->moreSettings();
         report_.messages().line(text.starts_with('\n') ? text.substr(1) : text);
     }
-    fs::path name = output.filename();
-    if (!name.has_extension())
-        name += command_.extension();
-    exporter.OutputPath = (folder.path() / name).string();
+    const fs::path name = command_.exporterOutput(scope);
+    exporter.OutputPath = (name.empty() ? folder.path() : folder.path() / name).string();
 
     const bool completed = exporter.Run();
     run->watch().finish(exporter.writtenFiles().size());
@@ -130,66 +157,105 @@ bool Export::runOnce(const RunScope& scope) {
 }
 
 void Export::collectFiles(ExportRun& run, const StagingFolder& folder) {
-    const fs::path output = run.watch().scope().output;
-    const fs::path exporterName = fs::path(run.exporter().OutputPath).filename();
-    // The user's own name stays as it is, also without an extension.
-    const auto target = [&](const fs::path& relative) {
-        return relative == exporterName ? output : output.parent_path() / relative;
-    };
+    const RunScope& scope = run.watch().scope();
+    const auto target = [&](const fs::path& file) { return command_.placeOf(scope, file); };
     const auto& record = run.exporter().writtenFiles();
     const std::vector<fs::path> files = folder.verify(record, target);
-    for (const fs::path& file : files)
-        placement_.add(folder.path() / file, target(file));
 
-    std::map<fs::path, std::vector<const RunWatch::Visit*>> gridsOf;
+    std::map<fs::path, Origin> originOf;
     for (const RunWatch::Visit& visit : run.watch().visits()) {
         if (!visit.hasFiles()) {
             skipped_.push_back(gridAtTime(visit.grid, visit.time) + ": " + run.whySkipped(visit));
             losses_.add("skipped", skipped_.back() + "; it is not exported");
         }
         for (std::size_t number = visit.firstFile; number != visit.endFile; ++number) {
-            auto& grids = gridsOf[relativeTo(folder, record[number])];
-            if (grids.empty() || grids.back() != &visit)
-                grids.push_back(&visit);
+            Origin& origin = originOf[relativeTo(folder, record[number])];
+            origin.lastRecord = number;
+            if (origin.grids.empty() || origin.grids.back() != &visit)
+                origin.grids.push_back(&visit);
         }
     }
-    std::map<fs::path, const ConvLib::WrittenFile*> lastRecord;
-    for (const ConvLib::WrittenFile& file : record)
-        lastRecord[relativeTo(folder, file)] = &file;
-    for (const fs::path& file : files)
-        noteFile(run, target(file).string(), *lastRecord.at(file), gridsOf[file]);
+    std::set<const RunWatch::Visit*> inFiles;
+    std::map<Grids, std::vector<std::string>> sharedBy;
+    for (const fs::path& file : files) {
+        const auto& [grids, number] = originOf.at(file);
+        const fs::path place = target(file);
+        run.check({folder.path() / file, place, record[number], number, *grids.back()},
+                  report_.summary().notes);
+        placement_.add(folder.path() / file, place, manner());
+        noteFile(place, record[number], grids);
+        if (command_.addsToFiles())
+            inFiles.insert(grids.begin(), grids.end());
+        else
+            inFiles.insert(grids.back());
+        if (grids.size() > 1)
+            sharedBy[grids].push_back(place.string());
+    }
+    for (const RunWatch::Visit& visit : run.watch().visits()) {
+        if (!inFiles.contains(&visit))
+            continue;
+        exported_.insert(visit.grid);
+        run.findLosses(visit, losses_);
+    }
+    for (const auto& [grids, names] : sharedBy)
+        noteSharedFiles(names, grids);
 }
 
-void Export::noteFile(const ExportRun& run, const std::string& path, const ConvLib::WrittenFile& written,
-                      const std::vector<const RunWatch::Visit*>& grids) {
-    Summary::File file{path,         written.items, written.bytes, std::string(command_.unit()),
-                       std::nullopt, std::nullopt};
+void Export::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
+    Summary::File file{path.string(),
+                       written.items,
+                       written.bytes,
+                       std::string(command_.unitOf(path)),
+                       std::nullopt,
+                       std::nullopt,
+                       0};
     if (!grids.empty()) {
         const RunWatch::Visit& last = *grids.back();
-        file.grid = last.grid;
-        file.time = last.time;
-        run.findLosses(last, losses_);
+        const auto differs = [&](auto member) {
+            return command_.addsToFiles() &&
+                   std::any_of(grids.begin(), grids.end(),
+                               [&](const RunWatch::Visit* grid) { return grid->*member != last.*member; });
+        };
+        if (!differs(&RunWatch::Visit::grid))
+            file.grid = last.grid;
+        if (!differs(&RunWatch::Visit::time))
+            file.time = last.time;
+    }
+    if (command_.addsToFiles()) {
+        std::error_code isNew;
+        const std::uintmax_t size = fs::file_size(path, isNew);
+        file.bytesBefore = isNew ? 0 : size;
     }
     report_.summary().files.push_back(std::move(file));
-    if (grids.size() < 2)
-        return;
-    std::vector<std::string> replaced;
+}
+
+void Export::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
+    constexpr std::size_t namedFiles = 3;
+    std::vector<std::string> named = files;
+    if (named.size() > namedFiles)
+        named.resize(namedFiles);
+    std::string text = joined(named);
+    if (files.size() > namedFiles)
+        text += fmt::format(" and {} more", counted(files.size() - namedFiles, "file"));
+    text += files.size() == 1 ? " holds " : " hold ";
+
+    std::vector<std::string> names;
     for (const RunWatch::Visit* const grid : grids)
-        replaced.push_back(gridAtTime(grid->grid, grid->time));
-    const std::string last = std::move(replaced.back());
-    replaced.pop_back();
-    losses_.add(
-        "overwritten",
-        fmt::format("{} holds {}, which overwrote {}; {{grid}} or {{time}} in OUTPUT keeps them apart", path,
-                    last, joined(replaced)));
+        names.push_back(gridAtTime(grid->grid, grid->time));
+    if (command_.addsToFiles()) {
+        text += joined(names) + " one behind the other";
+    } else {
+        text += names.back() + ", which overwrote ";
+        names.pop_back();
+        text += joined(names);
+    }
+    losses_.add(command_.addsToFiles() ? "joined" : "overwritten",
+                text + "; {grid} or {time} in OUTPUT keeps them apart");
 }
 
 void Export::noteProperties() {
     for (const auto& report : inputs_.reports()) {
-        bool isExported = report->grid().empty();
-        for (const Summary::File& file : report_.summary().files)
-            isExported = isExported || file.grid == report->grid();
-        if (isExported)
+        if (report->grid().empty() || exported_.contains(report->grid()))
             losses_.addProperties(*report);
     }
 }

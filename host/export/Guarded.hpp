@@ -21,7 +21,7 @@ public:
         return watch_.useTime(time, Exporter::UseThisTime(time));
     }
     bool UseThisField(const std::string& name) override {
-        return watch_.useField(name, Exporter::UseThisField(name));
+        return watch_.useField(name, Exporter::UseThisField(name), this->writtenFiles().size());
     }
 
 private:

@@ -26,8 +26,9 @@ bool RunWatch::useGrid(const std::string& grid, bool passesFilter, std::size_t f
     return true;
 }
 
-bool RunWatch::useField(const std::string& field, bool passesFilter) {
+bool RunWatch::useField(const std::string& field, bool passesFilter, std::size_t filesSoFar) {
     Interruption::check();
+    filesSoFar_ = filesSoFar;
     if (passesFilter)
         onField(field);
     return passesFilter;
@@ -43,6 +44,7 @@ void RunWatch::onField(const std::string&) {}
 void RunWatch::onEnd() {}
 
 void RunWatch::closeVisit(std::size_t filesSoFar) {
+    filesSoFar_ = filesSoFar;
     if (!visits_.empty())
         visits_.back().endFile = filesSoFar;
 }

@@ -34,7 +34,7 @@ public:
     /// to stop. `filesSoFar` is the length of the exporter's record of written files.
     bool useTime(double time, bool passesFilter);
     bool useGrid(const std::string& grid, bool passesFilter, std::size_t filesSoFar);
-    bool useField(const std::string& field, bool passesFilter);
+    bool useField(const std::string& field, bool passesFilter, std::size_t filesSoFar);
 
     /// The run is over.
     void finish(std::size_t filesSoFar);
@@ -53,11 +53,15 @@ protected:
     /// The run is over.
     virtual void onEnd();
 
+    /// The length of the exporter's record as far as it is known.
+    [[nodiscard]] std::size_t filesSoFar() const noexcept { return filesSoFar_; }
+
 private:
     void closeVisit(std::size_t filesSoFar);
 
     RunScope scope_;
     double time_ = 0;
+    std::size_t filesSoFar_ = 0;
     std::vector<Visit> visits_;
 };
 

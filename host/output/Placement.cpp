@@ -46,21 +46,37 @@ int renameFile(const fs::path& from, const fs::path& to, bool overwrite) {
     return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
+/// One form for all paths that lead to a place; a link that stands there is the place.
+fs::path placeOf(const fs::path& path) {
+    const fs::path normal = fs::absolute(path).lexically_normal();
+    return fs::weakly_canonical(normal.parent_path()) / normal.filename();
+}
+
 } // namespace
 
 Placement::Placement(bool overwrite, std::vector<FileIdentity> inputs)
     : overwrite_(overwrite),
       inputs_(std::move(inputs)) {}
 
-void Placement::check(const fs::path& target) const {
+void Placement::checkFolder(const fs::path& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 ? !S_ISDIR(status.st_mode) : errno == ENOTDIR)
+        throw Anchor::FileError(path.string() + ": is no folder");
+}
+
+void Placement::check(const fs::path& target, Manner manner) const {
     struct stat status {};
     if (::stat(target.c_str(), &status) != 0) {
         if (errno == ENOTDIR)
             throw Anchor::FileError(target.string() + ": a part of the path is no folder");
         struct stat link {};
-        if (errno == ENOENT && ::lstat(target.c_str(), &link) == 0 && !overwrite_)
-            throw Anchor::FileError(target.string() +
-                                    ": a link stands there already; --overwrite replaces it");
+        if (errno == ENOENT && ::lstat(target.c_str(), &link) == 0) {
+            if (manner == Manner::Append)
+                throw Anchor::FileError(target.string() + ": a link that leads nowhere stands there");
+            if (!overwrite_)
+                throw Anchor::FileError(target.string() +
+                                        ": a link stands there already; --overwrite replaces it");
+        }
         return;
     }
     if (S_ISDIR(status.st_mode))
@@ -70,31 +86,52 @@ void Placement::check(const fs::path& target) const {
     const FileIdentity identity{status.st_dev, status.st_ino};
     if (std::find(inputs_.begin(), inputs_.end(), identity) != inputs_.end())
         throw Anchor::FileError(target.string() + ": the output is one of the inputs");
-    if (!overwrite_)
+    if (!overwrite_ && manner == Manner::Replace)
         throw Anchor::FileError(target.string() + ": exists already; --overwrite replaces it");
 }
 
-void Placement::add(fs::path staged, fs::path target) {
-    moves_.push_back({std::move(staged), std::move(target)});
+void Placement::add(fs::path staged, fs::path target, Manner manner) {
+    moves_.push_back({std::move(staged), std::move(target), manner, std::nullopt});
+}
+
+void Placement::settle(Move& move) const {
+    check(move.target, move.manner);
+    if (move.manner == Manner::Append && fs::is_symlink(move.target))
+        move.target = fs::canonical(move.target);
+}
+
+void Placement::prepare(Move& move) {
+    if (!fs::exists(move.target))
+        return;
+    if (move.manner == Manner::Append) {
+        JoinedFile joined = joinFiles(move.target, move.staged);
+        move.staged = std::move(joined.path);
+        move.before = joined.head;
+    }
+    bringToDisk(move.staged);
 }
 
 void Placement::commit() {
     std::set<fs::path> targets;
-    for (const Move& move : moves_) {
-        if (!targets.insert(fs::absolute(move.target).lexically_normal()).second)
+    for (Move& move : moves_) {
+        settle(move);
+        if (!targets.insert(placeOf(move.target)).second)
             throw Anchor::FileError(move.target.string() + ": two files are to go there");
-        check(move.target);
     }
+    for (Move& move : moves_)
+        prepare(move);
     for (const Move& move : moves_) {
-        if (fs::exists(move.target))
-            bringToDisk(move.staged);
+        if (move.before && FileState::of(move.target) != move.before)
+            throw Anchor::FileError(move.target.string() +
+                                    ": the file was changed while it was to be added to");
     }
     std::vector<std::string> placed;
     for (const Move& move : moves_) {
         std::error_code error;
         if (const fs::path folder = move.target.parent_path(); !folder.empty())
             fs::create_directories(folder, error);
-        const int failure = error ? error.value() : renameFile(move.staged, move.target, overwrite_);
+        const bool replaces = overwrite_ || move.before.has_value();
+        const int failure = error ? error.value() : renameFile(move.staged, move.target, replaces);
         if (failure != 0)
             throw Anchor::FileError(fmt::format(
                 "{}: cannot be put in place: {} ({})", move.target.string(), systemMessage(failure),

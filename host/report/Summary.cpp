@@ -10,7 +10,9 @@ namespace Tidewatch {
 std::string Summary::text() const {
     std::string text;
     for (const File& file : files)
-        text += fmt::format("{}: {} {}, {} bytes\n", file.path, file.items, file.unit, file.bytes);
+        text += fmt::format("{}: {} {}, {} bytes{}\n", file.path, file.items, file.unit, file.bytes,
+                            file.bytesBefore != 0 ? fmt::format(", added to {} bytes", file.bytesBefore)
+                                                  : std::string());
     return text;
 }
 
@@ -27,11 +29,14 @@ std::string Summary::json() const {
             entry["grid"] = *file.grid;
         if (file.time)
             entry["time"] = *file.time;
+        if (file.bytesBefore != 0)
+            entry["bytesBefore"] = file.bytesBefore;
         list.push_back(std::move(entry));
     }
     Json& lost = document["losses"] = Json::array();
     for (const Loss& loss : losses)
         lost.push_back({{"kind", loss.kind}, {"message", loss.message}});
+    document["notes"] = notes;
     document["errors"] = errors;
     return jsonText(document);
 }

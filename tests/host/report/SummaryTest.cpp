@@ -14,18 +14,26 @@ TEST(Summary, TextHasALineForEachFile) {
     EXPECT_EQ(summary.text(), "out/a.pcd: 1234567 points, 99 bytes\nb.grd: 1 cells, 0 bytes\n");
 }
 
+TEST(Summary, TextSaysWhatAFileHeldBefore) {
+    Summary summary;
+    summary.files = {{"a.txt", 2, 8, "points", {}, {}, 100}};
+    EXPECT_EQ(summary.text(), "a.txt: 2 points, 8 bytes, added to 100 bytes\n");
+}
+
 TEST(Summary, JsonHoldsEverything) {
     Summary summary;
     summary.command = "pcd";
-    summary.files = {{"out/a.pcd", 12, 99, "points", "a", 0.5}, {"b.h5", 3, 4, "points", {}, {}}};
+    summary.files = {{"out/a.pcd", 12, 99, "points", "a", 0.5}, {"b.txt", 3, 4, "points", {}, {}, 17}};
     summary.losses = {{"fields", "PCD does not carry the field RGB"}};
+    summary.notes = {"a note"};
     summary.errors = {"an error"};
     const Json document = Json::parse(summary.json());
     EXPECT_EQ(document, Json::parse(R"({
         "command": "pcd",
         "files": [{"path": "out/a.pcd", "points": 12, "bytes": 99, "grid": "a", "time": 0.5},
-                  {"path": "b.h5", "points": 3, "bytes": 4}],
+                  {"path": "b.txt", "points": 3, "bytes": 4, "bytesBefore": 17}],
         "losses": [{"kind": "fields", "message": "PCD does not carry the field RGB"}],
+        "notes": ["a note"],
         "errors": ["an error"]})"));
 }
 
@@ -33,6 +41,7 @@ TEST(Summary, JsonOfNothingHasEmptyLists) {
     const Json document = Json::parse(Summary().json());
     EXPECT_TRUE(document["files"].is_array() && document["files"].empty());
     EXPECT_TRUE(document["losses"].is_array() && document["losses"].empty());
+    EXPECT_TRUE(document["notes"].is_array() && document["notes"].empty());
     EXPECT_TRUE(document["errors"].is_array() && document["errors"].empty());
 }
 
