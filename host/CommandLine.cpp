@@ -6,11 +6,14 @@
 #include "host/UsageError.hpp"
 #include "host/report/StandardOutput.hpp"
 #include "host/report/Wording.hpp"
+#include "las/ExportPointCloudToLas.hpp"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <numeric>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -116,6 +119,41 @@ std::optional<OutputPattern> filePattern(const std::string& text) {
     return OutputPattern(*filePath(text));
 }
 
+std::optional<int> lasVersion(const std::string& text) {
+    for (const int minor : {2, 3, 4}) {
+        if (text == "1." + std::to_string(minor))
+            return minor;
+    }
+    return std::nullopt;
+}
+
+std::optional<int> pointSourceID(const std::string& text) {
+    const auto number = parseNumber<std::uint16_t>(text);
+    return number ? std::optional<int>(*number) : std::nullopt;
+}
+
+/// The attributes that fields can become.
+std::vector<std::string> attributeNames() {
+    // The exporter knows these by their names alone, so its map has no entries for them.
+    std::set<std::string> names{"Amplitude", "Reflectance"};
+    for (const auto& [field, attribute] : ExportLib::ExportPointCloudToLas::DefaultRenameMap())
+        names.insert(attribute);
+    return {names.begin(), names.end()};
+}
+
+/// "FIELD=ATTRIBUTE"; a field's name may hold a "=" itself.
+std::optional<std::pair<std::string, std::string>> renaming(const std::string& text) {
+    const std::size_t sign = text.rfind('=');
+    if (sign == std::string::npos || sign == 0)
+        return std::nullopt;
+    std::pair<std::string, std::string> entry{text.substr(0, sign), text.substr(sign + 1)};
+    const auto attributes = attributeNames();
+    if (std::find(attributes.begin(), attributes.end(), entry.second) == attributes.end())
+        throw UsageError(fmt::format("--rename: there is no attribute \"{}\"; there are {}", entry.second,
+                                     joined(attributes)));
+    return entry;
+}
+
 std::optional<ProgressWish> progressWish(const std::string& text) {
     if (text == "auto")
         return ProgressWish::Automatic;
@@ -202,6 +240,40 @@ void addExport(CLI::App& app, ExportOptions& options) {
 void finish(CLI::App& command, const std::string& footer) {
     command.set_help_flag("-h,--help", "this text")->group("Messages");
     command.footer(footer);
+}
+
+void addLas(CLI::App& program, LasRequest& request) {
+    CLI::App& app = *program.add_subcommand("las", "write LAS or LAZ files: points with all attributes");
+    const std::string group = "LAS";
+    addValue(app, "--las-version", "VERSION", lasVersion, request.version,
+             fmt::format("1.2, 1.3 or 1.4 (default 1.{})", request.version))
+        ->group(group);
+    app.add_flag("--tiles", request.tiles, "a file for each fragment, its name behind OUTPUT's")
+        ->group(group);
+    app.add_flag("--uncompressed", request.uncompressed, "LAS, as an OUTPUT that ends in .las also asks for")
+        ->group(group);
+    addValue(app, "--day", "N", parseNumber<int>, request.day,
+             fmt::format("day of the year of the header (default {})", request.day))
+        ->group(group);
+    addValue(app, "--year", "N", parseNumber<int>, request.year,
+             fmt::format("year of the header (default {})", request.year))
+        ->group(group);
+    addValue(app, "--point-source-id", "N", pointSourceID, request.pointSourceID,
+             "0 to 65535: given to every point; 0 leaves points their own (default 0)")
+        ->group(group);
+    addRepeatable(
+        app, "--rename", "FIELD=ATTRIBUTE", renaming,
+        [&](const auto& entry) { request.renames[entry.first] = entry.second; },
+        "store a field as a LAS attribute (repeatable)")
+        ->group(group);
+    app.add_flag("--verify", request.verify, "decode every file and compare it before it is put in place")
+        ->group(group);
+    addExport(app, request.common);
+    finish(app, "Attributes: " + joined(attributeNames()) +
+                    ".\n\n"
+                    "Examples:\n"
+                    "  tidewatch las tides.h5 -o 'out/{grid}-{time}.laz' --verify\n"
+                    "  tidewatch las survey.laz -o survey.las --las-version 1.2 --rename Echo=UserData");
 }
 
 void addPcd(CLI::App& program, PcdRequest& request) {
@@ -308,10 +380,12 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     program.footer("'tidewatch COMMAND --help' tells the options of a command.\n\n"
                    "Exit status: 0 done; 1 failed; 2 wrong usage; 130 interrupted.");
 
+    LasRequest las;
     PcdRequest pcd;
     InfoRequest info;
     BundleRequest bundle;
     SampleRequest sample;
+    addLas(program, las);
     addPcd(program, pcd);
     addInfo(program, info);
     addBundle(program, bundle);
@@ -343,6 +417,8 @@ Request parseCommandLine(std::span<const char* const> arguments) {
                                      commands.empty() ? "" : commands.front()->get_name() + " "));
     }
     const std::string name = program.get_subcommands().front()->get_name();
+    if (name == "las")
+        return las;
     if (name == "pcd")
         return pcd;
     if (name == "info")

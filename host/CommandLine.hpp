@@ -3,6 +3,7 @@
 
 #include "host/bundle/BundleCommand.hpp"
 #include "host/info/InfoCommand.hpp"
+#include "host/las/LasCommand.hpp"
 #include "host/pcd/PcdCommand.hpp"
 #include "host/sample/SampleCommand.hpp"
 
@@ -20,7 +21,7 @@ struct TextRequest {
 };
 
 /// What the user asks for. Each alternative has `int run() const`, which gives the exit status.
-using Request = std::variant<TextRequest, PcdRequest, InfoRequest, BundleRequest, SampleRequest>;
+using Request = std::variant<TextRequest, LasRequest, PcdRequest, InfoRequest, BundleRequest, SampleRequest>;
 
 /// Reads the arguments of the program, its name left out. Throws UsageError.
 [[nodiscard]] Request parseCommandLine(std::span<const char* const> arguments);

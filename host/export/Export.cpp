@@ -134,7 +134,8 @@ bool Export::runOnce(const RunScope& scope) {
     const auto run = command_.makeRun({inputs_, selection_, report_.bar()}, scope);
     ConvLib::BasicConverterDefs& exporter = run->exporter();
     exporter.bundleptr = inputs_.bundle();
-    exporter.Progress = report_.bar();
+    if (!exporter.Progress)
+        exporter.Progress = report_.bar();
     // Only finished files are shown, so nobody waits for single lines.
     exporter.setFlushLines(false);
     options_.filters.applyTo(exporter);

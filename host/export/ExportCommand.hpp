@@ -36,7 +36,8 @@ class ExportRun {
 public:
     virtual ~ExportRun() = default;
 
-    /// The exporter with its own settings; the common ones are set by whoever runs it.
+    /// The exporter with its own settings; the common ones are set by whoever runs it, and the progress
+    /// object where there is none yet.
     [[nodiscard]] virtual ConvLib::BasicConverterDefs& exporter() = 0;
     [[nodiscard]] virtual RunWatch& watch() = 0;
 

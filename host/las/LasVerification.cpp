@@ -178,7 +178,7 @@ private:
         const double tolerance = ExportLib::ExportPointCloudToLas::AxisOf(0, 0).step * 0.5 * (1 + 1e-6) +
                                  8 * std::numeric_limits<double>::epsilon() * std::abs(expected);
         if (!(std::abs(found - expected) <= tolerance))
-            differ(axis, shortestText(found), shortestText(expected));
+            differ(axis, coordinateText(found), coordinateText(expected));
     }
 
     [[noreturn]] void differ(const char* attribute, const std::string& found,
@@ -202,8 +202,9 @@ private:
             fail(name_,
                  fmt::format("the header states {0} from {1} to {2}, its points reach from {3} to {4}, "
                              "those handed over from {5} to {6}",
-                             axis, shortestText(stated[0]), shortestText(stated[1]), shortestText(foundLower),
-                             shortestText(foundUpper), shortestText(lower), shortestText(upper)));
+                             axis, coordinateText(stated[0]), coordinateText(stated[1]),
+                             coordinateText(foundLower), coordinateText(foundUpper), coordinateText(lower),
+                             coordinateText(upper)));
     }
 
     const std::string& name_;

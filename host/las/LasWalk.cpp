@@ -110,22 +110,37 @@ void LasWalk::readBoxes() {
         const bool isLattice = Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data) != nullptr;
         boxes_.push_back(isLattice ? std::nullopt : std::optional(box));
     }
+    // Lattices are in the grid's box and yet in no file.
+    Geom::BoundingBox points;
     for (const auto& box : boxes_) {
         if (!box)
             continue;
-        const LasAxes axes = axesOf(*box);
-        const double corners[][2] = {{box->lower().x, box->upper().x},
-                                     {box->lower().y, box->upper().y},
-                                     {box->lower().z, box->upper().z}};
-        for (std::size_t axis = 0; axis < axes.size(); ++axis) {
-            const auto [lower, upper] = corners[axis];
-            if (lower > upper)
-                continue;
-            if (std::isinf(upper) || !(upper <= axes[axis].highest()))
-                refuse({axis, upper}, axes);
-            if (!(lower >= axes[axis].lowest()))
-                refuse({axis, lower}, axes);
+        points.expand(*box);
+        if (settings_.tiles)
+            checkLimits(*box);
+    }
+    if (!settings_.tiles)
+        checkLimits(points);
+}
+
+/// Finds strays before a file is begun, so that nobody waits for the points before them.
+void LasWalk::checkLimits(const Geom::BoundingBox& box) const {
+    const LasAxes axes = axesOf(box);
+    const double corners[][2] = {
+        {box.lower().x, box.upper().x}, {box.lower().y, box.upper().y}, {box.lower().z, box.upper().z}};
+    for (std::size_t axis = 0; axis < axes.size(); ++axis) {
+        const auto [lower, upper] = corners[axis];
+        if (lower > upper)
+            continue;
+        // An infinite coordinate leaves no limits for the others.
+        for (const double corner : {lower, upper}) {
+            if (std::isinf(corner))
+                refuse({axis, corner}, axes);
         }
+        if (!(upper <= axes[axis].highest()))
+            refuse({axis, upper}, axes);
+        if (!(lower >= axes[axis].lowest()))
+            refuse({axis, lower}, axes);
     }
 }
 
@@ -168,7 +183,7 @@ void LasWalk::refuse(const LasFindings::Stray& stray, const LasAxes& axes) const
     const Visit& visit = visits().back();
     std::string message =
         fmt::format("{}: {} = {} does not fit into a LAS file, whose coordinates are ",
-                    gridAtTime(visit.grid, visit.time), axisNames[stray.axis], shortestText(stray.value));
+                    gridAtTime(visit.grid, visit.time), axisNames[stray.axis], coordinateText(stray.value));
     const auto& axis = axes[stray.axis];
     if (!std::isfinite(stray.value)) {
         message += "finite numbers";
@@ -176,8 +191,8 @@ void LasWalk::refuse(const LasFindings::Stray& stray, const LasAxes& axes) const
         message += fmt::format("32-bit numbers of steps of {}", shortestText(axis.step));
         // Without limits the other points are too far apart already.
         if (std::isfinite(axis.offset))
-            message += fmt::format(", here from {} to {}", shortestText(axis.lowest()),
-                                   shortestText(axis.highest()));
+            message += fmt::format(", here from {} to {}", coordinateText(axis.lowest()),
+                                   coordinateText(axis.highest()));
         if (!settings_.tiles)
             message += "; --tiles gives each fragment limits of its own";
     }

@@ -72,6 +72,7 @@ private:
     class Reporter;
 
     void readBoxes();
+    void checkLimits(const Geom::BoundingBox& box) const;
     void enterFragment(std::size_t number);
     void leaveFragment();
     [[nodiscard]] LasAxes axesOf(const Geom::BoundingBox& fragmentBox) const;

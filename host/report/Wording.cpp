@@ -2,6 +2,7 @@
 #include "host/report/Wording.hpp"
 
 #include <charconv>
+#include <cmath>
 
 #include <fmt/format.h>
 #include <system_error>
@@ -11,6 +12,17 @@ namespace Tidewatch {
 std::string shortestText(double value) {
     char digits[32];
     return {digits, std::to_chars(digits, digits + sizeof digits, value).ptr};
+}
+
+std::string coordinateText(double value) {
+    constexpr double exactIntegers = 9007199254740992; // 2 to the 53rd
+    if (!(std::abs(value) <= exactIntegers))
+        return shortestText(value);
+    std::string text = fmt::format("{:.9f}", value);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.')
+        text.pop_back();
+    return text == "-0" ? "0" : text;
 }
 
 std::string grouped(std::uint64_t number) {

@@ -12,6 +12,10 @@ namespace Tidewatch {
 /// The shortest decimal text that reads back as the same number: "2.5", "1e+22".
 [[nodiscard]] std::string shortestText(double value);
 
+/// A coordinate for people: at most nine decimals and no exponent, "1536870.91175"; what is too large for
+/// that or no finite number as shortestText() has it.
+[[nodiscard]] std::string coordinateText(double value);
+
 /// A number for people, its digits in groups of three: "1 000 000".
 [[nodiscard]] std::string grouped(std::uint64_t number);
 

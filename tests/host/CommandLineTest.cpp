@@ -105,6 +105,40 @@ TEST(CommandLine, PcdTakesAllItsOptions) {
     EXPECT_TRUE(request.common.output.isPerGrid());
 }
 
+TEST(CommandLine, LasWithoutOptionsHasTheDefaultsOfTheExporter) {
+    const auto request = parseAs<LasRequest>({"las", "a.laz", "-o", "b.laz"});
+    EXPECT_EQ(request.version, 4);
+    EXPECT_EQ(request.day, 0);
+    EXPECT_EQ(request.year, 0);
+    EXPECT_EQ(request.pointSourceID, 0);
+    EXPECT_FALSE(request.tiles || request.uncompressed || request.verify);
+    EXPECT_EQ(request.renames.size(), 12U);
+    EXPECT_EQ(request.renames.at("Intensity"), "Intensity");
+}
+
+TEST(CommandLine, LasTakesAllItsOptions) {
+    const auto request =
+        parseAs<LasRequest>({"las", "--las-version", "1.2", "--day", "-1", "--year", "99999", "--tiles",
+                             "--uncompressed", "--point-source-id", "65535", "--rename", "Echo=UserData",
+                             "--rename=a=b=Reflectance", "--verify", "-o", "b.laz", "a.laz"});
+    EXPECT_THAT(request.common.inputs.files, ElementsAre("a.laz"));
+    EXPECT_EQ(request.version, 2);
+    EXPECT_EQ(request.day, -1);
+    EXPECT_EQ(request.year, 99999);
+    EXPECT_EQ(request.pointSourceID, 65535);
+    EXPECT_TRUE(request.tiles && request.uncompressed && request.verify);
+    EXPECT_EQ(request.renames.size(), 14U);
+    EXPECT_EQ(request.renames.at("Echo"), "UserData");
+    EXPECT_EQ(request.renames.at("a=b"), "Reflectance");
+    EXPECT_EQ(request.renames.at("UserData"), "UserData");
+}
+
+TEST(CommandLine, ARenamingToNoAttributeNamesThemAll) {
+    EXPECT_THAT(usageError({"las", "a", "-o", "b", "--rename", "Echo=Sound"}),
+                ::testing::AllOf(HasSubstr("there is no attribute \"Sound\""), HasSubstr("Amplitude, "),
+                                 HasSubstr("UserData")));
+}
+
 TEST(CommandLine, ARepeatableOptionTakesOneValueEachTime) {
     const auto request = parseAs<PcdRequest>({"pcd", "--grid", "a", "b", "--field", "c", "d", "-o", "o"});
     EXPECT_THAT(request.common.filters.grids, ElementsAre("a"));
@@ -138,7 +172,7 @@ TEST(CommandLine, HelpAndVersionAreTexts) {
     EXPECT_THAT(parseAs<TextRequest>({"--version"}).text, ::testing::StartsWith("tidewatch "));
     EXPECT_THAT(parseAs<TextRequest>({"--help"}).text, HasSubstr("bundle"));
     EXPECT_THAT(parseAs<TextRequest>({"-h"}).text, HasSubstr("Usage: tidewatch COMMAND"));
-    for (const char* const command : {"pcd", "info", "bundle", "sample"})
+    for (const char* const command : {"las", "pcd", "info", "bundle", "sample"})
         EXPECT_THAT(parseAs<TextRequest>({command, "--help"}).text,
                     HasSubstr(std::string("Usage: tidewatch ") + command));
     EXPECT_THAT(parseAs<TextRequest>({"pcd", "-h"}).text, HasSubstr("significant digits (default 8)"));
@@ -148,7 +182,7 @@ TEST(CommandLine, AMistypedCommandGetsASuggestion) {
     EXPECT_EQ(usageError({"pdc", "a"}), "there is no command \"pdc\"; do you mean pcd?");
     EXPECT_EQ(usageError({"sampel"}), "there is no command \"sampel\"; do you mean sample?");
     EXPECT_EQ(usageError({"frobnicate"}),
-              "there is no command \"frobnicate\"; there are pcd, info, bundle, sample");
+              "there is no command \"frobnicate\"; there are las, pcd, info, bundle, sample");
 }
 
 TEST(CommandLine, MissingThingsAreNamed) {

@@ -17,6 +17,7 @@
 #include <csignal>
 #include <filesystem>
 #include <limits>
+#include <ostream>
 #include <random>
 #include <string>
 #include <thread>
@@ -331,7 +332,7 @@ TEST_F(LasProgramTest, ACoordinateThatDoesNotFitPutsNothingInPlace) {
     const auto result = run({"in.h5", "-o", "{grid}.laz", "--overwrite"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, AllOf(HasSubstr("grid \"wide\" at time 0: x = 2000000 does not fit"),
-                                  HasSubstr("from 463129.088"), HasSubstr("to 1536870.9117")));
+                                  HasSubstr("from 463129.088 to 1536870.91175")));
     EXPECT_THAT(names(), ElementsAre("in.h5", "wide.laz"));
     EXPECT_EQ(Support::readBytes(place_ / "wide.laz"), "old");
 }
@@ -350,9 +351,7 @@ TEST_F(LasProgramTest, DegreesAreRoundedAndItIsSaid) {
 TEST_F(LasProgramTest, AGridWithoutPositionsEndsItsSliceAndCompleteFilesAreInPlace) {
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
     GridBuilder(*bundle, 0, "a").field("Positions", "n", randomPoints(5));
-    GridBuilder(*bundle, 0, "b")
-        .field("Positions", "n", randomPoints(6))
-        .field("Positions", "s", std::vector<double>(3));
+    GridBuilder(*bundle, 0, "b").field("Positions", "s", std::vector<double>(3));
     GridBuilder(*bundle, 0, "c").field("Positions", "n", randomPoints(7));
     GridBuilder(*bundle, 1, "d").field("Positions", "n", randomPoints(8));
     write("in.h5", bundle);
@@ -630,6 +629,8 @@ INSTANTIATE_TEST_SUITE_P(Runs, AutzenTest,
 struct Trip {
     const char* name;
     std::uint64_t points;
+
+    friend void PrintTo(const Trip& trip, std::ostream* out) { *out << trip.name; }
 };
 
 class RoundTripTest : public LasProgramTest,

@@ -113,13 +113,15 @@ TEST(LasWalk, NotesWhereTheExporterLeftTheSlice) {
 }
 
 TEST(LasWalk, ACoordinateThatDoesNotFitIsAnErrorWithAxisValueAndLimits) {
-    // 32 bits of steps of 0.00025 span about 1 073 742.
-    EXPECT_EQ(failure(cloud({{0, 0, 0}, {0, 1'073'741, 0}})), "");
-    EXPECT_EQ(
-        failure(cloud({{0, 0, 0}, {0, 1'073'743, 0}})),
-        "grid \"g\" at time 0: y = 1073743 does not fit into a LAS file, whose coordinates are 32-bit "
-        "numbers of steps of 0.00025, here from 0.087999999988824129 to 1073741.9117500000; --tiles gives "
-        "each fragment limits of its own");
+    // 32 bits of steps of 0.00025 span about 1 073 741.8, less what the offset is rounded down by.
+    EXPECT_EQ(failure(cloud({{0, 0, 0}, {0, 1'073'740, 0}})), "");
+    EXPECT_THAT(failure(cloud({{0, 0, 0}, {0, 1'073'741, 0}})),
+                HasSubstr("y = 1073741 does not fit into a LAS file, whose coordinates are 32-bit numbers of "
+                          "steps of 0.00025, here from -0.912 to 1073740.91175;"));
+    EXPECT_EQ(failure(cloud({{0, 0, 0}, {0, 1'073'743, 0}})),
+              "grid \"g\" at time 0: y = 1073743 does not fit into a LAS file, whose coordinates are 32-bit "
+              "numbers of steps of 0.00025, here from 0.088 to 1073741.91175; --tiles gives "
+              "each fragment limits of its own");
 }
 
 TEST(LasWalk, TilesHaveLimitsOfTheirOwn) {

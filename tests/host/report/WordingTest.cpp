@@ -24,6 +24,18 @@ TEST(Counted, OnlyOneIsSingular) {
     EXPECT_EQ(counted(2000, "point"), "2 000 points");
 }
 
+TEST(CoordinateText, HasNoExponentAndNoMoreDecimalsThanCoordinatesHave) {
+    EXPECT_EQ(coordinateText(2e6), "2000000");
+    EXPECT_EQ(coordinateText(-9e7), "-90000000");
+    EXPECT_EQ(coordinateText(1536870.91175), "1536870.91175");
+    EXPECT_EQ(coordinateText(4.000249999999999), "4.00025");
+    EXPECT_EQ(coordinateText(-1e-12), "0");
+    EXPECT_EQ(coordinateText(9007199254740992), "9007199254740992");
+    EXPECT_EQ(coordinateText(1e300), "1e+300");
+    EXPECT_EQ(coordinateText(-std::numeric_limits<double>::infinity()), "-inf");
+    EXPECT_EQ(coordinateText(std::numeric_limits<double>::quiet_NaN()), "nan");
+}
+
 TEST(ShortestText, ReadsBackAsTheSameNumber) {
     EXPECT_EQ(shortestText(2.5), "2.5");
     EXPECT_EQ(shortestText(0.1), "0.1");
