@@ -51,15 +51,20 @@ run "$tidewatch" sample -o "$out/survey.h5"
 step "4. Look into it"
 run "$tidewatch" info "$out/survey.h5"
 
-step "5. Export its point clouds to PCD, a file for each time and grid"
-run "$tidewatch" pcd "$out/survey.h5" -o "$out/pcd/{time}-{grid}.pcd"
+step "5. Export its point clouds to LAZ, a file for each time and grid, and read each one back to compare"
+run "$tidewatch" las "$out/survey.h5" -o "$out/laz/{time}-{grid}.laz" --verify
 
-files=("$out"/pcd/*.pcd)
-step "6. What a PCD file holds: a text header, then a line for each point (the first of ${#files[@]} files)"
-run head -n 14 "${files[0]}"
+step "6. Export them to PCD, thinned to a point for each half metre"
+run "$tidewatch" pcd "$out/survey.h5" -o "$out/pcd/{time}-{grid}.pcd" --cell-size 0.5
+
+step "7. What the files hold"
+laz=("$out"/laz/*.laz)
+pcd=("$out"/pcd/*.pcd)
+run "$tidewatch" info "${laz[0]}"
+run head -n 14 "${pcd[0]}"
 
 step "Done. The files:"
-for file in "$out/survey.h5" "${files[@]}"; do
+for file in "$out/survey.h5" "${laz[@]}" "${pcd[@]}"; do
     printf '  %10d bytes  %s\n' "$(stat -c %s "$file")" "$file"
 done
 printf '\nThe program is %s; try %s --help.\n' "$tidewatch" "$tidewatch"
