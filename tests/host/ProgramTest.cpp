@@ -1,19 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The built program from outside: what users see.
-#include "host/ProgramRunner.hpp"
+#include "host/ProgramFixture.hpp"
 #include "host/report/Json.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
-#include "readers/BundleFileWriter.hpp"
-#include "support/BundleBuilder.hpp"
-#include "support/TemporaryFolder.hpp"
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
-#include <random>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -33,16 +29,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-Points randomPoints(std::size_t count, unsigned seed = 1) {
-    std::mt19937 random(seed);
-    std::uniform_int_distribution<int> thousandths(0, 999'999);
-    Points points;
-    for (std::size_t number = 0; number < count; ++number)
-        points.push_back(
-            {thousandths(random) / 1000.0, thousandths(random) / 1000.0, thousandths(random) / 1000.0});
-    return points;
-}
 
 /// Two grids at time 0 and one at 6.5, intensities and another field in the first.
 Anchor::StrongPtr<Sheaf::Bundle> smallBundle() {
@@ -75,42 +61,10 @@ std::size_t lines(const std::string& text) {
     return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-class ProgramTest : public ::testing::Test {
+class ProgramTest : public ProgramFixture {
 protected:
-    ProgramResult run(const ProgramRunner::Arguments& arguments,
-                      const std::function<void()>& prepare = {}) const {
-        return ProgramRunner::run(place_.path(), arguments, prepare);
-    }
-
-    void write(const std::string& name, const Anchor::StrongPtr<Sheaf::Bundle>& bundle) const {
-        BundleFileWriteOptions options;
-        options.Compression = 0;
-        writeBundleFile(*bundle, place_ / name, options);
-    }
     void writeSmall() const { write("in.h5", smallBundle()); }
-
-    std::string read(const std::string& name) const { return Support::readBytes(place_ / name); }
-
-    /// Names of everything in the folder, folders included, ascending.
-    std::vector<std::string> names() const {
-        std::vector<std::string> found;
-        for (const auto& entry : fs::recursive_directory_iterator(place_.path()))
-            found.push_back(entry.path().lexically_relative(place_.path()));
-        std::sort(found.begin(), found.end());
-        return found;
-    }
-
-    /// A file of the shared samples; skips the test where they are absent.
-    static std::string shared(const std::string& name) {
-        return std::string(TIDEWATCH_SHARED_DIR "/data/") + name;
-    }
-
-    Support::TemporaryFolder place_;
 };
-
-#define TIDEWATCH_NEED_SHARED(NAME)                                                                          \
-    if (!fs::exists(shared(NAME)))                                                                           \
-    GTEST_SKIP() << shared(NAME) << " is absent"
 
 // Usage
 
@@ -551,9 +505,8 @@ TEST_F(ProgramTest, InfoTellsBoundsOnRequest) {
 // Real data
 
 TEST_F(ProgramTest, ARealLazFileBecomesAPcdFileOfThinnedPoints) {
-    TIDEWATCH_NEED_SHARED("autzen_trim.laz");
-    const auto result =
-        run({"pcd", shared("autzen_trim.laz"), "-o", "autzen.pcd", "--cell-size", "5", "--json"});
+    TIDEWATCH_NEED_SHARED(autzen, "autzen_trim.laz");
+    const auto result = run({"pcd", autzen, "-o", "autzen.pcd", "--cell-size", "5", "--json"});
     EXPECT_EQ(result.status, 0) << result.err;
     const std::string text = read("autzen.pcd");
     EXPECT_THAT(text, AllOf(HasSubstr("\nFIELDS x y z intensity rgb\n"), HasSubstr("\nWIDTH 110000\n"),
@@ -565,10 +518,10 @@ TEST_F(ProgramTest, ARealLazFileBecomesAPcdFileOfThinnedPoints) {
 }
 
 TEST_F(ProgramTest, FragmentsChangeNoByteOfAPcdFile) {
-    TIDEWATCH_NEED_SHARED("autzen_trim.laz");
-    EXPECT_EQ(run({"pcd", shared("autzen_trim.laz"), "-o", "a.pcd", "--cell-size", "5"}).status, 0);
-    EXPECT_EQ(run({"pcd", shared("autzen_trim.laz"), "-o", "b.pcd", "--cell-size", "5", "--fragment-points",
-                   "7000", "--memory-limit", "1M"})
+    TIDEWATCH_NEED_SHARED(autzen, "autzen_trim.laz");
+    EXPECT_EQ(run({"pcd", autzen, "-o", "a.pcd", "--cell-size", "5"}).status, 0);
+    EXPECT_EQ(run({"pcd", autzen, "-o", "b.pcd", "--cell-size", "5", "--fragment-points", "7000",
+                   "--memory-limit", "1M"})
                   .status,
               0);
     EXPECT_EQ(read("a.pcd"), read("b.pcd"));
@@ -579,8 +532,8 @@ TEST_F(ProgramTest, InfoShowsThePointsAndFieldsOfRealFiles) {
         {"1.2-with-color.las", 1065}, {"autzen_trim.laz", 110000}, {"autzen_trim_7.las", 110000},
         {"epsg_4326.las", 5380},      {"extrabytes.las", 1065},    {"test1_4.las", 1000}};
     for (const auto& [name, points] : files) {
-        TIDEWATCH_NEED_SHARED(name);
-        const auto result = run({"info", "--json", shared(name)});
+        TIDEWATCH_NEED_SHARED(sample, name);
+        const auto result = run({"info", "--json", sample});
         EXPECT_EQ(result.status, 0) << result.err;
         const Json document = Json::parse(result.out);
         EXPECT_EQ(document["points"], points) << name;
@@ -590,10 +543,8 @@ TEST_F(ProgramTest, InfoShowsThePointsAndFieldsOfRealFiles) {
 }
 
 TEST_F(ProgramTest, ABundleOfFilesGivesTheSamePcdFilesAsTheFiles) {
-    TIDEWATCH_NEED_SHARED("autzen_trim.laz");
-    TIDEWATCH_NEED_SHARED("test1_4.las");
-    const std::string laz = shared("autzen_trim.laz");
-    const std::string las = shared("test1_4.las");
+    TIDEWATCH_NEED_SHARED(laz, "autzen_trim.laz");
+    TIDEWATCH_NEED_SHARED(las, "test1_4.las");
     ASSERT_EQ(run({"bundle", laz, las, "-o", "both.h5"}).status, 0);
     EXPECT_EQ(run({"pcd", laz, las, "-o", "direct/{grid}.pcd", "--cell-size", "2"}).status, 0);
     EXPECT_EQ(run({"pcd", "both.h5", "-o", "bundled/{grid}.pcd", "--cell-size", "2"}).status, 0);
@@ -605,8 +556,8 @@ TEST_F(ProgramTest, ABundleOfFilesGivesTheSamePcdFilesAsTheFiles) {
 }
 
 TEST_F(ProgramTest, StrictRefusesABundleThatLosesPropertiesOfItsInput) {
-    TIDEWATCH_NEED_SHARED("autzen_trim.laz");
-    const auto result = run({"bundle", shared("autzen_trim.laz"), "-o", "a.h5", "--strict"});
+    TIDEWATCH_NEED_SHARED(autzen, "autzen_trim.laz");
+    const auto result = run({"bundle", autzen, "-o", "a.h5", "--strict"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr("coordinate reference system"));
     EXPECT_THAT(names(), IsEmpty());

@@ -2,14 +2,10 @@
 //
 // `tidewatch las` from outside. What it writes is read by a plain reader of the published layout and, where
 // it is compressed, by laz-perf; neither shares code with the program.
-#include "host/ProgramRunner.hpp"
+#include "host/ProgramFixture.hpp"
 #include "host/report/Json.hpp"
-#include "readers/BundleFileWriter.hpp"
-#include "support/BundleBuilder.hpp"
-#include "support/TemporaryFolder.hpp"
 #include "support/WrittenLas.hpp"
 #include "support/lazPerf.hpp"
-#include "support/sharedData.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -18,7 +14,6 @@
 #include <filesystem>
 #include <limits>
 #include <ostream>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,16 +40,6 @@ using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr double step = 0.00025;
-
-Points randomPoints(std::size_t count, unsigned seed = 1) {
-    std::mt19937 random(seed);
-    std::uniform_int_distribution<int> thousandths(0, 999'999);
-    Points points;
-    for (std::size_t number = 0; number < count; ++number)
-        points.push_back(
-            {thousandths(random) / 1000.0, thousandths(random) / 1000.0, thousandths(random) / 1000.0});
-    return points;
-}
 
 /// Two grids at time 0 and one at 6.5.
 Anchor::StrongPtr<Sheaf::Bundle> smallBundle() {
@@ -102,37 +87,13 @@ void expectSamePlaces(const std::vector<std::string>& paths, const std::string& 
     EXPECT_EQ(place, expected.size());
 }
 
-class LasProgramTest : public ::testing::Test {
+class LasProgramTest : public ProgramFixture {
 protected:
-    ProgramResult run(ProgramRunner::Arguments arguments, const std::function<void()>& prepare = {}) const {
-        arguments.insert(arguments.begin(), "las");
-        return ProgramRunner::run(place_.path(), arguments, prepare);
-    }
-    void write(const std::string& name, const Anchor::StrongPtr<Sheaf::Bundle>& bundle) const {
-        BundleFileWriteOptions options;
-        options.Compression = 0;
-        writeBundleFile(*bundle, place_ / name, options);
-    }
+    LasProgramTest() : ProgramFixture({"las"}) {}
+
     void writeSmall() const { write("in.h5", smallBundle()); }
-
     [[nodiscard]] WrittenLas las(const std::string& name) const { return WrittenLas::read(place_ / name); }
-
-    /// Names of everything in the folder, folders included, ascending.
-    [[nodiscard]] std::vector<std::string> names() const {
-        std::vector<std::string> found;
-        for (const auto& entry : fs::recursive_directory_iterator(place_.path()))
-            found.push_back(entry.path().lexically_relative(place_.path()));
-        std::sort(found.begin(), found.end());
-        return found;
-    }
-
-    Support::TemporaryFolder place_;
 };
-
-#define TIDEWATCH_NEED_SHARED(VARIABLE, NAME)                                                                \
-    const std::string VARIABLE = Support::sharedData(NAME);                                                  \
-    if (VARIABLE.empty())                                                                                    \
-    GTEST_SKIP() << "the sample file " << NAME << " is absent"
 
 #define TIDEWATCH_NEED_LAZ_PERF()                                                                            \
     if (const std::string missing = Support::lazPerfMissing(); !missing.empty())                             \
