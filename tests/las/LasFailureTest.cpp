@@ -156,7 +156,7 @@ TEST_P(LasFailure, FileThatIsCompleteIsNotRecordedAsFailed) {
     EXPECT_EQ(WrittenLas::read(pathOf("cloud")).count(), 10U);
 }
 
-INSTANTIATE_TEST_SUITE_P(, LasFailure, ::testing::Combine(::testing::Values(2, 4), ::testing::Bool()),
+INSTANTIATE_TEST_SUITE_P(, LasFailure, ::testing::Combine(::testing::Values(2, 3, 4), ::testing::Bool()),
                          [](const auto& one) {
                              return std::string(std::get<1>(one.param) ? "Plain1_" : "Compressed1_") +
                                     std::to_string(std::get<0>(one.param));
