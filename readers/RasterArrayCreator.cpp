@@ -94,6 +94,10 @@ std::vector<Sheaf::CachedCreator::Made> RasterArrayCreator::makeTurned(Fill&& fi
     if (bytes_ > source_->options.MaximumArrayBytes)
         refuse(fmt::format("needs {} bytes of memory, and {} are allowed", bytes_,
                            source_->options.MaximumArrayBytes));
+    if (const std::uint64_t block = source_->description.blockBytes;
+        block > source_->options.MaximumArrayBytes)
+        refuse(fmt::format("needs {} bytes of memory for a block of the file, and {} are allowed", block,
+                           source_->options.MaximumArrayBytes));
     const Raster::RasterFile file = source_->open();
     std::vector<T> elements;
     try {

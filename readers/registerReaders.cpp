@@ -3,6 +3,9 @@
 
 #include "readers/BundleFileReader.hpp"
 #include "readers/LasReader.hpp"
+#ifdef TIDEWATCH_GDAL
+#include "readers/RasterReader.hpp"
+#endif
 
 namespace Tidewatch {
 
@@ -10,6 +13,10 @@ void registerReaders() {
     // A reader takes the place of an earlier one of its name.
     ConvLib::registerReader(Anchor::makeStrong<LasReader>());
     ConvLib::registerReader(Anchor::makeStrong<BundleFileReader>());
+#ifdef TIDEWATCH_GDAL
+    // The last to be asked, since some of its formats are plain text.
+    ConvLib::registerReader(Anchor::makeStrong<RasterReader>());
+#endif
 }
 
 } // namespace Tidewatch

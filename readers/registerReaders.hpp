@@ -5,8 +5,8 @@
 
 namespace Tidewatch {
 
-/// Registers the readers of this library with the process: LAS and LAZ files, then bundle files. Calling it
-/// again changes nothing.
+/// Registers the readers of this library with the process: LAS and LAZ files, then bundle files, then
+/// rasters where the library was built with GDAL. Calling it again changes nothing.
 TIDEWATCH_API void registerReaders();
 
 } // namespace Tidewatch

@@ -28,7 +28,8 @@ done
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev ca-certificates)
+build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev
+    libgdal-dev ca-certificates)
 test_packages=(libgtest-dev libgmock-dev hdf5-tools clang-format git locales)
 
 say() { printf 'setup: %s\n' "$*"; }
@@ -180,7 +181,7 @@ install_on_debian() {
 
 # Prints a line for everything that is not there, whichever way it was to get there.
 find_missing() {
-    local command header headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h laszip/laszip_api.h)
+    local command header flags=() headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h laszip/laszip_api.h)
     local commands=(g++ cmake ninja pkg-config)
     if ((with_tests)); then
         headers+=(gtest/gtest.h gmock/gmock.h)
@@ -192,11 +193,13 @@ find_missing() {
     done
     have g++ || return 0
 
-    local hdf5_flags=()
-    read -ra hdf5_flags < <(pkg-config --cflags hdf5-serial 2>/dev/null || pkg-config --cflags hdf5 2>/dev/null) || true
+    read -ra flags < <({
+        pkg-config --cflags hdf5-serial 2>/dev/null || pkg-config --cflags hdf5 2>/dev/null
+        pkg-config --cflags gdal 2>/dev/null
+    } | tr '\n' ' ') || true
     for header in "${headers[@]}"; do
         printf '#if !__has_include(<%s>)\nthe header <%s>\n#endif\n' "$header" "$header"
-    done | g++ -std=c++20 "${hdf5_flags[@]}" -E -P -x c++ - | sed '/^$/d'
+    done | g++ -std=c++20 "${flags[@]}" -E -P -x c++ - | sed '/^$/d'
 
     if ! g++ -x c++ - -o "$scratch/laszip" -llaszip >"$scratch/log" 2>&1 <<'TEXT' || ! "$scratch/laszip"
 #include <laszip/laszip_api.h>

@@ -50,6 +50,8 @@ struct Description {
     std::uint64_t height = 0;
     Placing placing;
     std::vector<Band> bands;
+    /// The size of the file's largest block, all that is decoded together.
+    std::uint64_t blockBytes = 0;
     /// What the file holds and the fields do not carry; one short phrase each.
     std::vector<std::string> notCarried;
 };

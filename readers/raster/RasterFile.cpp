@@ -4,11 +4,14 @@
 #include "anchor/Error.hpp"
 #include "readers/printable.hpp"
 #include "readers/raster/Messages.hpp"
+#include "readers/raster/companions.hpp"
 #include "readers/raster/drivers.hpp"
 #include "sheaf/ElementTypes.hpp"
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <cpl_conv.h>
 #include <cpl_string.h>
 #include <filesystem>
 #include <fstream>
@@ -42,6 +45,12 @@ const std::type_info* elementOf(GDALDataType type) {
     return element;
 }
 
+/// Makes libjpeg's warnings errors, for as long as it lives and for this thread: one of them says that a file
+/// has ended too early, and the pixels that are missing come out grey.
+class StrictJpeg {
+    CPLConfigOptionSetter setter_{"GDAL_ERROR_ON_LIBJPEG_WARNING", "YES", false};
+};
+
 bool hasTiffSignature(const std::filesystem::path& path) {
     std::array<char, 4> head{};
     std::ifstream(path, std::ios::binary).read(head.data(), head.size());
@@ -64,25 +73,25 @@ RasterFile::RasterFile(std::string path) : path_(std::move(path)) {
             fail("is of GDAL's format " + driver + ", whose files lead to other files; it is not read");
         fail("is not a raster of a format that is read");
     }
-    requirePlainMask();
+    CPLStringList companions;
+    for (const std::string& name : companionsOf(path_)) {
+        const std::filesystem::path companion = std::filesystem::path(path_).replace_filename(name);
+        // GDAL opens a mask with whatever driver recognises it.
+        if (EQUAL(companion.extension().c_str(), ".msk") && !hasTiffSignature(companion))
+            fail("its mask " + printable(companion.string()) + " is not a TIFF file");
+        companions.AddString(name.c_str());
+    }
     const Messages messages;
+    const StrictJpeg strict;
     dataset_.reset(GDALOpenEx(plainPath(path_).c_str(),
                               GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, readableDrivers(),
-                              nullptr, nullptr));
+                              nullptr, companions.List()));
     if (!dataset_)
         fail("cannot be read: " + messages.failure());
 }
 
 void RasterFile::fail(const std::string& reason) const {
     throw Anchor::FormatError(fmt::format("{}: {}", printable(path_), reason));
-}
-
-/// GDAL looks for a mask in a file beside the raster, and opens that with whatever driver recognises it.
-void RasterFile::requirePlainMask() const {
-    std::error_code error;
-    const std::filesystem::path mask = path_ + ".msk";
-    if (std::filesystem::exists(mask, error) && !hasTiffSignature(mask))
-        fail("its mask " + printable(mask.string()) + " is not a TIFF file");
 }
 
 std::uint64_t RasterFile::width() const {
@@ -108,6 +117,8 @@ Description RasterFile::describe() const {
         fail("holds no band");
     for (std::size_t band = 0; band < static_cast<std::size_t>(bands); ++band)
         description.bands.push_back(describeBand(band));
+    description.blockBytes = requireFittingBlocks();
+    requireWholeEnviFile(description);
 
     std::array<double, 6> numbers{};
     std::optional<std::array<double, 6>> transform;
@@ -116,6 +127,46 @@ Description RasterFile::describe() const {
     description.placing = Placing::make(transform, description.width, description.height, path_);
     description.notCarried = notCarried();
     return description;
+}
+
+/// Blocks are the least that GDAL reads; it takes the memory for a whole one, whatever the raster's size.
+/// Gives their size.
+std::uint64_t RasterFile::requireFittingBlocks() const {
+    const int bands = GDALGetRasterCount(dataset_.get());
+    const auto* const interleave = GDALGetMetadataItem(dataset_.get(), "INTERLEAVE", "IMAGE_STRUCTURE");
+    const bool areTogether = interleave != nullptr && EQUAL(interleave, "PIXEL");
+    double pixelBytes = 0;
+    double blockBytes = 0;
+    for (std::size_t number = 0; number < static_cast<std::size_t>(bands); ++number) {
+        int blockWidth = 0;
+        int blockHeight = 0;
+        GDALGetBlockSize(bandOf(number), &blockWidth, &blockHeight);
+        const int bytes = GDALGetDataTypeSizeBytes(GDALGetRasterDataType(bandOf(number)));
+        pixelBytes += bytes;
+        blockBytes = std::max(blockBytes, 1.0 * blockWidth * blockHeight * bytes * (areTogether ? bands : 1));
+    }
+    const double fileBytes = pixelBytes * static_cast<double>(width()) * static_cast<double>(height());
+    // Small rasters may well have blocks that are larger than they are, but not by much.
+    constexpr double harmless = 1U << 28U;
+    if (blockBytes > std::max(harmless, 4 * fileBytes))
+        fail(fmt::format("has blocks of {:.0f} bytes for {:.0f} bytes of pixels", blockBytes, fileBytes));
+    // No more than 2^31 in both directions, bands and bytes of a pixel: beyond 64 bits on paper only.
+    return blockBytes < 0x1p63 ? static_cast<std::uint64_t>(blockBytes) : std::uint64_t{1} << 63U;
+}
+
+/// GDAL's driver takes an ENVI file that ends too early for one whose further pixels are 0.
+void RasterFile::requireWholeEnviFile(const Description& description) const {
+    if (description.driver != "ENVI")
+        return;
+    double stated = 0;
+    for (std::size_t number = 0; number < description.bands.size(); ++number)
+        stated += GDALGetDataTypeSizeBytes(GDALGetRasterDataType(bandOf(number)));
+    stated *= static_cast<double>(width()) * static_cast<double>(height());
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(path_, error);
+    if (error || static_cast<double>(size) < stated)
+        fail(fmt::format("ends too early: it has {} bytes, and its header states {:.0f}", error ? 0 : size,
+                         stated));
 }
 
 Band RasterFile::describeBand(std::size_t number) const {
@@ -132,6 +183,18 @@ Band RasterFile::describeBand(std::size_t number) const {
             return {&typeid(int), true};
     }
     return {element, false};
+}
+
+/// The byte that stands for the no-data value of a band of signed bytes where that is below 0. GDAL, which
+/// takes the bytes for unsigned ones, then masks nothing.
+std::optional<unsigned char> RasterFile::negativeByte(std::size_t number) const {
+    if (!describeBand(number).isSignedByte)
+        return {};
+    int isThere = 0;
+    const double noData = GDALGetRasterNoDataValue(bandOf(number), &isThere);
+    if (isThere == 0 || !(noData >= -128 && noData < 0) || noData != std::trunc(noData))
+        return {};
+    return static_cast<unsigned char>(static_cast<int>(noData) + 256);
 }
 
 std::vector<std::string> RasterFile::notCarried() const {
@@ -169,19 +232,29 @@ std::vector<std::string> RasterFile::notCarried() const {
 
 /// Some rows: enough to make calls rare, few enough to tick some times a second and for a small buffer, and
 /// whole blocks of the file where that is possible.
-std::uint64_t RasterFile::rowsAtATime(GDALRasterBandH band) const {
+RasterFile::Step RasterFile::stepOf(GDALRasterBandH band) const {
     constexpr std::uint64_t pixels = std::uint64_t{1} << 22;
     const std::uint64_t rows = std::clamp<std::uint64_t>(pixels / width(), 1, height());
     int blockWidth = 0;
     int blockHeight = 0;
     GDALGetBlockSize(band, &blockWidth, &blockHeight);
     const auto block = static_cast<std::uint64_t>(std::max(blockHeight, 1));
-    return block <= rows ? rows - rows % block : rows;
+    if (block <= rows)
+        return {rows - rows % block, true};
+    return {rows, rows == height()};
+}
+
+/// Lets GDAL forget the blocks that it has read. It would keep them until its own cache is full, which knows
+/// nothing of ours.
+void RasterFile::forgetBlocks() const {
+    const Messages messages;
+    GDALFlushCache(dataset_.get());
 }
 
 void RasterFile::readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uint64_t rows, GDALDataType type,
                           std::span<std::byte> pixels, std::size_t pixelSize, const std::string& name) const {
     const Messages messages;
+    const StrictJpeg strict;
     const auto columns = static_cast<int>(width());
     const auto count = static_cast<int>(rows);
     const auto pixelSpace = static_cast<GSpacing>(pixelSize);
@@ -194,12 +267,14 @@ void RasterFile::readBand(std::size_t band, GDALDataType type, std::span<std::by
                           std::size_t pixelSize, const Tick& tick) const {
     const GDALRasterBandH source = bandOf(band);
     const std::uint64_t rowSize = width() * pixelSize;
-    const std::uint64_t step = rowsAtATime(source);
-    for (std::uint64_t row = 0; row < height(); row += step) {
+    const Step step = stepOf(source);
+    for (std::uint64_t row = 0; row < height(); row += step.rows) {
         tick(static_cast<double>(row) / static_cast<double>(height()));
-        const std::uint64_t rows = std::min(step, height() - row);
+        const std::uint64_t rows = std::min(step.rows, height() - row);
         readRows(source, row, rows, type, pixels.subspan(row * rowSize, rows * rowSize), pixelSize,
                  fmt::format("band {}", band + 1));
+        if (step.isWholeBlocks)
+            forgetBlocks();
     }
     tick(1);
 }
@@ -208,7 +283,12 @@ bool RasterFile::readValidity(std::span<unsigned char> valid, const Tick& tick) 
     std::fill(valid.begin(), valid.end(), static_cast<unsigned char>(1));
     // A mask of the whole file (an alpha band is one) counts once; a band's own no-data counts for the band.
     GDALRasterBandH maskOfAll = nullptr;
-    std::vector<GDALRasterBandH> masks;
+    struct Mask {
+        GDALRasterBandH source;
+        /// The byte of a pixel that has no value.
+        unsigned char noData;
+    };
+    std::vector<Mask> masks;
     bool someBandHasNone = false;
     {
         const Messages messages;
@@ -216,34 +296,36 @@ bool RasterFile::readValidity(std::span<unsigned char> valid, const Tick& tick) 
              ++number) {
             const GDALRasterBandH band = bandOf(number);
             const int flags = GDALGetMaskFlags(band);
-            if ((flags & GMF_ALL_VALID) != 0)
+            if (const auto noData = negativeByte(number))
+                masks.push_back({band, *noData});
+            else if ((flags & GMF_ALL_VALID) != 0)
                 someBandHasNone = someBandHasNone || GDALGetRasterColorInterpretation(band) != GCI_AlphaBand;
             else if ((flags & GMF_PER_DATASET) != 0)
                 maskOfAll = GDALGetMaskBand(band);
             else
-                masks.push_back(GDALGetMaskBand(band));
+                masks.push_back({GDALGetMaskBand(band), 0});
         }
     }
     if (maskOfAll == nullptr && masks.empty()) {
         tick(1);
         return false;
     }
-    const std::uint64_t step = rowsAtATime(bandOf(0));
-    std::vector<unsigned char> mask(step * width());
+    const Step step = stepOf(bandOf(0));
+    std::vector<unsigned char> mask(step.rows * width());
     std::vector<unsigned char> some;
     bool differ = false;
-    for (std::uint64_t row = 0; row < height(); row += step) {
+    for (std::uint64_t row = 0; row < height(); row += step.rows) {
         tick(static_cast<double>(row) / static_cast<double>(height()));
-        const std::uint64_t rows = std::min(step, height() - row);
+        const std::uint64_t rows = std::min(step.rows, height() - row);
         const std::span<unsigned char> all = valid.subspan(row * width(), rows * width());
         some.assign(all.size(), someBandHasNone ? 1 : 0);
-        const auto read = [&](GDALRasterBandH source, auto&& use) {
+        const auto read = [&](GDALRasterBandH source, unsigned char noData, auto&& use) {
             readRows(source, row, rows, GDT_Byte, std::as_writable_bytes(std::span(mask)), 1, "the mask");
             for (std::size_t pixel = 0; pixel < all.size(); ++pixel)
-                use(pixel, mask[pixel] != 0);
+                use(pixel, mask[pixel] != noData);
         };
-        for (const GDALRasterBandH ofBand : masks) {
-            read(ofBand, [&](std::size_t pixel, bool has) {
+        for (const Mask& ofBand : masks) {
+            read(ofBand.source, ofBand.noData, [&](std::size_t pixel, bool has) {
                 all[pixel] = all[pixel] != 0 && has ? 1 : 0;
                 some[pixel] = some[pixel] != 0 || has ? 1 : 0;
             });
@@ -251,8 +333,10 @@ bool RasterFile::readValidity(std::span<unsigned char> valid, const Tick& tick) 
         if (!masks.empty())
             differ = differ || !std::equal(all.begin(), all.end(), some.begin());
         if (maskOfAll != nullptr)
-            read(maskOfAll,
+            read(maskOfAll, 0,
                  [&](std::size_t pixel, bool has) { all[pixel] = all[pixel] != 0 && has ? 1 : 0; });
+        if (step.isWholeBlocks)
+            forgetBlocks();
     }
     tick(1);
     return differ;

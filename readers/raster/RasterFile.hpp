@@ -9,6 +9,7 @@
 #include <functional>
 #include <gdal.h>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -72,15 +73,22 @@ private:
     };
 
     [[noreturn]] void fail(const std::string& reason) const;
-    void requirePlainMask() const;
     [[nodiscard]] std::uint64_t width() const;
     [[nodiscard]] std::uint64_t height() const;
     [[nodiscard]] GDALRasterBandH bandOf(std::size_t band) const;
     [[nodiscard]] Band describeBand(std::size_t band) const;
+    [[nodiscard]] std::optional<unsigned char> negativeByte(std::size_t band) const;
     [[nodiscard]] std::vector<std::string> notCarried() const;
     void readBand(std::size_t band, GDALDataType type, std::span<std::byte> pixels, std::size_t pixelSize,
                   const Tick& tick) const;
-    [[nodiscard]] std::uint64_t rowsAtATime(GDALRasterBandH band) const;
+    [[nodiscard]] std::uint64_t requireFittingBlocks() const;
+    void requireWholeEnviFile(const Description& description) const;
+    struct Step {
+        std::uint64_t rows;
+        bool isWholeBlocks;
+    };
+    [[nodiscard]] Step stepOf(GDALRasterBandH band) const;
+    void forgetBlocks() const;
     void readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uint64_t rows, GDALDataType type,
                   std::span<std::byte> pixels, std::size_t pixelSize, const std::string& name) const;
 

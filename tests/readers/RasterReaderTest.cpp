@@ -5,6 +5,7 @@
 #include "anchor/Error.hpp"
 #include "ascii/ExportPointCloudToASCII.hpp"
 #include "readers/raster/Description.hpp"
+#include "readers/raster/companions.hpp"
 #include "readers/raster/drivers.hpp"
 #include "sheaf/Bundle.hpp"
 #include "sheaf/MemArray.hpp"
@@ -26,6 +27,7 @@
 #include <numeric>
 #include <ogr_srs_api.h>
 #include <optional>
+#include <random>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -39,9 +41,12 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::AllOf;
+using ::testing::AnyOf;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 using Transform = std::array<double, 6>;
 using Bytes = std::vector<unsigned char>;
 using Representation = Anchor::StrongPtr<Sheaf::Representation>;
@@ -247,6 +252,11 @@ TEST_F(Rasters, SignedBytesAreWidened) {
         .fill<signed char>({-128, -1, 0, 127}, GDT_Byte);
 #endif
     EXPECT_THAT(values<int>(read(folder / "i8.tif"), "Band1"), ElementsAre(-128, -1, 0, 127));
+
+    const GDALDatasetH file = GDALOpen((folder / "i8.tif").c_str(), GA_Update);
+    GDALSetRasterNoDataValue(GDALGetRasterBand(file, 1), -1);
+    GDALClose(file);
+    EXPECT_THAT(values<unsigned char>(read(folder / "i8.tif"), "CellType"), ElementsAre(1, 0, 1, 1));
 }
 
 TEST_F(Rasters, ComplexNumbersAreRefused) {
@@ -464,13 +474,33 @@ TEST_F(Rasters, ArrayIsMadeAgainAfterTheCacheHasDroppedIt) {
 TEST_F(Rasters, ArrayBeyondTheHostsLimitIsRefusedWhenItIsMade) {
     options.MaximumArrayBytes = 47;
     {
-        NewRaster file(folder / "a.tif", 3, 2, 1, GDT_Float64);
+        NewRaster file(folder / "a.tif", 3, 2, 1, GDT_Float64, {"BLOCKYSIZE=1"});
         file.fill<double>(std::vector<double>(6), GDT_Float64);
     }
     const auto representation = read(folder / "a.tif");
     EXPECT_THAT(errorOf<Anchor::LimitError>([&] { (void)arrayOf(representation, "Band1"); }),
                 (folder / "a.tif") + ": band 1: needs 48 bytes of memory, and 47 are allowed");
     EXPECT_EQ(values<unsigned char>(representation, "CellType").size(), 6U);
+}
+
+TEST_F(Rasters, BlockBeyondTheHostsLimitIsRefusedWhenAnArrayIsMade) {
+    options.MaximumArrayBytes = 1000;
+    NewRaster(folder / "a.tif", 3, 2, 1, GDT_Byte, {"TILED=YES", "BLOCKXSIZE=32", "BLOCKYSIZE=32"})
+        .fill<unsigned char>(Bytes(6), GDT_Byte);
+    const auto representation = read(folder / "a.tif");
+    EXPECT_THAT(errorOf<Anchor::LimitError>([&] { (void)arrayOf(representation, "Band1"); }),
+                (folder / "a.tif") +
+                    ": band 1: needs 1024 bytes of memory for a block of the file, and 1000 are allowed");
+}
+
+TEST_F(Rasters, BlocksOutOfProportionToTheRasterAreRefused) {
+    {
+        const NewRaster made(
+            folder / "a.tif", 3, 2, 3, GDT_Float64,
+            {"SPARSE_OK=TRUE", "TILED=YES", "INTERLEAVE=PIXEL", "BLOCKXSIZE=4096", "BLOCKYSIZE=4096"});
+    }
+    EXPECT_THAT(errorOf([&] { read(folder / "a.tif"); }),
+                (folder / "a.tif") + ": has blocks of 402653184 bytes for 144 bytes of pixels");
 }
 
 TEST_F(Rasters, SmallFileThatClaimsMoreThanAllMemoryIsRefusedWhenAnArrayIsMade) {
@@ -554,7 +584,7 @@ TEST_F(Rasters, SeveralThreadsReadOneFileAtOnce) {
     }
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_THAT(right, ::testing::Each(true));
+    EXPECT_THAT(right, Each(true));
 }
 
 TEST_F(Rasters, FileThatHasChangedIsRefused) {
@@ -654,6 +684,69 @@ TEST_F(Rasters, MaskBesideTheFileThatLeadsToOtherFilesIsRefused) {
               (folder / "a.tif") + ": its mask " + (folder / "a.tif.msk") + " is not a TIFF file");
 }
 
+TEST_F(Rasters, MaskBesideTheFileIsFoundWhateverTheCaseOfItsName) {
+    makeMaskedBeside(folder / "a.tif");
+    fs::rename(folder.path() / "a.tif.msk", folder.path() / "real.tif");
+    for (const char* name : {"a.tif.MSK", "a.tif.Msk", "A.TIF.msk"}) {
+        Support::writeBytes(folder / name, virtualRasterOf(folder / "real.tif"));
+        EXPECT_EQ(errorOf([&] { read(folder / "a.tif"); }),
+                  (folder / "a.tif") + ": its mask " + (folder / name) + " is not a TIFF file");
+        fs::remove(folder / name);
+    }
+}
+
+TEST_F(Rasters, CompanionsAreThoseThatAreKnownToHoldTheirOwnData) {
+    for (const char* name : {"a.tif", "a.tfw", "a.TIFW", "a.wld", "a.hdr", "a.prj", "a.tif.aux.xml",
+                             "a.tif.msk", "a.tifw", "a.aux", "a.rrd", "a.tif.ovr", "a.tif.vrt", "a.vrt",
+                             "a.tab", "a_rpc.txt", "ab.tfw", "b.tfw", "a.longw5w"})
+        Support::writeBytes(folder / name, "x");
+    fs::create_directory(folder.path() / "a.jgw");
+    EXPECT_THAT(Tidewatch::Raster::companionsOf(folder / "a.tif"),
+                UnorderedElementsAre("a.tif", "a.tfw", "a.TIFW", "a.wld", "a.hdr", "a.prj", "a.tif.aux.xml",
+                                     "a.tif.msk", "a.tifw"));
+}
+
+TEST_F(Rasters, OverviewThatRemarksNameIsNotOpened) {
+    makeSmall(folder / "a.tif");
+    // Who opens a pipe waits for ever.
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    Support::writeBytes(folder / "a.tif.aux.xml", "<PAMDataset><Metadata domain=\"OVERVIEWS\"><MDI "
+                                                  "key=\"OVERVIEW_FILE\">" +
+                                                      (folder / "pipe") + "</MDI></Metadata></PAMDataset>");
+    const auto representation = read(folder / "a.tif");
+    EXPECT_THAT(values<unsigned char>(representation, "Band1"), ElementsAre(4, 5, 6, 1, 2, 3));
+    EXPECT_THAT(values<unsigned char>(representation, "CellType"), Each(1));
+}
+
+TEST_F(Rasters, WorldFileAndRemarksBesideTheFilePlaceIt) {
+    NewRaster(folder / "a.tif", 3, 2, 1, GDT_Byte).fill<unsigned char>({1, 2, 3, 4, 5, 6}, GDT_Byte);
+    Support::writeBytes(folder / "a.tfw", "10\n0\n0\n-5\n105\n197.5\n");
+    EXPECT_EQ(lattice(read(folder / "a.tif")).origin(), (Geom::PhysicalSpace::point{105, 192.5, 0}));
+
+    NewRaster(folder / "b.tif", 3, 2, 1, GDT_Byte).fill<unsigned char>({1, 2, 3, 4, 5, 6}, GDT_Byte);
+    Support::writeBytes(
+        folder / "b.tif.aux.xml",
+        "<PAMDataset><GeoTransform>100, 10, 0, 200, 0, -5</GeoTransform>"
+        "<PAMRasterBand band=\"1\"><NoDataValue>3</NoDataValue></PAMRasterBand></PAMDataset>");
+    const auto representation = read(folder / "b.tif");
+    EXPECT_EQ(lattice(representation).origin(), (Geom::PhysicalSpace::point{105, 192.5, 0}));
+    EXPECT_THAT(values<unsigned char>(representation, "CellType"), ElementsAre(1, 1, 1, 1, 1, 0));
+}
+
+TEST_F(Rasters, ReadingLeavesNoFileBehind) {
+    makeSmall(folder / "a.tif");
+    makeMaskedBeside(folder / "b.tif");
+    for (const char* name : {"a.tif", "b.tif"}) {
+        const auto representation = read(folder / name);
+        (void)arrayOf(representation, "Band1");
+        (void)arrayOf(representation, "CellType");
+    }
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder.path()))
+        names.push_back(entry.path().filename().string());
+    EXPECT_THAT(names, UnorderedElementsAre("a.tif", "b.tif", "b.tif.msk"));
+}
+
 TEST_F(Rasters, PathIsNeverTakenForOneOfGdalsOwnNames) {
     using Tidewatch::Raster::plainPath;
     EXPECT_EQ(plainPath("/a/b.tif"), "/a/b.tif");
@@ -690,23 +783,33 @@ TEST_F(Rasters, MessagesOfGdalGoIntoTheErrorAndNowhereElse) {
     EXPECT_EQ(messages, 0);
 }
 
-/// Everything that can be asked of a file; errors of ours are right answers.
-void readAll(const Tidewatch::RasterReader& reader, const std::string& path) {
+/// Everything that can be asked of a file, as text; errors of ours are right answers, and give none.
+std::string readAll(const Tidewatch::RasterReader& reader, const std::string& path) {
     if (!reader.recognises(path, {}))
-        return;
+        return {};
+    std::string text;
     try {
         const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
         ConvLib::ReadOptions options;
         options.MaximumArrayBytes = 1'000'000;
         reader.read(*bundle, path, options);
         bundle->slices().begin()->second.lock()->grids().begin()->second.lock()->skeletons().iterate_all(
-            [](const Sheaf::FieldFragment& stop) {
-                (void)stop.data->create(false);
+            [&](const Sheaf::FieldFragment& stop) {
+                text += stop.id.name();
+                const auto array = stop.data->create(false);
+                if (const auto bytes = Anchor::dynamicCast<Sheaf::TypedArray<unsigned char>>(array))
+                    text.append(bytes->base_vector().begin(), bytes->base_vector().end());
+                if (const auto numbers = Anchor::dynamicCast<Sheaf::TypedArray<unsigned short>>(array)) {
+                    for (const unsigned short number : numbers->base_vector())
+                        text += std::to_string(number) + ' ';
+                }
                 return true;
             });
     } catch (const Anchor::Error& error) {
         EXPECT_THAT(error.what(), HasSubstr(path));
+        return {};
     }
+    return text;
 }
 
 TEST_F(Rasters, FileCutOffAnywhereIsReadOrRefused) {
@@ -719,9 +822,41 @@ TEST_F(Rasters, FileCutOffAnywhereIsReadOrRefused) {
         file.fill(numbers, GDT_UInt16, 1).fill(numbers, GDT_UInt16, 2);
     }
     const std::string whole = Support::readBytes(folder / "a.tif");
+    const std::string right = readAll(reader, folder / "a.tif");
+    EXPECT_THAT(right, HasSubstr("Band2"));
     for (std::size_t length = 0; length < whole.size(); ++length) {
         Support::writeBytes(folder / "a.tif", whole.substr(0, length));
-        readAll(reader, folder / "a.tif");
+        // Nothing that is missing is made up.
+        EXPECT_THAT(readAll(reader, folder / "a.tif"), AnyOf("", right)) << length;
+    }
+}
+
+TEST_F(Rasters, FileOfAnotherFormatThatEndsTooEarlyIsRefused) {
+    constexpr int size = 64;
+    for (const char* driver :
+         {"AAIGrid", "EHdr", "ENVI", "PNG", "JPEG", "BMP", "PNM", "GIF", "JP2OpenJPEG"}) {
+        const GDALDriverH written = GDALGetDriverByName(driver);
+        if (written == nullptr)
+            continue;
+        {
+            std::mt19937 random(1);
+            Bytes noise(std::size_t{size} * size);
+            for (unsigned char& pixel : noise)
+                pixel = static_cast<unsigned char>(random());
+            NewRaster(folder / "noise.tif", size, size, 1, GDT_Byte).fill(noise, GDT_Byte);
+        }
+        const std::string path =
+            folder / (std::string(driver) + (driver == std::string("PNM") ? ".pgm" : ".x"));
+        const GDALDatasetH source = GDALOpen((folder / "noise.tif").c_str(), GA_ReadOnly);
+        const GDALDatasetH copy =
+            GDALCreateCopy(written, path.c_str(), source, FALSE, nullptr, nullptr, nullptr);
+        ASSERT_NE(copy, nullptr) << driver;
+        GDALClose(copy);
+        GDALClose(source);
+        EXPECT_EQ(arrayOf(read(path), "Band1")->byteSize() / (size * size), *driver == 'A' ? 4U : 1U)
+            << driver;
+        fs::resize_file(path, fs::file_size(path) * 3 / 4);
+        EXPECT_THAT(errorOf([&] { (void)arrayOf(read(path), "Band1"); }), HasSubstr(path)) << driver;
     }
 }
 

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/raster/companions.hpp"
+
+#include "anchor/Error.hpp"
+#include "readers/printable.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cpl_port.h>
+#include <filesystem>
+
+#include <fmt/format.h>
+#include <system_error>
+
+namespace Tidewatch::Raster {
+
+namespace {
+
+/// GDAL compares names without regard to the case of ASCII letters; so must a list of what it may find.
+bool isSame(const std::string& a, const std::string& b) {
+    return EQUAL(a.c_str(), b.c_str());
+}
+
+/// Whether a file whose name is the raster's but for the ending may be looked into.
+bool isKnownEnding(const std::string& ending) {
+    constexpr std::array plain{".hdr", ".prj", ".clr", ".stx", ".sta", ".wld"};
+    if (std::any_of(plain.begin(), plain.end(), [&](const char* known) { return isSame(ending, known); }))
+        return true;
+    // World files: ".tfw", ".tifw", ".pgw" and the like.
+    return ending.starts_with('.') && ending.size() >= 4 && ending.size() <= 6 &&
+           (ending.back() == 'w' || ending.back() == 'W');
+}
+
+} // namespace
+
+std::vector<std::string> companionsOf(const std::string& path) {
+    const std::filesystem::path raster = std::filesystem::absolute(path);
+    const std::string own = raster.filename().string();
+    const std::string stem = raster.stem().string();
+    std::vector<std::string> list{own};
+    std::error_code error;
+    std::filesystem::directory_iterator entry(raster.parent_path(), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        if (std::error_code unknown; name == own || !entry->is_regular_file(unknown))
+            continue;
+        if (isSame(name, own + ".msk") || isSame(name, own + ".aux.xml") || isSame(name, own + "w") ||
+            (name.size() > stem.size() && isSame(name.substr(0, stem.size()), stem) &&
+             isKnownEnding(name.substr(stem.size()))))
+            list.push_back(name);
+    }
+    if (error)
+        throw Anchor::FileError(
+            fmt::format("{}: cannot look for the files beside it: {}", printable(path), error.message()));
+    return list;
+}
+
+} // namespace Tidewatch::Raster
