@@ -166,8 +166,10 @@ void Export::collectFiles(ExportRun& run, const StagingFolder& folder) {
     std::map<fs::path, Origin> originOf;
     for (const RunWatch::Visit& visit : run.watch().visits()) {
         if (!visit.hasFiles()) {
-            skipped_.push_back(gridAtTime(visit.grid, visit.time) + ": " + run.whySkipped(visit));
-            losses_.add("skipped", skipped_.back() + "; it is not exported");
+            const std::string where = gridAtTime(visit.grid, visit.time);
+            const std::string why = run.whySkipped(visit);
+            skipped_.push_back(where + ": " + why);
+            losses_.addOf(where, "skipped", "not exported: " + why);
         }
         for (std::size_t number = visit.firstFile; number != visit.endFile; ++number) {
             Origin& origin = originOf[relativeTo(folder, record[number])];

@@ -282,7 +282,7 @@ TEST_F(ExportTest, FiltersThatLeaveEverythingOutAreAnErrorThatSaysWhatThereIs) {
 
 TEST_F(ExportTest, ASkippedGridIsALossWhereOthersWereWritten) {
     EXPECT_EQ(run("{grid}.lbl", {{0, "a"}, {0, "empty"}}), 0);
-    EXPECT_EQ(err, "tidewatch: warning: grid \"empty\" at time 0: it is empty; it is not exported\n");
+    EXPECT_EQ(err, "tidewatch: warning: grid \"empty\" at time 0: not exported: it is empty\n");
     EXPECT_EQ(files(), (Files{{"a.lbl", "0 a"}}));
 }
 
