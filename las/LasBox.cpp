@@ -50,12 +50,12 @@ bool holds(const std::string& path, std::uint64_t bytes) {
 
 LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
                const Sheaf::Representation& representation, std::string fileName, const int& version,
-               const int& pointSourceID, const Anchor::StrongPtr<Sheaf::Grid>& grid, Report report)
+               const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Report report)
     : number_(boxCount++),
       version_(version),
       fileName_(std::move(fileName)),
       pointSourceID_(pointSourceID),
-      grid_(grid),
+      grid_(std::move(grid)),
       report_(std::move(report)) {
     if (!setVersion(header_, version_))
         return;
@@ -171,7 +171,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         return std::min(number, returnLimit);
     };
 
-    const LASquantizer quantizer = header_;
+    const LASquantizer quantizer = static_cast<const LASquantizer&>(header_);
     LASpoint& point = point_;
     LASwriter& writer = *writer_;
     bool accepted = true;

@@ -37,7 +37,7 @@ public:
     /// for a file that cannot be made.
     LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
            const Sheaf::Representation& representation, std::string fileName, const int& version,
-           const int& pointSourceID, const Anchor::StrongPtr<Sheaf::Grid>& grid, Report report);
+           const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Report report);
     ~LasBox() override;
     LasBox(const LasBox&) = delete;
     LasBox& operator=(const LasBox&) = delete;

@@ -81,7 +81,7 @@ OutputFile::pos_type OutputFile::seekoff(off_type offset, std::ios_base::seekdir
         seekEnd();
     else if (from == std::ios_base::beg)
         seek(0);
-    seek(static_cast<U64>(static_cast<off_type>(position()) + offset));
+    seek(position() + static_cast<U64>(offset));
     return static_cast<pos_type>(static_cast<off_type>(position()));
 }
 

@@ -203,7 +203,7 @@ bool LASwriterLAS::open(const CHAR* fileName, const LASheader& header, bool comp
     format_ = header.point_data_format;
     versionMinor_ = header.version_minor;
     recordLength_ = header.point_data_record_length;
-    quantizer = header;
+    quantizer = static_cast<const LASquantizer&>(header);
     npoints = static_cast<I64>(header.number_of_point_records);
 
     append(headerBlock(header, description.size()));

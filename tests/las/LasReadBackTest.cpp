@@ -124,6 +124,11 @@ struct Sample {
     int version;
     bool uncompressed;
     bool isBare;
+
+    friend void PrintTo(const Sample& one, std::ostream* out) {
+        *out << one.count << (one.isBare ? " bare" : "") << " points, "
+             << (one.uncompressed ? "LAS 1." : "LAZ 1.") << one.version;
+    }
 };
 
 class LasReadBack : public LasExport, public ::testing::WithParamInterface<Sample> {};

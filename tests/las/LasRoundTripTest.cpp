@@ -82,6 +82,11 @@ struct Journey {
     const char* file;
     int version;
     bool uncompressed;
+
+    // Else names of tests would show the address of the file's name, which no two runs share.
+    friend void PrintTo(const Journey& one, std::ostream* out) {
+        *out << one.file << " to " << (one.uncompressed ? "LAS 1." : "LAZ 1.") << one.version;
+    }
 };
 
 class LasRoundTrip : public ::testing::TestWithParam<Journey> {};
