@@ -173,6 +173,12 @@ std::string ExportPointCloudToASCII::printSecondary() {
     return text;
 }
 
+bool ExportPointCloudToASCII::HasWriter(const std::type_info& elementType) noexcept {
+#define TIDEWATCH_ROW(TYPE) || elementType == typeid(TYPE)
+    return false TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW);
+#undef TIDEWATCH_ROW
+}
+
 bool ExportPointCloudToASCII::Run() {
     const auto bundle = bundleptr.lock();
     if (!bundle) {

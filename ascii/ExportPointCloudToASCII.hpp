@@ -5,6 +5,7 @@
 #include "geom/MultiRange.hpp"
 
 #include <string>
+#include <typeinfo>
 
 namespace ExportLib {
 
@@ -30,6 +31,9 @@ public:
 
     std::string printSecondary() override;
     bool Run() override;
+
+    /// Whether fields of an element type have a writer; others are passed over.
+    [[nodiscard]] static bool HasWriter(const std::type_info& elementType) noexcept;
 
     /// The field (8-bit unsigned) that says of each cell of a uniform grid what it is.
     std::string FilterField = "CellType";

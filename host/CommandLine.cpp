@@ -119,6 +119,10 @@ std::optional<OutputPattern> filePattern(const std::string& text) {
     return OutputPattern(*filePath(text));
 }
 
+std::optional<OutputPattern> folderPattern(const std::string& text) {
+    return OutputPattern(text);
+}
+
 std::optional<int> lasVersion(const std::string& text) {
     for (const int minor : {2, 3, 4}) {
         if (text == "1." + std::to_string(minor))
@@ -177,7 +181,7 @@ std::string sizeText(std::uint64_t bytes) {
 
 void addInputs(CLI::App& app, InputOptions& inputs) {
     const std::string group = "Inputs";
-    app.add_option("INPUT", inputs.files, "bundle files (.h5), LAS or LAZ files")->required();
+    app.add_option("INPUT", inputs.files, "bundle files (.h5), LAS or LAZ files, rasters")->required();
     addValue(app, "--slice-time", "TIME", finiteNumber, inputs.sliceTime,
              fmt::format("time of inputs that state none (default {})", shortestText(inputs.sliceTime)))
         ->group(group);
@@ -223,9 +227,18 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
     app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
 }
 
-void addExport(CLI::App& app, ExportOptions& options) {
+void addFile(CLI::App& app, ExportOptions& options) {
     addOutput(app, "OUTPUT", filePattern, options.output, options.overwrite,
               "the file to write; {grid} and {time} in it\ngive each grid or time a file of its own");
+}
+
+void addFolder(CLI::App& app, ExportOptions& options) {
+    addOutput(app, "DIRECTORY", folderPattern, options.output, options.overwrite,
+              "the folder to fill; {grid} and {time} in it\ngive each grid or time a folder of its own");
+}
+
+/// What all exports have in common but their output.
+void addExport(CLI::App& app, ExportOptions& options) {
     app.add_flag("--strict", options.strict, "an error, and no output, where anything would be lost")
         ->group("Output");
     addInputs(app, options.inputs);
@@ -268,6 +281,7 @@ void addLas(CLI::App& program, LasRequest& request) {
         ->group(group);
     app.add_flag("--verify", request.verify, "decode every file and compare it before it is put in place")
         ->group(group);
+    addFile(app, request.common);
     addExport(app, request.common);
     finish(app, "Attributes: " + joined(attributeNames()) +
                     ".\n\n"
@@ -291,10 +305,40 @@ void addPcd(CLI::App& program, PcdRequest& request) {
         ->group(group);
     app.add_flag("--exact-counts", request.exactCounts, "WIDTH and POINTS count the lines that follow")
         ->group(group);
+    addFile(app, request.common);
     addExport(app, request.common);
     finish(app, "Examples:\n"
                 "  tidewatch pcd survey.laz -o survey.pcd --cell-size 0.5\n"
                 "  tidewatch pcd tides.h5 -o 'out/{grid}-{time}.pcd' --time 0:6 --grid 'dune*'");
+}
+
+void addAscii(CLI::App& program, AsciiRequest& request) {
+    CLI::App& app = *program.add_subcommand(
+        "ascii", "write text: XYZ files and value lists (.asc), ESRI ASCII grids (.grd)");
+    const std::string group = "ASCII";
+    AsciiSettings& settings = request.settings;
+    addValue(
+        app, "--ref-level", "N", parseNumber<int>, settings.refinementLevel,
+        fmt::format("refinement level; -1 is the highest, -2 all (default {})", settings.refinementLevel))
+        ->group(group);
+    addValue(app, "--precision", "N", parseNumber<unsigned int>, settings.precision,
+             fmt::format("decimals of the values of grids; 0 is six (default {})", settings.precision))
+        ->group(group);
+    app.add_flag("--append", settings.append, "a file for each field, added to where it exists")
+        ->group(group);
+    app.add_flag("--tile-suffix", settings.tileSuffix, "the lower left corner in the names of grids")
+        ->group(group);
+    addValue(app, "--filter-field", "NAME", anyText, settings.filterField,
+             fmt::format("the field of cell types (default {})", settings.filterField))
+        ->group(group);
+    addValue(app, "--cell-types", "A:B,C,...", parseRanges, request.cellTypes,
+             "write the values of cells of these types; others become\nno-data cells (default all)")
+        ->group(group);
+    addFolder(app, request.common);
+    addExport(app, request.common);
+    finish(app, "Examples:\n"
+                "  tidewatch ascii dem.tif -o grids --cell-types 1\n"
+                "  tidewatch ascii tides.h5 -o 'out/{grid}-{time}' --ref-level -2 --precision 3");
 }
 
 void addInfo(CLI::App& program, InfoRequest& request) {
@@ -382,11 +426,13 @@ Request parseCommandLine(std::span<const char* const> arguments) {
 
     LasRequest las;
     PcdRequest pcd;
+    AsciiRequest ascii;
     InfoRequest info;
     BundleRequest bundle;
     SampleRequest sample;
     addLas(program, las);
     addPcd(program, pcd);
+    addAscii(program, ascii);
     addInfo(program, info);
     addBundle(program, bundle);
     addSample(program, sample);
@@ -421,6 +467,8 @@ Request parseCommandLine(std::span<const char* const> arguments) {
         return las;
     if (name == "pcd")
         return pcd;
+    if (name == "ascii")
+        return ascii;
     if (name == "info")
         return info;
     if (name == "bundle")

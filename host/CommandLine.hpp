@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "host/ascii/AsciiCommand.hpp"
 #include "host/bundle/BundleCommand.hpp"
 #include "host/info/InfoCommand.hpp"
 #include "host/las/LasCommand.hpp"
@@ -21,7 +22,8 @@ struct TextRequest {
 };
 
 /// What the user asks for. Each alternative has `int run() const`, which gives the exit status.
-using Request = std::variant<TextRequest, LasRequest, PcdRequest, InfoRequest, BundleRequest, SampleRequest>;
+using Request = std::variant<TextRequest, LasRequest, PcdRequest, AsciiRequest, InfoRequest, BundleRequest,
+                             SampleRequest>;
 
 /// Reads the arguments of the program, its name left out. Throws UsageError.
 [[nodiscard]] Request parseCommandLine(std::span<const char* const> arguments);

@@ -31,4 +31,18 @@ std::optional<ConvLib::BasicConverterDefs::TimeRange> parseTimeRange(std::string
     return ConvLib::BasicConverterDefs::TimeRange{*first, *last};
 }
 
+std::optional<std::vector<Geom::MultiRange<double>::Range>> parseRanges(std::string_view text) {
+    std::vector<Geom::MultiRange<double>::Range> ranges;
+    for (;;) {
+        const std::size_t comma = text.find(',');
+        const auto range = parseTimeRange(text.substr(0, comma));
+        if (!range)
+            return std::nullopt;
+        ranges.push_back({range->first, range->last});
+        if (comma == std::string_view::npos)
+            return ranges;
+        text.remove_prefix(comma + 1);
+    }
+}
+
 } // namespace Tidewatch

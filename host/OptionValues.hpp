@@ -2,6 +2,7 @@
 #pragma once
 
 #include "convlib/BasicConverterDefs.hpp"
+#include "geom/MultiRange.hpp"
 
 #include <charconv>
 #include <cmath>
@@ -9,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include <system_error>
 
@@ -37,5 +39,8 @@ requires std::integral<T> || std::floating_point<T>
 
 /// "MIN:MAX", or one value that is both. Nothing for any other text and for MIN above MAX.
 [[nodiscard]] std::optional<ConvLib::BasicConverterDefs::TimeRange> parseTimeRange(std::string_view text);
+
+/// "A:B,C,...": ranges and single values. Nothing for any other text and for A above B.
+[[nodiscard]] std::optional<std::vector<Geom::MultiRange<double>::Range>> parseRanges(std::string_view text);
 
 } // namespace Tidewatch

@@ -182,7 +182,7 @@ TEST(CommandLine, AMistypedCommandGetsASuggestion) {
     EXPECT_EQ(usageError({"pdc", "a"}), "there is no command \"pdc\"; do you mean pcd?");
     EXPECT_EQ(usageError({"sampel"}), "there is no command \"sampel\"; do you mean sample?");
     EXPECT_EQ(usageError({"frobnicate"}),
-              "there is no command \"frobnicate\"; there are las, pcd, info, bundle, sample");
+              "there is no command \"frobnicate\"; there are las, pcd, ascii, info, bundle, sample");
 }
 
 TEST(CommandLine, MissingThingsAreNamed) {
@@ -229,6 +229,29 @@ TEST(CommandLine, OutputsThatNameNoFileAreRefused) {
         EXPECT_NE(usageError({"pcd", "a", "-o", output}), "no error") << output;
     EXPECT_THAT(usageError({"bundle", "a", "-o", "out/"}), HasSubstr("names no file"));
     EXPECT_THAT(usageError({"pcd", "a", "-o", "{name}.pcd"}), HasSubstr("{name} stands for nothing"));
+}
+
+TEST(CommandLine, AsciiHasTheSettingsOfItsExporterAndTheirDefaults) {
+    const auto plain = parseAs<AsciiRequest>({"ascii", "in.h5", "-o", "out/"});
+    EXPECT_EQ(plain.settings.filterField, "CellType");
+    EXPECT_EQ(plain.settings.refinementLevel, -1);
+    EXPECT_EQ(plain.settings.precision, 0U);
+    EXPECT_FALSE(plain.settings.append);
+    EXPECT_FALSE(plain.settings.tileSuffix);
+    EXPECT_TRUE(plain.cellTypes.empty());
+    EXPECT_EQ(plain.common.output.text(), "out/");
+
+    const auto set = parseAs<AsciiRequest>({"ascii", "in.h5", "-o", ".", "--ref-level", "-2", "--precision",
+                                            "3", "--append", "--tile-suffix", "--filter-field", "Land",
+                                            "--cell-types", "1:2,5"});
+    EXPECT_EQ(set.settings.filterField, "Land");
+    EXPECT_EQ(set.settings.refinementLevel, -2);
+    EXPECT_EQ(set.settings.precision, 3U);
+    EXPECT_TRUE(set.settings.append);
+    EXPECT_TRUE(set.settings.tileSuffix);
+    ASSERT_EQ(set.cellTypes.size(), 2U);
+    EXPECT_EQ(set.cellTypes[0].high, 2);
+    EXPECT_EQ(set.cellTypes[1].low, 5);
 }
 
 } // namespace

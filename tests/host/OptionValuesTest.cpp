@@ -65,5 +65,21 @@ TEST(ParseTimeRange, OtherTextsGiveNothing) {
         EXPECT_FALSE(parseTimeRange(text)) << text;
 }
 
+TEST(ParseRanges, RangesAndSingleValuesComeInTheirOrder) {
+    const auto ranges = parseRanges("1:2,5,-3.5:0");
+    ASSERT_TRUE(ranges);
+    ASSERT_EQ(ranges->size(), 3U);
+    EXPECT_EQ((*ranges)[0].low, 1);
+    EXPECT_EQ((*ranges)[0].high, 2);
+    EXPECT_EQ((*ranges)[1].low, 5);
+    EXPECT_EQ((*ranges)[1].high, 5);
+    EXPECT_EQ((*ranges)[2].low, -3.5);
+}
+
+TEST(ParseRanges, OtherTextsGiveNothing) {
+    for (const char* const text : {"", ",", "1,", ",1", "2:1", "1:2:3", "a", "1 ,2", "nan"})
+        EXPECT_FALSE(parseRanges(text)) << text;
+}
+
 } // namespace
 } // namespace Tidewatch
