@@ -229,9 +229,10 @@ TEST_F(AsciiProgramTest, GridWithoutAnythingToWriteIsSkippedAndTold) {
     write("in.h5", bundle);
     const auto result = run({"in.h5", "-o", "a"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.err,
-                HasSubstr("grid \"deep\" at time 0: Height is left out: a grid file holds one layer, and its "
-                          "lattice has 2; it is not exported"));
+    EXPECT_THAT(
+        result.err,
+        HasSubstr("grid \"deep\" at time 0: not exported: Height is left out: a grid file holds one layer, "
+                  "and its lattice has 2\n"));
     const auto nothing = run({"in.h5", "-o", "b", "--grid", "deep"});
     EXPECT_EQ(nothing.status, 1);
     EXPECT_THAT(nothing.err, HasSubstr("nothing was written"));
