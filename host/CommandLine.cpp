@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/CommandLine.hpp"
 
-#include "anchor/Cache.hpp"
-#include "host/OptionValues.hpp"
-#include "host/UsageError.hpp"
+#include "host/options/HelpFormat.hpp"
+#include "host/options/OptionValues.hpp"
+#include "host/options/UsageError.hpp"
+#include "host/options/addOption.hpp"
+#include "host/options/commonOptions.hpp"
 #include "host/report/StandardOutput.hpp"
 #include "host/report/Wording.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
-#include <numeric>
 #include <optional>
 #include <set>
 #include <utility>
@@ -22,106 +22,6 @@
 namespace Tidewatch {
 
 namespace {
-
-/// Shows usage lines as manuals do.
-class HelpFormat final : public CLI::Formatter {
-public:
-    HelpFormat() { column_width(30); }
-
-    std::string make_usage(const CLI::App* app, std::string name) const override {
-        std::string line = "\nUsage: " + name;
-        if (app->get_parent() == nullptr)
-            return line + " COMMAND [OPTION]... INPUT... -o OUTPUT\n";
-        line += " [OPTION]...";
-        for (const CLI::Option* option : app->get_options()) {
-            if (option->get_positional())
-                line += " " + option->get_name() + "...";
-        }
-        for (const CLI::Option* option : app->get_options()) {
-            if (option->get_required() && !option->get_positional())
-                line += " -" + option->get_snames().front() + " " + option->get_type_name();
-        }
-        return line + "\n";
-    }
-
-    // Types and defaults stand in the texts.
-    std::string make_option_opts(const CLI::Option* option) const override {
-        return option->get_positional() || option->get_type_size() == 0 ? std::string()
-                                                                        : " " + option->get_type_name();
-    }
-
-    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override {
-        std::string text = app->get_description() + "\n" + make_usage(app, std::move(name));
-        for (const std::string& group : app->get_groups()) {
-            const auto options = app->get_options([&](const CLI::Option* option) {
-                return option->nonpositional() && option->get_group() == group;
-            });
-            if (!options.empty())
-                text += make_group(group, false, options);
-        }
-        return text + make_subcommands(app, mode) + "\n" + make_footer(app);
-    }
-};
-
-/// An option that takes one value each time it is given, by a function that gives nothing for a text it
-/// cannot read.
-template <class Parse, class Store>
-CLI::Option* addRepeatable(CLI::App& app, const std::string& name, const std::string& placeholder,
-                           Parse parse, Store store, const std::string& help) {
-    return app
-        .add_option_function<std::vector<std::string>>(
-            name,
-            [=](const std::vector<std::string>& texts) {
-                for (const std::string& text : texts) {
-                    const auto value = parse(text);
-                    if (!value)
-                        throw UsageError(fmt::format("{} takes {}, not \"{}\"", name, placeholder, text));
-                    store(*value);
-                }
-            },
-            help)
-        ->type_name(placeholder)
-        // A list would otherwise go on to take the inputs, too.
-        ->allow_extra_args(false);
-}
-
-/// The same for an option that is given once.
-template <class Parse, class Target>
-CLI::Option* addValue(CLI::App& app, const std::string& name, const std::string& placeholder, Parse parse,
-                      Target& target, const std::string& help) {
-    return addRepeatable(
-               app, name, placeholder, parse, [&target](const auto& value) { target = value; }, help)
-        ->expected(1);
-}
-
-std::optional<std::string> anyText(const std::string& text) {
-    return text;
-}
-
-std::optional<double> finiteNumber(const std::string& text) {
-    const auto number = parseNumber<double>(text);
-    return number && std::isfinite(*number) ? number : std::nullopt;
-}
-
-std::optional<std::uint64_t> positiveCount(const std::string& text) {
-    const auto number = parseNumber<std::uint64_t>(text);
-    return number && *number > 0 ? number : std::nullopt;
-}
-
-std::optional<std::string> filePath(const std::string& text) {
-    const std::string name = text.substr(text.rfind('/') + 1);
-    if (name.empty() || name == "." || name == "..")
-        throw UsageError(fmt::format("--output: \"{}\" names no file", text));
-    return text;
-}
-
-std::optional<OutputPattern> filePattern(const std::string& text) {
-    return OutputPattern(*filePath(text));
-}
-
-std::optional<OutputPattern> folderPattern(const std::string& text) {
-    return OutputPattern(text);
-}
 
 std::optional<int> lasVersion(const std::string& text) {
     for (const int minor : {2, 3, 4}) {
@@ -158,103 +58,6 @@ std::optional<std::pair<std::string, std::string>> renaming(const std::string& t
     return entry;
 }
 
-std::optional<ProgressWish> progressWish(const std::string& text) {
-    if (text == "auto")
-        return ProgressWish::Automatic;
-    if (text == "always")
-        return ProgressWish::Always;
-    if (text == "never")
-        return ProgressWish::Never;
-    return std::nullopt;
-}
-
-/// Bytes in the largest unit that divides them.
-std::string sizeText(std::uint64_t bytes) {
-    constexpr std::string_view suffixes = "KMGT";
-    std::size_t place = 0;
-    while (bytes != 0 && bytes % 1024 == 0 && place < suffixes.size()) {
-        bytes /= 1024;
-        ++place;
-    }
-    return std::to_string(bytes) + std::string(place > 0 ? suffixes.substr(place - 1, 1) : "");
-}
-
-void addInputs(CLI::App& app, InputOptions& inputs) {
-    const std::string group = "Inputs";
-    app.add_option("INPUT", inputs.files, "bundle files (.h5), LAS or LAZ files, rasters")->required();
-    addValue(app, "--slice-time", "TIME", finiteNumber, inputs.sliceTime,
-             fmt::format("time of inputs that state none (default {})", shortestText(inputs.sliceTime)))
-        ->group(group);
-    addValue(app, "--fragment-points", "N", positiveCount, inputs.fragmentPoints,
-             fmt::format("cut LAS and LAZ points into pieces of N (default {})", inputs.fragmentPoints))
-        ->group(group);
-    addValue(app, "--memory-limit", "SIZE", parseByteSize, inputs.memoryLimit,
-             fmt::format("memory for arrays that can be read again, such as 512M or 4G (default {})",
-                         sizeText(Anchor::Cache::defaultLimit)))
-        ->group(group);
-}
-
-void addFilters(CLI::App& app, Filters& filters) {
-    const std::string group = "Selection (each may be given several times)";
-    addRepeatable(
-        app, "--time", "MIN:MAX", parseTimeRange, [&](const auto& range) { filters.times.push_back(range); },
-        "take slices of these times, both ends included, or of one time")
-        ->group(group);
-    addRepeatable(
-        app, "--grid", "GLOB", anyText, [&](const auto& glob) { filters.grids.push_back(glob); },
-        "take grids of these names; *, ? and [...] as in the shell")
-        ->group(group);
-    addRepeatable(
-        app, "--field", "GLOB", anyText, [&](const auto& glob) { filters.fields.push_back(glob); },
-        "take fields of these names")
-        ->group(group);
-}
-
-void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp = "the summary as JSON") {
-    const std::string group = "Messages";
-    addValue(app, "--progress", "WHEN", progressWish, report.progress,
-             "auto (on a terminal), always or never")
-        ->group(group);
-    app.add_flag("-q,--quiet", report.quiet, "errors only")->group(group);
-    app.add_flag("--json", report.json, jsonHelp)->group(group);
-}
-
-template <class Parse, class Target>
-void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Target& output, bool& overwrite,
-               const std::string& help) {
-    const std::string group = "Output";
-    addValue(app, "-o,--output", placeholder, parse, output, help)->required()->group(group);
-    app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
-}
-
-void addFile(CLI::App& app, ExportOptions& options) {
-    addOutput(app, "OUTPUT", filePattern, options.output, options.overwrite,
-              "the file to write; {grid} and {time} in it\ngive each grid or time a file of its own");
-}
-
-void addFolder(CLI::App& app, ExportOptions& options) {
-    addOutput(app, "DIRECTORY", folderPattern, options.output, options.overwrite,
-              "the folder to fill; {grid} and {time} in it\ngive each grid or time a folder of its own");
-}
-
-/// What all exports have in common but their output.
-void addExport(CLI::App& app, ExportOptions& options) {
-    app.add_flag("--strict", options.strict, "an error, and no output, where anything would be lost")
-        ->group("Output");
-    addInputs(app, options.inputs);
-    addFilters(app, options.filters);
-    addReport(app, options.report);
-    app.add_flag("--print-parameters", options.printParameters,
-                 "show all settings of the exporter before it runs")
-        ->group("Messages");
-}
-
-/// Closes a command: its help option comes last.
-void finish(CLI::App& command, const std::string& footer) {
-    command.set_help_flag("-h,--help", "this text")->group("Messages");
-    command.footer(footer);
-}
-
 void addLas(CLI::App& program, LasRequest& request) {
     CLI::App& app = *program.add_subcommand("las", "write LAS or LAZ files: points with all attributes");
     const std::string group = "LAS";
@@ -281,8 +84,7 @@ void addLas(CLI::App& program, LasRequest& request) {
         ->group(group);
     app.add_flag("--verify", request.verify, "decode every file and compare it before it is put in place")
         ->group(group);
-    addFile(app, request.common);
-    addExport(app, request.common);
+    addFileExport(app, request.common);
     finish(app, "Attributes: " + joined(attributeNames()) +
                     ".\n\n"
                     "Examples:\n"
@@ -305,8 +107,7 @@ void addPcd(CLI::App& program, PcdRequest& request) {
         ->group(group);
     app.add_flag("--exact-counts", request.exactCounts, "WIDTH and POINTS count the lines that follow")
         ->group(group);
-    addFile(app, request.common);
-    addExport(app, request.common);
+    addFileExport(app, request.common);
     finish(app, "Examples:\n"
                 "  tidewatch pcd survey.laz -o survey.pcd --cell-size 0.5\n"
                 "  tidewatch pcd tides.h5 -o 'out/{grid}-{time}.pcd' --time 0:6 --grid 'dune*'");
@@ -334,8 +135,7 @@ void addAscii(CLI::App& program, AsciiRequest& request) {
     addValue(app, "--cell-types", "A:B,C,...", parseRanges, request.cellTypes,
              "write the values of cells of these types; others become\nno-data cells (default all)")
         ->group(group);
-    addFolder(app, request.common);
-    addExport(app, request.common);
+    addFolderExport(app, request.common);
     finish(app, "Examples:\n"
                 "  tidewatch ascii dem.tif -o grids --cell-types 1\n"
                 "  tidewatch ascii tides.h5 -o 'out/{grid}-{time}' --ref-level -2 --precision 3");
@@ -353,9 +153,8 @@ void addInfo(CLI::App& program, InfoRequest& request) {
 
 void addBundle(CLI::App& program, BundleRequest& request) {
     CLI::App& app = *program.add_subcommand("bundle", "write the inputs as one bundle file");
-    addOutput(app, "FILE.h5", filePath, request.output, request.overwrite, "the bundle file to write");
-    app.add_flag("--strict", request.strict, "an error, and no output, where anything would be lost")
-        ->group("Output");
+    addBundleFile(app, request.output, request.overwrite);
+    addStrict(app, request.strict);
     addInputs(app, request.inputs);
     addReport(app, request.report);
     finish(app, "Example:\n  tidewatch bundle morning.laz --slice-time 6 -o morning.h5");
@@ -370,7 +169,7 @@ void addSample(CLI::App& program, SampleRequest& request) {
     addValue(app, "--seed", "S", parseNumber<std::uint64_t>, request.survey.seed,
              fmt::format("the same seed gives the same survey (default {})", request.survey.seed))
         ->group(group);
-    addOutput(app, "FILE.h5", filePath, request.output, request.overwrite, "the bundle file to write");
+    addBundleFile(app, request.output, request.overwrite);
     addReport(app, request.report);
     finish(app, "Example:\n  tidewatch sample --points 100000 -o tides.h5");
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/CommandLine.hpp"
 
-#include "host/UsageError.hpp"
+#include "host/options/UsageError.hpp"
 
 #include <string>
 #include <vector>

@@ -2,7 +2,7 @@
 #include "host/output/OutputPattern.hpp"
 
 #include "anchor/Error.hpp"
-#include "host/UsageError.hpp"
+#include "host/options/UsageError.hpp"
 
 #include <gtest/gtest.h>
 

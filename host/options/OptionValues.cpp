@@ -1,9 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/OptionValues.hpp"
+#include "host/options/OptionValues.hpp"
 
 #include <limits>
 
 namespace Tidewatch {
+
+std::optional<std::string> anyText(std::string_view text) {
+    return std::string(text);
+}
+
+std::optional<double> finiteNumber(std::string_view text) {
+    const auto number = parseNumber<double>(text);
+    return number && std::isfinite(*number) ? number : std::nullopt;
+}
+
+std::optional<std::uint64_t> positiveCount(std::string_view text) {
+    const auto number = parseNumber<std::uint64_t>(text);
+    return number && *number > 0 ? number : std::nullopt;
+}
 
 std::optional<std::uint64_t> parseByteSize(std::string_view text) {
     constexpr std::string_view suffixes = "KMGT";

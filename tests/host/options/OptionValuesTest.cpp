@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/OptionValues.hpp"
+#include "host/options/OptionValues.hpp"
 
 #include <cstdint>
 #include <limits>

@@ -9,6 +9,7 @@
 #include <concepts>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -32,6 +33,14 @@ requires std::integral<T> || std::floating_point<T>
     }
     return value;
 }
+
+/// The text itself.
+[[nodiscard]] std::optional<std::string> anyText(std::string_view text);
+
+[[nodiscard]] std::optional<double> finiteNumber(std::string_view text);
+
+/// A number of 1 or more.
+[[nodiscard]] std::optional<std::uint64_t> positiveCount(std::string_view text);
 
 /// A number of bytes: digits, and optionally one of K, M, G, T (powers of 1024; either case). Nothing for
 /// any other text and for more than 64 bits.

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "host/options/UsageError.hpp"
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+/// An option that takes one value each time it is given, by a function that gives nothing for a text it
+/// cannot read.
+template <class Parse, class Store>
+CLI::Option* addRepeatable(CLI::App& app, const std::string& name, const std::string& placeholder,
+                           Parse parse, Store store, const std::string& help) {
+    return app
+        .add_option_function<std::vector<std::string>>(
+            name,
+            [=](const std::vector<std::string>& texts) {
+                for (const std::string& text : texts) {
+                    const auto value = parse(text);
+                    if (!value)
+                        throw UsageError(fmt::format("{} takes {}, not \"{}\"", name, placeholder, text));
+                    store(*value);
+                }
+            },
+            help)
+        ->type_name(placeholder)
+        // A list would otherwise go on to take the inputs, too.
+        ->allow_extra_args(false);
+}
+
+/// The same for an option that is given once.
+template <class Parse, class Target>
+CLI::Option* addValue(CLI::App& app, const std::string& name, const std::string& placeholder, Parse parse,
+                      Target& target, const std::string& help) {
+    return addRepeatable(
+               app, name, placeholder, parse, [&target](const auto& value) { target = value; }, help)
+        ->expected(1);
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "host/export/Export.hpp"
+#include "host/input/Inputs.hpp"
+#include "host/report/Report.hpp"
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+/// Options that several commands have. What they are read into outlives the parsing.
+namespace Tidewatch {
+
+void addInputs(CLI::App& command, InputOptions& inputs);
+
+void addReport(CLI::App& command, ReportOptions& report, const std::string& jsonHelp = "the summary as JSON");
+
+/// `--output` of a command that writes one bundle file, and `--overwrite`.
+void addBundleFile(CLI::App& command, std::string& output, bool& overwrite);
+
+/// `--strict` of a command that writes files.
+void addStrict(CLI::App& command, bool& strict);
+
+/// What an export into files has in common with others: everything but its own settings.
+void addFileExport(CLI::App& command, ExportOptions& options);
+
+/// The same for an export that fills a folder.
+void addFolderExport(CLI::App& command, ExportOptions& options);
+
+/// Closes a command: its help option comes last.
+void finish(CLI::App& command, const std::string& footer);
+
+} // namespace Tidewatch
