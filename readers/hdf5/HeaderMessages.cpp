@@ -30,19 +30,21 @@ std::optional<HeaderStart> HeaderStart::read(std::span<const unsigned char> pref
         {false, (flags & 4) != 0}, offset + sizeBytes, littleEndian(prefix, offset, sizeBytes)};
 }
 
-bool forEachMessage(
-    const HeaderForm& form, std::span<const unsigned char> block,
-    const std::function<bool(std::uint64_t type, std::span<const unsigned char> content)>& visit) {
+bool forEachMessage(const HeaderForm& form, std::span<const unsigned char> block,
+                    const std::function<bool(const HeaderMessage& message)>& visit) {
     // Version 1: type (2 bytes), size (2), flags, padding (3). Version 2: type, size (2), flags, order (2).
     const std::size_t typeSize = form.isOld ? 2 : 1;
     const std::size_t headSize = form.isOld ? 8 : form.hasOrder ? 6 : 4;
     while (block.size() >= headSize) {
-        const std::uint64_t type = littleEndian(block, 0, typeSize);
+        HeaderMessage message;
+        message.type = littleEndian(block, 0, typeSize);
         const std::uint64_t size = littleEndian(block, typeSize, 2);
+        message.isShared = (block[typeSize + 2] & 2) != 0;
         block = block.subspan(headSize);
         if (size > block.size())
             return false;
-        if (!visit(type, block.first(size)))
+        message.content = block.first(size);
+        if (!visit(message))
             return true;
         block = block.subspan(size);
     }

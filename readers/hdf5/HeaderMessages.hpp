@@ -32,14 +32,22 @@ struct HeaderStart {
     [[nodiscard]] static std::optional<HeaderStart> read(std::span<const unsigned char> prefix);
 };
 
-/// A message of an object header that is needed here.
-enum class HeaderMessage : std::uint8_t { Link = 0x06, Attribute = 0x0c, Continuation = 0x10 };
+/// A message of an object header, as it stands in a block that outlives it.
+struct HeaderMessage {
+    enum class Type : std::uint8_t { Datatype = 0x03, Link = 0x06, Attribute = 0x0c, Continuation = 0x10 };
 
-/// Calls visit(type, content) with each message of a block (for one of version 2: without its signature and
-/// checksum) until one call says false. What is left over at the end, too short for a message, is passed
-/// over. False when a message is longer than the rest of the block.
-[[nodiscard]] bool
-forEachMessage(const HeaderForm& form, std::span<const unsigned char> block,
-               const std::function<bool(std::uint64_t type, std::span<const unsigned char> content)>& visit);
+    std::uint64_t type = 0; // one of those, or any other
+    /// The content stands elsewhere in the file; here is only where.
+    bool isShared = false;
+    std::span<const unsigned char> content;
+
+    [[nodiscard]] bool is(Type wanted) const noexcept { return type == static_cast<std::uint64_t>(wanted); }
+};
+
+/// Calls visit with each message of a block (for one of version 2: without its signature and checksum) until
+/// one call says false. What is left over at the end, too short for a message, is passed over. False when a
+/// message is longer than the rest of the block.
+[[nodiscard]] bool forEachMessage(const HeaderForm& form, std::span<const unsigned char> block,
+                                  const std::function<bool(const HeaderMessage& message)>& visit);
 
 } // namespace Tidewatch::Hdf5

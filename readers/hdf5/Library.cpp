@@ -3,6 +3,7 @@
 
 #include "readers/printable.hpp"
 
+#include <algorithm>
 #include <mutex>
 
 namespace Tidewatch::Hdf5 {
@@ -55,6 +56,9 @@ std::string innermostError() {
         return 1;
     };
     H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, takeFirst, &text);
+    // Some texts end with the addresses of buffers in this process, which are nobody's business.
+    if (const std::size_t address = text.find("0x"); address != std::string::npos)
+        text.erase(std::min(text.find(':'), address));
     return text;
 }
 

@@ -2,6 +2,8 @@
 #include "readers/hdf5/MetadataGuard.hpp"
 
 #include "readers/hdf5/littleEndian.hpp"
+#include "readers/hdf5/messageChecks.hpp"
+#include "readers/hdf5/metadataChecksum.hpp"
 
 #include <algorithm>
 #include <array>
@@ -10,6 +12,7 @@
 #include <set>
 #include <string_view>
 #include <unordered_set>
+#include <vector>
 
 namespace Tidewatch::Hdf5 {
 
@@ -19,35 +22,13 @@ bool hasSignature(std::span<const unsigned char> block, std::string_view signatu
     return block.size() >= signature.size() && std::equal(signature.begin(), signature.end(), block.begin());
 }
 
-/// Whether a link message is one that the library can decode.
-bool isLink(std::span<const unsigned char> message) {
-    // Version and flags, then what the flags say there is: the type of the link, its creation order and the
-    // encoding of its name; the length of the name, in 1, 2, 4 or 8 bytes, the name, and where it leads.
-    constexpr unsigned knownFlags = 0x1f;
-    constexpr unsigned hard = 0;
-    constexpr unsigned soft = 1;
-    constexpr unsigned leastUserDefined = 64;
-    if (message.size() < 2 || message[0] != 1 || (message[1] & ~knownFlags) != 0)
-        return false;
-    const unsigned flags = message[1];
-    const std::size_t lengthSize = std::size_t{1} << (flags & 3);
-    const bool hasType = (flags & 8) != 0;
-    const bool hasEncoding = (flags & 0x10) != 0;
-    std::size_t place = 2 + (hasType ? 1u : 0u) + ((flags & 4) != 0 ? 8u : 0u) + (hasEncoding ? 1u : 0u);
-    if (message.size() < place + lengthSize || (hasEncoding && message[place - 1] > 1))
-        return false;
-    const unsigned type = hasType ? message[2] : hard;
-    const std::uint64_t length = littleEndian(message, place, lengthSize);
-    place += lengthSize;
-    if (length == 0 || length > message.size() - place)
-        return false;
-    place += length;
-    if (type == hard)
-        return message.size() - place >= 8;
-    if ((type != soft && type < leastUserDefined) || message.size() - place < 2)
-        return false;
-    const std::uint64_t targetSize = littleEndian(message, place, 2);
-    return targetSize <= message.size() - place - 2 && (type != soft || targetSize != 0);
+constexpr std::size_t checksumSize = 4;
+constexpr std::uint64_t mostHeaderBytes = std::uint64_t{1} << 24;
+
+/// Whether a block ends with the checksum of what is before.
+bool hasChecksum(std::span<const unsigned char> block) {
+    const std::size_t size = block.size() - checksumSize;
+    return littleEndian(block, size, checksumSize) == metadataChecksum(block.first(size));
 }
 
 } // namespace
@@ -66,42 +47,74 @@ std::optional<std::string> MetadataGuard::fault(H5FD_mem_t type, std::uint64_t a
         return indexFault(block);
     if (hasSignature(block, "FRHP"))
         return fractalHeapFault(block);
-    return type == H5FD_MEM_OHDR ? headerFault(address, block) : std::nullopt;
+    return type == H5FD_MEM_OHDR ? headerFault(address, block, fetch) : std::nullopt;
 }
 
-std::optional<std::string> MetadataGuard::headerFault(std::uint64_t address,
-                                                      std::span<const unsigned char> block) {
-    // The library first reads a header without knowing how long it is, and then once more as a whole where
-    // that was not enough. What follows the messages of version 2 is a checksum.
-    if (const auto start = HeaderStart::read(block)) {
-        const std::uint64_t room = block.size() - start->offset;
-        return start->size <= room ? messagesFault(start->form, block.subspan(start->offset, start->size))
-                                   : std::nullopt;
-    }
+std::optional<std::string>
+MetadataGuard::headerFault(std::uint64_t address, std::span<const unsigned char> block, const Fetch& fetch) {
+    const auto start = HeaderStart::read(block);
     const auto known = continuations_.find(address);
-    if (known == continuations_.end())
+    // A continuation has been looked at with its header. In the old form it may look like a header; whether
+    // it is read as one shows in the size, with which the library first asks for a header.
+    constexpr std::size_t firstSize = 512;
+    std::array<unsigned char, 1> next{};
+    if (!start || (known != continuations_.end() && known->second == block.size() &&
+                   block.size() != firstSize && fetch(address + block.size(), next)))
         return std::nullopt;
-    if (known->second.isOld)
-        return messagesFault(known->second, block);
-    constexpr std::size_t frameSize = 4;
-    if (!hasSignature(block, "OCHK") || block.size() < 2 * frameSize)
-        return "has an object header that is cut off";
-    return messagesFault(known->second, block.subspan(frameSize, block.size() - 2 * frameSize));
+    // The library first reads a header without knowing how long it is, and then once more as a whole where
+    // that was not enough. If it finds fault with the whole only then, it loses memory for good, and
+    // complains about that on the console when the process ends; so all is looked at straight away.
+    std::vector<Place> continuations;
+    std::uint64_t bytesLeft = mostHeaderBytes;
+    const auto checkBlock = [&](const Place& place, std::size_t before) -> std::optional<std::string> {
+        const std::size_t behind = start->form.isOld ? 0 : checksumSize;
+        if (place.size < before + behind || place.size > bytesLeft)
+            return "has an object header of an impossible size";
+        bytesLeft -= place.size;
+        std::vector<unsigned char> bytes(place.size);
+        if (!fetch(place.address, bytes))
+            return "has an object header that leads out of the file";
+        if (!start->form.isOld && !hasChecksum(bytes))
+            return "has an object header that does not match its checksum";
+        return messagesFault(start->form, std::span(bytes).subspan(before, bytes.size() - before - behind),
+                             continuations);
+    };
+    if (start->size > mostHeaderBytes)
+        return "has an object header of an impossible size";
+    const std::uint64_t size = start->offset + start->size + (start->form.isOld ? 0 : checksumSize);
+    auto fault = checkBlock({address, size}, start->offset);
+    constexpr std::size_t signatureSize = 4;
+    for (std::size_t i = 0; i < continuations.size() && !fault; ++i) {
+        const Place place = continuations[i];
+        fault = place.size == 0 ? "has an object header of an impossible size"
+                                : checkBlock(place, start->form.isOld ? 0 : signatureSize);
+        continuations_.insert_or_assign(place.address, place.size);
+    }
+    return fault;
 }
 
 std::optional<std::string> MetadataGuard::messagesFault(const HeaderForm& form,
-                                                        std::span<const unsigned char> block) {
-    bool isGood = true;
-    const bool isWhole =
-        forEachMessage(form, block, [&](std::uint64_t type, std::span<const unsigned char> content) {
-            if (type == static_cast<std::uint64_t>(HeaderMessage::Link))
-                isGood = isLink(content);
-            else if (type == static_cast<std::uint64_t>(HeaderMessage::Continuation) && content.size() >= 8)
-                continuations_.insert_or_assign(littleEndian(content, 0, 8), form);
-            return isGood;
-        });
-    if (!isGood)
-        return "has a link that cannot be decoded";
+                                                        std::span<const unsigned char> block,
+                                                        std::vector<Place>& continuations) {
+    const char* fault = nullptr;
+    const bool isWhole = forEachMessage(form, block, [&](const HeaderMessage& message) {
+        if (message.isShared)
+            return true;
+        const auto content = message.content;
+        if (message.is(HeaderMessage::Type::Link) && !isLink(content))
+            fault = "has a link that cannot be decoded";
+        else if (message.is(HeaderMessage::Type::Datatype) && !isDatatype(content))
+            fault = "has a number type that is cut off";
+        else if (message.is(HeaderMessage::Type::Attribute) && !isAttribute(content))
+            fault = "has an attribute that is cut off, or whose type stands elsewhere";
+        else if (message.is(HeaderMessage::Type::Continuation) && content.size() < 16)
+            fault = "has an object header that is cut off";
+        else if (message.is(HeaderMessage::Type::Continuation))
+            continuations.push_back({littleEndian(content, 0, 8), littleEndian(content, 8, 8)});
+        return fault == nullptr;
+    });
+    if (fault != nullptr)
+        return fault;
     return isWhole ? std::nullopt : std::optional<std::string>("has an object header that is cut off");
 }
 

@@ -96,6 +96,9 @@ std::vector<std::string> Object::links(std::uint64_t most) const {
         throw Anchor::FormatError(file_->path() + ": " + printable(joined(path_, listing.names.back())) +
                                   ": " + otherLink);
     std::sort(listing.names.begin(), listing.names.end());
+    const auto twice = std::adjacent_find(listing.names.begin(), listing.names.end());
+    if (twice != listing.names.end())
+        fail("has two members \"" + *twice + "\"");
     return std::move(listing.names);
 }
 

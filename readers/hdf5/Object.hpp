@@ -38,7 +38,7 @@ public:
     [[nodiscard]] bool isDataset() const;
 
     /// The names of a group's links, bytes ascending. Throws for an object that is no group, for a link that
-    /// is not a hard one, and for more than `most` links.
+    /// is not a hard one, for two links of one name, and for more than `most` links.
     [[nodiscard]] std::vector<std::string> links(std::uint64_t most) const;
 
     /// The object of a group's link.

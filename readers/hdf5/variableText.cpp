@@ -89,12 +89,13 @@ private:
     }
 
     void readMessages(const HeaderForm& form, Bytes block) {
-        const bool isWhole = forEachMessage(form, block, [this](std::uint64_t type, Bytes message) {
-            if (type == static_cast<std::uint64_t>(HeaderMessage::Continuation)) {
-                const std::uint64_t address = takeNumber(message, 8);
-                continuations_.push_back({address, takeNumber(message, 8)});
-            } else if (type == static_cast<std::uint64_t>(HeaderMessage::Attribute)) {
-                readAttribute(message);
+        const bool isWhole = forEachMessage(form, block, [this](const HeaderMessage& message) {
+            if (message.is(HeaderMessage::Type::Continuation)) {
+                Bytes content = message.content;
+                const std::uint64_t address = takeNumber(content, 8);
+                continuations_.push_back({address, takeNumber(content, 8)});
+            } else if (message.is(HeaderMessage::Type::Attribute) && !message.isShared) {
+                readAttribute(message.content);
             }
             return !data_;
         });

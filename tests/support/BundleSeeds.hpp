@@ -48,27 +48,30 @@ inline void foreign(const std::string& path, Craft::File::Form form) {
 
 /// With indexes of several levels, in groups and in chunks.
 inline void large(const std::string& path, Craft::File::Form form) {
-    std::vector<double> numbers(400);
+    std::vector<double> numbers(60);
     for (std::size_t i = 0; i < numbers.size(); ++i)
         numbers[i] = static_cast<double>(i);
     Craft::File file(path, form, true);
     file.bundle().grid();
-    for (int i = 0; i < 40; ++i)
+    for (int i = 0; i < 4; ++i)
         file.dataset(Craft::fields + "F" + std::to_string(i) + "/a", H5T_STD_I16LE, H5T_NATIVE_DOUBLE, {4},
                      numbers.data());
+    // So many that the newest index of a group has two levels as well.
+    for (int i = 4; i < 50; ++i)
+        file.group(Craft::fields + "F" + std::to_string(i));
     for (int i = 0; i < 12; ++i)
         file.number("/slices/t/grids/g/skeletons/s", ("note" + std::to_string(i)).c_str(), i);
     Craft::Properties filtered;
     filtered.chunk({3}).filters(true, 1, false);
     Craft::Properties plain;
     plain.chunk({3});
-    file.dataset(Craft::fields + "Many", H5T_STD_I16LE, H5T_NATIVE_DOUBLE, {400}, numbers.data(),
+    file.dataset(Craft::fields + "Many", H5T_STD_I16LE, H5T_NATIVE_DOUBLE, {60}, numbers.data(),
                  filtered.id());
-    file.dataset(Craft::fields + "Raw", H5T_STD_I16LE, H5T_NATIVE_DOUBLE, {100}, numbers.data(), plain.id());
+    file.dataset(Craft::fields + "Raw", H5T_STD_I16LE, H5T_NATIVE_DOUBLE, {30}, numbers.data(), plain.id());
     Craft::Properties square;
     square.chunk({3, 3});
-    file.growingDataset(Craft::fields + "Tall", {20, 10}, {H5S_UNLIMITED, 10}, numbers.data(), square.id());
-    file.growingDataset(Craft::fields + "Both", {20, 10}, {H5S_UNLIMITED, H5S_UNLIMITED}, numbers.data(),
+    file.growingDataset(Craft::fields + "Tall", {10, 6}, {H5S_UNLIMITED, 6}, numbers.data(), square.id());
+    file.growingDataset(Craft::fields + "Both", {10, 6}, {H5S_UNLIMITED, H5S_UNLIMITED}, numbers.data(),
                         square.id());
 }
 

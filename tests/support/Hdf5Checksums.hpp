@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace Support {
 
@@ -74,7 +75,7 @@ inline void repairChecksums(std::string& file) {
     if (file.size() > 48 && byteAt(file, 8) >= 2)
         sign(file, 0, 44);
     for (std::size_t place = 0; place + 32 < file.size(); ++place) {
-        const std::string signature = file.substr(place, 4);
+        const std::string_view signature = std::string_view(file).substr(place, 4);
         if (signature == "OHDR") {
             const std::uint32_t flags = byteAt(file, place + 5);
             const std::size_t prefix = 6 + ((flags & 0x20) != 0 ? 16u : 0u) + ((flags & 0x10) != 0 ? 4u : 0u);

@@ -36,11 +36,10 @@ public:
         if (isDense) {
             need(H5Pset_meta_block_size(access, 1), "block size");
             need(H5Pset_small_data_block_size(access, 1), "block size");
-        }
-        if (isDense && form == Form::Oldest) {
-            need(H5Pset_sym_k(creation, 1, 1), "tree size");
             need(H5Pset_istore_k(creation, 1), "tree size");
         }
+        if (isDense && form == Form::Oldest)
+            need(H5Pset_sym_k(creation, 1, 1), "tree size");
         id_ = need(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, creation, access), "file");
         H5Pclose(creation);
         H5Pclose(access);

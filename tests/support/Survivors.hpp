@@ -16,9 +16,10 @@ namespace Support {
 /// Calls a function with the numbers below a count, in processes of their own, so that a crash, a hang or an
 /// exception ends neither the test nor the calls that are left. Gives a line for each number that did not
 /// come back within ten seconds, and for each whose call gave a text: its complaint. `most` bounds the memory
-/// in MiB that such a process may have come to hold.
-inline std::string survivors(std::size_t count, long most,
-                             const std::function<std::string(std::size_t)>& call) {
+/// in MiB that such a process may have come to hold. A line begins with what `label` makes of the number.
+inline std::string survivors(
+    std::size_t count, long most, const std::function<std::string(std::size_t)>& call,
+    const std::function<std::size_t(std::size_t)>& label = [](std::size_t i) { return i; }) {
     struct Shared {
         volatile std::size_t current;
         char complaint[4096];
@@ -66,7 +67,7 @@ inline std::string survivors(std::size_t count, long most,
             continue;
         }
         complaints +=
-            std::to_string(shared.current) + ": " +
+            std::to_string(label(shared.current)) + ": " +
             (WIFSIGNALED(status)           ? "ended by signal " + std::to_string(WTERMSIG(status))
              : shared.complaint[0] != '\0' ? std::string(shared.complaint)
                                            : "ended with status " + std::to_string(WEXITSTATUS(status))) +
