@@ -50,12 +50,12 @@ void turn(std::vector<T>& pixels, const Raster::Description& raster) {
 RasterSource::RasterSource(std::string file, ConvLib::ReadOptions readOptions)
     : path(std::move(file)),
       options(std::move(readOptions)),
-      stamp_(Las::InputFile(path).stamp()) {
+      stamp_(InputFile(path).stamp()) {
     description = Raster::RasterFile(path).describe();
 }
 
 Raster::RasterFile RasterSource::open() const {
-    const bool isSameFile = Las::InputFile(path).stamp() == stamp_;
+    const bool isSameFile = InputFile(path).stamp() == stamp_;
     Raster::RasterFile file(path);
     const Raster::Description now = file.describe();
     if (!isSameFile || now.width != description.width || now.height != description.height ||

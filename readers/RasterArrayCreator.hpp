@@ -2,7 +2,7 @@
 #pragma once
 
 #include "convlib/ReadOptions.hpp"
-#include "readers/las/InputFile.hpp"
+#include "readers/InputFile.hpp"
 #include "readers/raster/RasterFile.hpp"
 #include "sheaf/CachedCreator.hpp"
 
@@ -35,7 +35,7 @@ struct RasterSource {
     std::atomic<bool> bandsDiffer = false;
 
 private:
-    Las::InputFile::Stamp stamp_;
+    InputFile::Stamp stamp_;
 };
 
 /// Reads one array of a raster, one element a pixel, in ascending order of y and x.

@@ -24,7 +24,7 @@ namespace Tidewatch {
 /// Arrays are read when they are asked for; the file is opened again for that and must not have changed.
 /// Arrays larger than ReadOptions::MaximumArrayBytes are refused then (Anchor::LimitError). Formats that lead
 /// to other files or to the network are not read: see Raster::readableDrivers.
-class TIDEWATCH_API RasterReader final : public ConvLib::Reader {
+class RasterReader final : public ConvLib::Reader {
 public:
     RasterReader() = default;
     ~RasterReader() override;

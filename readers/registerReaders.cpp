@@ -3,8 +3,8 @@
 
 #include "readers/BundleFileReader.hpp"
 #include "readers/LasReader.hpp"
-#ifdef TIDEWATCH_GDAL
-#include "readers/RasterReader.hpp"
+#ifdef TIDEWATCH_RASTER_LIBRARY
+#include "readers/RasterGate.hpp"
 #endif
 
 namespace Tidewatch {
@@ -13,9 +13,9 @@ void registerReaders() {
     // A reader takes the place of an earlier one of its name.
     ConvLib::registerReader(Anchor::makeStrong<LasReader>());
     ConvLib::registerReader(Anchor::makeStrong<BundleFileReader>());
-#ifdef TIDEWATCH_GDAL
+#ifdef TIDEWATCH_RASTER_LIBRARY
     // The last to be asked, since some of its formats are plain text.
-    ConvLib::registerReader(Anchor::makeStrong<RasterReader>());
+    ConvLib::registerReader(Anchor::makeStrong<RasterGate>());
 #endif
 }
 

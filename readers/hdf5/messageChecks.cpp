@@ -195,7 +195,8 @@ bool isAttribute(Bytes content) {
     if (!head)
         return false;
     const unsigned version = (*head)[0];
-    if (version < 1 || version > 3 || (version != 1 && (*head)[1] != 0) || (version == 3 && !take(content, 1)))
+    if (version < 1 || version > 3 || (version != 1 && (*head)[1] != 0) ||
+        (version == 3 && !take(content, 1)))
         return false;
     const auto takePart = [&](std::uint64_t size) -> std::optional<Bytes> {
         const auto part = take(content, version == 1 ? paddedToEight(size) : size);

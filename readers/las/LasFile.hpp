@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "readers/InputFile.hpp"
 #include "readers/las/ExtraAttribute.hpp"
-#include "readers/las/InputFile.hpp"
 #include "readers/las/LasHeader.hpp"
 #include "readers/las/LazChunkTable.hpp"
 #include "readers/las/LazDescription.hpp"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "readers/las/InputFile.hpp"
+#include "readers/InputFile.hpp"
 #include "readers/las/PointLayout.hpp"
 
 #include <array>

@@ -10,7 +10,7 @@
 
 namespace {
 
-using Tidewatch::Las::InputFile;
+using Tidewatch::InputFile;
 using Tidewatch::Las::LazStream;
 
 class LazStreamTest : public ::testing::Test {

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace Tidewatch::Las {
+namespace Tidewatch {
 
 /// An open file that is read at given places. Reading does not move anything, so one object may serve several
 /// threads.
@@ -46,4 +46,4 @@ private:
     Stamp stamp_;
 };
 
-} // namespace Tidewatch::Las
+} // namespace Tidewatch

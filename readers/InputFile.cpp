@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "readers/las/InputFile.hpp"
+#include "readers/InputFile.hpp"
 
 #include "anchor/Error.hpp"
 
@@ -14,7 +14,7 @@
 #include <sys/stat.h>
 #include <system_error>
 
-namespace Tidewatch::Las {
+namespace Tidewatch {
 
 namespace {
 
@@ -88,4 +88,4 @@ std::size_t InputFile::readUpTo(std::uint64_t offset, std::span<std::uint8_t> by
     return filled;
 }
 
-} // namespace Tidewatch::Las
+} // namespace Tidewatch
