@@ -46,4 +46,12 @@ echo "== installed program, and the same export by a host through the installed 
 "$program" pcd "$work/sample.h5" --cell-size 0.5 -o "$work/by-program.pcd"
 cmp "$work/by-host.pcd" "$work/by-program.pcd"
 
+echo "== the installed program with every exporter and reader"
+"$program" las "$work/sample.h5" -o "$work/laz/{time}.laz" --grid coast --verify --quiet
+"$program" info "$work/laz/0.laz"
+"$program" ascii "$work/sample.h5" -o "$work/text" --grid elevation --quiet
+if [[ -e $libdir/libtidewatch-rasters.so ]]; then
+    "$program" info "$work/text/Height/east.grd"
+fi
+
 echo "consumer: all outputs are the same"
