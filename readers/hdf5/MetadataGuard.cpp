@@ -47,6 +47,10 @@ std::optional<std::string> MetadataGuard::fault(H5FD_mem_t type, std::uint64_t a
         return indexFault(block);
     if (hasSignature(block, "FRHP"))
         return fractalHeapFault(block);
+    if (hasSignature(block, "FAHD"))
+        return fixedArrayFault(block, fetch);
+    if (hasSignature(block, "EAHD"))
+        return growingArrayFault(block);
     return type == H5FD_MEM_OHDR ? headerFault(address, block, fetch) : std::nullopt;
 }
 
@@ -189,6 +193,48 @@ std::optional<std::string> MetadataGuard::fractalHeapFault(std::span<const unsig
     if (addressBits < firstBits || addressBits < static_cast<std::uint64_t>(std::countr_zero(lastBlock)) ||
         rows > addressBits - firstBits + 1)
         return "has a fractal heap of an impossible shape";
+    return std::nullopt;
+}
+
+std::optional<std::string> MetadataGuard::fixedArrayFault(std::span<const unsigned char> header,
+                                                          const Fetch& fetch) {
+    // Signature, version, what the entries are, bytes of an entry, bits of the numbers of a page's entries;
+    // the number of entries, and where they are.
+    constexpr std::size_t headerSize = 28;
+    constexpr unsigned mostPageBits = 32;
+    constexpr std::uint64_t nowhere = std::numeric_limits<std::uint64_t>::max();
+    if (header.size() < headerSize)
+        return "has an index of chunks that is cut off";
+    const std::uint64_t entrySize = header[6];
+    const unsigned pageBits = header[7];
+    const std::uint64_t count = littleEndian(header, 8, 8);
+    const std::uint64_t entries = littleEndian(header, 16, 8);
+    if (entrySize == 0 || pageBits == 0 || pageBits > mostPageBits || count == 0)
+        return "has an index of chunks of an impossible shape";
+    std::uint64_t end = 0;
+    std::array<unsigned char, 1> last{};
+    if (entries != nowhere && (__builtin_mul_overflow(count, entrySize, &end) ||
+                               __builtin_add_overflow(end, entries, &end) || !fetch(end - 1, last)))
+        return "has an index of chunks that leads out of the file";
+    return std::nullopt;
+}
+
+std::optional<std::string> MetadataGuard::growingArrayFault(std::span<const unsigned char> header) {
+    // Signature, version, what the entries are, bytes of an entry, bits of the numbers of all entries; how
+    // many entries are in the index itself and at least in a block of data, and how many blocks at least in a
+    // block of blocks; bits of the numbers of a page's entries.
+    constexpr std::size_t headerSize = 72;
+    if (header.size() < headerSize)
+        return "has an index of chunks that is cut off";
+    const unsigned entrySize = header[6];
+    const unsigned bits = header[7];
+    const unsigned leastEntries = header[9];
+    const unsigned leastBlocks = header[10];
+    const unsigned pageBits = header[11];
+    if (entrySize == 0 || bits == 0 || bits > 64 || !std::has_single_bit(leastEntries) ||
+        !std::has_single_bit(leastBlocks) || leastBlocks < 2 || pageBits == 0 || pageBits > bits ||
+        static_cast<unsigned>(std::countr_zero(leastEntries)) >= bits)
+        return "has an index of chunks of an impossible shape";
     return std::nullopt;
 }
 

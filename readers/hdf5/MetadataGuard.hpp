@@ -24,10 +24,10 @@ namespace Tidewatch::Hdf5 {
 /// Local heaps: it follows the list of free space until it ends, and never asks whether it ends.
 /// B-trees of version 1: it goes down into whatever a node calls its child, be it the node itself. Here a
 /// node has one parent at most, and its level is one less than that of its parent. B-trees of version 2 and
-/// fractal heaps: it divides and shifts by the numbers in their headers. Global heaps, which hold
-/// texts of variable length and the maps of virtual datasets, are not read at all: the library trusts their
-/// sizes (see variableText for the texts).
-/// (HDF5 File Format Specification, sections III.A, III.D, III.E, III.G, IV.A.1 and IV.A.2.)
+/// fractal heaps, and arrays that index chunks: it divides, shifts and allocates by the numbers in their
+/// headers. Global heaps, which hold texts of variable length and the maps of virtual datasets, are not read
+/// at all: the library trusts their sizes (see variableText for the texts).
+/// (HDF5 File Format Specification, sections III.A, III.D, III.E, III.G, IV.A.1, IV.A.2, VII.C and VII.D.)
 class MetadataGuard {
 public:
     /// Fills a block with bytes of the file from an address on; false when they are not all there.
@@ -58,6 +58,9 @@ private:
                                                                    const Fetch& fetch);
     [[nodiscard]] static std::optional<std::string> indexFault(std::span<const unsigned char> header);
     [[nodiscard]] static std::optional<std::string> fractalHeapFault(std::span<const unsigned char> header);
+    [[nodiscard]] static std::optional<std::string> fixedArrayFault(std::span<const unsigned char> header,
+                                                                    const Fetch& fetch);
+    [[nodiscard]] static std::optional<std::string> growingArrayFault(std::span<const unsigned char> header);
     [[nodiscard]] std::optional<std::string>
     treeFault(std::uint64_t address, std::span<const unsigned char> node, const Fetch& fetch);
 

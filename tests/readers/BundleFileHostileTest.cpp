@@ -997,6 +997,32 @@ INSTANTIATE_TEST_SUITE_P(Forms, AttributeWithoutItsData,
                          ::testing::Values(Form::Oldest, Form::Version18, Form::Latest),
                          [](const auto& form) { return formName(form.param); });
 
+TEST_F(HostileBundleFile, IndexOfMoreChunksThanTheFileHas_IsRefused) {
+    Support::Seeds::foreign(file_, Form::Latest);
+    std::string bytes = Support::readBytes(file_);
+    const std::size_t index = bytes.find("FAHD");
+    ASSERT_NE(index, std::string::npos);
+    bytes[index + 8 + 5] = 1; // the number of entries
+    Support::repairChecksums(bytes);
+    Support::writeBytes(file_, bytes);
+    expectRefused("index of chunks that leads out of the file");
+}
+
+TEST_F(HostileBundleFile, HeaderLargerThanTheFile_IsRefused) {
+    Support::Seeds::foreign(file_, Form::Oldest);
+    std::string bytes = Support::readBytes(file_);
+    // The address of the root group's header stands in the superblock (version 1).
+    const std::uint64_t root = Support::Detail::numberAt(bytes, 68, 8);
+    ASSERT_LT(root, bytes.size());
+    ASSERT_EQ(bytes[root], 1);
+    bytes[root + 8 + 1] = '\x7f'; // the size of its messages
+    Support::writeBytes(file_, bytes);
+    expectRefused("object header that leads out of the file");
+    bytes[root + 8 + 3] = '\x7f';
+    Support::writeBytes(file_, bytes);
+    expectRefused("object header of an impossible size");
+}
+
 TEST_F(HostileBundleFile, TwoMembersOfOneName_AreRefused) {
     {
         const Craft::File file(file_);

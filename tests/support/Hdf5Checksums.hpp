@@ -90,6 +90,8 @@ inline void repairChecksums(std::string& file) {
             }
         } else if (signature == "FAHD") {
             sign(file, place, 24);
+        } else if (signature == "EAHD") {
+            sign(file, place, 68);
         } else if (signature == "BTHD") {
             sign(file, place, 34);
         } else if (signature == "FRHP") {
