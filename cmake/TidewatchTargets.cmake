@@ -25,7 +25,11 @@ endfunction()
 function(tidewatch_shared_library name)
     tidewatch_target(${name})
     set_target_properties(${name} PROPERTIES VERSION "${PROJECT_VERSION}" SOVERSION "${PROJECT_VERSION_MAJOR}")
-    target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,ALL)
+    target_link_options(${name} PRIVATE -Wl,--exclude-libs,ALL)
+    # Clang leaves the sanitizers' functions to the program that loads the library.
+    if(NOT (TIDEWATCH_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang"))
+        target_link_options(${name} PRIVATE -Wl,--no-undefined)
+    endif()
 endfunction()
 
 # The sharp warnings are for developers of this project, never for those who embed it: hence a target of their own.

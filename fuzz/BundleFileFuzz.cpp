@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reads arbitrary bytes as a bundle file: its structure and every array. Whatever they are, they become a bundle
+// or an Anchor::Error. The checksums of newer files are made to fit first, or hardly any input would get past
+// them; every other input, by its length, keeps those that it has.
+#include "anchor/Cache.hpp"
+#include "anchor/Error.hpp"
+#include "readers/BundleFileReader.hpp"
+#include "sheaf/ElementTypes.hpp"
+#include "support/Hdf5Checksums.hpp"
+#include "support/MemoryFile.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+namespace {
+
+/// Thrown through the reader, as a host does to interrupt it.
+struct Enough {};
+
+constexpr unsigned mostTicks = 500;
+
+void readEverything(const std::string& path) {
+    unsigned ticks = 0;
+    ConvLib::ReadOptions options;
+    options.MaximumArrayBytes = std::uint64_t{4} << 20;
+    options.Tick = [&ticks](const std::string&, double share) {
+        if (!(share >= 0.0 && share <= 1.0))
+            std::abort();
+        if (++ticks > mostTicks)
+            throw Enough{};
+    };
+    const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    static_cast<void>(Tidewatch::BundleFileReader().read(*bundle, path, options));
+    for (const auto& [time, weakSlice] : bundle->slices()) {
+        const auto slice = weakSlice.lock();
+        for (const auto& [name, weakGrid] : slice->grids()) {
+            weakGrid.lock()->skeletons().iterate_all([](const Sheaf::FieldFragment& stop) {
+                try {
+                    const auto array = Anchor::dynamicCast<Sheaf::MemBase>(stop.data->create(false));
+                    if (!array || array->extents() != stop.data->extents() ||
+                        array->elementType() != stop.field.getElementType())
+                        std::abort();
+                } catch (const Anchor::Error&) {
+                    // One damaged array says nothing about the next.
+                }
+                return true;
+            });
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Anchor::Cache::MemCache().setLimit(std::uint64_t{16} << 20);
+    std::string bytes(data, data + size);
+    if (size % 2 == 0)
+        Support::repairChecksums(bytes);
+    const Support::MemoryFile file(bytes);
+    try {
+        readEverything(file.path());
+    } catch (const Anchor::Error& error) {
+        if (std::string_view(error.what()).find(file.path()) == std::string_view::npos)
+            std::abort();
+    } catch (const Enough&) {
+    }
+    return 0;
+}
