@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -10,7 +11,10 @@ namespace {
 
 // Large enough that the system's cost per call vanishes, small enough to stay in the processor's cache.
 constexpr std::size_t blockSize = 262144;
-static_assert(blockSize >= OutputFile::pieceLimit);
+
+// What file systems keep in memory as one. Writing part of one costs as much as writing all of it.
+constexpr std::size_t pageSize = 4096;
+static_assert(blockSize >= OutputFile::pieceLimit + pageSize);
 
 } // namespace
 
@@ -24,8 +28,19 @@ OutputFile::~OutputFile() {
     close();
 }
 
+/// Writes everything.
 void OutputFile::flush() {
+    writeFront(static_cast<std::size_t>(pptr() - pbase()));
+}
+
+/// Writes everything but the beginning of a page, which moves to the front.
+void OutputFile::makeRoom() {
     const auto bytes = static_cast<std::size_t>(pptr() - pbase());
+    writeFront(bytes - std::min(bytes, static_cast<std::size_t>((blockBegin_ + bytes) % pageSize)));
+}
+
+/// Writes so many bytes from the front of the block; those behind them take their place.
+void OutputFile::writeFront(std::size_t bytes) {
     for (std::size_t done = 0; done < bytes && !failed_;) {
         const ssize_t written =
             ::pwrite(descriptor_, pbase() + done, bytes - done, static_cast<off_t>(blockBegin_ + done));
@@ -36,7 +51,10 @@ void OutputFile::flush() {
     }
     blockBegin_ += bytes;
     end_ = std::max(end_, blockBegin_);
+    const auto rest = static_cast<std::size_t>(pptr() - pbase()) - bytes;
+    std::memmove(pbase(), pbase() + bytes, rest);
     setp(block_.get(), block_.get() + blockSize);
+    advance(rest);
 }
 
 void OutputFile::seek(U64 position) {
@@ -61,7 +79,7 @@ bool OutputFile::close() {
 }
 
 OutputFile::int_type OutputFile::overflow(int_type character) {
-    flush();
+    makeRoom();
     if (!traits_type::eq_int_type(character, traits_type::eof())) {
         *pptr() = traits_type::to_char_type(character);
         pbump(1);

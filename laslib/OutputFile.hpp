@@ -28,7 +28,7 @@ public:
     /// there are.
     [[nodiscard]] char* reserve(std::size_t bytes) {
         if (static_cast<std::size_t>(epptr() - pptr()) < bytes)
-            flush();
+            makeRoom();
         return pptr();
     }
     void advance(std::size_t bytes) noexcept { pbump(static_cast<int>(bytes)); }
@@ -50,6 +50,8 @@ protected:
 
 private:
     void flush();
+    void makeRoom();
+    void writeFront(std::size_t bytes);
 
     std::unique_ptr<char[]> block_;
     U64 blockBegin_ = 0; // the position in the file of the block's first byte

@@ -4,6 +4,8 @@
 #include "laspoint.hpp"
 #include "mydefs.hpp"
 
+#include <algorithm>
+
 /// What a run of points comes to: how many there are, of which return, and how far they reach.
 class LASinventory {
 public:
@@ -18,5 +20,21 @@ public:
     I32 max_Z = 0;
     I32 min_Z = 0;
 
-    BOOL add(const LASpoint* point);
+    BOOL add(const LASpoint* point) {
+        ++extended_number_of_points_by_return[point->extended_point_type != 0 ? point->extended_return_number
+                                                                              : point->return_number];
+        if (extended_number_of_point_records++ == 0) {
+            min_X = max_X = point->X;
+            min_Y = max_Y = point->Y;
+            min_Z = max_Z = point->Z;
+            return true;
+        }
+        min_X = std::min(min_X, point->X);
+        max_X = std::max(max_X, point->X);
+        min_Y = std::min(min_Y, point->Y);
+        max_Y = std::max(max_Y, point->Y);
+        min_Z = std::min(min_Z, point->Z);
+        max_Z = std::max(max_Z, point->Z);
+        return true;
+    }
 };

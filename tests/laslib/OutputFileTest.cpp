@@ -3,6 +3,8 @@
 
 #include "support/TemporaryFolder.hpp"
 
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <ostream>
 #include <string>
@@ -47,6 +49,28 @@ TEST_F(OutputFiles, PieceLargerThanTheBlockArrives) {
     file.sputn(piece.data(), static_cast<std::streamsize>(piece.size()));
     EXPECT_TRUE(file.close());
     EXPECT_TRUE(Support::readBytes(path) == "ab" + piece);
+}
+
+TEST_F(OutputFiles, WhatIsWrittenOnTheWayEndsWithAPage) {
+    OutputFile file(path.c_str());
+    file.sputn("a header of some length", 23);
+    std::size_t looks = 0;
+    std::uintmax_t size = 0;
+    for (int i = 0; i < 100'000; ++i) {
+        std::memset(file.reserve(37), i, 37);
+        file.advance(37);
+        if (const auto now = std::filesystem::file_size(path); now != size) {
+            size = now;
+            ++looks;
+            EXPECT_EQ(size % 4096, 0U);
+        }
+    }
+    EXPECT_GE(looks, 10U);
+    EXPECT_TRUE(file.close());
+    std::string expected = "a header of some length";
+    for (int i = 0; i < 100'000; ++i)
+        expected.append(37, static_cast<char>(i));
+    EXPECT_TRUE(Support::readBytes(path) == expected);
 }
 
 TEST_F(OutputFiles, SeekOverwritesAndSeekEndGoesOnBehindTheLastByte) {
