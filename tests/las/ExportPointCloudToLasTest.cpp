@@ -396,6 +396,19 @@ TEST_F(LasExport, RenamedFieldIsCapturedAndItsNewNameIsHandled) {
     EXPECT_EQ(records[1].intensity, 200);
 }
 
+TEST_F(LasExport, LaterOfTwoFieldsThatAreGivenOneNameWins) {
+    exporter.RenameMap = {{"Brightness", "Intensity"}, {"Grey", "Intensity"}, {"Zeal", "UserData"}};
+    GridBuilder(*bundle, 0, "g")
+        .field("Positions", "a", pointsOnALine(1))
+        .field("Brightness", "a", Shorts{100})
+        .field("Grey", "a", Shorts{200})
+        .field("UserData", "a", Bytes{1})
+        .field("Zeal", "a", Bytes{2});
+    const auto records = exported().records();
+    EXPECT_EQ(records[0].intensity, 200);
+    EXPECT_EQ(records[0].userData, 2);
+}
+
 TEST_F(LasExport, RenamedFieldWithoutDataForTheFragmentDoesNotTakeTheName) {
     exporter.RenameMap = {{"Brightness", "Intensity"}};
     GridBuilder(*bundle, 0, "g")
