@@ -30,6 +30,11 @@ read -r -a flags <<<"$(pkg-config --cflags --libs ExportLib)"
 "${CXX:-c++}" -std=c++20 "$examples/exportMemory.cpp" "${flags[@]}" -Wl,-rpath,"$libdir" -o "$work/by-pkg-config"
 "$work/by-pkg-config" "$work/by-pkg-config.pcd"
 
+echo "== every installed header"
+(cd "$(pkg-config --variable=includedir ExportLib)" && find . -name '*.hpp' -printf '#include <%P>\n' | sort) \
+    >"$work/headers.cpp"
+"${CXX:-c++}" -std=c++20 -fsyntax-only "${flags[@]}" "$work/headers.cpp"
+
 echo "== example with the tree embedded"
 cmake -S "$here/embedded" -B "$work/embedded" -G Ninja -DCMAKE_BUILD_TYPE=Release >"$work/configure-embedded.log"
 cmake --build "$work/embedded" --target export-memory >"$work/build-embedded.log"
