@@ -3,10 +3,18 @@
 
 #include "support/TemporaryFolder.hpp"
 
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <limits>
+#include <locale.h>
+#include <random>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -99,6 +107,96 @@ TEST(ElementText, EveryComponentFollowsABlank) {
 TEST(ElementText, ScalarIsItsDefaultText) {
     EXPECT_EQ(elementText(2.5), " 2.500000");
     EXPECT_EQ(elementText(static_cast<unsigned char>(65)), " 65");
+}
+
+// A million numbers against printf, at once into one file.
+
+/// What printf writes with six decimals in the C locale, behind a blank and before a line end.
+template <class T>
+class Printer {
+public:
+    void append(std::string& to, T value) {
+        static const locale_t plain = newlocale(LC_ALL_MASK, "C", locale_t{});
+        const locale_t before = uselocale(plain);
+        int length = 0;
+        if constexpr (std::is_same_v<T, long double>)
+            length = std::snprintf(text_.data(), text_.size(), " %Lf\n", value);
+        else
+            length = std::snprintf(text_.data(), text_.size(), " %f\n", static_cast<double>(value));
+        uselocale(before);
+        to.append(text_.data(), static_cast<std::size_t>(length));
+    }
+
+private:
+    std::vector<char> text_ = std::vector<char>(6000);
+};
+
+/// A number of any size, where every so manieth is made of random bits: subnormal, huge, or none at all.
+template <class T>
+T randomNumber(std::mt19937_64& random, int index) {
+    if constexpr (std::is_same_v<T, long double>) {
+        const auto digits = static_cast<long double>(random());
+        if (index % 500 == 0)
+            return std::ldexp(index % 1000 == 0 ? digits : -digits,
+                              static_cast<int>(random() % 32900) - 16510);
+        return digits / std::pow(10.0L, static_cast<long double>(random() % 25)) - 1;
+    } else {
+        using Bits = std::conditional_t<std::is_same_v<T, float>, std::uint32_t, std::uint64_t>;
+        if (index % 20 == 0)
+            return std::bit_cast<T>(static_cast<Bits>(random()));
+        if (index % 20 == 1) // subnormal
+            return std::bit_cast<T>(
+                static_cast<Bits>(static_cast<Bits>(random()) >> (std::is_same_v<T, float> ? 9 : 12)));
+        return static_cast<T>((static_cast<double>(random() >> 1) - 0x1p62) /
+                              std::pow(10.0, static_cast<double>(random() % 22)));
+    }
+}
+
+template <class T>
+class ElementTextOfMany : public ::testing::Test {};
+using FloatingTypes = ::testing::Types<float, double, long double>;
+TYPED_TEST_SUITE(ElementTextOfMany, FloatingTypes);
+
+TYPED_TEST(ElementTextOfMany, AMillionNumbersHaveTheTextOfPrintf) {
+    using Limits = std::numeric_limits<TypeParam>;
+    std::vector<TypeParam> numbers{0,
+                                   -TypeParam(0),
+                                   Limits::min(),
+                                   Limits::max(),
+                                   Limits::lowest(),
+                                   Limits::denorm_min(),
+                                   -Limits::denorm_min(),
+                                   Limits::epsilon(),
+                                   Limits::infinity(),
+                                   -Limits::infinity(),
+                                   Limits::quiet_NaN(),
+                                   TypeParam(0.5),
+                                   TypeParam(0.0000005),
+                                   TypeParam(0.0000015)};
+    std::mt19937_64 random(4);
+    for (int index = 0; index < 1'000'000; ++index)
+        numbers.push_back(randomNumber<TypeParam>(random, index));
+
+    // Some at a time, since the long ones take thousands of digits.
+    Printer<TypeParam> printer;
+    constexpr std::size_t block = 50'000;
+    for (std::size_t begin = 0; begin < numbers.size(); begin += block) {
+        const std::size_t end = std::min(begin + block, numbers.size());
+        std::string expected;
+        for (std::size_t i = begin; i < end; ++i)
+            printer.append(expected, numbers[i]);
+        const std::string actual = textOf([&](ConvLib::LineWriter& line) {
+            for (std::size_t i = begin; i < end; ++i) {
+                ExportLib::elementText(line, numbers[i]);
+                line.endLine();
+            }
+        });
+        const auto [left, right] =
+            std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
+        ASSERT_TRUE(left == actual.end() && right == expected.end())
+            << std::string(left, std::min(left + 40, actual.end())) << "instead of "
+            << std::string(right, std::min(right + 40, expected.end()));
+    }
 }
 
 } // namespace
