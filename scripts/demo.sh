@@ -57,14 +57,19 @@ run "$tidewatch" las "$out/survey.h5" -o "$out/laz/{time}-{grid}.laz" --verify
 step "6. Export them to PCD, thinned to a point for each half metre"
 run "$tidewatch" pcd "$out/survey.h5" -o "$out/pcd/{time}-{grid}.pcd" --cell-size 0.5
 
-step "7. What the files hold"
+step "7. Export its elevation grids as text, without the cells that nobody surveyed"
+run "$tidewatch" ascii "$out/survey.h5" -o "$out/grids/{time}" --grid elevation --field Height --cell-types 1:3
+
+step "8. What the files hold"
 laz=("$out"/laz/*.laz)
 pcd=("$out"/pcd/*.pcd)
+grd=("$out"/grids/*/*/*.grd)
 run "$tidewatch" info "${laz[0]}"
 run head -n 14 "${pcd[0]}"
+run head -n 6 "${grd[0]}"
 
 step "Done. The files:"
-for file in "$out/survey.h5" "${laz[@]}" "${pcd[@]}"; do
+for file in "$out/survey.h5" "${laz[@]}" "${pcd[@]}" "${grd[@]}"; do
     printf '  %10d bytes  %s\n' "$(stat -c %s "$file")" "$file"
 done
 printf '\nThe program is %s; try %s --help.\n' "$tidewatch" "$tidewatch"
