@@ -15,6 +15,7 @@
 #include <cpl_string.h>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -44,6 +45,22 @@ const std::type_info* elementOf(GDALDataType type) {
 #endif
     return element;
 }
+
+/// A format whose files hold every pixel by itself, uncompressed.
+struct PlainLayout {
+    std::string_view driver;
+    /// The least that a pixel of a band takes; 0 stands for the size of its type.
+    double leastBytes;
+};
+
+constexpr PlainLayout plainLayouts[] = {
+    {"ENVI", 0},     {"PNM", 0},
+    {"BT", 0},       {"GSBG", 0},
+    {"GS7BG", 0},    {"DTED", 0},
+    {"EHdr", 0.125}, // bits may be packed
+    {"AAIGrid", 1},  {"GRASSASCIIGrid", 1},
+    {"GSAG", 1},     {"ZMap", 1},
+};
 
 /// Makes libjpeg's warnings errors, for as long as it lives and for this thread: one of them says that a file
 /// has ended too early, and the pixels that are missing come out grey.
@@ -118,7 +135,7 @@ Description RasterFile::describe() const {
     for (std::size_t band = 0; band < static_cast<std::size_t>(bands); ++band)
         description.bands.push_back(describeBand(band));
     description.blockBytes = requireFittingBlocks();
-    requireWholeEnviFile(description);
+    requireWholeFile(description);
 
     std::array<double, 6> numbers{};
     std::optional<std::array<double, 6>> transform;
@@ -154,19 +171,25 @@ std::uint64_t RasterFile::requireFittingBlocks() const {
     return blockBytes < 0x1p63 ? static_cast<std::uint64_t>(blockBytes) : std::uint64_t{1} << 63U;
 }
 
-/// GDAL's driver takes an ENVI file that ends too early for one whose further pixels are 0.
-void RasterFile::requireWholeEnviFile(const Description& description) const {
-    if (description.driver != "ENVI")
+/// Bounds what a file states by its size where its pixels lie in it plainly: memory is not to be taken for
+/// what cannot be there, and GDAL's driver takes an ENVI file that ends too early for one whose further
+/// pixels are 0.
+void RasterFile::requireWholeFile(const Description& description) const {
+    const auto layout =
+        std::find_if(std::begin(plainLayouts), std::end(plainLayouts),
+                     [&](const PlainLayout& known) { return description.driver == known.driver; });
+    if (layout == std::end(plainLayouts))
         return;
     double stated = 0;
     for (std::size_t number = 0; number < description.bands.size(); ++number)
-        stated += GDALGetDataTypeSizeBytes(GDALGetRasterDataType(bandOf(number)));
+        stated += layout->leastBytes != 0 ? layout->leastBytes
+                                          : GDALGetDataTypeSizeBytes(GDALGetRasterDataType(bandOf(number)));
     stated *= static_cast<double>(width()) * static_cast<double>(height());
     std::error_code error;
     const std::uintmax_t size = std::filesystem::file_size(path_, error);
     if (error || static_cast<double>(size) < stated)
-        fail(fmt::format("ends too early: it has {} bytes, and its header states {:.0f}", error ? 0 : size,
-                         stated));
+        fail(fmt::format("ends too early: it has {} bytes, and what its header states takes {:.0f} at least",
+                         error ? 0 : size, std::ceil(stated)));
 }
 
 Band RasterFile::describeBand(std::size_t number) const {

@@ -82,7 +82,7 @@ private:
     void readBand(std::size_t band, GDALDataType type, std::span<std::byte> pixels, std::size_t pixelSize,
                   const Tick& tick) const;
     [[nodiscard]] std::uint64_t requireFittingBlocks() const;
-    void requireWholeEnviFile(const Description& description) const;
+    void requireWholeFile(const Description& description) const;
     struct Step {
         std::uint64_t rows;
         bool isWholeBlocks;

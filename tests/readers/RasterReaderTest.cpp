@@ -520,6 +520,18 @@ TEST_F(Rasters, SmallFileThatClaimsMoreThanAllMemoryIsRefusedWhenAnArrayIsMade) 
                 HasSubstr("band 1: there is no memory for its 9223372036854775808 bytes"));
 }
 
+TEST_F(Rasters, PlainFileThatStatesMoreThanItHoldsIsRefusedBeforeAnythingIsAllocated) {
+    Support::writeBytes(folder / "a.pgm", "P5\n2 2000000000\n255\nabc");
+    EXPECT_EQ(errorOf([&] { read(folder / "a.pgm"); }),
+              (folder / "a.pgm") + ": ends too early: it has 23 bytes, and what its header states takes "
+                                   "4000000000 at least");
+    Support::writeBytes(folder / "b.hdr", "NROWS 3\nNCOLS 8\nNBANDS 1\nNBITS 1\nBYTEORDER I\nLAYOUT BIL\n");
+    Support::writeBytes(folder / "b.bil", "abc");
+    EXPECT_EQ(values<unsigned char>(read(folder / "b.bil"), "CellType").size(), 24U);
+    Support::writeBytes(folder / "b.bil", "ab");
+    EXPECT_THAT(errorOf([&] { read(folder / "b.bil"); }), HasSubstr("takes 3 at least"));
+}
+
 TEST_F(Rasters, LargeRasterIsReadInPartsWhichAreTicked) {
     constexpr int width = 2500;
     constexpr int height = 4100;

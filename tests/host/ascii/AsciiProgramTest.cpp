@@ -379,6 +379,15 @@ TEST_F(AsciiProgramTest, RealRasterBecomesAGridThatGdalReadsToTheSameValues) {
     EXPECT_EQ(after.values, before.values);
 }
 
+TEST_F(AsciiProgramTest, RealRasterGivesTheSameGridsByWayOfABundleFile) {
+    TIDEWATCH_NEED_SHARED(raster, "autzen-dsm.tif");
+    EXPECT_EQ(ProgramRunner::run(place_.path(), {"bundle", raster, "-o", "dem.h5"}).status, 0);
+    EXPECT_EQ(run({raster, "-o", "direct", "--cell-types", "1", "--precision", "3"}).status, 0);
+    EXPECT_EQ(run({"dem.h5", "-o", "stored", "--cell-types", "1", "--precision", "3"}).status, 0);
+    EXPECT_THAT(tree("direct"), Contains(Pair("Band1/000000.grd", StartsWith("NCOLS 119\nNROWS 57\n"))));
+    EXPECT_EQ(tree("direct"), tree("stored"));
+}
+
 #endif
 
 } // namespace
