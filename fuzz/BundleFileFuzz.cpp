@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reads arbitrary bytes as a bundle file: its structure and every array. Whatever they are, they become a bundle
-// or an Anchor::Error. The checksums of newer files are made to fit first, or hardly any input would get past
-// them; every other input, by its length, keeps those that it has.
+// Reads arbitrary bytes as a bundle file: its structure and every array. Whatever they are, they become a
+// bundle or an Anchor::Error. The checksums of newer files are made to fit first, or hardly any input would
+// get past them; every other input, by its length, keeps those that it has.
 #include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "readers/BundleFileReader.hpp"

@@ -19,8 +19,9 @@ int main(int argc, char** argv) {
         const auto place = [&](const std::string& name) { return (folder / (name + ".h5")).string(); };
         Support::Seeds::written(place("written"));
         Support::Seeds::writtenUniform(place("uniform"));
-        for (const auto& [name, form] : {std::pair("oldest", Form::Oldest), std::pair("version18", Form::Version18),
-                                         std::pair("latest", Form::Latest)}) {
+        for (const auto& [name, form] :
+             {std::pair("oldest", Form::Oldest), std::pair("version18", Form::Version18),
+              std::pair("latest", Form::Latest)}) {
             Support::Seeds::foreign(place(std::string("foreign-") + name), form);
             Support::Seeds::large(place(std::string("large-") + name), form);
         }
