@@ -44,10 +44,6 @@ std::string loadAll(const std::string& path, std::uint64_t most = std::uint64_t{
 
 const std::string skeleton = "/slices/t/grids/g/skeletons/s";
 
-std::string formName(Form form) {
-    return form == Form::Oldest ? "oldest" : form == Form::Version18 ? "version18" : "latest";
-}
-
 class HostileBundleFile : public ::testing::Test {
 protected:
     /// Expects that the file, or one of its arrays, is refused with a message that names the file and says
@@ -881,7 +877,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, MangledBundleFile,
                          ::testing::Combine(::testing::Values(Form::Oldest, Form::Version18, Form::Latest),
                                             ::testing::Range<std::size_t>(0, partCount)),
                          [](const auto& param) {
-                             return formName(std::get<0>(param.param)) +
+                             return Craft::File::nameOf(std::get<0>(param.param)) +
                                     std::to_string(std::get<1>(param.param));
                          });
 
@@ -995,7 +991,7 @@ TEST_P(AttributeWithoutItsData, Text_IsRefused) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, AttributeWithoutItsData,
                          ::testing::Values(Form::Oldest, Form::Version18, Form::Latest),
-                         [](const auto& form) { return formName(form.param); });
+                         [](const auto& form) { return Craft::File::nameOf(form.param); });
 
 TEST_F(HostileBundleFile, IndexOfMoreChunksThanTheFileHas_IsRefused) {
     Support::Seeds::foreign(file_, Form::Latest);

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -24,6 +24,12 @@ inline hid_t need(hid_t id, const char* what) {
 class File {
 public:
     enum class Form { Oldest, Version18, Latest };
+
+    [[nodiscard]] static const char* nameOf(Form form) {
+        return form == Form::Oldest ? "oldest" : form == Form::Version18 ? "version18" : "latest";
+    }
+    /// For the names of tests.
+    friend void PrintTo(Form form, std::ostream* out) { *out << nameOf(form); }
 
     /// A dense file has no space left between its parts.
     explicit File(const std::string& path, Form form = Form::Oldest, bool isDense = false) {

@@ -4,10 +4,9 @@
 #include "support/LazAssembly.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/decodeLas.hpp"
+#include "support/lazPerf.hpp"
 #include "support/sharedData.hpp"
 
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -17,32 +16,11 @@ namespace {
 using Support::LasFileBuilder;
 using Support::LasRecord;
 
-/// Why the other decoder cannot run here; empty where it can.
-std::string missing() {
-    if (std::system("node --version > /dev/null 2>&1") != 0)
-        return "node is not installed";
-    if (!std::filesystem::is_directory(TIDEWATCH_JS_DIR "/node_modules/laz-perf"))
-        return "the package laz-perf is not installed (scripts/setup.sh does it)";
-    return {};
-}
-
 class SecondDecoder : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (const std::string reason = missing(); !reason.empty())
+        if (const std::string reason = Support::lazPerfMissing(); !reason.empty())
             GTEST_SKIP() << reason;
-    }
-
-    /// The raw records of a file as the other decoder gives them.
-    std::string records(const std::string& path) {
-        const std::string out = folder_ / "records.bin";
-        const std::string command = "node '" TIDEWATCH_JS_DIR "/decode.mjs' '" + path + "' '" + out +
-                                    "' > '" + (folder_ / "log") + "' 2>&1";
-        if (std::system(command.c_str()) != 0) {
-            ADD_FAILURE() << Support::readBytes(folder_ / "log");
-            return {};
-        }
-        return Support::readBytes(out);
     }
 
     /// Compares both decoders on a file.
@@ -51,7 +29,7 @@ protected:
         const unsigned format = file.header().pointFormat;
         const std::size_t length = file.header().recordLength;
         const auto ours = Support::decodeLas(path);
-        const std::string theirs = records(path);
+        const std::string theirs = Support::decodeWithLazPerf(path);
         ASSERT_EQ(theirs.size(), ours.size() * length);
         ASSERT_FALSE(ours.empty());
         for (std::size_t i = 0; i < ours.size(); ++i)
