@@ -60,7 +60,7 @@ std::vector<Sheaf::CachedCreator::Made> LasArrayCreator::make() const {
         // The host may have let go of a field meanwhile.
         const auto creator = fragment_->creators[what.fields[i]].lock();
         if (creator && arrays[i])
-            made.push_back({creator.get(), arrays[i]});
+            made.push_back({creator.get(), arrays[i], creator});
     }
     return made;
 }

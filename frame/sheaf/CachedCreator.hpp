@@ -27,6 +27,9 @@ protected:
     struct Made {
         const CachedCreator* creator;
         Anchor::StrongPtr<MemBase> array;
+        /// Keeps another creator alive until its array is in the cache; one that died in between, in another
+        /// thread, would leave it there for good. The creator whose make() this is is held by its caller.
+        Anchor::StrongPtr<const CachedCreator> held = {};
     };
 
     CachedCreator(const std::type_info& elementType, const Extents& extents)

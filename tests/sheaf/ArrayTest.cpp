@@ -11,6 +11,7 @@
 #include <limits>
 #include <set>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -121,6 +122,29 @@ private:
     const Counting* sibling_;
 };
 
+/// Makes the array of another creator along, whose last other holder lets go of it in the meantime.
+class Deserted final : public Sheaf::CachedCreator {
+public:
+    explicit Deserted(Anchor::StrongPtr<Counting>& sibling)
+        : CachedCreator(typeid(PhysicalSpace::point), Sheaf::Extents{1}),
+          sibling_(sibling) {}
+
+protected:
+    [[nodiscard]] std::vector<Made> make() const override {
+        std::vector<Made> all{{this, Sheaf::makeArray(Points(1))}};
+        {
+            const Anchor::StrongPtr<Counting> sibling = sibling_;
+            all.push_back({sibling.get(), Sheaf::makeArray(Points(100)), sibling});
+        }
+        std::thread([this] { sibling_ = nullptr; }).join();
+        return all;
+    }
+    [[nodiscard]] std::uint64_t bytesToMake() const override { return sizeof(PhysicalSpace::point); }
+
+private:
+    Anchor::StrongPtr<Counting>& sibling_;
+};
+
 /// The cache is shared by the whole process; each test gives it back with its usual limit.
 struct CachedCreatorTest : ::testing::Test {
     ~CachedCreatorTest() override { Anchor::Cache::MemCache().setLimit(Anchor::Cache::defaultLimit); }
@@ -157,6 +181,15 @@ TEST_F(CachedCreatorTest, SiblingMadeInTheSamePassIsNotMadeAgain) {
     const auto held = creator.create(false);
     EXPECT_TRUE(sibling.create(false));
     EXPECT_EQ(sibling.made, 0);
+}
+
+TEST_F(CachedCreatorTest, SiblingLetGoOfBeforeItsArrayIsPublishedLeavesNothingInTheCache) {
+    const std::uint64_t before = Anchor::Cache::MemCache().bytesInUse();
+    auto sibling = Anchor::makeStrong<Counting>(Points(100));
+    const Deserted creator(sibling);
+    EXPECT_TRUE(creator.create(false));
+    EXPECT_FALSE(sibling);
+    EXPECT_EQ(Anchor::Cache::MemCache().bytesInUse(), before + sizeof(PhysicalSpace::point));
 }
 
 TEST_F(CachedCreatorTest, EndOfTheCreatorEndsItsEntry) {
