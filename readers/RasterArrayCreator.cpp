@@ -57,9 +57,7 @@ RasterSource::RasterSource(std::string file, ConvLib::ReadOptions readOptions)
 Raster::RasterFile RasterSource::open() const {
     const bool isSameFile = InputFile(path).stamp() == stamp_;
     Raster::RasterFile file(path);
-    const Raster::Description now = file.describe();
-    if (!isSameFile || now.width != description.width || now.height != description.height ||
-        now.bands != description.bands)
+    if (!isSameFile || !file.isAsIn(description))
         throw Anchor::FormatError(fmt::format("{}: has been changed since it was opened", printable(path)));
     return file;
 }

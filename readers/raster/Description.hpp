@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <gdal.h>
 #include <optional>
 #include <string>
 #include <typeinfo>
@@ -35,12 +36,10 @@ struct Placing {
 struct Band {
     /// The type of the elements that the band becomes.
     const std::type_info* element = nullptr;
+    /// GDAL's name for the type of the file's pixels.
+    GDALDataType pixels = GDT_Unknown;
     /// GDAL gives the bytes for unsigned ones, and they are signed.
     bool isSignedByte = false;
-
-    friend bool operator==(const Band& a, const Band& b) {
-        return *a.element == *b.element && a.isSignedByte == b.isSignedByte;
-    }
 };
 
 /// What a raster states about itself.

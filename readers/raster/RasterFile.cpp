@@ -132,6 +132,10 @@ Description RasterFile::describe() const {
     const int bands = GDALGetRasterCount(dataset_.get());
     if (bands < 1)
         fail("holds no band");
+    // GDAL opens a file in a time that is proportional to its bands, and the file is opened for each of them.
+    constexpr int mostBands = 4096;
+    if (bands > mostBands)
+        fail(fmt::format("has {} bands, and no more than {} are read", bands, mostBands));
     for (std::size_t band = 0; band < static_cast<std::size_t>(bands); ++band)
         description.bands.push_back(describeBand(band));
     description.blockBytes = requireFittingBlocks();
@@ -192,6 +196,18 @@ void RasterFile::requireWholeFile(const Description& description) const {
                          error ? 0 : size, std::ceil(stated)));
 }
 
+bool RasterFile::isAsIn(const Description& description) const {
+    const Messages messages;
+    if (width() != description.width || height() != description.height ||
+        static_cast<std::size_t>(GDALGetRasterCount(dataset_.get())) != description.bands.size())
+        return false;
+    for (std::size_t number = 0; number < description.bands.size(); ++number) {
+        if (GDALGetRasterDataType(bandOf(number)) != description.bands[number].pixels)
+            return false;
+    }
+    return true;
+}
+
 Band RasterFile::describeBand(std::size_t number) const {
     const GDALRasterBandH band = bandOf(number);
     const GDALDataType type = GDALGetRasterDataType(band);
@@ -203,9 +219,9 @@ Band RasterFile::describeBand(std::size_t number) const {
         // Before GDAL 3.7 signed bytes are bytes with a remark.
         const char* const remark = GDALGetMetadataItem(band, "PIXELTYPE", "IMAGE_STRUCTURE");
         if (remark != nullptr && EQUAL(remark, "SIGNEDBYTE"))
-            return {&typeid(int), true};
+            return {&typeid(int), type, true};
     }
-    return {element, false};
+    return {element, type, false};
 }
 
 /// The byte that stands for the no-data value of a band of signed bytes where that is below 0. GDAL, which

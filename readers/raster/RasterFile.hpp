@@ -47,8 +47,11 @@ public:
     explicit RasterFile(std::string path);
 
     /// What the file states about itself. Throws Anchor::FormatError for what cannot be a grid: no bands, a
-    /// rotation, complex numbers.
+    /// rotation, complex numbers, thousands of bands.
     [[nodiscard]] Description describe() const;
+
+    /// Whether pixels have the number and the types that an earlier description tells; cheaper than another.
+    [[nodiscard]] bool isAsIn(const Description& description) const;
 
     /// Reads a band, counted from 0, in the file's order of rows and columns. T is the element type that
     /// describe() gives for it, and `values` has room for all of its pixels. Throws Anchor::FormatError.

@@ -282,6 +282,14 @@ TEST_F(Rasters, EveryBandIsAFieldOfItsOwn) {
     EXPECT_EQ(report->kind(), "raster (GTiff), 3 bands");
 }
 
+TEST_F(Rasters, ThousandsOfBandsAreReadAndMoreAreRefused) {
+    { const NewRaster made(folder / "a.tif", 1, 1, 4096, GDT_Byte, {"INTERLEAVE=BAND"}); }
+    EXPECT_THAT(values<unsigned char>(read(folder / "a.tif"), "Band4096"), ElementsAre(0));
+    { const NewRaster made(folder / "b.tif", 1, 1, 4097, GDT_Byte, {"INTERLEAVE=BAND"}); }
+    EXPECT_EQ(errorOf([&] { read(folder / "b.tif"); }),
+              (folder / "b.tif") + ": has 4097 bands, and no more than 4096 are read");
+}
+
 TEST_F(Rasters, WithoutNoDataEveryCellIsValid) {
     EXPECT_THAT(values<unsigned char>(read(makeSmall(folder / "a.tif")), "CellType"),
                 ElementsAre(1, 1, 1, 1, 1, 1));
