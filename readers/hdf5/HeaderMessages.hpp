@@ -34,7 +34,13 @@ struct HeaderStart {
 
 /// A message of an object header, as it stands in a block that outlives it.
 struct HeaderMessage {
-    enum class Type : std::uint8_t { Datatype = 0x03, Link = 0x06, Attribute = 0x0c, Continuation = 0x10 };
+    enum class Type : std::uint8_t {
+        Dataspace = 0x01,
+        Datatype = 0x03,
+        Link = 0x06,
+        Attribute = 0x0c,
+        Continuation = 0x10
+    };
 
     std::uint64_t type = 0; // one of those, or any other
     /// The content stands elsewhere in the file; here is only where.

@@ -107,6 +107,8 @@ std::optional<std::string> MetadataGuard::messagesFault(const HeaderForm& form,
         const auto content = message.content;
         if (message.is(HeaderMessage::Type::Link) && !isLink(content))
             fault = "has a link that cannot be decoded";
+        else if (message.is(HeaderMessage::Type::Dataspace) && !isDataspace(content))
+            fault = "has extents that are cut off or beyond all bounds";
         else if (message.is(HeaderMessage::Type::Datatype) && !isDatatype(content))
             fault = "has a number type that is cut off";
         else if (message.is(HeaderMessage::Type::Attribute) && !isAttribute(content))

@@ -133,12 +133,16 @@ std::optional<std::uint64_t> elementCount(Bytes space) {
     // what they may grow to.
     constexpr std::size_t oldHeadSize = 8;
     constexpr std::size_t headSize = 4;
+    constexpr std::uint64_t mostAxes = 32;
+    constexpr unsigned simple = 1;
     constexpr unsigned none = 2;
-    if (space.size() < headSize)
+    if (space.size() < headSize || space[0] < 1 || space[0] > 2 || space[1] > mostAxes)
         return std::nullopt;
     const bool isOld = space[0] == 1;
     const std::uint64_t axes = space[1];
     const std::uint64_t lists = (space[2] & 1) != 0 ? 2 : 1;
+    if (!isOld && (space[3] > none || (space[3] == simple) != (axes != 0)))
+        return std::nullopt;
     if (!isOld && space[3] == none)
         return 0;
     if (!take(space, isOld ? oldHeadSize : headSize) || space.size() / 8 < axes * lists)
@@ -181,6 +185,10 @@ bool isLink(std::span<const unsigned char> content) {
         return false;
     const std::uint64_t targetSize = littleEndian(content, place, 2);
     return targetSize <= content.size() - place - 2 && (type != soft || targetSize != 0);
+}
+
+bool isDataspace(Bytes content) {
+    return elementCount(content).has_value();
 }
 
 bool isDatatype(Bytes content) {

@@ -9,6 +9,10 @@ namespace Tidewatch::Hdf5 {
 /// section IV.A.2.g).
 [[nodiscard]] bool isLink(std::span<const unsigned char> content);
 
+/// Whether the content of a dataspace message has the extents that it says it has, and their product is below
+/// 2^64 (section IV.A.2.b).
+[[nodiscard]] bool isDataspace(std::span<const unsigned char> content);
+
 /// Whether the content of a datatype message ends where it should, its members and parents included; the
 /// library reads on until it has found all that the type says it has (section IV.A.2.d).
 [[nodiscard]] bool isDatatype(std::span<const unsigned char> content);

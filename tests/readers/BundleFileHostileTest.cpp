@@ -1004,6 +1004,24 @@ TEST_F(HostileBundleFile, IndexOfMoreChunksThanTheFileHas_IsRefused) {
     expectRefused("index of chunks that leads out of the file");
 }
 
+TEST_F(HostileBundleFile, ScalarThatHasExtents_IsRefused) {
+    Support::Seeds::foreign(file_, Form::Latest);
+    std::string bytes = Support::readBytes(file_);
+    std::size_t changed = 0;
+    for (std::size_t place = 0; place + 12 < bytes.size(); ++place) {
+        // Version 2, two axes, flags, extents of the simple kind; the first of them.
+        if (bytes[place] == 2 && bytes[place + 1] == 2 && bytes[place + 3] == 1 &&
+            Support::Detail::numberAt(bytes, place + 4, 8) == 2) {
+            bytes[place + 3] = 0;
+            ++changed;
+        }
+    }
+    ASSERT_GT(changed, 0u);
+    Support::repairChecksums(bytes);
+    Support::writeBytes(file_, bytes);
+    expectRefused("has extents that are cut off or beyond all bounds");
+}
+
 TEST_F(HostileBundleFile, HeaderLargerThanTheFile_IsRefused) {
     Support::Seeds::foreign(file_, Form::Oldest);
     std::string bytes = Support::readBytes(file_);
