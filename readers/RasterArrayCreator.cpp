@@ -110,7 +110,7 @@ std::vector<Sheaf::CachedCreator::Made> RasterArrayCreator::makeTurned(Fill&& fi
     return {{this, Sheaf::makeArray(*extents(), std::move(elements))}};
 }
 
-BandCreator::BandCreator(std::shared_ptr<RasterSource> source, std::size_t band)
+BandCreator::BandCreator(const std::shared_ptr<RasterSource>& source, std::size_t band)
     : RasterArrayCreator(source, *source->description.bands[band].element, fmt::format("band {}", band + 1)),
       band_(band) {}
 

@@ -65,7 +65,7 @@ private:
 class BandCreator final : public RasterArrayCreator {
 public:
     /// `band` counts from 0.
-    BandCreator(std::shared_ptr<RasterSource> source, std::size_t band);
+    BandCreator(const std::shared_ptr<RasterSource>& source, std::size_t band);
     ~BandCreator() override;
 
 protected:

@@ -179,7 +179,7 @@ std::uint64_t RasterFile::requireFittingBlocks() const {
 /// what cannot be there, and GDAL's driver takes an ENVI file that ends too early for one whose further
 /// pixels are 0.
 void RasterFile::requireWholeFile(const Description& description) const {
-    const auto layout =
+    const auto* const layout =
         std::find_if(std::begin(plainLayouts), std::end(plainLayouts),
                      [&](const PlainLayout& known) { return description.driver == known.driver; });
     if (layout == std::end(plainLayouts))
