@@ -48,6 +48,7 @@ public:
 
 private:
     void findFields();
+    void findUntakenFields();
     void findEmptyFiles();
     void findSharedFiles();
     void findLattices();
@@ -90,6 +91,25 @@ void Finder::findFields() {
     }
     for (const auto& [field, reason] : leftOut)
         add("fields", "{} is left out: {}", field, reason);
+    if (settings_.refinementLevel == -1)
+        findUntakenFields();
+}
+
+/// A level that is asked for is a filter; that the highest one stands for it has to be told.
+void Finder::findUntakenFields() {
+    std::set<std::string> taken;
+    std::set<std::string> untaken;
+    for (const AsciiStop& stop : grid_.plan.stops) {
+        if (!stop.isExcluded)
+            (stop.isSelected ? taken : untaken).insert(stop.field);
+    }
+    for (const std::string& field : untaken) {
+        if (!taken.contains(field))
+            add("fields",
+                "{} is left out: it lies on other skeletons than the vertices of the highest level; "
+                "--ref-level -2 takes all",
+                field);
+    }
 }
 
 std::string Finder::whyEmpty(const AsciiStop& stop) const {

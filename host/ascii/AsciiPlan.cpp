@@ -124,7 +124,8 @@ AsciiPlan AsciiPlan::of(const Sheaf::Grid& grid, Selection& selection, const Asc
         const auto extents = at.data->extents();
         plan.stops.push_back({at.id.name(), at.fragment, at.data,
                               extents ? extents->elementCount().value_or(0) : 0, &at.representation,
-                              latticeOf(at), isSelected(at.skeleton), pathOf(at, settings)});
+                              latticeOf(at), isSelected(at.skeleton), at.skeleton.exclusionMark() != 0,
+                              pathOf(at, settings)});
         return true;
     });
     plan.obstacle = whyNothing(plan, settings);

@@ -36,6 +36,8 @@ struct AsciiStop {
     Anchor::StrongPtr<Sheaf::UniformCartesianArray> lattice;
     /// Whether the exporter takes the skeleton; what it does not take is counted and passed over.
     bool isSelected = false;
+    /// Whether the input marks the skeleton as not to be exported.
+    bool isExcluded = false;
     /// Where the file goes, relative to the output folder and without its extension.
     std::filesystem::path path;
 

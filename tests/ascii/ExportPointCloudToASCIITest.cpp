@@ -11,6 +11,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -539,6 +540,22 @@ TEST_F(ASCIIExport, ExporterIsDestroyedThroughTheBase) {
     made->CellTypeFilter.add(1, 2);
     const std::unique_ptr<ConvLib::BasicConverterDefs> base(made);
     EXPECT_THAT(base->printSecondary(), ::testing::StartsWith("\nFilterField: xxx"));
+}
+
+TEST_F(ASCIIExport, HasAWriterForThirteenElementTypes) {
+    std::vector<std::string_view> names;
+    Sheaf::ElementTypes::visitFirst(
+        [&](auto tag) {
+            using T = typename decltype(tag)::type;
+            if (ExportLib::ExportPointCloudToASCII::HasWriter(typeid(T)))
+                names.push_back(Sheaf::elementTypeName(typeid(T)));
+            return false;
+        },
+        [](auto) {});
+    EXPECT_THAT(names,
+                UnorderedElementsAre("point", "vector", "bivector3d", "bivector3f", "rgb8", "float32",
+                                     "float64", "float80", "uint8", "uint16", "int32", "uint32", "uint64"));
+    EXPECT_FALSE(ExportLib::ExportPointCloudToASCII::HasWriter(typeid(std::string)));
 }
 
 } // namespace

@@ -120,6 +120,27 @@ TEST(AsciiWalk, EveryFileIsThatOfItsStop) {
                 ElementsAre("fields: grid \"a\" at time 0: Angle is left out: there is no writer for int8"));
 }
 
+TEST(AsciiLosses, FieldsThatLieOnOtherSkeletonsOnlyAreTold) {
+    const auto build = [](Sheaf::Bundle& bundle, const std::string&) {
+        GridBuilder(bundle, 0, "g", {1})
+            .field("Positions", "", Points{{1, 2, 3}})
+            .skeleton({0})
+            .field("Coarse", "", std::vector<int>{1})
+            .field("Positions", "", Points{{1, 2, 3}})
+            .skeleton({}, 1, 2)
+            .field("Hidden", "", std::vector<int>{1});
+    };
+    EXPECT_THAT(
+        Walked(build).losses(),
+        ElementsAre("fields: grid \"g\" at time 0: Coarse is left out: it lies on other skeletons than the "
+                    "vertices of the highest level; --ref-level -2 takes all"));
+    AsciiSettings settings = defaults;
+    for (const int level : {-2, 1}) {
+        settings.refinementLevel = level;
+        EXPECT_THAT(Walked(build, settings).losses(), IsEmpty()) << level;
+    }
+}
+
 TEST(AsciiLosses, GridThatIsWrittenAsItIsLosesNothing) {
     EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
                     buildLattice(bundle, {500000.5, 4000000.125, 0}, {0.5, 0.5, 1});
