@@ -10,7 +10,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 scripts/setup.sh --build-only --fuzz
 cmake --preset fuzz
-cmake --build --preset fuzz -j "$(nproc)"
+cmake --build --preset fuzz -j "$(nproc)" --target fuzz/all
 
 mkdir -p build/fuzz/findings
 for target in build/fuzz/fuzz/fuzz-*; do

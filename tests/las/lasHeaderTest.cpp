@@ -2,6 +2,7 @@
 #include "las/lasHeader.hpp"
 
 #include <limits>
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,8 @@ struct VersionRow {
     int format;
     int headerSize;
     int recordLength;
+
+    friend void PrintTo(const VersionRow& row, std::ostream* out) { *out << "1." << row.version; }
 };
 
 class LasVersion : public ::testing::TestWithParam<VersionRow> {};

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <ostream>
 #include <random>
 #include <set>
 #include <string>
@@ -217,6 +218,8 @@ struct CloudKind {
     double extentZ;
     double cellSize;
     Strategy preferred;
+
+    friend void PrintTo(const CloudKind& kind, std::ostream* out) { *out << kind.name; }
 };
 
 class ReduceDataStrategy : public testing::TestWithParam<CloudKind> {};

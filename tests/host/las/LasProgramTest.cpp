@@ -526,6 +526,8 @@ struct Run {
     ProgramRunner::Arguments arguments;
     std::vector<std::string> files;
     unsigned minor;
+
+    friend void PrintTo(const Run& run, std::ostream* out) { *out << run.name; }
 };
 
 class AutzenTest : public LasProgramTest, public ::testing::WithParamInterface<Run> {};
