@@ -176,6 +176,13 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     LASwriter& writer = *writer_;
     bool accepted = true;
 
+    // What shares a byte is stored together: one by one, each would wait for the byte that the one before it
+    // stored.
+    unsigned ownReturn = isExtended ? point.extended_return_number : point.return_number;
+    unsigned allReturns = isExtended ? point.extended_number_of_returns : point.number_of_returns;
+    unsigned direction = point.scan_direction_flag;
+    unsigned edge = point.edge_of_flight_line;
+
     if (pointSourceID_ > 0)
         point.point_source_ID = static_cast<U16>(pointSourceID_);
     for (std::size_t i = 0; i < count; ++i) {
@@ -194,25 +201,25 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         if (i < intensity.size())
             point.intensity = intensity[i];
         if (i < returnNumber.size()) {
-            const unsigned number = limited(returnNumber[i]);
-            if (number != 0)
-                ++pointsByReturn_[number - 1];
-            if constexpr (isExtended)
-                point.extended_return_number = number & 0xF;
-            else
-                point.return_number = number & 0x7;
+            ownReturn = limited(returnNumber[i]);
+            if (ownReturn != 0)
+                ++pointsByReturn_[ownReturn - 1];
         }
-        if (i < numberOfReturns.size()) {
-            const unsigned number = limited(numberOfReturns[i]);
-            if constexpr (isExtended)
-                point.extended_number_of_returns = number & 0xF;
-            else
-                point.number_of_returns = number & 0x7;
-        }
+        if (i < numberOfReturns.size())
+            allReturns = limited(numberOfReturns[i]);
         if (i < scanDirectionFlag.size())
-            point.scan_direction_flag = scanDirectionFlag[i] & 1;
+            direction = scanDirectionFlag[i];
         if (i < edgeOfFlightLine.size())
-            point.edge_of_flight_line = edgeOfFlightLine[i] & 1;
+            edge = edgeOfFlightLine[i];
+        if constexpr (isExtended) {
+            point.extended_return_number = ownReturn & 0xF;
+            point.extended_number_of_returns = allReturns & 0xF;
+        } else {
+            point.return_number = ownReturn & 0x7;
+            point.number_of_returns = allReturns & 0x7;
+        }
+        point.scan_direction_flag = direction & 1;
+        point.edge_of_flight_line = edge & 1;
         if (i < scanAngle.size())
             point.extended_scan_angle = scanAngle[i];
         if (i < scanAngleRank.size()) {

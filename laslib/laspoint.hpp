@@ -44,9 +44,12 @@ public:
     F64 gps_time;
     U16 rgb[4];
 
-    /// Bytes behind the fields of the format; null where the records have none.
+    /// Bytes behind the fields of the format; null where the records have none. The memory goes on to a
+    /// multiple of extraBytesStep.
     U8* extra_bytes = nullptr;
     I32 extra_bytes_number = 0;
+
+    static constexpr I32 extraBytesStep = 8;
 
     const LASquantizer* quantizer = nullptr;
     const LASattributer* attributer = nullptr;

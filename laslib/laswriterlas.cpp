@@ -169,6 +169,13 @@ void putColor(LittleEndianWriter& to, const LASpoint& point) {
     to.put(point.rgb[0]).put(point.rgb[1]).put(point.rgb[2]);
 }
 
+/// Copies in steps of a fixed size, which need no call; the last one may reach into the next record.
+void putExtraBytes(char* to, const LASpoint& point) {
+    constexpr I32 step = LASpoint::extraBytesStep;
+    for (I32 i = 0; i < point.extra_bytes_number; i += step)
+        std::memcpy(to + i, point.extra_bytes + i, step);
+}
+
 } // namespace
 
 LASwriterLAS::~LASwriterLAS() {
@@ -239,7 +246,7 @@ BOOL LASwriterLAS::write_point(const LASpoint* point) {
         encoderFailed_ = encoderFailed_ || !encoder_->write(*point);
         return isHealthy();
     }
-    LittleEndianWriter to(file_->reserve(recordLength_));
+    LittleEndianWriter to(file_->reserve(std::size_t{recordLength_} + LASpoint::extraBytesStep));
     if (isExtended(format_)) {
         putPoint14(to, *point);
         if (format_ == 7)
@@ -251,7 +258,7 @@ BOOL LASwriterLAS::write_point(const LASpoint* point) {
         if (format_ >= 2)
             putColor(to, *point);
     }
-    to.put(std::span<const U8>(point->extra_bytes, static_cast<std::size_t>(point->extra_bytes_number)));
+    putExtraBytes(to.position(), *point);
     file_->advance(recordLength_);
     return isHealthy();
 }
