@@ -62,4 +62,13 @@ public:
     ScopedReader& operator=(const ScopedReader&) = delete;
 };
 
+/// Inputs that a function builds; a file for them is made in the folder.
+inline Inputs readBuilt(const Support::TemporaryFolder& folder, BuildingReader::Build build) {
+    Support::writeBytes(folder / "input", "x");
+    const ScopedReader reader(std::move(build));
+    InputOptions options;
+    options.files = {folder / "input"};
+    return Inputs(options, {});
+}
+
 } // namespace Tidewatch

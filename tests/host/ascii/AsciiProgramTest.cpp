@@ -2,10 +2,8 @@
 //
 // `tidewatch ascii` from outside. Where GDAL is there, it reads the grids back.
 #include "ascii/AsciiBundle.hpp"
-#include "host/ProgramRunner.hpp"
+#include "host/ProgramFixture.hpp"
 #include "host/report/Json.hpp"
-#include "readers/BundleFileWriter.hpp"
-#include "support/sharedData.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -42,15 +40,10 @@ using ::testing::Not;
 using ::testing::Pair;
 using ::testing::StartsWith;
 
-class AsciiProgramTest : public ::testing::Test {
+class AsciiProgramTest : public ProgramFixture {
 protected:
-    ProgramResult run(ProgramRunner::Arguments arguments) const {
-        arguments.insert(arguments.begin(), "ascii");
-        return ProgramRunner::run(place_.path(), arguments);
-    }
-    void write(const std::string& name, const Anchor::StrongPtr<Sheaf::Bundle>& bundle) const {
-        writeBundleFile(*bundle, place_ / name, {});
-    }
+    AsciiProgramTest() : ProgramFixture({"ascii"}) {}
+
     /// A cloud of two points and a grid of three cells.
     void writeSmall() const {
         const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
@@ -66,8 +59,6 @@ protected:
     [[nodiscard]] std::map<std::string, std::string> tree(const std::string& folder) const {
         return Support::treeOf(place_.path() / folder);
     }
-
-    Support::TemporaryFolder place_;
 };
 
 const std::string header =
@@ -315,11 +306,6 @@ TEST_F(AsciiProgramTest, TimesAndGridsGetFoldersOfTheirOwn) {
                             "elevation-6/Height/east.grd", "elevation-6/Height/west.grd"));
     EXPECT_THAT(result.err, Not(HasSubstr("overwrote")));
 }
-
-#define TIDEWATCH_NEED_SHARED(VARIABLE, NAME)                                                                \
-    const std::string VARIABLE = Support::sharedData(NAME);                                                  \
-    if (VARIABLE.empty())                                                                                    \
-    GTEST_SKIP() << "the sample file " << NAME << " is absent"
 
 TEST_F(AsciiProgramTest, RealCloudIsATextFileForEachFieldThatHasAWriter) {
     TIDEWATCH_NEED_SHARED(cloud, "autzen_trim.laz");

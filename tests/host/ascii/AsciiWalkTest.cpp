@@ -31,7 +31,7 @@ class Walked {
 public:
     explicit Walked(BuildingReader::Build build, AsciiSettings settings = defaults)
         : settings_(std::move(settings)),
-          inputs_(read(std::move(build))),
+          inputs_(readBuilt(inputFolder_, std::move(build))),
           selection_(Filters{}),
           bar_(Anchor::makeStrong<ProgressBar>(ProgressWish::Never, messages_)),
           walk_({}, inputs_, selection_, settings_, bar_),
@@ -67,14 +67,6 @@ public:
     }
 
 private:
-    Inputs read(BuildingReader::Build build) {
-        Support::writeBytes(inputFolder_ / "input", "x");
-        const ScopedReader reader(std::move(build));
-        InputOptions options;
-        options.files = {inputFolder_ / "input"};
-        return Inputs(options, {});
-    }
-
     Support::TemporaryFolder folder_;
     Support::TemporaryFolder inputFolder_;
     Support::ConsoleCapture console_;

@@ -22,7 +22,7 @@ class WalkedLas {
 public:
     explicit WalkedLas(BuildingReader::Build build, LasSettings settings = {}, Filters filters = {})
         : settings_(completed(std::move(settings))),
-          inputs_(read(std::move(build))),
+          inputs_(readBuilt(folder_, std::move(build))),
           selection_(filters),
           bar_(Anchor::makeStrong<ProgressBar>(ProgressWish::Never, messages_)),
           walk_({}, inputs_, selection_, settings_, 2, bar_),
@@ -54,13 +54,6 @@ private:
     static LasSettings completed(LasSettings settings) {
         settings.renames.merge(ExportLib::ExportPointCloudToLas::DefaultRenameMap());
         return settings;
-    }
-    Inputs read(BuildingReader::Build build) {
-        Support::writeBytes(folder_ / "input", "x");
-        const ScopedReader reader(std::move(build));
-        InputOptions options;
-        options.files = {folder_ / "input"};
-        return Inputs(options, {});
     }
 
     LasSettings settings_;

@@ -24,7 +24,7 @@ using Support::Points;
 class Walked {
 public:
     explicit Walked(BuildingReader::Build build, int refinementLevel = -1, Filters filters = {})
-        : inputs_(read(std::move(build))),
+        : inputs_(readBuilt(folder_, std::move(build))),
           selection_(filters),
           bar_(Anchor::makeStrong<ProgressBar>(ProgressWish::Never, messages_)),
           walk_({}, inputs_, selection_, refinementLevel, bar_),
@@ -48,14 +48,6 @@ public:
     }
 
 private:
-    Inputs read(BuildingReader::Build build) {
-        Support::writeBytes(folder_ / "input", "x");
-        const ScopedReader reader(std::move(build));
-        InputOptions options;
-        options.files = {folder_ / "input"};
-        return Inputs(options, {});
-    }
-
     Support::TemporaryFolder folder_;
     Messages messages_{Messages::Loudness::Quiet};
     Inputs inputs_;
