@@ -49,9 +49,10 @@ public:
         return makeDirectory(root_);
     }
 
-    void exportGrid(const std::string& name, const Sheaf::Grid& grid) {
+    void exportGrid(double time, const std::string& name, const Sheaf::Grid& grid) {
         if (!exporter_.UseThisGrid(name))
             return;
+        exporter_.takeUpGrid(time, name);
         const auto reference = grid.findHighestHomogenousVertexRefinement(100000000);
         if (!reference)
             return;
@@ -200,7 +201,7 @@ bool ExportPointCloudToASCII::Run() {
         slice->accessSlice();
         for (const auto& [name, weakGrid] : slice->grids()) {
             if (const auto grid = weakGrid.lock())
-                walk.exportGrid(name, *grid);
+                walk.exportGrid(time, name, *grid);
         }
     }
     return true;

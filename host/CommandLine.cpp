@@ -3,15 +3,16 @@
 
 #include "host/options/HelpFormat.hpp"
 #include "host/options/OptionValues.hpp"
-#include "host/options/UsageError.hpp"
+#include "library/report/UsageError.hpp"
 #include "host/options/addOption.hpp"
 #include "host/options/commonOptions.hpp"
 #include "host/report/StandardOutput.hpp"
-#include "host/report/Wording.hpp"
+#include "library/report/Wording.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <set>
 #include <utility>
@@ -58,66 +59,68 @@ std::optional<std::pair<std::string, std::string>> renaming(const std::string& t
     return entry;
 }
 
-void addLas(CLI::App& program, LasRequest& request) {
+CLI::App* addLas(CLI::App& program, LasRequest& request) {
     CLI::App& app = *program.add_subcommand("las", "write LAS or LAZ files: points with all attributes");
     const std::string group = "LAS";
-    addValue(app, "--las-version", "VERSION", lasVersion, request.version,
-             fmt::format("1.2, 1.3 or 1.4 (default 1.{})", request.version))
+    addValue(app, "--las-version", "VERSION", lasVersion, request.options.version,
+             fmt::format("1.2, 1.3 or 1.4 (default 1.{})", request.options.version))
         ->group(group);
-    app.add_flag("--tiles", request.tiles, "a file for each fragment, its name behind OUTPUT's")
+    app.add_flag("--tiles", request.options.tiles, "a file for each fragment, its name behind OUTPUT's")
         ->group(group);
-    app.add_flag("--uncompressed", request.uncompressed, "LAS, as an OUTPUT that ends in .las also asks for")
+    app.add_flag("--uncompressed", request.options.uncompressed, "LAS, as an OUTPUT that ends in .las also asks for")
         ->group(group);
-    addValue(app, "--day", "N", parseNumber<int>, request.day,
-             fmt::format("day of the year of the header (default {})", request.day))
+    addValue(app, "--day", "N", parseNumber<int>, request.options.day,
+             fmt::format("day of the year of the header (default {})", request.options.day))
         ->group(group);
-    addValue(app, "--year", "N", parseNumber<int>, request.year,
-             fmt::format("year of the header (default {})", request.year))
+    addValue(app, "--year", "N", parseNumber<int>, request.options.year,
+             fmt::format("year of the header (default {})", request.options.year))
         ->group(group);
-    addValue(app, "--point-source-id", "N", pointSourceID, request.pointSourceID,
+    addValue(app, "--point-source-id", "N", pointSourceID, request.options.pointSourceID,
              "0 to 65535: given to every point; 0 leaves points their own (default 0)")
         ->group(group);
     addRepeatable(
         app, "--rename", "FIELD=ATTRIBUTE", renaming,
-        [&](const auto& entry) { request.renames[entry.first] = entry.second; },
+        [&](const auto& entry) { request.options.renames[entry.first] = entry.second; },
         "store a field as a LAS attribute (repeatable)")
         ->group(group);
-    app.add_flag("--verify", request.verify, "decode every file and compare it before it is put in place")
+    app.add_flag("--verify", request.options.verify, "decode every file and compare it before it is put in place")
         ->group(group);
-    addFileExport(app, request.common);
+    addFileExport(app, request, request.options);
     finish(app, "Attributes: " + joined(attributeNames()) +
                     ".\n\n"
                     "Examples:\n"
                     "  tidewatch las tides.h5 -o 'out/{grid}-{time}.laz' --verify\n"
                     "  tidewatch las survey.laz -o survey.las --las-version 1.2 --rename Echo=UserData");
+    return &app;
 }
 
-void addPcd(CLI::App& program, PcdRequest& request) {
+CLI::App* addPcd(CLI::App& program, PcdRequest& request) {
     CLI::App& app =
         *program.add_subcommand("pcd", "write a PCD file: points, thinned to one a cell, with intensities");
     const std::string group = "PCD";
-    addValue(app, "--ref-level", "N", parseNumber<int>, request.refinementLevel,
-             fmt::format("refinement level; -1 is the highest (default {})", request.refinementLevel))
+    addValue(app, "--ref-level", "N", parseNumber<int>, request.options.refinementLevel,
+             fmt::format("refinement level; -1 is the highest (default {})", request.options.refinementLevel))
         ->group(group);
-    addValue(app, "--precision", "N", parseNumber<int>, request.precision,
-             fmt::format("significant digits (default {})", request.precision))
+    addValue(app, "--precision", "N", parseNumber<int>, request.options.precision,
+             fmt::format("significant digits (default {})", request.options.precision))
         ->group(group);
-    addValue(app, "--cell-size", "X", finiteNumber, request.cellSize,
-             fmt::format("edge length of a cell (default {})", shortestText(request.cellSize)))
+    addValue(app, "--cell-size", "X", finiteNumber, request.options.cellSize,
+             fmt::format("edge length of a cell (default {})", shortestText(request.options.cellSize)))
         ->group(group);
-    app.add_flag("--exact-counts", request.exactCounts, "WIDTH and POINTS count the lines that follow")
+    app.add_flag("--exact-counts", request.options.exactCounts, "WIDTH and POINTS count the lines that follow")
         ->group(group);
-    addFileExport(app, request.common);
+    addFileExport(app, request, request.options);
     finish(app, "Examples:\n"
                 "  tidewatch pcd survey.laz -o survey.pcd --cell-size 0.5\n"
                 "  tidewatch pcd tides.h5 -o 'out/{grid}-{time}.pcd' --time 0:6 --grid 'dune*'");
+    return &app;
 }
 
-void addAscii(CLI::App& program, AsciiRequest& request) {
+CLI::App* addAscii(CLI::App& program, AsciiRequest& request) {
     CLI::App& app = *program.add_subcommand(
         "ascii", "write text: XYZ files and value lists (.asc), ESRI ASCII grids (.grd)");
     const std::string group = "ASCII";
-    AsciiSettings& settings = request.settings;
+    AsciiSettings& settings = request.options.settings;
     addValue(
         app, "--ref-level", "N", parseNumber<int>, settings.refinementLevel,
         fmt::format("refinement level; -1 is the highest, -2 all (default {})", settings.refinementLevel))
@@ -132,16 +135,17 @@ void addAscii(CLI::App& program, AsciiRequest& request) {
     addValue(app, "--filter-field", "NAME", anyText, settings.filterField,
              fmt::format("the field of cell types (default {})", settings.filterField))
         ->group(group);
-    addValue(app, "--cell-types", "A:B,C,...", parseRanges, request.cellTypes,
+    addValue(app, "--cell-types", "A:B,C,...", parseRanges, request.options.cellTypes,
              "write the values of cells of these types; others become\nno-data cells (default all)")
         ->group(group);
-    addFolderExport(app, request.common);
+    addFolderExport(app, request, request.options);
     finish(app, "Examples:\n"
                 "  tidewatch ascii dem.tif -o grids --cell-types 1\n"
                 "  tidewatch ascii tides.h5 -o 'out/{grid}-{time}' --ref-level -2 --precision 3");
+    return &app;
 }
 
-void addInfo(CLI::App& program, InfoRequest& request) {
+CLI::App* addInfo(CLI::App& program, InfoRequest& request) {
     CLI::App& app = *program.add_subcommand(
         "info", "tell what the inputs hold: slices, grids, skeletons, fields, fragments");
     addInputs(app, request.inputs);
@@ -149,18 +153,20 @@ void addInfo(CLI::App& program, InfoRequest& request) {
         ->group("Inputs");
     addReport(app, request.report, "the answer as JSON");
     finish(app, "Example:\n  tidewatch info survey.laz tides.h5");
+    return &app;
 }
 
-void addBundle(CLI::App& program, BundleRequest& request) {
+CLI::App* addBundle(CLI::App& program, BundleRequest& request) {
     CLI::App& app = *program.add_subcommand("bundle", "write the inputs as one bundle file");
     addBundleFile(app, request.output, request.overwrite);
     addStrict(app, request.strict);
     addInputs(app, request.inputs);
     addReport(app, request.report);
     finish(app, "Example:\n  tidewatch bundle morning.laz --slice-time 6 -o morning.h5");
+    return &app;
 }
 
-void addSample(CLI::App& program, SampleRequest& request) {
+CLI::App* addSample(CLI::App& program, SampleRequest& request) {
     CLI::App& app = *program.add_subcommand("sample", "write a synthetic coastal survey as a bundle file");
     const std::string group = "Survey";
     addValue(app, "--points", "N", positiveCount, request.survey.points,
@@ -172,7 +178,26 @@ void addSample(CLI::App& program, SampleRequest& request) {
     addBundleFile(app, request.output, request.overwrite);
     addReport(app, request.report);
     finish(app, "Example:\n  tidewatch sample --points 100000 -o tides.h5");
+    return &app;
 }
+
+/// A command of the program: its options, and the request that they fill.
+struct Command {
+    std::unique_ptr<Request> request;
+    CLI::App* app;
+};
+
+template <class R, CLI::App* (*add)(CLI::App&, R&)>
+Command makeCommand(CLI::App& program) {
+    auto request = std::make_unique<Request>(R());
+    CLI::App* const app = add(program, std::get<R>(*request));
+    return {std::move(request), app};
+}
+
+/// The commands in the order of the help; a new one is a row here and an alternative of Request.
+constexpr Command (*commandTable[])(CLI::App&) = {
+    makeCommand<LasRequest, addLas>,   makeCommand<PcdRequest, addPcd>,       makeCommand<AsciiRequest, addAscii>,
+    makeCommand<InfoRequest, addInfo>, makeCommand<BundleRequest, addBundle>, makeCommand<SampleRequest, addSample>};
 
 /// Insertions, deletions, replacements and swaps of neighbours that lead from one word to the other.
 std::size_t editDistance(std::string_view a, std::string_view b) {
@@ -223,18 +248,9 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     program.footer("'tidewatch COMMAND --help' tells the options of a command.\n\n"
                    "Exit status: 0 done; 1 failed; 2 wrong usage; 130 interrupted.");
 
-    LasRequest las;
-    PcdRequest pcd;
-    AsciiRequest ascii;
-    InfoRequest info;
-    BundleRequest bundle;
-    SampleRequest sample;
-    addLas(program, las);
-    addPcd(program, pcd);
-    addAscii(program, ascii);
-    addInfo(program, info);
-    addBundle(program, bundle);
-    addSample(program, sample);
+    std::vector<Command> commands;
+    for (const auto make : commandTable)
+        commands.push_back(make(program));
 
     if (arguments.empty())
         throw UsageError("a command is missing; 'tidewatch --help' lists them");
@@ -257,22 +273,13 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     } catch (const CLI::CallForVersion& version) {
         return TextRequest{version.what() + std::string("\n")};
     } catch (const CLI::ParseError& error) {
-        const auto commands = program.get_subcommands();
+        const auto asked = program.get_subcommands();
         throw UsageError(fmt::format("{}\nTry 'tidewatch {}--help'.", error.what(),
-                                     commands.empty() ? "" : commands.front()->get_name() + " "));
+                                     asked.empty() ? "" : asked.front()->get_name() + " "));
     }
-    const std::string name = program.get_subcommands().front()->get_name();
-    if (name == "las")
-        return las;
-    if (name == "pcd")
-        return pcd;
-    if (name == "ascii")
-        return ascii;
-    if (name == "info")
-        return info;
-    if (name == "bundle")
-        return bundle;
-    return sample;
+    const auto asked = std::find_if(commands.begin(), commands.end(),
+                                    [](const Command& command) { return command.app->parsed(); });
+    return std::move(*asked->request);
 }
 
 } // namespace Tidewatch

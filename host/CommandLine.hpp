@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "host/ascii/AsciiCommand.hpp"
 #include "host/bundle/BundleCommand.hpp"
+#include "host/export/ExportCommand.hpp"
 #include "host/info/InfoCommand.hpp"
-#include "host/las/LasCommand.hpp"
-#include "host/pcd/PcdCommand.hpp"
 #include "host/sample/SampleCommand.hpp"
 
 #include <span>

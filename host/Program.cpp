@@ -4,7 +4,7 @@
 #include "anchor/Error.hpp"
 #include "host/CommandLine.hpp"
 #include "host/Interruption.hpp"
-#include "host/options/UsageError.hpp"
+#include "library/report/UsageError.hpp"
 #include "host/report/StandardOutput.hpp"
 #include "readers/registerReaders.hpp"
 

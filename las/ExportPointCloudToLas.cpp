@@ -52,6 +52,8 @@ public:
     bool run();
 
 private:
+    void expandBounds();
+    void announce(std::string_view field, const Fragment& fragment, const Sheaf::CreativeArrayBase& data) const;
     bool mayGoOn(std::uint64_t write, std::uint64_t count);
     bool exportFragment(const Fragment& fragment);
     [[nodiscard]] std::string fileName(const std::string& suffix) const;
@@ -79,7 +81,7 @@ bool GridStep::run() {
     if (!positions_)
         return true;
     const std::vector<Fragment> fragments = positions_->getFragmentIDs();
-    Sheaf::expandBoundingBox(*positions_, *bounds_);
+    expandBounds();
     std::uint64_t write = 1;
     for (const Fragment& fragment : fragments) {
         // A refusal costs this fragment only: the next one asks again.
@@ -89,6 +91,23 @@ bool GridStep::run() {
             return false;
     }
     return true;
+}
+
+/// The box of the whole field, which needs all of its arrays.
+void GridStep::expandBounds() {
+    positions_->forEachFragment([&](const Fragment& fragment, const Sheaf::Field::Creator& data) {
+        exporter_.askWhetherToStop();
+        announce("Positions", fragment, *data);
+        Sheaf::ExpandBBox(*bounds_, *data, true);
+        return true;
+    });
+}
+
+void GridStep::announce(std::string_view field, const Fragment& fragment,
+                        const Sheaf::CreativeArrayBase& data) const {
+    if (exporter_.Observer())
+        exporter_.Observer()->fragmentBegins(field, fragment ? std::string_view(fragment->name()) : std::string_view(),
+                                             pointCount(data));
 }
 
 bool GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {
@@ -103,6 +122,8 @@ bool GridStep::exportFragment(const Fragment& fragment) {
     const auto creator = positions_->getCreator(fragment);
     if (!creator)
         return true;
+    exporter_.askWhetherToStop();
+    announce("", fragment, *creator);
     // Held until the slots have it, so that the cache does not drop it in between.
     auto data = creator->create(false);
     if (Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data))
@@ -199,7 +220,10 @@ bool ExportPointCloudToLas::Run() {
         slice->accessSlice();
         for (const auto& [name, weakGrid] : slice->grids()) {
             const auto grid = weakGrid.lock();
-            if (grid && UseThisGrid(name) && !GridStep(*this, report, grid).run())
+            if (!grid || !UseThisGrid(name))
+                continue;
+            takeUpGrid(time, name);
+            if (!GridStep(*this, report, grid).run())
                 break;
         }
     }

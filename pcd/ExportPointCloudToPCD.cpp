@@ -46,6 +46,12 @@ public:
     bool apply(const Sheaf::Skeleton& skeleton, const std::string& fieldName,
                const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& data) override {
         if (isSelected(skeleton) && exporter_.UseThisField(fieldName)) {
+            exporter_.askWhetherToStop();
+            if (exporter_.Observer()) {
+                const auto extents = data->extents();
+                exporter_.Observer()->fragmentBegins(fieldName, {},
+                                                     extents ? extents->elementCount().value_or(0) : 0);
+            }
             if (fieldName == "Positions")
                 captureArray(cloud_.positions, data);
             else if (fieldName == "Intensity")
@@ -139,15 +145,16 @@ bool ExportPointCloudToPCD::Run() {
         slice->accessSlice();
         for (const auto& [name, weakGrid] : slice->grids()) {
             if (const auto grid = weakGrid.lock())
-                exportGrid(name, *grid);
+                exportGrid(time, name, *grid);
         }
     }
     return true;
 }
 
-void ExportPointCloudToPCD::exportGrid(const std::string& name, const Sheaf::Grid& grid) {
+void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, const Sheaf::Grid& grid) {
     if (!UseThisGrid(name))
         return;
+    takeUpGrid(time, name);
     const auto skeleton = grid.findHighestHomogenousVertexRefinement(100000000);
     if (!skeleton)
         return;

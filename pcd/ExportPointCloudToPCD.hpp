@@ -38,7 +38,7 @@ public:
     bool ExactCounts = false;
 
 private:
-    void exportGrid(const std::string& name, const Sheaf::Grid& grid);
+    void exportGrid(double time, const std::string& name, const Sheaf::Grid& grid);
 };
 
 } // namespace ExportLib

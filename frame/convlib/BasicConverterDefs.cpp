@@ -14,6 +14,11 @@ namespace ConvLib {
 
 struct BasicConverterDefs::Own {
     bool flushLines = true;
+    Anchor::StrongPtr<RunObserver> observer;
+    std::function<void()> stopQuestion;
+    // The grid at hand.
+    double time = 0;
+    std::string grid;
     std::vector<WrittenFile> writtenFiles;
     std::vector<std::string> inputFiles;
     ReadOptions readOptions;
@@ -122,6 +127,30 @@ void BasicConverterDefs::setFlushLines(bool flush) noexcept {
     own_->flushLines = flush;
 }
 
+const Anchor::StrongPtr<RunObserver>& BasicConverterDefs::Observer() const noexcept {
+    return own_->observer;
+}
+
+void BasicConverterDefs::setObserver(Anchor::StrongPtr<RunObserver> observer) noexcept {
+    own_->observer = std::move(observer);
+}
+
+void BasicConverterDefs::setStopQuestion(std::function<void()> mayGoOn) noexcept {
+    own_->stopQuestion = std::move(mayGoOn);
+}
+
+void BasicConverterDefs::askWhetherToStop() const {
+    if (own_->stopQuestion)
+        own_->stopQuestion();
+}
+
+void BasicConverterDefs::takeUpGrid(double time, const std::string& grid) {
+    own_->time = time;
+    own_->grid = grid;
+    if (own_->observer)
+        own_->observer->gridBegins(time, grid);
+}
+
 const std::vector<WrittenFile>& BasicConverterDefs::writtenFiles() const noexcept {
     return own_->writtenFiles;
 }
@@ -136,6 +165,8 @@ std::span<const Anchor::StrongPtr<InputReport>> BasicConverterDefs::inputReports
 }
 
 void BasicConverterDefs::recordWrittenFile(WrittenFile file) {
+    file.time = own_->time;
+    file.grid = own_->grid;
     own_->writtenFiles.push_back(std::move(file));
 }
 

@@ -6,9 +6,12 @@
 #include "anchor/WeakPtr.hpp"
 #include "convlib/InputReport.hpp"
 #include "convlib/ReadOptions.hpp"
+#include "convlib/RunObserver.hpp"
 #include "convlib/WrittenFile.hpp"
 #include "sheaf/Bundle.hpp"
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -86,6 +89,23 @@ public:
     [[nodiscard]] bool FlushLines() const noexcept;
     void setFlushLines(bool flush) noexcept;
 
+    /// Follows the run; null unless set. See RunObserver.
+    [[nodiscard]] const Anchor::StrongPtr<RunObserver>& Observer() const noexcept;
+    void setObserver(Anchor::StrongPtr<RunObserver> observer) noexcept;
+
+    /// Asked often while Run() works, at least every stopInterval points, lines or cells: a host that wants to stop
+    /// throws, and what it throws passes through Run(). Empty unless set. Unlike Progress it tells nothing and is
+    /// asked in the middle of a file, too.
+    void setStopQuestion(std::function<void()> mayGoOn) noexcept;
+    static constexpr std::size_t stopInterval = 65536;
+
+    /// For exporters: asks the stop question.
+    void askWhetherToStop() const;
+
+    /// For exporters: a grid that the filters let pass is taken up. The observer is told, and the records of files
+    /// written from now on name the grid.
+    void takeUpGrid(double time, const std::string& grid);
+
     /// One record per output file, in the order of writing.
     [[nodiscard]] const std::vector<WrittenFile>& writtenFiles() const noexcept;
 
@@ -100,7 +120,7 @@ protected:
     BasicConverterDefs(const BasicConverterDefs&) = delete;
     BasicConverterDefs& operator=(const BasicConverterDefs&) = delete;
 
-    /// For exporters: appends the record of a file that has been written.
+    /// For exporters: appends the record of a file that has been written for the grid at hand.
     void recordWrittenFile(WrittenFile file);
 
 private:

@@ -153,4 +153,14 @@ bool globMatches(std::string_view glob, std::string_view name) noexcept {
     return true;
 }
 
+std::string globOf(std::string_view name) {
+    std::string glob;
+    for (const char c : name) {
+        if (std::string_view("*?[\\").find(c) != std::string_view::npos)
+            glob += '\\';
+        glob += c;
+    }
+    return glob;
+}
+
 } // namespace ConvLib

@@ -3,6 +3,7 @@
 
 #include "anchor/Visibility.hpp"
 
+#include <string>
 #include <string_view>
 
 namespace ConvLib {
@@ -16,5 +17,8 @@ namespace ConvLib {
 /// character that only the same byte matches. Throws nothing; at worst the time grows with the product of both
 /// lengths.
 [[nodiscard]] TIDEWATCH_API bool globMatches(std::string_view glob, std::string_view name) noexcept;
+
+/// A glob that matches this name and no other.
+[[nodiscard]] TIDEWATCH_API std::string globOf(std::string_view name);
 
 } // namespace ConvLib

@@ -17,6 +17,9 @@ struct WrittenFile {
     std::uint64_t items = 0;
     /// Whether the stream failed at opening, writing or closing.
     bool failed = false;
+    /// The grid that it was written for, and the time of its slice.
+    double time = 0;
+    std::string grid = {};
 };
 
 } // namespace ConvLib

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "host/input/Inputs.hpp"
+#include "library/input/Inputs.hpp"
 #include "host/report/Report.hpp"
 
 #include <string>

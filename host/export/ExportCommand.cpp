@@ -1,28 +1,36 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/export/ExportCommand.hpp"
 
+#include <utility>
+
 namespace Tidewatch {
 
-namespace fs = std::filesystem;
+int runExport(std::string command, const ExportRequest& request, ExportOptions options,
+              std::unique_ptr<const ExportFormat> format) {
+    Report report(request.report, std::move(command));
+    if (request.printParameters)
+        options.showSettings = [&](const std::string& settings) { report.messages().line(settings); };
+    const Inputs inputs(request.inputs, report.bar());
+    const bool isStrict = options.strict;
+    Export job(inputs, std::move(options), std::move(format), report.bar());
+    const ExportReport& done = job.write();
 
-fs::path ExportCommand::exporterOutput(const RunScope& scope) const {
-    if (fillsFolder())
-        return {};
-    fs::path name = fs::path(scope.output).filename();
-    if (!name.has_extension())
-        name += extension();
-    return name;
-}
-
-fs::path ExportCommand::placeOf(const RunScope& scope, const fs::path& written) const {
-    const fs::path output = scope.output;
-    if (fillsFolder())
-        return output / written;
-    return written == exporterOutput(scope) ? output : output.parent_path() / written;
-}
-
-std::vector<fs::path> ExportCommand::expectedFiles(const Context& /*context*/, const RunScope& scope) const {
-    return {scope.output};
+    for (const std::string& note : done.notes)
+        report.messages().warning(note);
+    for (const std::string& error : done.errors)
+        report.messages().error(error);
+    if (!done.completed) {
+        report.messages().error("the export failed; nothing was put in place");
+        return 1;
+    }
+    if (done.files.empty()) {
+        report.messages().error("nothing was written: " + done.whyNothing);
+        return 1;
+    }
+    if (!report.acceptLosses(done.losses, isStrict))
+        return 1;
+    report.printSummary(job.place());
+    return done.errors.empty() ? 0 : 1;
 }
 
 } // namespace Tidewatch

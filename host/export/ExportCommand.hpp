@@ -1,110 +1,46 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "anchor/StrongPtr.hpp"
-#include "convlib/BasicConverterDefs.hpp"
-#include "host/export/RunWatch.hpp"
-#include "host/input/Filters.hpp"
-#include "host/input/Inputs.hpp"
-#include "host/report/Losses.hpp"
-#include "host/report/ProgressBar.hpp"
+#include "host/report/Report.hpp"
+#include "library/ascii/exportAscii.hpp"
+#include "library/input/Inputs.hpp"
+#include "library/las/exportLas.hpp"
+#include "library/pcd/exportPcd.hpp"
 
-#include <cstddef>
-#include <filesystem>
 #include <memory>
 #include <string>
-#include <string_view>
-#include <vector>
 
 namespace Tidewatch {
 
-/// A file that an exporter wrote, before it is put in place.
-struct FinishedFile {
-    /// Where it lies.
-    const std::filesystem::path& path;
-    /// Where it is to go.
-    const std::filesystem::path& target;
-    /// What the exporter says of it, and the place of that in its record.
-    const ConvLib::WrittenFile& record;
-    std::size_t number;
-    /// The last grid that was written to it.
-    const RunWatch::Visit& visit;
+/// What all export commands ask for beside the options of the export itself.
+struct ExportRequest {
+    InputOptions inputs;
+    bool printParameters = false;
+    ReportOptions report;
 };
 
-/// One run of an exporter, with what the command knows of it.
-class ExportRun {
-public:
-    virtual ~ExportRun() = default;
+/// Runs an export, tells what it did, and puts its files in place. Gives the exit status: 0, or 1 when the exporter
+/// recorded an error, nothing was written or a loss was refused. Throws Anchor::Error when an input cannot be read or a
+/// file cannot be written, and Interrupted; then nothing has been put in place unless the message says otherwise.
+[[nodiscard]] int runExport(std::string command, const ExportRequest& request, ExportOptions options,
+                            std::unique_ptr<const ExportFormat> format);
 
-    /// The exporter with its own settings; the common ones are set by whoever runs it, and the progress
-    /// object where there is none yet.
-    [[nodiscard]] virtual ConvLib::BasicConverterDefs& exporter() = 0;
-    [[nodiscard]] virtual RunWatch& watch() = 0;
-
-    /// Settings that the exporter's own print-out leaves out, in its form; empty where it tells all.
-    [[nodiscard]] virtual std::string moreSettings() const = 0;
-
-    /// After the run: why a grid that was taken up became no file.
-    [[nodiscard]] virtual std::string whySkipped(const RunWatch::Visit& visit) const = 0;
-
-    /// After the run: looks at a file, as far as the command can tell what it should be like. Throws
-    /// Anchor::Error where it is not what was to be written; `notes` takes what is no fault and yet worth
-    /// knowing.
-    virtual void check(const FinishedFile& /*file*/, std::vector<std::string>& /*notes*/) {}
-
-    /// After the run: what the format does not carry of a grid that is in the files; called once for each
-    /// such grid.
-    virtual void findLosses(const RunWatch::Visit& visit, Losses& losses) const = 0;
+/// `tidewatch las`
+struct LasRequest : ExportRequest {
+    LasOptions options;
+    [[nodiscard]] int run() const { return runExport("las", *this, options, lasFormat(options)); }
 };
 
-/// What sets one export command apart from the others; the common course is runExport().
-class ExportCommand {
-public:
-    /// What a run is made from; everything outlives the run.
-    struct Context {
-        const Inputs& inputs;
-        Selection& selection;
-        const Anchor::StrongPtr<ProgressBar>& bar;
-    };
+/// `tidewatch pcd`
+struct PcdRequest : ExportRequest {
+    PcdOptions options;
+    [[nodiscard]] int run() const { return runExport("pcd", *this, options, pcdFormat(options)); }
+};
 
-    virtual ~ExportCommand() = default;
-
-    /// The command as it is typed: "pcd".
-    [[nodiscard]] virtual std::string_view name() const = 0;
-    /// The format in messages: "PCD".
-    [[nodiscard]] virtual std::string_view format() const = 0;
-    /// The extension that an output gets for the exporter's eyes where it has none: ".pcd".
-    [[nodiscard]] virtual std::string_view extension() const = 0;
-    /// What a written file counts, in the plural: "points".
-    [[nodiscard]] virtual std::string_view unit() const = 0;
-    /// The same for one of the files, where the format has several kinds of them.
-    [[nodiscard]] virtual std::string_view unitOf(const std::filesystem::path& /*file*/) const {
-        return unit();
-    }
-
-    /// Whether OUTPUT is a folder that the exporter fills; otherwise it is a file.
-    [[nodiscard]] virtual bool fillsFolder() const { return false; }
-    /// Whether what is written goes behind what existing files hold; otherwise it takes their place.
-    [[nodiscard]] virtual bool addsToFiles() const { return false; }
-
-    /// What the exporter gets for its output, relative to the folder of unfinished files; empty for that
-    /// folder itself. As it stands here: the name of OUTPUT, with extension() where it has none.
-    [[nodiscard]] virtual std::filesystem::path exporterOutput(const RunScope& scope) const;
-
-    /// Where a file goes that the exporter wrote at `written`, relative to the folder of unfinished files. As
-    /// it stands here: OUTPUT keeps the user's own name, and others go beside it, or into it when it is a
-    /// folder.
-    [[nodiscard]] virtual std::filesystem::path placeOf(const RunScope& scope,
-                                                        const std::filesystem::path& written) const;
-
-    /// The files that a run will write, as far as they are known beforehand. What stands in their way is
-    /// found before any work; files that are not named here are looked at when they have been written. As it
-    /// stands here: OUTPUT.
-    [[nodiscard]] virtual std::vector<std::filesystem::path> expectedFiles(const Context& context,
-                                                                           const RunScope& scope) const;
-
-    [[nodiscard]] virtual std::unique_ptr<ExportRun> makeRun(const Context& context,
-                                                             const RunScope& scope) const = 0;
+/// `tidewatch ascii`
+struct AsciiRequest : ExportRequest {
+    AsciiOptions options;
+    [[nodiscard]] int run() const { return runExport("ascii", *this, options, asciiFormat(options)); }
 };
 
 } // namespace Tidewatch

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/info/Inventory.hpp"
+#include "host/info/inventoryTexts.hpp"
 #include "host/report/Json.hpp"
 
 #include <utility>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/info/Inventory.hpp"
-#include "host/report/Wording.hpp"
+#include "host/info/inventoryTexts.hpp"
+#include "library/report/Wording.hpp"
 
 #include <algorithm>
 #include <cstddef>

@@ -3,9 +3,9 @@
 
 #include "anchor/Cache.hpp"
 #include "host/options/OptionValues.hpp"
-#include "host/options/UsageError.hpp"
+#include "library/report/UsageError.hpp"
 #include "host/options/addOption.hpp"
-#include "host/report/Wording.hpp"
+#include "library/report/Wording.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -79,12 +79,12 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
 }
 
 /// What all exports have in common but their output.
-void addExport(CLI::App& app, ExportOptions& options) {
+void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addStrict(app, options.strict);
-    addInputs(app, options.inputs);
+    addInputs(app, request.inputs);
     addFilters(app, options.filters);
-    addReport(app, options.report);
-    app.add_flag("--print-parameters", options.printParameters,
+    addReport(app, request.report);
+    app.add_flag("--print-parameters", request.printParameters,
                  "show all settings of the exporter before it runs")
         ->group("Messages");
 }
@@ -124,16 +124,16 @@ void addStrict(CLI::App& app, bool& strict) {
         ->group("Output");
 }
 
-void addFileExport(CLI::App& app, ExportOptions& options) {
+void addFileExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addOutput(app, "OUTPUT", filePattern, options.output, options.overwrite,
               "the file to write; {grid} and {time} in it\ngive each grid or time a file of its own");
-    addExport(app, options);
+    addExport(app, request, options);
 }
 
-void addFolderExport(CLI::App& app, ExportOptions& options) {
+void addFolderExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addOutput(app, "DIRECTORY", folderPattern, options.output, options.overwrite,
               "the folder to fill; {grid} and {time} in it\ngive each grid or time a folder of its own");
-    addExport(app, options);
+    addExport(app, request, options);
 }
 
 void finish(CLI::App& command, const std::string& footer) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "host/export/Export.hpp"
-#include "host/input/Inputs.hpp"
+#include "host/export/ExportCommand.hpp"
+#include "library/input/Inputs.hpp"
 #include "host/report/Report.hpp"
 
 #include <string>
@@ -23,10 +23,10 @@ void addBundleFile(CLI::App& command, std::string& output, bool& overwrite);
 void addStrict(CLI::App& command, bool& strict);
 
 /// What an export into files has in common with others: everything but its own settings.
-void addFileExport(CLI::App& command, ExportOptions& options);
+void addFileExport(CLI::App& command, ExportRequest& request, ExportOptions& options);
 
 /// The same for an export that fills a folder.
-void addFolderExport(CLI::App& command, ExportOptions& options);
+void addFolderExport(CLI::App& command, ExportRequest& request, ExportOptions& options);
 
 /// Closes a command: its help option comes last.
 void finish(CLI::App& command, const std::string& footer);

@@ -64,18 +64,10 @@ ProgressBar::ProgressBar(ProgressWish wish, Messages& messages, std::function<Cl
 
 ProgressBar::~ProgressBar() = default;
 
-bool ProgressBar::progress(const std::string& text, std::uint64_t current, std::uint64_t total) {
-    if (!begun_ || total_ != static_cast<double>(total) || unit_ != "items")
-        begin(text, static_cast<double>(total), "items");
-    text_ = text;
-    piece(static_cast<double>(current), 1);
-    return true;
-}
-
-void ProgressBar::begin(std::string text, double total, std::string unit) {
+void ProgressBar::begin(const std::string& text, double total, const std::string& unit) {
     begun_ = true;
-    text_ = std::move(text);
-    unit_ = std::move(unit);
+    text_ = text;
+    unit_ = unit;
     total_ = total;
     done_ = pieceSize_ = share_ = 0;
     start_ = now_();
@@ -91,8 +83,8 @@ void ProgressBar::piece(double done, double size) {
     Interruption::check();
 }
 
-void ProgressBar::say(std::string text) {
-    text_ = std::move(text);
+void ProgressBar::say(const std::string& text) {
+    text_ = text;
     draw(true);
     Interruption::check();
 }
@@ -116,8 +108,8 @@ void ProgressBar::end() {
         messages_.status({});
 }
 
-std::function<void(const std::string&, double)> ProgressBar::ticker(Anchor::StrongPtr<ProgressBar> bar) {
-    return [bar = std::move(bar)](const std::string& file, double share) { bar->tick(file, share); };
+void ProgressBar::check() {
+    Interruption::check();
 }
 
 void ProgressBar::draw(bool atOnce) {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "anchor/LoaderProgress.hpp"
 #include "anchor/StrongPtr.hpp"
 #include "convlib/ReadOptions.hpp"
 #include "host/report/Messages.hpp"
+#include "library/Progress.hpp"
 
 #include <chrono>
 #include <cstdint>
@@ -42,10 +42,8 @@ struct ProgressState {
 /// Shows how far the work has come, and is where the work is interrupted: every call throws Interrupted once
 /// the user has asked to stop.
 ///
-/// The work consists of pieces, each of some size; reading a piece tells its share. Exporters that report
-/// items of their own do so through progress(). Drawing is throttled by the clock, so calls may come as often
-/// as they like.
-class ProgressBar final : public Anchor::LoaderProgress {
+/// Drawing is throttled by the clock, so calls may come as often as they like.
+class ProgressBar final : public Progress {
 public:
     using Clock = std::chrono::steady_clock;
 
@@ -53,28 +51,15 @@ public:
     ProgressBar(ProgressWish wish, Messages& messages, std::function<Clock::time_point()> now = &Clock::now);
     ~ProgressBar() override;
 
-    /// An exporter's own report: the number of the current item of so many. Always answers true.
-    bool progress(const std::string& text, std::uint64_t current, std::uint64_t total) override;
-
-    /// Begins work of a size that is counted in units (given in the plural).
-    void begin(std::string text, double total, std::string unit);
-
-    /// A piece begins: so much lies behind it, and so much it adds.
-    void piece(double done, double size);
-
-    /// Changes the text and draws at once.
-    void say(std::string text);
-
-    /// The share (0 to 1) that is done of the piece, while a file is read. Without begun work the file itself
-    /// is the work.
-    void tick(const std::string& file, double share);
-
-    /// The work is over; the bar goes away.
-    void end();
-
-    /// A bar's tick() as readers take it; keeps the bar alive.
-    [[nodiscard]] static std::function<void(const std::string&, double)>
-    ticker(Anchor::StrongPtr<ProgressBar> bar);
+    void begin(const std::string& text, double total, const std::string& unit) override;
+    void piece(double done, double size) override;
+    /// Draws at once.
+    void say(const std::string& text) override;
+    /// Without begun work the file itself is the work.
+    void tick(const std::string& file, double share) override;
+    /// The bar goes away.
+    void end() override;
+    void check() override;
 
 private:
     enum class Mode { Off, Redraw, Lines };

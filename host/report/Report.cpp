@@ -2,6 +2,7 @@
 #include "host/report/Report.hpp"
 
 #include "host/report/StandardOutput.hpp"
+#include "host/report/summaryText.hpp"
 
 #include <utility>
 
@@ -10,30 +11,27 @@ namespace Tidewatch {
 Report::Report(const ReportOptions& options, std::string command)
     : options_(options),
       messages_(options.quiet ? Messages::Loudness::Quiet : Messages::Loudness::Normal),
-      bar_(Anchor::makeStrong<ProgressBar>(options.quiet ? ProgressWish::Never : options.progress,
-                                           messages_)) {
-    summary_.command = std::move(command);
-}
+      bar_(Anchor::makeStrong<ProgressBar>(options.quiet ? ProgressWish::Never : options.progress, messages_)),
+      command_(std::move(command)) {}
 
-bool Report::acceptLosses(std::vector<Loss> losses, bool strict) {
+bool Report::acceptLosses(const std::vector<Loss>& losses, bool strict) {
     for (const Loss& loss : losses) {
         if (strict)
             messages_.error(loss.message);
         else
             messages_.warning(loss.message);
     }
-    summary_.losses = std::move(losses);
-    if (!strict || summary_.losses.empty())
+    if (!strict || losses.empty())
         return true;
     messages_.error("nothing was put in place, since --strict refuses losses");
     return false;
 }
 
-void Report::printSummary() const {
+void Report::printSummary(const ExportReport& report) const {
     if (options_.json)
-        writeStandardOutput(summary_.json());
+        writeStandardOutput(summaryJson(command_, report));
     else if (!options_.quiet)
-        writeStandardOutput(summary_.text());
+        writeStandardOutput(summaryText(report));
 }
 
 } // namespace Tidewatch

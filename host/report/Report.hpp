@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "host/report/Losses.hpp"
+#include "library/report/Losses.hpp"
 #include "host/report/Messages.hpp"
 #include "host/report/ProgressBar.hpp"
-#include "host/report/Summary.hpp"
+#include "library/export/ExportReport.hpp"
 
 #include <string>
 #include <vector>
@@ -27,20 +27,18 @@ public:
 
     [[nodiscard]] Messages& messages() noexcept { return messages_; }
     [[nodiscard]] const Anchor::StrongPtr<ProgressBar>& bar() const noexcept { return bar_; }
-    [[nodiscard]] Summary& summary() noexcept { return summary_; }
 
-    /// Notes the losses for the summary and tells them: as warnings, or when `strict` as errors. False when
-    /// they are not to be accepted.
-    [[nodiscard]] bool acceptLosses(std::vector<Loss> losses, bool strict);
+    /// Tells the losses: as warnings, or when `strict` as errors. False when they are not to be accepted.
+    [[nodiscard]] bool acceptLosses(const std::vector<Loss>& losses, bool strict);
 
-    /// Writes the summary to standard output. Throws Anchor::FileError.
-    void printSummary() const;
+    /// Writes what is in place to standard output. Throws Anchor::FileError.
+    void printSummary(const ExportReport& report) const;
 
 private:
     ReportOptions options_;
     Messages messages_;
     Anchor::StrongPtr<ProgressBar> bar_;
-    Summary summary_;
+    std::string command_;
 };
 
 } // namespace Tidewatch

@@ -2,7 +2,7 @@
 #include "host/report/StandardOutput.hpp"
 
 #include "anchor/Error.hpp"
-#include "host/report/Wording.hpp"
+#include "library/report/Wording.hpp"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/report/Report.hpp"
-#include "host/sample/SampleSurvey.hpp"
+#include "library/sample/SampleSurvey.hpp"
 
 #include <string>
 

@@ -82,6 +82,15 @@ TEST(Glob, ByteThatIsNotUtf8IsACharacterOfItsOwn) {
     EXPECT_TRUE(globMatches("?", "\xC3"));
 }
 
+TEST(Glob, OfANameMatchesThatNameOnly) {
+    for (const std::string name : {"", "coast", "a*", "a?", "[a]", "a\\b", "D\u00FCne"}) {
+        EXPECT_TRUE(globMatches(ConvLib::globOf(name), name)) << name;
+        EXPECT_FALSE(globMatches(ConvLib::globOf(name), name + "x")) << name;
+    }
+    EXPECT_FALSE(globMatches(ConvLib::globOf("a*"), "ab"));
+    EXPECT_FALSE(globMatches(ConvLib::globOf("[a]"), "a"));
+}
+
 TEST(Glob, ManyStarsTakeNoMoreThanTheProductOfBothLengths) {
     std::string glob;
     for (int i = 0; i < 100; ++i)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/CommandLine.hpp"
 
-#include "host/options/UsageError.hpp"
+#include "library/report/UsageError.hpp"
 
 #include <string>
 #include <vector>
@@ -35,18 +35,18 @@ std::string usageError(const std::vector<const char*>& arguments) {
 
 TEST(CommandLine, PcdWithoutOptionsHasTheDefaultsOfTheExporter) {
     const auto request = parseAs<PcdRequest>({"pcd", "a.laz", "-o", "a.pcd"});
-    EXPECT_THAT(request.common.inputs.files, ElementsAre("a.laz"));
-    EXPECT_EQ(request.common.output.text(), "a.pcd");
-    EXPECT_EQ(request.refinementLevel, -1);
-    EXPECT_EQ(request.precision, 8);
-    EXPECT_EQ(request.cellSize, 0.1);
-    EXPECT_FALSE(request.exactCounts);
-    EXPECT_FALSE(request.common.overwrite || request.common.strict || request.common.printParameters);
-    EXPECT_EQ(request.common.inputs.sliceTime, 0);
-    EXPECT_EQ(request.common.inputs.fragmentPoints, 1'000'000U);
-    EXPECT_FALSE(request.common.inputs.memoryLimit);
-    EXPECT_EQ(request.common.report.progress, ProgressWish::Automatic);
-    EXPECT_FALSE(request.common.report.quiet || request.common.report.json);
+    EXPECT_THAT(request.inputs.files, ElementsAre("a.laz"));
+    EXPECT_EQ(request.options.output.text(), "a.pcd");
+    EXPECT_EQ(request.options.refinementLevel, -1);
+    EXPECT_EQ(request.options.precision, 8);
+    EXPECT_EQ(request.options.cellSize, 0.1);
+    EXPECT_FALSE(request.options.exactCounts);
+    EXPECT_FALSE(request.options.overwrite || request.options.strict || request.printParameters);
+    EXPECT_EQ(request.inputs.sliceTime, 0);
+    EXPECT_EQ(request.inputs.fragmentPoints, 1'000'000U);
+    EXPECT_FALSE(request.inputs.memoryLimit);
+    EXPECT_EQ(request.report.progress, ProgressWish::Automatic);
+    EXPECT_FALSE(request.report.quiet || request.report.json);
 }
 
 TEST(CommandLine, PcdTakesAllItsOptions) {
@@ -84,36 +84,36 @@ TEST(CommandLine, PcdTakesAllItsOptions) {
                                               "--output",
                                               "{grid}.pcd",
                                               "b.h5"});
-    EXPECT_THAT(request.common.inputs.files, ElementsAre("a.laz", "b.h5"));
-    EXPECT_EQ(request.refinementLevel, 2);
-    EXPECT_EQ(request.precision, -3);
-    EXPECT_EQ(request.cellSize, -0.5);
-    EXPECT_TRUE(request.exactCounts);
-    ASSERT_EQ(request.common.filters.times.size(), 2U);
-    EXPECT_EQ(request.common.filters.times[0].first, -5);
-    EXPECT_EQ(request.common.filters.times[0].last, -1);
-    EXPECT_EQ(request.common.filters.times[1].first, 7);
-    EXPECT_EQ(request.common.filters.times[1].last, 7);
-    EXPECT_THAT(request.common.filters.grids, ElementsAre("[ab]", "b*"));
-    EXPECT_THAT(request.common.filters.fields, ElementsAre("Positions"));
-    EXPECT_EQ(request.common.inputs.sliceTime, -2.5);
-    EXPECT_EQ(request.common.inputs.fragmentPoints, 10U);
-    EXPECT_EQ(request.common.inputs.memoryLimit, std::uint64_t{4} << 30);
-    EXPECT_TRUE(request.common.overwrite && request.common.strict && request.common.printParameters);
-    EXPECT_EQ(request.common.report.progress, ProgressWish::Always);
-    EXPECT_TRUE(request.common.report.quiet && request.common.report.json);
-    EXPECT_TRUE(request.common.output.isPerGrid());
+    EXPECT_THAT(request.inputs.files, ElementsAre("a.laz", "b.h5"));
+    EXPECT_EQ(request.options.refinementLevel, 2);
+    EXPECT_EQ(request.options.precision, -3);
+    EXPECT_EQ(request.options.cellSize, -0.5);
+    EXPECT_TRUE(request.options.exactCounts);
+    ASSERT_EQ(request.options.filters.times.size(), 2U);
+    EXPECT_EQ(request.options.filters.times[0].first, -5);
+    EXPECT_EQ(request.options.filters.times[0].last, -1);
+    EXPECT_EQ(request.options.filters.times[1].first, 7);
+    EXPECT_EQ(request.options.filters.times[1].last, 7);
+    EXPECT_THAT(request.options.filters.grids, ElementsAre("[ab]", "b*"));
+    EXPECT_THAT(request.options.filters.fields, ElementsAre("Positions"));
+    EXPECT_EQ(request.inputs.sliceTime, -2.5);
+    EXPECT_EQ(request.inputs.fragmentPoints, 10U);
+    EXPECT_EQ(request.inputs.memoryLimit, std::uint64_t{4} << 30);
+    EXPECT_TRUE(request.options.overwrite && request.options.strict && request.printParameters);
+    EXPECT_EQ(request.report.progress, ProgressWish::Always);
+    EXPECT_TRUE(request.report.quiet && request.report.json);
+    EXPECT_TRUE(request.options.output.isPerGrid());
 }
 
 TEST(CommandLine, LasWithoutOptionsHasTheDefaultsOfTheExporter) {
     const auto request = parseAs<LasRequest>({"las", "a.laz", "-o", "b.laz"});
-    EXPECT_EQ(request.version, 4);
-    EXPECT_EQ(request.day, 0);
-    EXPECT_EQ(request.year, 0);
-    EXPECT_EQ(request.pointSourceID, 0);
-    EXPECT_FALSE(request.tiles || request.uncompressed || request.verify);
-    EXPECT_EQ(request.renames.size(), 12U);
-    EXPECT_EQ(request.renames.at("Intensity"), "Intensity");
+    EXPECT_EQ(request.options.version, 4);
+    EXPECT_EQ(request.options.day, 0);
+    EXPECT_EQ(request.options.year, 0);
+    EXPECT_EQ(request.options.pointSourceID, 0);
+    EXPECT_FALSE(request.options.tiles || request.options.uncompressed || request.options.verify);
+    EXPECT_EQ(request.options.renames.size(), 12U);
+    EXPECT_EQ(request.options.renames.at("Intensity"), "Intensity");
 }
 
 TEST(CommandLine, LasTakesAllItsOptions) {
@@ -121,16 +121,16 @@ TEST(CommandLine, LasTakesAllItsOptions) {
         parseAs<LasRequest>({"las", "--las-version", "1.2", "--day", "-1", "--year", "99999", "--tiles",
                              "--uncompressed", "--point-source-id", "65535", "--rename", "Echo=UserData",
                              "--rename=a=b=Reflectance", "--verify", "-o", "b.laz", "a.laz"});
-    EXPECT_THAT(request.common.inputs.files, ElementsAre("a.laz"));
-    EXPECT_EQ(request.version, 2);
-    EXPECT_EQ(request.day, -1);
-    EXPECT_EQ(request.year, 99999);
-    EXPECT_EQ(request.pointSourceID, 65535);
-    EXPECT_TRUE(request.tiles && request.uncompressed && request.verify);
-    EXPECT_EQ(request.renames.size(), 14U);
-    EXPECT_EQ(request.renames.at("Echo"), "UserData");
-    EXPECT_EQ(request.renames.at("a=b"), "Reflectance");
-    EXPECT_EQ(request.renames.at("UserData"), "UserData");
+    EXPECT_THAT(request.inputs.files, ElementsAre("a.laz"));
+    EXPECT_EQ(request.options.version, 2);
+    EXPECT_EQ(request.options.day, -1);
+    EXPECT_EQ(request.options.year, 99999);
+    EXPECT_EQ(request.options.pointSourceID, 65535);
+    EXPECT_TRUE(request.options.tiles && request.options.uncompressed && request.options.verify);
+    EXPECT_EQ(request.options.renames.size(), 14U);
+    EXPECT_EQ(request.options.renames.at("Echo"), "UserData");
+    EXPECT_EQ(request.options.renames.at("a=b"), "Reflectance");
+    EXPECT_EQ(request.options.renames.at("UserData"), "UserData");
 }
 
 TEST(CommandLine, ARenamingToNoAttributeNamesThemAll) {
@@ -141,9 +141,9 @@ TEST(CommandLine, ARenamingToNoAttributeNamesThemAll) {
 
 TEST(CommandLine, ARepeatableOptionTakesOneValueEachTime) {
     const auto request = parseAs<PcdRequest>({"pcd", "--grid", "a", "b", "--field", "c", "d", "-o", "o"});
-    EXPECT_THAT(request.common.filters.grids, ElementsAre("a"));
-    EXPECT_THAT(request.common.filters.fields, ElementsAre("c"));
-    EXPECT_THAT(request.common.inputs.files, ElementsAre("b", "d"));
+    EXPECT_THAT(request.options.filters.grids, ElementsAre("a"));
+    EXPECT_THAT(request.options.filters.fields, ElementsAre("c"));
+    EXPECT_THAT(request.inputs.files, ElementsAre("b", "d"));
 }
 
 TEST(CommandLine, WhatFollowsTwoDashesIsAnInput) {
@@ -233,25 +233,25 @@ TEST(CommandLine, OutputsThatNameNoFileAreRefused) {
 
 TEST(CommandLine, AsciiHasTheSettingsOfItsExporterAndTheirDefaults) {
     const auto plain = parseAs<AsciiRequest>({"ascii", "in.h5", "-o", "out/"});
-    EXPECT_EQ(plain.settings.filterField, "CellType");
-    EXPECT_EQ(plain.settings.refinementLevel, -1);
-    EXPECT_EQ(plain.settings.precision, 0U);
-    EXPECT_FALSE(plain.settings.append);
-    EXPECT_FALSE(plain.settings.tileSuffix);
-    EXPECT_TRUE(plain.cellTypes.empty());
-    EXPECT_EQ(plain.common.output.text(), "out/");
+    EXPECT_EQ(plain.options.settings.filterField, "CellType");
+    EXPECT_EQ(plain.options.settings.refinementLevel, -1);
+    EXPECT_EQ(plain.options.settings.precision, 0U);
+    EXPECT_FALSE(plain.options.settings.append);
+    EXPECT_FALSE(plain.options.settings.tileSuffix);
+    EXPECT_TRUE(plain.options.cellTypes.empty());
+    EXPECT_EQ(plain.options.output.text(), "out/");
 
     const auto set = parseAs<AsciiRequest>({"ascii", "in.h5", "-o", ".", "--ref-level", "-2", "--precision",
                                             "3", "--append", "--tile-suffix", "--filter-field", "Land",
                                             "--cell-types", "1:2,5"});
-    EXPECT_EQ(set.settings.filterField, "Land");
-    EXPECT_EQ(set.settings.refinementLevel, -2);
-    EXPECT_EQ(set.settings.precision, 3U);
-    EXPECT_TRUE(set.settings.append);
-    EXPECT_TRUE(set.settings.tileSuffix);
-    ASSERT_EQ(set.cellTypes.size(), 2U);
-    EXPECT_EQ(set.cellTypes[0].high, 2);
-    EXPECT_EQ(set.cellTypes[1].low, 5);
+    EXPECT_EQ(set.options.settings.filterField, "Land");
+    EXPECT_EQ(set.options.settings.refinementLevel, -2);
+    EXPECT_EQ(set.options.settings.precision, 3U);
+    EXPECT_TRUE(set.options.settings.append);
+    EXPECT_TRUE(set.options.settings.tileSuffix);
+    ASSERT_EQ(set.options.cellTypes.size(), 2U);
+    EXPECT_EQ(set.options.cellTypes[0].high, 2);
+    EXPECT_EQ(set.options.cellTypes[1].low, 5);
 }
 
 } // namespace

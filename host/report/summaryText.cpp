@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report/summaryText.hpp"
+
+#include "host/report/Json.hpp"
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+std::string summaryText(const ExportReport& report) {
+    std::string text;
+    for (const ExportReport::File& file : report.files)
+        text += fmt::format("{}: {} {}, {} bytes{}\n", file.path, file.items, file.unit, file.bytes,
+                            file.bytesBefore != 0 ? fmt::format(", added to {} bytes", file.bytesBefore)
+                                                  : std::string());
+    return text;
+}
+
+std::string summaryJson(const std::string& command, const ExportReport& report) {
+    Json document;
+    document["command"] = command;
+    Json& list = document["files"] = Json::array();
+    for (const ExportReport::File& file : report.files) {
+        Json entry;
+        entry["path"] = file.path;
+        entry[file.unit] = file.items;
+        entry["bytes"] = file.bytes;
+        if (file.grid)
+            entry["grid"] = *file.grid;
+        if (file.time)
+            entry["time"] = *file.time;
+        if (file.bytesBefore != 0)
+            entry["bytesBefore"] = file.bytesBefore;
+        list.push_back(std::move(entry));
+    }
+    Json& lost = document["losses"] = Json::array();
+    for (const Loss& loss : report.losses)
+        lost.push_back({{"kind", loss.kind}, {"message", loss.message}});
+    document["notes"] = report.notes;
+    document["errors"] = report.errors;
+    return jsonText(document);
+}
+
+} // namespace Tidewatch

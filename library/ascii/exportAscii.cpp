@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/ascii/exportAscii.hpp"
+
+#include "ascii/ExportPointCloudToASCII.hpp"
+#include "library/ascii/AsciiLosses.hpp"
+#include "library/ascii/AsciiWalk.hpp"
+#include "library/report/Wording.hpp"
+
+#include <set>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class AsciiRun final : public ExportRun {
+public:
+    AsciiRun(const AsciiOptions& options, const ExportFormat::Context& context, const RunScope& scope)
+        : options_(options),
+          walk_(Anchor::makeStrong<AsciiWalk>(scope, context.inputs, context.selection, options.settings, context.progress)),
+          exporter_() {
+        exporter_.FilterField = options.settings.filterField;
+        exporter_.RefLevel = options.settings.refinementLevel;
+        exporter_.Precision = options.settings.precision;
+        exporter_.Append = options.settings.append;
+        exporter_.TileSuffix = options.settings.tileSuffix;
+        if (!options.cellTypes.empty())
+            exporter_.CellTypeFilter = {};
+        for (const auto& range : options.cellTypes)
+            exporter_.CellTypeFilter.add(range.low, range.high);
+        exporter_.Progress = walk_->reporter();
+    }
+
+    ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
+    RunRecorder& recorder() override { return *walk_; }
+
+    std::string moreSettings() const override {
+        std::string text = exporter_.TileSuffix ? "\nTileSuffix " : "";
+        for (const auto& range : options_.cellTypes)
+            text += fmt::format("\nCellTypes: {}:{} ", shortestText(range.low), shortestText(range.high));
+        return text;
+    }
+
+    std::string whySkipped(const ExportedGrid& exported) const override {
+        const AsciiWalk::Grid* const grid = walk_->find(exported);
+        return grid != nullptr && !grid->plan.obstacle.empty() ? grid->plan.obstacle
+                                                               : "its arrays are not of their fields' types";
+    }
+
+    void findLosses(const ExportedGrid& exported, Losses& losses) const override {
+        if (const AsciiWalk::Grid* const grid = walk_->find(exported))
+            addAsciiLosses(exported, *grid, options_.settings, exporter_.writtenFiles(), losses);
+    }
+
+private:
+    const AsciiOptions& options_;
+    Anchor::StrongPtr<AsciiWalk> walk_;
+    ExportLib::ExportPointCloudToASCII exporter_;
+};
+
+class AsciiFormat final : public ExportFormat {
+public:
+    explicit AsciiFormat(const AsciiOptions& options) : options_(options) {}
+
+    std::string_view name() const override { return "ASCII"; }
+    std::string_view extension() const override { return {}; }
+    std::string_view unit() const override { return "points"; }
+    std::string_view unitOf(const fs::path& file) const override {
+        return file.extension() == ".grd" ? "cells" : unit();
+    }
+
+    bool fillsFolder() const override { return true; }
+    bool addsToFiles() const override { return options_.settings.append; }
+
+    std::vector<fs::path> expectedFiles(const Context& context, const RunScope& scope) const override {
+        std::set<fs::path> files;
+        const auto addFilesOf = [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+            if (!scope.admits(time) || !scope.admits(name))
+                return;
+            for (const AsciiStop& stop : AsciiPlan::of(grid, context.selection, options_.settings).stops) {
+                if (const auto file = stop.file(options_.settings))
+                    files.insert(fs::path(scope.output) / *file);
+            }
+        };
+        context.selection.forEachGrid(*context.inputs.bundle(), addFilesOf);
+        return {files.begin(), files.end()};
+    }
+
+    std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const override {
+        return std::make_unique<AsciiRun>(options_, context, scope);
+    }
+
+private:
+    AsciiOptions options_;
+};
+
+} // namespace
+
+AsciiOptions::AsciiOptions() {
+    const ExportLib::ExportPointCloudToASCII defaults;
+    settings = {defaults.FilterField, defaults.RefLevel, defaults.Precision, defaults.Append,
+                defaults.TileSuffix};
+}
+
+std::unique_ptr<const ExportFormat> asciiFormat(const AsciiOptions& options) {
+    return std::make_unique<AsciiFormat>(options);
+}
+
+ExportReport exportAscii(const Inputs& inputs, const AsciiOptions& options, const Anchor::StrongPtr<Progress>& progress) {
+    Export job(inputs, options, asciiFormat(options), progress);
+    job.write();
+    return job.placeUnlessRefused();
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "geom/MultiRange.hpp"
+#include "library/ascii/AsciiPlan.hpp"
+#include "library/export/Export.hpp"
+
+#include <memory>
+#include <vector>
+
+namespace Tidewatch {
+
+/// An export to text. The settings are those of ExportLib::ExportPointCloudToASCII, and so are their defaults. The
+/// output is a folder.
+struct TIDEWATCH_API AsciiOptions : ExportOptions {
+    AsciiOptions();
+
+    AsciiSettings settings;
+    /// The accepted cell types; none stand for the exporter's default, which accepts all.
+    std::vector<Geom::MultiRange<double>::Range> cellTypes;
+};
+
+/// The format for an Export.
+[[nodiscard]] TIDEWATCH_API std::unique_ptr<const ExportFormat> asciiFormat(const AsciiOptions& options);
+
+/// Writes the chosen grids of the inputs as text and puts the files in place, see Export::placeUnlessRefused().
+TIDEWATCH_API ExportReport exportAscii(const Inputs& inputs, const AsciiOptions& options,
+                                       const Anchor::StrongPtr<Progress>& progress = {});
+
+} // namespace Tidewatch

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Visibility.hpp"
+#include "library/input/FileIdentity.hpp"
+#include "library/output/Placement.hpp"
+#include "library/output/StagingFolder.hpp"
+#include "library/Progress.hpp"
+#include "library/export/ExportReport.hpp"
+#include "sheaf/Bundle.hpp"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tidewatch {
+
+/// A bundle file that is written beside its place and put there once it is complete and wanted.
+class TIDEWATCH_API BundleExport {
+public:
+    /// Throws Anchor::FileError when nothing may be put at `path` (see Placement), before any work.
+    BundleExport(std::string path, bool overwrite, std::vector<FileIdentity> inputs);
+
+    /// Writes the bundle into a folder for unfinished files. Gives the file's line of a report. Throws
+    /// Anchor::Error and what the progress object throws.
+    [[nodiscard]] ExportReport::File write(const Sheaf::Bundle& bundle, Progress& progress);
+
+    /// Puts the written file in place. Throws Anchor::FileError; then nothing has been put in place.
+    void commit();
+
+private:
+    std::filesystem::path path_;
+    Placement placement_;
+    std::optional<StagingFolder> folder_;
+};
+
+} // namespace Tidewatch

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/export/CoordinateSurvey.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace Tidewatch {
+
+namespace {
+
+constexpr double powersOfTen[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+
+bool isMultiple(double value, double stepsPerUnit, double tolerance) {
+    return std::abs(value - std::rint(value * stepsPerUnit) / stepsPerUnit) <= tolerance;
+}
+
+} // namespace
+
+double CoordinateSurvey::Axis::stepToKeep(double statedStep) const {
+    if (statedStep > 0)
+        return statedStep;
+    const double farthest = std::max(std::abs(lower), std::abs(upper));
+    return decimalStep.value_or(std::nextafter(farthest, std::numeric_limits<double>::infinity()) - farthest);
+}
+
+void CoordinateSurvey::look(std::span<const Geom::PhysicalSpace::point> points) {
+    points_ += points.size();
+    lookAlong(axes_[0], points, &Geom::PhysicalSpace::point::x);
+    lookAlong(axes_[1], points, &Geom::PhysicalSpace::point::y);
+    lookAlong(axes_[2], points, &Geom::PhysicalSpace::point::z);
+}
+
+void CoordinateSurvey::lookAlong(Progress& axis, std::span<const Geom::PhysicalSpace::point> points,
+                                 double Geom::PhysicalSpace::point::*coordinate) {
+    double lower = axis.isEmpty ? std::numeric_limits<double>::infinity() : axis.lower;
+    double upper = axis.isEmpty ? -std::numeric_limits<double>::infinity() : axis.upper;
+    for (const auto& point : points) {
+        const double value = point.*coordinate;
+        if (std::isfinite(value)) {
+            lower = std::min(lower, value);
+            upper = std::max(upper, value);
+        }
+    }
+    if (lower > upper)
+        return;
+    axis.lower = lower;
+    axis.upper = upper;
+    axis.isEmpty = false;
+
+    // Coordinates come from sums of an offset and a multiple of a scale, each rounded at the magnitude of the
+    // range.
+    const double tolerance =
+        4 * std::numeric_limits<double>::epsilon() * std::max(std::abs(lower), std::abs(upper));
+    for (const auto& point : points) {
+        const double value = point.*coordinate;
+        while (axis.decimals <= finestDecimal && std::isfinite(value) &&
+               !isMultiple(value, powersOfTen[axis.decimals], tolerance))
+            ++axis.decimals;
+        if (axis.decimals > finestDecimal)
+            return;
+    }
+}
+
+std::optional<CoordinateSurvey::Axis> CoordinateSurvey::axis(std::size_t number) const {
+    const Progress& known = axes_.at(number);
+    if (known.isEmpty)
+        return std::nullopt;
+    Axis axis{known.lower, known.upper, std::nullopt};
+    if (known.decimals <= finestDecimal)
+        axis.decimalStep = 1 / powersOfTen[known.decimals];
+    return axis;
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/export/RunRecorder.hpp"
+
+#include "convlib/BasicConverterDefs.hpp"
+#include "convlib/Glob.hpp"
+
+#include <algorithm>
+
+namespace Tidewatch {
+
+ExportedGrid::Change ExportedGrid::changed(const std::string& attribute, ConvLib::ValueChange change) const {
+    const auto found = changes.find({attribute, change});
+    return found != changes.end() ? found->second : Change{};
+}
+
+RunRecorder::RunRecorder(RunScope scope, Anchor::StrongPtr<Progress> progress)
+    : scope_(std::move(scope)),
+      progress_(progress ? std::move(progress) : Anchor::makeStrong<Progress>()) {}
+
+RunRecorder::~RunRecorder() = default;
+
+void RunRecorder::follow(ConvLib::BasicConverterDefs& exporter) {
+    exporter_ = &exporter;
+    if (scope_.time)
+        exporter.TimeFilter = {{*scope_.time, *scope_.time}};
+    if (scope_.grid)
+        exporter.GridFilter = {ConvLib::globOf(*scope_.grid)};
+    exporter.setObserver(Anchor::StrongPtr<RunObserver>(this));
+    exporter.setStopQuestion([progress = progress_] { progress->check(); });
+}
+
+std::size_t RunRecorder::filesSoFar() const noexcept {
+    return exporter_ != nullptr ? exporter_->writtenFiles().size() : 0;
+}
+
+void RunRecorder::finish(std::span<const ConvLib::WrittenFile> record) {
+    std::size_t file = 0;
+    for (ExportedGrid& grid : grids_) {
+        grid.firstFile = file;
+        while (file < record.size() && record[file].time == grid.time && record[file].grid == grid.name)
+            ++file;
+        grid.endFile = file;
+    }
+}
+
+void RunRecorder::gridBegins(double time, const std::string& grid) {
+    progress_->check();
+    grids_.push_back({time, grid});
+    progress_->say("writing " + grid);
+}
+
+void RunRecorder::fragmentBegins(std::string_view, std::string_view, std::uint64_t elements) {
+    const auto size = static_cast<double>(elements);
+    progress_->piece(done_, size);
+    done_ += size;
+}
+
+void RunRecorder::positionsWritten(std::span<const Geom::PhysicalSpace::point> positions) {
+    grids_.back().survey.look(positions);
+}
+
+void RunRecorder::valuesChanged(const ConvLib::ChangedValues& values) {
+    ExportedGrid::Change& sum = grids_.back().changes[{std::string(values.attribute), values.change}];
+    sum.count += values.count;
+    sum.total += values.total;
+    sum.most = std::max(sum.most, values.most);
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/info/Inventory.hpp"
+
+#include "sheaf/ElementTypes.hpp"
+
+#include <limits>
+#include <utility>
+
+namespace Tidewatch {
+
+namespace {
+
+std::uint64_t elementsOf(const Sheaf::CreativeArrayBase& data) {
+    const auto extents = data.extents();
+    return extents ? extents->elementCount().value_or(0) : 0;
+}
+
+std::uint64_t elementsOf(const Sheaf::Field& field) {
+    std::uint64_t elements = 0;
+    field.forEachFragment([&](const auto&, const Sheaf::Field::Creator& data) {
+        elements += elementsOf(*data);
+        return true;
+    });
+    return elements;
+}
+
+Inventory::Field fieldOf(const Sheaf::FieldID& id, const Sheaf::Field& field) {
+    Inventory::Field entry;
+    entry.name = id.name();
+    entry.elementType = Sheaf::elementTypeName(field.getElementType());
+    std::optional<Sheaf::Extents> last;
+    field.forEachFragment([&](const auto&, const Sheaf::Field::Creator& data) {
+        ++entry.fragments;
+        entry.elements += elementsOf(*data);
+        last = data->extents();
+        return true;
+    });
+    if (entry.fragments == 1 && last && last->rank() > 1) {
+        for (std::size_t axis = 0; axis < last->rank(); ++axis)
+            entry.extents.push_back((*last)[axis]);
+    }
+    return entry;
+}
+
+std::uint64_t pointsOf(const Sheaf::Skeleton& skeleton, const Anchor::StrongPtr<Sheaf::BaseSpace>& chart) {
+    const auto representation = skeleton.representations()(chart);
+    return representation && representation->Positions() ? elementsOf(*representation->Positions()) : 0;
+}
+
+Inventory::Skeleton skeletonOf(const Sheaf::Skeleton& skeleton,
+                               const Anchor::StrongPtr<Sheaf::BaseSpace>& chart) {
+    Inventory::Skeleton entry;
+    entry.dimension = skeleton.dimension();
+    entry.refinement = skeleton.refinement();
+    entry.isExcluded = skeleton.exclusionMark() != 0;
+    entry.points = pointsOf(skeleton, chart);
+    skeleton.representations().forEach(
+        [&](const Sheaf::BaseSpace& space, const Sheaf::Representation& representation) {
+            Inventory::Representation fields;
+            if (const auto* const named = dynamic_cast<const Sheaf::CartesianChart*>(&space))
+                fields.chart = named->name();
+            representation.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
+                fields.fields.push_back(fieldOf(id, field));
+                return true;
+            });
+            entry.representations.push_back(std::move(fields));
+            return true;
+        });
+    return entry;
+}
+
+/// Nothing where some of the positions would have to be read and may not be.
+std::optional<Inventory::Box> boundsOf(const Sheaf::Grid& grid, bool readPositions) {
+    Geom::BoundingBox box;
+    bool isComplete = true;
+    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& at) {
+        if (at.id.name() != "Positions")
+            return true;
+        isComplete = Sheaf::ExpandBBox(box, *at.data, readPositions) || readPositions;
+        return isComplete;
+    });
+    if (!isComplete || box.empty())
+        return std::nullopt;
+    return Inventory::Box{box.lower(), box.upper()};
+}
+
+Inventory::Grid gridOf(const std::string& name, const Sheaf::Grid& grid, bool readPositions) {
+    Inventory::Grid entry;
+    entry.name = name;
+    entry.origin = grid.origin();
+    entry.fragments = grid.fragments().size();
+    const auto chart = grid.findCartesianChart("");
+    if (const auto vertices = grid.findHighestHomogenousVertexRefinement(std::numeric_limits<int>::max()))
+        entry.points = pointsOf(*vertices, chart);
+    grid.skeletons().forEach([&](const Sheaf::Skeleton& skeleton) {
+        entry.skeletons.push_back(skeletonOf(skeleton, chart));
+        return true;
+    });
+    entry.bounds = boundsOf(grid, readPositions);
+    return entry;
+}
+
+} // namespace
+
+std::uint64_t Inventory::grids() const {
+    std::uint64_t number = 0;
+    for (const Slice& slice : slices)
+        number += slice.grids.size();
+    return number;
+}
+
+std::uint64_t Inventory::points() const {
+    std::uint64_t number = 0;
+    for (const Slice& slice : slices) {
+        for (const Grid& grid : slice.grids)
+            number += grid.points;
+    }
+    return number;
+}
+
+Inventory Inventory::of(const Sheaf::Bundle& bundle,
+                        std::span<const Anchor::StrongPtr<ConvLib::InputReport>> reports,
+                        bool readPositions) {
+    Inventory inventory;
+    for (const auto& [time, weakSlice] : bundle.slices()) {
+        const auto slice = weakSlice.lock();
+        if (!slice)
+            continue;
+        Slice entry;
+        entry.time = time;
+        for (const auto& [name, weakGrid] : slice->grids()) {
+            if (const auto grid = weakGrid.lock())
+                entry.grids.push_back(gridOf(name, *grid, readPositions));
+        }
+        inventory.slices.push_back(std::move(entry));
+    }
+    // Some of what reports say is known only once arrays have been made.
+    for (const auto& report : reports)
+        inventory.inputs.push_back(
+            {report->file(), report->kind(), report->notCarried(), report->coordinateStep()});
+    return inventory;
+}
+
+} // namespace Tidewatch

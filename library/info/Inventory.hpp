@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "convlib/InputReport.hpp"
+#include "geom/PhysicalSpace.hpp"
+#include "sheaf/Bundle.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Tidewatch {
+
+/// What a bundle and the files it was read from hold, as plain values for showing.
+struct TIDEWATCH_API Inventory {
+    struct Input {
+        std::string file;
+        std::string kind;
+        std::vector<std::string> notCarried;
+        std::optional<Geom::PhysicalSpace::vector> coordinateStep;
+    };
+    struct Field {
+        std::string name;
+        std::string elementType;
+        std::uint64_t fragments = 0;
+        std::uint64_t elements = 0;
+        /// The extents (x first) where the field has one piece of two or more axes.
+        std::vector<std::uint64_t> extents;
+    };
+    struct Representation {
+        /// The chart's name; empty for a representation relative to another skeleton.
+        std::string chart;
+        std::vector<Field> fields;
+    };
+    struct Skeleton {
+        int dimension = 0;
+        std::vector<std::int32_t> refinement;
+        bool isExcluded = false;
+        /// Positions in the default chart.
+        std::uint64_t points = 0;
+        std::vector<Representation> representations;
+    };
+    struct Box {
+        Geom::PhysicalSpace::point lower;
+        Geom::PhysicalSpace::point upper;
+    };
+    struct Grid {
+        std::string name;
+        std::string origin;
+        /// Points of the vertices that exporters choose unless told otherwise: the highest homogeneous
+        /// refinement.
+        std::uint64_t points = 0;
+        std::uint64_t fragments = 0;
+        std::vector<Skeleton> skeletons;
+        /// The box of all positions, as far as it was to be found out.
+        std::optional<Box> bounds;
+    };
+    struct Slice {
+        double time = 0;
+        std::vector<Grid> grids;
+    };
+
+    std::vector<Input> inputs;
+    std::vector<Slice> slices;
+
+    [[nodiscard]] std::uint64_t grids() const;
+    [[nodiscard]] std::uint64_t points() const;
+
+    /// Takes stock. With `readPositions` the positions are read where their box is not known, which may take
+    /// as long as reading the files; otherwise nothing is read. Throws what creators throw.
+    [[nodiscard]] static Inventory of(const Sheaf::Bundle& bundle,
+                                      std::span<const Anchor::StrongPtr<ConvLib::InputReport>> reports,
+                                      bool readPositions);
+};
+
+} // namespace Tidewatch

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "geom/Color.hpp"
+#include "geom/PhysicalSpace.hpp"
+#include "library/las/LasMapping.hpp"
+#include "sheaf/TypedArray.hpp"
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+namespace Tidewatch {
+
+/// The values of one fragment's points, an array for each attribute that is there. The arrays stay in memory
+/// for as long as the object lives.
+struct LasColumns {
+    template <class T>
+    using Column = Anchor::StrongPtr<Sheaf::TypedArray<T>>;
+
+    Column<Geom::PhysicalSpace::point> positions;
+    Column<unsigned char> classification;
+    Column<unsigned short> intensity;
+    Column<unsigned char> returnNumber;
+    Column<unsigned char> numberOfReturns;
+    Column<unsigned char> edgeOfFlightLine;
+    Column<signed char> scanAngleRank;
+    Column<short> scanAngle;
+    Column<unsigned char> scanDirectionFlag;
+    Column<unsigned char> userData;
+    Column<unsigned short> pointSourceID;
+    Column<double> gpsTime;
+    Column<Geom::RGB<unsigned char>> rgb;
+    Column<float> reflectance;
+    Column<unsigned short> amplitude;
+    Column<float> amplitudeFloat;
+
+    /// Calls visitor(name of the attribute, column) for each of them.
+    template <class Visitor>
+    void forEach(Visitor&& visitor) {
+        visit(*this, visitor);
+    }
+    template <class Visitor>
+    void forEach(Visitor&& visitor) const {
+        visit(*this, visitor);
+    }
+
+    /// Makes the arrays of a fragment. Throws what creators throw.
+    [[nodiscard]] static LasColumns load(const std::vector<LasMapping::Capture>& captures);
+
+private:
+    template <class Columns, class Visitor>
+    static void visit(Columns& columns, Visitor& visitor) {
+        visitor("Positions", columns.positions);
+        visitor("Classification", columns.classification);
+        visitor("Intensity", columns.intensity);
+        visitor("ReturnNumber", columns.returnNumber);
+        visitor("NumberOfReturns", columns.numberOfReturns);
+        visitor("EdgeOfFlightLine", columns.edgeOfFlightLine);
+        visitor("ScanAngleRank", columns.scanAngleRank);
+        visitor("ScanAngleRank", columns.scanAngle);
+        visitor("ScanDirectionFlag", columns.scanDirectionFlag);
+        visitor("UserData", columns.userData);
+        visitor("PointSourceID", columns.pointSourceID);
+        visitor("GPSTime", columns.gpsTime);
+        visitor("RGB", columns.rgb);
+        visitor("Reflectance", columns.reflectance);
+        visitor("Amplitude", columns.amplitude);
+        visitor("Amplitude", columns.amplitudeFloat);
+    }
+};
+
+/// The values of a column; none where there is none.
+template <class T>
+[[nodiscard]] std::span<const T> valuesOf(const LasColumns::Column<T>& column) noexcept {
+    return column ? std::span<const T>(column->base_vector()) : std::span<const T>();
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/las/LasExpectation.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace Tidewatch {
+
+namespace {
+
+/// The value of a column at a place, handed to `use` where there is one.
+template <class T, class Use>
+void with(const LasColumns::Column<T>& column, std::size_t i, Use use) {
+    if (column && i < column->base_vector().size())
+        use(column->base_vector()[i]);
+}
+
+/// The low 16 bits of a whole number; 0 for what is not one of 32 bits.
+std::uint16_t low16(double whole) {
+    constexpr double limit = 2147483648.0;
+    if (!(whole > -limit && whole < limit))
+        return 0;
+    return static_cast<std::uint16_t>(static_cast<std::int64_t>(whole) & 0xFFFF);
+}
+
+} // namespace
+
+LasExpectation::LasExpectation(const LasMapping& mapping, const LasSettings& settings, const LasAxes& axes)
+    : mapping_(mapping),
+      settings_(settings) {
+    // The number 0 on each axis, until there is a position.
+    point_.position = {axes[0].offset, axes[1].offset, axes[2].offset};
+}
+
+void LasExpectation::take(LasColumns columns) {
+    columns_ = std::move(columns);
+}
+
+const LasPoint& LasExpectation::point(std::size_t i) {
+    applyLateValues();
+    const bool isExtended = settings_.isExtended();
+    const unsigned returnLimit = lasReturnLimit(settings_);
+    const auto limited = [&](unsigned char number) {
+        return static_cast<std::uint8_t>(std::min<unsigned>(number, returnLimit));
+    };
+    constexpr unsigned char legacyClass = 0x1F;
+
+    with(columns_.positions, i, [&](const auto& value) { point_.position = value; });
+    with(columns_.classification, i, [&](unsigned char value) {
+        point_.classification = static_cast<std::uint8_t>(isExtended ? value : value & legacyClass);
+    });
+    with(columns_.intensity, i, [&](unsigned short value) { point_.intensity = value; });
+    with(columns_.returnNumber, i, [&](unsigned char value) { point_.returnNumber = limited(value); });
+    with(columns_.numberOfReturns, i, [&](unsigned char value) { point_.numberOfReturns = limited(value); });
+    with(columns_.edgeOfFlightLine, i,
+         [&](unsigned char value) { point_.edgeOfFlightLine = static_cast<std::uint8_t>(value & 1); });
+    with(columns_.scanDirectionFlag, i,
+         [&](unsigned char value) { point_.scanDirection = static_cast<std::uint8_t>(value & 1); });
+    if (isExtended)
+        with(columns_.scanAngle, i, [&](short value) { point_.scanAngle = value; });
+    with(columns_.scanAngleRank, i, [&](signed char value) { point_.scanAngle = value; });
+    with(columns_.userData, i, [&](unsigned char value) { point_.userData = value; });
+    if (settings_.pointSourceID > 0)
+        point_.pointSourceID = low16(settings_.pointSourceID);
+    else
+        with(columns_.pointSourceID, i, [&](unsigned short value) { point_.pointSourceID = value; });
+    with(columns_.gpsTime, i, [&](double value) { point_.gpsTime = value; });
+    with(columns_.rgb, i, [&](const auto& value) { std::copy_n(value.begin(), 3, point_.rgb.begin()); });
+
+    if (mapping_.hasReflectance)
+        with(columns_.reflectance, i, [&](float value) {
+            // In single precision; the rounding alone needs none.
+            const float steps = (value + 25.0F) * 2184.0F;
+            lateReflectance_ = low16(std::round(static_cast<double>(steps)));
+        });
+    if (mapping_.hasAmplitude) {
+        with(columns_.amplitude, i, [&](unsigned short value) { lateAmplitude_ = value; });
+        if (!columns_.amplitude)
+            with(columns_.amplitudeFloat, i,
+                 [&](float value) { lateAmplitude_ = low16(std::trunc(static_cast<double>(value))); });
+    }
+    return point_;
+}
+
+void LasExpectation::applyLateValues() {
+    if (const auto value = std::exchange(lateReflectance_, std::nullopt))
+        point_.reflectance = *value;
+    if (const auto value = std::exchange(lateAmplitude_, std::nullopt))
+        point_.amplitude = *value;
+}
+
+} // namespace Tidewatch

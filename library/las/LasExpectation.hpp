@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "library/las/LasColumns.hpp"
+#include "library/las/LasFindings.hpp"
+#include "library/las/LasMapping.hpp"
+#include "library/las/LasSettings.hpp"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace Tidewatch {
+
+/// One point as a reader of a LAS file should see it.
+struct LasPoint {
+    Geom::PhysicalSpace::point position{};
+    std::uint16_t intensity = 0;
+    std::uint8_t returnNumber = 1;
+    std::uint8_t numberOfReturns = 1;
+    std::uint8_t classification = 0;
+    std::uint8_t scanDirection = 0;
+    std::uint8_t edgeOfFlightLine = 0;
+    std::uint8_t userData = 0;
+    /// In the units of the file's own field.
+    std::int16_t scanAngle = 0;
+    std::uint16_t pointSourceID = 0;
+    double gpsTime = 0;
+    std::array<std::uint8_t, 3> rgb{};
+    /// As stored.
+    std::uint16_t reflectance = 0;
+    std::uint16_t amplitude = 0;
+};
+
+/// The points that a file must hold for the fields that were handed over, in the terms of the exporter's
+/// contract: an attribute without a value keeps that of the point before, values are cut to the width of
+/// their field, and Reflectance and Amplitude come one point late. Written without a look at the exporter's
+/// own code, which it serves to check.
+class LasExpectation {
+public:
+    /// One is for one file, whose axes are given. The others outlive the object.
+    LasExpectation(const LasMapping& mapping, const LasSettings& settings, const LasAxes& axes);
+
+    /// Goes on with the next fragment.
+    void take(LasColumns columns);
+
+    /// A point of the fragment; to be asked for in order, each once.
+    [[nodiscard]] const LasPoint& point(std::size_t i);
+
+private:
+    void applyLateValues();
+
+    const LasMapping& mapping_;
+    const LasSettings& settings_;
+    LasColumns columns_;
+    LasPoint point_;
+    std::optional<std::uint16_t> lateReflectance_;
+    std::optional<std::uint16_t> lateAmplitude_;
+};
+
+} // namespace Tidewatch

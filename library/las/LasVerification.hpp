@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "library/las/LasSettings.hpp"
+#include "library/las/LasWalk.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Tidewatch {
+
+/// Compares LAS and LAZ files with what the exporter was given, through the readers that every input takes.
+class LasVerification {
+public:
+    /// `settings` outlives the object.
+    explicit LasVerification(const LasSettings& settings) : settings_(settings) {}
+
+    /// Called while points are decoded; see ConvLib::ReadOptions.
+    std::function<void(const std::string& file, double share)> tick;
+    /// Called before so many points are decoded.
+    std::function<void(std::uint64_t points)> beginPass;
+
+    /// A file at `path`, called `name` in messages.
+    struct File {
+        std::string path;
+        std::string name;
+        /// Points that the exporter says it wrote.
+        std::uint64_t points;
+    };
+
+    /// Compares the number of points with the header, and has the records of the header and the chunk table
+    /// of a LAZ file validated. Decodes nothing. Throws Anchor::FormatError.
+    void checkCount(const File& file) const;
+
+    /// Decodes the whole file and compares every attribute of every point with the arrays of the fragments
+    /// that went into it, and the extent with their box. Gives what is different and yet no fault, for
+    /// people: the counts by return in the header follow rules of their own. Throws Anchor::FormatError for
+    /// the first difference, and what creators and `tick` throw.
+    [[nodiscard]] std::vector<std::string> compare(const File& file, const LasMapping& mapping,
+                                                   std::span<const LasWalk::Written> fragments,
+                                                   const Geom::BoundingBox& box) const;
+
+private:
+    const LasSettings& settings_;
+};
+
+} // namespace Tidewatch

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/las/exportLas.hpp"
+
+#include "library/las/LasLosses.hpp"
+#include "library/las/LasOutput.hpp"
+#include "library/las/LasVerification.hpp"
+#include "library/las/LasWalk.hpp"
+#include "library/report/Wording.hpp"
+#include "las/ExportPointCloudToLas.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <set>
+#include <span>
+#include <vector>
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class LasRun final : public ExportRun {
+public:
+    LasRun(const LasOptions& options, const LasSettings& settings, const ExportFormat::Context& context,
+           const RunScope& scope)
+        : options_(options),
+          settings_(settings),
+          progress_(context.progress),
+          // The exporter reads the positions for their box, then everything; the check reads it once more.
+          walk_(Anchor::makeStrong<LasWalk>(scope, context.inputs, context.selection, settings_, options.verify ? 3U : 2U, context.progress)),
+          exporter_() {
+        exporter_.Day = options.day;
+        exporter_.Year = options.year;
+        exporter_.Version = settings_.version;
+        exporter_.tiles = settings_.tiles;
+        exporter_.uncompressed = settings_.uncompressed;
+        exporter_.PointSourceID = settings_.pointSourceID;
+        exporter_.RenameMap = settings_.renames;
+        exporter_.Progress = walk_->reporter();
+    }
+
+    ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
+    RunRecorder& recorder() override { return *walk_; }
+
+    std::string moreSettings() const override;
+
+    std::string whySkipped(const ExportedGrid& exported) const override {
+        const LasWalk::Grid* const grid = walk_->find(exported);
+        return grid != nullptr && !grid->mapping.obstacle.empty()
+                   ? grid->mapping.obstacle
+                   : "its positions are a uniform lattice, not points";
+    }
+
+    void check(const FinishedFile& file, std::vector<std::string>& notes) override;
+    void findLosses(const ExportedGrid& exported, Losses& losses) const override;
+
+private:
+    void findWhatWasLeft(const ExportedGrid& exported, const LasWalk::Written& last, Losses& losses) const;
+
+    const LasOptions& options_;
+    const LasSettings& settings_;
+    Anchor::StrongPtr<Progress> progress_;
+    Anchor::StrongPtr<LasWalk> walk_;
+    ExportLib::ExportPointCloudToLas exporter_;
+};
+
+std::string LasRun::moreSettings() const {
+    std::string text;
+    if (settings_.uncompressed)
+        text += "\nUncompressed ";
+    if (settings_.pointSourceID != 0)
+        text += fmt::format("\nPointSourceID: {} ", settings_.pointSourceID);
+    for (const auto& [field, attribute] : settings_.renames) {
+        if (field != attribute)
+            text += fmt::format("\nRename: {}={} ", field, attribute);
+    }
+    return text;
+}
+
+void LasRun::check(const FinishedFile& file, std::vector<std::string>& notes) {
+    LasVerification verification(settings_);
+    const LasVerification::File written{file.path.string(), file.target.string(), file.record.items};
+    verification.checkCount(written);
+    const LasWalk::Grid* const grid = walk_->find(file.grid);
+    if (!options_.verify || grid == nullptr)
+        return;
+    verification.tick = Progress::ticker(progress_);
+    verification.beginPass = [&](std::uint64_t points) { walk_->beginPass(points); };
+    progress_->say("checking " + written.name);
+    std::span<const LasWalk::Written> fragments = grid->written;
+    if (settings_.tiles)
+        fragments = fragments.subspan(file.number - file.grid.firstFile, 1);
+    const Geom::BoundingBox& box = settings_.tiles ? fragments.front().box : grid->box;
+    const std::vector<std::string> differences = verification.compare(written, grid->mapping, fragments, box);
+    if (!differences.empty())
+        notes.push_back(fmt::format("{}: the exporter counts points by return in its own way: {}",
+                                    written.name, joined(differences, "; ")));
+}
+
+void LasRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
+    const LasWalk::Grid* const grid = walk_->find(exported);
+    if (grid == nullptr)
+        return;
+    addLasLosses(exported, *grid, settings_, losses);
+    if (!grid->written.empty() && !grid->written.back().hasPositions)
+        findWhatWasLeft(exported, grid->written.back(), losses);
+}
+
+/// The exporter leaves a slice at the first fragment without positions.
+void LasRun::findWhatWasLeft(const ExportedGrid& exported, const LasWalk::Written& last,
+                             Losses& losses) const {
+    std::set<std::string> left;
+    for (const auto& [time, grid] : walk_->plannedGrids()) {
+        if (time == exported.time && grid > exported.name)
+            left.insert(fmt::format("\"{}\"", grid));
+    }
+    const std::string& why = last.fragment->obstacle;
+    losses.add(
+        "skipped",
+        fmt::format("{}: fragment \"{}\" has no positions to export{}; nothing behind it at "
+                    "that time is exported{}",
+                    gridAtTime(exported.name, exported.time), last.fragment->name,
+                    why.empty() ? std::string() : " (" + why + ")",
+                    left.empty() ? std::string() : ", and no grid " + joined({left.begin(), left.end()})));
+}
+
+class LasFormat final : public ExportFormat {
+public:
+    explicit LasFormat(const LasOptions& options)
+        : options_(options),
+          hasExtension_(LasOutput::endsInExtension(options.output.text())) {
+        settings_.version = options.version;
+        settings_.tiles = options.tiles;
+        settings_.uncompressed = options.uncompressed || LasOutput::endsInLas(options.output.text());
+        settings_.pointSourceID = options.pointSourceID;
+        settings_.renames = options.renames;
+    }
+
+    std::string_view name() const override { return "LAS"; }
+    std::string_view extension() const override { return ".laz"; }
+    std::string_view unit() const override { return "points"; }
+
+    fs::path exporterOutput(const RunScope& scope) const override { return output(scope).exporterName(); }
+    fs::path placeOf(const RunScope& scope, const fs::path& written) const override {
+        return output(scope).placeOf(written);
+    }
+    std::vector<fs::path> expectedFiles(const Context& context, const RunScope& scope) const override;
+
+    std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const override {
+        return std::make_unique<LasRun>(options_, settings_, context, scope);
+    }
+
+private:
+    [[nodiscard]] LasOutput output(const RunScope& scope) const {
+        return {scope.output, hasExtension_, settings_.uncompressed};
+    }
+
+    LasOptions options_;
+    bool hasExtension_;
+    LasSettings settings_;
+};
+
+std::vector<fs::path> LasFormat::expectedFiles(const Context& context, const RunScope& scope) const {
+    const LasOutput output = this->output(scope);
+    if (!settings_.tiles)
+        return {output.file()};
+    std::set<fs::path> files;
+    context.selection.forEachGrid(*context.inputs.bundle(),
+                                  [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+                                      if (!scope.admits(time) || !scope.admits(name))
+                                          return;
+                                      for (const std::string& tile : LasMapping::tileNames(grid))
+                                          files.insert(output.tileOf(tile));
+                                  });
+    return {files.begin(), files.end()};
+}
+
+} // namespace
+
+LasOptions::LasOptions() {
+    const ExportLib::ExportPointCloudToLas defaults;
+    day = defaults.Day;
+    year = defaults.Year;
+    version = defaults.Version;
+    tiles = defaults.tiles;
+    uncompressed = defaults.uncompressed;
+    pointSourceID = defaults.PointSourceID;
+    renames = ExportLib::ExportPointCloudToLas::DefaultRenameMap();
+}
+
+std::unique_ptr<const ExportFormat> lasFormat(const LasOptions& options) {
+    return std::make_unique<LasFormat>(options);
+}
+
+ExportReport exportLas(const Inputs& inputs, const LasOptions& options, const Anchor::StrongPtr<Progress>& progress) {
+    Export job(inputs, options, lasFormat(options), progress);
+    job.write();
+    return job.placeUnlessRefused();
+}
+
+} // namespace Tidewatch

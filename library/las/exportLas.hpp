@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "library/export/Export.hpp"
+
+#include <map>
+#include <memory>
+#include <string>
+
+namespace Tidewatch {
+
+/// An export to LAS or LAZ. The settings are those of ExportLib::ExportPointCloudToLas, and so are their defaults.
+struct TIDEWATCH_API LasOptions : ExportOptions {
+    LasOptions();
+
+    int day;
+    int year;
+    /// The minor version: 2, 3 or 4.
+    int version;
+    bool tiles;
+    /// Plain LAS; an output that ends in ".las" asks for it, too.
+    bool uncompressed;
+    /// 0 to 65535.
+    int pointSourceID;
+    /// From fields to attributes of the exporter, its default entries included.
+    std::map<std::string, std::string> renames;
+    /// Decode every file before it is put in place, and compare.
+    bool verify = false;
+};
+
+/// The format for an Export.
+[[nodiscard]] TIDEWATCH_API std::unique_ptr<const ExportFormat> lasFormat(const LasOptions& options);
+
+/// Writes the chosen grids of the inputs as LAS or LAZ and puts the files in place, see Export::placeUnlessRefused().
+TIDEWATCH_API ExportReport exportLas(const Inputs& inputs, const LasOptions& options,
+                                     const Anchor::StrongPtr<Progress>& progress = {});
+
+} // namespace Tidewatch

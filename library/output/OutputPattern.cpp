@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/output/OutputPattern.hpp"
+
+#include "anchor/Error.hpp"
+#include "library/report/UsageError.hpp"
+#include "library/report/Wording.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+OutputPattern::OutputPattern(std::string text) : text_(std::move(text)) {
+    if (text_.empty())
+        throw UsageError("an empty OUTPUT");
+    std::size_t place = 0;
+    while (place < text_.size()) {
+        const std::size_t open = text_.find('{', place);
+        const std::size_t close = open == std::string::npos ? open : text_.find('}', open);
+        if (close == std::string::npos) {
+            pieces_.push_back({Kind::Text, text_.substr(place)});
+            return;
+        }
+        if (open > place)
+            pieces_.push_back({Kind::Text, text_.substr(place, open - place)});
+        const std::string name = text_.substr(open + 1, close - open - 1);
+        if (name == "grid") {
+            pieces_.push_back({Kind::Grid, {}});
+            perGrid_ = true;
+        } else if (name == "time") {
+            pieces_.push_back({Kind::Time, {}});
+            perTime_ = true;
+        } else {
+            throw UsageError(fmt::format(
+                "OUTPUT {}: {{{}}} stands for nothing; there are {{grid}} and {{time}}", text_, name));
+        }
+        place = close + 1;
+    }
+}
+
+std::string OutputPattern::fill(const std::string& grid, double time) const {
+    if (perGrid_ && !isPathComponent(grid))
+        throw Anchor::FormatError(
+            fmt::format("{}: a grid is named \"{}\", which cannot be part of a file name", text_, grid));
+    std::string path;
+    for (const Piece& piece : pieces_) {
+        switch (piece.kind) {
+        case Kind::Text:
+            path += piece.text;
+            break;
+        case Kind::Grid:
+            path += grid;
+            break;
+        case Kind::Time:
+            path += shortestText(time);
+            break;
+        }
+    }
+    return path;
+}
+
+bool isPathComponent(const std::string& name) {
+    const auto isUnfit = [](char character) {
+        const auto byte = static_cast<unsigned char>(character);
+        return byte < 0x20 || byte == 0x7f || byte == '/' || byte == '\\';
+    };
+    return !name.empty() && name != "." && name != ".." && std::none_of(name.begin(), name.end(), isUnfit);
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Visibility.hpp"
+#include <string>
+#include <vector>
+
+namespace Tidewatch {
+
+/// The OUTPUT of an export command: a path in which {grid} and {time} stand for the name of a grid and for a
+/// time in its shortest decimal form.
+class TIDEWATCH_API OutputPattern {
+public:
+    /// An empty pattern; stands in until one is given.
+    OutputPattern() = default;
+
+    /// Throws UsageError for an empty text and for anything in braces that is neither of the two. A brace
+    /// without a partner stands for itself.
+    OutputPattern(std::string text);
+    OutputPattern(const char* text) : OutputPattern(std::string(text)) {}
+
+    [[nodiscard]] const std::string& text() const noexcept { return text_; }
+
+    /// Whether each grid gets an output of its own.
+    [[nodiscard]] bool isPerGrid() const noexcept { return perGrid_; }
+
+    /// Whether each time gets an output of its own.
+    [[nodiscard]] bool isPerTime() const noexcept { return perTime_; }
+
+    /// The path for a grid and a time; what the pattern does not name is not looked at. Throws
+    /// Anchor::FormatError for a grid name that would not be one path component: the name comes from inside
+    /// an input file and must not lead to another folder.
+    [[nodiscard]] std::string fill(const std::string& grid, double time) const;
+
+private:
+    enum class Kind { Text, Grid, Time };
+    struct Piece {
+        Kind kind;
+        std::string text;
+    };
+
+    std::string text_;
+    std::vector<Piece> pieces_;
+    bool perGrid_ = false;
+    bool perTime_ = false;
+};
+
+/// Whether a name can stand as one component of a path: not empty, not "." or "..", no separator, no control
+/// character.
+[[nodiscard]] bool isPathComponent(const std::string& name);
+
+} // namespace Tidewatch

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/output/Placement.hpp"
+
+#include "anchor/Error.hpp"
+#include "library/report/Wording.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <set>
+#include <string>
+#include <unistd.h>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+namespace Tidewatch {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void bringToDisk(const fs::path& path) {
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool done = file >= 0 && ::fsync(file) == 0;
+    const int error = errno;
+    if (file >= 0)
+        ::close(file);
+    if (!done)
+        throw Anchor::FileError(
+            fmt::format("{}: cannot bring the file to the disk: {}", path.string(), systemMessage(error)));
+}
+
+/// 0, or the error number.
+int renameFile(const fs::path& from, const fs::path& to, bool overwrite) {
+    if (!overwrite) {
+        // Closes the gap between the check and the rename, during which somebody else may have made the file.
+        if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+            return 0;
+        if (errno != EINVAL && errno != ENOSYS)
+            return errno;
+        // Some file systems know no such rename.
+    }
+    return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+/// One form for all paths that lead to a place; a link that stands there is the place.
+fs::path placeOf(const fs::path& path) {
+    const fs::path normal = fs::absolute(path).lexically_normal();
+    return fs::weakly_canonical(normal.parent_path()) / normal.filename();
+}
+
+} // namespace
+
+Placement::Placement(bool overwrite, std::vector<FileIdentity> inputs)
+    : overwrite_(overwrite),
+      inputs_(std::move(inputs)) {}
+
+void Placement::checkFolder(const fs::path& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 ? !S_ISDIR(status.st_mode) : errno == ENOTDIR)
+        throw Anchor::FileError(path.string() + ": is no folder");
+}
+
+void Placement::check(const fs::path& target, Manner manner) const {
+    struct stat status {};
+    if (::stat(target.c_str(), &status) != 0) {
+        if (errno == ENOTDIR)
+            throw Anchor::FileError(target.string() + ": a part of the path is no folder");
+        struct stat link {};
+        if (errno == ENOENT && ::lstat(target.c_str(), &link) == 0) {
+            if (manner == Manner::Append)
+                throw Anchor::FileError(target.string() + ": a link that leads nowhere stands there");
+            if (!overwrite_)
+                throw Anchor::FileError(target.string() +
+                                        ": a link stands there already; --overwrite replaces it");
+        }
+        return;
+    }
+    if (S_ISDIR(status.st_mode))
+        throw Anchor::FileError(target.string() + ": a folder stands where the file is to go");
+    if (!S_ISREG(status.st_mode))
+        throw Anchor::FileError(target.string() + ": something stands there that is no ordinary file");
+    const FileIdentity identity{status.st_dev, status.st_ino};
+    if (std::find(inputs_.begin(), inputs_.end(), identity) != inputs_.end())
+        throw Anchor::FileError(target.string() + ": the output is one of the inputs");
+    if (!overwrite_ && manner == Manner::Replace)
+        throw Anchor::FileError(target.string() + ": exists already; --overwrite replaces it");
+}
+
+void Placement::add(fs::path staged, fs::path target, Manner manner) {
+    moves_.push_back({std::move(staged), std::move(target), manner, std::nullopt});
+}
+
+void Placement::settle(Move& move) const {
+    check(move.target, move.manner);
+    if (move.manner == Manner::Append && fs::is_symlink(move.target))
+        move.target = fs::canonical(move.target);
+}
+
+void Placement::prepare(Move& move, const std::function<void()>& check) {
+    if (!fs::exists(move.target))
+        return;
+    if (move.manner == Manner::Append) {
+        JoinedFile joined = joinFiles(move.target, move.staged, check);
+        move.staged = std::move(joined.path);
+        move.before = joined.head;
+    }
+    bringToDisk(move.staged);
+}
+
+void Placement::commit(const std::function<void()>& check) {
+    std::set<fs::path> targets;
+    for (Move& move : moves_) {
+        settle(move);
+        if (!targets.insert(placeOf(move.target)).second)
+            throw Anchor::FileError(move.target.string() + ": two files are to go there");
+    }
+    for (Move& move : moves_)
+        prepare(move, check);
+    for (const Move& move : moves_) {
+        if (move.before && FileState::of(move.target) != move.before)
+            throw Anchor::FileError(move.target.string() +
+                                    ": the file was changed while it was to be added to");
+    }
+    std::vector<std::string> placed;
+    for (const Move& move : moves_) {
+        std::error_code error;
+        if (const fs::path folder = move.target.parent_path(); !folder.empty())
+            fs::create_directories(folder, error);
+        const bool replaces = overwrite_ || move.before.has_value();
+        const int failure = error ? error.value() : renameFile(move.staged, move.target, replaces);
+        if (failure != 0)
+            throw Anchor::FileError(fmt::format(
+                "{}: cannot be put in place: {} ({})", move.target.string(), systemMessage(failure),
+                placed.empty() ? "nothing was put in place" : "in place already: " + joined(placed)));
+        placed.push_back(move.target.string());
+    }
+    moves_.clear();
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Visibility.hpp"
+#include "library/input/FileIdentity.hpp"
+#include "library/output/joinFiles.hpp"
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace Tidewatch {
+
+/// Puts finished files in place: all of them or, as far as can be known beforehand, none.
+class TIDEWATCH_API Placement {
+public:
+    /// `overwrite`: files that stand in the way are replaced. `inputs` are files that must never be.
+    Placement(bool overwrite, std::vector<FileIdentity> inputs);
+
+    /// What becomes of a file that stands at the target.
+    enum class Manner {
+        /// It is replaced, where that is allowed.
+        Replace,
+        /// It stays, and what is put there goes behind what it holds.
+        Append
+    };
+
+    /// Throws Anchor::FileError when nothing may be put at `target`: it is one of the inputs, a folder or
+    /// another thing that is no regular file stands there, or a file does and is not to be replaced.
+    void check(const std::filesystem::path& target, Manner manner = Manner::Replace) const;
+
+    /// Throws Anchor::FileError when something stands at `path` that is no folder.
+    static void checkFolder(const std::filesystem::path& path);
+
+    /// Notes a file that lies at `staged` on the same file system and is to be moved to `target`.
+    void add(std::filesystem::path staged, std::filesystem::path target, Manner manner = Manner::Replace);
+
+    /// Checks all targets, then renames. Missing folders on the way to a target are made. Throws
+    /// Anchor::FileError before the first rename when two files have one target or a check fails; when a
+    /// rename fails, the message names the files that are in place already.
+    ///
+    /// A file that is added to is joined with the new one beside the latter, also before the first rename; it
+    /// keeps its permissions, and a link stays one. That it was changed between that and its rename is an error, too.
+    /// `check` is called meanwhile, unless it is empty, and may throw to stop.
+    ///
+    /// A file that replaces another one is brought to the disk first, so that a power failure leaves the old
+    /// or the new content. New files are not: that would cost the time of writing once more, and what it
+    /// would save can be made again.
+    void commit(const std::function<void()>& check = {});
+
+private:
+    struct Move {
+        std::filesystem::path staged;
+        std::filesystem::path target;
+        Manner manner;
+        /// Where something is added to a file: what it was like when it was read.
+        std::optional<FileState> before;
+    };
+
+    /// Checks a target and resolves links to a file that is added to.
+    void settle(Move& move) const;
+    /// Makes what lies at `staged` ready to take its place.
+    static void prepare(Move& move, const std::function<void()>& check);
+
+    bool overwrite_;
+    std::vector<FileIdentity> inputs_;
+    std::vector<Move> moves_;
+};
+
+} // namespace Tidewatch

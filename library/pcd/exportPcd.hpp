@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "library/export/Export.hpp"
+
+#include <memory>
+
+namespace Tidewatch {
+
+/// An export to PCD. The settings are those of ExportLib::ExportPointCloudToPCD, and so are their defaults.
+struct TIDEWATCH_API PcdOptions : ExportOptions {
+    PcdOptions();
+
+    int refinementLevel;
+    int precision;
+    double cellSize;
+    bool exactCounts;
+};
+
+/// The format for an Export.
+[[nodiscard]] TIDEWATCH_API std::unique_ptr<const ExportFormat> pcdFormat(const PcdOptions& options);
+
+/// Writes the chosen grids of the inputs as PCD and puts the files in place, see Export::placeUnlessRefused().
+TIDEWATCH_API ExportReport exportPcd(const Inputs& inputs, const PcdOptions& options,
+                                     const Anchor::StrongPtr<Progress>& progress = {});
+
+} // namespace Tidewatch

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/report/Losses.hpp"
+
+#include "library/report/Wording.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+void Losses::add(std::string_view kind, std::string message) {
+    others_.push_back({{std::string(kind), std::move(message)}, {}});
+}
+
+void Losses::addOf(std::string_view where, std::string_view kind, std::string text) {
+    const auto known = std::find_if(others_.begin(), others_.end(), [&](const Entry& entry) {
+        return !entry.where.empty() && entry.loss.kind == kind && entry.loss.message == text;
+    });
+    if (known != others_.end())
+        known->where.emplace_back(where);
+    else
+        others_.push_back({{std::string(kind), std::move(text)}, {std::string(where)}});
+}
+
+void Losses::addField(const std::string& name) {
+    fields_.insert(name);
+}
+
+void Losses::addProperties(const ConvLib::InputReport& input) {
+    const std::vector<std::string> properties = input.notCarried();
+    if (!properties.empty())
+        add("properties", fmt::format("{}: not carried: {}", input.file(), joined(properties)));
+}
+
+std::vector<Loss> Losses::list(std::string_view format) const {
+    std::vector<Loss> all;
+    if (!fields_.empty())
+        all.push_back(
+            {"fields", fmt::format("{} does not carry the field{} {}", format, fields_.size() == 1 ? "" : "s",
+                                   joined({fields_.begin(), fields_.end()}))});
+    for (const auto& [loss, where] : others_) {
+        constexpr std::size_t most = 3;
+        std::string subject =
+            joined({where.begin(), where.begin() + std::min<std::ptrdiff_t>(std::ssize(where), most)});
+        if (where.size() > most)
+            subject += fmt::format(" and {} more", grouped(where.size() - most));
+        all.push_back({loss.kind, where.empty() ? loss.message : subject + ": " + loss.message});
+    }
+    return all;
+}
+
+} // namespace Tidewatch

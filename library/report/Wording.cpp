@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/report/Wording.hpp"
+
+#include <charconv>
+#include <cmath>
+
+#include <fmt/format.h>
+#include <system_error>
+
+namespace Tidewatch {
+
+std::string shortestText(double value) {
+    char digits[32];
+    return {digits, std::to_chars(digits, digits + sizeof digits, value).ptr};
+}
+
+std::string coordinateText(double value) {
+    constexpr double exactIntegers = 9007199254740992; // 2 to the 53rd
+    if (!(std::abs(value) <= exactIntegers))
+        return shortestText(value);
+    std::string text = fmt::format("{:.9f}", value);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.')
+        text.pop_back();
+    return text == "-0" ? "0" : text;
+}
+
+std::string grouped(std::uint64_t number) {
+    std::string text = std::to_string(number);
+    for (std::size_t place = text.size(); place > 3;) {
+        place -= 3;
+        text.insert(place, 1, ' ');
+    }
+    return text;
+}
+
+std::string counted(std::uint64_t number, std::string_view what) {
+    return fmt::format("{} {}{}", grouped(number), what, number == 1 ? "" : "s");
+}
+
+std::string gridAtTime(std::string_view grid, double time) {
+    return fmt::format("grid \"{}\" at time {}", grid, shortestText(time));
+}
+
+std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
+    return fmt::format("{}", fmt::join(texts, separator));
+}
+
+std::string systemMessage(int errorNumber) {
+    return std::generic_category().message(errorNumber);
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Visibility.hpp"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Numbers and names as the program's messages show them. Nothing here depends on the locale.
+namespace Tidewatch {
+
+/// The shortest decimal text that reads back as the same number: "2.5", "1e+22".
+[[nodiscard]] TIDEWATCH_API std::string shortestText(double value);
+
+/// A coordinate for people: at most nine decimals and no exponent, "1536870.91175"; what is too large for
+/// that or no finite number as shortestText() has it.
+[[nodiscard]] TIDEWATCH_API std::string coordinateText(double value);
+
+/// A number for people, its digits in groups of three: "1 000 000".
+[[nodiscard]] TIDEWATCH_API std::string grouped(std::uint64_t number);
+
+/// A grouped number with what it counts, `what` given in the singular: "1 point", "110 000 points".
+[[nodiscard]] TIDEWATCH_API std::string counted(std::uint64_t number, std::string_view what);
+
+/// `grid "dunes" at time 2.5`.
+[[nodiscard]] TIDEWATCH_API std::string gridAtTime(std::string_view grid, double time);
+
+[[nodiscard]] TIDEWATCH_API std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
+
+/// What the system says of an error number.
+[[nodiscard]] TIDEWATCH_API std::string systemMessage(int errorNumber);
+
+} // namespace Tidewatch

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/StrongPtr.hpp"
+#include "sheaf/Bundle.hpp"
+
+#include <cstdint>
+
+namespace Tidewatch {
+
+/// What the sample survey is made of.
+struct SampleOptions {
+    /// Points of the full cloud of each time slice.
+    std::uint64_t points = 200'000;
+    /// The same seed gives the same survey, bit for bit, on every machine.
+    std::uint64_t seed = 1;
+};
+
+/// A synthetic survey of a tidal coast, for trying things on: three time slices, 0, 3 and 6 hours after low
+/// water, each with two grids.
+///
+/// "coast" is a laser scan from the air: four flight strips cut into fragments ("strip1-000", ...), with
+/// every attribute of LAS points, at two refinement levels: all points at (1, 1, 1), an eighth of them at (0,
+/// 0, 0). Points are in the order of the scan and have up to three returns; water is met at its surface, in
+/// shallow places the bottom as well.
+///
+/// "elevation" is a lattice of 2 m by 2 m in two fragments that overlap by a column: Height (float, the
+/// ground), WaterDepth (double) and CellType (0 outside the survey, 1 land, 2 dry flat or bed, 3 water).
+///
+/// Coordinates are UTM-like, in metres to the millimetre. Nothing is held: arrays are made on demand, a
+/// fragment at a time, and belong to the memory cache, so a survey may be larger than memory.
+[[nodiscard]] TIDEWATCH_API Anchor::StrongPtr<Sheaf::Bundle> makeSampleSurvey(const SampleOptions& options);
+
+} // namespace Tidewatch

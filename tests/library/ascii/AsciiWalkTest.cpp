@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/ascii/AsciiWalk.hpp"
+
+#include "ascii/AsciiBundle.hpp"
+#include "ascii/ExportPointCloudToASCII.hpp"
+#include "library/BuildingReader.hpp"
+#include "library/ascii/AsciiLosses.hpp"
+#include "support/ConsoleCapture.hpp"
+
+#include <stdexcept>
+#include <utility>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Tidewatch {
+namespace {
+
+using Support::GridBuilder;
+using Support::heldArray;
+using Support::heldLattice;
+using Support::Points;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const AsciiSettings defaults{"CellType", -1, 0, false, false};
+
+/// Runs the exporter under a walk over what the function builds.
+class Walked {
+public:
+    explicit Walked(BuildingReader::Build build, AsciiSettings settings = defaults)
+        : settings_(std::move(settings)),
+          inputs_(readBuilt(inputFolder_, std::move(build))),
+          selection_(Filters{}),
+          walk_(Anchor::makeStrong<AsciiWalk>(RunScope{}, inputs_, selection_, settings_, Anchor::makeStrong<Progress>())) {
+        exporter_.FilterField = settings_.filterField;
+        exporter_.RefLevel = settings_.refinementLevel;
+        exporter_.Precision = settings_.precision;
+        exporter_.Append = settings_.append;
+        exporter_.bundleptr = inputs_.bundle();
+        exporter_.OutputPath = folder_.path().string();
+        exporter_.Progress = walk_->reporter();
+        walk_->follow(exporter_);
+        EXPECT_TRUE(exporter_.Run());
+        walk_->finish(exporter_.writtenFiles());
+    }
+
+    [[nodiscard]] const AsciiWalk::Grid& grid(std::size_t visit = 0) const {
+        const AsciiWalk::Grid* const known = walk_->find(walk_->grids().at(visit));
+        if (known == nullptr)
+            throw std::runtime_error("an unknown grid");
+        return *known;
+    }
+    [[nodiscard]] const std::vector<ConvLib::WrittenFile>& record() const { return exporter_.writtenFiles(); }
+
+    /// "kind: message" of every loss.
+    [[nodiscard]] std::vector<std::string> losses() const {
+        Losses losses;
+        for (const ExportedGrid& visit : walk_->grids())
+            addAsciiLosses(visit, *walk_->find(visit), settings_, exporter_.writtenFiles(), losses);
+        std::vector<std::string> texts;
+        for (const Loss& loss : losses.list("ASCII"))
+            texts.push_back(loss.kind + ": " + loss.message);
+        return texts;
+    }
+
+private:
+    Support::TemporaryFolder folder_;
+    Support::TemporaryFolder inputFolder_;
+    Support::ConsoleCapture console_;
+    AsciiSettings settings_;
+    Inputs inputs_;
+    Selection selection_;
+    Anchor::StrongPtr<AsciiWalk> walk_;
+    ExportLib::ExportPointCloudToASCII exporter_;
+};
+
+void buildLattice(Sheaf::Bundle& bundle, const Geom::PhysicalSpace::point& corner,
+                  const Geom::PhysicalSpace::vector& spacing) {
+    GridBuilder(bundle, 0, "dem")
+        .field("Positions", "f", heldLattice(corner, spacing, {3, 2, 1}))
+        .field("Height", "f", heldArray<float>({3, 2, 1}, {1, 2, 3, 4, 5, 6}))
+        .field("CellType", "f", heldArray<unsigned char>({3, 2, 1}, {1, 1, 1, 1, 1, 1}));
+}
+
+TEST(AsciiWalk, EveryFileIsThatOfItsStop) {
+    const Walked walked([](Sheaf::Bundle& bundle, const std::string&) {
+        GridBuilder(bundle, 0, "a", {0})
+            .field("Positions", "", Points{{1, 2, 3}})
+            .skeleton({1})
+            .field("Angle", "x", std::vector<signed char>{1})
+            .field("Id", "x", std::vector<int>{1})
+            .field("Id", "y", std::vector<int>{2, 3})
+            .field("Positions", "x", Points{{1, 2, 3}, {4, 5, 6.5}});
+        GridBuilder(bundle, 0, "b").field("Positions", "x", Points{{7, 8, 9}});
+    });
+    std::vector<std::string> seen;
+    for (const std::size_t visit : {0U, 1U}) {
+        for (const AsciiWalk::Written& written : walked.grid(visit).written)
+            seen.push_back(written.stop->file(defaults)->string() + " " +
+                           std::to_string(walked.record().at(written.file).items));
+    }
+    EXPECT_THAT(seen, ElementsAre("Id/x.asc 1", "Id/y.asc 2", "Positions/x.asc 2", "Positions/x.asc 1"));
+    EXPECT_EQ(walked.grid(0).survey.points(), 2U);
+    EXPECT_EQ(walked.grid(0).survey.axis(2)->decimalStep, 0.1);
+    EXPECT_EQ(walked.grid(1).survey.points(), 1U);
+    EXPECT_THAT(walked.losses(),
+                ElementsAre("fields: grid \"a\" at time 0: Angle is left out: there is no writer for int8"));
+}
+
+TEST(AsciiLosses, FieldsThatLieOnOtherSkeletonsOnlyAreTold) {
+    const auto build = [](Sheaf::Bundle& bundle, const std::string&) {
+        GridBuilder(bundle, 0, "g", {1})
+            .field("Positions", "", Points{{1, 2, 3}})
+            .skeleton({0})
+            .field("Coarse", "", std::vector<int>{1})
+            .field("Positions", "", Points{{1, 2, 3}})
+            .skeleton({}, 1, 2)
+            .field("Hidden", "", std::vector<int>{1});
+    };
+    EXPECT_THAT(
+        Walked(build).losses(),
+        ElementsAre("fields: grid \"g\" at time 0: Coarse is left out: it lies on other skeletons than the "
+                    "vertices of the highest level; --ref-level -2 takes all"));
+    AsciiSettings settings = defaults;
+    for (const int level : {-2, 1}) {
+        settings.refinementLevel = level;
+        EXPECT_THAT(Walked(build, settings).losses(), IsEmpty()) << level;
+    }
+}
+
+TEST(AsciiLosses, GridThatIsWrittenAsItIsLosesNothing) {
+    EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
+                    buildLattice(bundle, {500000.5, 4000000.125, 0}, {0.5, 0.5, 1});
+                }).losses(),
+                IsEmpty());
+}
+
+TEST(AsciiLosses, CellSizeThatThreeDecimalsRoundIsToldWithTheSizeOfTheLoss) {
+    EXPECT_THAT(
+        Walked([](Sheaf::Bundle& bundle, const std::string&) {
+            buildLattice(bundle, {10, 20, 0}, {0.0004, 0.0004, 1});
+        }).losses(),
+        ElementsAre("rounding: grid \"dem\" at time 0: the corner and the cell size of 0.0004 are written "
+                    "with three decimals: coordinates are off by up to 0.0008"));
+    EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
+                    buildLattice(bundle, {10.0001, 20, 0}, {1, 1, 1});
+                }).losses(),
+                ElementsAre("rounding: grid \"dem\" at time 0: the corner and the cell size of 1 are written "
+                            "with three decimals: coordinates are off by up to 0.0001"));
+}
+
+TEST(AsciiLosses, CellsThatAreNoSquaresAreTold) {
+    EXPECT_THAT(
+        Walked([](Sheaf::Bundle& bundle, const std::string&) {
+            buildLattice(bundle, {10, 20, 0}, {2, 5, 1});
+        }).losses(),
+        ElementsAre("rounding: grid \"dem\" at time 0: cells of 2 by 5 are written as squares of 2.000: "
+                    "coordinates are off by up to 3"));
+}
+
+TEST(AsciiLosses, GridsWithoutCellTypesAreEmptyAndItIsSaidWhy) {
+    AsciiSettings settings = defaults;
+    settings.filterField = "Mask";
+    const auto build = [](Sheaf::Bundle& bundle, const std::string&) {
+        buildLattice(bundle, {0, 0, 0}, {1, 1, 1});
+    };
+    EXPECT_THAT(
+        Walked(build, settings).losses(),
+        ElementsAre("empty: grid \"dem\" at time 0: CellType: 1 fragment without a value: there is no "
+                    "field \"Mask\" of cell types; --filter-field names another",
+                    "empty: grid \"dem\" at time 0: Height: 1 fragment without a value: there is no "
+                    "field \"Mask\" of cell types; --filter-field names another"));
+    settings.filterField = "Height";
+    settings.append = true;
+    EXPECT_THAT(
+        Walked(build, settings).losses(),
+        ElementsAre("empty: grid \"dem\" at time 0: CellType: 1 fragment without a value: its values, its "
+                    "overlaps or the cell types of the field \"Height\" do not fit the lattice",
+                    "empty: grid \"dem\" at time 0: Height: 1 fragment without a value: its values, its "
+                    "overlaps or the cell types of the field \"Height\" do not fit the lattice"));
+}
+
+TEST(AsciiLosses, CellTypesThatAFragmentLacksAreTold) {
+    EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
+                    GridBuilder(bundle, 0, "dem")
+                        .field("Positions", "e", heldLattice({0, 0, 0}, {1, 1, 1}, {1, 1, 1}))
+                        .field("Positions", "f", heldLattice({1, 0, 0}, {1, 1, 1}, {1, 1, 1}))
+                        .field("Height", "e", heldArray<int>({1, 1, 1}, {1}))
+                        .field("Height", "f", heldArray<int>({1, 1, 1}, {1}))
+                        .field("CellType", "e", heldArray<unsigned char>({1, 1, 1}, {1}));
+                }).losses(),
+                ElementsAre("empty: grid \"dem\" at time 0: Height: 1 fragment without a value: the field "
+                            "\"CellType\" has no cell types for it"));
+}
+
+TEST(AsciiLosses, RowsThatALowOverlapShiftsAreTold) {
+    EXPECT_THAT(
+        Walked([](Sheaf::Bundle& bundle, const std::string&) {
+            buildLattice(bundle, {0, 0, 0}, {1, 1, 1});
+            const auto grid = bundle.slices().at(0).lock()->grids().at("dem").lock();
+            grid->makeFragment("f")->overlapLow = Sheaf::MultiIndex<3>{0, 1, 0};
+        }).losses(),
+        ElementsAre("shift: grid \"dem\" at time 0: the values of fragments that overlap their southern "
+                    "neighbour stand up to 1 row too far north"));
+}
+
+TEST(AsciiLosses, BytesAsCharactersAndRoundedValuesAreTold) {
+    AsciiSettings settings = defaults;
+    settings.precision = 1;
+    EXPECT_THAT(Walked(
+                    [](Sheaf::Bundle& bundle, const std::string&) {
+                        buildLattice(bundle, {0, 0, 0}, {1, 1, 1});
+                        const auto grid = bundle.slices().at(0).lock()->grids().at("dem").lock();
+                        const auto field = grid->findHighestHomogenousVertexRefinement(0)
+                                               ->representations()(grid->findCartesianChart(""))
+                                               ->makeField("Depth", typeid(double));
+                        field->addFragment(grid->makeFragment("f"),
+                                           heldArray<double>({3, 2, 1}, {0.25, 1, 1, 1, 1, 1}));
+                    },
+                    settings)
+                    .losses(),
+                ElementsAre("rounding: grid \"dem\" at time 0: values of Depth are rounded by up to 0.05",
+                            "characters: grid \"dem\" at time 0: CellType is written as characters, not as "
+                            "numbers; --precision 0 writes numbers"));
+}
+
+TEST(AsciiLosses, CoordinatesFinerThanSixDecimalsAreTold) {
+    EXPECT_THAT(
+        Walked([](Sheaf::Bundle& bundle, const std::string&) {
+            GridBuilder(bundle, 0, "g").field("Positions", "", Points{{1.12345678, 0.000001, 3}});
+        }).losses(),
+        ElementsAre("rounding: grid \"g\" at time 0: coordinates are rounded by up to 5e-07, more than "
+                    "the input's step of 1e-08 allows; text has six decimals"));
+    EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
+                    GridBuilder(bundle, 0, "g").field("Positions", "", Points{{1.123456, 0.000001, 3}});
+                }).losses(),
+                IsEmpty());
+}
+
+TEST(AsciiLosses, FilesOfOneGridThatComeToOneNameAreTold) {
+    const auto build = [](Sheaf::Bundle& bundle, const std::string&) {
+        GridBuilder(bundle, 0, "g")
+            .field("Positions", "", Points{{1, 2, 3}})
+            .skeleton({}, 0, 1)
+            .field("Positions", "", Points{{1, 2, 3}});
+    };
+    AsciiSettings settings = defaults;
+    settings.refinementLevel = -2;
+    EXPECT_THAT(
+        Walked(build, settings).losses(),
+        ElementsAre("overwritten: grid \"g\" at time 0: 1 file of several skeletons or charts came to one "
+                    "name, of which the last is kept; --ref-level keeps levels apart"));
+    settings.append = true;
+    EXPECT_THAT(Walked(build, settings).losses(), IsEmpty());
+}
+
+TEST(AsciiLosses, GridsOneBehindTheOtherInAFileAreTold) {
+    AsciiSettings settings = defaults;
+    settings.append = true;
+    EXPECT_THAT(
+        Walked(
+            [](Sheaf::Bundle& bundle, const std::string&) {
+                GridBuilder(bundle, 0, "dem")
+                    .field("Positions", "e", heldLattice({0, 0, 0}, {1, 1, 1}, {1, 1, 1}))
+                    .field("Positions", "f", heldLattice({1, 0, 0}, {1, 1, 1}, {1, 1, 1}))
+                    .field("CellType", "e", heldArray<unsigned char>({1, 1, 1}, {1}))
+                    .field("CellType", "f", heldArray<unsigned char>({1, 1, 1}, {1}));
+            },
+            settings)
+            .losses(),
+        ElementsAre("joined: grid \"dem\" at time 0: 1 file with the grids of several fragments one behind "
+                    "the other, of which programs read the first"));
+}
+
+} // namespace
+} // namespace Tidewatch

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/export/RunScope.hpp"
+
+#include "anchor/Error.hpp"
+#include "support/BundleBuilder.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Tidewatch {
+namespace {
+
+class PlanRuns : public ::testing::Test {
+protected:
+    PlanRuns() : bundle_(Anchor::makeStrong<Sheaf::Bundle>()) {}
+
+    std::vector<RunScope> plan(const std::string& pattern, const Filters& filters = {}) {
+        return planRuns(OutputPattern(pattern), Selection(filters), *bundle_);
+    }
+    void add(double time, const std::string& grid) { Support::GridBuilder(*bundle_, time, grid); }
+
+    Anchor::StrongPtr<Sheaf::Bundle> bundle_;
+};
+
+std::vector<std::string> outputs(const std::vector<RunScope>& runs) {
+    std::vector<std::string> names;
+    for (const RunScope& run : runs)
+        names.push_back(run.output);
+    return names;
+}
+
+TEST_F(PlanRuns, APlainOutputIsOneRunOfEverything) {
+    add(0, "a");
+    add(1, "b");
+    const auto runs = plan("x.pcd");
+    ASSERT_EQ(runs.size(), 1U);
+    EXPECT_EQ(runs[0].output, "x.pcd");
+    EXPECT_TRUE(runs[0].admits(0.0) && runs[0].admits(1.0));
+    EXPECT_TRUE(runs[0].admits("a") && runs[0].admits("b"));
+}
+
+TEST_F(PlanRuns, GridsGetARunEachWhateverTheirTimes) {
+    add(0, "a");
+    add(0, "b");
+    add(1, "a");
+    const auto runs = plan("{grid}.pcd");
+    EXPECT_THAT(outputs(runs), ::testing::ElementsAre("a.pcd", "b.pcd"));
+    EXPECT_TRUE(runs[0].admits(0.0) && runs[0].admits(1.0));
+    EXPECT_FALSE(runs[0].admits("b"));
+}
+
+TEST_F(PlanRuns, TimesGetARunEachWhateverTheirGrids) {
+    add(0, "a");
+    add(0, "b");
+    add(0.5, "a");
+    const auto runs = plan("t{time}.pcd");
+    EXPECT_THAT(outputs(runs), ::testing::ElementsAre("t0.pcd", "t0.5.pcd"));
+    EXPECT_FALSE(runs[0].admits(0.5));
+    EXPECT_TRUE(runs[0].admits("a") && runs[0].admits("b"));
+}
+
+TEST_F(PlanRuns, BothGiveARunForEachGridAtATime) {
+    add(0, "a");
+    add(0, "b");
+    add(1, "a");
+    EXPECT_THAT(outputs(plan("{grid}-{time}")), ::testing::ElementsAre("a-0", "b-0", "a-1"));
+}
+
+TEST_F(PlanRuns, FiltersLeaveRunsOut) {
+    add(0, "a");
+    add(0, "b");
+    add(1, "a");
+    EXPECT_THAT(outputs(plan("{grid}-{time}", {{{1, 2}}, {}, {}})), ::testing::ElementsAre("a-1"));
+    EXPECT_THAT(outputs(plan("{grid}-{time}", {{}, {"b*"}, {}})), ::testing::ElementsAre("b-0"));
+    EXPECT_THAT(outputs(plan("{grid}", {{}, {"c"}, {}})), ::testing::IsEmpty());
+}
+
+TEST_F(PlanRuns, TwoRunsOfOneNameAreAnErrorThatNamesBoth) {
+    add(10, "a");
+    add(0, "a1");
+    try {
+        (void)plan("{grid}{time}.pcd");
+        FAIL() << "no error";
+    } catch (const Anchor::FileError& error) {
+        EXPECT_STREQ(error.what(),
+                     "a10.pcd: both grid \"a1\" at time 0 and grid \"a\" at time 10 come to this name");
+    }
+}
+
+TEST_F(PlanRuns, NamesThatDifferInSpellingOnlyAreOneName) {
+    add(0, "a");
+    add(0, "b");
+    EXPECT_THROW((void)plan("out/{grid}/../x.pcd"), Anchor::FileError);
+}
+
+TEST_F(PlanRuns, AnUnfitGridNameIsRefusedBeforeAnyWork) {
+    add(0, "../../etc");
+    EXPECT_THROW((void)plan("{grid}.pcd"), Anchor::FormatError);
+}
+
+} // namespace
+} // namespace Tidewatch

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/las/LasColumns.hpp"
+
+#include "library/las/LasColumnsBuilder.hpp"
+#include "las/ExportPointCloudToLas.hpp"
+#include "sheaf/ElementTypes.hpp"
+
+#include <set>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Tidewatch {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST(LasColumns, ArraysGoByAttributeAndElementType) {
+    const LasColumns columns = LasColumnsBuilder()
+                                   .with("Intensity", std::vector<unsigned short>{1, 2})
+                                   .with("ScanAngleRank", std::vector<short>{-3})
+                                   .with("Amplitude", std::vector<float>{0.5F})
+                                   .columns();
+    EXPECT_THAT(valuesOf(columns.intensity), ElementsAre(1, 2));
+    EXPECT_THAT(valuesOf(columns.scanAngle), ElementsAre(-3));
+    EXPECT_THAT(valuesOf(columns.scanAngleRank), IsEmpty());
+    EXPECT_THAT(valuesOf(columns.amplitudeFloat), ElementsAre(0.5F));
+    EXPECT_THAT(valuesOf(columns.amplitude), IsEmpty());
+    EXPECT_THAT(valuesOf(columns.positions), IsEmpty());
+}
+
+TEST(LasColumns, AnArrayOfAnotherTypeIsPassedOver) {
+    const LasColumns columns = LasColumnsBuilder()
+                                   .with("Intensity", std::vector<unsigned int>{1})
+                                   .with("Height", std::vector<float>{1})
+                                   .columns();
+    columns.forEach([](std::string_view name, const auto& column) { EXPECT_FALSE(column) << name; });
+}
+
+TEST(LasColumns, ThereIsAColumnForWhateverTheExporterTakes) {
+    std::set<std::string> taken;
+    for (const std::string& attribute : lasAttributes()) {
+        Sheaf::ElementTypes::visitFirst(
+            [&](auto tag) {
+                using T = typename decltype(tag)::type;
+                if (ExportLib::ExportPointCloudToLas::Carries(attribute, typeid(T)))
+                    taken.insert(attribute + " " + typeid(T).name());
+                return false;
+            },
+            [](auto) {});
+    }
+    std::set<std::string> columns;
+    const LasColumns none;
+    none.forEach([&](std::string_view name, const auto& column) {
+        using T = typename std::remove_cvref_t<decltype(column->base_vector())>::value_type;
+        columns.insert(std::string(name) + " " + typeid(T).name());
+    });
+    EXPECT_EQ(columns, taken);
+}
+
+} // namespace
+} // namespace Tidewatch
