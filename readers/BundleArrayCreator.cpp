@@ -65,7 +65,7 @@ BundleArrayCreator::BundleArrayCreator(std::shared_ptr<const BundleSource> sourc
 
 BundleArrayCreator::~BundleArrayCreator() = default;
 
-std::vector<Sheaf::CachedCreator::Made> BundleArrayCreator::make() const {
+Sheaf::CachedCreator::Made BundleArrayCreator::make() const {
     source_->tick(0.0);
     const Hdf5::Dataset dataset = openAgain();
     const std::uint64_t most = source_->options.MaximumArrayBytes;
@@ -73,7 +73,7 @@ std::vector<Sheaf::CachedCreator::Made> BundleArrayCreator::make() const {
         dataset.object().fail<Anchor::LimitError>("needs " + std::to_string(bytes_) +
                                                   " bytes of memory, and " + std::to_string(most) +
                                                   " are allowed");
-    std::vector<Made> made;
+    Made made;
     Sheaf::visitElementType(elementType(), [&](auto tag) {
         using T = typename decltype(tag)::type;
         const Sheaf::Extents shape = *extents();
@@ -90,7 +90,7 @@ std::vector<Sheaf::CachedCreator::Made> BundleArrayCreator::make() const {
         dataset.read(typeid(typename Sheaf::ElementTraits<T>::Component),
                      std::as_writable_bytes(std::span(elements)), most,
                      [this](double share) { source_->tick(share); });
-        made.push_back({this, Sheaf::makeArray(shape, std::move(elements))});
+        made.array = Sheaf::makeArray(shape, std::move(elements));
     });
     source_->file.requireUnchanged();
     source_->tick(1.0);

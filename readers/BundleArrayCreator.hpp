@@ -44,7 +44,7 @@ public:
     ~BundleArrayCreator() override;
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override;
+    [[nodiscard]] Made make() const override;
     [[nodiscard]] std::uint64_t bytesToMake() const override { return bytes_; }
 
 private:

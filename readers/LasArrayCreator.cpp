@@ -46,7 +46,7 @@ LasArrayCreator::Plan LasArrayCreator::plan() const {
     return plan;
 }
 
-std::vector<Sheaf::CachedCreator::Made> LasArrayCreator::make() const {
+Sheaf::CachedCreator::Made LasArrayCreator::make() const {
     LasSource& source = *fragment_->source;
     const std::uint64_t bytes = source.pointsOf(fragment_->index) * field().elementSize;
     if (bytes > source.options().MaximumArrayBytes)
@@ -55,12 +55,12 @@ std::vector<Sheaf::CachedCreator::Made> LasArrayCreator::make() const {
             field().name, source.fragmentName(fragment_->index), bytes, source.options().MaximumArrayBytes));
     const Plan what = plan();
     const auto arrays = source.decode(fragment_->index, what.fields);
-    std::vector<Made> made{{this, arrays.front()}};
+    Made made{arrays.front()};
     for (std::size_t i = 1; i < arrays.size(); ++i) {
         // The host may have let go of a field meanwhile.
         const auto creator = fragment_->creators[what.fields[i]].lock();
         if (creator && arrays[i])
-            made.push_back({creator.get(), arrays[i], creator});
+            made.siblings.push_back({creator, arrays[i]});
     }
     return made;
 }

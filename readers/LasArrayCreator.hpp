@@ -33,7 +33,7 @@ public:
     ~LasArrayCreator() override;
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override;
+    [[nodiscard]] Made make() const override;
     [[nodiscard]] std::uint64_t bytesToMake() const override { return plan().bytes; }
 
 private:

@@ -80,7 +80,7 @@ RasterArrayCreator::RasterArrayCreator(std::shared_ptr<RasterSource> source, con
 RasterArrayCreator::~RasterArrayCreator() = default;
 
 template <class T, class Fill>
-std::vector<Sheaf::CachedCreator::Made> RasterArrayCreator::makeTurned(Fill&& fill) const {
+Sheaf::CachedCreator::Made RasterArrayCreator::makeTurned(Fill&& fill) const {
     const auto tick = [this](double share) {
         if (source_->options.Tick)
             source_->options.Tick(source_->path, share);
@@ -107,7 +107,7 @@ std::vector<Sheaf::CachedCreator::Made> RasterArrayCreator::makeTurned(Fill&& fi
     }
     fill(file, std::span<T>(elements), tick);
     turn(elements, source_->description);
-    return {{this, Sheaf::makeArray(*extents(), std::move(elements))}};
+    return {Sheaf::makeArray(*extents(), std::move(elements))};
 }
 
 BandCreator::BandCreator(const std::shared_ptr<RasterSource>& source, std::size_t band)
@@ -116,8 +116,8 @@ BandCreator::BandCreator(const std::shared_ptr<RasterSource>& source, std::size_
 
 BandCreator::~BandCreator() = default;
 
-std::vector<Sheaf::CachedCreator::Made> BandCreator::make() const {
-    std::vector<Made> made;
+Sheaf::CachedCreator::Made BandCreator::make() const {
+    Made made;
     Sheaf::visitElementType(elementType(), [&](auto tag) {
         using T = typename decltype(tag)::type;
         if constexpr (Raster::pixelType<T> != GDT_Unknown)
@@ -133,7 +133,7 @@ CellTypeCreator::CellTypeCreator(std::shared_ptr<RasterSource> source)
 
 CellTypeCreator::~CellTypeCreator() = default;
 
-std::vector<Sheaf::CachedCreator::Made> CellTypeCreator::make() const {
+Sheaf::CachedCreator::Made CellTypeCreator::make() const {
     return makeTurned<unsigned char>([this](const Raster::RasterFile& file, std::span<unsigned char> elements,
                                             const Raster::RasterFile::Tick& tick) {
         if (file.readValidity(elements, tick))

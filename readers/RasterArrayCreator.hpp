@@ -51,7 +51,7 @@ protected:
     /// Makes the array; `fill` is given the open file and a span of elements to fill in the file's order.
     /// `Fill` takes (const Raster::RasterFile&, std::span<T>, const Raster::RasterFile::Tick&).
     template <class T, class Fill>
-    [[nodiscard]] std::vector<Made> makeTurned(Fill&& fill) const;
+    [[nodiscard]] Made makeTurned(Fill&& fill) const;
 
     [[nodiscard]] RasterSource& source() const noexcept { return *source_; }
 
@@ -69,7 +69,7 @@ public:
     ~BandCreator() override;
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override;
+    [[nodiscard]] Made make() const override;
 
 private:
     std::size_t band_;
@@ -82,7 +82,7 @@ public:
     ~CellTypeCreator() override;
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override;
+    [[nodiscard]] Made make() const override;
 };
 
 } // namespace Tidewatch

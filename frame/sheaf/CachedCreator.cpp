@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sheaf/CachedCreator.hpp"
 
+#include <utility>
+
 namespace Sheaf {
 
 CachedCreator::~CachedCreator() {
@@ -16,17 +18,27 @@ Anchor::StrongPtr<Anchor::Cacheable> CachedCreator::create(bool anew) const {
         return cached;
     }
     cache.makeRoom(bytesToMake());
-    const std::vector<Made> made = make();
-    std::vector<Anchor::Cache::Entry> entries;
-    entries.reserve(made.size());
-    for (const Made& one : made)
-        entries.push_back({one.creator, one.array});
+    const Made made = make();
+    std::vector<Anchor::Cache::Entry> entries{{this, made.array}};
+    entries.reserve(1 + made.siblings.size());
+    for (const Sibling& sibling : made.siblings)
+        entries.push_back({sibling.creator.get(), sibling.array});
     cache.publish(entries);
-    return made.empty() ? nullptr : Anchor::StrongPtr<Anchor::Cacheable>(made.front().array);
+    return made.array;
 }
 
 Anchor::StrongPtr<Anchor::Cacheable> CachedCreator::available() const {
     return Anchor::Cache::MemCache().find(this);
+}
+
+Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> CachedCreator::knownBounds() const {
+    const std::lock_guard lock(mutex_);
+    return bounds_;
+}
+
+void CachedCreator::rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const {
+    const std::lock_guard lock(mutex_);
+    bounds_ = std::move(bounds);
 }
 
 } // namespace Sheaf

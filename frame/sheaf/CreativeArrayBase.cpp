@@ -12,24 +12,19 @@ namespace Sheaf {
 CreativeArrayBase::~CreativeArrayBase() = default;
 
 Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> CreativeArrayBase::knownBounds() const {
-    const std::lock_guard lock(mutex_);
-    return bounds_;
+    return nullptr;
 }
 
-void CreativeArrayBase::rememberBounds(
-    Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const {
-    const std::lock_guard lock(mutex_);
-    bounds_ = std::move(bounds);
-}
+void CreativeArrayBase::rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>) const {}
 
 std::optional<Extents> getSize(const CreativeArrayBase& creator) {
     return creator.extents();
 }
 
-void ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate) {
+bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate) {
     if (const auto known = creator.knownBounds()) {
         box.expand(*known);
-        return;
+        return true;
     }
     const auto data = mayCreate ? creator.create(false) : creator.available();
     Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds(new Geom::BoundingBox);
@@ -39,10 +34,11 @@ void ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool m
         for (const Geom::PhysicalSpace::point& p : points->base_vector())
             bounds->expand(p);
     } else {
-        return;
+        return data != nullptr;
     }
     box.expand(*bounds);
     creator.rememberBounds(std::move(bounds));
+    return true;
 }
 
 } // namespace Sheaf

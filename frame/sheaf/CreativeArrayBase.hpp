@@ -5,7 +5,6 @@
 #include "geom/BoundingBox.hpp"
 #include "sheaf/MemBase.hpp"
 
-#include <mutex>
 #include <optional>
 #include <typeinfo>
 
@@ -26,19 +25,18 @@ public:
     /// The array where it is in memory already, else null; never makes it.
     [[nodiscard]] virtual Anchor::StrongPtr<Anchor::Cacheable> available() const = 0;
 
-    /// The bounding box of the positions, where it is known without the array: remembered from the last time
-    /// that the array was looked through. Null where it is not known.
-    [[nodiscard]] Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> knownBounds() const;
+    /// The bounding box of the positions, where it is known without the array; null where it is not.
+    ///
+    /// By default it never is: a host may edit an array that it holds, between two exports too. Only creators
+    /// whose array is a file's, and so always the same, remember it.
+    [[nodiscard]] virtual Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> knownBounds() const;
 
-    /// Remembers the bounding box; null forgets it. Whoever makes the array anew forgets it.
-    void rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const;
+    /// Offers the bounding box, which ExpandBBox() has found by looking through the array. By default it is
+    /// not kept.
+    virtual void rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const;
 
 protected:
     CreativeArrayBase() = default;
-
-private:
-    mutable std::mutex mutex_;
-    mutable Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds_;
 };
 
 /// The size (extents) of the array that a creator makes; nothing where there is no array to be had.
@@ -46,7 +44,8 @@ private:
 
 /// Widens a box by the coordinates of a creator's array: memory arrays of points and uniform lattices have
 /// some, other arrays do not. The array is made where that is needed and `mayCreate` allows it; without
-/// permission only what is in memory or remembered is looked at. Throws what create() throws.
-TIDEWATCH_API void ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate);
+/// permission only what is in memory or remembered is looked at. False where that left the coordinates
+/// unknown. Throws what create() throws.
+TIDEWATCH_API bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate);
 
 } // namespace Sheaf

@@ -14,10 +14,7 @@ HeldCreator::HeldCreator(Anchor::StrongPtr<MemBase> array) : array_(std::move(ar
 
 HeldCreator::~HeldCreator() = default;
 
-Anchor::StrongPtr<Anchor::Cacheable> HeldCreator::create(bool anew) const {
-    // A host that asks anew may have changed the elements meanwhile.
-    if (anew)
-        rememberBounds(nullptr);
+Anchor::StrongPtr<Anchor::Cacheable> HeldCreator::create(bool) const {
     return array_;
 }
 

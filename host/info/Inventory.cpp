@@ -78,8 +78,7 @@ std::optional<Inventory::Box> boundsOf(const Sheaf::Grid& grid, bool readPositio
         if (at.id.name() != "Positions")
             return true;
         Interruption::check();
-        Sheaf::ExpandBBox(box, *at.data, readPositions);
-        isComplete = readPositions || at.data->knownBounds();
+        isComplete = Sheaf::ExpandBBox(box, *at.data, readPositions) || readPositions;
         return isComplete;
     });
     if (!isComplete || box.empty())

@@ -56,13 +56,13 @@ public:
           column_(column) {}
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
+    [[nodiscard]] Made make() const override {
         std::vector<Anchor::StrongPtr<Sheaf::MemBase>> arrays = fragment_->scan.make();
-        std::vector<Made> made{{this, arrays[column_]}};
+        Made made{arrays[column_]};
         for (const auto& weak : fragment_->creators) {
             const auto creator = weak.lock();
             if (creator && creator.get() != this)
-                made.push_back({creator.get(), arrays[creator->column_]});
+                made.siblings.push_back({creator, arrays[creator->column_]});
         }
         return made;
     }
@@ -84,9 +84,7 @@ public:
           elements_(std::move(elements)) {}
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
-        return {{this, Sheaf::makeArray(*extents(), elements_())}};
-    }
+    [[nodiscard]] Made make() const override { return {Sheaf::makeArray(*extents(), elements_())}; }
     [[nodiscard]] std::uint64_t bytesToMake() const override {
         return extents()->byteCount(sizeof(T)).value_or(0);
     }

@@ -96,9 +96,7 @@ public:
     Demanded() : CachedCreator(typeid(int), Sheaf::Extents{1000}) {}
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
-        return {{this, Sheaf::makeArray(std::vector<int>(1000))}};
-    }
+    [[nodiscard]] Made make() const override { return {Sheaf::makeArray(std::vector<int>(1000))}; }
     [[nodiscard]] std::uint64_t bytesToMake() const override { return 4000; }
 };
 

@@ -116,6 +116,17 @@ TEST_F(LasExport, TilesOfVersion4CountTheirOwnPoints) {
     EXPECT_EQ(WrittenLas::read(folder / "cloud_b.las").count(), 4U);
 }
 
+TEST_F(LasExport, PointsEditedInMemoryBetweenTwoRunsAreWrittenWhereTheyAreNow) {
+    const auto points = Sheaf::makeArray(Support::Points{{1, 2, 3}, {2, 3, 4}});
+    GridBuilder(*bundle, 0, "g").field("Positions", "a", Anchor::makeStrong<Sheaf::HeldCreator>(points));
+    EXPECT_EQ(exported().upper(0), 2);
+    points->base_vector() = {{600000, 2, 3}, {600001, 3, 4}};
+    const WrittenLas file = exported();
+    EXPECT_EQ(file.lower(0), 600000);
+    EXPECT_EQ(file.upper(0), 600001);
+    EXPECT_EQ(file.offset(0) + file.scale(0) * file.records()[0].x, 600000);
+}
+
 TEST_F(LasExport, TileIsOpenedBeforeTheOneBeforeItIsFinished) {
     // One file under the names of both tiles: what the first has not finished when the second empties the
     // file comes after that, and being longer, it stays behind the second one's only point.
@@ -745,11 +756,11 @@ public:
     mutable std::function<void()> beforeMaking = [] {};
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
+    [[nodiscard]] Made make() const override {
         beforeMaking();
         const auto array = Sheaf::makeArray(std::vector<Geom::PhysicalSpace::point>(points_));
         arrays.emplace_back(array);
-        return {{this, array}};
+        return {array};
     }
     [[nodiscard]] std::uint64_t bytesToMake() const override { return points_ * 24; }
 

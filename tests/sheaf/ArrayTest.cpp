@@ -100,26 +100,26 @@ TEST(UniformCartesianArray, WithoutPlacesWidensNothing) {
 /// Stands in for a file: counts how often its array is made.
 class Counting final : public Sheaf::CachedCreator {
 public:
-    explicit Counting(Points points, const Counting* sibling = nullptr)
+    explicit Counting(Points points, Anchor::StrongPtr<Counting> sibling = {})
         : CachedCreator(typeid(PhysicalSpace::point), Sheaf::Extents{points.size()}),
           points_(std::move(points)),
-          sibling_(sibling) {}
+          sibling_(std::move(sibling)) {}
 
     mutable int made = 0;
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
+    [[nodiscard]] Made make() const override {
         ++made;
-        std::vector<Made> all{{this, Sheaf::makeArray(points_)}};
-        if (sibling_ != nullptr)
-            all.push_back({sibling_, Sheaf::makeArray(sibling_->points_)});
+        Made all{Sheaf::makeArray(points_)};
+        if (sibling_)
+            all.siblings.push_back({sibling_, Sheaf::makeArray(sibling_->points_)});
         return all;
     }
     [[nodiscard]] std::uint64_t bytesToMake() const override { return points_.size() * sizeof points_[0]; }
 
 private:
     Points points_;
-    const Counting* sibling_;
+    Anchor::StrongPtr<Counting> sibling_;
 };
 
 /// Makes the array of another creator along, whose last other holder lets go of it in the meantime.
@@ -130,12 +130,8 @@ public:
           sibling_(sibling) {}
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
-        std::vector<Made> all{{this, Sheaf::makeArray(Points(1))}};
-        {
-            const Anchor::StrongPtr<Counting> sibling = sibling_;
-            all.push_back({sibling.get(), Sheaf::makeArray(Points(100)), sibling});
-        }
+    [[nodiscard]] Made make() const override {
+        Made all{Sheaf::makeArray(Points(1)), {{sibling_, Sheaf::makeArray(Points(100))}}};
         std::thread([this] { sibling_ = nullptr; }).join();
         return all;
     }
@@ -175,12 +171,12 @@ TEST_F(CachedCreatorTest, DroppedArrayIsMadeAgain) {
 }
 
 TEST_F(CachedCreatorTest, SiblingMadeInTheSamePassIsNotMadeAgain) {
-    const Counting sibling(Points{{4, 5, 6}});
-    const Counting creator(Points{{1, 2, 3}}, &sibling);
+    const auto sibling = Anchor::makeStrong<Counting>(Points{{4, 5, 6}});
+    const Counting creator(Points{{1, 2, 3}}, sibling);
     Anchor::Cache::MemCache().setLimit(0);
     const auto held = creator.create(false);
-    EXPECT_TRUE(sibling.create(false));
-    EXPECT_EQ(sibling.made, 0);
+    EXPECT_TRUE(sibling->create(false));
+    EXPECT_EQ(sibling->made, 0);
 }
 
 TEST_F(CachedCreatorTest, SiblingLetGoOfBeforeItsArrayIsPublishedLeavesNothingInTheCache) {
@@ -246,6 +242,25 @@ TEST(ExpandBBox, WithoutPermissionMakesNothingButRemembers) {
     EXPECT_EQ(creator.made, 1);
 }
 
+TEST(ExpandBBox, SeesWhatTheHostHasEditedInMemoryInBetween) {
+    const auto array = Sheaf::makeArray(Points{{1, 2, 3}});
+    const Sheaf::HeldCreator creator(array);
+    Geom::BoundingBox before;
+    EXPECT_TRUE(Sheaf::ExpandBBox(before, creator, true));
+    array->base_vector()[0] = {500000, 2, 3};
+    Geom::BoundingBox after;
+    EXPECT_TRUE(Sheaf::ExpandBBox(after, creator, true));
+    EXPECT_EQ(after.lower(), (PhysicalSpace::point{500000, 2, 3}));
+}
+
+TEST(ExpandBBox, TellsWhereTheCoordinatesStayUnknown) {
+    const Counting creator(Points{{1, 2, 3}});
+    Geom::BoundingBox box;
+    EXPECT_FALSE(Sheaf::ExpandBBox(box, creator, false));
+    EXPECT_TRUE(Sheaf::ExpandBBox(box, creator, true));
+    EXPECT_TRUE(Sheaf::ExpandBBox(box, Sheaf::HeldCreator(Sheaf::makeArray(std::vector<double>(3))), false));
+}
+
 TEST(ExpandBoundingBox, JoinsAllFragmentsOfAField) {
     Sheaf::Field field(typeid(PhysicalSpace::point));
     field.addFragment(Anchor::makeStrong<Sheaf::FragmentID>("a"),
@@ -256,6 +271,19 @@ TEST(ExpandBoundingBox, JoinsAllFragmentsOfAField) {
     Sheaf::expandBoundingBox(field, box);
     EXPECT_EQ(box.lower(), (PhysicalSpace::point{-4, 1, 1}));
     EXPECT_EQ(box.upper(), (PhysicalSpace::point{1, 9, 2}));
+}
+
+template <class T>
+concept MakesAnArray = requires(std::vector<T> elements) {
+    Sheaf::makeArray(elements);
+};
+
+TEST(MakeArray, TakesEveryElementTypeAndNoOther) {
+    EXPECT_TRUE(MakesAnArray<PhysicalSpace::point>);
+    EXPECT_TRUE(MakesAnArray<unsigned long long>);
+    EXPECT_FALSE(MakesAnArray<bool>);
+    EXPECT_FALSE(MakesAnArray<unsigned long>);
+    EXPECT_FALSE(MakesAnArray<std::string>);
 }
 
 TEST(GetSize, IsKnownWithoutMakingTheArray) {
