@@ -2,11 +2,11 @@
 #include "convlib/BasicConverterDefs.hpp"
 
 #include "anchor/Error.hpp"
+#include "convlib/Glob.hpp"
 #include "convlib/Reader.hpp"
 
 #include <algorithm>
 #include <charconv>
-#include <fnmatch.h>
 #include <string_view>
 #include <utility>
 
@@ -26,8 +26,8 @@ namespace {
 
 bool matchesAny(const std::vector<std::string>& globs, const std::string& name) {
     return globs.empty() || std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
-               // A glob with a broken bracket expression still means itself.
-               return glob == name || ::fnmatch(glob.c_str(), name.c_str(), 0) == 0;
+               // Hosts hand over names as they are, also names that hold brackets.
+               return glob == name || globMatches(glob, name);
            });
 }
 

@@ -76,7 +76,7 @@ public:
         double last;
     };
 
-    /// An empty filter lets everything pass. Globs are those of the shell (*, ?, [...]), case-sensitive.
+    /// An empty filter lets everything pass. Globs are those of globMatches(); each also matches itself.
     std::vector<TimeRange> TimeFilter;
     std::vector<std::string> GridFilter;
     std::vector<std::string> FieldFilter;
