@@ -179,9 +179,9 @@ void ExportPointCloudToPCD::exportGrid(const std::string& name, const Sheaf::Gri
     const std::uint64_t count = ExactCounts ? indices.size() : cloud.positions.size();
     const PCDLayout layout = cloud.isShaded() ? PCDLayout::Intensity : PCDLayout::Plain;
     if (layout == PCDLayout::Intensity)
-        addPCDHeaderIntensity(out, count, shift);
+        addPCDHeaderIntensity(out, count, shift, FlushLines());
     else
-        addPCDHeaderPlain(out, count, shift);
+        addPCDHeaderPlain(out, count, shift, FlushLines());
 
     ConvLib::LineWriter lines(out, FlushLines());
     if (layout == PCDLayout::Intensity) {

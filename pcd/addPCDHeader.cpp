@@ -24,10 +24,15 @@ std::string shiftText(const Geom::PhysicalSpace::vector& shift) {
     return text;
 }
 
-void write(std::ofstream& out, const std::string& text) {
+void write(std::ofstream& out, std::string_view text, bool flushLines) {
     out.precision(shiftPrecision);
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    out.flush();
+    while (!text.empty()) {
+        const std::string_view piece = flushLines ? text.substr(0, text.find('\n') + 1) : text;
+        out.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+        if (flushLines)
+            out.flush();
+        text.remove_prefix(piece.size());
+    }
 }
 
 } // namespace
@@ -67,18 +72,18 @@ std::string pcdHeader(PCDLayout layout, std::uint64_t pointCount, const Geom::Ph
     return text;
 }
 
-void addPCDHeaderCommon(std::ofstream& out, const Geom::PhysicalSpace::vector& shift) {
-    write(out, pcdHeaderCommon(shift));
+void addPCDHeaderCommon(std::ofstream& out, const Geom::PhysicalSpace::vector& shift, bool flushLines) {
+    write(out, pcdHeaderCommon(shift), flushLines);
 }
 
-void addPCDHeaderPlain(std::ofstream& out, std::uint64_t pointCount,
-                       const Geom::PhysicalSpace::vector& shift) {
-    write(out, pcdHeader(PCDLayout::Plain, pointCount, shift));
+void addPCDHeaderPlain(std::ofstream& out, std::uint64_t pointCount, const Geom::PhysicalSpace::vector& shift,
+                       bool flushLines) {
+    write(out, pcdHeader(PCDLayout::Plain, pointCount, shift), flushLines);
 }
 
 void addPCDHeaderIntensity(std::ofstream& out, std::uint64_t pointCount,
-                           const Geom::PhysicalSpace::vector& shift) {
-    write(out, pcdHeader(PCDLayout::Intensity, pointCount, shift));
+                           const Geom::PhysicalSpace::vector& shift, bool flushLines) {
+    write(out, pcdHeader(PCDLayout::Intensity, pointCount, shift), flushLines);
 }
 
 } // namespace ExportLib

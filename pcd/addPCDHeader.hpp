@@ -27,16 +27,16 @@ enum class PCDLayout {
 [[nodiscard]] std::string pcdHeader(PCDLayout layout, std::uint64_t pointCount,
                                     const Geom::PhysicalSpace::vector& shift);
 
-/// Writes the common lines. Like the two functions below it leaves the stream's precision at 8, flushes, and
-/// leaves the stream's state to the caller.
-void addPCDHeaderCommon(std::ofstream& out, const Geom::PhysicalSpace::vector& shift);
+/// Writes the common lines. Like the two functions below it flushes after each line unless told otherwise,
+/// leaves the stream's precision at 8, and leaves the stream's state to the caller.
+void addPCDHeaderCommon(std::ofstream& out, const Geom::PhysicalSpace::vector& shift, bool flushLines = true);
 
 /// Writes the header of the plain layout.
-void addPCDHeaderPlain(std::ofstream& out, std::uint64_t pointCount,
-                       const Geom::PhysicalSpace::vector& shift);
+void addPCDHeaderPlain(std::ofstream& out, std::uint64_t pointCount, const Geom::PhysicalSpace::vector& shift,
+                       bool flushLines = true);
 
 /// Writes the header of the layout with intensity and colour.
 void addPCDHeaderIntensity(std::ofstream& out, std::uint64_t pointCount,
-                           const Geom::PhysicalSpace::vector& shift);
+                           const Geom::PhysicalSpace::vector& shift, bool flushLines = true);
 
 } // namespace ExportLib

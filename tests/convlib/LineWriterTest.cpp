@@ -2,6 +2,7 @@
 #include "convlib/LineWriter.hpp"
 
 #include "support/TemporaryFolder.hpp"
+#include "support/writesSoFar.hpp"
 
 #include <algorithm>
 #include <array>
@@ -118,23 +119,9 @@ TEST(LineWriter, NotFlushingWritesNothingBeforeABlockIsFull) {
     EXPECT_EQ(Support::readBytes(folder / "out"), "a line\nafter it");
 }
 
-/// System calls of this thread that have written, where the system counts them.
-std::optional<std::uint64_t> writesSoFar() {
-    std::ifstream file("/proc/thread-self/io");
-    std::string key;
-    std::uint64_t value = 0;
-    while (file >> key >> value)
-        if (key == "syscw:")
-            return value;
-    return std::nullopt;
-}
-
 TEST(LineWriter, FlushingTakesOneWriteForEachLine) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "sanitizers write too, into a pipe, to find out which memory may be looked at";
-#endif
-    if (!writesSoFar())
-        GTEST_SKIP() << "/proc/thread-self/io does not tell the number of writes here";
+    if (const char* const reason = Support::whyWritesAreNotCounted())
+        GTEST_SKIP() << reason;
     Support::TemporaryFolder folder;
     std::ofstream stream(folder / "out");
     LineWriter lines(stream, true);
@@ -142,12 +129,12 @@ TEST(LineWriter, FlushingTakesOneWriteForEachLine) {
          {std::size_t{1}, std::size_t{50}, std::size_t{1023}, std::size_t{1024}, std::size_t{5000},
           std::size_t{8191}, std::size_t{9000}, std::size_t{200000}, LineWriter::blockSize - 1}) {
         const std::string line(size, 'x');
-        const auto before = *writesSoFar();
+        const auto before = *Support::writesSoFar();
         for (int i = 0; i < 5; ++i) {
             lines.text(line);
             lines.endLine();
         }
-        EXPECT_EQ(*writesSoFar() - before, 5U) << "lines of " << size << " bytes";
+        EXPECT_EQ(*Support::writesSoFar() - before, 5U) << "lines of " << size << " bytes";
     }
 }
 

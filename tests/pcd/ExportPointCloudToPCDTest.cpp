@@ -191,6 +191,12 @@ TEST_F(PCDExport, RefusedFieldContributesNothing) {
     EXPECT_THAT(exported(), ::testing::HasSubstr("FIELDS x y z\n"));
 }
 
+TEST_F(PCDExport, MissingBundleLeavesTheConsoleSilent) {
+    exporter.bundleptr = nullptr;
+    EXPECT_FALSE(exporter.Run());
+    EXPECT_THAT(console.messages, IsEmpty());
+}
+
 TEST_F(PCDExport, NullBundleIsAnErrorAndNothingStarts) {
     exporter.bundleptr = nullptr;
     EXPECT_FALSE(exporter.Run());

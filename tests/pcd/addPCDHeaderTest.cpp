@@ -2,8 +2,12 @@
 #include "pcd/addPCDHeader.hpp"
 
 #include "support/TemporaryFolder.hpp"
+#include "support/writesSoFar.hpp"
 
+#include <algorithm>
+#include <cstdint>
 #include <fstream>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -88,6 +92,21 @@ TEST_F(HeaderFile, BothLayoutsWriteTheirText) {
                   ExportLib::addPCDHeaderIntensity(out, 5, {1, 2, 3});
               }),
               pcdHeader(PCDLayout::Intensity, 5, {1, 2, 3}));
+}
+
+TEST_F(HeaderFile, EachLineIsFlushedUnlessToldOtherwise) {
+    if (const char* const reason = Support::whyWritesAreNotCounted())
+        GTEST_SKIP() << reason;
+    const std::string text = pcdHeader(PCDLayout::Intensity, 5, {1, 2, 3});
+    for (const bool flushLines : {true, false}) {
+        std::ofstream out(folder / "header.pcd");
+        const auto before = *Support::writesSoFar();
+        ExportLib::addPCDHeaderIntensity(out, 5, {1, 2, 3}, flushLines);
+        out.close();
+        const auto lines = static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
+        EXPECT_EQ(*Support::writesSoFar() - before, flushLines ? lines : 1U);
+        EXPECT_EQ(Support::readBytes(folder / "header.pcd"), text);
+    }
 }
 
 TEST_F(HeaderFile, FailedStreamIsLeftToTheCaller) {
