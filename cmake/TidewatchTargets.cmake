@@ -2,7 +2,8 @@
 #
 # What every target of the project has in common.
 
-# tidewatch_target(NAME): language level, include roots, hidden symbols, warnings and sanitizers for one target.
+# tidewatch_target(NAME): language level, include roots, hidden symbols, warnings and sanitizers for one target. Nothing has
+# unique symbols: a library with one would stay loaded for ever after dlclose.
 function(tidewatch_target name)
     target_compile_features(${name} PUBLIC cxx_std_20)
     set_target_properties(
@@ -12,7 +13,7 @@ function(tidewatch_target name)
                    VISIBILITY_INLINES_HIDDEN ON
                    POSITION_INDEPENDENT_CODE ON)
     # Results must repeat bit for bit, so products and sums are never fused.
-    target_compile_options(${name} PRIVATE -ffp-contract=off)
+    target_compile_options(${name} PRIVATE -ffp-contract=off $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
     target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:tidewatch-warnings>)
     if(TIDEWATCH_SANITIZE)
         target_compile_options(${name} PRIVATE -fsanitize=${TIDEWATCH_SANITIZE} -fno-sanitize-recover=all
