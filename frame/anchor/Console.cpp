@@ -43,14 +43,27 @@ Console& Console::operator<<(const char* text) {
     return *this;
 }
 
-Console& Console::operator<<(const std::string& text) {
+Console& Console::operator<<(std::string_view text) {
     text_ += text;
     return *this;
 }
 
+Console& Console::operator<<(char character) {
+    text_ += character;
+    return *this;
+}
+
 Console& Console::operator<<(int number) {
-    char digits[16];
-    text_.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+    return decimal(static_cast<long long>(number));
+}
+
+Console& Console::decimal(long long number) {
+    text_ += std::to_string(number);
+    return *this;
+}
+
+Console& Console::decimal(unsigned long long number) {
+    text_ += std::to_string(number);
     return *this;
 }
 

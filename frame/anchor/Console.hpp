@@ -3,9 +3,11 @@
 
 #include "anchor/Visibility.hpp"
 
+#include <concepts>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace Anchor {
 
@@ -13,7 +15,7 @@ namespace Anchor {
 ///
 ///     Anchor::Console() << "Data at T=" << time;
 ///
-/// Numbers do not depend on the locale: an int is written in decimal, a double with up to six significant
+/// Numbers do not depend on the locale: an integer is written in decimal, a double with up to six significant
 /// digits as printf's "%g" does.
 class TIDEWATCH_API Console {
 public:
@@ -27,15 +29,28 @@ public:
     ~Console();
 
     Console& operator<<(const char* text);
-    Console& operator<<(const std::string& text);
+    Console& operator<<(std::string_view text);
+    Console& operator<<(char character);
     Console& operator<<(int number);
     Console& operator<<(double number);
+
+    /// Any other integer, be it a std::size_t or a std::int64_t.
+    template <std::integral T>
+    Console& operator<<(T number) {
+        if constexpr (std::is_signed_v<T>)
+            return decimal(static_cast<long long>(number));
+        else
+            return decimal(static_cast<unsigned long long>(number));
+    }
 
     /// Sends messages to a sink of the host's from now on; an empty sink stands for standard error, a line a
     /// message, which is also where messages go before the first call. Returns the sink that was in place.
     static Sink setSink(Sink sink);
 
 private:
+    Console& decimal(long long number);
+    Console& decimal(unsigned long long number);
+
     std::string text_;
 };
 

@@ -5,7 +5,7 @@
 
 namespace ExportLib {
 
-template <class T>
+template <Sheaf::ElementType T>
 void captureArray(std::vector<T>& out,
                   const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator) {
     if (!creator)
@@ -18,11 +18,11 @@ void captureArray(std::vector<T>& out,
     out.insert(out.end(), elements.begin(), elements.end());
 }
 
-template TIDEWATCH_API void
-captureArray(std::vector<Geom::PhysicalSpace::point>& out,
-             const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator);
-template TIDEWATCH_API void
-captureArray(std::vector<unsigned short>& out,
-             const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator);
+#define TIDEWATCH_CAPTURE(TYPE, NAME, COMPONENT, COUNT)                                                      \
+    template TIDEWATCH_API void captureArray(                                                                \
+        std::vector<TYPE>& out,                                                                              \
+        const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator);
+TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_CAPTURE)
+#undef TIDEWATCH_CAPTURE
 
 } // namespace ExportLib

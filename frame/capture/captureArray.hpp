@@ -2,8 +2,8 @@
 #pragma once
 
 #include "anchor/StrongPtr.hpp"
-#include "geom/PhysicalSpace.hpp"
 #include "sheaf/CreativeArrayBase.hpp"
+#include "sheaf/ElementTypes.hpp"
 
 #include <vector>
 
@@ -14,15 +14,15 @@ namespace ExportLib {
 /// Nothing is appended for a null creator, for data that is not there, and for an array whose element type is
 /// not exactly T: intensities stored in 32 bits, say, are passed by. Throws what the creator throws when data
 /// that is there cannot be made; `out` is then as it was.
-template <class T>
+template <Sheaf::ElementType T>
 void captureArray(std::vector<T>& out,
                   const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator);
 
-extern template TIDEWATCH_API void
-captureArray(std::vector<Geom::PhysicalSpace::point>& out,
-             const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator);
-extern template TIDEWATCH_API void
-captureArray(std::vector<unsigned short>& out,
-             const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator);
+#define TIDEWATCH_CAPTURE(TYPE, NAME, COMPONENT, COUNT)                                                      \
+    extern template TIDEWATCH_API void captureArray(                                                         \
+        std::vector<TYPE>& out,                                                                              \
+        const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator);
+TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_CAPTURE)
+#undef TIDEWATCH_CAPTURE
 
 } // namespace ExportLib

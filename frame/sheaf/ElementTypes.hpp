@@ -38,12 +38,12 @@ using Color = Geom::RGB<unsigned char>;
 /// The 64-bit integers are "long long", not std::int64_t: on Linux the latter is "long", which typeid takes
 /// for another type.
 #define TIDEWATCH_ELEMENT_TYPES(ROW)                                                                         \
-    ROW(Element::Point, "point", double, 3)                                                                  \
-    ROW(Element::Vector, "vector", double, 3)                                                                \
-    ROW(Element::FixedDoubles, "fixed3d", double, 3)                                                         \
-    ROW(Element::Bivector, "bivector3d", double, 3)                                                          \
-    ROW(Element::FloatBivector, "bivector3f", float, 3)                                                      \
-    ROW(Element::Color, "rgb8", unsigned char, 3)                                                            \
+    ROW(Sheaf::Element::Point, "point", double, 3)                                                           \
+    ROW(Sheaf::Element::Vector, "vector", double, 3)                                                         \
+    ROW(Sheaf::Element::FixedDoubles, "fixed3d", double, 3)                                                  \
+    ROW(Sheaf::Element::Bivector, "bivector3d", double, 3)                                                   \
+    ROW(Sheaf::Element::FloatBivector, "bivector3f", float, 3)                                               \
+    ROW(Sheaf::Element::Color, "rgb8", unsigned char, 3)                                                     \
     ROW(float, "float32", float, 1)                                                                          \
     ROW(double, "float64", double, 1)                                                                        \
     ROW(long double, "float80", long double, 1)                                                              \
@@ -66,6 +66,12 @@ using Color = Geom::RGB<unsigned char>;
     };
 TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_TRAITS)
 #undef TIDEWATCH_TRAITS
+
+/// A type that the elements of a bundle's arrays may have.
+template <class T>
+concept ElementType = requires {
+    ElementTraits<T>::componentCount;
+};
 
 template <class... T>
 struct TypeList {

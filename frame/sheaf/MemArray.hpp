@@ -62,7 +62,7 @@ TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_ARRAYS_OF)
 
 /// Makes a memory array of the given extents (rank 1 to 4) over the elements, which it takes over.
 /// Throws Anchor::ModelError when their number is not the product of the extents, or for rank 0.
-template <class T>
+template <ElementType T>
 [[nodiscard]] Anchor::StrongPtr<TypedArray<T>> makeArray(const Extents& extents, std::vector<T> elements) {
     auto chunk = Anchor::makeStrong<Anchor::TypedChunk<T>>(std::move(elements));
     switch (extents.rank()) {
@@ -82,7 +82,7 @@ template <class T>
 }
 
 /// The same for a plain list.
-template <class T>
+template <ElementType T>
 [[nodiscard]] Anchor::StrongPtr<TypedArray<T>> makeArray(std::vector<T> elements) {
     const Extents extents{elements.size()};
     return makeArray(extents, std::move(elements));

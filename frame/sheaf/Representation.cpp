@@ -17,6 +17,16 @@ Anchor::StrongPtr<Field> Representation::makeField(const std::string& name,
     return entry->second.field;
 }
 
+Anchor::StrongPtr<Field> Representation::findOrMakeField(const std::string& name,
+                                                         const std::type_info& elementType) {
+    const Anchor::StrongPtr<Field>& field = findField(name.c_str());
+    if (!field)
+        return makeField(name, elementType);
+    if (field->getElementType() != elementType)
+        throw Anchor::ModelError("a field named \"" + name + "\" of two element types");
+    return field;
+}
+
 const Anchor::StrongPtr<Field>& Representation::Positions() const {
     return findField("Positions");
 }

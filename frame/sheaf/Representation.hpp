@@ -30,6 +30,10 @@ public:
     /// Adds an empty field. Throws Anchor::ModelError when the name is taken.
     Anchor::StrongPtr<Field> makeField(const std::string& name, const std::type_info& elementType);
 
+    /// The field of that name, made when missing. Throws Anchor::ModelError when it is there with another
+    /// element type.
+    Anchor::StrongPtr<Field> findOrMakeField(const std::string& name, const std::type_info& elementType);
+
     /// The field named "Positions", or the null field.
     [[nodiscard]] const Anchor::StrongPtr<Field>& Positions() const;
 

@@ -61,6 +61,11 @@ void SkeletonMap::forEach(const std::function<bool(const Skeleton&)>& visit) con
     }
 }
 
+Anchor::StrongPtr<Skeleton> SkeletonMap::find(const Skeleton::Key& key) const {
+    const auto found = skeletons_.find(key);
+    return found != skeletons_.end() ? found->second : nullptr;
+}
+
 Anchor::StrongPtr<Skeleton> SkeletonMap::make(const Skeleton::Key& key, std::int32_t exclusionMark) {
     const auto [entry, isNew] = skeletons_.try_emplace(key);
     if (!isNew) {

@@ -51,6 +51,9 @@ public:
     /// Visits the skeletons in order; false ends the walk.
     void forEach(const std::function<bool(const Skeleton&)>& visit) const;
 
+    /// The skeleton of a dimension and refinement, to read or to add to, or null.
+    [[nodiscard]] Anchor::StrongPtr<Skeleton> find(const Skeleton::Key& key) const;
+
     /// Adds a skeleton. Throws Anchor::ModelError when there is one of that dimension and refinement already.
     Anchor::StrongPtr<Skeleton> make(const Skeleton::Key& key, std::int32_t exclusionMark = 0);
 

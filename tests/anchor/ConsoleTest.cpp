@@ -3,7 +3,12 @@
 
 #include "support/ConsoleCapture.hpp"
 
+#include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -26,6 +31,14 @@ TEST(Console, LimitsOfIntAreWrittenInFull) {
     Support::ConsoleCapture console;
     Anchor::Console() << std::numeric_limits<int>::min() << " " << std::numeric_limits<int>::max();
     EXPECT_EQ(console.messages, (std::vector<std::string>{"-2147483648 2147483647"}));
+}
+
+TEST(Console, EveryIntegerAndEveryKindOfTextCanBeAdded) {
+    Support::ConsoleCapture console;
+    Anchor::Console() << std::size_t{18446744073709551615U} << ' ' << std::numeric_limits<std::int64_t>::min()
+                      << std::string(" a ") << std::string_view("b") << static_cast<unsigned char>(7);
+    ASSERT_EQ(console.messages.size(), 1U);
+    EXPECT_EQ(console.messages[0], "18446744073709551615 -9223372036854775808 a b7");
 }
 
 TEST(Console, NothingAddedIsStillAMessage) {

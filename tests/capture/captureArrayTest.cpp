@@ -50,6 +50,20 @@ TEST(CaptureArray, TwoFragmentsOfThreeAndFiveGiveEightFirstFragmentFirst) {
     EXPECT_EQ(out, expected);
 }
 
+template <class T>
+concept Capturable = requires(std::vector<T>& out) {
+    ExportLib::captureArray(out, Anchor::StrongPtr<Sheaf::CreativeArrayBase>());
+};
+
+TEST(CaptureArray, TakesEveryElementTypeAndNoOther) {
+    std::vector<float> values;
+    ExportLib::captureArray(values, Support::held(std::vector<float>{1.5F, 2.5F}));
+    EXPECT_EQ(values, (std::vector<float>{1.5F, 2.5F}));
+    EXPECT_TRUE(Capturable<long double>);
+    EXPECT_FALSE(Capturable<bool>);
+    EXPECT_FALSE(Capturable<std::string>);
+}
+
 TEST(CaptureArray, FixedArraysInsteadOfPointsAreNotCaptured) {
     Points out;
     captureArray(out, held(std::vector<Geom::FixedArray<double, 3>>(4)));

@@ -124,6 +124,14 @@ TEST(SkeletonMap, TwoOfOneDimensionAndRefinementAreRefused) {
     EXPECT_THAT(messageOf([&] { skeletons.make({0, {1, 2}}); }), HasSubstr("1, 2"));
 }
 
+TEST(SkeletonMap, FindsASkeletonByDimensionAndRefinementToAddToIt) {
+    Sheaf::Grid grid("g");
+    const auto made = grid.skeletons().make({1, {2, 2}});
+    EXPECT_EQ(grid.skeletons().find({1, {2, 2}}), made);
+    EXPECT_FALSE(grid.skeletons().find({0, {2, 2}}));
+    EXPECT_FALSE(grid.skeletons().find({1, {2}}));
+}
+
 TEST(SkeletonMap, OrdersByDimensionAndThenByRefinement) {
     Sheaf::SkeletonMap skeletons;
     skeletons.make({1, {}});
@@ -196,6 +204,14 @@ TEST(Representation, LookupsThatFailGiveTheNullField) {
     EXPECT_FALSE(representation.findFieldID("Height"));
     EXPECT_FALSE(representation.findField(Anchor::StrongPtr<Sheaf::FieldID>()));
     EXPECT_FALSE(Sheaf::Field::NullPtrField());
+}
+
+TEST(Representation, FieldIsFoundOrMadeOfOneElementType) {
+    Sheaf::Representation representation;
+    const auto made = representation.findOrMakeField("Height", typeid(float));
+    EXPECT_EQ(representation.findField("Height"), made);
+    EXPECT_EQ(representation.findOrMakeField("Height", typeid(float)), made);
+    EXPECT_THROW((void)representation.findOrMakeField("Height", typeid(double)), Anchor::ModelError);
 }
 
 TEST(Representation, FieldsStandInByteOrderAndNamesAreUnique) {
