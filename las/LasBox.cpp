@@ -10,9 +10,8 @@
 #include <ctime>
 #include <filesystem>
 #include <set>
-#include <utility>
-
 #include <system_error>
+#include <utility>
 
 #ifdef TIDEWATCH_LASLIB_HALTS
 #if __has_include(<lasmessage.hpp>)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -15,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include <climits>
 #include <gtest/gtest.h>
 
 namespace {
