@@ -3,8 +3,7 @@
 
 // Every header reaches this one before it needs anything of the language level.
 #if __cplusplus < 202002L
-#error                                                                                                       \
-    "ExportLib and its headers need C++20: compile with -std=c++20, or with the CMake target ExportLib::ExportLib"
+#error "ExportLib and its headers need C++20: compile with -std=c++20"
 #endif
 
 /// Marks what a dynamic library of this project shows to others; everything else is hidden at build time.
