@@ -226,7 +226,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             // Stored as it is, although the wider field counts in steps of 0.006 degrees: files have always
             // been that way, and what reads them expects whole degrees there. It wins over a finer angle.
             if constexpr (isExtended)
-                point.extended_scan_angle = static_cast<I16>(scanAngleRank[i]);
+                point.extended_scan_angle = scanAngleRank[i];
         }
         if (i < userData.size())
             point.user_data = userData[i];

@@ -31,7 +31,7 @@ log=build/demo/build.log
 mkdir -p build/demo
 : >"$log"
 logged "$log" cmake --preset demo
-logged "$log" cmake --build --preset demo -j "$(nproc)"
+shown "$log" cmake --build --preset demo -j "$(nproc)"
 tidewatch=build/demo/host/tidewatch
 run "$tidewatch" --version
 

@@ -59,8 +59,7 @@ const LasPoint& LasExpectation::point(std::size_t i) {
          [&](unsigned char value) { point_.scanDirection = static_cast<std::uint8_t>(value & 1); });
     if (isExtended)
         with(columns_.scanAngle, i, [&](short value) { point_.scanAngle = value; });
-    with(columns_.scanAngleRank, i,
-         [&](signed char value) { point_.scanAngle = static_cast<std::int16_t>(value); });
+    with(columns_.scanAngleRank, i, [&](signed char value) { point_.scanAngle = value; });
     with(columns_.userData, i, [&](unsigned char value) { point_.userData = value; });
     if (settings_.pointSourceID > 0)
         point_.pointSourceID = low16(settings_.pointSourceID);

@@ -26,7 +26,7 @@ compiler=${CXX:-c++}
 # Ninja, since setup.sh brings no make.
 build_by_cmake() { # SOURCE BUILD TARGET
     logged "$work/build.log" cmake -S "$1" -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$work/prefix"
-    logged "$work/build.log" cmake --build "$2" --target "$3"
+    shown "$work/build.log" cmake --build "$2" --target "$3"
 }
 
 echo "== examples by find_package(ExportLib)"
