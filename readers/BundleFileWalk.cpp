@@ -115,7 +115,7 @@ void BundleFileWalk::checkFormat(const Hdf5::Object& root) const {
     const auto format = root.text(BundleFormat::formatAttribute);
     if (!format)
         throw Anchor::FormatError(source_->file.path() +
-                                  R"(: is an HDF5 file, but no bundle file (it has no attribute "format"))");
+                                  ": is an HDF5 file, but no bundle file (it has no attribute \"format\")");
     if (*format != BundleFormat::formatName)
         root.fail("is no bundle file: its attribute \"format\" is \"" + *format + "\"");
     const std::int64_t version = integer(root, BundleFormat::versionAttribute);
