@@ -3,6 +3,7 @@
 
 #include "support/ConsoleCapture.hpp"
 
+#include <limits>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
