@@ -11,6 +11,7 @@
 #include "sheaf/CachedCreator.hpp"
 #include "sheaf/MemArray.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>

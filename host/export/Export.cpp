@@ -168,7 +168,7 @@ void Export::collectFiles(ExportRun& run, const StagingFolder& folder) {
         if (!visit.hasFiles()) {
             const std::string where = gridAtTime(visit.grid, visit.time);
             const std::string why = run.whySkipped(visit);
-            skipped_.push_back(where + ": " + why);
+            skipped_.push_back(fmt::format("{}: {}", where, why));
             losses_.addOf(where, "skipped", "not exported: " + why);
         }
         for (std::size_t number = visit.firstFile; number != visit.endFile; ++number) {

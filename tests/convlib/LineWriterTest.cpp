@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -16,7 +17,6 @@
 #include <string>
 #include <vector>
 
-#include <climits>
 #include <gtest/gtest.h>
 
 namespace {
