@@ -106,6 +106,27 @@ void tilesAndFieldFilterThatThrows(LasStage& stage) {
     stage.exporter.tiles = true;
 }
 
+void tilesAndCreatorsThatGiveNothing(LasStage& stage) {
+    Common::creatorsThatGiveNothing(stage);
+    stage.exporter.tiles = true;
+}
+
+void tilesAndWrongElementTypes(LasStage& stage) {
+    Common::wrongElementTypes(stage);
+    stage.exporter.tiles = true;
+}
+
+void tilesAndLatticeOnceCreated(LasStage& stage) {
+    Common::latticeOnceCreated(stage);
+    stage.exporter.tiles = true;
+}
+
+/// The second tile's file is opened while the first tile has it open; its bytes tell.
+void tilesOfOneName(LasStage& stage) {
+    stage.grid(0, "a").skeleton().positions("", 4).positions("Unfragmented", 1, 20);
+    stage.exporter.tiles = true;
+}
+
 void tilesAndPositionsRejected(LasStage& stage) {
     Common::fieldFilterThatAcceptsOnce(stage);
     stage.exporter.tiles = true;
@@ -321,6 +342,10 @@ const std::vector<Scenario<Las>> ownScenarios{
     {"tilesAndAReporterThatRefusesSome", tilesAndAReporterThatRefusesSome},
     {"tilesAndIntensitiesThatThrow", tilesAndIntensitiesThatThrow},
     {"tilesAndFieldFilterThatThrows", tilesAndFieldFilterThatThrows},
+    {"tilesAndCreatorsThatGiveNothing", tilesAndCreatorsThatGiveNothing},
+    {"tilesAndWrongElementTypes", tilesAndWrongElementTypes},
+    {"tilesAndLatticeOnceCreated", tilesAndLatticeOnceCreated},
+    {"tilesOfOneName", tilesOfOneName},
     {"tilesAndPositionsRejected", tilesAndPositionsRejected},
     {"pointSourceID", pointSourceID},
     {"renamedFieldsInConflict", renamedFieldsInConflict},

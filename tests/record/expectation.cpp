@@ -64,7 +64,9 @@ void expectRecorded(const std::string& name, const std::vector<std::string>& lin
     }
     if (!std::filesystem::exists(path))
         FAIL() << "nothing is recorded as " << name << "; TIDEWATCH_RECORD_UPDATE=1 records it";
-    EXPECT_EQ(difference(readLines(path), lines), "") << "in " << name;
+    const std::string parting = difference(readLines(path), lines);
+    if (!parting.empty())
+        ADD_FAILURE() << name << ": " << parting;
 }
 
 void dump(const std::string& name, const std::vector<std::string>& lines) {

@@ -246,6 +246,8 @@ void expectRandomRunsRecorded(const std::string& name, const RandomRuns<Exporter
                          std::to_string(stage.recorder.lines().size()) + " lines");
         dump(name + "/" + std::to_string(i), stage.recorder.lines());
     }
+    SCOPED_TRACE(
+        "with TIDEWATCH_RECORD_DUMP=<folder> in the environment, the lists behind the hashes are written");
     expectRecorded(name, hashes);
 }
 
