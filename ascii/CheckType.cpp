@@ -38,8 +38,10 @@ TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW)
 #undef TIDEWATCH_ROW
 
 void dispatch(CheckType& c) {
-#define TIDEWATCH_ROW(TYPE) || CheckType::exec<TYPE>::Break(c)
-    static_cast<void>(false TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW));
+#define TIDEWATCH_ROW(TYPE)                                                                                  \
+    if (CheckType::exec<TYPE>::Break(c))                                                                     \
+        return;
+    TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW)
 #undef TIDEWATCH_ROW
 }
 

@@ -175,9 +175,12 @@ std::string ExportPointCloudToASCII::printSecondary() {
 }
 
 bool ExportPointCloudToASCII::HasWriter(const std::type_info& elementType) noexcept {
-#define TIDEWATCH_ROW(TYPE) || elementType == typeid(TYPE)
-    return false TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW);
+#define TIDEWATCH_ROW(TYPE)                                                                                  \
+    if (elementType == typeid(TYPE))                                                                         \
+        return true;
+    TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW)
 #undef TIDEWATCH_ROW
+    return false;
 }
 
 bool ExportPointCloudToASCII::Run() {

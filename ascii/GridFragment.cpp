@@ -47,7 +47,8 @@ Anchor::StrongPtr<Sheaf::UniformCartesianArray> uniformPositions(const CheckType
 std::optional<GridFragment> GridFragment::make(const CheckType& c,
                                                const Sheaf::UniformCartesianArray& lattice) {
     Geom::BoundingBox box;
-    Sheaf::ExpandBBox(box, *creatorOf(c.representation.Positions(), c), true);
+    if (const Creator positions = creatorOf(c.representation.Positions(), c))
+        Sheaf::ExpandBBox(box, *positions, true);
     if (lattice.extents()[2] != 1) {
         Anchor::Console() << "Export as esri can only have dim: 1";
         return std::nullopt;

@@ -295,7 +295,7 @@ public:
     }
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
+    [[nodiscard]] Made make() const override {
         Fragment fragment(
             number_ * fragmentPoints, fragmentPoints,
             [](std::size_t i) {
@@ -304,13 +304,15 @@ protected:
                                                   20.0 * std::cos(angle)};
             },
             [](std::size_t i) { return static_cast<unsigned short>(i * 7 % 2000); });
-        std::vector<Made> made(1);
+        Made made;
         fragment.visit([&](const char* name, auto& list) {
-            const Made one{family_.at(name), Sheaf::makeArray(std::move(list))};
-            if (one.creator == this)
-                made.front() = one;
+            const LateCreator* const creator = family_.at(name);
+            auto array = Sheaf::makeArray(std::move(list));
+            if (creator == this)
+                made.array = std::move(array);
             else
-                made.push_back(one);
+                made.siblings.push_back(
+                    {Anchor::StrongPtr<const Sheaf::CachedCreator>(creator), std::move(array)});
         });
         return made;
     }

@@ -11,6 +11,7 @@
 #include "sheaf/CachedCreator.hpp"
 #include "sheaf/MemArray.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -41,7 +42,7 @@ public:
           count_(count) {}
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
+    [[nodiscard]] Made make() const override {
         std::vector<PhysicalSpace::point> points(count_);
         for (std::uint64_t i = 0; i < count_; ++i) {
             // Scattered bits, so that the file cannot shrink to nothing.
@@ -49,7 +50,7 @@ protected:
             points[i] = {static_cast<double>(mixed >> 44) * 0.001, static_cast<double>(first_ + i) * 0.001,
                          static_cast<double>(mixed & 0xffffU) * 0.001};
         }
-        return {{this, Sheaf::makeArray(std::move(points))}};
+        return {Sheaf::makeArray(std::move(points))};
     }
     [[nodiscard]] std::uint64_t bytesToMake() const override { return count_ * sizeof(PhysicalSpace::point); }
 

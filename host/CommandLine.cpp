@@ -3,12 +3,12 @@
 
 #include "host/options/HelpFormat.hpp"
 #include "host/options/OptionValues.hpp"
-#include "library/report/UsageError.hpp"
 #include "host/options/addOption.hpp"
 #include "host/options/commonOptions.hpp"
 #include "host/report/StandardOutput.hpp"
-#include "library/report/Wording.hpp"
 #include "las/ExportPointCloudToLas.hpp"
+#include "library/report/UsageError.hpp"
+#include "library/report/Wording.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -67,7 +67,8 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
         ->group(group);
     app.add_flag("--tiles", request.options.tiles, "a file for each fragment, its name behind OUTPUT's")
         ->group(group);
-    app.add_flag("--uncompressed", request.options.uncompressed, "LAS, as an OUTPUT that ends in .las also asks for")
+    app.add_flag("--uncompressed", request.options.uncompressed,
+                 "LAS, as an OUTPUT that ends in .las also asks for")
         ->group(group);
     addValue(app, "--day", "N", parseNumber<int>, request.options.day,
              fmt::format("day of the year of the header (default {})", request.options.day))
@@ -83,7 +84,8 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
         [&](const auto& entry) { request.options.renames[entry.first] = entry.second; },
         "store a field as a LAS attribute (repeatable)")
         ->group(group);
-    app.add_flag("--verify", request.options.verify, "decode every file and compare it before it is put in place")
+    app.add_flag("--verify", request.options.verify,
+                 "decode every file and compare it before it is put in place")
         ->group(group);
     addFileExport(app, request, request.options);
     finish(app, "Attributes: " + joined(attributeNames()) +
@@ -107,7 +109,8 @@ CLI::App* addPcd(CLI::App& program, PcdRequest& request) {
     addValue(app, "--cell-size", "X", finiteNumber, request.options.cellSize,
              fmt::format("edge length of a cell (default {})", shortestText(request.options.cellSize)))
         ->group(group);
-    app.add_flag("--exact-counts", request.options.exactCounts, "WIDTH and POINTS count the lines that follow")
+    app.add_flag("--exact-counts", request.options.exactCounts,
+                 "WIDTH and POINTS count the lines that follow")
         ->group(group);
     addFileExport(app, request, request.options);
     finish(app, "Examples:\n"
@@ -196,8 +199,9 @@ Command makeCommand(CLI::App& program) {
 
 /// The commands in the order of the help; a new one is a row here and an alternative of Request.
 constexpr Command (*commandTable[])(CLI::App&) = {
-    makeCommand<LasRequest, addLas>,   makeCommand<PcdRequest, addPcd>,       makeCommand<AsciiRequest, addAscii>,
-    makeCommand<InfoRequest, addInfo>, makeCommand<BundleRequest, addBundle>, makeCommand<SampleRequest, addSample>};
+    makeCommand<LasRequest, addLas>,       makeCommand<PcdRequest, addPcd>,
+    makeCommand<AsciiRequest, addAscii>,   makeCommand<InfoRequest, addInfo>,
+    makeCommand<BundleRequest, addBundle>, makeCommand<SampleRequest, addSample>};
 
 /// Insertions, deletions, replacements and swaps of neighbours that lead from one word to the other.
 std::size_t editDistance(std::string_view a, std::string_view b) {

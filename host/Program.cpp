@@ -4,8 +4,8 @@
 #include "anchor/Error.hpp"
 #include "host/CommandLine.hpp"
 #include "host/Interruption.hpp"
-#include "library/report/UsageError.hpp"
 #include "host/report/StandardOutput.hpp"
+#include "library/report/UsageError.hpp"
 #include "readers/registerReaders.hpp"
 
 #include <csignal>

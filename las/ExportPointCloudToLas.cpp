@@ -53,7 +53,8 @@ public:
 
 private:
     void expandBounds();
-    void announce(std::string_view field, const Fragment& fragment, const Sheaf::CreativeArrayBase& data) const;
+    void announce(std::string_view field, const Fragment& fragment,
+                  const Sheaf::CreativeArrayBase& data) const;
     bool mayGoOn(std::uint64_t write, std::uint64_t count);
     bool exportFragment(const Fragment& fragment);
     [[nodiscard]] std::string fileName(const std::string& suffix) const;
@@ -106,8 +107,8 @@ void GridStep::expandBounds() {
 void GridStep::announce(std::string_view field, const Fragment& fragment,
                         const Sheaf::CreativeArrayBase& data) const {
     if (exporter_.Observer())
-        exporter_.Observer()->fragmentBegins(field, fragment ? std::string_view(fragment->name()) : std::string_view(),
-                                             pointCount(data));
+        exporter_.Observer()->fragmentBegins(
+            field, fragment ? std::string_view(fragment->name()) : std::string_view(), pointCount(data));
 }
 
 bool GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {

@@ -2,17 +2,15 @@
 #include "las/LasBox.hpp"
 
 #include "anchor/Console.hpp"
+#include "las/fileIsComplete.hpp"
 #include "las/lasHeader.hpp"
 #include "las/lasValues.hpp"
 
 #include <algorithm>
 #include <atomic>
 #include <ctime>
-#include <filesystem>
 #include <set>
 #include <utility>
-
-#include <system_error>
 
 #ifdef TIDEWATCH_LASLIB_HALTS
 #if __has_include(<lasmessage.hpp>)
@@ -33,19 +31,6 @@ std::array<double, 3> cornerOf(const Geom::PhysicalSpace::point& corner, const G
             orZero(corner.z, box.lower().z, box.upper().z)};
 }
 
-/// Whether a file has as many bytes as its writer handed over. LASlib does not tell of output errors, but
-/// behind one the file stays short. What is no regular file has no size to compare.
-bool holds(const std::string& path, std::uint64_t bytes) {
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status))
-        return false;
-    if (!std::filesystem::is_regular_file(status))
-        return true;
-    const std::uintmax_t size = std::filesystem::file_size(path, error);
-    return !error && size >= bytes;
-}
-
 } // namespace
 
 LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
@@ -57,6 +42,10 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
       pointSourceID_(pointSourceID),
       grid_(std::move(grid)),
       report_(std::move(report)) {
+#ifdef TIDEWATCH_LASLIB_HALTS
+    // Releases that have this switch would otherwise end the host's process with their first error.
+    halt_on_error(false);
+#endif
     if (!setVersion(header_, version_))
         return;
     setExtent(header_, cornerOf(box->lower(), *box), cornerOf(box->upper(), *box));
@@ -66,10 +55,6 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
         addColor(header_);
     addAttributes();
     point_.init(&header_, header_.point_data_format, header_.point_data_record_length, &header_);
-#ifdef TIDEWATCH_LASLIB_HALTS
-    // Releases that have this switch would otherwise end the host's process where a file cannot be made.
-    halt_on_error(false);
-#endif
     opener_.set_file_name(fileName_.c_str());
     writer_.reset(opener_.open(&header_));
     if (!writer_)
@@ -112,11 +97,12 @@ void LasBox::finish() noexcept {
         const I64 closed = writer_->close(true);
         writer_.reset();
         bytes = static_cast<std::uint64_t>(closed < 0 ? -closed : closed);
-        failed_ = failed_ || !updated || closed < 0 || !holds(fileName_, bytes);
+        failed_ = failed_ || !updated || closed < 0;
     } else if (!failed_) {
         return;
     }
     try {
+        failed_ = failed_ || !fileIsComplete(fileName_, bytes, header_, total_);
         report_({fileName_, bytes, total_, failed_});
     } catch (...) {
         // No memory for the record: the host sees a file that nobody has vouched for.

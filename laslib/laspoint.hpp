@@ -70,6 +70,7 @@ public:
     void zero();
 
     /// Stores the value of an attribute that begins at `start` in the extra bytes; nothing is checked.
+    // What it changes lies behind a pointer. NOLINTNEXTLINE(readability-make-member-function-const)
     void set_attribute(I32 start, U16 value) {
         LittleEndianWriter(reinterpret_cast<char*>(extra_bytes) + start).put(value);
     }

@@ -16,7 +16,9 @@ void Progress::check() {}
 std::function<void(const std::string&, double)> Progress::ticker(Anchor::StrongPtr<Progress> progress) {
     if (!progress)
         return {};
-    return [progress = std::move(progress)](const std::string& file, double share) { progress->tick(file, share); };
+    return [progress = std::move(progress)](const std::string& file, double share) {
+        progress->tick(file, share);
+    };
 }
 
 } // namespace Tidewatch

@@ -99,11 +99,12 @@ CellSelector::CellSelector(double cellSize, const std::vector<Geom::PhysicalSpac
     Key low = last;
     Key high = last;
     runs_ = 1;
+    const auto differ = [](auto a, auto b) { return static_cast<std::size_t>(a != b); };
     for (std::size_t i = 1; i < points_.size(); ++i) {
         const Key key = keyOf(i);
         low = {std::min(low.x, key.x), std::min(low.y, key.y), std::min(low.z, key.z)};
         high = {std::max(high.x, key.x), std::max(high.y, key.y), std::max(high.z, key.z)};
-        runs_ += static_cast<std::size_t>((key.x != last.x) | (key.y != last.y) | (key.z != last.z));
+        runs_ += differ(key.x, last.x) | differ(key.y, last.y) | differ(key.z, last.z);
         last = key;
     }
     lowest_ = low;

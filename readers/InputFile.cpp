@@ -7,12 +7,12 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <limits>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <system_error>
 
 namespace Tidewatch {
 

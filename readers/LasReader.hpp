@@ -16,14 +16,15 @@ namespace Tidewatch {
 /// |---|---|---|
 /// | Positions | points | the stored integers * scale + offset, in double precision |
 /// | Intensity, PointSourceID | 16 bits unsigned | every format |
-/// | ReturnNumber, NumberOfReturns, ScanDirectionFlag, EdgeOfFlightLine, UserData | 8 bits unsigned | every
-/// format | | Classification | 8 bits unsigned | the low 5 bits in formats 0 to 5 | | ScanAngleRank | 8 bits
-/// signed; 16 in formats 6 to 10 | whole degrees; steps of 0.006 degrees in formats 6 to 10 | | GPSTime |
-/// double | formats that have it | | RGB | three bytes | formats that have it; divided by 256 where any
-/// channel of the file exceeds 255 | | Reflectance | float | the extra bytes "Reflectance" or
-/// "BSG_Reflectance" | | Amplitude | 16 bits unsigned, or float | the extra bytes "Amplitude", unscaled 16
-/// bits unsigned, or others | | others | as in the file; double with a scale or an offset | one field each
-/// described scalar of the extra bytes |
+/// | ReturnNumber, NumberOfReturns, ScanDirectionFlag, EdgeOfFlightLine, UserData | 8 bits unsigned | every format |
+/// | Classification | 8 bits unsigned | the low 5 bits in formats 0 to 5 |
+/// | ScanAngleRank | 8 bits signed | whole degrees, in formats 0 to 5 |
+/// | ScanAngleRank | 16 bits signed | steps of 0.006 degrees, in formats 6 to 10 |
+/// | GPSTime | double | formats that have it |
+/// | RGB | three bytes | formats that have it; divided by 256 where any channel of the file exceeds 255 |
+/// | Reflectance | float | the extra bytes "Reflectance" or "BSG_Reflectance" |
+/// | Amplitude | 16 bits unsigned, or float | the extra bytes "Amplitude", unscaled 16 bits unsigned, or others |
+/// | others | as in the file; double with a scale or an offset | one field each described scalar of the extra bytes |
 ///
 /// In the names of extra bytes characters that a name may not hold become "_", an empty name becomes
 /// "ExtraBytesN" (N counting the descriptions from 1), and a name that is taken gets "_2", "_3", ...

@@ -57,7 +57,8 @@ void fillGrid(Sheaf::Grid& grid, const std::shared_ptr<RasterSource>& source) {
     const auto representation = vertices->representations().make(chart);
     const auto fragment = grid.makeFragment("000000");
     const auto add = [&](const std::string& name, Anchor::StrongPtr<Sheaf::CreativeArrayBase> data) {
-        representation->makeField(name, data->elementType())->addFragment(fragment, std::move(data));
+        const auto field = representation->makeField(name, data->elementType());
+        field->addFragment(fragment, std::move(data));
     };
     add("Positions", Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
                          raster.placing.corner, raster.placing.spacing,

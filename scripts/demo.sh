@@ -10,6 +10,8 @@ if (($# > 0)); then
     exit 2
 fi
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/logged.sh
+. scripts/logged.sh
 
 step() { printf '\n== %s\n' "$*"; }
 
@@ -21,23 +23,15 @@ run() {
     "$@"
 }
 
-log=build/demo/build.log
-logged() {
-    if ! "$@" >>"$log" 2>&1; then
-        tail -n 40 "$log" >&2
-        echo "demo: failed: $* (all of its output: $log)" >&2
-        exit 1
-    fi
-}
-
 step "1. Install what a build needs"
 scripts/setup.sh --build-only
 
 step "2. Build the program (the first time takes some minutes)"
+log=build/demo/build.log
 mkdir -p build/demo
 : >"$log"
-logged cmake --preset demo
-logged cmake --build --preset demo -j "$(nproc)"
+logged "$log" cmake --preset demo
+shown "$log" cmake --build --preset demo -j "$(nproc)"
 tidewatch=build/demo/host/tidewatch
 run "$tidewatch" --version
 
@@ -72,4 +66,8 @@ step "Done. The files:"
 for file in "$out/survey.h5" "${laz[@]}" "${pcd[@]}" "${grd[@]}"; do
     printf '  %10d bytes  %s\n' "$(stat -c %s "$file")" "$file"
 done
-printf '\nThe program is %s; try %s --help.\n' "$tidewatch" "$tidewatch"
+cat <<TEXT
+
+The program is $tidewatch; try $tidewatch --help.
+To install it and the library:  cmake --install build/demo --prefix ~/.local
+TEXT

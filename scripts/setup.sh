@@ -9,21 +9,26 @@ shopt -s inherit_errexit
 
 usage() {
     cat <<'TEXT'
-Usage: scripts/setup.sh [--build-only] [--fuzz]
+Usage: scripts/setup.sh [--build-only] [--fuzz] [--packages]
   --build-only  only what a build without tests needs (no GoogleTest, Node.js, clang-format, ...)
   --fuzz        also clang and its libFuzzer and sanitizer runtimes
+  --packages    only packages of the system, nothing in this folder: what an administrator runs for somebody else
 TEXT
 }
 
 with_tests=1
 with_fuzz=0
+with_npm_packages=1
+options=()
 for argument in "$@"; do
     case $argument in
     --build-only) with_tests=0 ;;
     --fuzz) with_fuzz=1 ;;
+    --packages) with_npm_packages=0 ;;
     -h | --help) usage; exit 0 ;;
     *) echo "setup: unknown option $argument" >&2; usage >&2; exit 2 ;;
     esac
+    [[ $argument == --packages ]] || options+=("$argument")
 done
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -39,7 +44,28 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
 as_root() {
-    if ((EUID == 0)); then "$@"; else sudo "$@"; fi
+    # "su" leaves the user's path, and dpkg wants the folders of system programs on it.
+    if ((EUID == 0)); then PATH=$PATH:/usr/sbin:/sbin "$@"; else sudo "$@"; fi
+}
+
+may_install=0
+# Ends the script, with what to do, where nothing can be installed. Usage: need_root PACKAGE...
+need_root() {
+    ((may_install || EUID == 0)) && return
+    if have sudo && sudo true; then
+        may_install=1
+        return
+    fi
+    local command
+    command=$(printf '%q ' "$PWD/scripts/setup.sh" "${options[@]}")--packages
+    {
+        say "to be installed, as root: $*"
+        say "An administrator can do that with one of"
+        say "  su - -c ${command@Q}"
+        say "  sudo $command"
+        say "Then run this again as yourself."
+    } >&2
+    exit 1
 }
 
 # Runs a command with its output in a file, which is shown where the command fails.
@@ -74,10 +100,22 @@ refresh_lists() {
     lists_are_fresh=1
 }
 
+# Says what a command of apt-get is about to download. Usage: announce NAMES APT_GET_ARGUMENT...
+announce() {
+    local names=$1 size
+    shift
+    # A line for each file: 'address' name size checksum. Where this fails, so does the command itself, and says why.
+    size=$(apt-get -qq --print-uris "$@" 2>/dev/null |
+        LC_ALL=C awk -F"' " '/^\047/ { split($2, part, " "); ++files; bytes += part[2] }
+                    END { if (files) printf " (%d packages to download, %.1f MB)", files, bytes / 1e6 }') || size=''
+    say "installing $names$size"
+}
+
 install_packages() {
     (($# == 0)) && return
+    need_root "$@"
     refresh_lists
-    say "installing $*"
+    announce "$*" -y install --no-install-recommends "$@"
     quietly apt_get install --no-install-recommends "$@"
 }
 
@@ -100,7 +138,6 @@ install_laszip_of_next_release() {
                      print $5; found = 1 }')
     [[ -n $archive ]] || fail "the apt sources of this machine name no main Debian archive to take LASzip from"
 
-    say "installing LASzip (${packages[*]}) from Debian's release $next"
     mkdir -p "$work"/{sources,state/lists/partial,cache/archives/partial,packages}
     cat >"$work/sources/next.sources" <<TEXT
 Types: deb
@@ -139,6 +176,8 @@ TEXT
         chown _apt "$work/packages" 2>/dev/null || true
     fi
     quietly apt-get -c "$work/apt.conf" update
+    announce "LASzip (${packages[*]}) from Debian's release $next" \
+        -c "$work/apt.conf" download "${packages[@]/%/:$architecture}"
     (cd "$work/packages" && quietly apt-get -c "$work/apt.conf" download "${packages[@]/%/:$architecture}")
     quietly as_root env DEBIAN_FRONTEND=noninteractive dpkg -i "$work"/packages/*.deb
 }
@@ -158,9 +197,7 @@ install_on_debian() {
 
     local laszip=()
     installed liblaszip-dev || laszip=(liblaszip-dev)
-    if ((EUID != 0 && ${#missing[@]} + ${#laszip[@]} > 0)) && ! have sudo; then
-        fail "needs root or sudo to install ${missing[*]} ${laszip[*]}"
-    fi
+    ((${#missing[@]} + ${#laszip[@]} == 0)) || need_root "${missing[@]}" "${laszip[@]}"
     if ((${#laszip[@]})); then
         refresh_lists
         if LC_ALL=C apt-cache policy liblaszip-dev | grep -q "^ *Candidate: [^(]"; then
@@ -259,5 +296,5 @@ setup:   for fuzzing: clang libclang-rt-dev
 TEXT
     exit 1
 fi
-((with_tests)) && install_npm_packages
+((with_tests && with_npm_packages)) && install_npm_packages
 say "everything is there"

@@ -47,6 +47,7 @@ public:
 protected:
     InterfaceBase() : record_(new ReferenceRecord) {}
     InterfaceBase(const InterfaceBase&) : InterfaceBase() {}
+    // Nothing is assigned. NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
     InterfaceBase& operator=(const InterfaceBase&) noexcept { return *this; }
     virtual ~InterfaceBase();
 

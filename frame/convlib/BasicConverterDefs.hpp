@@ -64,7 +64,8 @@ public:
 
     // The four members that exporters read, in this order.
 
-    /// The bundle to read; the host keeps it alive.
+    /// The bundle to read. The host keeps it alive through a StrongPtr of its own (Anchor::makeStrong). A
+    /// bundle that no StrongPtr has ever held, as one on the stack, reads as expired, and so as no bundle.
     Anchor::WeakPtr<Sheaf::Bundle> bundleptr;
     /// The output file or directory; each exporter says how it takes it.
     std::string OutputPath;

@@ -18,7 +18,12 @@ constexpr char32_t strayByte = 0x110000;
 char32_t takeCharacter(std::string_view& text) noexcept {
     const auto byteAt = [&](std::size_t place) { return static_cast<unsigned char>(text[place]); };
     const unsigned char lead = byteAt(0);
-    const std::size_t size = lead < 0x80 ? 1 : lead < 0xC0 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF8 ? 4 : 0;
+    const std::size_t size = lead < 0x80   ? 1
+                             : lead < 0xC0 ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF8 ? 4
+                                           : 0;
     char32_t character = size < 2 ? lead : lead & (0x7FU >> size);
     bool isWhole = size != 0 && size <= text.size();
     for (std::size_t place = 1; isWhole && place < size; ++place) {
@@ -85,8 +90,9 @@ std::optional<bool> takeBrackets(std::string_view& glob, char32_t character) noe
             glob = rest.substr(1);
             return isIn != isNegated;
         }
-        const auto* const named = std::find_if(std::begin(classes), std::end(classes),
-                                               [&](const CharacterClass& one) { return rest.starts_with(one.name); });
+        const auto* const named =
+            std::find_if(std::begin(classes), std::end(classes),
+                         [&](const CharacterClass& one) { return rest.starts_with(one.name); });
         if (named != std::end(classes)) {
             isIn = isIn || named->contains(character);
             rest.remove_prefix(named->name.size());

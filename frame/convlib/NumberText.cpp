@@ -11,25 +11,23 @@
 // result.
 //
 // 1. In double arithmetic (general notation, up to 12 digits). With k = floor(log10(value)), the product of
-// the value
-//    and 10^(digits-1-k) is rounded to the nearest integer. The table's powers of ten are cut off and the
-//    product is rounded, which is wrong by less than 10^digits * 2^-50 in any rounding mode; so the integer
-//    is certain where the product is closer to it than one half less that error.
+//    the value and 10^(digits-1-k) is rounded to the nearest integer. The table's powers of ten are cut off
+//    and the product is rounded, which is wrong by less than 10^digits * 2^-50 in any rounding mode; so the
+//    integer is certain where the product is closer to it than one half less that error.
 //
-// 2. In 128-bit integers. A finite value is M * 2^E with 2^63 <= M < 2^64, exactly. A power of ten is 10^q =
-// G * 2^e
-//    with 2^63 <= G < 2^64, and the table holds g = floor(G). So value * 10^q = M * G * 2^(E + e), and with p
-//    = M * g
+// 2. In 128-bit integers. A finite value is M * 2^E with 2^63 <= M < 2^64, exactly. A power of ten is
+//    10^q = G * 2^e with 2^63 <= G < 2^64, and the table holds g = floor(G). So
 //
-//        p <= M * G < p + M.
+//        value * 10^q = M * G * 2^(E + e),  and with p = M * g:  p <= M * G < p + M.
 //
 //    With s = -(E + e), the wanted integer is M * G / 2^s rounded. Its whole part is taken from p, and the
 //    low s bits of p, the fraction f, decide the rounding against the half h = 2^(s-1):
 //      * for 0 <= q <= 27 the power fits 64 bits, so g = G, f is exact, and ties are seen as such;
-//      * otherwise the true fraction lies strictly between f and f + M. From f >= h follows "above the half"
-//      (where
-//        f + M carries into the whole part, rounding up says the same), from f + M <= h follows "below the
-//        half". Only h - M < f < h leaves it open: for 17 digits 1 value in 64 at most, for fewer far less.
+//      * otherwise the true fraction lies strictly between f and f + M:
+//          - from f >= h follows "above the half" (where f + M carries into the whole part, rounding up says
+//            the same);
+//          - from f + M <= h follows "below the half";
+//          - h - M < f < h leaves it open: for 17 digits 1 value in 64 at most, for fewer far less.
 //
 // 3. By std::to_chars.
 namespace ConvLib {
@@ -90,8 +88,7 @@ struct Mantissas : TableOfPowers<std::uint64_t, lowestPower, highestPower> {
         Wide down = Wide{1} << 127;
         int downExponent = 0;
         for (int power = -1; power >= lowestPower; --power) {
-            // down / 10 = down / 5 / 2; the quotient is shifted up until its top bit is set, its rest with
-            // it.
+            // down / 10 = down / 5 / 2; the quotient is shifted up until its top bit is set, its rest with it.
             const Wide quotient = down / 5;
             const Wide rest = down % 5;
             const int shift = (quotient >> 125) == 0 ? 3 : 2;
@@ -230,8 +227,7 @@ Rounded roundScaled(Normalised value, std::int64_t power) {
         // Even M * G has no more than 128 bits: the scaled value is below one half.
         return {0, true};
     }
-    // From here on 65 <= shift <= 128, so the whole part and the bit of the half lie in the product's upper
-    // word.
+    // From here on 65 <= shift <= 128, so the whole part and the bit of the half lie in the product's upper word.
     const auto upper = static_cast<std::uint64_t>(product >> 64);
     const auto lower = static_cast<std::uint64_t>(product);
     const std::int64_t halfBit = shift - 65;

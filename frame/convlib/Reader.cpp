@@ -9,11 +9,11 @@
 #include <fcntl.h>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
 #include <sys/stat.h>
-#include <system_error>
 
 namespace ConvLib {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "library/input/Inputs.hpp"
 #include "host/report/Report.hpp"
+#include "library/input/Inputs.hpp"
 
 namespace Tidewatch {
 

@@ -11,9 +11,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
-
 #include <system_error>
+#include <vector>
 
 /// The texts that options take, read as values. Nothing here depends on the locale.
 namespace Tidewatch {

@@ -3,8 +3,8 @@
 
 #include "anchor/Cache.hpp"
 #include "host/options/OptionValues.hpp"
-#include "library/report/UsageError.hpp"
 #include "host/options/addOption.hpp"
+#include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 
 #include <cstddef>

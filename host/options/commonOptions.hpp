@@ -2,8 +2,8 @@
 #pragma once
 
 #include "host/export/ExportCommand.hpp"
-#include "library/input/Inputs.hpp"
 #include "host/report/Report.hpp"
+#include "library/input/Inputs.hpp"
 
 #include <string>
 

@@ -11,7 +11,8 @@ namespace Tidewatch {
 Report::Report(const ReportOptions& options, std::string command)
     : options_(options),
       messages_(options.quiet ? Messages::Loudness::Quiet : Messages::Loudness::Normal),
-      bar_(Anchor::makeStrong<ProgressBar>(options.quiet ? ProgressWish::Never : options.progress, messages_)),
+      bar_(
+          Anchor::makeStrong<ProgressBar>(options.quiet ? ProgressWish::Never : options.progress, messages_)),
       command_(std::move(command)) {}
 
 bool Report::acceptLosses(const std::vector<Loss>& losses, bool strict) {

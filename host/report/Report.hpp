@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "library/report/Losses.hpp"
 #include "host/report/Messages.hpp"
 #include "host/report/ProgressBar.hpp"
 #include "library/export/ExportReport.hpp"
+#include "library/report/Losses.hpp"
 
 #include <string>
 #include <vector>

@@ -3,6 +3,8 @@
 
 #include "host/report/Json.hpp"
 
+#include <utility>
+
 #include <fmt/format.h>
 
 namespace Tidewatch {

@@ -186,7 +186,7 @@ void Finder::findLatticeRounding(const AsciiStop& stop) {
     const double cell = asWritten(lattice.spacing().x);
     // The cell farthest from the corner, from which all of them are counted.
     const auto farthest = [&](double corner, double spacing, std::uint64_t count) {
-        const double last = static_cast<double>(count > 0 ? count - 1 : 0);
+        const auto last = static_cast<double>(count > 0 ? count - 1 : 0);
         const double loss = std::max(std::abs(asWritten(corner) - corner),
                                      std::abs(asWritten(corner) + last * cell - (corner + last * spacing)));
         const double noise = 8 * std::numeric_limits<double>::epsilon() *

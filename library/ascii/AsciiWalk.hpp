@@ -2,11 +2,11 @@
 #pragma once
 
 #include "anchor/LoaderProgress.hpp"
+#include "library/Progress.hpp"
 #include "library/ascii/AsciiPlan.hpp"
 #include "library/export/CoordinateSurvey.hpp"
 #include "library/export/RunRecorder.hpp"
 #include "library/input/Inputs.hpp"
-#include "library/Progress.hpp"
 
 #include <cstdint>
 #include <map>

@@ -21,7 +21,8 @@ class AsciiRun final : public ExportRun {
 public:
     AsciiRun(const AsciiOptions& options, const ExportFormat::Context& context, const RunScope& scope)
         : options_(options),
-          walk_(Anchor::makeStrong<AsciiWalk>(scope, context.inputs, context.selection, options.settings, context.progress)),
+          walk_(Anchor::makeStrong<AsciiWalk>(scope, context.inputs, context.selection, options.settings,
+                                              context.progress)),
           exporter_() {
         exporter_.FilterField = options.settings.filterField;
         exporter_.RefLevel = options.settings.refinementLevel;
@@ -110,7 +111,8 @@ std::unique_ptr<const ExportFormat> asciiFormat(const AsciiOptions& options) {
     return std::make_unique<AsciiFormat>(options);
 }
 
-ExportReport exportAscii(const Inputs& inputs, const AsciiOptions& options, const Anchor::StrongPtr<Progress>& progress) {
+ExportReport exportAscii(const Inputs& inputs, const AsciiOptions& options,
+                         const Anchor::StrongPtr<Progress>& progress) {
     Export job(inputs, options, asciiFormat(options), progress);
     job.write();
     return job.placeUnlessRefused();

@@ -2,11 +2,11 @@
 #pragma once
 
 #include "anchor/Visibility.hpp"
+#include "library/Progress.hpp"
+#include "library/export/ExportReport.hpp"
 #include "library/input/FileIdentity.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
-#include "library/Progress.hpp"
-#include "library/export/ExportReport.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <filesystem>

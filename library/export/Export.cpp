@@ -120,8 +120,7 @@ bool Export::runOnce(const RunScope& scope) {
     const bool completed = exporter.Run();
     run->recorder().finish(exporter.writtenFiles());
     progress_->check();
-    report_.errors.insert(report_.errors.end(), exporter.Errors.begin(),
-                                    exporter.Errors.end());
+    report_.errors.insert(report_.errors.end(), exporter.Errors.begin(), exporter.Errors.end());
     if (completed)
         collectFiles(*run, folder);
     return completed;
@@ -153,8 +152,7 @@ void Export::collectFiles(ExportRun& run, const StagingFolder& folder) {
     for (const fs::path& file : files) {
         const auto& [grids, number] = originOf.at(file);
         const fs::path place = target(file);
-        run.check({folder.path() / file, place, record[number], number, *grids.back()},
-                  report_.notes);
+        run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
         placement_.add(folder.path() / file, place, manner());
         noteFile(place, record[number], grids);
         if (format_->addsToFiles())
@@ -176,12 +174,12 @@ void Export::collectFiles(ExportRun& run, const StagingFolder& folder) {
 
 void Export::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
     ExportReport::File file{path.string(),
-                       written.items,
-                       written.bytes,
-                       std::string(format_->unitOf(path)),
-                       std::nullopt,
-                       std::nullopt,
-                       0};
+                            written.items,
+                            written.bytes,
+                            std::string(format_->unitOf(path)),
+                            std::nullopt,
+                            std::nullopt,
+                            0};
     if (!grids.empty()) {
         const ExportedGrid& last = *grids.back();
         const auto differs = [&](auto member) {

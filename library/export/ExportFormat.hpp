@@ -74,7 +74,9 @@ public:
     /// What a written file counts, in the plural: "points".
     [[nodiscard]] virtual std::string_view unit() const = 0;
     /// The same for one of the files, where the format has several kinds of them.
-    [[nodiscard]] virtual std::string_view unitOf(const std::filesystem::path& /*file*/) const { return unit(); }
+    [[nodiscard]] virtual std::string_view unitOf(const std::filesystem::path& /*file*/) const {
+        return unit();
+    }
 
     /// Whether OUTPUT is a folder that the exporter fills; otherwise it is a file.
     [[nodiscard]] virtual bool fillsFolder() const { return false; }
@@ -95,7 +97,8 @@ public:
     [[nodiscard]] virtual std::vector<std::filesystem::path> expectedFiles(const Context& context,
                                                                            const RunScope& scope) const;
 
-    [[nodiscard]] virtual std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const = 0;
+    [[nodiscard]] virtual std::unique_ptr<ExportRun> makeRun(const Context& context,
+                                                             const RunScope& scope) const = 0;
 };
 
 } // namespace Tidewatch

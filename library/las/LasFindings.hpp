@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "las/ExportPointCloudToLas.hpp"
 #include "library/export/CoordinateSurvey.hpp"
 #include "library/las/LasColumns.hpp"
 #include "library/las/LasMapping.hpp"
 #include "library/las/LasSettings.hpp"
-#include "las/ExportPointCloudToLas.hpp"
 
 #include <array>
 #include <cstddef>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/las/LasMapping.hpp"
 
-#include "library/report/Wording.hpp"
 #include "las/ExportPointCloudToLas.hpp"
+#include "library/report/Wording.hpp"
 #include "sheaf/ElementTypes.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 

@@ -33,7 +33,7 @@ bool LasOutput::endsInLas(std::string_view text) {
     return endsIn(text, plain);
 }
 
-LasOutput::LasOutput(std::filesystem::path output, bool hasExtension, bool uncompressed)
+LasOutput::LasOutput(const std::filesystem::path& output, bool hasExtension, bool uncompressed)
     : folder_(output.parent_path()),
       stem_(output.filename().string()),
       extension_(extensionOf(uncompressed)),

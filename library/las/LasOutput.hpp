@@ -13,7 +13,7 @@ class LasOutput {
 public:
     /// `output` as the user gave it, {grid} and {time} filled in. `hasExtension` says whether its extension
     /// is one; a grid's name that ends in ".las" has none.
-    LasOutput(std::filesystem::path output, bool hasExtension, bool uncompressed);
+    LasOutput(const std::filesystem::path& output, bool hasExtension, bool uncompressed);
 
     /// The one file of a run without tiles: the user's own spelling of the extension stays where it is right.
     [[nodiscard]] std::filesystem::path file() const { return tile(""); }

@@ -183,9 +183,9 @@ LasAxes LasWalk::axesOf(const Geom::BoundingBox& fragmentBox) const {
 
 void LasWalk::refuse(const LasFindings::Stray& stray, const LasAxes& axes) const {
     const ExportedGrid& exported = grids().back();
-    std::string message =
-        fmt::format("{}: {} = {} does not fit into a LAS file, whose coordinates are ",
-                    gridAtTime(exported.name, exported.time), axisNames[stray.axis], coordinateText(stray.value));
+    std::string message = fmt::format("{}: {} = {} does not fit into a LAS file, whose coordinates are ",
+                                      gridAtTime(exported.name, exported.time), axisNames[stray.axis],
+                                      coordinateText(stray.value));
     const auto& axis = axes[stray.axis];
     if (!std::isfinite(stray.value)) {
         message += "finite numbers";

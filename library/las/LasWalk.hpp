@@ -3,12 +3,12 @@
 
 #include "anchor/LoaderProgress.hpp"
 #include "geom/BoundingBox.hpp"
+#include "library/Progress.hpp"
 #include "library/export/RunRecorder.hpp"
 #include "library/input/Inputs.hpp"
 #include "library/las/LasFindings.hpp"
 #include "library/las/LasMapping.hpp"
 #include "library/las/LasSettings.hpp"
-#include "library/Progress.hpp"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/las/exportLas.hpp"
 
+#include "las/ExportPointCloudToLas.hpp"
 #include "library/las/LasLosses.hpp"
 #include "library/las/LasOutput.hpp"
 #include "library/las/LasVerification.hpp"
 #include "library/las/LasWalk.hpp"
 #include "library/report/Wording.hpp"
-#include "las/ExportPointCloudToLas.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -30,7 +30,8 @@ public:
           settings_(settings),
           progress_(context.progress),
           // The exporter reads the positions for their box, then everything; the check reads it once more.
-          walk_(Anchor::makeStrong<LasWalk>(scope, context.inputs, context.selection, settings_, options.verify ? 3U : 2U, context.progress)),
+          walk_(Anchor::makeStrong<LasWalk>(scope, context.inputs, context.selection, settings_,
+                                            options.verify ? 3U : 2U, context.progress)),
           exporter_() {
         exporter_.Day = options.day;
         exporter_.Year = options.year;
@@ -195,7 +196,8 @@ std::unique_ptr<const ExportFormat> lasFormat(const LasOptions& options) {
     return std::make_unique<LasFormat>(options);
 }
 
-ExportReport exportLas(const Inputs& inputs, const LasOptions& options, const Anchor::StrongPtr<Progress>& progress) {
+ExportReport exportLas(const Inputs& inputs, const LasOptions& options,
+                       const Anchor::StrongPtr<Progress>& progress) {
     Export job(inputs, options, lasFormat(options), progress);
     job.write();
     return job.placeUnlessRefused();

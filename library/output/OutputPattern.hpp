@@ -2,6 +2,7 @@
 #pragma once
 
 #include "anchor/Visibility.hpp"
+
 #include <string>
 #include <vector>
 

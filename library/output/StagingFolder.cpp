@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <map>
+#include <system_error>
 
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <system_error>
 
 namespace Tidewatch {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "library/Progress.hpp"
 #include "library/export/CoordinateSurvey.hpp"
 #include "library/export/RunRecorder.hpp"
 #include "library/input/Inputs.hpp"
-#include "library/Progress.hpp"
 #include "sheaf/Grid.hpp"
 
 #include <cstdint>

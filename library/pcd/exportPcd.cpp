@@ -22,7 +22,8 @@ constexpr int colorDigits = 8;
 class PcdRun final : public ExportRun {
 public:
     PcdRun(const PcdOptions& options, const ExportFormat::Context& context, const RunScope& scope)
-        : walk_(Anchor::makeStrong<PcdWalk>(scope, context.inputs, context.selection, options.refinementLevel, context.progress)),
+        : walk_(Anchor::makeStrong<PcdWalk>(scope, context.inputs, context.selection, options.refinementLevel,
+                                            context.progress)),
           exporter_() {
         exporter_.RefLevel = options.refinementLevel;
         exporter_.Precision = options.precision;
@@ -109,8 +110,9 @@ void PcdRun::findCountLoss(const ExportedGrid& exported, const PcdWalk::Grid& gr
         losses.add("count",
                    fmt::format("{}: the header states {} (before thinning to cells of {}), and {} follow; "
                                "--exact-counts states the lines",
-                               gridAtTime(exported.name, exported.time), counted(grid.survey.points(), "point"),
-                               shortestText(exporter_.CellSize), counted(lines, "line")));
+                               gridAtTime(exported.name, exported.time),
+                               counted(grid.survey.points(), "point"), shortestText(exporter_.CellSize),
+                               counted(lines, "line")));
 }
 
 class PcdFormat final : public ExportFormat {
@@ -143,7 +145,8 @@ std::unique_ptr<const ExportFormat> pcdFormat(const PcdOptions& options) {
     return std::make_unique<PcdFormat>(options);
 }
 
-ExportReport exportPcd(const Inputs& inputs, const PcdOptions& options, const Anchor::StrongPtr<Progress>& progress) {
+ExportReport exportPcd(const Inputs& inputs, const PcdOptions& options,
+                       const Anchor::StrongPtr<Progress>& progress) {
     Export job(inputs, options, pcdFormat(options), progress);
     job.write();
     return job.placeUnlessRefused();

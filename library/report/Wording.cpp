@@ -3,9 +3,9 @@
 
 #include <charconv>
 #include <cmath>
+#include <system_error>
 
 #include <fmt/format.h>
-#include <system_error>
 
 namespace Tidewatch {
 

@@ -27,7 +27,8 @@ namespace Tidewatch {
 /// `grid "dunes" at time 2.5`.
 [[nodiscard]] TIDEWATCH_API std::string gridAtTime(std::string_view grid, double time);
 
-[[nodiscard]] TIDEWATCH_API std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
+[[nodiscard]] TIDEWATCH_API std::string joined(const std::vector<std::string>& texts,
+                                               std::string_view separator = ", ");
 
 /// What the system says of an error number.
 [[nodiscard]] TIDEWATCH_API std::string systemMessage(int errorNumber);

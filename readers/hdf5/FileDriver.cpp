@@ -8,12 +8,12 @@
 #include <limits>
 #include <new>
 #include <span>
+#include <system_error>
 #include <type_traits>
 #include <unistd.h>
 #include <vector>
 
 #include <sys/stat.h>
-#include <system_error>
 
 #if H5_VERSION_GE(1, 13, 0)
 #include <H5FDdevelop.h>

@@ -27,8 +27,8 @@ constexpr std::uint64_t mostHeaderBytes = std::uint64_t{1} << 24;
 
 /// Whether a block ends with the checksum of what is before.
 bool hasChecksum(std::span<const unsigned char> block) {
-    const std::size_t size = block.size() - checksumSize;
-    return littleEndian(block, size, checksumSize) == metadataChecksum(block.first(size));
+    const std::size_t end = block.size() - checksumSize;
+    return littleEndian(block, end, checksumSize) == metadataChecksum(block.first(end));
 }
 
 } // namespace
@@ -191,7 +191,8 @@ std::optional<std::string> MetadataGuard::fractalHeapFault(std::span<const unsig
         mostObject > lastBlock || addressBits > 64)
         return "has a fractal heap with blocks of impossible sizes";
     // Each row of blocks covers twice as many addresses as the one before.
-    const auto firstBits = static_cast<std::uint64_t>(std::countr_zero(firstBlock) + std::countr_zero(width));
+    const auto firstBits = static_cast<std::uint64_t>(std::countr_zero(firstBlock)) +
+                           static_cast<std::uint64_t>(std::countr_zero(width));
     if (addressBits < firstBits || addressBits < static_cast<std::uint64_t>(std::countr_zero(lastBlock)) ||
         rows > addressBits - firstBits + 1)
         return "has a fractal heap of an impossible shape";

@@ -49,15 +49,15 @@ public:
 
     /// The text of a string attribute of fixed or variable length; nothing where there is no attribute of
     /// that name.
-    [[nodiscard]] std::optional<std::string> text(const char* attribute) const;
+    [[nodiscard]] std::optional<std::string> text(const char* name) const;
 
     /// The values of an integer attribute of any width and byte order; nothing where there is none. Throws
     /// when one is outside T's range. T is std::int32_t, std::int64_t or std::uint64_t.
     template <class T>
-    [[nodiscard]] std::optional<std::vector<T>> integers(const char* attribute) const;
+    [[nodiscard]] std::optional<std::vector<T>> integers(const char* name) const;
 
     /// The values of a number attribute, integers included; nothing where there is none.
-    [[nodiscard]] std::optional<std::vector<double>> numbers(const char* attribute) const;
+    [[nodiscard]] std::optional<std::vector<double>> numbers(const char* name) const;
 
     /// Throws an error about this object.
     template <class Kind = Anchor::FormatError>

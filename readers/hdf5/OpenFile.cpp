@@ -5,9 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <utility>
-
 #include <system_error>
+#include <utility>
 
 namespace Tidewatch::Hdf5 {
 

@@ -4,6 +4,7 @@
 #include "readers/las/LazPointSource.hpp"
 #include "readers/las/PlainPointSource.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace Tidewatch::Las {

@@ -18,10 +18,10 @@
 #include <iterator>
 #include <optional>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
-#include <system_error>
 
 namespace Tidewatch::Raster {
 

@@ -8,9 +8,9 @@
 #include <array>
 #include <cpl_port.h>
 #include <filesystem>
+#include <system_error>
 
 #include <fmt/format.h>
-#include <system_error>
 
 namespace Tidewatch::Raster {
 

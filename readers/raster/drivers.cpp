@@ -7,7 +7,6 @@
 #include <gdal.h>
 #include <mutex>
 #include <string_view>
-
 #include <system_error>
 
 namespace Tidewatch::Raster {

@@ -1,55 +1,98 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs a build into a folder of its own, moves that folder, and builds and runs the examples against it: by CMake
-# package, by pkg-config, and with the whole tree embedded.   Usage: tests/consumer/run.sh BUILD_DIR
+# Installs a build into a folder of its own, moves that folder, and builds and runs the installed examples against it: by
+# CMake package, by pkg-config, and with the whole tree embedded.   Usage: tests/consumer/run.sh BUILD_DIR
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-examples=$here/../../examples
+# shellcheck source=scripts/logged.sh
+. "$here/../../scripts/logged.sh"
 build=$(cd "$1" && pwd)
 work=$build/consumer
 rm -rf "$work"
 mkdir -p "$work"
 
+fail() { echo "consumer: $*" >&2; exit 1; }
+
 echo "== install into $work/prefix"
 cmake --install "$build" --prefix "$work/installed" >"$work/install.log"
 mv "$work/installed" "$work/prefix"
 libdir=$(dirname "$(find "$work/prefix" -name libExportLib.so)")
+examples=$(dirname "$(find "$work/prefix/share" -name exportMemory.cpp)")
 program=$work/prefix/bin/tidewatch
+compiler=${CXX:-c++}
+
+# Ninja, since setup.sh brings no make.
+build_by_cmake() { # SOURCE BUILD TARGET
+    logged "$work/build.log" cmake -S "$1" -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$work/prefix"
+    shown "$work/build.log" cmake --build "$2" --target "$3"
+}
 
 echo "== examples by find_package(ExportLib)"
-cmake -S "$examples" -B "$work/by-cmake" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$work/prefix" \
-    >"$work/configure.log"
-cmake --build "$work/by-cmake" >"$work/build.log"
-"$work/by-cmake/export-memory" "$work/by-cmake.pcd"
+build_by_cmake "$examples" "$work/by-cmake" all
 
-echo "== example by pkg-config"
+echo "== examples by pkg-config"
 export PKG_CONFIG_PATH=$libdir/pkgconfig
-read -r -a flags <<<"$(pkg-config --cflags --libs ExportLib)"
-"${CXX:-c++}" -std=c++20 "$examples/exportMemory.cpp" "${flags[@]}" -Wl,-rpath,"$libdir" -o "$work/by-pkg-config"
-"$work/by-pkg-config" "$work/by-pkg-config.pcd"
-
-echo "== every installed header"
-(cd "$(pkg-config --variable=includedir ExportLib)" && find . -name '*.hpp' -printf '#include <%P>\n' | sort) \
-    >"$work/headers.cpp"
-"${CXX:-c++}" -std=c++20 -fsyntax-only "${flags[@]}" "$work/headers.cpp"
+mkdir "$work/by-pkg-config"
+build_by_pkg_config() { # SOURCE OUTPUT PACKAGE
+    local flags
+    read -r -a flags <<<"$(pkg-config --cflags --libs "$3")"
+    "$compiler" -std=c++20 "$examples/$1" "${flags[@]}" -Wl,-rpath,"$libdir" -o "$work/by-pkg-config/$2"
+}
+build_by_pkg_config exportMemory.cpp export-memory ExportLib
+build_by_pkg_config exportFiles.cpp export-files ExportLibReaders
 
 echo "== example with the tree embedded"
-cmake -S "$here/embedded" -B "$work/embedded" -G Ninja -DCMAKE_BUILD_TYPE=Release >"$work/configure-embedded.log"
-cmake --build "$work/embedded" --target export-memory >"$work/build-embedded.log"
-"$work/embedded/export-memory" "$work/embedded.pcd"
+build_by_cmake "$here/embedded" "$work/embedded" export-memory
 
-for file in by-pkg-config embedded; do
-    cmp "$work/by-cmake.pcd" "$work/$file.pcd"
+echo "== the example's exports are the same whichever way it was built"
+for way in by-cmake by-pkg-config embedded; do
+    (mkdir "$work/from-$way" && cd "$work/from-$way" && "$work/$way/export-memory" out)
+    diff -r "$work/from-by-cmake" "$work/from-$way"
 done
+(cd "$work/from-by-cmake/out" && find . -type f | sort) >"$work/files.txt"
+diff "$work/files.txt" - <<'TEXT'
+./pier.las
+./pier.laz
+./pier.pcd
+./text/Classification/wall.asc
+./text/Height/shore.grd
+./text/Intensity/wall.asc
+./text/Positions/wall.asc
+TEXT
+"$program" info "$work/from-by-cmake/out/pier.laz" >"$work/pier.txt"
+head -n 2 "$work/from-by-cmake/out/text/Height/shore.grd" | diff - <(printf 'NCOLS 40\nNROWS 30\n')
+! "$work/by-cmake/export-memory" /dev/null/out 2>"$work/refused.txt" || fail "the example wrote into a device"
+grep /dev/null/out "$work/refused.txt"
+
+read -r -a cflags <<<"$(pkg-config --cflags ExportLib)"
+echo "== every installed header"
+(cd "$(pkg-config --variable=includedir ExportLib)" && find . -name '*.hpp' -printf '%P\n' | sort) >"$work/headers.txt"
+sed 's|.*|#include <&>|' "$work/headers.txt" >"$work/headers.cpp"
+"$compiler" -std=c++20 -fsyntax-only "${cflags[@]}" "$work/headers.cpp"
+
+echo "== every installed header in a program below C++20: the first error says so"
+refused=0
+while read -r header; do
+    # The few that ask for nothing of C++20 may pass.
+    if LC_ALL=C "$compiler" -std=c++17 -fsyntax-only "${cflags[@]}" -x c++ - <<<"#include <$header>" 2>"$work/errors.txt"; then
+        continue
+    fi
+    refused=$((refused + 1))
+    first=$(grep -m 1 'error:' "$work/errors.txt")
+    [[ $first == *'ExportLib and its headers need C++20'* ]] || fail "$header: the first error is: $first"
+done <"$work/headers.txt"
+((refused > 0)) || fail "no header was refused"
 
 echo "== installed program, and the same export by a host through the installed readers"
 "$program" --version
 "$program" sample --points 20000 -o "$work/sample.h5"
-"$work/by-cmake/export-files" "$work/by-host.pcd" "$work/sample.h5"
 "$program" pcd "$work/sample.h5" --cell-size 0.5 -o "$work/by-program.pcd"
-cmp "$work/by-host.pcd" "$work/by-program.pcd"
+for way in by-cmake by-pkg-config; do
+    "$work/$way/export-files" "$work/$way.pcd" "$work/sample.h5"
+    cmp "$work/$way.pcd" "$work/by-program.pcd"
+done
 
 echo "== the installed program with every exporter and reader"
 "$program" las "$work/sample.h5" -o "$work/laz/{time}.laz" --grid coast --verify --quiet

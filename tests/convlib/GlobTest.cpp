@@ -114,7 +114,8 @@ TEST(Glob, RandomGlobsOfAsciiMatchAsTheSystemsOwnDo) {
         if (glob.ends_with('\\'))
             continue;
         if (random() % 3 == 0)
-            glob.append(std::string("[") + (random() % 2 == 0 ? "!" : "") + "a-" + (random() % 2 == 0 ? "b" : "") + "]");
+            glob.append(std::string("[") + (random() % 2 == 0 ? "!" : "") + "a-" +
+                        (random() % 2 == 0 ? "b" : "") + "]");
         const std::string name = draw("ab*c-", 8);
         const bool expected = ::fnmatch(glob.c_str(), name.c_str(), 0) == 0;
         ASSERT_EQ(globMatches(glob, name), expected) << glob << " and " << name;

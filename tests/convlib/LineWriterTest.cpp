@@ -2,9 +2,11 @@
 #include "convlib/LineWriter.hpp"
 
 #include "support/TemporaryFolder.hpp"
+#include "support/writesSoFar.hpp"
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -15,7 +17,6 @@
 #include <string>
 #include <vector>
 
-#include <climits>
 #include <gtest/gtest.h>
 
 namespace {

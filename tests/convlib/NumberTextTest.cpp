@@ -5,6 +5,7 @@
 #include <bit>
 #include <cfenv>
 #include <charconv>
+#include <climits>
 #include <clocale>
 #include <cmath>
 #include <cstdint>
@@ -14,12 +15,11 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <type_traits>
 #include <vector>
 
-#include <climits>
 #include <gtest/gtest.h>
-#include <system_error>
 
 namespace {
 

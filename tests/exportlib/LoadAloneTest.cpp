@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A host that gets everything by dlopen: this program links none of our libraries, so the frame comes and goes with
-// the exporters.
+// A host that gets everything by dlopen: this program links none of our libraries, so the frame comes and
+// goes with the exporters.
 #include <dlfcn.h>
 #include <fstream>
 #include <string>

@@ -756,11 +756,11 @@ public:
     mutable std::function<void()> beforeMaking = [] {};
 
 protected:
-    [[nodiscard]] std::vector<Made> make() const override {
+    [[nodiscard]] Made make() const override {
         beforeMaking();
         const auto array = Sheaf::makeArray(std::vector<Geom::PhysicalSpace::point>(points_));
         arrays.emplace_back(array);
-        return {{this, array}};
+        return {array};
     }
     [[nodiscard]] std::uint64_t bytesToMake() const override { return points_ * 24; }
 

@@ -6,6 +6,7 @@
 #include "support/ConsoleCapture.hpp"
 #include "support/TemporaryFolder.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <locale>
 #include <random>

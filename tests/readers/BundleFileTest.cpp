@@ -9,6 +9,7 @@
 #include "support/TemporaryFolder.hpp"
 #include "support/systemReason.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csignal>

@@ -8,7 +8,9 @@
 #include "sheaf/MemArray.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 
+#include <algorithm>
 #include <limits>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-
 #include <system_error>
 
 namespace Support {

@@ -2,8 +2,8 @@
 #include "host/export/ExportCommand.hpp"
 
 #include "anchor/Error.hpp"
-#include "library/BuildingReader.hpp"
 #include "host/Interruption.hpp"
+#include "library/BuildingReader.hpp"
 #include "support/BundleBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 

@@ -32,7 +32,8 @@ public:
         : settings_(std::move(settings)),
           inputs_(readBuilt(inputFolder_, std::move(build))),
           selection_(Filters{}),
-          walk_(Anchor::makeStrong<AsciiWalk>(RunScope{}, inputs_, selection_, settings_, Anchor::makeStrong<Progress>())) {
+          walk_(Anchor::makeStrong<AsciiWalk>(RunScope{}, inputs_, selection_, settings_,
+                                              Anchor::makeStrong<Progress>())) {
         exporter_.FilterField = settings_.filterField;
         exporter_.RefLevel = settings_.refinementLevel;
         exporter_.Precision = settings_.precision;

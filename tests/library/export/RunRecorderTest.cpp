@@ -3,7 +3,6 @@
 
 #include "convlib/BasicConverterDefs.hpp"
 
-
 #include <utility>
 
 #include <gmock/gmock.h>

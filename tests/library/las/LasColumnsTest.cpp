@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/las/LasColumns.hpp"
 
-#include "library/las/LasColumnsBuilder.hpp"
 #include "las/ExportPointCloudToLas.hpp"
+#include "library/las/LasColumnsBuilder.hpp"
 #include "sheaf/ElementTypes.hpp"
 
 #include <set>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "las/ExportPointCloudToLas.hpp"
 #include "library/BuildingReader.hpp"
 #include "library/las/LasWalk.hpp"
-#include "las/ExportPointCloudToLas.hpp"
 #include "support/BundleBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 
@@ -23,7 +23,8 @@ public:
         : settings_(completed(std::move(settings))),
           inputs_(readBuilt(folder_, std::move(build))),
           selection_(filters),
-          walk_(Anchor::makeStrong<LasWalk>(RunScope{}, inputs_, selection_, settings_, 2U, Anchor::makeStrong<Progress>())) {
+          walk_(Anchor::makeStrong<LasWalk>(RunScope{}, inputs_, selection_, settings_, 2U,
+                                            Anchor::makeStrong<Progress>())) {
         exporter_.Version = settings_.version;
         exporter_.tiles = settings_.tiles;
         exporter_.uncompressed = settings_.uncompressed;

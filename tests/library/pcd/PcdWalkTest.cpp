@@ -25,7 +25,8 @@ public:
     explicit Walked(BuildingReader::Build build, int refinementLevel = -1, Filters filters = {})
         : inputs_(readBuilt(folder_, std::move(build))),
           selection_(filters),
-          walk_(Anchor::makeStrong<PcdWalk>(RunScope{}, inputs_, selection_, refinementLevel, Anchor::makeStrong<Progress>())) {
+          walk_(Anchor::makeStrong<PcdWalk>(RunScope{}, inputs_, selection_, refinementLevel,
+                                            Anchor::makeStrong<Progress>())) {
         exporter_.RefLevel = refinementLevel;
         exporter_.bundleptr = inputs_.bundle();
         exporter_.OutputPath = folder_ / "out.pcd";
