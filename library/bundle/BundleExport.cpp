@@ -3,24 +3,36 @@
 
 #include "anchor/Error.hpp"
 #include "library/info/Inventory.hpp"
+#include "library/output/Placement.hpp"
+#include "library/output/StagingFolder.hpp"
 #include "readers/BundleFileWriter.hpp"
 
+#include <filesystem>
+#include <optional>
 #include <utility>
 
 namespace Tidewatch {
 
 namespace fs = std::filesystem;
 
+struct BundleExport::State {
+    fs::path path;
+    Placement placement;
+    std::optional<StagingFolder> folder = {};
+};
+
 BundleExport::BundleExport(std::string path, bool overwrite, std::vector<FileIdentity> inputs)
-    : path_(std::move(path)),
-      placement_(overwrite, std::move(inputs)) {
-    placement_.check(path_);
+    : state_(new State{std::move(path), Placement(overwrite, std::move(inputs))}) {
+    state_->placement.check(state_->path);
 }
 
+BundleExport::~BundleExport() = default;
+
 ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& progress) {
-    const fs::path place = path_.parent_path();
-    folder_.emplace(place.empty() ? fs::path(".") : place);
-    const fs::path staged = folder_->path() / path_.filename();
+    const fs::path place = state_->path.parent_path();
+    std::optional<StagingFolder>& folder = state_->folder;
+    folder.emplace(place.empty() ? fs::path(".") : place);
+    const fs::path staged = folder->path() / state_->path.filename();
     BundleFileWriteOptions options;
     options.Progress = [&](std::uint64_t done, std::uint64_t total) {
         if (done == 0)
@@ -33,18 +45,18 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
         // Users know the file by its final name.
         std::string message = error.what();
         if (message.starts_with(staged.string()))
-            message.replace(0, staged.string().size(), path_.string());
+            message.replace(0, staged.string().size(), state_->path.string());
         throw Anchor::FileError(message);
     }
     progress.end();
-    placement_.add(staged, path_);
-    return {path_.string(),        Inventory::of(bundle, {}, false).points(),
+    state_->placement.add(staged, state_->path);
+    return {state_->path.string(), Inventory::of(bundle, {}, false).points(),
             fs::file_size(staged), "points",
             std::nullopt,          std::nullopt};
 }
 
 void BundleExport::commit() {
-    placement_.commit();
+    state_->placement.commit();
 }
 
 } // namespace Tidewatch

@@ -5,12 +5,9 @@
 #include "library/Progress.hpp"
 #include "library/export/ExportReport.hpp"
 #include "library/input/FileIdentity.hpp"
-#include "library/output/Placement.hpp"
-#include "library/output/StagingFolder.hpp"
 #include "sheaf/Bundle.hpp"
 
-#include <filesystem>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,6 +18,7 @@ class TIDEWATCH_API BundleExport {
 public:
     /// Throws Anchor::FileError when nothing may be put at `path` (see Placement), before any work.
     BundleExport(std::string path, bool overwrite, std::vector<FileIdentity> inputs);
+    ~BundleExport();
 
     /// Writes the bundle into a folder for unfinished files. Gives the file's line of a report. Throws
     /// Anchor::Error and what the progress object throws.
@@ -30,9 +28,8 @@ public:
     void commit();
 
 private:
-    std::filesystem::path path_;
-    Placement placement_;
-    std::optional<StagingFolder> folder_;
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 } // namespace Tidewatch

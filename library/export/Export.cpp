@@ -40,8 +40,45 @@ fs::path relativeTo(const StagingFolder& folder, const ConvLib::WrittenFile& fil
 
 } // namespace
 
-Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
-               Anchor::StrongPtr<Progress> progress)
+class Export::Course {
+public:
+    Course(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
+           Anchor::StrongPtr<Progress> progress);
+    ~Course();
+    Course(const Course&) = delete;
+    Course& operator=(const Course&) = delete;
+
+    const ExportReport& write();
+    const ExportReport& place();
+    const ExportReport& placeUnlessRefused();
+
+private:
+    using Grids = std::vector<const ExportedGrid*>;
+
+    void checkPlaces(const std::vector<RunScope>& scopes);
+    bool runOnce(const RunScope& scope);
+    void collectFiles(ExportRun& run, const StagingFolder& folder);
+    void noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids);
+    void noteSharedFiles(const std::vector<std::string>& files, const Grids& grids);
+    void noteProperties();
+    [[nodiscard]] std::string whyNothing() const;
+    [[nodiscard]] Placement::Manner manner() const;
+
+    const Inputs& inputs_;
+    ExportOptions options_;
+    std::unique_ptr<const ExportFormat> format_;
+    Anchor::StrongPtr<Progress> progress_;
+    Selection selection_;
+    Placement placement_;
+    std::vector<std::unique_ptr<StagingFolder>> folders_;
+    Losses losses_;
+    std::vector<std::string> skipped_;
+    std::set<std::string> exported_;
+    ExportReport report_;
+};
+
+Export::Course::Course(const Inputs& inputs, ExportOptions options,
+                       std::unique_ptr<const ExportFormat> format, Anchor::StrongPtr<Progress> progress)
     : inputs_(inputs),
       options_(std::move(options)),
       format_(std::move(format)),
@@ -49,17 +86,17 @@ Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<cons
       selection_(options_.filters),
       placement_(options_.overwrite, inputs_.identities()) {}
 
-Export::~Export() {
+Export::Course::~Course() {
     // A folder may lie in one that an earlier one made.
     while (!folders_.empty())
         folders_.pop_back();
 }
 
-Placement::Manner Export::manner() const {
+Placement::Manner Export::Course::manner() const {
     return format_->addsToFiles() ? Placement::Manner::Append : Placement::Manner::Replace;
 }
 
-const ExportReport& Export::write() {
+const ExportReport& Export::Course::write() {
     const std::vector<RunScope> scopes = planRuns(options_.output, selection_, *inputs_.bundle());
     checkPlaces(scopes);
     for (const RunScope& scope : scopes)
@@ -72,7 +109,7 @@ const ExportReport& Export::write() {
     return report_;
 }
 
-const ExportReport& Export::place() {
+const ExportReport& Export::Course::place() {
     if (!report_.completed)
         return report_;
     progress_->check();
@@ -81,12 +118,12 @@ const ExportReport& Export::place() {
     return report_;
 }
 
-const ExportReport& Export::placeUnlessRefused() {
+const ExportReport& Export::Course::placeUnlessRefused() {
     const bool isRefused = report_.files.empty() || (options_.strict && !report_.losses.empty());
     return isRefused ? report_ : place();
 }
 
-void Export::checkPlaces(const std::vector<RunScope>& scopes) {
+void Export::Course::checkPlaces(const std::vector<RunScope>& scopes) {
     for (const RunScope& scope : scopes) {
         if (format_->fillsFolder())
             Placement::checkFolder(scope.output);
@@ -95,7 +132,7 @@ void Export::checkPlaces(const std::vector<RunScope>& scopes) {
     }
 }
 
-bool Export::runOnce(const RunScope& scope) {
+bool Export::Course::runOnce(const RunScope& scope) {
     const fs::path output = scope.output;
     // A folder may lie on another file system than the one around it.
     const fs::path place = format_->fillsFolder() ? output : output.parent_path();
@@ -126,7 +163,7 @@ bool Export::runOnce(const RunScope& scope) {
     return completed;
 }
 
-void Export::collectFiles(ExportRun& run, const StagingFolder& folder) {
+void Export::Course::collectFiles(ExportRun& run, const StagingFolder& folder) {
     const RunScope& scope = run.recorder().scope();
     const auto target = [&](const fs::path& file) { return format_->placeOf(scope, file); };
     const auto& record = run.exporter().writtenFiles();
@@ -172,7 +209,7 @@ void Export::collectFiles(ExportRun& run, const StagingFolder& folder) {
         noteSharedFiles(names, grids);
 }
 
-void Export::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
+void Export::Course::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
     ExportReport::File file{path.string(),
                             written.items,
                             written.bytes,
@@ -200,7 +237,7 @@ void Export::noteFile(const fs::path& path, const ConvLib::WrittenFile& written,
     report_.files.push_back(std::move(file));
 }
 
-void Export::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
+void Export::Course::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
     constexpr std::size_t namedFiles = 3;
     std::vector<std::string> named = files;
     if (named.size() > namedFiles)
@@ -224,14 +261,14 @@ void Export::noteSharedFiles(const std::vector<std::string>& files, const Grids&
                 text + "; {grid} or {time} in OUTPUT keeps them apart");
 }
 
-void Export::noteProperties() {
+void Export::Course::noteProperties() {
     for (const auto& report : inputs_.reports()) {
         if (report->grid().empty() || exported_.contains(report->grid()))
             losses_.addProperties(*report);
     }
 }
 
-std::string Export::whyNothing() const {
+std::string Export::Course::whyNothing() const {
     if (!skipped_.empty())
         return joined(skipped_, "; ");
     std::vector<std::string> grids;
@@ -240,6 +277,24 @@ std::string Export::whyNothing() const {
                                          grids.push_back(gridAtTime(name, time));
                                      });
     return grids.empty() ? "the inputs hold no grid" : "the filters leave out " + joined(grids);
+}
+
+Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
+               Anchor::StrongPtr<Progress> progress)
+    : course_(std::make_unique<Course>(inputs, std::move(options), std::move(format), std::move(progress))) {}
+
+Export::~Export() = default;
+
+const ExportReport& Export::write() {
+    return course_->write();
+}
+
+const ExportReport& Export::place() {
+    return course_->place();
+}
+
+const ExportReport& Export::placeUnlessRefused() {
+    return course_->placeUnlessRefused();
 }
 
 } // namespace Tidewatch

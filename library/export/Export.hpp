@@ -6,17 +6,12 @@
 #include "library/input/Filters.hpp"
 #include "library/input/Inputs.hpp"
 #include "library/output/OutputPattern.hpp"
-#include "library/output/Placement.hpp"
 
 #include <functional>
 #include <memory>
-#include <set>
 #include <string>
-#include <vector>
 
 namespace Tidewatch {
-
-class StagingFolder;
 
 /// What exports to all formats have in common.
 struct ExportOptions {
@@ -58,28 +53,8 @@ public:
     const ExportReport& placeUnlessRefused();
 
 private:
-    using Grids = std::vector<const ExportedGrid*>;
-
-    void checkPlaces(const std::vector<RunScope>& scopes);
-    bool runOnce(const RunScope& scope);
-    void collectFiles(ExportRun& run, const StagingFolder& folder);
-    void noteFile(const std::filesystem::path& path, const ConvLib::WrittenFile& written, const Grids& grids);
-    void noteSharedFiles(const std::vector<std::string>& files, const Grids& grids);
-    void noteProperties();
-    [[nodiscard]] std::string whyNothing() const;
-    [[nodiscard]] Placement::Manner manner() const;
-
-    const Inputs& inputs_;
-    ExportOptions options_;
-    std::unique_ptr<const ExportFormat> format_;
-    Anchor::StrongPtr<Progress> progress_;
-    Selection selection_;
-    Placement placement_;
-    std::vector<std::unique_ptr<StagingFolder>> folders_;
-    Losses losses_;
-    std::vector<std::string> skipped_;
-    std::set<std::string> exported_;
-    ExportReport report_;
+    class Course;
+    std::unique_ptr<Course> course_;
 };
 
 } // namespace Tidewatch

@@ -42,6 +42,7 @@ build_by_pkg_config() { # SOURCE OUTPUT PACKAGE
 }
 build_by_pkg_config exportMemory.cpp export-memory ExportLib
 build_by_pkg_config exportFiles.cpp export-files ExportLibReaders
+build_by_pkg_config convertFiles.cpp convert-files Tidewatch
 
 echo "== example with the tree embedded"
 build_by_cmake "$here/embedded" "$work/embedded" export-memory
@@ -92,6 +93,14 @@ echo "== installed program, and the same export by a host through the installed 
 for way in by-cmake by-pkg-config; do
     "$work/$way/export-files" "$work/$way.pcd" "$work/sample.h5"
     cmp "$work/$way.pcd" "$work/by-program.pcd"
+done
+
+echo "== a host that converts as the program does"
+"$program" las "$work/sample.h5" --grid coast --time 0 -o "$work/coast.laz" --quiet
+"$program" las "$work/coast.laz" -o "$work/copy-by-program.laz" --quiet
+for way in by-cmake by-pkg-config; do
+    "$work/$way/convert-files" "$work/copy-$way.laz" "$work/coast.laz"
+    cmp "$work/copy-$way.laz" "$work/copy-by-program.laz"
 done
 
 echo "== the installed program with every exporter and reader"
