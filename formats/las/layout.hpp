@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// Where things stand in LAS and LAZ files: everything that readers, the writer and the verification have to agree
+/// on. Places are bytes from the beginning of the block that they are named after. Sources: LAS 1.4 R15; for
+/// compressed files the LASzip library and "LASzip: lossless compression of LiDAR data" (Isenburg 2013).
+namespace Formats::Las {
+
+/// "Public Header Block". The header of a version is that of the one before with fields added at its end, so one list
+/// serves all versions.
+namespace Header {
+constexpr std::size_t globalEncoding = 6;
+constexpr std::size_t versionMajor = 24;
+constexpr std::size_t versionMinor = 25;
+constexpr std::size_t headerSize = 94;
+constexpr std::size_t pointOffset = 96;
+constexpr std::size_t vlrCount = 100;
+constexpr std::size_t pointFormat = 104;
+constexpr std::size_t recordLength = 105;
+constexpr std::size_t legacyPointCount = 107;
+constexpr std::size_t legacyCountsByReturn = 111; ///< five
+constexpr std::size_t scale = 131;                ///< x, y, z, and then the offsets
+constexpr std::size_t offset = 155;
+constexpr std::size_t bounds = 179;   ///< max x, min x, max y, ...
+constexpr std::size_t waveform = 227; ///< from 1.3 on
+constexpr std::size_t evlrOffset = 235; ///< from 1.4 on, like all that follows
+constexpr std::size_t evlrCount = 243;
+constexpr std::size_t pointCount = 247;
+constexpr std::size_t countsByReturn = 255; ///< fifteen
+} // namespace Header
+
+constexpr std::size_t legacyReturns = 5;
+constexpr std::size_t returns = 15;
+
+constexpr std::uint16_t smallestHeader = 227;
+constexpr std::uint16_t largestHeader = 375;
+
+/// The size of the header of a version 1.N.
+constexpr std::uint16_t headerSizeOf(unsigned versionMinor) noexcept {
+    return versionMinor >= 4 ? largestHeader : versionMinor == 3 ? std::uint16_t{235} : smallestHeader;
+}
+
+/// The bit of the point format that marks compressed points; set by LASzip, not part of LAS.
+constexpr std::uint8_t compressedFlag = 0x80;
+
+/// "Variable Length Records" and "Extended Variable Length Records", which begin alike: two reserved bytes, user id,
+/// record id, the length of the payload in two or in eight bytes, and a description.
+namespace Record {
+constexpr std::size_t userId = 2;
+constexpr std::size_t userIdSize = 16;
+constexpr std::size_t recordId = 18;
+constexpr std::size_t length = 20;
+constexpr std::size_t headSize = 54;
+constexpr std::size_t extendedHeadSize = 60;
+} // namespace Record
+
+/// Records by their ids.
+constexpr std::uint16_t geoKeyDirectoryId = 34735;
+constexpr std::uint16_t wellKnownTextId = 2112;
+constexpr std::uint16_t extraBytesId = 4;
+constexpr std::uint16_t laszipId = 22204;
+
+/// "Extra Bytes": an entry of record LASF_Spec / 4.
+namespace ExtraBytes {
+constexpr std::size_t type = 2;
+constexpr std::size_t options = 3;
+constexpr std::size_t name = 4;
+constexpr std::size_t scale = 112;
+constexpr std::size_t offset = 136;
+constexpr std::size_t description = 160;
+constexpr std::size_t textSize = 32;
+constexpr std::size_t entrySize = 192;
+constexpr std::uint8_t optionScale = 8;
+constexpr std::uint8_t optionOffset = 16;
+} // namespace ExtraBytes
+
+/// The payload of the record that describes the compression ("laszip encoded" / 22204).
+namespace Compression {
+constexpr std::size_t compressor = 0;
+constexpr std::size_t coder = 2;
+constexpr std::size_t chunkSize = 12;
+constexpr std::size_t itemCount = 32;
+constexpr std::size_t fixedSize = 34; ///< the items follow
+constexpr std::size_t itemSize = 6;
+} // namespace Compression
+
+/// The chunk table, whose place stands in the eight bytes before the first chunk: the version 0 and the number of chunks
+/// in 32 bits each, then the coded sizes of the chunks.
+namespace ChunkTable {
+constexpr std::size_t version = 0;
+constexpr std::size_t chunkCount = 4;
+constexpr std::size_t headSize = 8;
+} // namespace ChunkTable
+
+} // namespace Formats::Las
