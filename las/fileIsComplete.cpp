@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "las/fileIsComplete.hpp"
 
+#include "formats/las/layout.hpp"
+#include "formats/littleEndian.hpp"
+
 #include <array>
 #include <filesystem>
 #include <fstream>
@@ -10,42 +13,41 @@ namespace ExportLib {
 
 namespace {
 
+namespace Layout = Formats::Las;
+
 /// The little-endian number at a place of a file. Where the file does not reach so far, the stream fails, and
 /// from then on every number is 0.
 template <class T>
 T numberAt(std::istream& file, std::uint64_t place) {
-    std::array<char, sizeof(T)> bytes{};
+    std::array<std::uint8_t, sizeof(T)> bytes{};
     file.seekg(static_cast<std::streamoff>(place));
-    file.read(bytes.data(), bytes.size());
-    std::uint64_t number = 0;
-    for (std::size_t i = bytes.size(); i-- > 0;)
-        number = number << 8 | static_cast<unsigned char>(bytes[i]);
-    return static_cast<T>(number);
+    file.read(reinterpret_cast<char*>(bytes.data()), bytes.size());
+    return Formats::loadLittleEndian<T>(bytes.data());
 }
 
-/// Points a chunk, as the record says that describes the compression: the last of the variable length
-/// records, each a header of 54 bytes, with the length of the content at 20, and the content.
+/// Points a chunk, as the record says that describes the compression: the last of the variable length records.
 std::uint32_t chunkSize(std::istream& file) {
-    std::uint64_t place = numberAt<std::uint16_t>(file, 94);
-    for (auto records = numberAt<std::uint32_t>(file, 100); file && records > 1; --records)
-        place += 54U + numberAt<std::uint16_t>(file, place + 20);
-    return numberAt<std::uint32_t>(file, place + 54 + 12);
+    std::uint64_t place = numberAt<std::uint16_t>(file, Layout::Header::headerSize);
+    for (auto records = numberAt<std::uint32_t>(file, Layout::Header::vlrCount); file && records > 1;
+         --records)
+        place += Layout::Record::headSize + numberAt<std::uint16_t>(file, place + Layout::Record::length);
+    return numberAt<std::uint32_t>(file, place + Layout::Record::headSize + Layout::Compression::chunkSize);
 }
 
-/// The points begin with the 64-bit place of the table. The table is a head, which is the version 0 and the
-/// number of chunks in 32 bits each, and the coded sizes of the chunks, where there are any. The coder ends
-/// with two or three bytes of zeros, and all that it writes is at least the four that a decoder begins with.
+/// The coder of the sizes of the chunks ends with two or three bytes of zeros, and all that it writes is at least the
+/// four that a decoder begins with.
 bool endsInChunkTable(std::istream& file, std::uint64_t size, std::uint64_t points) {
-    constexpr std::uint64_t headSize = 8;
+    constexpr std::uint64_t headSize = Layout::ChunkTable::headSize;
     constexpr std::uint64_t leastCoded = 4;
-    const std::uint64_t begin = numberAt<std::uint32_t>(file, 96);
+    const std::uint64_t begin = numberAt<std::uint32_t>(file, Layout::Header::pointOffset);
     const auto table = numberAt<std::uint64_t>(file, begin);
     const std::uint64_t ownChunkSize = chunkSize(file);
     // Until the table is written, its place is one that it cannot have.
     if (!file || ownChunkSize == 0 || table < begin + sizeof table || table > size || size - table < headSize)
         return false;
     const std::uint64_t chunks = points / ownChunkSize + (points % ownChunkSize != 0 ? 1 : 0);
-    if (numberAt<std::uint32_t>(file, table) != 0 || numberAt<std::uint32_t>(file, table + 4) != chunks)
+    if (numberAt<std::uint32_t>(file, table + Layout::ChunkTable::version) != 0 ||
+        numberAt<std::uint32_t>(file, table + Layout::ChunkTable::chunkCount) != chunks)
         return false;
     if (chunks != 0 && (size - table < headSize + leastCoded || numberAt<std::uint16_t>(file, size - 2) != 0))
         return false;
@@ -66,11 +68,10 @@ bool fileIsComplete(const std::string& path, std::uint64_t bytes, const LASheade
     if (error || size < bytes)
         return false;
     std::ifstream file(path, std::ios::binary);
-    const auto format = numberAt<std::uint8_t>(file, 104);
-    constexpr std::uint8_t compressedFlag = 0x80;
-    if (!file || (format & ~compressedFlag) != header.point_data_format)
+    const auto format = numberAt<std::uint8_t>(file, Layout::Header::pointFormat);
+    if (!file || (format & ~Layout::compressedFlag) != header.point_data_format)
         return false;
-    if ((format & compressedFlag) != 0)
+    if ((format & Layout::compressedFlag) != 0)
         return endsInChunkTable(file, size, points);
     return size >= header.offset_to_point_data + points * header.point_data_record_length;
 }

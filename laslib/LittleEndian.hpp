@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <algorithm>
-#include <array>
-#include <bit>
+#include "formats/littleEndian.hpp"
+
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <span>
 #include <type_traits>
@@ -18,10 +18,7 @@ public:
     template <class T>
     LittleEndianWriter& put(T value) noexcept {
         static_assert(std::is_arithmetic_v<T>);
-        auto bytes = std::bit_cast<std::array<char, sizeof(T)>>(value);
-        if constexpr (std::endian::native == std::endian::big)
-            std::reverse(bytes.begin(), bytes.end());
-        std::memcpy(to_, bytes.data(), sizeof(T));
+        Formats::storeLittleEndian(reinterpret_cast<std::uint8_t*>(to_), value);
         to_ += sizeof(T);
         return *this;
     }

@@ -2,15 +2,14 @@
 #include "lasattributer.hpp"
 
 #include "LittleEndian.hpp"
+#include "formats/las/layout.hpp"
 
 #include <algorithm>
 #include <cstring>
 
 namespace {
 
-// Bits of the options byte (LAS 1.4 R15, table 25).
-constexpr U8 scaleFlag = 8;
-constexpr U8 offsetFlag = 16;
+namespace Layout = Formats::Las::ExtraBytes;
 
 void copyText(CHAR (&to)[32], const CHAR* text) {
     if (text != nullptr)
@@ -28,13 +27,13 @@ LASattribute::LASattribute(U32 type, const CHAR* attributeName, const CHAR* attr
 
 BOOL LASattribute::set_scale(F64 value) {
     scale[0] = value;
-    options |= scaleFlag;
+    options |= Layout::optionScale;
     return true;
 }
 
 BOOL LASattribute::set_offset(F64 value) {
     offset[0] = value;
-    options |= offsetFlag;
+    options |= Layout::optionOffset;
     return true;
 }
 
@@ -46,8 +45,8 @@ U32 LASattribute::get_size() const {
 std::array<char, LASattribute::fileSize> LASattribute::toBytes() const {
     // Reserved bytes, and the values for "no data", least and greatest, which are never flagged, stay zero.
     std::array<char, fileSize> bytes{};
-    LittleEndianWriter(bytes.data() + 2).put(data_type).put(options).put(name);
-    LittleEndianWriter(bytes.data() + 112).put(scale).put(offset).put(description);
+    LittleEndianWriter(bytes.data() + Layout::type).put(data_type).put(options).put(name);
+    LittleEndianWriter(bytes.data() + Layout::scale).put(scale).put(offset).put(description);
     return bytes;
 }
 

@@ -2,6 +2,8 @@
 #include "laswriterlas.hpp"
 
 #include "LittleEndian.hpp"
+#include "formats/las/PointLayout.hpp"
+#include "formats/las/layout.hpp"
 
 #include <algorithm>
 #include <array>
@@ -12,30 +14,15 @@
 
 namespace {
 
-// Places in the public header block (LAS 1.4 R15, table 3).
-constexpr U64 legacyCountsPlace = 107;
-constexpr U64 extentPlace = 179;
-constexpr U64 waveformPlace = 227;
-constexpr U64 extendedPlace = 235;
-constexpr U64 extendedCountPlace = 247;
-constexpr U16 sizeOfVersion2 = 227;
-constexpr U16 sizeOfVersion3 = 235;
-constexpr U16 sizeOfVersion4 = 375;
-
-constexpr U8 compressedFlag = 0x80;
+namespace Place = Formats::Las::Header;
+using Formats::Las::compressedFlag;
 
 /// A run of header fields as they stand in a file.
 template <std::size_t size>
 using Fields = std::array<char, size>;
 
 constexpr bool isExtended(U8 format) {
-    return format >= 6;
-}
-
-U16 headerSizeOf(const LASheader& header) {
-    return header.version_minor >= 4   ? sizeOfVersion4
-           : header.version_minor == 3 ? sizeOfVersion3
-                                       : sizeOfVersion2;
+    return Formats::Las::isExtendedFormat(format);
 }
 
 Fields<24> legacyCounts(const LASheader& header) {
@@ -99,19 +86,19 @@ std::vector<char> headerBlock(const LASheader& header, std::size_t descriptionSi
     const auto place = [&](U64 offset, const auto& fields) {
         std::copy(fields.begin(), fields.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
     };
-    place(legacyCountsPlace, legacyCounts(header));
-    LittleEndianWriter(bytes.data() + 131)
+    place(Place::legacyPointCount, legacyCounts(header));
+    LittleEndianWriter(bytes.data() + Place::scale)
         .put(header.x_scale_factor)
         .put(header.y_scale_factor)
         .put(header.z_scale_factor)
         .put(header.x_offset)
         .put(header.y_offset)
         .put(header.z_offset);
-    place(extentPlace, extent(header));
+    place(Place::bounds, extent(header));
     if (header.version_minor >= 3)
-        LittleEndianWriter(bytes.data() + waveformPlace).put(header.start_of_waveform_data_packet_record);
+        LittleEndianWriter(bytes.data() + Place::waveform).put(header.start_of_waveform_data_packet_record);
     if (header.version_minor >= 4)
-        place(extendedPlace, extendedFields(header));
+        place(Place::evlrOffset, extendedFields(header));
     return bytes;
 }
 
@@ -183,9 +170,9 @@ LASwriterLAS::~LASwriterLAS() {
 }
 
 bool LASwriterLAS::open(const CHAR* fileName, const LASheader& header, bool compressed) {
-    if (header.header_size != headerSizeOf(header)) {
+    if (header.header_size != Formats::Las::headerSizeOf(header.version_minor)) {
         std::fprintf(stderr, "ERROR: wrong header size: %d but should be %d\n", int{header.header_size},
-                     int{headerSizeOf(header)});
+                     int{Formats::Las::headerSizeOf(header.version_minor)});
         return false;
     }
     LASpoint layout;
@@ -267,12 +254,12 @@ BOOL LASwriterLAS::update_header(const LASheader* header, BOOL use_inventory, BO
     if (use_inventory || !file_ || !file_->isOpen())
         return false;
     npoints = static_cast<I64>(header->number_of_point_records);
-    overwrite(legacyCountsPlace, legacyCounts(*header));
-    overwrite(extentPlace, extent(*header));
+    overwrite(Place::legacyPointCount, legacyCounts(*header));
+    overwrite(Place::bounds, extent(*header));
     if (header->version_minor >= 3)
-        overwrite(waveformPlace, Fields<8>{});
+        overwrite(Place::waveform, Fields<8>{});
     if (header->version_minor >= 4)
-        overwrite(extendedPlace, extendedFields(*header));
+        overwrite(Place::evlrOffset, extendedFields(*header));
     if (update_extra_bytes && attributesBegin_ != 0) {
         file_->seek(attributesBegin_);
         for (const LASattribute& attribute : header->attributeList())
@@ -299,11 +286,11 @@ I64 LASwriterLAS::close(BOOL update_npoints) {
         Fields<4> legacyCount;
         LittleEndianWriter(legacyCount.data())
             .put(isWide && isExtended(format_) ? U32{0} : static_cast<U32>(p_count));
-        overwrite(legacyCountsPlace, legacyCount);
+        overwrite(Place::legacyPointCount, legacyCount);
         if (isWide) {
             Fields<8> count;
             LittleEndianWriter(count.data()).put(p_count);
-            overwrite(extendedCountPlace, count);
+            overwrite(Place::pointCount, count);
         }
     }
     const bool arrived = file_->close() && !encoderFailed_;

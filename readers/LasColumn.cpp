@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/LasColumn.hpp"
 
-#include "readers/las/LittleEndian.hpp"
+#include "formats/littleEndian.hpp"
 #include "readers/nameFault.hpp"
 #include "sheaf/MemArray.hpp"
 
@@ -109,7 +109,7 @@ LasField attributeField(std::string name, const ExtraAttribute& attribute) {
     return visitType(attribute.type, [&](auto zero) {
         using Raw = decltype(zero);
         const auto raw = [offset](const Point& point) {
-            return Las::loadLittleEndian<Raw>(point.extraBytes + offset);
+            return Formats::loadLittleEndian<Raw>(point.extraBytes + offset);
         };
         const auto scaled = [raw, scale, shift](const Point& point) {
             return static_cast<double>(raw(point)) * scale + shift;
@@ -168,7 +168,7 @@ std::vector<LasField> lasFields(const Las::LasFile& file) {
     fields.push_back(memberField<unsigned char>("ScanDirectionFlag", &Point::scanDirection));
     fields.push_back(memberField<unsigned char>("EdgeOfFlightLine", &Point::edgeOfFlightLine));
     fields.push_back(memberField<unsigned char>("UserData", &Point::userData));
-    if (Las::isExtendedFormat(header.pointFormat))
+    if (Formats::Las::isExtendedFormat(header.pointFormat))
         fields.push_back(memberField<short>("ScanAngleRank", &Point::scanAngle));
     else
         fields.push_back(memberField<signed char>("ScanAngleRank", &Point::scanAngle));

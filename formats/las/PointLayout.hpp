@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-namespace Tidewatch::Las {
+namespace Formats::Las {
 
 /// Where the parts of a point record stand. Offsets are bytes from the record's beginning; 0 stands for a
 /// part that the format does not have.
@@ -36,4 +36,4 @@ inline constexpr std::array<PointLayout, 11> pointLayouts{{
     return format >= 6;
 }
 
-} // namespace Tidewatch::Las
+} // namespace Formats::Las

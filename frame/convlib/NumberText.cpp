@@ -180,11 +180,8 @@ std::int64_t significantDigits(std::uint64_t text) {
 
 /// Stores eight characters, the lowest byte first.
 void store(char* out, std::uint64_t text) {
-    if constexpr (std::endian::native == std::endian::little)
-        std::memcpy(out, &text, sizeof text);
-    else
-        for (int i = 0; i < 8; ++i)
-            out[i] = static_cast<char>(text >> (8 * i));
+    static_assert(std::endian::native == std::endian::little, "Tidewatch runs on little-endian machines");
+    std::memcpy(out, &text, sizeof text);
 }
 
 /// A value of magnitude mantissa * 2^exponent, the mantissa's top bit set.

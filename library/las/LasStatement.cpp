@@ -2,25 +2,23 @@
 #include "library/las/LasStatement.hpp"
 
 #include "anchor/Error.hpp"
+#include "formats/las/layout.hpp"
+#include "formats/littleEndian.hpp"
 
-#include <algorithm>
-#include <bit>
 #include <cstddef>
-#include <cstring>
 #include <fstream>
 
 namespace Tidewatch {
 
 namespace {
 
-constexpr std::size_t oldHeaderSize = 227; // LAS 1.2; 1.3 and 1.4 add to it
-constexpr std::size_t headerSize = 375;    // LAS 1.4
+namespace Place = Formats::Las::Header;
 
 class HeaderBytes {
 public:
     explicit HeaderBytes(const std::string& path) : path_(path) {
         std::ifstream in(path, std::ios::binary);
-        in.read(bytes_.data(), static_cast<std::streamsize>(bytes_.size()));
+        in.read(reinterpret_cast<char*>(bytes_.data()), static_cast<std::streamsize>(bytes_.size()));
         if (in.bad() || (!in && !in.eof()))
             throw Anchor::FileError(path + ": header: cannot be read");
         size_ = static_cast<std::size_t>(in.gcount());
@@ -30,16 +28,12 @@ public:
     [[nodiscard]] T at(std::size_t place) const {
         if (place + sizeof(T) > size_)
             throw Anchor::FormatError(path_ + ": header: the file ends in it");
-        std::array<char, sizeof(T)> ordered;
-        std::memcpy(ordered.data(), bytes_.data() + place, sizeof(T));
-        if constexpr (std::endian::native == std::endian::big)
-            std::reverse(ordered.begin(), ordered.end());
-        return std::bit_cast<T>(ordered);
+        return Formats::loadLittleEndian<T>(bytes_.data() + place);
     }
 
 private:
     const std::string& path_;
-    std::array<char, headerSize> bytes_{};
+    std::array<std::uint8_t, Formats::Las::largestHeader> bytes_{};
     std::size_t size_ = 0;
 };
 
@@ -49,28 +43,27 @@ LasStatement LasStatement::read(const std::string& path) {
     const HeaderBytes header(path);
     constexpr std::uint32_t signature = 0x4653414C; // "LASF"
     LasStatement statement;
-    statement.versionMinor = header.at<std::uint8_t>(25);
-    if (header.at<std::uint32_t>(0) != signature || header.at<std::uint8_t>(24) != 1 ||
+    statement.versionMinor = header.at<std::uint8_t>(Place::versionMinor);
+    if (header.at<std::uint32_t>(0) != signature || header.at<std::uint8_t>(Place::versionMajor) != 1 ||
         statement.versionMinor < 2 || statement.versionMinor > 4)
         throw Anchor::FormatError(path + ": header: is none of LAS 1.2 to 1.4");
-    static_cast<void>(header.at<std::uint8_t>(oldHeaderSize - 1));
+    static_cast<void>(header.at<std::uint8_t>(Formats::Las::smallestHeader - 1));
 
-    constexpr unsigned compressionBit = 0x80;
-    const unsigned format = header.at<std::uint8_t>(104);
-    statement.compressed = (format & compressionBit) != 0;
-    statement.pointFormat = format & ~compressionBit;
+    const unsigned format = header.at<std::uint8_t>(Place::pointFormat);
+    statement.compressed = (format & unsigned{Formats::Las::compressedFlag}) != 0;
+    statement.pointFormat = format & ~unsigned{Formats::Las::compressedFlag};
     if (statement.versionMinor == 4) {
-        statement.points = header.at<std::uint64_t>(247);
-        for (std::size_t i = 0; i < 15; ++i)
-            statement.pointsByReturn.push_back(header.at<std::uint64_t>(255 + 8 * i));
+        statement.points = header.at<std::uint64_t>(Place::pointCount);
+        for (std::size_t i = 0; i < Formats::Las::returns; ++i)
+            statement.pointsByReturn.push_back(header.at<std::uint64_t>(Place::countsByReturn + 8 * i));
     } else {
-        statement.points = header.at<std::uint32_t>(107);
-        for (std::size_t i = 0; i < 5; ++i)
-            statement.pointsByReturn.push_back(header.at<std::uint32_t>(111 + 4 * i));
+        statement.points = header.at<std::uint32_t>(Place::legacyPointCount);
+        for (std::size_t i = 0; i < Formats::Las::legacyReturns; ++i)
+            statement.pointsByReturn.push_back(header.at<std::uint32_t>(Place::legacyCountsByReturn + 4 * i));
     }
     for (std::size_t axis = 0; axis < statement.lower.size(); ++axis) {
-        statement.upper[axis] = header.at<double>(179 + 16 * axis);
-        statement.lower[axis] = header.at<double>(187 + 16 * axis);
+        statement.upper[axis] = header.at<double>(Place::bounds + 16 * axis);
+        statement.lower[axis] = header.at<double>(Place::bounds + 16 * axis + 8);
     }
     return statement;
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/ExtraAttribute.hpp"
 
+#include "formats/littleEndian.hpp"
 #include "readers/las/FormatFailure.hpp"
-#include "readers/las/LittleEndian.hpp"
 #include "readers/printable.hpp"
 
 #include <algorithm>
@@ -13,18 +13,8 @@ namespace Tidewatch::Las {
 
 namespace {
 
-namespace Place {
-constexpr std::size_t type = 2;
-constexpr std::size_t options = 3;
-constexpr std::size_t name = 4;
-constexpr std::size_t scale = 112;
-constexpr std::size_t shift = 136;
-constexpr std::size_t description = 160;
-} // namespace Place
+namespace Place = Formats::Las::ExtraBytes;
 
-constexpr std::size_t textSize = 32;
-constexpr std::uint8_t optionScale = 8;
-constexpr std::uint8_t optionShift = 16;
 constexpr unsigned scalarTypes = 10;
 constexpr unsigned highestType = 30;
 constexpr std::array<std::uint16_t, scalarTypes> scalarSizes{1, 1, 2, 2, 4, 4, 8, 8, 4, 8};
@@ -54,8 +44,8 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
         const std::size_t index = begin / entrySize;
         const auto entry = payload.subspan(begin, entrySize);
         ExtraAttribute attribute;
-        attribute.name = text(entry.subspan(Place::name, textSize));
-        attribute.description = text(entry.subspan(Place::description, textSize));
+        attribute.name = text(entry.subspan(Place::name, Place::textSize));
+        attribute.description = text(entry.subspan(Place::description, Place::textSize));
         const std::uint8_t type = entry[Place::type];
         const std::uint8_t options = entry[Place::options];
         if (type > highestType)
@@ -71,10 +61,10 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
                        index, printable(attribute.name), used, available);
         if (type >= 1 && type <= scalarTypes) {
             attribute.type = static_cast<Type>(type);
-            if ((options & optionScale) != 0)
-                attribute.scale = loadLittleEndian<double>(entry.data() + Place::scale);
-            if ((options & optionShift) != 0)
-                attribute.shift = loadLittleEndian<double>(entry.data() + Place::shift);
+            if ((options & Place::optionScale) != 0)
+                attribute.scale = Formats::loadLittleEndian<double>(entry.data() + Place::scale);
+            if ((options & Place::optionOffset) != 0)
+                attribute.shift = Formats::loadLittleEndian<double>(entry.data() + Place::offset);
             const double scale = attribute.scale.value_or(1.0);
             const double shift = attribute.shift.value_or(0.0);
             if (!std::isfinite(scale) || scale == 0.0 || !std::isfinite(shift))

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "formats/las/layout.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -30,7 +32,7 @@ struct ExtraAttribute {
     };
 
     /// Bytes of one entry in the file.
-    static constexpr std::size_t entrySize = 192;
+    static constexpr std::size_t entrySize = Formats::Las::ExtraBytes::entrySize;
 
     std::string name;        ///< as it stands in the file, without the zeros behind it; any bytes
     std::string description; ///< likewise

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LasFile.hpp"
 
+#include "formats/las/layout.hpp"
+#include "formats/littleEndian.hpp"
 #include "readers/las/FormatFailure.hpp"
-#include "readers/las/LittleEndian.hpp"
 
 #include <algorithm>
 #include <array>
@@ -14,20 +15,6 @@ namespace Tidewatch::Las {
 
 namespace {
 
-// Both kinds of record begin alike (LAS 1.4 R15, "Variable Length Records" and "Extended Variable Length
-// Records"): two reserved bytes, user id, record id, then the length in two or in eight bytes, and a
-// description.
-constexpr std::size_t userIdPlace = 2;
-constexpr std::size_t userIdSize = 16;
-constexpr std::size_t recordIdPlace = 18;
-constexpr std::size_t lengthPlace = 20;
-constexpr std::uint64_t recordHeadSize = 54;
-constexpr std::uint64_t extendedHeadSize = 60;
-
-constexpr std::uint16_t geoKeyDirectory = 34735;
-constexpr std::uint16_t wellKnownText = 2112;
-constexpr std::uint16_t extraBytesRecord = 4;
-constexpr std::uint16_t laszipRecord = 22204;
 constexpr std::uint64_t emptyGeoKeyDirectory = 8;
 
 /// Reads the heads of records, many of which may be close together, without asking the system for each.
@@ -74,10 +61,10 @@ LasFile::LasFile(std::string path) : path_(std::move(path)) {
     const InputFile file(path_);
     stamp_ = file.stamp();
     header_ = LasHeader::read(file);
-    readRecords(file, {"variable length record", false, recordHeadSize, header_.headerSize,
+    readRecords(file, {"variable length record", false, Formats::Las::Record::headSize, header_.headerSize,
                        header_.pointOffset, header_.vlrCount});
-    readRecords(file, {"extended variable length record", true, extendedHeadSize, header_.evlrOffset,
-                       file.size(), header_.evlrCount});
+    readRecords(file, {"extended variable length record", true, Formats::Las::Record::extendedHeadSize,
+                       header_.evlrOffset, file.size(), header_.evlrCount});
     if (header_.compressed) {
         if (!description_)
             failFormat(path_, "compression record", "the points are compressed, but nothing says how");
@@ -104,13 +91,14 @@ void LasFile::readRecords(const InputFile& file, const RecordKind& kind) {
                        place, kind.end);
         const auto head = heads.at(place, kind.headSize, kind.name);
         place += kind.headSize;
-        const auto userId = head.subspan(userIdPlace, userIdSize);
-        const std::uint8_t* length = head.data() + lengthPlace;
-        const Record record{{userId.begin(), std::find(userId.begin(), userId.end(), std::uint8_t{0})},
-                            loadLittleEndian<std::uint16_t>(head.data() + recordIdPlace),
-                            place,
-                            kind.isExtended ? loadLittleEndian<std::uint64_t>(length)
-                                            : loadLittleEndian<std::uint16_t>(length)};
+        const auto userId = head.subspan(Formats::Las::Record::userId, Formats::Las::Record::userIdSize);
+        const std::uint8_t* length = head.data() + Formats::Las::Record::length;
+        const Record record{
+            {userId.begin(), std::find(userId.begin(), userId.end(), std::uint8_t{0})},
+            Formats::loadLittleEndian<std::uint16_t>(head.data() + Formats::Las::Record::recordId),
+            place,
+            kind.isExtended ? Formats::loadLittleEndian<std::uint64_t>(length)
+                            : Formats::loadLittleEndian<std::uint16_t>(length)};
         if (kind.end - place < record.length)
             failFormat(path_, object(),
                        "its {} bytes from {} on run over the end of its part of the file at {}",
@@ -127,13 +115,15 @@ void LasFile::take(const Record& record, const InputFile& file) {
         return bytes;
     };
     if (record.userId == "LASF_Projection") {
-        hasCoordinateSystem_ = hasCoordinateSystem_ ||
-                               (record.recordId == wellKnownText && record.length != 0) ||
-                               (record.recordId == geoKeyDirectory && record.length > emptyGeoKeyDirectory);
-    } else if (record.userId == "LASF_Spec" && record.recordId == extraBytesRecord) {
+        hasCoordinateSystem_ =
+            hasCoordinateSystem_ ||
+            (record.recordId == Formats::Las::wellKnownTextId && record.length != 0) ||
+            (record.recordId == Formats::Las::geoKeyDirectoryId && record.length > emptyGeoKeyDirectory);
+    } else if (record.userId == "LASF_Spec" && record.recordId == Formats::Las::extraBytesId) {
         // More entries than one record holds continue in the next.
         ExtraAttribute::parse(payload(), header_.extraByteCount(), path_, extraAttributes_);
-    } else if (record.userId == "laszip encoded" && record.recordId == laszipRecord && header_.compressed) {
+    } else if (record.userId == "laszip encoded" && record.recordId == Formats::Las::laszipId &&
+               header_.compressed) {
         if (description_)
             failFormat(path_, "compression record", "there are two of them");
         description_ = LazDescription::parse(payload(), header_.pointFormat, header_.recordLength, path_);

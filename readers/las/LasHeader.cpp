@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LasHeader.hpp"
 
+#include "formats/las/layout.hpp"
+#include "formats/littleEndian.hpp"
 #include "readers/las/FormatFailure.hpp"
-#include "readers/las/LittleEndian.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -13,32 +14,10 @@ namespace Tidewatch::Las {
 
 namespace {
 
-// The header of a version is that of the one before with fields added at its end, so one list of places
-// serves all of them.
-namespace Place {
-constexpr std::size_t globalEncoding = 6;
-constexpr std::size_t versionMajor = 24;
-constexpr std::size_t versionMinor = 25;
-constexpr std::size_t headerSize = 94;
-constexpr std::size_t pointOffset = 96;
-constexpr std::size_t vlrCount = 100;
-constexpr std::size_t pointFormat = 104;
-constexpr std::size_t recordLength = 105;
-constexpr std::size_t legacyPointCount = 107;
-constexpr std::size_t scale = 131;
-constexpr std::size_t offset = 155;
-constexpr std::size_t bounds = 179; // max x, min x, max y, ...
-constexpr std::size_t evlrOffset = 235;
-constexpr std::size_t evlrCount = 243;
-constexpr std::size_t pointCount = 247;
-} // namespace Place
-
-constexpr std::uint16_t smallestHeader = 227;
-constexpr std::uint16_t largestHeader = 375;
-
-constexpr std::uint16_t headerSizeOf(unsigned versionMinor) noexcept {
-    return versionMinor >= 4 ? largestHeader : versionMinor == 3 ? std::uint16_t{235} : smallestHeader;
-}
+namespace Place = Formats::Las::Header;
+using Formats::Las::headerSizeOf;
+using Formats::Las::largestHeader;
+using Formats::Las::smallestHeader;
 
 constexpr std::string_view object = "header";
 constexpr std::array<char, 3> axisNames{'x', 'y', 'z'};
@@ -55,7 +34,7 @@ public:
     /// Bytes behind the end of the file read as 0; whether they are there is checked by the header's size.
     template <class T>
     [[nodiscard]] T get(std::size_t place) const noexcept {
-        return loadLittleEndian<T>(bytes_.data() + place);
+        return Formats::loadLittleEndian<T>(bytes_.data() + place);
     }
 
     [[nodiscard]] bool hasSignature() const noexcept { return std::memcmp(bytes_.data(), "LASF", 4) == 0; }
@@ -147,11 +126,11 @@ LasHeader LasHeader::read(const InputFile& file) {
     const unsigned format = bytes.get<std::uint8_t>(Place::pointFormat);
     if ((format & 0x40U) != 0)
         failFormat(path, object, "the points are compressed in an experimental way that is not known");
-    header.compressed = (format & 0x80U) != 0;
+    header.compressed = (format & Formats::Las::compressedFlag) != 0;
     header.pointFormat = format & 0x3FU;
-    if (header.pointFormat >= pointLayouts.size())
+    if (header.pointFormat >= Formats::Las::pointLayouts.size())
         failFormat(path, object, "point format {} is not known; 0 to {} are", header.pointFormat,
-                   pointLayouts.size() - 1);
+                   Formats::Las::pointLayouts.size() - 1);
     header.recordLength = bytes.get<std::uint16_t>(Place::recordLength);
     if (header.recordLength < header.layout().naturalSize)
         failFormat(path, object, "a point of format {} has at least {} bytes; stated are {}",

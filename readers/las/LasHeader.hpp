@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "formats/las/PointLayout.hpp"
 #include "readers/InputFile.hpp"
-#include "readers/las/PointLayout.hpp"
 
 #include <array>
 #include <cstdint>
@@ -39,7 +39,9 @@ struct LasHeader {
     std::array<double, 3> minimum{}; ///< as stated; nobody vouches for the header's bounds
     std::array<double, 3> maximum{};
 
-    [[nodiscard]] const PointLayout& layout() const noexcept { return pointLayouts[pointFormat]; }
+    [[nodiscard]] const Formats::Las::PointLayout& layout() const noexcept {
+        return Formats::Las::pointLayouts[pointFormat];
+    }
 
     /// Bytes of each record behind the parts that the format defines.
     [[nodiscard]] std::uint16_t extraByteCount() const noexcept {

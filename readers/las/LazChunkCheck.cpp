@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LazChunkCheck.hpp"
 
+#include "formats/littleEndian.hpp"
 #include "readers/las/ArithmeticDecoder.hpp"
 #include "readers/las/FormatFailure.hpp"
-#include "readers/las/LittleEndian.hpp"
 
 #include <array>
 #include <vector>
@@ -24,7 +24,7 @@ public:
         std::array<std::uint8_t, wordSize> start{};
         file_->read(offset, start, object());
         // All bits set: the order of the bytes does not matter.
-        if (loadLittleEndian<std::uint32_t>(start.data()) == ArithmeticDecoder::impossibleStart)
+        if (Formats::loadLittleEndian<std::uint32_t>(start.data()) == ArithmeticDecoder::impossibleStart)
             failFormat(file_->path(), object(), "{} at {} begins with an impossible code", name, offset);
     }
 
@@ -32,13 +32,13 @@ public:
                      std::size_t layerCount) const {
         std::vector<std::uint8_t> head(wordSize * (1 + layerCount));
         file_->read(headOffset, head, object());
-        const auto points = loadLittleEndian<std::uint32_t>(head.data());
+        const auto points = Formats::loadLittleEndian<std::uint32_t>(head.data());
         if (points != chunk.pointCount)
             failFormat(file_->path(), object(), "it states {} points, the chunk table {}", points,
                        chunk.pointCount);
         std::uint64_t place = headOffset + head.size();
         for (std::size_t layer = 0; layer < layerCount; ++layer) {
-            const auto size = loadLittleEndian<std::uint32_t>(head.data() + wordSize * (1 + layer));
+            const auto size = Formats::loadLittleEndian<std::uint32_t>(head.data() + wordSize * (1 + layer));
             if (size > chunk.endOffset() - place)
                 failFormat(file_->path(), object(), "layer {} is to have {} bytes, but {} are left", layer,
                            size, chunk.endOffset() - place);

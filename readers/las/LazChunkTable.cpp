@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LazChunkTable.hpp"
 
+#include "formats/las/layout.hpp"
+#include "formats/littleEndian.hpp"
 #include "readers/las/ArithmeticDecoder.hpp"
 #include "readers/las/FormatFailure.hpp"
-#include "readers/las/LittleEndian.hpp"
 
 #include <algorithm>
 #include <array>
@@ -17,7 +18,7 @@ namespace {
 
 constexpr std::string_view object = "chunk table";
 constexpr std::uint64_t positionSize = 8;
-constexpr std::uint64_t tableHeadSize = 8;
+constexpr std::uint64_t tableHeadSize = Formats::Las::ChunkTable::headSize;
 constexpr std::uint64_t mostStreamPoints = 0xFFFFFFFE; // LASzip takes one more for the sign of "no chunks"
 
 /// Decodes 32-bit numbers that are stored as corrections to predicted ones. A correction is sent as the
@@ -86,7 +87,7 @@ private:
 std::uint64_t readPosition(const InputFile& file, std::uint64_t offset) {
     std::array<std::uint8_t, positionSize> bytes{};
     file.read(offset, bytes, object);
-    return loadLittleEndian<std::uint64_t>(bytes.data());
+    return Formats::loadLittleEndian<std::uint64_t>(bytes.data());
 }
 
 /// Where the table begins, checked to have its head inside the file.
@@ -163,10 +164,10 @@ LazChunkTable LazChunkTable::read(const InputFile& file, const LasHeader& header
     const std::uint64_t tableOffset = locate(file, chunksBegin);
     std::array<std::uint8_t, tableHeadSize> head{};
     file.read(tableOffset, head, object);
-    const auto version = loadLittleEndian<std::uint32_t>(head.data());
+    const auto version = Formats::loadLittleEndian<std::uint32_t>(head.data());
     if (version != 0)
         failFormat(path, object, "its version {} is not known", version);
-    const auto count = loadLittleEndian<std::uint32_t>(head.data() + 4);
+    const auto count = Formats::loadLittleEndian<std::uint32_t>(head.data() + 4);
     const std::uint64_t chunkBytes = tableOffset - chunksBegin;
     if (count > chunkBytes / smallest)
         failFormat(path, object, "it states {} chunks, but there are only {} bytes of chunks", count,

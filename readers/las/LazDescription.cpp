@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LazDescription.hpp"
 
+#include "formats/las/PointLayout.hpp"
+#include "formats/las/layout.hpp"
+#include "formats/littleEndian.hpp"
 #include "readers/las/FormatFailure.hpp"
-#include "readers/las/LittleEndian.hpp"
-#include "readers/las/PointLayout.hpp"
 
 namespace Tidewatch::Las {
 
@@ -11,12 +12,8 @@ namespace {
 
 constexpr std::string_view object = "compression record";
 
-namespace Place {
-constexpr std::size_t compressor = 0;
-constexpr std::size_t coder = 2;
-constexpr std::size_t chunkSize = 12;
-constexpr std::size_t itemCount = 32;
-} // namespace Place
+namespace Place = Formats::Las::Compression;
+using Formats::Las::isExtendedFormat;
 
 using ItemType = LazDescription::ItemType;
 
@@ -62,7 +59,7 @@ std::size_t LazDescription::layerCount() const noexcept {
 }
 
 std::vector<LazDescription::Item> LazDescription::itemsOf(unsigned pointFormat, std::uint16_t recordLength) {
-    const PointLayout& layout = pointLayouts[pointFormat];
+    const Formats::Las::PointLayout& layout = Formats::Las::pointLayouts[pointFormat];
     const bool extended = isExtendedFormat(pointFormat);
     std::vector<Item> items;
     items.push_back(extended ? Item{ItemType::Point14, 30, 0} : Item{ItemType::Point10, 20, 0});
@@ -85,30 +82,30 @@ LazDescription LazDescription::parse(std::span<const std::uint8_t> payload, unsi
     if (payload.size() < fixedSize)
         failFormat(path, object, "it has {} bytes, at least {} are needed", payload.size(), fixedSize);
     LazDescription description;
-    const auto compressor = loadLittleEndian<std::uint16_t>(payload.data() + Place::compressor);
+    const auto compressor = Formats::loadLittleEndian<std::uint16_t>(payload.data() + Place::compressor);
     if (compressor < 1 || compressor > 3)
         failFormat(path, object, "the compressor {} is not known", compressor);
     description.compressor = static_cast<Compressor>(compressor);
     // The other way round the decompressor would run on streams that it never set up.
     if (description.isLayered() != isExtendedFormat(pointFormat))
         failFormat(path, object, "the compressor {} does not serve point format {}", compressor, pointFormat);
-    const auto coder = loadLittleEndian<std::uint16_t>(payload.data() + Place::coder);
+    const auto coder = Formats::loadLittleEndian<std::uint16_t>(payload.data() + Place::coder);
     if (coder != 0)
         failFormat(path, object, "the coder {} is not known", coder);
-    description.chunkSize = loadLittleEndian<std::uint32_t>(payload.data() + Place::chunkSize);
+    description.chunkSize = Formats::loadLittleEndian<std::uint32_t>(payload.data() + Place::chunkSize);
     if (description.hasChunks() && description.chunkSize == 0)
         failFormat(path, object, "the chunk size is 0");
 
-    const auto itemCount = loadLittleEndian<std::uint16_t>(payload.data() + Place::itemCount);
+    const auto itemCount = Formats::loadLittleEndian<std::uint16_t>(payload.data() + Place::itemCount);
     const std::vector<Item> expected = itemsOf(pointFormat, recordLength);
     if (itemCount != expected.size() || payload.size() != fixedSize + itemSize * itemCount)
         failFormat(path, object, "it lists {} items in {} bytes; points of format {} with {} bytes have {}",
                    itemCount, payload.size(), pointFormat, recordLength, expected.size());
     for (std::size_t i = 0; i < itemCount; ++i) {
         const std::uint8_t* bytes = payload.data() + fixedSize + itemSize * i;
-        const auto type = loadLittleEndian<std::uint16_t>(bytes);
-        const auto size = loadLittleEndian<std::uint16_t>(bytes + 2);
-        const auto version = loadLittleEndian<std::uint16_t>(bytes + 4);
+        const auto type = Formats::loadLittleEndian<std::uint16_t>(bytes);
+        const auto size = Formats::loadLittleEndian<std::uint16_t>(bytes + 2);
+        const auto version = Formats::loadLittleEndian<std::uint16_t>(bytes + 4);
         if (type != static_cast<std::uint16_t>(expected[i].type) || size != expected[i].size)
             failFormat(
                 path, object, "item {} is of type {} with {} bytes; points of format {} have type {} with {}",

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "formats/las/layout.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -41,8 +43,8 @@ struct LazDescription {
     };
 
     /// Bytes of the record without its items, and of one item.
-    static constexpr std::size_t fixedSize = 34;
-    static constexpr std::size_t itemSize = 6;
+    static constexpr std::size_t fixedSize = Formats::Las::Compression::fixedSize;
+    static constexpr std::size_t itemSize = Formats::Las::Compression::itemSize;
 
     /// The chunk size that stands for chunks whose sizes are listed in the chunk table.
     static constexpr std::uint32_t variableChunkSize = 0xFFFFFFFF;

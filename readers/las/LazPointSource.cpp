@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LazPointSource.hpp"
 
+#include "formats/las/layout.hpp"
+#include "formats/littleEndian.hpp"
 #include "readers/las/FormatFailure.hpp"
 #include "readers/las/LazChunkCheck.hpp"
 #include "readers/las/LazStream.hpp"
-#include "readers/las/LittleEndian.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -20,8 +21,9 @@ namespace Tidewatch::Las {
 
 namespace {
 
-constexpr std::size_t headerSize = 375;
-constexpr std::size_t recordHeadSize = 54;
+namespace Layout = Formats::Las;
+
+constexpr std::size_t headerSize = Layout::largestHeader;
 constexpr std::size_t chunkTablePlaceSize = 8;
 
 /// The head that LASzip gets to read in place of the file's own: a LAS 1.4 header with what LASzip needs to
@@ -31,52 +33,55 @@ std::vector<std::uint8_t> makeHead(const LasHeader& header, const LasFile::Compr
     const LazDescription& description = compression.description;
     const std::size_t payloadSize =
         LazDescription::fixedSize + LazDescription::itemSize * description.items.size();
-    const std::size_t pointOffset = headerSize + recordHeadSize + payloadSize;
+    const std::size_t pointOffset = headerSize + Layout::Record::headSize + payloadSize;
     std::vector<std::uint8_t> head(pointOffset + (description.hasChunks() ? chunkTablePlaceSize : 0));
     std::uint8_t* bytes = head.data();
 
     std::memcpy(bytes, "LASF", 4);
-    bytes[24] = 1;
-    bytes[25] = 4;
-    storeLittleEndian(bytes + 94, static_cast<std::uint16_t>(headerSize));
-    storeLittleEndian(bytes + 96, static_cast<std::uint32_t>(pointOffset));
-    storeLittleEndian(bytes + 100, std::uint32_t{1});
-    bytes[104] = static_cast<std::uint8_t>(header.pointFormat | 0x80U);
-    storeLittleEndian(bytes + 105, header.recordLength);
+    bytes[Layout::Header::versionMajor] = 1;
+    bytes[Layout::Header::versionMinor] = 4;
+    Formats::storeLittleEndian(bytes + Layout::Header::headerSize, static_cast<std::uint16_t>(headerSize));
+    Formats::storeLittleEndian(bytes + Layout::Header::pointOffset, static_cast<std::uint32_t>(pointOffset));
+    Formats::storeLittleEndian(bytes + Layout::Header::vlrCount, std::uint32_t{1});
+    bytes[Layout::Header::pointFormat] =
+        static_cast<std::uint8_t>(header.pointFormat | Layout::compressedFlag);
+    Formats::storeLittleEndian(bytes + Layout::Header::recordLength, header.recordLength);
     for (std::size_t axis = 0; axis < 3; ++axis)
-        storeLittleEndian(bytes + 131 + 8 * axis, 1.0);
-    storeLittleEndian(bytes + 247, header.pointCount);
+        Formats::storeLittleEndian(bytes + Layout::Header::scale + 8 * axis, 1.0);
+    Formats::storeLittleEndian(bytes + Layout::Header::pointCount, header.pointCount);
 
     std::uint8_t* record = bytes + headerSize;
     constexpr std::string_view userId = "laszip encoded";
-    std::memcpy(record + 2, userId.data(), userId.size());
-    storeLittleEndian(record + 18, std::uint16_t{22204});
-    storeLittleEndian(record + 20, static_cast<std::uint16_t>(payloadSize));
+    std::memcpy(record + Layout::Record::userId, userId.data(), userId.size());
+    Formats::storeLittleEndian(record + Layout::Record::recordId, Layout::laszipId);
+    Formats::storeLittleEndian(record + Layout::Record::length, static_cast<std::uint16_t>(payloadSize));
 
-    std::uint8_t* payload = record + recordHeadSize;
-    storeLittleEndian(payload, static_cast<std::uint16_t>(description.compressor));
-    payload[4] = 3; // the version of LASzip that these records are known from
-    payload[5] = 4;
-    storeLittleEndian(payload + 6, std::uint16_t{3});
-    storeLittleEndian(payload + 12, description.chunkSize);
-    storeLittleEndian(payload + 16, std::int64_t{-1});
-    storeLittleEndian(payload + 24, std::int64_t{-1});
-    storeLittleEndian(payload + 32, static_cast<std::uint16_t>(description.items.size()));
+    std::uint8_t* payload = record + Layout::Record::headSize;
+    Formats::storeLittleEndian(payload, static_cast<std::uint16_t>(description.compressor));
+    payload[Layout::Compression::versionMajor] = 3; // the version of LASzip that these records are known from
+    payload[Layout::Compression::versionMinor] = 4;
+    Formats::storeLittleEndian(payload + Layout::Compression::revision, std::uint16_t{3});
+    Formats::storeLittleEndian(payload + Layout::Compression::chunkSize, description.chunkSize);
+    Formats::storeLittleEndian(payload + Layout::Compression::specialRecordCount, std::int64_t{-1});
+    Formats::storeLittleEndian(payload + Layout::Compression::specialRecordOffset, std::int64_t{-1});
+    Formats::storeLittleEndian(payload + Layout::Compression::itemCount,
+                               static_cast<std::uint16_t>(description.items.size()));
     for (std::size_t i = 0; i < description.items.size(); ++i) {
         std::uint8_t* item = payload + LazDescription::fixedSize + LazDescription::itemSize * i;
-        storeLittleEndian(item, static_cast<std::uint16_t>(description.items[i].type));
-        storeLittleEndian(item + 2, description.items[i].size);
-        storeLittleEndian(item + 4, description.items[i].version);
+        Formats::storeLittleEndian(item, static_cast<std::uint16_t>(description.items[i].type));
+        Formats::storeLittleEndian(item + 2, description.items[i].size);
+        Formats::storeLittleEndian(item + 4, description.items[i].version);
     }
     if (description.hasChunks()) {
         // Counted in the stream that LASzip sees, where the chunks follow right behind this head.
         const std::uint64_t chunkBytes = compression.chunks.tableOffset() - chunksBegin;
-        storeLittleEndian(bytes + pointOffset, head.size() + chunkBytes);
+        Formats::storeLittleEndian(bytes + pointOffset, head.size() + chunkBytes);
     }
     return head;
 }
 
-void copyPoint(const laszip_point& from, const PointLayout& layout, bool extended, Point& point) noexcept {
+void copyPoint(const laszip_point& from, const Formats::Las::PointLayout& layout, bool extended,
+               Point& point) noexcept {
     point.x = from.X;
     point.y = from.Y;
     point.z = from.Z;
@@ -247,8 +252,8 @@ void LazPointSource::leaveChunk() const {
 
 void LazPointSource::read(std::span<Point> points) {
     const LasHeader& header = file_->header();
-    const PointLayout& layout = header.layout();
-    const bool extended = isExtendedFormat(header.pointFormat);
+    const Formats::Las::PointLayout& layout = header.layout();
+    const bool extended = Formats::Las::isExtendedFormat(header.pointFormat);
     const std::size_t extraByteCount = header.extraByteCount();
     extraBytes_.resize(points.size() * extraByteCount);
     std::uint8_t* extraBytes = extraBytes_.data();

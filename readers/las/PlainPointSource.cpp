@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/PlainPointSource.hpp"
 
-#include "readers/las/LittleEndian.hpp"
+#include "formats/littleEndian.hpp"
 
 #include <array>
 #include <cstddef>
@@ -15,10 +15,10 @@ namespace {
 
 /// The parts that all formats have at the same place.
 void parseCommon(const std::uint8_t* record, Point& point) noexcept {
-    point.x = loadLittleEndian<std::int32_t>(record);
-    point.y = loadLittleEndian<std::int32_t>(record + 4);
-    point.z = loadLittleEndian<std::int32_t>(record + 8);
-    point.intensity = loadLittleEndian<std::uint16_t>(record + 12);
+    point.x = Formats::loadLittleEndian<std::int32_t>(record);
+    point.y = Formats::loadLittleEndian<std::int32_t>(record + 4);
+    point.z = Formats::loadLittleEndian<std::int32_t>(record + 8);
+    point.intensity = Formats::loadLittleEndian<std::uint16_t>(record + 12);
 }
 
 /// Formats 0 to 5, table "Point Data Record Format 0".
@@ -31,9 +31,9 @@ void parseBasic(const std::uint8_t* record, Point& point) noexcept {
     point.classification = record[15] & 31U;
     point.flags = static_cast<std::uint8_t>(record[15] >> 5);
     point.scannerChannel = 0;
-    point.scanAngle = loadLittleEndian<std::int8_t>(record + 16);
+    point.scanAngle = Formats::loadLittleEndian<std::int8_t>(record + 16);
     point.userData = record[17];
-    point.pointSourceId = loadLittleEndian<std::uint16_t>(record + 18);
+    point.pointSourceId = Formats::loadLittleEndian<std::uint16_t>(record + 18);
 }
 
 /// Formats 6 to 10, table "Point Data Record Format 6".
@@ -48,28 +48,29 @@ void parseExtended(const std::uint8_t* record, Point& point) noexcept {
     point.edgeOfFlightLine = (flags >> 7) & 1U;
     point.classification = record[16];
     point.userData = record[17];
-    point.scanAngle = loadLittleEndian<std::int16_t>(record + 18);
-    point.pointSourceId = loadLittleEndian<std::uint16_t>(record + 20);
+    point.scanAngle = Formats::loadLittleEndian<std::int16_t>(record + 18);
+    point.pointSourceId = Formats::loadLittleEndian<std::uint16_t>(record + 20);
 }
 
 template <unsigned format>
 void parseRecords(const std::uint8_t* record, std::size_t recordLength, std::span<Point> points) noexcept {
-    constexpr PointLayout layout = pointLayouts[format];
+    constexpr Formats::Las::PointLayout layout = Formats::Las::pointLayouts[format];
     const bool hasExtraBytes = recordLength > layout.naturalSize;
     for (Point& point : points) {
         parseCommon(record, point);
-        if constexpr (isExtendedFormat(format))
+        if constexpr (Formats::Las::isExtendedFormat(format))
             parseExtended(record, point);
         else
             parseBasic(record, point);
         if constexpr (layout.gpsTime != 0)
-            point.gpsTime = loadLittleEndian<double>(record + layout.gpsTime);
+            point.gpsTime = Formats::loadLittleEndian<double>(record + layout.gpsTime);
         if constexpr (layout.rgb != 0) {
             for (std::size_t channel = 0; channel < point.rgb.size(); ++channel)
-                point.rgb[channel] = loadLittleEndian<std::uint16_t>(record + layout.rgb + 2 * channel);
+                point.rgb[channel] =
+                    Formats::loadLittleEndian<std::uint16_t>(record + layout.rgb + 2 * channel);
         }
         if constexpr (layout.nearInfrared != 0)
-            point.nearInfrared = loadLittleEndian<std::uint16_t>(record + layout.nearInfrared);
+            point.nearInfrared = Formats::loadLittleEndian<std::uint16_t>(record + layout.nearInfrared);
         point.extraBytes = hasExtraBytes ? record + layout.naturalSize : nullptr;
         record += recordLength;
     }
@@ -82,7 +83,7 @@ constexpr std::array<Parser, sizeof...(format)> makeParsers(std::index_sequence<
     return {&parseRecords<format>...};
 }
 
-constexpr auto parsers = makeParsers(std::make_index_sequence<pointLayouts.size()>());
+constexpr auto parsers = makeParsers(std::make_index_sequence<Formats::Las::pointLayouts.size()>());
 
 } // namespace
 
