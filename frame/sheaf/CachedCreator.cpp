@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sheaf/CachedCreator.hpp"
 
-#include <utility>
-
 namespace Sheaf {
 
 CachedCreator::~CachedCreator() {
@@ -29,16 +27,6 @@ Anchor::StrongPtr<Anchor::Cacheable> CachedCreator::create(bool anew) const {
 
 Anchor::StrongPtr<Anchor::Cacheable> CachedCreator::available() const {
     return Anchor::Cache::MemCache().find(this);
-}
-
-Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> CachedCreator::knownBounds() const {
-    const std::lock_guard lock(mutex_);
-    return bounds_;
-}
-
-void CachedCreator::rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const {
-    const std::lock_guard lock(mutex_);
-    bounds_ = std::move(bounds);
 }
 
 } // namespace Sheaf

@@ -5,7 +5,6 @@
 #include "sheaf/CreativeArrayBase.hpp"
 
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 namespace Sheaf {
@@ -24,9 +23,7 @@ public:
     [[nodiscard]] std::optional<Extents> extents() const final { return extents_; }
     [[nodiscard]] Anchor::StrongPtr<Anchor::Cacheable> available() const final;
 
-    /// The box is the file's, and so remembered until the array is made anew.
-    [[nodiscard]] Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> knownBounds() const final;
-    void rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const final;
+    [[nodiscard]] bool mayBeEdited() const noexcept final { return false; }
 
 protected:
     /// The array of another creator that came about in the same pass.
@@ -59,8 +56,6 @@ protected:
 private:
     const std::type_info* elementType_;
     Extents extents_;
-    mutable std::mutex mutex_;
-    mutable Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds_;
 };
 
 } // namespace Sheaf

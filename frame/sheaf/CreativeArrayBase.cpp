@@ -12,10 +12,15 @@ namespace Sheaf {
 CreativeArrayBase::~CreativeArrayBase() = default;
 
 Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> CreativeArrayBase::knownBounds() const {
-    return nullptr;
+    const std::lock_guard lock(mutex_);
+    return bounds_;
 }
 
-void CreativeArrayBase::rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>) const {}
+void CreativeArrayBase::rememberBounds(
+    Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const {
+    const std::lock_guard lock(mutex_);
+    bounds_ = std::move(bounds);
+}
 
 std::optional<Extents> getSize(const CreativeArrayBase& creator) {
     return creator.extents();
@@ -26,10 +31,12 @@ bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool m
         box.expand(*known);
         return true;
     }
+    bool mayBeEdited = creator.mayBeEdited();
     const auto data = mayCreate ? creator.create(false) : creator.available();
     Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds(new Geom::BoundingBox);
     if (const auto lattice = Anchor::dynamicCast<UniformCartesianArray>(data)) {
         lattice->expand(*bounds);
+        mayBeEdited = false;
     } else if (const auto points = Anchor::dynamicCast<TypedArray<Geom::PhysicalSpace::point>>(data)) {
         for (const Geom::PhysicalSpace::point& p : points->base_vector())
             bounds->expand(p);
@@ -37,7 +44,8 @@ bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool m
         return data != nullptr;
     }
     box.expand(*bounds);
-    creator.rememberBounds(std::move(bounds));
+    if (!mayBeEdited)
+        creator.rememberBounds(std::move(bounds));
     return true;
 }
 

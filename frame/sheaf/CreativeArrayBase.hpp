@@ -5,6 +5,7 @@
 #include "geom/BoundingBox.hpp"
 #include "sheaf/MemBase.hpp"
 
+#include <mutex>
 #include <optional>
 #include <typeinfo>
 
@@ -25,18 +26,24 @@ public:
     /// The array where it is in memory already, else null; never makes it.
     [[nodiscard]] virtual Anchor::StrongPtr<Anchor::Cacheable> available() const = 0;
 
-    /// The bounding box of the positions, where it is known without the array; null where it is not.
-    ///
-    /// By default it never is: a host may edit an array that it holds, between two exports too. Only creators
-    /// whose array is a file's, and so always the same, remember it.
-    [[nodiscard]] virtual Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> knownBounds() const;
+    /// Whether a host may edit the elements of the array that it holds, between two exports too. Where it may, nothing
+    /// that was found out about them is remembered.
+    [[nodiscard]] virtual bool mayBeEdited() const noexcept { return true; }
 
-    /// Offers the bounding box, which ExpandBBox() has found by looking through the array. By default it is
-    /// not kept.
-    virtual void rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const;
+    /// The bounding box of the positions, where it is known without the array: remembered from the last time that the
+    /// array was looked through. Null where it is not known.
+    [[nodiscard]] Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> knownBounds() const;
+
+    /// Remembers the bounding box of an array that nobody edits; null forgets it. Whoever makes the array anew forgets
+    /// it.
+    void rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const;
 
 protected:
     CreativeArrayBase() = default;
+
+private:
+    mutable std::mutex mutex_;
+    mutable Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds_;
 };
 
 /// The size (extents) of the array that a creator makes; nothing where there is no array to be had.

@@ -3,7 +3,7 @@
 // `tidewatch las` from outside. What it writes is read by a plain reader of the published layout and, where
 // it is compressed, by laz-perf; neither shares code with the program.
 #include "host/ProgramFixture.hpp"
-#include "library/report/Json.hpp"
+#include "host/report/Json.hpp"
 #include "support/WrittenLas.hpp"
 #include "support/lazPerf.hpp"
 
