@@ -1070,6 +1070,70 @@ INSTANTIATE_TEST_SUITE_P(Forms, AttributeWithoutItsData,
                          ::testing::Values(Form::Oldest, Form::Version18, Form::Latest),
                          [](const auto& form) { return Craft::File::nameOf(form.param); });
 
+class DataLayout : public HostileBundleFile, public ::testing::WithParamInterface<Form> {
+protected:
+    void SetUp() override {
+        {
+            const Craft::File file(file_, GetParam());
+            Craft::Properties properties;
+            properties.chunk({3});
+            file.bundle().grid().dataset(Craft::fields + "F", H5T_STD_I32LE, H5T_NATIVE_DOUBLE, {6},
+                                         numbers_.data(), properties.id());
+        }
+        good_ = Support::readBytes(file_);
+        // The extent of the chunks and the size of an element, in version 4 behind the size of the two.
+        isNew_ = GetParam() == Form::Latest;
+        const std::string extents = isNew_ ? std::string("\1\3\4") : std::string("\3\0\0\0\4\0\0\0", 8);
+        const std::size_t place = good_.find(extents);
+        ASSERT_NE(place, std::string::npos);
+        ASSERT_EQ(good_.find(extents, place + 1), std::string::npos);
+        layout_ = place - (isNew_ ? 4 : 11);
+        ASSERT_EQ(good_.substr(layout_, 2), isNew_ ? "\4\2" : "\3\2");
+    }
+
+    /// Expects that the file is refused with other bytes at a place of the layout message.
+    void expectRefusedWith(std::size_t offset, const std::string& bytes) {
+        std::string changed = good_;
+        changed.replace(layout_ + offset, bytes.size(), bytes);
+        Support::repairChecksums(changed);
+        Support::writeBytes(file_, changed);
+        expectRefused("F: has a data layout from before HDF5 1.6.3, or with chunks of an impossible size");
+    }
+
+    std::string good_;
+    std::size_t layout_ = 0;
+    bool isNew_ = false;
+};
+
+TEST_P(DataLayout, ChunksWithoutAxesAreRefused) {
+    for (const char axes : {'\0', '\1', '\xff'})
+        expectRefusedWith(isNew_ ? 3 : 2, {axes});
+}
+
+TEST_P(DataLayout, ChunksWithoutAnExtentOrAnElementSizeAreRefused) {
+    expectRefusedWith(isNew_ ? 5 : 11, {'\0'});
+    expectRefusedWith(isNew_ ? 6 : 15, {'\0'});
+    if (isNew_) {
+        expectRefusedWith(4, {'\0'});
+        expectRefusedWith(4, {'\11'});
+    }
+}
+
+TEST_P(DataLayout, OldVersionsAreRefused) {
+    for (const char version : {'\0', '\1', '\2'})
+        expectRefusedWith(0, {version});
+    // As the old libraries wrote it: version, axes, class, padding, address, extents. The extent is 0.
+    if (!isNew_) {
+        const std::string address = good_.substr(layout_ + 3, 8);
+        for (const char version : {'\1', '\2'})
+            expectRefusedWith(0, std::string{version, '\2', '\2', '\0', '\0', '\0', '\0', '\0'} + address +
+                                     std::string("\0\0\0\0\4\0\0\0", 8));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, DataLayout, ::testing::Values(Form::Oldest, Form::Version18, Form::Latest),
+                         [](const auto& form) { return Craft::File::nameOf(form.param); });
+
 TEST_F(HostileBundleFile, IndexOfMoreChunksThanTheFileHas_IsRefused) {
     Support::Seeds::foreign(file_, Form::Latest);
     std::string bytes = Support::readBytes(file_);
