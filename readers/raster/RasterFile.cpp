@@ -64,14 +64,14 @@ constexpr PlainLayout plainLayouts[] = {
 };
 
 /// The least size of a file in which GDAL finds every byte of every pixel, as far as the driver tells how
-/// they lie: header, gaps between rows and bands, and interleaving included, padding at the very end not.
+/// they lie: header and interleaving included.
 std::optional<double> endOfPixels(GDALDatasetH handle) {
     GDALDataset& dataset = *GDALDataset::FromHandle(handle);
-    // The layout of bits that share bytes is told as if each had a byte. Their driver says what is missing.
-    if (dataset.GetRasterBand(1)->GetMetadataItem("NBITS", "IMAGE_STRUCTURE") != nullptr)
-        return {};
     GDALDataset::RawBinaryLayout layout;
     if (!dataset.GetRawBinaryLayout(layout))
+        return {};
+    // Pixels of less than a byte are told to have one each, and are not to be told from bytes.
+    if (std::string_view(dataset.GetDriverName()) == "EHdr" && layout.eDataType == GDT_Byte)
         return {};
     const auto reach = [](GIntBig step, int count) {
         return step > 0 ? static_cast<double>(step) * (count - 1) : 0.0;
@@ -81,10 +81,12 @@ std::optional<double> endOfPixels(GDALDatasetH handle) {
            reach(layout.nBandOffset, dataset.GetRasterCount()) + GDALGetDataTypeSizeBytes(layout.eDataType);
 }
 
-/// Makes libjpeg's warnings errors, for as long as it lives and for this thread: one of them says that a file
-/// has ended too early, and the pixels that are missing come out grey.
-class StrictJpeg {
-    CPLConfigOptionSetter setter_{"GDAL_ERROR_ON_LIBJPEG_WARNING", "YES", false};
+/// Makes GDAL report what is missing instead of making it up, for as long as it lives and for this thread.
+class StrictReading {
+    // One of libjpeg's warnings says that a file has ended too early; its last pixels would come out grey.
+    CPLConfigOptionSetter jpeg_{"GDAL_ERROR_ON_LIBJPEG_WARNING", "YES", false};
+    // What raw files lack is 0 where several rows are read at once.
+    CPLConfigOptionSetter raw_{"GDAL_ONE_BIG_READ", "NO", false};
 };
 
 bool hasTiffSignature(const std::filesystem::path& path) {
@@ -118,7 +120,7 @@ RasterFile::RasterFile(std::string path) : path_(std::move(path)) {
         companions.AddString(name.c_str());
     }
     const Messages messages;
-    const StrictJpeg strict;
+    const StrictReading strict;
     dataset_.reset(GDALOpenEx(plainPath(path_).c_str(),
                               GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, readableDrivers(),
                               nullptr, companions.List()));
@@ -313,7 +315,7 @@ void RasterFile::forgetBlocks() const {
 void RasterFile::readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uint64_t rows, GDALDataType type,
                           std::span<std::byte> pixels, std::size_t pixelSize, const std::string& name) const {
     const Messages messages;
-    const StrictJpeg strict;
+    const StrictReading strict;
     const auto columns = static_cast<int>(width());
     const auto count = static_cast<int>(rows);
     const auto pixelSpace = static_cast<GSpacing>(pixelSize);

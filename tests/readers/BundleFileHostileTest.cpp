@@ -1077,8 +1077,9 @@ protected:
             const Craft::File file(file_, GetParam());
             Craft::Properties properties;
             properties.chunk({3});
+            const std::vector<double> values(6, 9);
             file.bundle().grid().dataset(Craft::fields + "F", H5T_STD_I32LE, H5T_NATIVE_DOUBLE, {6},
-                                         numbers_.data(), properties.id());
+                                         values.data(), properties.id());
         }
         good_ = Support::readBytes(file_);
         // The extent of the chunks and the size of an element, in version 4 behind the size of the two.
@@ -1097,7 +1098,8 @@ protected:
         changed.replace(layout_ + offset, bytes.size(), bytes);
         Support::repairChecksums(changed);
         Support::writeBytes(file_, changed);
-        expectRefused("F: has a data layout from before HDF5 1.6.3, or with chunks of an impossible size");
+        expectRefused("F: cannot be opened: has a data layout from before HDF5 1.6.3, or with chunks of an "
+                      "impossible size");
     }
 
     std::string good_;

@@ -541,7 +541,7 @@ TEST_F(Rasters, PlainFileThatStatesMoreThanItHoldsIsRefusedBeforeAnythingIsAlloc
     Support::writeBytes(folder / "a.pgm", "P5\n2 2000000000\n255\nabc");
     EXPECT_EQ(errorOf([&] { read(folder / "a.pgm"); }),
               (folder / "a.pgm") + ": ends too early: it has 23 bytes, and what its header states takes "
-                                   "4000000000 at least");
+                                   "4000000020 at least");
     Support::writeBytes(folder / "b.hdr", "NROWS 3\nNCOLS 8\nNBANDS 1\nNBITS 1\nBYTEORDER I\nLAYOUT BIL\n");
     Support::writeBytes(folder / "b.bil", "abc");
     EXPECT_EQ(values<unsigned char>(read(folder / "b.bil"), "CellType").size(), 24U);
@@ -920,7 +920,7 @@ struct RawRasters : Rasters {
             EXPECT_THAT(values<unsigned short>(representation, "Band2"),
                         ElementsAre(231, 232, 233, 234, 221, 222, 223, 224, 211, 212, 213, 214));
         }
-        for (const std::size_t missing : {std::size_t{1}, std::size_t{2}, offset, bytes.size() - 1}) {
+        for (const std::size_t missing : {std::size_t{1}, std::size_t{2}, offset, bytes.size() / 2}) {
             Support::writeBytes(path, bytes.substr(0, bytes.size() - missing));
             EXPECT_EQ(errorOf([&] { read(path); }), path + ": ends too early: it has " +
                                                         std::to_string(bytes.size() - missing) +
@@ -939,13 +939,27 @@ TEST_F(RawRasters, EnviFileBehindAHeaderOffsetIsNeededToItsLastPixel) {
     expectEveryByteNeeded(header + "bip\n", rawFile(40, 2, 16, 4), 40);
 }
 
-TEST_F(RawRasters, EhdrFileWithGapsIsNeededToItsLastPixel) {
-    const std::string header = "NROWS 3\nNCOLS 4\nNBANDS 2\nNBITS 16\nBYTEORDER I\nSKIPBYTES 20\n";
-    expectEveryByteNeeded(header + "LAYOUT BIL\nBANDROWBYTES 11\nTOTALROWBYTES 31\n", rawFile(20, 11, 31, 2),
-                          20);
-    expectEveryByteNeeded(header + "LAYOUT BIL\n", rawFile(20, 8, 16, 2), 20);
-    expectEveryByteNeeded(header + "LAYOUT BIP\nTOTALROWBYTES 29\n", rawFile(20, 2, 29, 4), 20);
-    expectEveryByteNeeded(header + "LAYOUT BSQ\n", rawFile(20, 24, 8, 2), 20);
+TEST_F(RawRasters, EhdrFileBehindBytesToSkipIsNeededToItsLastPixel) {
+    const std::string header = "NROWS 3\nNCOLS 4\nNBANDS 2\nNBITS 16\nBYTEORDER I\nSKIPBYTES 20\nLAYOUT ";
+    expectEveryByteNeeded(header + "BIL\n", rawFile(20, 8, 16, 2), 20);
+    expectEveryByteNeeded(header + "BIP\n", rawFile(20, 2, 16, 4), 20);
+    expectEveryByteNeeded(header + "BSQ\n", rawFile(20, 24, 8, 2), 20);
+}
+
+TEST_F(Rasters, EhdrFileOfBytesIsNeededToItsLastPixelHoweverGdalIsToReadIt) {
+    Support::writeBytes(folder / "a.hdr", "NROWS 3\nNCOLS 4\nNBANDS 1\nNBITS 8\nLAYOUT BIL\nSKIPBYTES 5\n");
+    const std::string bytes = "headeABCDEFGHIJKL";
+    for (const char* const bigReads : {static_cast<const char*>(nullptr), "YES"}) {
+        CPLSetThreadLocalConfigOption("GDAL_ONE_BIG_READ", bigReads);
+        Support::writeBytes(folder / "a.bin", bytes);
+        EXPECT_EQ(values<unsigned char>(read(folder / "a.bin"), "Band1").back(), 'D');
+        for (const std::size_t missing : {1U, 4U, 5U}) {
+            Support::writeBytes(folder / "a.bin", bytes.substr(0, bytes.size() - missing));
+            EXPECT_THAT(errorOf([&] { (void)arrayOf(read(folder / "a.bin"), "Band1"); }),
+                        HasSubstr((folder / "a.bin") + ": band 1 cannot be read"));
+        }
+    }
+    CPLSetThreadLocalConfigOption("GDAL_ONE_BIG_READ", nullptr);
 }
 
 TEST_F(Rasters, EhdrFileOfPackedBitsIsNeededToItsLastPixel) {
