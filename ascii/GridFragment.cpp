@@ -59,8 +59,11 @@ std::optional<GridFragment> GridFragment::make(const CheckType& c,
     fragment.low_ = overlapOf<2>(c);
     fragment.high_ = overlapOf<3>(c);
     fragment.cellSize_ = lattice.spacing().x;
-    fragment.cornerX_ = static_cast<double>(fragment.low_[0]) * lattice.spacing().x + box.lower().x;
-    fragment.cornerY_ = static_cast<double>(fragment.low_[1]) * lattice.spacing().y + box.lower().y;
+    // A grid without cells widens no box, and has its place all the same.
+    const bool hasCells = fragment.columns_ != 0 && fragment.rows_ != 0;
+    const Geom::PhysicalSpace::point& corner = hasCells ? box.lower() : lattice.origin();
+    fragment.cornerX_ = static_cast<double>(fragment.low_[0]) * lattice.spacing().x + corner.x;
+    fragment.cornerY_ = static_cast<double>(fragment.low_[1]) * lattice.spacing().y + corner.y;
     return fragment;
 }
 

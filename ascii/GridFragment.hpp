@@ -60,8 +60,7 @@ public:
     }
     [[nodiscard]] std::uint64_t rowCount() const noexcept {
         const std::uint64_t end = static_cast<std::uint32_t>(rows_ - high_[1]);
-        // A grid without columns has no cells, and so may state any number of rows: none is written.
-        return columns_ != 0 && end > low_[1] ? end - low_[1] : 0;
+        return end > low_[1] ? end - low_[1] : 0;
     }
 
 private:

@@ -24,15 +24,14 @@ std::uint64_t writeList(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& 
     return elements.base_vector().size();
 }
 
-/// Writes a line a row, every element followed by a blank. Writes nothing where the array has not got all of
-/// the columns and rows that its creator promised, and no lines for rows without columns, of which there may
-/// be any number.
+/// Writes a line a row, every element followed by a blank; rows without columns are empty lines. Writes
+/// nothing where the array has not got all of the columns and rows that its creator promised.
 template <class T>
 std::uint64_t writeTable(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& elements,
                          const Sheaf::Extents& promised) {
     const auto* const table = dynamic_cast<const Sheaf::MemArray<2, T>*>(&elements);
-    if (promised[0] == 0 || table == nullptr || table->extents()[0] < promised[0] ||
-        table->extents()[1] < promised[1] || table->extents().elementCount() != table->base_vector().size())
+    if (table == nullptr || table->extents()[0] < promised[0] || table->extents()[1] < promised[1] ||
+        table->extents().elementCount() != table->base_vector().size())
         return 0;
     for (std::uint64_t row = 0; row < promised[1]; ++row) {
         for (std::uint64_t column = 0; column < promised[0]; ++column) {

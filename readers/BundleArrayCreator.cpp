@@ -2,6 +2,7 @@
 #include "readers/BundleArrayCreator.hpp"
 
 #include "anchor/Error.hpp"
+#include "readers/claimedBytes.hpp"
 #include "sheaf/ElementTypes.hpp"
 #include "sheaf/MemArray.hpp"
 
@@ -44,7 +45,7 @@ Anchor::StrongPtr<BundleArrayCreator> BundleArrayCreator::make(std::shared_ptr<c
             dataset.object().fail("its numbers are " + std::string(dataset.number().name()) +
                                   ", which cannot hold every " + std::string(Traits::name));
         const Sheaf::Extents extents = arrayExtents(dataset, Traits::componentCount, Traits::name);
-        const auto bytes = extents.byteCount(sizeof(T));
+        const auto bytes = claimedBytes(extents, sizeof(T));
         if (!bytes)
             dataset.object().fail("has extents whose product is beyond all bounds");
         creator = Anchor::StrongPtr<BundleArrayCreator>(
@@ -69,10 +70,13 @@ Sheaf::CachedCreator::Made BundleArrayCreator::make() const {
     source_->tick(0.0);
     const Hdf5::Dataset dataset = openAgain();
     const std::uint64_t most = source_->options.MaximumArrayBytes;
-    if (bytes_ > most)
-        dataset.object().fail<Anchor::LimitError>("needs " + std::to_string(bytes_) +
-                                                  " bytes of memory, and " + std::to_string(most) +
-                                                  " are allowed");
+    if (bytes_ > most) {
+        const std::string bytes = std::to_string(bytes_) + " bytes";
+        dataset.object().fail<Anchor::LimitError>(
+            (extents()->elementCount() == 0 ? "has no elements, and yet extents that stand for " + bytes
+                                            : "needs " + bytes + " of memory") +
+            ", and " + std::to_string(most) + " are allowed");
+    }
     Made made;
     Sheaf::visitElementType(elementType(), [&](auto tag) {
         using T = typename decltype(tag)::type;

@@ -3,6 +3,7 @@
 
 #include "anchor/Error.hpp"
 #include "readers/BundleFormat.hpp"
+#include "readers/claimedBytes.hpp"
 #include "readers/hdf5/Dataset.hpp"
 #include "readers/nameFault.hpp"
 #include "sheaf/ElementTypes.hpp"
@@ -245,10 +246,12 @@ Sheaf::Field::Creator BundleFileWalk::makeCreator(Hdf5::Object object, const std
 Sheaf::Field::Creator BundleFileWalk::makeUniform(const Hdf5::Object& group) const {
     const auto origin = triple(group, BundleFormat::origin);
     const auto spacing = triple(group, BundleFormat::spacing);
+    if (!std::all_of(spacing.begin(), spacing.end(), BundleFormat::isSpacing))
+        group.fail(attributeFault(BundleFormat::spacing, "is not above 0 in every direction"));
     const auto extents = counts(group, BundleFormat::extents);
     if (!extents)
         group.fail(attributeFault(BundleFormat::extents, "is missing"));
-    const auto bytes = Sheaf::Extents(*extents).byteCount(sizeof(Geom::PhysicalSpace::point));
+    const auto bytes = claimedBytes(Sheaf::Extents(*extents), sizeof(Geom::PhysicalSpace::point));
     if (!bytes)
         group.fail("has extents whose product is beyond all bounds");
     // The lattice itself takes no memory, but whoever goes through its places takes the time, and some the

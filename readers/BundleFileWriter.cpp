@@ -219,8 +219,9 @@ bool BundleFileWriting::writeArray(const Sheaf::CreativeArrayBase& creator, cons
     const std::array<double, 3> spacing{lattice->spacing().x, lattice->spacing().y, lattice->spacing().z};
     const std::array<std::uint64_t, 3> extents{array->extents()[0], array->extents()[1], array->extents()[2]};
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        if (!std::isfinite(origin[axis]) || !std::isfinite(spacing[axis]))
-            fail(group, name, "uniform positions that are not finite cannot be stored");
+        if (!std::isfinite(origin[axis]) || !BundleFormat::isSpacing(spacing[axis]))
+            fail(group, name,
+                 "uniform positions that are not finite, or whose spacing is not above 0, cannot be stored");
     }
     if (!element.empty())
         member.setText(BundleFormat::element, element);

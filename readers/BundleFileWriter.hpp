@@ -30,8 +30,8 @@ struct BundleFileWriteOptions {
 /// own and rename. Throws Anchor::FileError with path and cause when the file cannot be written, or is open
 /// as a bundle file that is being read; Anchor::ModelError when the bundle holds what the format cannot: a
 /// name that is unfit for a path component, a representation in another skeleton, data with and without
-/// fragments in one field, or an array whose element type is not its field's; and what making an array
-/// throws.
+/// fragments in one field, an array whose element type is not its field's, or uniform positions that are not
+/// finite or whose spacing is not above 0; and what making an array throws.
 TIDEWATCH_API void writeBundleFile(const Sheaf::Bundle& bundle, const std::string& path,
                                    const BundleFileWriteOptions& options = {});
 

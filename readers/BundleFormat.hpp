@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/// The names that bundle files use, for the reader and the writer.
+#include <cmath>
+
+/// The names that bundle files use, and what both the reader and the writer demand.
 namespace Tidewatch::BundleFormat {
 
 inline constexpr const char* formatName = "tidewatch-bundle";
@@ -30,5 +32,11 @@ inline constexpr const char* uniformKind = "uniform";
 inline constexpr const char* origin = "origin";
 inline constexpr const char* spacing = "spacing";
 inline constexpr const char* extents = "extents";
+
+/// Whether the places of a uniform grid can lie so far apart along an axis. That holds for a single layer
+/// too.
+[[nodiscard]] inline bool isSpacing(double step) noexcept {
+    return std::isfinite(step) && step > 0;
+}
 
 } // namespace Tidewatch::BundleFormat

@@ -38,6 +38,7 @@ struct HeaderMessage {
         Dataspace = 0x01,
         Datatype = 0x03,
         Link = 0x06,
+        DataLayout = 0x08,
         Attribute = 0x0c,
         Continuation = 0x10
     };

@@ -102,7 +102,8 @@ std::optional<std::string> MetadataGuard::messagesFault(const HeaderForm& form,
                                                         std::vector<Place>& continuations) {
     const char* fault = nullptr;
     const bool isWhole = forEachMessage(form, block, [&](const HeaderMessage& message) {
-        if (message.isShared)
+        // A layout never stands elsewhere, whatever its flags say.
+        if (message.isShared && !message.is(HeaderMessage::Type::DataLayout))
             return true;
         const auto content = message.content;
         if (message.is(HeaderMessage::Type::Link) && !isLink(content))
@@ -111,6 +112,8 @@ std::optional<std::string> MetadataGuard::messagesFault(const HeaderForm& form,
             fault = "has extents that are cut off or beyond all bounds";
         else if (message.is(HeaderMessage::Type::Datatype) && !isDatatype(content))
             fault = "has a number type that is cut off";
+        else if (message.is(HeaderMessage::Type::DataLayout) && !isDataLayout(content))
+            fault = "has a data layout from before HDF5 1.6.3, or with chunks of an impossible size";
         else if (message.is(HeaderMessage::Type::Attribute) && !isAttribute(content))
             fault = "has an attribute that is cut off, or whose type stands elsewhere";
         else if (message.is(HeaderMessage::Type::Continuation) && content.size() < 16)

@@ -20,7 +20,8 @@ namespace Tidewatch::Hdf5 {
 /// addresses and sizes of 8 bytes.
 ///
 /// Object headers: the library frees what it never made when it cannot decode one of a group's links, reads
-/// types and attributes to where they say they end, and makes room for a header of any size.
+/// types and attributes to where they say they end, divides by the extents of chunks, and makes room for a
+/// header of any size.
 /// Local heaps: it follows the list of free space until it ends, and never asks whether it ends.
 /// B-trees of version 1: it goes down into whatever a node calls its child, be it the node itself. Here a
 /// node has one parent at most, and its level is one less than that of its parent. B-trees of version 2 and

@@ -195,6 +195,31 @@ bool isDatatype(Bytes content) {
     return takeDatatype(content, 0);
 }
 
+bool isDataLayout(Bytes content) {
+    // Version and class. Of chunks, in version 3: the number of axes, an address. In version 4: flags, the
+    // number of axes, the bytes of an extent. Then the extents, the last of them the size of an element.
+    constexpr unsigned leastVersion = 3;
+    constexpr unsigned chunked = 2;
+    constexpr std::size_t addressSize = 8;
+    if (content.size() < 2 || content[0] < leastVersion)
+        return false;
+    if (content[1] != chunked)
+        return true;
+    const bool isNew = content[0] > leastVersion;
+    const auto head = take(content, isNew ? 5 : 3 + addressSize);
+    if (!head)
+        return false;
+    const std::uint64_t axes = (*head)[isNew ? 3 : 2];
+    const std::uint64_t extentSize = isNew ? (*head)[4] : 4;
+    if (axes < 2 || extentSize < 1 || extentSize > 8 || content.size() / extentSize < axes)
+        return false;
+    for (std::uint64_t axis = 0; axis < axes; ++axis) {
+        if (littleEndian(content, axis * extentSize, extentSize) == 0)
+            return false;
+    }
+    return true;
+}
+
 bool isAttribute(Bytes content) {
     // Version, flags, the sizes of name, type and extents, in version 3 the encoding of the name; then these
     // three, in version 1 padded to a multiple of 8 bytes each, and the data.

@@ -17,6 +17,11 @@ namespace Tidewatch::Hdf5 {
 /// library reads on until it has found all that the type says it has (section IV.A.2.d).
 [[nodiscard]] bool isDatatype(std::span<const unsigned char> content);
 
+/// Whether the content of a data layout message is of version 3 or later, and where it is one of chunks, has
+/// axes and no extent of 0, the size of an element included; the library divides by them (section IV.A.2.i).
+/// Older versions, of before HDF5 1.6.3, are refused: the library reads some of them beyond their end.
+[[nodiscard]] bool isDataLayout(std::span<const unsigned char> content);
+
 /// Whether the content of an attribute message has the name, the type, the extents and all the data that it
 /// says it has; the library reads on until it has them (section IV.A.2.m). A type or extents that stand
 /// elsewhere in the file cannot be checked here and are none.

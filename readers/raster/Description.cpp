@@ -42,10 +42,12 @@ Placing Placing::make(const std::optional<std::array<double, 6>>& transform, std
     if (std::abs(t[2]) * rows > tolerance * std::abs(t[1]) ||
         std::abs(t[4]) * columns > tolerance * std::abs(t[5]))
         throw Anchor::FormatError(fmt::format("{}: is a rotated raster", printable(path)));
-    return {{leastCentre(t[0], t[1], columns), leastCentre(t[3], t[5], rows), 0},
-            {std::abs(t[1]), std::abs(t[5]), 1},
-            t[1] < 0,
-            t[5] < 0};
+    const Geom::PhysicalSpace::point corner{leastCentre(t[0], t[1], columns), leastCentre(t[3], t[5], rows),
+                                            0};
+    if (!std::isfinite(corner.x) || !std::isfinite(corner.y))
+        throw Anchor::FormatError(
+            fmt::format("{}: its georeference places its pixels beyond all numbers", printable(path)));
+    return {corner, {std::abs(t[1]), std::abs(t[5]), 1}, t[1] < 0, t[5] < 0};
 }
 
 } // namespace Tidewatch::Raster

@@ -15,6 +15,7 @@
 #include <cpl_string.h>
 #include <filesystem>
 #include <fstream>
+#include <gdal_priv.h>
 #include <iterator>
 #include <optional>
 #include <string_view>
@@ -61,6 +62,24 @@ constexpr PlainLayout plainLayouts[] = {
     {"AAIGrid", 1},  {"GRASSASCIIGrid", 1},
     {"GSAG", 1},     {"ZMap", 1},
 };
+
+/// The least size of a file in which GDAL finds every byte of every pixel, as far as the driver tells how
+/// they lie: header and interleaving included.
+std::optional<double> endOfPixels(GDALDatasetH handle) {
+    GDALDataset& dataset = *GDALDataset::FromHandle(handle);
+    GDALDataset::RawBinaryLayout layout;
+    if (!dataset.GetRawBinaryLayout(layout))
+        return {};
+    // The layout of pixels that share bytes is given as if each had one of its own.
+    if (dataset.GetRasterBand(1)->GetMetadataItem("NBITS", "IMAGE_STRUCTURE") != nullptr)
+        return {};
+    const auto reach = [](GIntBig step, int count) {
+        return step > 0 ? static_cast<double>(step) * (count - 1) : 0.0;
+    };
+    return static_cast<double>(layout.nImageOffset) + reach(layout.nPixelOffset, dataset.GetRasterXSize()) +
+           reach(layout.nLineOffset, dataset.GetRasterYSize()) +
+           reach(layout.nBandOffset, dataset.GetRasterCount()) + GDALGetDataTypeSizeBytes(layout.eDataType);
+}
 
 /// Makes libjpeg's warnings errors, for as long as it lives and for this thread: one of them says that a file
 /// has ended too early, and the pixels that are missing come out grey.
@@ -189,6 +208,7 @@ void RasterFile::requireWholeFile(const Description& description) const {
         stated += layout->leastBytes != 0 ? layout->leastBytes
                                           : GDALGetDataTypeSizeBytes(GDALGetRasterDataType(bandOf(number)));
     stated *= static_cast<double>(width()) * static_cast<double>(height());
+    stated = std::max(stated, endOfPixels(dataset_.get()).value_or(0));
     std::error_code error;
     const std::uintmax_t size = std::filesystem::file_size(path_, error);
     if (error || static_cast<double>(size) < stated)

@@ -25,7 +25,9 @@ using Sheaf::MultiIndex;
 using Support::heldArray;
 using Support::heldLattice;
 using Support::namesIn;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Creator = Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>;
@@ -459,10 +461,31 @@ TEST_F(EsriGrid, ValuesWhoseMemoryHasShrunkAreNotReadBeyondTheirEnd) {
     EXPECT_EQ(written(twelve), "");
 }
 
-TEST_F(EsriGrid, GridWithoutColumnsIsAHeaderHoweverManyRowsItClaims) {
-    setLattice({0, 0, 0}, 1, {0, std::uint64_t{1} << 31, 1});
-    EXPECT_EQ(body<int>({}), "");
-    EXPECT_THAT(written(std::vector<int>()), HasSubstr("NCOLS 0\nNROWS 2147483648\n"));
+TEST_F(EsriGrid, GridWithoutColumnsIsAHeaderAndEmptyRowsAtTheLatticesOrigin) {
+    setLattice({10, 20, 0}, 0.5, {0, 3, 1});
+    EXPECT_EQ(written(std::vector<int>()), "NCOLS 0\n"
+                                           "NROWS 3\n"
+                                           "XLLCENTER 10.000\n"
+                                           "YLLCENTER 20.000\n"
+                                           "CELLSIZE 0.500\n"
+                                           "NODATA_VALUE -9999.\n"
+                                           "\n\n\n");
+    EXPECT_EQ(record->items, 0U);
+    fragment->overlapLow = MultiIndex<3>{0, 1, 0};
+    EXPECT_THAT(written(std::vector<int>()),
+                AllOf(HasSubstr("NROWS 2\nXLLCENTER 10.000\nYLLCENTER 20.500\n"), EndsWith("-9999.\n\n\n")));
+}
+
+TEST_F(EsriGrid, GridWithoutRowsIsAHeaderAtTheLatticesOrigin) {
+    tileSuffix = true;
+    setLattice({10, 20, 0}, 0.5, {4, 0, 1});
+    EXPECT_EQ(written(std::vector<int>()), "NCOLS 4\n"
+                                           "NROWS 0\n"
+                                           "XLLCENTER 10.000\n"
+                                           "YLLCENTER 20.000\n"
+                                           "CELLSIZE 0.500\n"
+                                           "NODATA_VALUE -9999.\n");
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("tile.1_10_20.grd"));
 }
 
 TEST_F(EsriGrid, CellTypesMayBeExportedThemselves) {

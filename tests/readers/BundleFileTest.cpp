@@ -205,6 +205,24 @@ TEST_F(BundleFile, UniformPositions_RoundTripWithAndWithoutFragments) {
     expectRoundTrip(bundle);
 }
 
+TEST_F(BundleFile, UniformPositionsThatNoReaderTakesAreNotWritten) {
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    const Geom::PhysicalSpace::point origin{1, 2, 3};
+    const Geom::PhysicalSpace::vector spacing{1, 1, 1};
+    for (const auto& [from, step] : {std::pair{origin, Geom::PhysicalSpace::vector{0, 1, 1}},
+                                     {origin, {1, -1, 1}},
+                                     {origin, {1, 1, std::nan("")}},
+                                     {origin, {infinity, 1, 1}},
+                                     {{1, -infinity, 3}, spacing}}) {
+        const Bundle bundle = emptyBundle();
+        GridBuilder(*bundle, 0, "g")
+            .field("Positions", "",
+                   Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
+                       from, step, Sheaf::MultiIndex<3>{2, 3, 1})));
+        EXPECT_THROW(Tidewatch::writeBundleFile(*bundle, file_), Anchor::ModelError);
+    }
+}
+
 TEST_F(BundleFile, FieldsWithFragmentsAndWithout_RoundTrip) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "cut")

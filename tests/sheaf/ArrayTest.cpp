@@ -229,6 +229,23 @@ TEST(ExpandBBox, WidensByPointsAndLatticesAndByNothingElse) {
     EXPECT_EQ(box.upper(), (PhysicalSpace::point{20, 5, 3}));
 }
 
+TEST(ExpandBBox, ArraysWithoutElementsLeaveTheBoxAsItIs) {
+    const auto lattice = [](const Sheaf::MultiIndex<3>& extents) {
+        return Sheaf::HeldCreator(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
+            PhysicalSpace::point{7, 8, 9}, PhysicalSpace::vector{1, 1, 1}, extents));
+    };
+    Geom::BoundingBox box({1, 2, 3}, {4, 5, 6});
+    Sheaf::ExpandBBox(box, Sheaf::HeldCreator(Sheaf::makeArray(Points())), true);
+    for (const Sheaf::MultiIndex<3>& extents : {Sheaf::MultiIndex<3>{0, 2, 1}, {2, 0, 1}, {2, 2, 0}}) {
+        const Sheaf::HeldCreator creator = lattice(extents);
+        // Once by the array, once by what is remembered of it.
+        Sheaf::ExpandBBox(box, creator, true);
+        Sheaf::ExpandBBox(box, creator, true);
+    }
+    EXPECT_EQ(box.lower(), (PhysicalSpace::point{1, 2, 3}));
+    EXPECT_EQ(box.upper(), (PhysicalSpace::point{4, 5, 6}));
+}
+
 TEST(ExpandBBox, WithoutPermissionMakesNothingButRemembers) {
     const Counting creator(Points{{1, 2, 3}});
     Geom::BoundingBox box;
