@@ -131,10 +131,10 @@ std::optional<std::uint64_t> writesSoFar() {
 
 TEST(LineWriter, FlushingTakesOneWriteForEachLine) {
 #ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "sanitizers write too, into a pipe, to find out which memory may be looked at";
+    GTEST_SKIP() << "sanitizers: they write too, into a pipe, to find out which memory may be looked at";
 #endif
     if (!writesSoFar())
-        GTEST_SKIP() << "/proc/thread-self/io does not tell the number of writes here";
+        GTEST_SKIP() << "no count of writes: /proc/thread-self/io does not tell it";
     Support::TemporaryFolder folder;
     std::ofstream stream(folder / "out");
     LineWriter lines(stream, true);
@@ -169,7 +169,7 @@ TEST(LineWriter, CountsBytesHandedOverAndLinesEnded) {
 
 TEST(LineWriter, FullDeviceIsReportedAndWritingGoesOn) {
     if (!std::filesystem::exists("/dev/full"))
-        GTEST_SKIP() << "no device /dev/full here";
+        GTEST_SKIP() << "no /dev/full";
     for (const bool flush : {true, false}) {
         std::ofstream stream("/dev/full");
         LineWriter lines(stream, flush);
@@ -194,7 +194,7 @@ TEST(LineWriter, StreamThatCouldNotBeOpenedIsReportedAndWritingGoesOn) {
 
 TEST(LineWriter, StreamSetToThrowDoesNotThrowThroughTheWriter) {
     if (!std::filesystem::exists("/dev/full"))
-        GTEST_SKIP() << "no device /dev/full here";
+        GTEST_SKIP() << "no /dev/full";
     std::ofstream stream("/dev/full");
     stream.exceptions(std::ios::badbit | std::ios::failbit);
     {
