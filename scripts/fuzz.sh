@@ -1,27 +1,42 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Builds the fuzz targets with clang and runs each for a minute, or for the seconds given. Ends at the first finding, and
-# leaves the input that caused it in build/fuzz/findings; make it a named regression test.
+# Builds the fuzz targets with clang, and with them the libraries and the program, and runs each target for a minute, or
+# for the seconds given. Ends at the first finding, and leaves the input that caused it in build/fuzz/findings; make it a
+# named regression test. With --instrumented, HDF5 and LASzip are built with AddressSanitizer too
+# (scripts/fuzz-libraries.sh): what they read beyond memory shows only then. Everything is in build/fuzz-instrumented then.
+#
+# Usage: scripts/fuzz.sh [--instrumented] [SECONDS]
 set -euo pipefail
-
-seconds=${1:-60}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-scripts/setup.sh --build-only --fuzz
-cmake --preset fuzz
-cmake --build --preset fuzz -j "$(nproc)" --target fuzz/all
+preset=fuzz
+if [[ ${1:-} == --instrumented ]]; then
+    preset=fuzz-instrumented
+    shift
+fi
+seconds=${1:-60}
+if (($# > 1)) || [[ ! $seconds =~ ^[0-9]+$ ]]; then
+    echo "Usage: scripts/fuzz.sh [--instrumented] [SECONDS]" >&2
+    exit 2
+fi
 
-mkdir -p build/fuzz/findings
-for target in build/fuzz/fuzz/fuzz-*; do
+scripts/setup.sh --build-only --fuzz
+[[ $preset == fuzz ]] || scripts/fuzz-libraries.sh
+cmake --preset "$preset"
+cmake --build --preset "$preset" -j "$(nproc)"
+
+build=build/$preset
+mkdir -p "$build/findings"
+for target in "$build"/fuzz/fuzz-*; do
     [[ -x $target ]] || continue
     name=${target##*/fuzz-}
-    corpus=build/fuzz/corpus/$name
-    seeds=build/fuzz/seeds/$name
+    corpus=$build/corpus/$name
+    seeds=$build/seeds/$name
     mkdir -p "$corpus" "$seeds"
-    "build/fuzz/fuzz/seeds-$name" "$seeds"
+    "$build/fuzz/seeds-$name" "$seeds"
     echo "== $name: $seconds s, $(find "$seeds" -type f | wc -l) seeds"
     "$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
-        -artifact_prefix="build/fuzz/findings/$name-" "$corpus" "$seeds"
+        -artifact_prefix="$build/findings/$name-" "$corpus" "$seeds"
 done
 echo "fuzz: nothing was found"

@@ -32,6 +32,8 @@ for argument in "$@"; do
 done
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source-path=SCRIPTDIR
+. scripts/apt-state.sh
 
 build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev
     libgdal-dev ca-certificates)
@@ -120,56 +122,18 @@ install_packages() {
 }
 
 # LASzip is packaged from Debian 13 on. Debian 12 takes Debian 13's package, which asks for no newer libc or libstdc++
-# than Debian 12 has. apt fetches and checks it in a state of its own, so that the machine's sources, preferences and
-# lists stay as they are: a source of another release among them would offer upgrades of everything else.
+# than Debian 12 has. apt fetches and checks it in a state of its own.
 install_laszip_of_next_release() {
     local codename=$1 next=$2 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
     local architecture archive work="$scratch/apt" packages=(liblaszip8 liblaszip-api8 liblaszip-dev)
     architecture=$(dpkg --print-architecture)
     [[ -r $keyring ]] || install_packages debian-archive-keyring
 
-    # The machine's own archive, whatever address it has and whichever way its sources are written. Only targets whose
-    # lists have been fetched are told.
-    # shellcheck disable=SC2016 # the placeholders are for apt
-    archive=$(apt-get indextargets --format '$(ORIGIN)|$(LABEL)|$(CODENAME)|$(COMPONENT)|$(REPO_URI)' \
-        'Created-By: Packages' |
-        awk -F'|' -v codename="$codename" \
-            '$1 == "Debian" && $2 == "Debian" && $3 == codename && $4 == "main" && $5 !~ /^cdrom:/ && !found {
-                     print $5; found = 1 }')
+    archive=$(debian_archive "$codename")
     [[ -n $archive ]] || fail "the apt sources of this machine name no main Debian archive to take LASzip from"
 
-    mkdir -p "$work"/{sources,state/lists/partial,cache/archives/partial,packages}
-    cat >"$work/sources/next.sources" <<TEXT
-Types: deb
-URIs: $archive
-Suites: $next
-Components: main
-Architectures: $architecture
-Targets: Packages
-Signed-By: $keyring
-TEXT
-    # Read after the machine's own configuration (proxies and the like stay in force). Its hooks are dropped, since they
-    # work on the system's lists, and so is any leave to take unsigned packages.
-    cat >"$work/apt.conf" <<TEXT
-#clear APT::Update::Pre-Invoke;
-#clear APT::Update::Post-Invoke;
-#clear APT::Update::Post-Invoke-Success;
-Dir::State "$work/state";
-Dir::State::Lists "$work/state/lists";
-Dir::Cache "$work/cache";
-Dir::Cache::Archives "$work/cache/archives";
-Dir::Etc::SourceList "/dev/null";
-Dir::Etc::SourceParts "$work/sources";
-Dir::Etc::Preferences "/dev/null";
-Dir::Etc::PreferencesParts "/dev/null";
-Acquire::Retries "3";
-Acquire::Languages "none";
-Acquire::AllowInsecureRepositories "false";
-Acquire::AllowWeakRepositories "false";
-Acquire::AllowDowngradeToInsecureRepositories "false";
-APT::Get::AllowUnauthenticated "false";
-APT::Update::Error-Mode "any";
-TEXT
+    make_apt_state "$work" "$archive" deb "$next"
+    mkdir "$work/packages"
     if ((EUID == 0)); then
         # apt downloads as a user of its own, who has to get in.
         chmod 755 "$scratch"

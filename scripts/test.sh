@@ -1,14 +1,20 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Sets the machine up, builds, and runs every test: the release build, the sanitizer build, the suite once more under a
-# locale with decimal commas, and a project that uses the installed package. Ends at the first stage that fails.
+# Sets the machine up, builds, and runs every test: the release build, the suite once more under a locale with decimal
+# commas, a project that uses the installed package, the suite under sanitizers, what runs in threads under
+# ThreadSanitizer, and a build by clang whose fuzzers run for a moment. Ends at the first stage that fails; the summary
+# counts the tests, and says why some were skipped.
 set -euo pipefail
 
 quick=0
+setup_options=(--fuzz)
 case ${1:-} in
 '') ;;
---quick) quick=1 ;;
+--quick)
+    quick=1
+    setup_options=()
+    ;;
 *)
     echo "Usage: scripts/test.sh [--quick]"
     echo "  --quick  the release build and its tests only"
@@ -50,23 +56,28 @@ build() {
 }
 
 # A test that draws on data or a program that is absent is skipped, but a suite without tests is a fault.
-# What follows the preset is put before ctest.
+# Usage: run_ctest PRESET TESTS [WRAPPER...], where TESTS is a regular expression; the wrapper is put before ctest.
 run_ctest() {
-    "${@:2}" ctest --test-dir "build/$1" -j "$jobs" --output-on-failure --no-tests=error
+    local status=0 results=$PWD/build/$1/tests.xml counts
+    "${@:3}" ctest --test-dir "build/$1" --tests-regex "$2" -j "$jobs" --output-on-failure --no-tests=error \
+        --output-junit "$results" || status=$?
+    counts=$(scripts/count-tests.sh "$results") || status=1
+    stage+=": $counts"
+    return "$status"
 }
 
 begin_stage "setup: what the build and the tests need"
-scripts/setup.sh
+scripts/setup.sh "${setup_options[@]}"
 
 begin_stage "release: build, warnings are errors"
 build ci-release
 
 begin_stage "release: tests"
-run_ctest ci-release
+run_ctest ci-release .
 ((quick)) && exit 0
 
 begin_stage "locale: the tests of the release build under decimal commas"
-run_ctest ci-release scripts/comma-locale.sh build/ci-release/locale
+run_ctest ci-release . scripts/comma-locale.sh build/ci-release/locale
 
 begin_stage "consumer: a project that uses the installed package"
 tests/consumer/run.sh build/ci-release
@@ -76,6 +87,15 @@ build ci-sanitize
 
 begin_stage "sanitizers: tests"
 # An allocation beyond what the sanitizer can give ends the test: no input may make the program ask for that much.
-export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:allocator_may_return_null=0
-export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-run_ctest ci-sanitize
+run_ctest ci-sanitize . env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:allocator_may_return_null=0
+
+begin_stage "threads: build of what runs in threads, with ThreadSanitizer"
+build ci-threads
+
+begin_stage "threads: tests"
+run_ctest ci-threads ConcurrentExport \
+    env TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/threads/suppressions.txt"
+
+begin_stage "clang: build with ASan and UBSan, warnings are errors; each fuzzer for 20 s"
+scripts/fuzz.sh 20

@@ -49,7 +49,7 @@ TypeRegistry::Announcement<N, T>::Announcement() {
 }
 
 template <std::size_t N, class T>
-TypeRegistry::Announcement<N, T>::~Announcement() {
+TypeRegistry::Announcement<N, T>::Announcement::~Announcement() { // the class twice: clang looks for it there
     Registered& all = registered();
     const std::lock_guard lock(all.mutex);
     const auto found = all.types.find({N, typeid(T)});

@@ -295,7 +295,7 @@ TEST_F(Writers, FileThatCannotBeOpenedOrWrittenShowsInTheRecordOnly) {
     EXPECT_THAT(console.messages, IsEmpty());
 
     if (!std::filesystem::exists("/dev/full"))
-        GTEST_SKIP() << "there is no device that is always full";
+        GTEST_SKIP() << "no /dev/full";
     std::filesystem::create_symlink("/dev/full", folder.path() / "full.asc");
     CheckType full = check("full");
     EXPECT_TRUE(CheckType::exec<int>::Break(full));

@@ -518,7 +518,7 @@ std::optional<long> writeCalls() {
 
 TEST_F(ASCIIExport, LinesReachTheSystemOneByOneUnlessTheHostWantsBlocks) {
     if (!writeCalls())
-        GTEST_SKIP() << "this system does not count its write calls in /proc/self/io";
+        GTEST_SKIP() << "no count of writes: /proc/self/io does not tell it";
     cloud().field("Id", "", Ints(1000, 1));
     const auto callsOf = [&](bool flush) {
         exporter.setFlushLines(flush);

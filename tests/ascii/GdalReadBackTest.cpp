@@ -195,7 +195,7 @@ TEST_F(GdalReadBack, PointsOnARegularRasterAreReadAsOne) {
 #else
 
 TEST(GdalReadBack, GridsAndPointsAreReadByGdal) {
-    GTEST_SKIP() << "the tests were built without GDAL";
+    GTEST_SKIP() << "no GDAL: the tests were built without it";
 }
 
 #endif

@@ -156,7 +156,7 @@ TEST(LineWriter, CountsBytesHandedOverAndLinesEnded) {
 
 TEST(LineWriter, FullDeviceIsReportedAndWritingGoesOn) {
     if (!std::filesystem::exists("/dev/full"))
-        GTEST_SKIP() << "no device /dev/full here";
+        GTEST_SKIP() << "no /dev/full";
     for (const bool flush : {true, false}) {
         std::ofstream stream("/dev/full");
         LineWriter lines(stream, flush);
@@ -181,7 +181,7 @@ TEST(LineWriter, StreamThatCouldNotBeOpenedIsReportedAndWritingGoesOn) {
 
 TEST(LineWriter, StreamSetToThrowDoesNotThrowThroughTheWriter) {
     if (!std::filesystem::exists("/dev/full"))
-        GTEST_SKIP() << "no device /dev/full here";
+        GTEST_SKIP() << "no /dev/full";
     std::ofstream stream("/dev/full");
     stream.exceptions(std::ios::badbit | std::ios::failbit);
     {

@@ -113,7 +113,7 @@ std::string definedSymbols() {
 TEST(LoadTime, LibraryShowsItsExportersAndNoUniqueSymbols) {
     const std::string symbols = definedSymbols();
     if (symbols.empty())
-        GTEST_SKIP() << "nm is not installed";
+        GTEST_SKIP() << "no nm: binutils has it";
     for (const char* exporter : {"ASCII", "Las", "PCD"})
         EXPECT_NE(symbols.find(std::string("ExportLib::ExportPointCloudTo") + exporter + "::Run()"),
                   std::string::npos)

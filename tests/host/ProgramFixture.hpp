@@ -5,6 +5,7 @@
 #include "readers/BundleFileWriter.hpp"
 #include "support/BundleBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/compressLas.hpp"
 #include "support/sharedData.hpp"
 
 #include <algorithm>
@@ -40,6 +41,22 @@ protected:
         writeBundleFile(*bundle, place_ / name, options);
     }
 
+    /// Points of format 3, as varied as those of a survey.
+    [[nodiscard]] static Support::LasFileBuilder variedLas(std::size_t points) {
+        Support::LasFileBuilder file;
+        file.format = 3;
+        file.addVariedPoints(points);
+        file.points.erase(file.points.begin() + 3); // is as far away as numbers allow
+        file.vlrs.push_back({"LASF_Projection", 34735, std::string(8, '\0')});
+        return file;
+    }
+
+    /// Writes a LAS file into the folder, compressed in several chunks where its name ends in ".laz".
+    void write(const std::string& name, const Support::LasFileBuilder& file) const {
+        Support::writeBytes(place_ / name,
+                            name.ends_with(".laz") ? Support::compressLas(file, 3000) : file.build());
+    }
+
     [[nodiscard]] std::string read(const std::string& name) const {
         return Support::readBytes(place_ / name);
     }
@@ -71,9 +88,3 @@ inline Support::Points randomPoints(std::size_t count, unsigned seed = 1) {
 }
 
 } // namespace Tidewatch
-
-/// The path of a public sample file as the variable VARIABLE; skips the test where the file is absent.
-#define TIDEWATCH_NEED_SHARED(VARIABLE, NAME)                                                                \
-    const std::string VARIABLE = Support::sharedData(NAME);                                                  \
-    if (VARIABLE.empty())                                                                                    \
-    GTEST_SKIP() << "the sample file " << (NAME) << " is absent"

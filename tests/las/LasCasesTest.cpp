@@ -4,6 +4,7 @@
 #include "las/LasCase.hpp"
 #include "support/ConsoleCapture.hpp"
 #include "support/WrittenLas.hpp"
+#include "support/testName.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -141,6 +142,6 @@ TEST_P(LasCases, FilesAreThoseOfLaslib) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, LasCases, ::testing::ValuesIn(caseFolders()),
-                         [](const auto& one) { return one.param.filename().string(); });
+                         [](const auto& one) { return Support::testName(one.param.filename().string()); });
 
 } // namespace

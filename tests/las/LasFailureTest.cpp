@@ -102,7 +102,7 @@ TEST_P(LasFailure, FolderInThePlaceOfTheFileIsRecorded) {
 
 TEST_P(LasFailure, DeviceThatIsFullIsRecorded) {
     if (!fs::exists("/dev/full"))
-        GTEST_SKIP() << "there is no /dev/full";
+        GTEST_SKIP() << "no /dev/full";
     fs::create_symlink("/dev/full", pathOf("cloud"));
     for (const std::size_t count : {0U, 10U, 100'000U}) {
         const auto own = Anchor::makeStrong<Sheaf::Bundle>();
@@ -158,7 +158,8 @@ TEST_P(LasFailure, FileThatIsCompleteIsNotRecordedAsFailed) {
 
 INSTANTIATE_TEST_SUITE_P(, LasFailure, ::testing::Combine(::testing::Values(2, 3, 4), ::testing::Bool()),
                          [](const auto& one) {
-                             return std::string(std::get<1>(one.param) ? "Plain1_" : "Compressed1_") +
+                             return std::string(std::get<1>(one.param) ? "PlainVersion"
+                                                                       : "CompressedVersion") +
                                     std::to_string(std::get<0>(one.param));
                          });
 

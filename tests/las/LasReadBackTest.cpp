@@ -182,7 +182,7 @@ std::vector<Sample> samples() {
 
 INSTANTIATE_TEST_SUITE_P(, LasReadBack, ::testing::ValuesIn(samples()), [](const auto& one) {
     return std::to_string(one.param.count) + (one.param.isBare ? "Bare" : "") +
-           (one.param.uncompressed ? "PointsPlain" : "PointsCompressed") + "1_" +
+           (one.param.uncompressed ? "PointsPlainVersion" : "PointsCompressedVersion") +
            std::to_string(one.param.version);
 });
 

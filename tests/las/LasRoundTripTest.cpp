@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Public files through the reader, a bundle and the exporter, in all versions. Sources and results are
-// decoded without the reader: by a plain one of the published layout, and by laz-perf where they are
-// compressed.
+// Public files, and small ones of every format, through the reader, a bundle and the exporter, in all
+// versions. Sources and results are decoded without the reader: by a plain one of the published layout, and
+// by laz-perf where they are compressed.
 #include "convlib/Reader.hpp"
 #include "las/LasExport.hpp"
 #include "readers/registerReaders.hpp"
 #include "support/lazPerf.hpp"
 #include "support/sharedData.hpp"
+#include "support/testName.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -79,7 +80,7 @@ const Loss losses[] = {
 // field of version 4, whose unit is 0.006 degrees.
 
 struct Journey {
-    const char* file;
+    std::string file; // a public sample, or "formatN": varied points of that format
     int version;
     bool uncompressed;
 
@@ -91,15 +92,28 @@ struct Journey {
 
 class LasRoundTrip : public ::testing::TestWithParam<Journey> {};
 
+std::string varied(unsigned format) {
+    Support::LasFileBuilder file;
+    file.minor = 4;
+    file.format = format;
+    file.addVariedPoints(3000);
+    file.points.erase(file.points.begin() + 3); // is as far away as numbers allow
+    return file.build();
+}
+
 TEST_P(LasRoundTrip, CarriesAllButTheStatedLosses) {
-    const std::string source = Support::sharedData(GetParam().file);
-    if (source.empty())
-        GTEST_SKIP() << GetParam().file << " is not here";
+    const Support::TemporaryFolder folder;
+    std::string source = folder / "in.las";
+    if (GetParam().file.starts_with("format")) {
+        Support::writeBytes(source, varied(static_cast<unsigned>(std::stoul(GetParam().file.substr(6)))));
+    } else {
+        TIDEWATCH_NEED_SHARED(sample, GetParam().file);
+        source = sample;
+    }
     const bool needsLazPerf = !GetParam().uncompressed || source.ends_with(".laz");
     if (const std::string reason = Support::lazPerfMissing(); needsLazPerf && !reason.empty())
         GTEST_SKIP() << reason;
 
-    const Support::TemporaryFolder folder;
     const Support::ConsoleCapture console;
     Tidewatch::registerReaders();
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
@@ -147,8 +161,10 @@ TEST_P(LasRoundTrip, CarriesAllButTheStatedLosses) {
 
 std::vector<Journey> journeys() {
     std::vector<Journey> list;
-    for (const char* const file : {"1.2-with-color.las", "autzen_trim.laz", "autzen_trim_7.las",
-                                   "epsg_4326.las", "extrabytes.las", "test1_4.las"}) {
+    for (const char* const file :
+         {"format0", "format1", "format2", "format3", "format4", "format5", "format6", "format7", "format8",
+          "format9", "format10", "1.2-with-color.las", "autzen_trim.laz", "autzen_trim_7.las",
+          "epsg_4326.las", "extrabytes.las", "test1_4.las"}) {
         for (const int version : {2, 3, 4}) {
             for (const bool uncompressed : {true, false})
                 list.push_back({file, version, uncompressed});
@@ -158,11 +174,9 @@ std::vector<Journey> journeys() {
 }
 
 INSTANTIATE_TEST_SUITE_P(, LasRoundTrip, ::testing::ValuesIn(journeys()), [](const auto& one) {
-    std::string name = one.param.file;
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; },
-        '_');
-    return name + (one.param.uncompressed ? "_Plain1_" : "_Compressed1_") + std::to_string(one.param.version);
+    return Support::testName(one.param.file) +
+           (one.param.uncompressed ? "PlainVersion" : "CompressedVersion") +
+           std::to_string(one.param.version);
 });
 
 /// Reflectance and Amplitude of one file become those of the next, one point late; and once more on the way

@@ -62,7 +62,7 @@ TEST(LasHeader, CornersAreRoundedToStepsHalfAwayFromZero) {
     EXPECT_EQ(quantizedCorner(0.0), 0.0);
 }
 
-TEST(LasHeader, ExtentFrom1_00012To2_99988HasOffsetTwo) {
+TEST(LasHeader, ExtentNearlyFromOneToThreeHasOffsetTwo) {
     LASheader header;
     setExtent(header, {1.00012, -10.3, 0}, {2.99988, -10.1, 0});
     EXPECT_EQ(header.min_x, 1.0);

@@ -299,7 +299,7 @@ TEST_F(LASwriting, OpenRefusesHeadersWhoseSizesCannotBe) {
 
 TEST_F(LASwriting, OutputErrorIsKeptAndTurnsTheSignOfTheSize) {
     if (!fs::exists("/dev/full"))
-        GTEST_SKIP() << "there is no /dev/full";
+        GTEST_SKIP() << "no /dev/full";
     const LASheader header = headerOf(4, 6);
     LASpoint point;
     ASSERT_TRUE(point.init(&header, 6, 30));

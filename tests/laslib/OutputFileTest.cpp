@@ -119,7 +119,7 @@ TEST_F(OutputFiles, PathThatCannotBeMadeIsNotOpen) {
 
 TEST_F(OutputFiles, ErrorIsKeptWhileTheStreamStaysHealthyAndPositionsGoOn) {
     if (!std::filesystem::exists("/dev/full"))
-        GTEST_SKIP() << "there is no /dev/full";
+        GTEST_SKIP() << "no /dev/full";
     OutputFile file("/dev/full");
     ASSERT_TRUE(file.isOpen());
     std::ostream stream(&file);

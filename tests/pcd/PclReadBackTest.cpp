@@ -23,7 +23,7 @@ namespace {
 struct PclReadBack : ::testing::Test {
     void SetUp() override {
 #ifndef TIDEWATCH_HAS_PCL
-        GTEST_SKIP() << "built without PCL (bench/setup.sh installs it)";
+        GTEST_SKIP() << "no PCL: bench/setup.sh installs it";
 #endif
         exporter.bundleptr = bundle;
         exporter.OutputPath = folder / "cloud.pcd";

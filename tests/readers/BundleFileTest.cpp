@@ -947,7 +947,7 @@ std::optional<std::string> outputOf(const std::string& command) {
 
 TEST_F(BundleFile, WrittenFile_ShowsTheSameToH5dump) {
     if (!outputOf("command -v h5dump"))
-        GTEST_SKIP() << "h5dump (hdf5-tools) is not installed";
+        GTEST_SKIP() << "no h5dump: hdf5-tools has it";
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 2.5, "coast");
     grid.field("Positions", "a", Support::Points{{1.5, -2, 0}, {4, 5.25, 6}});

@@ -724,13 +724,11 @@ TEST_F(LasReaderTest, SharedFilesGiveWhatTheirRecordsHold) {
         EXPECT_EQ(i, records.size()) << name;
     }
     if (!any)
-        GTEST_SKIP() << "there are no shared data";
+        GTEST_SKIP() << "no sample data: not one file is there";
 }
 
 TEST_F(LasReaderTest, SharedFileWithExtraBytesHasTheirFields) {
-    const std::string path = Support::sharedData("extrabytes.las");
-    if (path.empty())
-        GTEST_SKIP() << "extrabytes.las is not among the shared data";
+    TIDEWATCH_NEED_SHARED(path, "extrabytes.las");
     const auto grid = read(path);
     auto found = fields(*grid);
     EXPECT_EQ(found["Intensity_2"], "uint32") << "\"Intensity\" is taken by the record's own";

@@ -12,6 +12,7 @@
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/ConsoleCapture.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/sharedData.hpp"
 
 #include <algorithm>
 #include <array>
@@ -674,10 +675,8 @@ TEST_F(Rasters, FilesOfOtherReadersAreNotTakenOver) {
 }
 
 TEST_F(Rasters, RealLasFilesAreNotTakenOver) {
-    const fs::path data = fs::path(TIDEWATCH_SHARED_DIR) / "data";
-    if (!fs::exists(data))
-        GTEST_SKIP() << "the sample data is not here";
-    for (const auto& entry : fs::directory_iterator(data)) {
+    TIDEWATCH_NEED_SHARED(any, "autzen_trim.laz");
+    for (const auto& entry : fs::directory_iterator(fs::path(any).parent_path())) {
         const std::string extension = entry.path().extension().string();
         EXPECT_EQ(reader.recognises(entry.path().string(), {}), extension == ".tif") << entry.path();
     }
@@ -1032,54 +1031,84 @@ std::vector<double> readByGdal(const std::string& path, int number, const char* 
     return values;
 }
 
-struct RealRasters : Rasters {
-    /// Exports a sample file as grids of the valid cells.
-    bool exportSample(const std::string& name) {
-        path = (fs::path(TIDEWATCH_SHARED_DIR) / "data" / name).string();
-        if (!fs::exists(path))
-            return false;
+struct ExportedRasters : Rasters {
+    /// Exports a file as grids of the valid cells.
+    void exportGrids(const std::string& path) {
         read(path);
         exporter.bundleptr = bundle;
         exporter.OutputPath = folder.path().string();
         exporter.CellTypeFilter = {};
         exporter.CellTypeFilter.add(1, 1);
         EXPECT_TRUE(exporter.Run());
-        return true;
+    }
+
+    void expectModelComesBack(const std::string& path) {
+        exportGrids(path);
+        Transform before{};
+        Transform after{};
+        const auto expected = readByGdal(path, 1, "GTiff", &before);
+        const auto actual = readByGdal(folder / "Band1/000000.grd", 1, "AAIGrid", &after);
+        ASSERT_EQ(actual.size(), expected.size());
+        std::size_t noData = 0;
+        for (std::size_t pixel = 0; pixel < expected.size(); ++pixel) {
+            ASSERT_NEAR(actual[pixel], expected[pixel], 0.5e-6 + 1e-9);
+            noData += expected[pixel] == -9999 ? 1U : 0U;
+        }
+        EXPECT_GT(noData, 0U);
+        EXPECT_LT(noData, expected.size());
+        for (std::size_t number = 0; number < 6; ++number)
+            EXPECT_NEAR(after[number], before[number], 1e-3) << number;
+    }
+
+    void expectBandsComeBack(const std::string& path) {
+        exportGrids(path);
+        for (int band = 1; band <= 3; ++band) {
+            const std::string name = std::string("Band").append(std::to_string(band));
+            EXPECT_EQ(readByGdal(folder / (name + "/000000.grd"), 1, "AAIGrid"),
+                      readByGdal(path, band, "GTiff"))
+                << name;
+        }
     }
 
     Support::ConsoleCapture console;
-    std::string path;
     ExportLib::ExportPointCloudToASCII exporter;
 };
 
-TEST_F(RealRasters, ElevationModelComesBackFromItsGridWithValuesNoDataAndPlace) {
-    if (!exportSample("autzen-dsm.tif"))
-        GTEST_SKIP() << "the sample data is not here";
-    Transform before{};
-    Transform after{};
-    const auto expected = readByGdal(path, 1, "GTiff", &before);
-    const auto actual = readByGdal(folder / "Band1/000000.grd", 1, "AAIGrid", &after);
-    ASSERT_EQ(actual.size(), expected.size());
-    std::size_t noData = 0;
-    for (std::size_t pixel = 0; pixel < expected.size(); ++pixel) {
-        ASSERT_NEAR(actual[pixel], expected[pixel], 0.5e-6 + 1e-9);
-        noData += expected[pixel] == -9999 ? 1U : 0U;
+TEST_F(ExportedRasters, ElevationModelComesBackFromItsGridWithValuesNoDataAndPlace) {
+    {
+        NewRaster model(folder / "in.tif", 40, 30, 1, GDT_Float32);
+        std::vector<float> values;
+        for (int pixel = 0; pixel < 40 * 30; ++pixel)
+            values.push_back(pixel % 7 == 0 ? -9999.0F : static_cast<float>(pixel) / 3.0F);
+        model.place({1000.5, 10, 0, 2000.25, 0, -10}).fill(std::move(values), GDT_Float32);
+        EXPECT_EQ(GDALSetRasterNoDataValue(model.band(), -9999), CE_None);
     }
-    EXPECT_GT(noData, 0U);
-    EXPECT_LT(noData, expected.size());
-    for (std::size_t number = 0; number < 6; ++number)
-        EXPECT_NEAR(after[number], before[number], 1e-3) << number;
+    expectModelComesBack(folder / "in.tif");
+}
+
+TEST_F(ExportedRasters, RealElevationModelComesBackFromItsGridWithValuesNoDataAndPlace) {
+    TIDEWATCH_NEED_SHARED(path, "autzen-dsm.tif");
+    expectModelComesBack(path);
     EXPECT_THAT(report->notCarried(), ElementsAre("coordinate reference system", "names of bands"));
 }
 
-TEST_F(RealRasters, EveryBandOfAPictureComesBackFromItsGrid) {
-    if (!exportSample("autzen-height.tif"))
-        GTEST_SKIP() << "the sample data is not here";
-    for (int band = 1; band <= 3; ++band) {
-        const std::string name = std::string("Band").append(std::to_string(band));
-        EXPECT_EQ(readByGdal(folder / (name + "/000000.grd"), 1, "AAIGrid"), readByGdal(path, band, "GTiff"))
-            << name;
+TEST_F(ExportedRasters, EveryBandOfAPictureComesBackFromItsGrid) {
+    {
+        NewRaster picture(folder / "in.tif", 70, 50, 3, GDT_Byte);
+        picture.place(northUp);
+        for (int band = 1; band <= 3; ++band) {
+            std::vector<unsigned char> values;
+            for (int pixel = 0; pixel < 70 * 50; ++pixel)
+                values.push_back(static_cast<unsigned char>(pixel * band));
+            picture.fill(std::move(values), GDT_Byte, band);
+        }
     }
+    expectBandsComeBack(folder / "in.tif");
+}
+
+TEST_F(ExportedRasters, EveryBandOfARealPictureComesBackFromItsGrid) {
+    TIDEWATCH_NEED_SHARED(path, "autzen-height.tif");
+    expectBandsComeBack(path);
 }
 
 } // namespace

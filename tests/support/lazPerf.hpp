@@ -13,10 +13,10 @@ namespace Support {
 /// Why laz-perf, the second decoder of LAZ files, cannot run here; empty where it can.
 [[nodiscard]] inline std::string lazPerfMissing() {
     if (std::system("node --version > /dev/null 2>&1") != 0)
-        return "node is not installed";
+        return "no laz-perf: node is not installed";
     std::error_code ignored;
     if (!std::filesystem::is_directory(TIDEWATCH_JS_DIR "/node_modules/laz-perf", ignored))
-        return "the package laz-perf is not installed (scripts/setup.sh does it)";
+        return "no laz-perf: scripts/setup.sh installs it";
     return {};
 }
 

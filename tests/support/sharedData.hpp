@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <string>
 
+#include <gtest/gtest.h>
+
 namespace Support {
 
 /// The path of a public sample file: in the folder "data" of the folder that the environment variable
@@ -19,3 +21,9 @@ namespace Support {
 }
 
 } // namespace Support
+
+/// The path of a public sample file as the variable VARIABLE; skips the test where the file is absent.
+#define TIDEWATCH_NEED_SHARED(VARIABLE, NAME)                                                                \
+    const std::string VARIABLE = Support::sharedData(NAME);                                                  \
+    if (VARIABLE.empty())                                                                                    \
+    GTEST_SKIP() << "no sample data: " << (NAME) << " is absent"

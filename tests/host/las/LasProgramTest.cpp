@@ -6,8 +6,10 @@
 #include "host/report/Json.hpp"
 #include "support/WrittenLas.hpp"
 #include "support/lazPerf.hpp"
+#include "support/testName.hpp"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -299,14 +301,24 @@ TEST_F(LasProgramTest, ACoordinateThatDoesNotFitPutsNothingInPlace) {
 }
 
 TEST_F(LasProgramTest, DegreesAreRoundedAndItIsSaid) {
-    TIDEWATCH_NEED_SHARED(degrees, "epsg_4326.las");
-    const auto result = run({degrees, "-o", "x.laz"});
+    Support::LasFileBuilder degrees;
+    degrees.scale = {1e-7, 1e-7, 0.001};
+    for (const auto& [x, y, z] :
+         {std::array{-946'606'311, 310'473'291, 78'119}, std::array{-946'607'505, 310'473'291, 78'119},
+          std::array{-946'834'654, 310'367'341, 39'081}}) {
+        LasRecord& point = degrees.points.emplace_back();
+        point.x = x;
+        point.y = y;
+        point.z = z;
+    }
+    write("in.las", degrees);
+    const auto result = run({"in.las", "-o", "x.laz"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err,
                 HasSubstr("coordinates are rounded by up to 0.00012, more than the input's step of "
                           "1e-07 allows; LAS files are written in steps of 0.00025"));
-    EXPECT_EQ(run({degrees, "-o", "y.laz", "--strict"}).status, 1);
-    EXPECT_THAT(names(), ElementsAre("x.laz"));
+    EXPECT_EQ(run({"in.las", "-o", "y.laz", "--strict"}).status, 1);
+    EXPECT_THAT(names(), ElementsAre("in.las", "x.laz"));
 }
 
 TEST_F(LasProgramTest, AGridWithoutPositionsEndsItsSliceAndCompleteFilesAreInPlace) {
@@ -330,7 +342,6 @@ TEST_F(LasProgramTest, AGridWithoutPositionsEndsItsSliceAndCompleteFilesAreInPla
 }
 
 TEST_F(LasProgramTest, NothingWrittenHasStatusOneAndAReason) {
-    TIDEWATCH_NEED_SHARED(any, "test1_4.las");
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
     GridBuilder(*bundle, 0, "g").field("Height", "", std::vector<float>{1});
     write("in.h5", bundle);
@@ -405,8 +416,7 @@ TEST_F(LasProgramTest, TilesOfTwoRunsThatComeToOneNameAreAnErrorBeforeAnyWork) {
 }
 
 TEST_F(LasProgramTest, TheInputIsNeverTheOutput) {
-    TIDEWATCH_NEED_SHARED(sample, "test1_4.las");
-    fs::copy_file(sample, place_ / "x.las");
+    write("x.las", variedLas(100));
     const std::string before = Support::readBytes(place_ / "x.las");
     const auto result = run({"x.las", "-o", "x.las", "--overwrite"});
     EXPECT_EQ(result.status, 1);
@@ -620,18 +630,15 @@ INSTANTIATE_TEST_SUITE_P(
                                          Trip{"extrabytes.las", 1065}, Trip{"test1_4.las", 1000}),
                        ::testing::Values(2, 3, 4), ::testing::Values<std::string>(".las", ".laz")),
     [](const auto& one) {
-        std::string name = std::get<0>(one.param).name;
-        std::replace_if(
-            name.begin(), name.end(), [](char c) { return c == '.' || c == '-'; }, '_');
-        return name + "_version_" + std::to_string(std::get<1>(one.param)) + "_" +
-               std::get<2>(one.param).substr(1);
+        return Support::testName(std::get<0>(one.param).name) + "Version" +
+               std::to_string(std::get<1>(one.param)) + Support::testName(std::get<2>(one.param));
     });
 
 TEST_F(LasProgramTest, FragmentsChangeNoByte) {
-    TIDEWATCH_NEED_SHARED(autzen, "autzen_trim.laz");
-    EXPECT_EQ(run({autzen, "-o", "a.laz", "--day", "1", "--year", "2024"}).status, 0);
-    EXPECT_EQ(run({autzen, "-o", "b.laz", "--day", "1", "--year", "2024", "--fragment-points", "7000",
-                   "--memory-limit", "1M"})
+    write("in.laz", variedLas(20'000));
+    EXPECT_EQ(run({"in.laz", "-o", "a.laz", "--day", "1", "--year", "2024"}).status, 0);
+    EXPECT_EQ(run({"in.laz", "-o", "b.laz", "--day", "1", "--year", "2024", "--fragment-points", "1700",
+                   "--memory-limit", "100K"})
                   .status,
               0);
     EXPECT_EQ(las("a.laz").bytes, las("b.laz").bytes);

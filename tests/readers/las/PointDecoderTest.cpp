@@ -6,6 +6,7 @@
 #include "support/TemporaryFolder.hpp"
 #include "support/decodeLas.hpp"
 #include "support/sharedData.hpp"
+#include "support/testName.hpp"
 
 #include <cctype>
 #include <filesystem>
@@ -317,9 +318,7 @@ class SharedLasFile : public ::testing::TestWithParam<std::tuple<std::string, st
 
 TEST_P(SharedLasFile, CountAndBoundsAreThoseOfTheHeader) {
     const auto [name, count] = GetParam();
-    const std::string path = Support::sharedData(name);
-    if (path.empty())
-        GTEST_SKIP() << name << " is not among the shared data";
+    TIDEWATCH_NEED_SHARED(path, name);
     const auto file = std::make_shared<LasFile>(path);
     PointDecoder decoder(file);
     const auto& header = file->header();
@@ -351,19 +350,11 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(std::tuple{"autzen_trim.laz", 110000}, std::tuple{"autzen_trim_7.las", 110000},
                       std::tuple{"extrabytes.las", 1065}, std::tuple{"test1_4.las", 1000},
                       std::tuple{"1.2-with-color.las", 1065}, std::tuple{"epsg_4326.las", 5380}),
-    [](const auto& file) {
-        std::string name = std::get<0>(file.param);
-        std::replace_if(
-            name.begin(), name.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; },
-            '_');
-        return name;
-    });
+    [](const auto& file) { return Support::testName(std::get<0>(file.param)); });
 
 TEST(PointDecoder, CompressedSampleEqualsThePlainOnePointByPoint) {
-    const std::string compressed = Support::sharedData("autzen_trim.laz");
-    const std::string plain = Support::sharedData("autzen_trim_7.las");
-    if (compressed.empty() || plain.empty())
-        GTEST_SKIP() << "autzen_trim.laz and autzen_trim_7.las are not among the shared data";
+    TIDEWATCH_NEED_SHARED(compressed, "autzen_trim.laz");
+    TIDEWATCH_NEED_SHARED(plain, "autzen_trim_7.las");
     const auto format3 = decodeLas(compressed);
     auto format7 = decodeLas(plain);
     ASSERT_EQ(format3.size(), format7.size());

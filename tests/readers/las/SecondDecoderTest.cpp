@@ -56,9 +56,7 @@ private:
 };
 
 TEST_F(SecondDecoder, GivesTheSameRecordsOfTheSharedFile) {
-    const std::string path = Support::sharedData("autzen_trim.laz");
-    if (path.empty())
-        GTEST_SKIP() << "autzen_trim.laz is not among the shared data";
+    TIDEWATCH_NEED_SHARED(path, "autzen_trim.laz");
     compare(path);
 }
 

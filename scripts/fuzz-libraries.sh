@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Builds the HDF5 and LASzip libraries from Debian's sources into build/fuzz-libraries, with AddressSanitizer and with
+# what libFuzzer counts, so that it sees what these libraries read beyond memory, and finds its way in them. For
+# "scripts/fuzz.sh --instrumented"; runs on Debian 12 and 13, changes nothing on the system, and does nothing where the
+# libraries have been built.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source-path=SCRIPTDIR
+. scripts/apt-state.sh
+
+prefix=$PWD/build/fuzz-libraries
+done=$prefix/.done
+if [[ -e $done ]]; then
+    exit 0
+fi
+fail() { printf 'fuzz-libraries: %s\n' "$*" >&2; exit 1; }
+
+# shellcheck disable=SC1091
+codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+case $codename in
+# LASzip is packaged from Debian 13 on.
+bookworm) releases=(bookworm trixie) sources=(hdf5/bookworm laszip/trixie) ;;
+trixie) releases=(trixie) sources=(hdf5/trixie laszip/trixie) ;;
+*) fail "takes the libraries' sources from Debian 12 or 13; this is another system" ;;
+esac
+archive=$(debian_archive "$codename")
+[[ -n $archive ]] || fail "the apt sources of this machine name no main Debian archive"
+
+rm -rf "$prefix"
+mkdir -p "$prefix/work/sources"
+echo "fuzz-libraries: downloading the sources ${sources[*]}"
+make_apt_state "$prefix/work/apt" "$archive" deb-src "${releases[@]}"
+apt-get -qq -c "$prefix/work/apt/apt.conf" update
+# As their authors released them: what Debian changes concerns how they are built.
+(cd "$prefix/work/sources" && apt-get -qq -c "$prefix/work/apt/apt.conf" -o APT::Sandbox::User=root source \
+    --download-only --tar-only --only-source "${sources[@]}")
+for archive in "$prefix"/work/sources/*; do
+    tar -xf "$archive" -C "$prefix/work/sources"
+    rm "$archive"
+done
+
+# Programs that make parts of HDF5 while it is built lose memory.
+export ASAN_OPTIONS=detect_leaks=0
+
+# Usage: build SOURCE_FOLDER OPTION...
+build() {
+    local source=$1 flags='-O1 -g1 -fno-omit-frame-pointer -fsanitize=address,fuzzer-no-link'
+    local log=$source/build.log
+    shift
+    echo "fuzz-libraries: building ${source##*/}"
+    if ! {
+        cmake -S "$source" -B "$source/build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+            -DCMAKE_BUILD_TYPE=None -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
+            -DCMAKE_POSITION_INDEPENDENT_CODE=ON -DCMAKE_INSTALL_PREFIX="$prefix" "$@" &&
+            cmake --build "$source/build" -j "$(nproc)" && cmake --install "$source/build"
+    } >"$log" 2>&1; then
+        tail -n 50 "$log" >&2
+        fail "failed; the whole output is in $log"
+    fi
+}
+
+build "$prefix"/work/sources/hdf5-* -DBUILD_SHARED_LIBS=OFF -DBUILD_TESTING=OFF -DHDF5_BUILD_TOOLS=OFF \
+    -DHDF5_BUILD_EXAMPLES=OFF -DHDF5_BUILD_CPP_LIB=OFF -DHDF5_BUILD_HL_LIB=OFF -DHDF5_ENABLE_Z_LIB_SUPPORT=ON
+build "$prefix"/work/sources/LASzip-* -DLASZIP_BUILD_STATIC=ON
+touch "$done"
+echo "fuzz-libraries: they are in build/fuzz-libraries"
