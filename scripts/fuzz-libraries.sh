@@ -44,25 +44,30 @@ done
 # Programs that make parts of HDF5 while it is built lose memory.
 export ASAN_OPTIONS=detect_leaks=0
 
-# Usage: build SOURCE_FOLDER OPTION...
-build() {
-    local source=$1 flags='-O1 -g1 -fno-omit-frame-pointer -fsanitize=address,fuzzer-no-link'
-    local log=$source/build.log
-    shift
-    echo "fuzz-libraries: building ${source##*/}"
-    if ! {
-        cmake -S "$source" -B "$source/build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-            -DCMAKE_BUILD_TYPE=None -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
-            -DCMAKE_POSITION_INDEPENDENT_CODE=ON -DCMAKE_INSTALL_PREFIX="$prefix" "$@" &&
-            cmake --build "$source/build" -j "$(nproc)" && cmake --install "$source/build"
-    } >"$log" 2>&1; then
-        tail -n 50 "$log" >&2
-        fail "failed; the whole output is in $log"
+# Runs a command with its output in a file, the end of which is shown where the command fails.
+quietly() {
+    if ! "$@" >"$prefix/work/log" 2>&1 </dev/null; then
+        tail -n 50 "$prefix/work/log" >&2
+        fail "failed: $*"
     fi
 }
 
-build "$prefix"/work/sources/hdf5-* -DBUILD_SHARED_LIBS=OFF -DBUILD_TESTING=OFF -DHDF5_BUILD_TOOLS=OFF \
+# Usage: build NAME SOURCE_FOLDER OPTION...
+build() {
+    local flags='-O1 -g1 -fno-omit-frame-pointer -fsanitize=address,fuzzer-no-link'
+    echo "fuzz-libraries: building $1"
+    mkdir "$2/build"
+    cd "$2/build" # HDF5 looks for what its checks write in the current folder
+    quietly cmake .. -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=None \
+        -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_POSITION_INDEPENDENT_CODE=ON \
+        -DCMAKE_INSTALL_PREFIX="$prefix" "${@:3}"
+    quietly cmake --build . -j "$(nproc)"
+    quietly cmake --install .
+}
+
+build HDF5 "$prefix"/work/sources/hdf5-* -DBUILD_SHARED_LIBS=OFF -DBUILD_TESTING=OFF -DHDF5_BUILD_TOOLS=OFF \
     -DHDF5_BUILD_EXAMPLES=OFF -DHDF5_BUILD_CPP_LIB=OFF -DHDF5_BUILD_HL_LIB=OFF -DHDF5_ENABLE_Z_LIB_SUPPORT=ON
-build "$prefix"/work/sources/LASzip-* -DLASZIP_BUILD_STATIC=ON
+build LASzip "$prefix"/work/sources/LASzip-* -DLASZIP_BUILD_STATIC=ON
+rm -r "$prefix/work"
 touch "$done"
 echo "fuzz-libraries: they are in build/fuzz-libraries"

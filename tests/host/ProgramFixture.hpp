@@ -47,7 +47,7 @@ protected:
         file.format = 3;
         file.addVariedPoints(points);
         file.points.erase(file.points.begin() + 3); // is as far away as numbers allow
-        file.vlrs.push_back({"LASF_Projection", 34735, std::string(8, '\0')});
+        file.vlrs.push_back({"LASF_Projection", 34735, std::string(16, '\1')});
         return file;
     }
 

@@ -162,9 +162,8 @@ TEST_P(LasRoundTrip, CarriesAllButTheStatedLosses) {
 std::vector<Journey> journeys() {
     std::vector<Journey> list;
     for (const char* const file :
-         {"format0", "format1", "format2", "format3", "format4", "format5", "format6", "format7", "format8",
-          "format9", "format10", "1.2-with-color.las", "autzen_trim.laz", "autzen_trim_7.las",
-          "epsg_4326.las", "extrabytes.las", "test1_4.las"}) {
+         {"format0", "format3", "format5", "format6", "format8", "format10", "1.2-with-color.las",
+          "autzen_trim.laz", "autzen_trim_7.las", "epsg_4326.las", "extrabytes.las", "test1_4.las"}) {
         for (const int version : {2, 3, 4}) {
             for (const bool uncompressed : {true, false})
                 list.push_back({file, version, uncompressed});

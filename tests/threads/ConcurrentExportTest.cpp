@@ -10,6 +10,7 @@
 #include "pcd/ExportPointCloudToPCD.hpp"
 #include "readers/BundleFileWriter.hpp"
 #include "readers/registerReaders.hpp"
+#include "support/ConsoleCapture.hpp"
 #include "support/compressLas.hpp"
 
 #include <array>
@@ -90,7 +91,8 @@ struct Source {
     /// Gives a bundle that nobody else has. Called by several threads at once, after the first call.
     std::function<Bundle(const Support::TemporaryFolder&)> open;
     /// Writes what open() needs.
-    std::function<void(const Support::TemporaryFolder&)> prepare = [](const Support::TemporaryFolder&) {};
+    std::function<void(const Support::TemporaryFolder&)> prepare;
+    bool hasHeights = true;
 };
 
 std::ostream& operator<<(std::ostream& out, const Source& source) {
@@ -98,23 +100,30 @@ std::ostream& operator<<(std::ostream& out, const Source& source) {
 }
 
 std::vector<Source> sources() {
-    return {{"Memory", [](const auto&) { return survey(); }},
+    return {{"Memory", [](const auto&) { return survey(); }, [](const auto&) {}},
             {"LasFile", [](const auto& folder) { return read(folder / "in.las"); },
-             [](const auto& folder) { Support::writeBytes(folder / "in.las", lasFile().build()); }},
+             [](const auto& folder) { Support::writeBytes(folder / "in.las", lasFile().build()); }, false},
             {"LazFile", [](const auto& folder) { return read(folder / "in.laz"); },
              [](const auto& folder) {
                  Support::writeBytes(folder / "in.laz", Support::compressLas(lasFile(), 500));
-             }},
+             },
+             false},
             {"BundleFile", [](const auto& folder) { return read(folder / "in.h5"); },
              [](const auto& folder) { Tidewatch::writeBundleFile(*survey(), folder / "in.h5"); }}};
 }
 
+/// Runs an exporter into a folder, and writes what stands in its errors then into a file there.
 template <class Exporter>
-void run(Exporter& exporter, const Bundle& bundle, const std::string& output) {
+void run(Exporter& exporter, const Bundle& bundle, const std::filesystem::path& folder,
+         const std::string& name) {
     exporter.bundleptr = bundle;
-    exporter.OutputPath = output;
-    if (!exporter.Run() || !exporter.Errors.empty())
-        throw std::runtime_error(exporter.Errors.empty() ? "Run() gave false" : exporter.Errors.front());
+    exporter.OutputPath = (folder / name).string();
+    if (!exporter.Run())
+        throw std::runtime_error("Run() gave false");
+    std::string errors;
+    for (const std::string& error : exporter.Errors)
+        errors += error + "\n";
+    Support::writeBytes(folder / (name + ".errors"), errors);
 }
 
 /// Runs all exporters, beginning with one of them, into a folder, which is made.
@@ -127,17 +136,17 @@ void exportEverything(const Bundle& bundle, const std::filesystem::path& folder,
             las.tiles = true;
             las.Day = 1;
             las.Year = 2024;
-            run(las, bundle, (folder / "cloud.laz").string());
+            run(las, bundle, folder, "cloud.laz");
             break;
         }
         case 1: {
             ExportLib::ExportPointCloudToPCD pcd;
-            run(pcd, bundle, (folder / "cloud.pcd").string());
+            run(pcd, bundle, folder, "cloud.pcd");
             break;
         }
         default:
             ExportLib::ExportPointCloudToASCII ascii;
-            run(ascii, bundle, folder.string());
+            run(ascii, bundle, folder, "");
         }
     }
 }
@@ -191,6 +200,7 @@ protected:
                 << "round " << round << ", thread " << thread;
     }
 
+    Support::ConsoleCapture console_;
     Support::TemporaryFolder folder_;
     Tree alone_;
 };
@@ -202,6 +212,7 @@ TEST_P(ConcurrentExport, OneThreadWritesFilesOfAllExporters) {
     EXPECT_GT(kinds[".laz"], 1000U);
     EXPECT_GT(kinds[".pcd"], 1000U);
     EXPECT_GT(kinds[".asc"], 1000U);
+    EXPECT_EQ(kinds.count(".grd"), GetParam().hasHeights ? 1U : 0U);
 }
 
 // In each round another pair of exporters begins together, on a bundle that nothing has touched.
