@@ -5,6 +5,9 @@
 #include "sheaf/MemArray.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 
+#include <algorithm>
+#include <cstddef>
+#include <span>
 #include <utility>
 
 namespace Sheaf {
@@ -21,21 +24,38 @@ std::optional<Extents> getSize(const CreativeArrayBase& creator) {
     return creator.extents();
 }
 
-bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate) {
+bool expandByArray(Geom::BoundingBox& box, const Anchor::StrongPtr<Anchor::Cacheable>& data,
+                   const std::function<void()>& mayGoOn) {
+    if (const auto lattice = Anchor::dynamicCast<UniformCartesianArray>(data)) {
+        lattice->expand(box);
+        return true;
+    }
+    const auto points = Anchor::dynamicCast<TypedArray<Geom::PhysicalSpace::point>>(data);
+    if (!points)
+        return false;
+    constexpr std::size_t block = 65536;
+    std::span<const Geom::PhysicalSpace::point> rest = points->base_vector();
+    while (!rest.empty()) {
+        if (mayGoOn)
+            mayGoOn();
+        const std::size_t size = std::min(block, rest.size());
+        for (const Geom::PhysicalSpace::point& p : rest.first(size))
+            box.expand(p);
+        rest = rest.subspan(size);
+    }
+    return true;
+}
+
+bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate,
+                const std::function<void()>& mayGoOn) {
     if (const auto known = creator.knownBounds()) {
         box.expand(*known);
         return true;
     }
     const auto data = mayCreate ? creator.create(false) : creator.available();
     Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds(new Geom::BoundingBox);
-    if (const auto lattice = Anchor::dynamicCast<UniformCartesianArray>(data)) {
-        lattice->expand(*bounds);
-    } else if (const auto points = Anchor::dynamicCast<TypedArray<Geom::PhysicalSpace::point>>(data)) {
-        for (const Geom::PhysicalSpace::point& p : points->base_vector())
-            bounds->expand(p);
-    } else {
+    if (!expandByArray(*bounds, data, mayGoOn))
         return data != nullptr;
-    }
     box.expand(*bounds);
     creator.rememberBounds(std::move(bounds));
     return true;

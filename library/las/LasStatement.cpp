@@ -69,6 +69,8 @@ LasStatement LasStatement::read(const std::string& path) {
             statement.pointsByReturn.push_back(header.at<std::uint32_t>(111 + 4 * i));
     }
     for (std::size_t axis = 0; axis < statement.lower.size(); ++axis) {
+        statement.step[axis] = header.at<double>(131 + 8 * axis);
+        statement.offset[axis] = header.at<double>(155 + 8 * axis);
         statement.upper[axis] = header.at<double>(179 + 16 * axis);
         statement.lower[axis] = header.at<double>(187 + 16 * axis);
     }
