@@ -44,44 +44,67 @@ struct ShortChanges {
 
     void note(double value, std::uint16_t stored) noexcept {
         const double change = std::abs(value - stored);
+        if (change == 0)
+            return;
         // Also false for what is not a number.
         if (!(change < 1)) {
             ++wrapped;
-        } else {
-            rounded += change > 0 ? 1U : 0U;
-            most = std::max(most, change);
+            return;
         }
+        ++rounded;
+        if (change > most) [[unlikely]]
+            most = change;
     }
 };
 
-/// How far the stored numbers of an axis lie from the coordinates.
-struct AxisChanges {
+/// Points that several values may count for, each once.
+struct PointCount {
+    std::uint64_t points = 0;
+    std::size_t last = std::numeric_limits<std::size_t>::max();
+
+    void note(std::size_t point) noexcept {
+        points += point != last ? 1U : 0U;
+        last = point;
+    }
+};
+
+/// How far stored coordinates lie from those handed over.
+struct PositionChanges {
     /// In steps: smaller changes are those of floating-point numbers and not counted.
     static constexpr double noise = 1e-6;
 
+    /// Points of which a coordinate was rounded, and points of which one does not fit or is not a number.
     std::uint64_t rounded = 0;
-    /// In steps.
-    double most = 0;
+    std::uint64_t strays = 0;
+    /// The greatest change along each axis, in steps.
+    double x = 0;
+    double y = 0;
+    double z = 0;
 
-    /// False for a coordinate that does not fit, and for what is not a number.
-    [[nodiscard]] bool note(double steps, std::int32_t stored) noexcept {
-        const double change = std::abs(steps - stored);
-        if (!(change < 1))
-            return false;
-        rounded += change > noise ? 1U : 0U;
-        most = change > most ? change : most;
-        return true;
+    void note(double byX, double byY, double byZ) noexcept {
+        // What fits is rounded by half a step at most, what does not is off by 2^31 steps and more.
+        const double sum = byX + byY + byZ;
+        if (!(sum < 2)) {
+            ++strays;
+            return;
+        }
+        rounded += sum > noise ? 1U : 0U;
+        if (byX > x) [[unlikely]]
+            x = byX;
+        if (byY > y) [[unlikely]]
+            y = byY;
+        if (byZ > z) [[unlikely]]
+            z = byZ;
     }
 };
 
 } // namespace
 
 struct LasBox::Changes {
-    std::array<AxisChanges, 3> axes;
-    std::uint64_t strays = 0;
+    PositionChanges positions;
     std::uint64_t highClasses = 0;
-    std::uint64_t highReturns = 0;
-    std::uint64_t wideFlags = 0;
+    PointCount highReturns;
+    PointCount wideFlags;
     std::uint64_t fineAngles = 0;
     std::uint64_t wholeAngles = 0;
     ShortChanges reflectance;
@@ -215,9 +238,21 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         amplitudeStart_ >= 0 && !slots_.amplitude ? elements(slots_.amplitudeFloat) : Floats();
 
     std::uint64_t violations = 0;
-    const auto limited = [&](unsigned number) {
-        violations += number > returnLimit ? 1U : 0U;
-        return std::min(number, returnLimit);
+    [[maybe_unused]] Changes changes;
+    const auto limited = [&](unsigned number, [[maybe_unused]] std::size_t point) {
+        if (number <= returnLimit)
+            return number;
+        ++violations;
+        if constexpr (isObserved)
+            changes.highReturns.note(point);
+        return returnLimit;
+    };
+    const auto flag = [&](unsigned value, [[maybe_unused]] std::size_t point) {
+        if constexpr (isObserved) {
+            if (value > 1)
+                changes.wideFlags.note(point);
+        }
+        return value;
     };
 
     const LASquantizer quantizer = static_cast<const LASquantizer&>(header_);
@@ -234,7 +269,6 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
 
     if (pointSourceID_ > 0)
         point.point_source_ID = static_cast<U16>(pointSourceID_);
-    [[maybe_unused]] Changes changes;
     constexpr std::size_t block = ConvLib::BasicConverterDefs::stopInterval;
     for (std::size_t begin = 0; begin < count; begin += block) {
         if (host_.askWhetherToStop)
@@ -253,11 +287,9 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
                 point.X = quantizedSteps(x);
                 point.Y = quantizedSteps(y);
                 point.Z = quantizedSteps(z);
-                if constexpr (isObserved) {
-                    const bool fits[] = {changes.axes[0].note(x, point.X), changes.axes[1].note(y, point.Y),
-                                         changes.axes[2].note(z, point.Z)};
-                    changes.strays += fits[0] && fits[1] && fits[2] ? 0U : 1U;
-                }
+                if constexpr (isObserved)
+                    changes.positions.note(std::abs(x - point.X), std::abs(y - point.Y),
+                                           std::abs(z - point.Z));
             }
             if (i < classification.size()) {
                 if constexpr (isExtended)
@@ -269,27 +301,17 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             }
             if (i < intensity.size())
                 point.intensity = intensity[i];
-            [[maybe_unused]] const std::uint64_t violationsBefore = violations;
             if (i < returnNumber.size()) {
-                ownReturn = limited(returnNumber[i]);
+                ownReturn = limited(returnNumber[i], i);
                 if (ownReturn != 0)
                     ++pointsByReturn_[ownReturn - 1];
             }
             if (i < numberOfReturns.size())
-                allReturns = limited(numberOfReturns[i]);
-            [[maybe_unused]] unsigned flags = 0;
-            if (i < scanDirectionFlag.size()) {
-                direction = scanDirectionFlag[i];
-                flags |= direction;
-            }
-            if (i < edgeOfFlightLine.size()) {
-                edge = edgeOfFlightLine[i];
-                flags |= edge;
-            }
-            if constexpr (isObserved) {
-                changes.highReturns += violations != violationsBefore ? 1U : 0U;
-                changes.wideFlags += flags > 1 ? 1U : 0U;
-            }
+                allReturns = limited(numberOfReturns[i], i);
+            if (i < scanDirectionFlag.size())
+                direction = flag(scanDirectionFlag[i], i);
+            if (i < edgeOfFlightLine.size())
+                edge = flag(edgeOfFlightLine[i], i);
             if constexpr (isExtended) {
                 point.extended_return_number = ownReturn & 0xF;
                 point.extended_number_of_returns = allReturns & 0xF;
@@ -332,10 +354,11 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             // first of a file with zeros. Files of the past are shifted in the same way, and programs that
             // compensate for it must not shift twice: keep the order.
             if (i < reflectance.size()) {
-                const std::uint16_t raw = rawReflectance(reflectance[i]);
+                const double scaled = scaledReflectance(reflectance[i]);
+                const std::uint16_t raw = rawReflectance(scaled);
                 point.set_attribute(reflectanceStart_, U16{raw});
                 if constexpr (isObserved)
-                    changes.reflectance.note((static_cast<double>(reflectance[i]) + 25) * 2184, raw);
+                    changes.reflectance.note(scaled, raw);
             }
             if (i < amplitude.size()) {
                 point.set_attribute(amplitudeStart_, U16{amplitude[i]});
@@ -350,8 +373,11 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         }
         failed_ = failed_ || !accepted;
     }
-    if constexpr (isObserved)
-        tell(changes, count);
+    if constexpr (isObserved) {
+        // A copy: what others get to see does not stay in registers, in the loop either.
+        const Changes result = changes;
+        tell(result, count);
+    }
     return violations;
 }
 
@@ -397,14 +423,17 @@ void LasBox::tell(const Changes& changes, std::uint32_t count) const {
         return all.first(std::min<std::size_t>(all.size(), count));
     };
     const auto positions = used(slots_.positions);
-    const std::string_view axisNames[] = {"Positions.x", "Positions.y", "Positions.z"};
-    for (std::size_t axis = 0; axis < changes.axes.size(); ++axis)
-        tell(axisNames[axis], ValueChange::Rounded, changes.axes[axis].rounded, positions.size(),
-             changes.axes[axis].most * coordinateStep);
-    tell("Positions", ValueChange::Wrapped, changes.strays, positions.size());
+    const PositionChanges& moved = changes.positions;
+    const std::pair<std::string_view, double> axes[] = {
+        {"Positions.x", moved.x}, {"Positions.y", moved.y}, {"Positions.z", moved.z}};
+    for (const auto& [axis, most] : axes) {
+        if (most > PositionChanges::noise)
+            tell(axis, ValueChange::Rounded, moved.rounded, positions.size(), most * coordinateStep);
+    }
+    tell("Positions", ValueChange::Wrapped, moved.strays, positions.size());
     tell("Classification", ValueChange::Truncated, changes.highClasses, used(slots_.classification).size());
-    tell("ReturnNumber, NumberOfReturns", ValueChange::Clamped, changes.highReturns, count);
-    tell("ScanDirectionFlag, EdgeOfFlightLine", ValueChange::Truncated, changes.wideFlags, count);
+    tell("ReturnNumber, NumberOfReturns", ValueChange::Clamped, changes.highReturns.points, count);
+    tell("ScanDirectionFlag, EdgeOfFlightLine", ValueChange::Truncated, changes.wideFlags.points, count);
     tell("ScanAngleRank", ValueChange::Dropped, changes.fineAngles, used(slots_.scanAngle).size());
     tell("ScanAngleRank", ValueChange::OtherUnit, changes.wholeAngles, used(slots_.scanAngleRank).size());
 

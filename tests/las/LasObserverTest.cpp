@@ -136,12 +136,20 @@ TEST_F(LasObserver, TheLargestRoundingOfEachAxisIsTold) {
     points({{0.0001, 0.000125, 0}, {-0.00005, 0, 1.00011}});
     run();
     EXPECT_NEAR(changed("Positions.x", ValueChange::Rounded).most, 0.0001, 1e-12);
+    // Points that have a rounded coordinate, whichever it is.
     EXPECT_EQ(changed("Positions.x", ValueChange::Rounded).count, 2U);
+    EXPECT_EQ(changed("Positions.y", ValueChange::Rounded).count, 2U);
     EXPECT_NEAR(changed("Positions.y", ValueChange::Rounded).most, 0.000125, 1e-12);
-    EXPECT_EQ(changed("Positions.y", ValueChange::Rounded).count, 1U);
     EXPECT_NEAR(changed("Positions.z", ValueChange::Rounded).most, 0.00011, 1e-12);
     EXPECT_EQ(changed("Positions.z", ValueChange::Rounded).total, 2U);
     EXPECT_EQ(changed("Positions", ValueChange::Wrapped).count, 0U);
+}
+
+TEST_F(LasObserver, AxesWithoutRoundingAreNotToldOf) {
+    points({{0.0001, 1, 2}});
+    run();
+    EXPECT_EQ(notes->changes.size(), 1U);
+    EXPECT_EQ(changed("Positions.x", ValueChange::Rounded).count, 1U);
 }
 
 TEST_F(LasObserver, PointsThatWrapAreCountedAndNotRounded) {

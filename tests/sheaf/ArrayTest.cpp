@@ -229,6 +229,25 @@ TEST(ExpandBBox, WidensByPointsAndLatticesAndByNothingElse) {
     EXPECT_EQ(box.upper(), (PhysicalSpace::point{20, 5, 3}));
 }
 
+TEST(ExpandBBox, AsksEvery65536PointsWhetherToGoOn) {
+    const Sheaf::HeldCreator creator(Sheaf::makeArray(Points(2 * 65536 + 1)));
+    Geom::BoundingBox box;
+    int asked = 0;
+    EXPECT_TRUE(Sheaf::ExpandBBox(box, creator, true, [&] { ++asked; }));
+    EXPECT_EQ(asked, 3);
+    struct Stop {};
+    EXPECT_THROW(Sheaf::ExpandBBox(box, creator, true, [] { throw Stop(); }), Stop);
+}
+
+TEST(ExpandByArray, TellsWhetherTheArrayHasCoordinates) {
+    Geom::BoundingBox box;
+    EXPECT_FALSE(Sheaf::expandByArray(box, nullptr));
+    EXPECT_FALSE(Sheaf::expandByArray(box, Sheaf::makeArray(std::vector<double>{1})));
+    EXPECT_TRUE(box.empty());
+    EXPECT_TRUE(Sheaf::expandByArray(box, Sheaf::makeArray(Points{{1, 2, 3}})));
+    EXPECT_EQ(box.upper(), (PhysicalSpace::point{1, 2, 3}));
+}
+
 TEST(ExpandBBox, WithoutPermissionMakesNothingButRemembers) {
     const Counting creator(Points{{1, 2, 3}});
     Geom::BoundingBox box;
