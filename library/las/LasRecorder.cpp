@@ -27,26 +27,28 @@ struct Stray {
 };
 
 /// A corner of a box that is beyond the axes of a file.
-std::optional<Stray> strayOf(const LasAxes& axes, const std::array<std::array<double, 2>, 3>& corners) {
+std::optional<Stray> strayOf(const LasAxes& axes, const PhysicalSpace::point& lower,
+                             const PhysicalSpace::point& upper) {
     for (std::size_t axis = 0; axis < axes.size(); ++axis) {
-        const auto [lower, upper] = corners[axis];
-        if (lower > upper)
+        const double low = lower.*coordinates[axis];
+        const double high = upper.*coordinates[axis];
+        if (low > high)
             continue;
         // An infinite coordinate leaves no limits for the others.
-        for (const double corner : {lower, upper}) {
+        for (const double corner : {low, high}) {
             if (std::isinf(corner))
                 return Stray{axis, corner};
         }
-        if (!(upper <= axes[axis].highest))
-            return Stray{axis, upper};
-        if (!(lower >= axes[axis].lowest))
-            return Stray{axis, lower};
+        if (!(high <= axes[axis].highest))
+            return Stray{axis, high};
+        if (!(low >= axes[axis].lowest))
+            return Stray{axis, low};
     }
     return std::nullopt;
 }
 
-bool isLattice(const LasPlan::Fragment& fragment) {
-    return Anchor::dynamicCast<Sheaf::UniformCartesianArray>(fragment.positions->create(false)) != nullptr;
+bool isLattice(const Anchor::StrongPtr<Anchor::Cacheable>& data) {
+    return Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data) != nullptr;
 }
 
 } // namespace
@@ -117,32 +119,34 @@ void LasRecorder::fragmentBegins(std::string_view field, std::string_view /*frag
 void LasRecorder::fileBegins(const std::string& /*path*/, const LasAxes& axes) {
     if (current_ == nullptr)
         return;
-    if (strayOf(axes, {{{axes[0].lower, axes[0].upper},
-                        {axes[1].lower, axes[1].upper},
-                        {axes[2].lower, axes[2].upper}}})) {
-        const Geom::BoundingBox box = boxOfPoints();
-        const PhysicalSpace::point& lower = box.lower();
-        const PhysicalSpace::point& upper = box.upper();
-        if (const auto stray = strayOf(axes, {{{lower.x, upper.x}, {lower.y, upper.y}, {lower.z, upper.z}}}))
+    const PhysicalSpace::point lower{axes[0].lower, axes[1].lower, axes[2].lower};
+    const PhysicalSpace::point upper{axes[0].upper, axes[1].upper, axes[2].upper};
+    if (strayOf(axes, lower, upper)) {
+        const Geom::BoundingBox box = boxOfStrays(axes);
+        if (const auto stray = strayOf(axes, box.lower(), box.upper()))
             refuse(stray->axis, stray->value, axes);
     }
     current_->files.push_back({axes, {}});
 }
 
-/// The box of what goes into the file that is about to be made: lattices are in the file's box and in no file.
-Geom::BoundingBox LasRecorder::boxOfPoints() const {
-    Geom::BoundingBox box;
-    const auto expand = [&](const LasPlan::Fragment& fragment) {
-        if (!isLattice(fragment))
-            Sheaf::ExpandBBox(box, *fragment.positions, true);
-    };
-    if (settings_.tiles && current_->last != nullptr) {
-        expand(*current_->last);
-    } else {
-        for (const LasPlan::Fragment& fragment : current_->plan.fragments)
-            expand(fragment);
+/// The box of those fragments of the coming file that reach beyond its axes and are points. Lattices are in the
+/// box of a file and in no file.
+Geom::BoundingBox LasRecorder::boxOfStrays(const LasAxes& axes) const {
+    Geom::BoundingBox strays;
+    bool hasPoints = false;
+    for (const LasPlan::Fragment& fragment : current_->plan.fragments) {
+        if (settings_.tiles && &fragment != current_->last)
+            continue;
+        Geom::BoundingBox box;
+        Sheaf::ExpandBBox(box, *fragment.positions, true, [this] { progress().check(); });
+        // The file is refused for one fragment of points; others need not be read again for the message.
+        if (strayOf(axes, box.lower(), box.upper()) &&
+            !isLattice(hasPoints ? fragment.positions->available() : fragment.positions->create(false))) {
+            strays.expand(box);
+            hasPoints = true;
+        }
     }
-    return box;
+    return strays;
 }
 
 void LasRecorder::valuesChanged(const ConvLib::ChangedValues& values) {
@@ -196,7 +200,9 @@ void LasRecorder::refuse(std::size_t axis, double value, const LasAxes& axes) co
 
 const LasPlan::Fragment* fragmentWithoutPositions(const LasRecorder::Grid& grid) {
     // A lattice is taken up and passed by, too.
-    return grid.last != nullptr && !grid.lastWasWritten && !isLattice(*grid.last) ? grid.last : nullptr;
+    return grid.last != nullptr && !grid.lastWasWritten && !isLattice(grid.last->positions->create(false))
+               ? grid.last
+               : nullptr;
 }
 
 } // namespace Tidewatch

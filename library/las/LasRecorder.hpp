@@ -68,7 +68,7 @@ public:
     void positionsWritten(std::span<const Geom::PhysicalSpace::point> positions) override;
 
 private:
-    [[nodiscard]] Geom::BoundingBox boxOfPoints() const;
+    [[nodiscard]] Geom::BoundingBox boxOfStrays(const LasAxes& axes) const;
     [[noreturn]] void refuse(std::size_t axis, double value, const LasAxes& axes) const;
 
     const ExportLib::LasSettings& settings_;
