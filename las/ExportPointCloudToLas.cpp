@@ -11,6 +11,7 @@
 #include "sheaf/UniformCartesianArray.hpp"
 
 #include <cstdint>
+#include <map>
 #include <utility>
 
 namespace ExportLib {
@@ -46,6 +47,7 @@ private:
                   const Sheaf::CreativeArrayBase& data) const;
     bool mayGoOn(std::uint64_t write, std::uint64_t count);
     bool exportFragment(const Fragment& fragment);
+    [[nodiscard]] Box boundsOfTile(const Sheaf::CreativeArrayBase& positions) const;
     [[nodiscard]] Anchor::StrongPtr<LasBox> makeBox(const Box& bounds, const Fragment& fragment,
                                                     bool tiled) const;
     void fillSlots(const Fragment& fragment);
@@ -56,6 +58,7 @@ private:
     Anchor::StrongPtr<Sheaf::Representation> representation_;
     Anchor::StrongPtr<Sheaf::Field> positions_;
     Box bounds_{new Geom::BoundingBox};
+    std::map<const Sheaf::CreativeArrayBase*, Box> boundsOfFragments_;
     Anchor::StrongPtr<LasBox> tile_;
 };
 
@@ -89,7 +92,10 @@ void GridStep::expandBounds() {
     positions_->forEachFragment([&](const Fragment& fragment, const Sheaf::Field::Creator& data) {
         exporter_.askWhetherToStop();
         announce("Positions", fragment, *data);
-        Sheaf::ExpandBBox(*bounds_, *data, true, host_.askWhetherToStop);
+        if (const Box bounds = Sheaf::boundsOf(*data, true, host_.askWhetherToStop)) {
+            bounds_->expand(*bounds);
+            boundsOfFragments_.emplace(data.get(), bounds);
+        }
         return true;
     });
 }
@@ -108,6 +114,14 @@ bool GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {
     return exporter_.Progress->progress(text, write, count);
 }
 
+/// The box of a fragment, known from that of the field. An array that had no coordinates then is asked for again.
+Box GridStep::boundsOfTile(const Sheaf::CreativeArrayBase& positions) const {
+    const auto known = boundsOfFragments_.find(&positions);
+    Box bounds = known != boundsOfFragments_.end() ? known->second
+                                                   : Sheaf::boundsOf(positions, true, host_.askWhetherToStop);
+    return bounds ? bounds : Box(new Geom::BoundingBox);
+}
+
 /// Writes a fragment; false where there is nothing to write for want of positions.
 bool GridStep::exportFragment(const Fragment& fragment) {
     const auto creator = positions_->getCreator(fragment);
@@ -120,14 +134,10 @@ bool GridStep::exportFragment(const Fragment& fragment) {
     if (Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data))
         return true;
     if (exporter_.tiles) {
-        const Box bounds{new Geom::BoundingBox};
-        // An array without coordinates is asked for once more: what makes it may have others by now.
-        if (!Sheaf::expandByArray(*bounds, data, host_.askWhetherToStop))
-            Sheaf::ExpandBBox(*bounds, *creator, true, host_.askWhetherToStop);
         if (tile_)
             tile_->tellSupplies();
         // The file before stays open until this one is: the assignment comes last.
-        tile_ = makeBox(bounds, fragment, true);
+        tile_ = makeBox(boundsOfTile(*creator), fragment, true);
     } else if (!tile_) {
         tile_ = makeBox(bounds_, fragment, false);
     }

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <span>
-#include <utility>
 
 namespace Sheaf {
 
@@ -23,6 +22,10 @@ void CreativeArrayBase::rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anch
 std::optional<Extents> getSize(const CreativeArrayBase& creator) {
     return creator.extents();
 }
+
+namespace {
+
+using Bounds = Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>;
 
 bool expandByArray(Geom::BoundingBox& box, const Anchor::StrongPtr<Anchor::Cacheable>& data,
                    const std::function<void()>& mayGoOn) {
@@ -46,19 +49,33 @@ bool expandByArray(Geom::BoundingBox& box, const Anchor::StrongPtr<Anchor::Cache
     return true;
 }
 
-bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate,
-                const std::function<void()>& mayGoOn) {
-    if (const auto known = creator.knownBounds()) {
-        box.expand(*known);
-        return true;
-    }
+/// `hasArray` tells whether there was one to look at, or to remember.
+Bounds findBounds(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn,
+                  bool& hasArray) {
+    hasArray = true;
+    if (auto known = creator.knownBounds())
+        return known;
     const auto data = mayCreate ? creator.create(false) : creator.available();
-    Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds(new Geom::BoundingBox);
+    hasArray = data != nullptr;
+    Bounds bounds(new Geom::BoundingBox);
     if (!expandByArray(*bounds, data, mayGoOn))
-        return data != nullptr;
-    box.expand(*bounds);
-    creator.rememberBounds(std::move(bounds));
-    return true;
+        return nullptr;
+    creator.rememberBounds(bounds);
+    return bounds;
+}
+
+} // namespace
+
+Bounds boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn) {
+    bool hasArray = false;
+    return findBounds(creator, mayCreate, mayGoOn, hasArray);
+}
+
+bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate) {
+    bool hasArray = false;
+    if (const Bounds bounds = findBounds(creator, mayCreate, {}, hasArray))
+        box.expand(*bounds);
+    return hasArray;
 }
 
 } // namespace Sheaf

@@ -43,16 +43,16 @@ protected:
 /// The size (extents) of the array that a creator makes; nothing where there is no array to be had.
 [[nodiscard]] TIDEWATCH_API std::optional<Extents> getSize(const CreativeArrayBase& creator);
 
-/// Widens a box by the coordinates of an array: memory arrays of points and uniform lattices have some, other
-/// arrays do not, and null has none; false for these. `mayGoOn`, unless it is empty, is called every 65 536
-/// points, so that a host can stop the work. Throws what that throws.
-TIDEWATCH_API bool expandByArray(Geom::BoundingBox& box, const Anchor::StrongPtr<Anchor::Cacheable>& data,
-                                 const std::function<void()>& mayGoOn = {});
+/// The bounding box of a creator's array; null for an array without coordinates: memory arrays of points and
+/// uniform lattices have some, even where there are no points. It may be the one that the creator remembers:
+/// not to be changed. The array is made where that is needed and
+/// `mayCreate` allows it; without permission only what is in memory or remembered is looked at. `mayGoOn`,
+/// unless it is empty, is called every 65 536 points, so that a host can stop the work. Throws what create()
+/// and `mayGoOn` throw.
+[[nodiscard]] TIDEWATCH_API Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>
+boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn = {});
 
-/// The same for the array of a creator. It is made where that is needed and `mayCreate` allows it; without
-/// permission only what is in memory or remembered is looked at. False where that left the coordinates
-/// unknown. Throws what create() and `mayGoOn` throw.
-TIDEWATCH_API bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate,
-                              const std::function<void()>& mayGoOn = {});
+/// Widens a box by that of a creator's array, where it has one. False where there was no array to look at.
+TIDEWATCH_API bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate);
 
 } // namespace Sheaf

@@ -137,12 +137,11 @@ Geom::BoundingBox LasRecorder::boxOfStrays(const LasAxes& axes) const {
     for (const LasPlan::Fragment& fragment : current_->plan.fragments) {
         if (settings_.tiles && &fragment != current_->last)
             continue;
-        Geom::BoundingBox box;
-        Sheaf::ExpandBBox(box, *fragment.positions, true, [this] { progress().check(); });
+        const auto box = Sheaf::boundsOf(*fragment.positions, true, [this] { progress().check(); });
         // The file is refused for one fragment of points; others need not be read again for the message.
-        if (strayOf(axes, box.lower(), box.upper()) &&
+        if (box && strayOf(axes, box->lower(), box->upper()) &&
             !isLattice(hasPoints ? fragment.positions->available() : fragment.positions->create(false))) {
-            strays.expand(box);
+            strays.expand(*box);
             hasPoints = true;
         }
     }

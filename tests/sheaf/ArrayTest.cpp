@@ -229,23 +229,23 @@ TEST(ExpandBBox, WidensByPointsAndLatticesAndByNothingElse) {
     EXPECT_EQ(box.upper(), (PhysicalSpace::point{20, 5, 3}));
 }
 
-TEST(ExpandBBox, AsksEvery65536PointsWhetherToGoOn) {
+TEST(BoundsOf, AsksEvery65536PointsWhetherToGoOn) {
     const Sheaf::HeldCreator creator(Sheaf::makeArray(Points(2 * 65536 + 1)));
-    Geom::BoundingBox box;
     int asked = 0;
-    EXPECT_TRUE(Sheaf::ExpandBBox(box, creator, true, [&] { ++asked; }));
+    EXPECT_TRUE(Sheaf::boundsOf(creator, true, [&] { ++asked; }));
     EXPECT_EQ(asked, 3);
     struct Stop {};
-    EXPECT_THROW(Sheaf::ExpandBBox(box, creator, true, [] { throw Stop(); }), Stop);
+    EXPECT_THROW((void)Sheaf::boundsOf(creator, true, [] { throw Stop(); }), Stop);
 }
 
-TEST(ExpandByArray, TellsWhetherTheArrayHasCoordinates) {
-    Geom::BoundingBox box;
-    EXPECT_FALSE(Sheaf::expandByArray(box, nullptr));
-    EXPECT_FALSE(Sheaf::expandByArray(box, Sheaf::makeArray(std::vector<double>{1})));
-    EXPECT_TRUE(box.empty());
-    EXPECT_TRUE(Sheaf::expandByArray(box, Sheaf::makeArray(Points{{1, 2, 3}})));
-    EXPECT_EQ(box.upper(), (PhysicalSpace::point{1, 2, 3}));
+TEST(BoundsOf, IsNullForArraysWithoutCoordinatesOnly) {
+    EXPECT_FALSE(Sheaf::boundsOf(Sheaf::HeldCreator(Sheaf::makeArray(std::vector<double>{1})), true));
+    const auto ofNone = Sheaf::boundsOf(Sheaf::HeldCreator(Sheaf::makeArray(Points())), true);
+    ASSERT_TRUE(ofNone);
+    EXPECT_TRUE(ofNone->empty());
+    const auto ofOne = Sheaf::boundsOf(Sheaf::HeldCreator(Sheaf::makeArray(Points{{1, 2, 3}})), true);
+    ASSERT_TRUE(ofOne);
+    EXPECT_EQ(ofOne->upper(), (PhysicalSpace::point{1, 2, 3}));
 }
 
 TEST(ExpandBBox, WithoutPermissionMakesNothingButRemembers) {
