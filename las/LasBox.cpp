@@ -354,11 +354,10 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             // first of a file with zeros. Files of the past are shifted in the same way, and programs that
             // compensate for it must not shift twice: keep the order.
             if (i < reflectance.size()) {
-                const double scaled = scaledReflectance(reflectance[i]);
-                const std::uint16_t raw = rawReflectance(scaled);
+                const std::uint16_t raw = rawReflectance(reflectance[i]);
                 point.set_attribute(reflectanceStart_, U16{raw});
                 if constexpr (isObserved)
-                    changes.reflectance.note(scaled, raw);
+                    changes.reflectance.note((static_cast<double>(reflectance[i]) + 25) * 2184, raw);
             }
             if (i < amplitude.size()) {
                 point.set_attribute(amplitudeStart_, U16{amplitude[i]});

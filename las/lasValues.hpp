@@ -46,14 +46,9 @@ namespace ExportLib {
 
 /// -25 to 5 becomes 0 to 65520; the attribute's scale and offset say so in the file. Computed in single
 /// precision and only then rounded, which double precision does exactly.
-[[nodiscard]] inline double scaledReflectance(float value) noexcept {
+[[nodiscard]] inline std::uint16_t rawReflectance(float value) noexcept {
     const float scaled = (value + 25.0F) * 2184.0F;
-    return static_cast<double>(scaled);
-}
-
-/// A reflectance as it is stored, from its scaled value.
-[[nodiscard]] inline std::uint16_t rawReflectance(double scaled) noexcept {
-    return lowBits(awayFromZero(scaled));
+    return lowBits(awayFromZero(static_cast<double>(scaled)));
 }
 
 [[nodiscard]] inline std::uint16_t rawAmplitude(float value) noexcept {

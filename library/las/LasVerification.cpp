@@ -146,8 +146,8 @@ public:
                 fail(name_,
                      fmt::format("the header states {} in steps of {} from {}, it was to be in steps of {} "
                                  "from {}",
-                                 axisNames[axis], shortestText(statement_.step[axis]),
-                                 coordinateText(statement_.offset[axis]), shortestText(axes[axis].step),
+                                 axisNames[axis], coordinateText(statement_.step[axis]),
+                                 coordinateText(statement_.offset[axis]), coordinateText(axes[axis].step),
                                  coordinateText(axes[axis].offset)));
         }
     }

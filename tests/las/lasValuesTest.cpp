@@ -20,10 +20,6 @@ std::int32_t quantized(double coordinate, double offset, double scale) {
     return quantizedSteps(stepsFromOffset(coordinate, offset, scale));
 }
 
-std::uint16_t stored(float reflectance) {
-    return rawReflectance(scaledReflectance(reflectance));
-}
-
 TEST(LasValues, CoordinatesAreRoundedHalfAwayFromZero) {
     EXPECT_EQ(quantized(2.0, 2.0, step), 0);
     EXPECT_EQ(quantized(3.0, 2.0, step), 4000);
@@ -74,15 +70,15 @@ TEST(LasValues, CoordinatesThatAreNoNumbersOrBeyond64BitsAreZero) {
 }
 
 TEST(LasValues, ReflectanceMinus25IsZeroAnd5Is65520) {
-    EXPECT_EQ(stored(-25.0F), 0);
-    EXPECT_EQ(stored(5.0F), 65520);
-    EXPECT_EQ(stored(0.0F), 54600);
-    EXPECT_EQ(stored(-25.0002F), 0);
+    EXPECT_EQ(rawReflectance(-25.0F), 0);
+    EXPECT_EQ(rawReflectance(5.0F), 65520);
+    EXPECT_EQ(rawReflectance(0.0F), 54600);
+    EXPECT_EQ(rawReflectance(-25.0002F), 0);
 }
 
 TEST(LasValues, ReflectanceBeyond16BitsWraps) {
-    EXPECT_EQ(stored(5.01F), 65542 - 65536);
-    EXPECT_EQ(stored(-30.0F), 0xD558);
+    EXPECT_EQ(rawReflectance(5.01F), 65542 - 65536);
+    EXPECT_EQ(rawReflectance(-30.0F), 0xD558);
 }
 
 TEST(LasValues, ReflectanceIsRoundedAsRoundDoes) {
@@ -94,7 +90,8 @@ TEST(LasValues, ReflectanceIsRoundedAsRoundDoes) {
         if (!(std::abs(scaled) < 2147483648.0F))
             continue;
         ++compared;
-        ASSERT_EQ(stored(value), static_cast<std::uint16_t>(static_cast<std::int32_t>(std::round(scaled))))
+        ASSERT_EQ(rawReflectance(value),
+                  static_cast<std::uint16_t>(static_cast<std::int32_t>(std::round(scaled))))
             << value;
     }
     EXPECT_GT(compared, 100000);
@@ -104,7 +101,7 @@ TEST(LasValues, ReflectanceThatIsNoNumberOrBeyond32BitsIsZero) {
     constexpr float most = std::numeric_limits<float>::max();
     for (const float value : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
                               -std::numeric_limits<float>::infinity(), most, -most, 1e7F, -1e7F})
-        EXPECT_EQ(stored(value), 0) << value;
+        EXPECT_EQ(rawReflectance(value), 0) << value;
 }
 
 TEST(LasValues, AmplitudeIsTruncatedTowardsZeroAndWraps) {
