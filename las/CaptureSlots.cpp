@@ -2,6 +2,7 @@
 #include "las/CaptureSlots.hpp"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 namespace ExportLib {
@@ -19,7 +20,20 @@ struct SlotElement<CaptureSlots::Slot<T> CaptureSlots::*> {
 template <auto slot>
 using ElementOf = typename SlotElement<decltype(slot)>::type;
 
-/// Fills a slot; false, and the slot stays as it was, for an array of another element type.
+/// One slot, for whoever does not know its type.
+struct SlotAccess {
+    const std::type_info& elementType;
+    /// The number of elements; nothing for an empty slot.
+    std::optional<std::size_t> (*size)(const CaptureSlots& slots);
+    /// False, and the slot stays as it was, for an array of another element type.
+    bool (*fill)(CaptureSlots& slots, const Data& data);
+};
+
+template <auto slot>
+std::optional<std::size_t> sizeOf(const CaptureSlots& slots) {
+    return slots.*slot ? std::optional((slots.*slot)->base_vector().size()) : std::nullopt;
+}
+
 template <auto slot>
 bool fill(CaptureSlots& slots, const Data& data) {
     auto array = Anchor::dynamicCast<Sheaf::TypedArray<ElementOf<slot>>>(data);
@@ -29,54 +43,42 @@ bool fill(CaptureSlots& slots, const Data& data) {
     return true;
 }
 
-/// One LAS attribute: the element types that it takes are those of its slots.
+template <auto slot>
+constexpr SlotAccess access{typeid(ElementOf<slot>), sizeOf<slot>, fill<slot>};
+
+using Slots = std::array<const SlotAccess*, 2>;
+
+/// What an array in the first of two slots means for arrays that come later.
+enum class FirstSlot { LetsIn, KeepsOut };
+
+/// One LAS attribute.
 struct Attribute {
     std::string_view name;
-    bool isDefault;
-    void (*capture)(CaptureSlots& slots, const Data& data);
-    bool (*takes)(const std::type_info& elementType);
+    Slots slots;
+    bool isDefault = true;
+    FirstSlot first = FirstSlot::LetsIn;
 };
-
-template <auto... slot>
-bool isElementOf(const std::type_info& elementType) {
-    return ((elementType == typeid(ElementOf<slot>)) || ...);
-}
-
-template <auto slot>
-constexpr Attribute attribute(std::string_view name, bool isDefault = true) {
-    return {name, isDefault, [](CaptureSlots& slots, const Data& data) { fill<slot>(slots, data); },
-            isElementOf<slot>};
-}
 
 // The table of attributes; a new one is a row here, a slot, and its lines in the point loop.
 constexpr Attribute attributes[] = {
-    attribute<&CaptureSlots::positions>("Positions"),
-    attribute<&CaptureSlots::classification>("Classification"),
-    attribute<&CaptureSlots::intensity>("Intensity"),
-    attribute<&CaptureSlots::returnNumber>("ReturnNumber"),
-    attribute<&CaptureSlots::numberOfReturns>("NumberOfReturns"),
-    attribute<&CaptureSlots::edgeOfFlightLine>("EdgeOfFlightLine"),
-    {"ScanAngleRank", true,
-     [](CaptureSlots& slots, const Data& data) {
-         fill<&CaptureSlots::scanAngleRank>(slots, data);
-         // Asked of the slot, not of this attempt: an angle in whole degrees that is there already keeps the
-         // finer one out.
-         if (!slots.scanAngleRank)
-             fill<&CaptureSlots::scanAngle>(slots, data);
-     },
-     isElementOf<&CaptureSlots::scanAngleRank, &CaptureSlots::scanAngle>},
-    attribute<&CaptureSlots::scanDirectionFlag>("ScanDirectionFlag"),
-    attribute<&CaptureSlots::userData>("UserData"),
-    attribute<&CaptureSlots::pointSourceID>("PointSourceID"),
-    attribute<&CaptureSlots::gpsTime>("GPSTime"),
-    attribute<&CaptureSlots::rgb>("RGB"),
-    attribute<&CaptureSlots::reflectance>("Reflectance", false),
-    {"Amplitude", false,
-     [](CaptureSlots& slots, const Data& data) {
-         if (!fill<&CaptureSlots::amplitude>(slots, data))
-             fill<&CaptureSlots::amplitudeFloat>(slots, data);
-     },
-     isElementOf<&CaptureSlots::amplitude, &CaptureSlots::amplitudeFloat>},
+    {"Positions", {&access<&CaptureSlots::positions>}},
+    {"Classification", {&access<&CaptureSlots::classification>}},
+    {"Intensity", {&access<&CaptureSlots::intensity>}},
+    {"ReturnNumber", {&access<&CaptureSlots::returnNumber>}},
+    {"NumberOfReturns", {&access<&CaptureSlots::numberOfReturns>}},
+    {"EdgeOfFlightLine", {&access<&CaptureSlots::edgeOfFlightLine>}},
+    {"ScanAngleRank",
+     {&access<&CaptureSlots::scanAngleRank>, &access<&CaptureSlots::scanAngle>},
+     true,
+     // An angle in whole degrees that is there already keeps the finer one out.
+     FirstSlot::KeepsOut},
+    {"ScanDirectionFlag", {&access<&CaptureSlots::scanDirectionFlag>}},
+    {"UserData", {&access<&CaptureSlots::userData>}},
+    {"PointSourceID", {&access<&CaptureSlots::pointSourceID>}},
+    {"GPSTime", {&access<&CaptureSlots::gpsTime>}},
+    {"RGB", {&access<&CaptureSlots::rgb>}},
+    {"Reflectance", {&access<&CaptureSlots::reflectance>}, false},
+    {"Amplitude", {&access<&CaptureSlots::amplitude>, &access<&CaptureSlots::amplitudeFloat>}, false},
 };
 
 const Attribute* findAttribute(std::string_view name) {
@@ -88,13 +90,59 @@ const Attribute* findAttribute(std::string_view name) {
 } // namespace
 
 void CaptureSlots::capture(std::string_view lasName, const Data& data) {
-    if (const Attribute* const found = findAttribute(lasName))
-        found->capture(*this, data);
+    const Attribute* const found = findAttribute(lasName);
+    if (found == nullptr)
+        return;
+    for (std::size_t number = 0; number < found->slots.size() && found->slots[number] != nullptr; ++number) {
+        // Asked of the slot, not of this attempt: it may have been filled before.
+        const bool isKeptOut =
+            number != 0 && found->first == FirstSlot::KeepsOut && found->slots[0]->size(*this).has_value();
+        if (!isKeptOut && found->slots[number]->fill(*this, data))
+            return;
+    }
 }
 
-bool CaptureSlots::takes(std::string_view lasName, const std::type_info& elementType) {
-    const Attribute* const found = findAttribute(lasName);
-    return found != nullptr && found->takes(elementType);
+void CaptureSlots::forEachFilled(
+    const std::function<void(std::string_view lasName, std::size_t elements)>& visit) const {
+    for (const Attribute& one : attributes) {
+        std::optional<std::size_t> longest;
+        for (const SlotAccess* const slot : one.slots) {
+            if (slot != nullptr)
+                longest = std::max(longest, slot->size(*this));
+        }
+        if (longest)
+            visit(one.name, *longest);
+    }
+}
+
+std::optional<std::size_t> CaptureSlots::slotOf(std::string_view lasName, const std::type_info& elementType) {
+    const std::vector<const std::type_info*> types = elementTypes(lasName);
+    const auto found = std::find_if(types.begin(), types.end(),
+                                    [&](const std::type_info* type) { return *type == elementType; });
+    return found != types.end() ? std::optional(static_cast<std::size_t>(found - types.begin()))
+                                : std::nullopt;
+}
+
+std::vector<const std::type_info*> CaptureSlots::elementTypes(std::string_view lasName) {
+    std::vector<const std::type_info*> types;
+    if (const Attribute* const found = findAttribute(lasName)) {
+        for (const SlotAccess* const slot : found->slots) {
+            if (slot != nullptr)
+                types.push_back(&slot->elementType);
+        }
+    }
+    return types;
+}
+
+std::vector<std::string> CaptureSlots::names() {
+    std::vector<std::string> names;
+    for (const Attribute& one : attributes)
+        names.emplace_back(one.name);
+    return names;
+}
+
+bool CaptureSlots::isAttribute(std::string_view lasName) {
+    return findAttribute(lasName) != nullptr;
 }
 
 std::map<std::string, std::string> CaptureSlots::defaultNames() {

@@ -6,11 +6,15 @@
 #include "geom/PhysicalSpace.hpp"
 #include "sheaf/TypedArray.hpp"
 
+#include <cstddef>
+#include <functional>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <typeinfo>
+#include <vector>
 
 namespace ExportLib {
 
@@ -48,8 +52,21 @@ public:
     /// Lets go of all arrays.
     void clear() { *this = {}; }
 
-    /// Whether capture() would take an array of that element type under that name.
-    [[nodiscard]] static bool takes(std::string_view lasName, const std::type_info& elementType);
+    /// Calls visit(name, elements) for each attribute with an array, the longer one where there are two.
+    void
+    forEachFilled(const std::function<void(std::string_view lasName, std::size_t elements)>& visit) const;
+
+    /// Which of an attribute's slots takes arrays of an element type, by its number; nothing where none does. Values
+    /// in slot 0 go before those in slot 1.
+    [[nodiscard]] static std::optional<std::size_t> slotOf(std::string_view lasName,
+                                                           const std::type_info& elementType);
+
+    /// The element types that an attribute takes, in the order of its slots.
+    [[nodiscard]] static std::vector<const std::type_info*> elementTypes(std::string_view lasName);
+
+    /// All attributes.
+    [[nodiscard]] static std::vector<std::string> names();
+    [[nodiscard]] static bool isAttribute(std::string_view lasName);
 
     /// The attributes that fields of the same name become when nothing else is asked for.
     [[nodiscard]] static std::map<std::string, std::string> defaultNames();

@@ -3,14 +3,15 @@
 
 #include "anchor/Cache.hpp"
 #include "convlib/ExporterRegistration.hpp"
+#include "convlib/ReferenceVertices.hpp"
 #include "las/CaptureSlots.hpp"
 #include "las/LasBox.hpp"
-#include "las/lasHeader.hpp"
+#include "las/lasRules.hpp"
 #include "sheaf/Grid.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 
 #include <cstdint>
-#include <unordered_set>
+#include <map>
 #include <utility>
 
 namespace ExportLib {
@@ -28,59 +29,51 @@ std::uint32_t mebibytesInUse() {
     return static_cast<std::uint32_t>(static_cast<std::uint64_t>(bytes * 9.5367431640625e-07));
 }
 
-/// The number of points of an array, modulo 2^32; 0 where there is no array to be had.
-std::uint32_t pointCount(const Sheaf::CreativeArrayBase& creator) {
-    const auto extents = Sheaf::getSize(creator);
-    if (!extents)
-        return 0;
-    std::uint32_t count = 1;
-    for (std::size_t axis = 0; axis < extents->rank(); ++axis)
-        count *= static_cast<std::uint32_t>((*extents)[axis]);
-    return count;
-}
-
 /// The export of one grid.
 class GridStep {
 public:
-    GridStep(ExportPointCloudToLas& exporter, const LasBox::Report& report,
-             Anchor::StrongPtr<Sheaf::Grid> grid)
+    GridStep(ExportPointCloudToLas& exporter, const LasBox::Host& host, Anchor::StrongPtr<Sheaf::Grid> grid)
         : exporter_(exporter),
-          report_(report),
+          host_(host),
           grid_(std::move(grid)) {}
 
     /// False where the slice is to be left.
     bool run();
 
 private:
+    bool exportFragments();
     void expandBounds();
     void announce(std::string_view field, const Fragment& fragment,
                   const Sheaf::CreativeArrayBase& data) const;
     bool mayGoOn(std::uint64_t write, std::uint64_t count);
     bool exportFragment(const Fragment& fragment);
-    [[nodiscard]] std::string fileName(const std::string& suffix) const;
-    [[nodiscard]] Anchor::StrongPtr<LasBox> makeBox(const Box& bounds, const std::string& name) const;
-    void captureFields(const Fragment& fragment);
+    [[nodiscard]] Box boundsOfTile(const Sheaf::CreativeArrayBase& positions) const;
+    [[nodiscard]] Anchor::StrongPtr<LasBox> makeBox(const Box& bounds, const Fragment& fragment,
+                                                    bool tiled) const;
+    void fillSlots(const Fragment& fragment);
 
     ExportPointCloudToLas& exporter_;
-    const LasBox::Report& report_;
+    const LasBox::Host& host_;
     Anchor::StrongPtr<Sheaf::Grid> grid_;
     Anchor::StrongPtr<Sheaf::Representation> representation_;
     Anchor::StrongPtr<Sheaf::Field> positions_;
     Box bounds_{new Geom::BoundingBox};
+    std::map<const Sheaf::CreativeArrayBase*, Box> boundsOfFragments_;
     Anchor::StrongPtr<LasBox> tile_;
 };
 
 bool GridStep::run() {
-    const auto skeleton = grid_->findHighestHomogenousVertexRefinement(100000000);
-    const auto chart = grid_->findCartesianChart("");
-    if (!chart || !skeleton)
-        return true;
-    representation_ = skeleton->representations()(chart);
+    const bool goesOn = exportFragments();
+    if (tile_)
+        tile_->tellSupplies();
+    return goesOn;
+}
+
+bool GridStep::exportFragments() {
+    representation_ = ConvLib::findReferenceVertices(*grid_).representation;
     if (!representation_)
         return true;
-    positions_ = representation_->findField("Positions");
-    if (!positions_)
-        return true;
+    positions_ = representation_->Positions();
     const std::vector<Fragment> fragments = positions_->getFragmentIDs();
     expandBounds();
     std::uint64_t write = 1;
@@ -99,7 +92,10 @@ void GridStep::expandBounds() {
     positions_->forEachFragment([&](const Fragment& fragment, const Sheaf::Field::Creator& data) {
         exporter_.askWhetherToStop();
         announce("Positions", fragment, *data);
-        Sheaf::ExpandBBox(*bounds_, *data, true);
+        if (const Box bounds = Sheaf::boundsOf(*data, true, host_.askWhetherToStop)) {
+            bounds_->expand(*bounds);
+            boundsOfFragments_.emplace(data.get(), bounds);
+        }
         return true;
     });
 }
@@ -118,6 +114,14 @@ bool GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {
     return exporter_.Progress->progress(text, write, count);
 }
 
+/// The box of a fragment, known from that of the field. An array that had no coordinates then is asked for again.
+Box GridStep::boundsOfTile(const Sheaf::CreativeArrayBase& positions) const {
+    const auto known = boundsOfFragments_.find(&positions);
+    Box bounds = known != boundsOfFragments_.end() ? known->second
+                                                   : Sheaf::boundsOf(positions, true, host_.askWhetherToStop);
+    return bounds ? bounds : Box(new Geom::BoundingBox);
+}
+
 /// Writes a fragment; false where there is nothing to write for want of positions.
 bool GridStep::exportFragment(const Fragment& fragment) {
     const auto creator = positions_->getCreator(fragment);
@@ -130,14 +134,14 @@ bool GridStep::exportFragment(const Fragment& fragment) {
     if (Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data))
         return true;
     if (exporter_.tiles) {
-        const Box bounds{new Geom::BoundingBox};
-        Sheaf::ExpandBBox(*bounds, *creator, true);
+        if (tile_)
+            tile_->tellSupplies();
         // The file before stays open until this one is: the assignment comes last.
-        tile_ = makeBox(bounds, fileName("_" + (fragment ? fragment->name() : "Unfragmented")));
+        tile_ = makeBox(boundsOfTile(*creator), fragment, true);
     } else if (!tile_) {
-        tile_ = makeBox(bounds_, fileName(""));
+        tile_ = makeBox(bounds_, fragment, false);
     }
-    captureFields(fragment);
+    fillSlots(fragment);
     data.reset();
     ++exporter_.FragmentCount;
     if (!tile_->slots().positions) {
@@ -150,42 +154,29 @@ bool GridStep::exportFragment(const Fragment& fragment) {
     return true;
 }
 
-std::string GridStep::fileName(const std::string& suffix) const {
-    // The last dot of the whole path, that of a folder too: hosts that hand over "run.3/cloud" have always
-    // got "run.laz". A path without one is taken whole.
-    const std::string& path = exporter_.OutputPath;
-    return path.substr(0, path.rfind('.')) + suffix + (exporter_.uncompressed ? ".las" : ".laz");
+Anchor::StrongPtr<LasBox> GridStep::makeBox(const Box& bounds, const Fragment& fragment, bool tiled) const {
+    return Anchor::makeStrong<LasBox>(
+        exporter_.Day, exporter_.Year, bounds, *representation_,
+        lasFileName(exporter_.OutputPath, fragment, tiled, exporter_.uncompressed), exporter_.Version,
+        exporter_.PointSourceID, grid_, host_);
 }
 
-Anchor::StrongPtr<LasBox> GridStep::makeBox(const Box& bounds, const std::string& name) const {
-    return Anchor::makeStrong<LasBox>(exporter_.Day, exporter_.Year, bounds, *representation_, name,
-                                      exporter_.Version, exporter_.PointSourceID, grid_, report_);
-}
-
-void GridStep::captureFields(const Fragment& fragment) {
+void GridStep::fillSlots(const Fragment& fragment) {
     const auto chart = grid_->makeCartesianChart(std::string(Sheaf::Grid::standardChart), 0);
     const auto skeleton = grid_->skeletons().findVertices(-1);
     if (!skeleton)
         return;
     CaptureSlots& slots = tile_->slots();
     slots.clear();
-    std::unordered_set<std::string> handled;
-    skeleton->iterate_fields([&](const Sheaf::FieldID& id, const Sheaf::Field&) {
-        std::string name = id.name();
-        if (!exporter_.UseThisField(name) || handled.contains(name))
-            return true;
-        const auto field = grid_->getField(chart, name, skeleton);
-        const auto creator = field ? field->getCreator(fragment) : nullptr;
-        const auto data = creator ? creator->create(false) : nullptr;
-        if (!data)
-            return true;
-        const auto renamed = exporter_.RenameMap.find(name);
-        if (renamed != exporter_.RenameMap.end())
-            name = renamed->second;
-        slots.capture(name, data);
-        handled.insert(std::move(name));
-        return true;
-    });
+    captureFields(
+        *grid_, chart, skeleton, fragment,
+        [&](const std::string& name) { return exporter_.UseThisField(name); },
+        [](const Sheaf::Field::Creator& creator) { return creator->create(false); },
+        // Looked up only now: the host may have changed the map while the data was made.
+        [&](const std::string& name) { return attributeOf(exporter_.RenameMap, name); },
+        [&](const std::string& attribute, const std::string&,
+            const Anchor::StrongPtr<Anchor::Cacheable>& data) { slots.capture(attribute, data); },
+        [](const std::string&) {});
 }
 
 } // namespace
@@ -213,7 +204,8 @@ bool ExportPointCloudToLas::Run() {
     static_cast<void>(printParameters());
     if (RenameMap.empty())
         RenameMap = DefaultRenameMap();
-    const LasBox::Report report = [this](const ConvLib::WrittenFile& file) { recordWrittenFile(file); };
+    const LasBox::Host host{[this](const ConvLib::WrittenFile& file) { recordWrittenFile(file); }, Observer(),
+                            [this] { askWhetherToStop(); }};
     for (const auto& [time, weakSlice] : bundle->slices()) {
         const auto slice = weakSlice.lock();
         if (!slice || !UseThisTime(time))
@@ -224,7 +216,7 @@ bool ExportPointCloudToLas::Run() {
             if (!grid || !UseThisGrid(name))
                 continue;
             takeUpGrid(time, name);
-            if (!GridStep(*this, report, grid).run())
+            if (!GridStep(*this, host, grid).run())
                 break;
         }
     }
@@ -233,18 +225,6 @@ bool ExportPointCloudToLas::Run() {
 
 std::map<std::string, std::string> ExportPointCloudToLas::DefaultRenameMap() {
     return CaptureSlots::defaultNames();
-}
-
-bool ExportPointCloudToLas::Carries(std::string_view lasName, const std::type_info& elementType) {
-    return CaptureSlots::takes(lasName, elementType);
-}
-
-ExportPointCloudToLas::Axis ExportPointCloudToLas::AxisOf(double lower, double upper) {
-    if (!(lower <= upper))
-        lower = upper = 0;
-    LASheader header;
-    setExtent(header, {lower, 0, 0}, {upper, 0, 0});
-    return {header.x_offset, header.x_scale_factor};
 }
 
 } // namespace ExportLib

@@ -3,12 +3,8 @@
 
 #include "convlib/BasicConverterDefs.hpp"
 
-#include <cstdint>
-#include <limits>
 #include <map>
 #include <string>
-#include <string_view>
-#include <typeinfo>
 
 namespace ExportLib {
 
@@ -21,7 +17,8 @@ namespace ExportLib {
 ///
 /// Run() asks the progress reporter before each fragment; a refusal skips the fragment and leaves
 /// "Interrupted" in Errors. A fragment without positions to write ends its slice with "No positions to
-/// export". Output errors show in writtenFiles() only. docs/las.md has the attributes and the quirks.
+/// export". Output errors show in writtenFiles() only. docs/las.md has the attributes and the quirks. LasPlan
+/// tells beforehand what becomes of a grid; an observer is told what becomes of values.
 class TIDEWATCH_API ExportPointCloudToLas : public ConvLib::BasicConverterDefs {
 public:
     ExportPointCloudToLas();
@@ -54,30 +51,6 @@ public:
 
     /// The twelve names that a run without a rename map knows, each standing for itself.
     [[nodiscard]] static std::map<std::string, std::string> DefaultRenameMap();
-
-    /// Whether an array of that element type becomes the LAS attribute of that name. Fields for which it is
-    /// false are left out of files without a word.
-    [[nodiscard]] static bool Carries(std::string_view lasName, const std::type_info& elementType);
-
-    /// How the files of an export store coordinates along an axis: as 32-bit numbers of steps from an offset,
-    /// both in coordinate units.
-    struct Axis {
-        double offset;
-        double step;
-
-        /// The coordinates of the smallest and of the largest number. Points beyond them are written, but
-        /// their numbers wrap.
-        [[nodiscard]] double lowest() const noexcept {
-            return offset + step * std::numeric_limits<std::int32_t>::min();
-        }
-        [[nodiscard]] double highest() const noexcept {
-            return offset + step * std::numeric_limits<std::int32_t>::max();
-        }
-    };
-
-    /// The axis of a file whose points (all of the grid's, or with `tiles` those of the fragment) reach from
-    /// `lower` to `upper`; `lower` above `upper` stands for no points.
-    [[nodiscard]] static Axis AxisOf(double lower, double upper);
 };
 
 } // namespace ExportLib

@@ -2,14 +2,18 @@
 #include "las/LasBox.hpp"
 
 #include "anchor/Console.hpp"
+#include "convlib/BasicConverterDefs.hpp"
+#include "las/LasPlan.hpp"
 #include "las/fileIsComplete.hpp"
 #include "las/lasHeader.hpp"
+#include "las/lasRules.hpp"
 #include "las/lasValues.hpp"
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <ctime>
-#include <set>
+#include <limits>
 #include <utility>
 
 #ifdef TIDEWATCH_LASLIB_HALTS
@@ -31,17 +35,91 @@ std::array<double, 3> cornerOf(const Geom::PhysicalSpace::point& corner, const G
             orZero(corner.z, box.lower().z, box.upper().z)};
 }
 
+/// How 16-bit numbers differ from what they stand for.
+struct ShortChanges {
+    std::uint64_t wrapped = 0;
+    std::uint64_t rounded = 0;
+    /// In units of the number.
+    double most = 0;
+
+    void note(double value, std::uint16_t stored) noexcept {
+        const double change = std::abs(value - stored);
+        if (change == 0)
+            return;
+        // Also false for what is not a number.
+        if (!(change < 1)) {
+            ++wrapped;
+            return;
+        }
+        ++rounded;
+        if (change > most) [[unlikely]]
+            most = change;
+    }
+};
+
+/// Points that several values may count for, each once.
+struct PointCount {
+    std::uint64_t points = 0;
+    std::size_t last = std::numeric_limits<std::size_t>::max();
+
+    void note(std::size_t point) noexcept {
+        points += point != last ? 1U : 0U;
+        last = point;
+    }
+};
+
+/// How far stored coordinates lie from those handed over.
+struct PositionChanges {
+    /// In steps: smaller changes are those of floating-point numbers and not counted.
+    static constexpr double noise = 1e-6;
+
+    /// Points of which a coordinate was rounded, and points of which one does not fit or is not a number.
+    std::uint64_t rounded = 0;
+    std::uint64_t strays = 0;
+    /// The greatest change along each axis, in steps.
+    double x = 0;
+    double y = 0;
+    double z = 0;
+
+    void note(double byX, double byY, double byZ) noexcept {
+        // What fits is rounded by half a step at most, what does not is off by 2^31 steps and more.
+        const double sum = byX + byY + byZ;
+        if (!(sum < 2)) {
+            ++strays;
+            return;
+        }
+        rounded += sum > noise ? 1U : 0U;
+        if (byX > x) [[unlikely]]
+            x = byX;
+        if (byY > y) [[unlikely]]
+            y = byY;
+        if (byZ > z) [[unlikely]]
+            z = byZ;
+    }
+};
+
 } // namespace
+
+struct LasBox::Changes {
+    PositionChanges positions;
+    std::uint64_t highClasses = 0;
+    PointCount highReturns;
+    PointCount wideFlags;
+    std::uint64_t fineAngles = 0;
+    std::uint64_t wholeAngles = 0;
+    ShortChanges reflectance;
+    ShortChanges amplitude;
+};
 
 LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
                const Sheaf::Representation& representation, std::string fileName, const int& version,
-               const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Report report)
+               const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Host host)
     : number_(boxCount++),
       version_(version),
       fileName_(std::move(fileName)),
       pointSourceID_(pointSourceID),
       grid_(std::move(grid)),
-      report_(std::move(report)) {
+      host_(std::move(host)) {
 #ifdef TIDEWATCH_LASLIB_HALTS
     // Releases that have this switch would otherwise end the host's process with their first error.
     halt_on_error(false);
@@ -51,9 +129,9 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
     setExtent(header_, cornerOf(box->lower(), *box), cornerOf(box->upper(), *box));
     setIdentification(header_);
     setCreationDate(header_, day, year, std::time(nullptr));
-    if (representation.findField("RGB"))
-        addColor(header_);
-    addAttributes();
+    addAttributes(representation);
+    if (host_.observer)
+        tellAxes(*box);
     point_.init(&header_, header_.point_data_format, header_.point_data_record_length, &header_);
     opener_.set_file_name(fileName_.c_str());
     writer_.reset(opener_.open(&header_));
@@ -61,27 +139,31 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
         failed_ = true;
 }
 
-void LasBox::addAttributes() {
-    const auto skeleton = grid_->skeletons().findVertices(-1);
-    if (!skeleton)
+void LasBox::addAttributes(const Sheaf::Representation& representation) {
+    const RecordRoom room = roomOfRecords(*grid_, representation);
+    if (room.colors)
+        addColor(header_);
+    if (!grid_->skeletons().findVertices(-1))
         return;
     grid_->makeCartesianChart(std::string(Sheaf::Grid::standardChart), 0);
-    std::set<std::string> names;
-    skeleton->iterate_fields([&](const Sheaf::FieldID& id, const Sheaf::Field&) {
-        names.insert(id.name());
-        return true;
-    });
-    // The name alone decides. Whether a field may be used, or can be, is seen only when points are written;
-    // the attribute is then there with zeros.
-    for (const std::string& name : names) {
-        if (name == "Reflectance")
-            reflectanceStart_ = addReflectance(header_);
-        else if (name == "Amplitude")
-            amplitudeStart_ = addAmplitude(header_);
-        else
-            continue;
-        hasAttributes_ = true;
-    }
+    if (room.amplitude)
+        amplitudeStart_ = addAmplitude(header_);
+    if (room.reflectance)
+        reflectanceStart_ = addReflectance(header_);
+    hasAttributes_ = room.amplitude || room.reflectance;
+}
+
+void LasBox::tellAxes(const Geom::BoundingBox& box) const {
+    const auto axis = [](double offset, double step, double lower, double upper) {
+        using Number = std::numeric_limits<std::int32_t>;
+        return ConvLib::StoredAxis{offset, step, offset + step * Number::min(), offset + step * Number::max(),
+                                   lower,  upper};
+    };
+    const auto& lower = box.lower();
+    const auto& upper = box.upper();
+    host_.observer->fileBegins(fileName_, {axis(header_.x_offset, header_.x_scale_factor, lower.x, upper.x),
+                                           axis(header_.y_offset, header_.y_scale_factor, lower.y, upper.y),
+                                           axis(header_.z_offset, header_.z_scale_factor, lower.z, upper.z)});
 }
 
 LasBox::~LasBox() {
@@ -103,7 +185,7 @@ void LasBox::finish() noexcept {
     }
     try {
         failed_ = failed_ || !fileIsComplete(fileName_, bytes, header_, total_);
-        report_({fileName_, bytes, total_, failed_});
+        host_.report({fileName_, bytes, total_, failed_});
     } catch (...) {
         // No memory for the record: the host sees a file that nobody has vouched for.
     }
@@ -113,21 +195,25 @@ void LasBox::writePoints(std::uint32_t count) {
     // A box whose file could not be made has nowhere to write to; its failure is on record already.
     if (!writer_)
         return;
-    total_ += count;
-    if (!slots_.returnNumber)
-        pointsByReturn_[0] += count;
-    const std::uint64_t violations = version_ == 4 ? writePointsOf<true>(count) : writePointsOf<false>(count);
+    const bool isExtended = version_ == 4;
+    std::uint64_t violations = 0;
+    if (host_.observer) {
+        noteSupplies(count);
+        violations = isExtended ? writePointsOf<true, true>(count) : writePointsOf<false, true>(count);
+    } else {
+        violations = isExtended ? writePointsOf<true, false>(count) : writePointsOf<false, false>(count);
+    }
     if (violations != 0)
         Anchor::Console() << "Warning: For " << std::to_string(violations)
                           << " points the return number exceeds the las-specs! (greater than 5 or 15 if "
                              "extended)";
 }
 
-template <bool isExtended>
+template <bool isExtended, bool isObserved>
 std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     // The older formats hold 3 bits, so 6 and 7 pass although the format's own limit, which the warning
     // names, is 5. Deliberate: sensors that count to 7 keep their numbers.
-    constexpr unsigned returnLimit = isExtended ? 15 : 7;
+    constexpr unsigned returnLimit = LasSettings::returnLimit(isExtended);
 
     const auto positions = elements(slots_.positions);
     const auto classification = elements(slots_.classification);
@@ -152,9 +238,21 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         amplitudeStart_ >= 0 && !slots_.amplitude ? elements(slots_.amplitudeFloat) : Floats();
 
     std::uint64_t violations = 0;
-    const auto limited = [&](unsigned number) {
-        violations += number > returnLimit ? 1U : 0U;
-        return std::min(number, returnLimit);
+    [[maybe_unused]] Changes changes;
+    const auto limited = [&](unsigned number, [[maybe_unused]] std::size_t point) {
+        if (number <= returnLimit)
+            return number;
+        ++violations;
+        if constexpr (isObserved)
+            changes.highReturns.note(point);
+        return returnLimit;
+    };
+    const auto flag = [&](unsigned value, [[maybe_unused]] std::size_t point) {
+        if constexpr (isObserved) {
+            if (value > 1)
+                changes.wideFlags.note(point);
+        }
+        return value;
     };
 
     const LASquantizer quantizer = static_cast<const LASquantizer&>(header_);
@@ -171,79 +269,191 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
 
     if (pointSourceID_ > 0)
         point.point_source_ID = static_cast<U16>(pointSourceID_);
-    for (std::size_t i = 0; i < count; ++i) {
-        if (i < positions.size()) {
-            const Geom::PhysicalSpace::point& p = positions[i];
-            point.X = quantizedCoordinate(p.x, quantizer.x_offset, quantizer.x_scale_factor);
-            point.Y = quantizedCoordinate(p.y, quantizer.y_offset, quantizer.y_scale_factor);
-            point.Z = quantizedCoordinate(p.z, quantizer.z_offset, quantizer.z_scale_factor);
-        }
-        if (i < classification.size()) {
-            if constexpr (isExtended)
-                point.extended_classification = classification[i];
-            else
-                point.classification = classification[i] & 0x1F;
-        }
-        if (i < intensity.size())
-            point.intensity = intensity[i];
-        if (i < returnNumber.size()) {
-            ownReturn = limited(returnNumber[i]);
-            if (ownReturn != 0)
-                ++pointsByReturn_[ownReturn - 1];
-        }
-        if (i < numberOfReturns.size())
-            allReturns = limited(numberOfReturns[i]);
-        if (i < scanDirectionFlag.size())
-            direction = scanDirectionFlag[i];
-        if (i < edgeOfFlightLine.size())
-            edge = edgeOfFlightLine[i];
-        if constexpr (isExtended) {
-            point.extended_return_number = ownReturn & 0xF;
-            point.extended_number_of_returns = allReturns & 0xF;
-        } else {
-            point.return_number = ownReturn & 0x7;
-            point.number_of_returns = allReturns & 0x7;
-        }
-        point.scan_direction_flag = direction & 1;
-        point.edge_of_flight_line = edge & 1;
-        if (i < scanAngle.size())
-            point.extended_scan_angle = scanAngle[i];
-        if (i < scanAngleRank.size()) {
-            point.scan_angle_rank = static_cast<I8>(scanAngleRank[i]);
-            // Stored as it is, although the wider field counts in steps of 0.006 degrees: files have always
-            // been that way, and what reads them expects whole degrees there. It wins over a finer angle.
-            if constexpr (isExtended)
-                point.extended_scan_angle = scanAngleRank[i];
-        }
-        if (i < userData.size())
-            point.user_data = userData[i];
-        if (i < pointSourceID.size())
-            point.point_source_ID = pointSourceID[i];
-        if (i < gpsTime.size())
-            point.gps_time = gpsTime[i];
-        if (i < rgb.size()) {
-            // 0 to 255 as they are, although LAS asks for the full 16 bits: viewers in use take them so.
-            point.rgb[0] = rgb[i].red();
-            point.rgb[1] = rgb[i].green();
-            point.rgb[2] = rgb[i].blue();
-        }
+    constexpr std::size_t block = ConvLib::BasicConverterDefs::stopInterval;
+    for (std::size_t begin = 0; begin < count; begin += block) {
+        if (host_.askWhetherToStop)
+            host_.askWhetherToStop();
+        const std::size_t end = std::min<std::size_t>(count, begin + block);
+        // Counted block by block: a run that is stopped here leaves a file that tells what is in it.
+        total_ += end - begin;
+        if (!slots_.returnNumber)
+            pointsByReturn_[0] += static_cast<std::uint32_t>(end - begin);
+        for (std::size_t i = begin; i < end; ++i) {
+            if (i < positions.size()) {
+                const Geom::PhysicalSpace::point& p = positions[i];
+                const double x = stepsFromOffset(p.x, quantizer.x_offset, quantizer.x_scale_factor);
+                const double y = stepsFromOffset(p.y, quantizer.y_offset, quantizer.y_scale_factor);
+                const double z = stepsFromOffset(p.z, quantizer.z_offset, quantizer.z_scale_factor);
+                point.X = quantizedSteps(x);
+                point.Y = quantizedSteps(y);
+                point.Z = quantizedSteps(z);
+                if constexpr (isObserved)
+                    changes.positions.note(std::abs(x - point.X), std::abs(y - point.Y),
+                                           std::abs(z - point.Z));
+            }
+            if (i < classification.size()) {
+                if constexpr (isExtended)
+                    point.extended_classification = classification[i];
+                else
+                    point.classification = classification[i] & 0x1F;
+                if constexpr (isObserved && !isExtended)
+                    changes.highClasses += classification[i] > 0x1F ? 1U : 0U;
+            }
+            if (i < intensity.size())
+                point.intensity = intensity[i];
+            if (i < returnNumber.size()) {
+                ownReturn = limited(returnNumber[i], i);
+                if (ownReturn != 0)
+                    ++pointsByReturn_[ownReturn - 1];
+            }
+            if (i < numberOfReturns.size())
+                allReturns = limited(numberOfReturns[i], i);
+            if (i < scanDirectionFlag.size())
+                direction = flag(scanDirectionFlag[i], i);
+            if (i < edgeOfFlightLine.size())
+                edge = flag(edgeOfFlightLine[i], i);
+            if constexpr (isExtended) {
+                point.extended_return_number = ownReturn & 0xF;
+                point.extended_number_of_returns = allReturns & 0xF;
+            } else {
+                point.return_number = ownReturn & 0x7;
+                point.number_of_returns = allReturns & 0x7;
+            }
+            point.scan_direction_flag = direction & 1;
+            point.edge_of_flight_line = edge & 1;
+            if (i < scanAngle.size()) {
+                point.extended_scan_angle = scanAngle[i];
+                if constexpr (isObserved && !isExtended)
+                    changes.fineAngles += scanAngle[i] != 0 ? 1U : 0U;
+            }
+            if (i < scanAngleRank.size()) {
+                point.scan_angle_rank = static_cast<I8>(scanAngleRank[i]);
+                // Stored as it is, although the wider field counts in steps of 0.006 degrees: files have always
+                // been that way, and what reads them expects whole degrees there. It wins over a finer angle.
+                if constexpr (isExtended)
+                    point.extended_scan_angle = scanAngleRank[i];
+                if constexpr (isObserved && isExtended)
+                    changes.wholeAngles += scanAngleRank[i] != 0 ? 1U : 0U;
+            }
+            if (i < userData.size())
+                point.user_data = userData[i];
+            if (i < pointSourceID.size())
+                point.point_source_ID = pointSourceID[i];
+            if (i < gpsTime.size())
+                point.gps_time = gpsTime[i];
+            if (i < rgb.size()) {
+                // 0 to 255 as they are, although LAS asks for the full 16 bits: viewers in use take them so.
+                point.rgb[0] = rgb[i].red();
+                point.rgb[1] = rgb[i].green();
+                point.rgb[2] = rgb[i].blue();
+            }
 
-        accepted = writer.write_point(&point) && accepted;
+            accepted = writer.write_point(&point) && accepted;
 
-        // Only now, so each point is written with the Reflectance and Amplitude of the one before it, and the
-        // first of a file with zeros. Files of the past are shifted in the same way, and programs that
-        // compensate for it must not shift twice: keep the order.
-        if (i < reflectance.size())
-            point.set_attribute(reflectanceStart_, rawReflectance(reflectance[i]));
-        if (i < amplitude.size())
-            point.set_attribute(amplitudeStart_, U16{amplitude[i]});
-        else if (i < amplitudeFloat.size())
-            point.set_attribute(amplitudeStart_, rawAmplitude(amplitudeFloat[i]));
-        if (hasAttributes_)
-            writer.update_inventory(&point);
+            // Only now, so each point is written with the Reflectance and Amplitude of the one before it, and the
+            // first of a file with zeros. Files of the past are shifted in the same way, and programs that
+            // compensate for it must not shift twice: keep the order.
+            if (i < reflectance.size()) {
+                const std::uint16_t raw = rawReflectance(reflectance[i]);
+                point.set_attribute(reflectanceStart_, U16{raw});
+                if constexpr (isObserved)
+                    changes.reflectance.note((static_cast<double>(reflectance[i]) + 25) * 2184, raw);
+            }
+            if (i < amplitude.size()) {
+                point.set_attribute(amplitudeStart_, U16{amplitude[i]});
+            } else if (i < amplitudeFloat.size()) {
+                const std::uint16_t raw = rawAmplitude(amplitudeFloat[i]);
+                point.set_attribute(amplitudeStart_, U16{raw});
+                if constexpr (isObserved)
+                    changes.amplitude.note(static_cast<double>(amplitudeFloat[i]), raw);
+            }
+            if (hasAttributes_)
+                writer.update_inventory(&point);
+        }
+        failed_ = failed_ || !accepted;
     }
-    failed_ = failed_ || !accepted;
+    if constexpr (isObserved) {
+        // A copy: what others get to see does not stay in registers, in the loop either.
+        const Changes result = changes;
+        tell(result, count);
+    }
     return violations;
+}
+
+void LasBox::noteSupplies(std::uint32_t count) {
+    slots_.forEachFilled([&](std::string_view attribute, std::size_t elements) {
+        if (elements == 0 || !hasRoomFor(attribute))
+            return;
+        Supply& supply = supplies_[attribute];
+        const std::uint64_t values = std::min<std::uint64_t>(elements, count);
+        supply.values += values;
+        supply.surplus += elements - values;
+    });
+}
+
+/// Whether values of an attribute are stored at all.
+bool LasBox::hasRoomFor(std::string_view attribute) const {
+    if (attribute == "GPSTime")
+        return hasGpsTime(header_);
+    if (attribute == "RGB")
+        return hasColor(header_);
+    if (attribute == "Reflectance")
+        return reflectanceStart_ >= 0;
+    if (attribute == "Amplitude")
+        return amplitudeStart_ >= 0;
+    return attribute != "PointSourceID" || pointSourceID_ <= 0;
+}
+
+void LasBox::tellSupplies() const {
+    using ConvLib::ValueChange;
+    if (!host_.observer)
+        return;
+    for (const auto& [attribute, supply] : supplies_) {
+        tell(attribute, ValueChange::Surplus, supply.surplus, supply.values + supply.surplus);
+        tell(attribute, ValueChange::Repeated, total_ - supply.values, total_);
+    }
+}
+
+/// Counts come before the positions, so that an observer knows what to look for in them.
+void LasBox::tell(const Changes& changes, std::uint32_t count) const {
+    using ConvLib::ValueChange;
+    const auto used = [count](const auto& slot) {
+        const auto all = elements(slot);
+        return all.first(std::min<std::size_t>(all.size(), count));
+    };
+    const auto positions = used(slots_.positions);
+    const PositionChanges& moved = changes.positions;
+    const std::pair<std::string_view, double> axes[] = {
+        {"Positions.x", moved.x}, {"Positions.y", moved.y}, {"Positions.z", moved.z}};
+    for (const auto& [axis, most] : axes) {
+        if (most > PositionChanges::noise)
+            tell(axis, ValueChange::Rounded, moved.rounded, positions.size(), most * coordinateStep);
+    }
+    tell("Positions", ValueChange::Wrapped, moved.strays, positions.size());
+    tell("Classification", ValueChange::Truncated, changes.highClasses, used(slots_.classification).size());
+    tell("ReturnNumber, NumberOfReturns", ValueChange::Clamped, changes.highReturns.points, count);
+    tell("ScanDirectionFlag, EdgeOfFlightLine", ValueChange::Truncated, changes.wideFlags.points, count);
+    tell("ScanAngleRank", ValueChange::Dropped, changes.fineAngles, used(slots_.scanAngle).size());
+    tell("ScanAngleRank", ValueChange::OtherUnit, changes.wholeAngles, used(slots_.scanAngleRank).size());
+
+    const auto tellShorts = [&](std::string_view attribute, const ShortChanges& changed, std::uint64_t values,
+                                double unit) {
+        tell(attribute, ValueChange::Shifted, values, values);
+        tell(attribute, ValueChange::Wrapped, changed.wrapped, values);
+        tell(attribute, ValueChange::Rounded, changed.rounded, values, changed.most * unit);
+    };
+    if (reflectanceStart_ >= 0)
+        tellShorts("Reflectance", changes.reflectance, used(slots_.reflectance).size(), reflectanceStep);
+    if (amplitudeStart_ >= 0)
+        tellShorts("Amplitude", changes.amplitude,
+                   slots_.amplitude ? used(slots_.amplitude).size() : used(slots_.amplitudeFloat).size(), 1);
+    host_.observer->positionsWritten(positions);
+}
+
+void LasBox::tell(std::string_view attribute, ConvLib::ValueChange change, std::uint64_t count,
+                  std::uint64_t total, double most) const {
+    if (count != 0)
+        host_.observer->valuesChanged({attribute, change, count, total, most});
 }
 
 } // namespace ExportLib

@@ -3,6 +3,7 @@
 
 #include "anchor/ReferenceBase.hpp"
 #include "anchor/StrongPtr.hpp"
+#include "convlib/RunObserver.hpp"
 #include "convlib/WrittenFile.hpp"
 #include "geom/BoundingBox.hpp"
 #include "las/CaptureSlots.hpp"
@@ -12,8 +13,10 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <laswriter.hpp>
 
@@ -25,19 +28,26 @@ namespace ExportLib {
 /// Between them fragments are captured and written, one after the other, on one thread.
 class LasBox : public Anchor::ReferenceBase<LasBox> {
 public:
-    /// Told once, when the file is complete or has failed; never for a version without a file.
-    using Report = std::function<void(const ConvLib::WrittenFile& file)>;
+    /// Whom a box turns to. What the observer and the question throw passes through.
+    struct Host {
+        /// Told once, when the file is complete or has failed; never for a version without a file.
+        std::function<void(const ConvLib::WrittenFile& file)> report;
+        /// Told of the axes before the file is made, and of values that change; may be null.
+        Anchor::StrongPtr<ConvLib::RunObserver> observer = {};
+        /// Asked every BasicConverterDefs::stopInterval points; may be empty.
+        std::function<void()> askWhetherToStop = {};
+    };
 
     /// `day` and `year` are those of setCreationDate(); an axis on which the box is empty counts as 0 to 0.
     /// Records get a colour where the representation has a field "RGB", and extra bytes where the grid has
     /// fields "Reflectance" and "Amplitude", whatever the element types of these fields are. Every point gets
     /// the point source ID where it is greater than 0.
     ///
-    /// With a version other than 2, 3 and 4 there is no file, and points are not written. Nothing is thrown
-    /// for a file that cannot be made.
+    /// With a version other than 2, 3 and 4 there is no file, and points are not written. A file that cannot be
+    /// made is not an error here.
     LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
            const Sheaf::Representation& representation, std::string fileName, const int& version,
-           const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Report report);
+           const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Host host);
     ~LasBox() override;
     LasBox(const LasBox&) = delete;
     LasBox& operator=(const LasBox&) = delete;
@@ -55,18 +65,35 @@ public:
     /// keeps what the point before had. Warns on the console of return numbers that the format cannot hold.
     void writePoints(std::uint32_t count);
 
+    /// Tells the observer, if there is one, for which points of the whole file values were missing, and which
+    /// values had no point.
+    void tellSupplies() const;
+
 private:
-    void addAttributes();
+    /// What becomes of a fragment's values.
+    struct Changes;
+    struct Supply {
+        std::uint64_t values = 0;
+        std::uint64_t surplus = 0;
+    };
+
+    void addAttributes(const Sheaf::Representation& representation);
+    void tellAxes(const Geom::BoundingBox& box) const;
     void finish() noexcept;
-    template <bool isExtended>
+    template <bool isExtended, bool isObserved>
     std::uint64_t writePointsOf(std::uint32_t count);
+    void noteSupplies(std::uint32_t count);
+    [[nodiscard]] bool hasRoomFor(std::string_view attribute) const;
+    void tell(const Changes& changes, std::uint32_t count) const;
+    void tell(std::string_view attribute, ConvLib::ValueChange change, std::uint64_t count,
+              std::uint64_t total, double most = 0) const;
 
     int number_;
     int version_;
     std::string fileName_;
     int pointSourceID_;
     Anchor::StrongPtr<Sheaf::Grid> grid_;
-    Report report_;
+    Host host_;
     /// Points of each return, the first in place 0. LAS 1.2 and 1.3 have room for 5; what the places behind
     /// count never reaches their headers.
     std::array<std::uint32_t, 15> pointsByReturn_{};
@@ -80,6 +107,8 @@ private:
     bool hasAttributes_ = false;
     bool failed_ = false;
     CaptureSlots slots_;
+    /// By attribute; kept for an observer only.
+    std::map<std::string_view, Supply> supplies_;
 };
 
 } // namespace ExportLib

@@ -82,9 +82,17 @@ void addColor(LASheader& header) {
     header.point_data_record_length = static_cast<U16>(header.point_data_record_length + 6);
 }
 
+bool hasGpsTime(const LASheader& header) noexcept {
+    return header.point_data_format != 0 && header.point_data_format != 2;
+}
+
+bool hasColor(const LASheader& header) noexcept {
+    return header.point_data_format == 2 || header.point_data_format == 7;
+}
+
 I32 addReflectance(LASheader& header) {
     LASattribute attribute(unsigned16, "BSG_Reflectance", "Reflectance between -25:5 [-]");
-    attribute.set_scale(1.0 / 2184.0);
+    attribute.set_scale(reflectanceStep);
     attribute.set_offset(-25.0);
     return addAttribute(header, attribute);
 }

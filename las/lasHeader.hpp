@@ -17,6 +17,9 @@ namespace ExportLib {
 /// The step between neighbouring coordinates, in coordinate units, on all axes.
 constexpr double coordinateStep = 0.00025;
 
+/// The step between neighbouring reflectances.
+constexpr double reflectanceStep = 1.0 / 2184.0;
+
 /// Sets version, point format and sizes for LAS 1.2, 1.3 or 1.4 (2, 3 or 4); false, and nothing is set, for
 /// any other number.
 [[nodiscard]] bool setVersion(LASheader& header, int version);
@@ -37,6 +40,10 @@ void setCreationDate(LASheader& header, int day, int year, std::time_t now);
 
 /// Makes room for a colour in each record.
 void addColor(LASheader& header);
+
+/// Whether records have a GPS time, and a colour.
+[[nodiscard]] bool hasGpsTime(const LASheader& header) noexcept;
+[[nodiscard]] bool hasColor(const LASheader& header) noexcept;
 
 /// Make room for an attribute in each record's extra bytes and describe it; give the place where it begins
 /// there.

@@ -23,14 +23,17 @@ namespace ExportLib {
     return value + std::copysign(0.5, value);
 }
 
-/// The integer that stands for a coordinate: the distance from the offset in steps of `scale`, which is
-/// positive, rounded half away from zero.
+/// The distance of a coordinate from the offset in steps of `scale`, which is positive.
 ///
-/// The distance is divided, never multiplied by the reciprocal: 2.499875 at offset 2 and scale 0.00025 lies a
-/// hair below 1999.5 steps that way and becomes 1999, and files are compared byte by byte.
-[[nodiscard]] inline std::int32_t quantizedCoordinate(double coordinate, double offset,
-                                                      double scale) noexcept {
-    return integerPart(awayFromZero((coordinate - offset) / scale));
+/// It is divided, never multiplied by the reciprocal: 2.499875 at offset 2 and scale 0.00025 lies a hair below
+/// 1999.5 steps that way and becomes 1999, and files are compared byte by byte.
+[[nodiscard]] inline double stepsFromOffset(double coordinate, double offset, double scale) noexcept {
+    return (coordinate - offset) / scale;
+}
+
+/// The integer that stands for a coordinate: its steps rounded half away from zero.
+[[nodiscard]] inline std::int32_t quantizedSteps(double steps) noexcept {
+    return integerPart(awayFromZero(steps));
 }
 
 /// The low 16 bits of the integer part: values that do not fit wrap. Beyond 32 bits, and for what is not a

@@ -28,7 +28,8 @@ enum class ValueChange {
 
 /// So many values of a field changed in the same way.
 struct ChangedValues {
-    /// The attribute or field that they belong to, "Positions" for coordinates.
+    /// The attribute or field that they belong to: "Positions" for points, "Positions.x" for coordinates along an
+    /// axis. Several that are counted together are separated by ", ".
     std::string_view attribute;
     ValueChange change;
     std::uint64_t count;

@@ -5,7 +5,9 @@
 #include "sheaf/MemArray.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 
-#include <utility>
+#include <algorithm>
+#include <cstddef>
+#include <span>
 
 namespace Sheaf {
 
@@ -26,27 +28,61 @@ std::optional<Extents> getSize(const CreativeArrayBase& creator) {
     return creator.extents();
 }
 
-bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate) {
-    if (const auto known = creator.knownBounds()) {
-        box.expand(*known);
+namespace {
+
+using Bounds = Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>;
+
+bool expandByArray(Geom::BoundingBox& box, const Anchor::StrongPtr<Anchor::Cacheable>& data,
+                   const std::function<void()>& mayGoOn) {
+    if (const auto lattice = Anchor::dynamicCast<UniformCartesianArray>(data)) {
+        lattice->expand(box);
         return true;
     }
-    bool mayBeEdited = creator.mayBeEdited();
-    const auto data = mayCreate ? creator.create(false) : creator.available();
-    Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds(new Geom::BoundingBox);
-    if (const auto lattice = Anchor::dynamicCast<UniformCartesianArray>(data)) {
-        lattice->expand(*bounds);
-        mayBeEdited = false;
-    } else if (const auto points = Anchor::dynamicCast<TypedArray<Geom::PhysicalSpace::point>>(data)) {
-        for (const Geom::PhysicalSpace::point& p : points->base_vector())
-            bounds->expand(p);
-    } else {
-        return data != nullptr;
+    const auto points = Anchor::dynamicCast<TypedArray<Geom::PhysicalSpace::point>>(data);
+    if (!points)
+        return false;
+    constexpr std::size_t block = 65536;
+    std::span<const Geom::PhysicalSpace::point> rest = points->base_vector();
+    while (!rest.empty()) {
+        if (mayGoOn)
+            mayGoOn();
+        const std::size_t size = std::min(block, rest.size());
+        for (const Geom::PhysicalSpace::point& p : rest.first(size))
+            box.expand(p);
+        rest = rest.subspan(size);
     }
-    box.expand(*bounds);
-    if (!mayBeEdited)
-        creator.rememberBounds(std::move(bounds));
     return true;
+}
+
+/// `hasArray` tells whether there was an array, or what is remembered of one.
+Bounds findBounds(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn,
+                  bool& hasArray) {
+    hasArray = true;
+    if (auto known = creator.knownBounds())
+        return known;
+    const auto data = mayCreate ? creator.create(false) : creator.available();
+    hasArray = data != nullptr;
+    Bounds bounds(new Geom::BoundingBox);
+    if (!expandByArray(*bounds, data, mayGoOn))
+        return nullptr;
+    // A lattice is a rule, which nobody edits.
+    if (!creator.mayBeEdited() || Anchor::dynamicCast<UniformCartesianArray>(data))
+        creator.rememberBounds(bounds);
+    return bounds;
+}
+
+} // namespace
+
+Bounds boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn) {
+    bool hasArray = false;
+    return findBounds(creator, mayCreate, mayGoOn, hasArray);
+}
+
+bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate) {
+    bool hasArray = false;
+    if (const Bounds bounds = findBounds(creator, mayCreate, {}, hasArray))
+        box.expand(*bounds);
+    return hasArray;
 }
 
 } // namespace Sheaf

@@ -5,6 +5,7 @@
 #include "geom/BoundingBox.hpp"
 #include "sheaf/MemBase.hpp"
 
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <typeinfo>
@@ -49,10 +50,17 @@ private:
 /// The size (extents) of the array that a creator makes; nothing where there is no array to be had.
 [[nodiscard]] TIDEWATCH_API std::optional<Extents> getSize(const CreativeArrayBase& creator);
 
-/// Widens a box by the coordinates of a creator's array: memory arrays of points and uniform lattices have
-/// some, other arrays do not. The array is made where that is needed and `mayCreate` allows it; without
-/// permission only what is in memory or remembered is looked at. False where that left the coordinates
-/// unknown. Throws what create() throws.
+/// The bounding box of a creator's array; null for an array without coordinates. Memory arrays of points and uniform
+/// lattices have some, and an empty box where there are no points. The box may be the one that the creator remembers, so
+/// it must not be changed.
+///
+/// The array is made where that is needed and `mayCreate` allows it; without permission only what is in memory or
+/// remembered is looked at. `mayGoOn`, unless it is empty, is called every 65 536 points, so that a host can stop the
+/// work. Throws what create() and `mayGoOn` throw.
+[[nodiscard]] TIDEWATCH_API Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>
+boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn = {});
+
+/// Widens a box by that of a creator's array, where it has one. False where there was no array to look at.
 TIDEWATCH_API bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate);
 
 } // namespace Sheaf

@@ -15,9 +15,9 @@ void fill(LasColumns::Column<T>& column, const Anchor::StrongPtr<Anchor::Cacheab
 
 } // namespace
 
-LasColumns LasColumns::load(const std::vector<LasMapping::Capture>& captures) {
+LasColumns LasColumns::load(const std::vector<ExportLib::LasPlan::Capture>& captures) {
     LasColumns columns;
-    for (const LasMapping::Capture& capture : captures) {
+    for (const ExportLib::LasPlan::Capture& capture : captures) {
         const auto data = capture.data->create(false);
         columns.forEach([&](std::string_view name, auto& column) {
             if (name == capture.attribute)

@@ -3,7 +3,7 @@
 
 #include "geom/Color.hpp"
 #include "geom/PhysicalSpace.hpp"
-#include "library/las/LasMapping.hpp"
+#include "las/LasPlan.hpp"
 #include "sheaf/TypedArray.hpp"
 
 #include <cstddef>
@@ -46,7 +46,7 @@ struct LasColumns {
     }
 
     /// Makes the arrays of a fragment. Throws what creators throw.
-    [[nodiscard]] static LasColumns load(const std::vector<LasMapping::Capture>& captures);
+    [[nodiscard]] static LasColumns load(const std::vector<ExportLib::LasPlan::Capture>& captures);
 
 private:
     template <class Columns, class Visitor>

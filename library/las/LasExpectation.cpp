@@ -26,11 +26,12 @@ std::uint16_t low16(double whole) {
 
 } // namespace
 
-LasExpectation::LasExpectation(const LasMapping& mapping, const LasSettings& settings, const LasAxes& axes)
-    : mapping_(mapping),
+LasExpectation::LasExpectation(const ExportLib::LasPlan& plan, const ExportLib::LasSettings& settings,
+                               const std::array<double, 3>& offsets)
+    : plan_(plan),
       settings_(settings) {
     // The number 0 on each axis, until there is a position.
-    point_.position = {axes[0].offset, axes[1].offset, axes[2].offset};
+    point_.position = {offsets[0], offsets[1], offsets[2]};
 }
 
 void LasExpectation::take(LasColumns columns) {
@@ -40,7 +41,8 @@ void LasExpectation::take(LasColumns columns) {
 const LasPoint& LasExpectation::point(std::size_t i) {
     applyLateValues();
     const bool isExtended = settings_.isExtended();
-    const unsigned returnLimit = lasReturnLimit(settings_);
+    // Bits of the fields: 4 in LAS 1.4, 3 before.
+    const unsigned returnLimit = isExtended ? 15 : 7;
     const auto limited = [&](unsigned char number) {
         return static_cast<std::uint8_t>(std::min<unsigned>(number, returnLimit));
     };
@@ -68,13 +70,13 @@ const LasPoint& LasExpectation::point(std::size_t i) {
     with(columns_.gpsTime, i, [&](double value) { point_.gpsTime = value; });
     with(columns_.rgb, i, [&](const auto& value) { std::copy_n(value.begin(), 3, point_.rgb.begin()); });
 
-    if (mapping_.hasReflectance)
+    if (plan_.hasReflectance)
         with(columns_.reflectance, i, [&](float value) {
             // In single precision; the rounding alone needs none.
             const float steps = (value + 25.0F) * 2184.0F;
             lateReflectance_ = low16(std::round(static_cast<double>(steps)));
         });
-    if (mapping_.hasAmplitude) {
+    if (plan_.hasAmplitude) {
         with(columns_.amplitude, i, [&](unsigned short value) { lateAmplitude_ = value; });
         if (!columns_.amplitude)
             with(columns_.amplitudeFloat, i,

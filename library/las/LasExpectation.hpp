@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "las/LasPlan.hpp"
 #include "library/las/LasColumns.hpp"
-#include "library/las/LasFindings.hpp"
-#include "library/las/LasMapping.hpp"
-#include "library/las/LasSettings.hpp"
 
 #include <array>
 #include <cstddef>
@@ -39,8 +37,9 @@ struct LasPoint {
 /// own code, which it serves to check.
 class LasExpectation {
 public:
-    /// One is for one file, whose axes are given. The others outlive the object.
-    LasExpectation(const LasMapping& mapping, const LasSettings& settings, const LasAxes& axes);
+    /// One is for one file, whose offsets (x first) are given. The others outlive the object.
+    LasExpectation(const ExportLib::LasPlan& plan, const ExportLib::LasSettings& settings,
+                   const std::array<double, 3>& offsets);
 
     /// Goes on with the next fragment.
     void take(LasColumns columns);
@@ -51,8 +50,8 @@ public:
 private:
     void applyLateValues();
 
-    const LasMapping& mapping_;
-    const LasSettings& settings_;
+    const ExportLib::LasPlan& plan_;
+    const ExportLib::LasSettings& settings_;
     LasColumns columns_;
     LasPoint point_;
     std::optional<std::uint16_t> lateReflectance_;

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,12 +17,15 @@ namespace Tidewatch {
 
 namespace {
 
+using ConvLib::ValueChange;
+using ExportLib::LasSettings;
+
 class Finder {
 public:
-    Finder(const ExportedGrid& exported, const LasWalk::Grid& grid, const LasSettings& settings,
+    Finder(const ExportedGrid& exported, const LasRecorder::Grid& grid, const LasSettings& settings,
            Losses& losses)
-        : grid_(grid),
-          found_(grid.findings),
+        : exported_(exported),
+          grid_(grid),
           settings_(settings),
           losses_(losses),
           where_(gridAtTime(exported.name, exported.time)) {}
@@ -46,102 +50,127 @@ private:
         losses_.addOf(where_, kind, fmt::format(text, std::forward<Arguments>(arguments)...));
     }
 
-    const LasWalk::Grid& grid_;
-    const LasFindings& found_;
+    [[nodiscard]] std::uint64_t count(const std::string& attribute, ValueChange change) const {
+        return exported_.changed(attribute, change).count;
+    }
+    [[nodiscard]] std::optional<double> stepToKeep(std::size_t axis) const;
+    [[nodiscard]] double farthest(std::size_t axis) const;
+
+    const ExportedGrid& exported_;
+    const LasRecorder::Grid& grid_;
     const LasSettings& settings_;
     Losses& losses_;
     std::string where_;
 };
 
 void Finder::findFields() {
-    for (const std::string& field : grid_.mapping.unknownFields)
+    for (const std::string& field : grid_.plan.unknownFields)
         losses_.addField(field);
-    for (const auto& [field, reason] : grid_.mapping.fieldsLeftOut)
-        add("fields", "{} is left out: {}", field, reason);
+    for (const auto& [field, leftOut] : grid_.plan.fieldsLeftOut)
+        add("fields", "{} is left out: {}{}", field, leftOut.reason,
+            leftOut.latestVersionKeepsIt ? "; --las-version 1.4 keeps it" : "");
 }
 
 void Finder::findSupplies() {
-    for (const auto& [attribute, supply] : found_.supplies) {
-        if (supply.surplus != 0)
+    for (const auto& [key, change] : exported_.changes) {
+        const std::string& attribute = key.first;
+        if (key.second == ValueChange::Surplus)
             add("count", "{} has {} more than there are points for", attribute,
-                counted(supply.surplus, "value"));
-        if (supply.values != found_.points)
+                counted(change.count, "value"));
+        else if (key.second == ValueChange::Repeated)
             add("count", "{} has {} for {}; a point without one repeats that of the point before", attribute,
-                counted(supply.values, "value"), counted(found_.points, "point"));
+                counted(change.total - change.count, "value"), counted(change.total, "point"));
     }
+}
+
+/// The step to which coordinates of an axis are to be kept.
+std::optional<double> Finder::stepToKeep(std::size_t axis) const {
+    const double stated[] = {grid_.inputStep.x, grid_.inputStep.y, grid_.inputStep.z};
+    if (stated[axis] > 0)
+        return stated[axis];
+    const auto known = exported_.survey.axis(axis);
+    return known ? std::optional(known->stepToKeep(0)) : std::nullopt;
+}
+
+double Finder::farthest(std::size_t axis) const {
+    double most = 0;
+    for (const LasRecorder::File& file : grid_.files) {
+        if (file.axes[axis].lower <= file.axes[axis].upper)
+            most = std::max({most, std::abs(file.axes[axis].lower), std::abs(file.axes[axis].upper)});
+    }
+    return most;
 }
 
 void Finder::findRounding() {
-    const Geom::PhysicalSpace::vector stated = grid_.inputStep.value_or(Geom::PhysicalSpace::vector{});
-    const double statedSteps[] = {stated.x, stated.y, stated.z};
+    const char* const attributes[] = {"Positions.x", "Positions.y", "Positions.z"};
     double worst = 0;
     double stepOfWorst = 0;
-    for (std::size_t number = 0; number < CoordinateSurvey::axes; ++number) {
-        const auto axis = found_.survey.axis(number);
-        if (!axis)
+    for (std::size_t axis = 0; axis < CoordinateSurvey::axes; ++axis) {
+        const std::optional<double> step = stepToKeep(axis);
+        if (!step)
             continue;
-        const double step = axis->stepToKeep(statedSteps[number]);
-        const double noise = 4 * std::numeric_limits<double>::epsilon() *
-                             std::max(std::abs(axis->lower), std::abs(axis->upper));
+        const double rounding = exported_.changed(attributes[axis], ValueChange::Rounded).most;
+        const double noise = 4 * std::numeric_limits<double>::epsilon() * farthest(axis);
         // Up to half a step a coordinate can still be told from its neighbours.
-        if (found_.rounding[number] > step / 2 * (1 + 1e-9) + noise && found_.rounding[number] > worst) {
-            worst = found_.rounding[number];
-            stepOfWorst = step;
+        if (rounding > *step / 2 * (1 + 1e-9) + noise && rounding > worst) {
+            worst = rounding;
+            stepOfWorst = *step;
         }
     }
-    if (worst > 0)
+    if (worst > 0 && !grid_.files.empty())
         add("rounding",
             "coordinates are rounded by up to {:.2g}, more than the input's step of {:.2g} allows; LAS files "
             "are written in steps of {}",
-            worst, stepOfWorst, shortestText(lasAxes(grid_.box)[0].step));
+            worst, stepOfWorst, shortestText(grid_.files.front().axes[0].step));
 }
 
 void Finder::findValues() {
-    if (found_.highClasses != 0)
+    const auto points = [](std::uint64_t number) {
+        return number == 1 ? "1 point has" : counted(number, "point") + " have";
+    };
+    if (const auto high = count("Classification", ValueChange::Truncated); high != 0)
         add("range",
             "{} a class above 31, of which LAS 1.{} keeps the low 5 bits; --las-version 1.4 keeps all",
-            found_.highClasses == 1 ? "1 point has" : counted(found_.highClasses, "point") + " have",
-            settings_.version);
-    if (found_.highReturns != 0)
-        add("range", "{} return numbers above {}, which become {}{}",
-            found_.highReturns == 1 ? "1 point has" : counted(found_.highReturns, "point") + " have",
-            lasReturnLimit(settings_), lasReturnLimit(settings_),
+            points(high), settings_.version);
+    const unsigned returnLimit = LasSettings::returnLimit(settings_.isExtended());
+    if (const auto high = count("ReturnNumber, NumberOfReturns", ValueChange::Clamped); high != 0)
+        add("range", "{} return numbers above {}, which become {}{}", points(high), returnLimit, returnLimit,
             settings_.isExtended() ? "" : "; --las-version 1.4 keeps them up to 15");
-    if (found_.wideFlags != 0)
+    if (const auto wide = count("ScanDirectionFlag, EdgeOfFlightLine", ValueChange::Truncated); wide != 0)
         add("range", "{} a ScanDirectionFlag or EdgeOfFlightLine above 1, of which the lowest bit is kept",
-            found_.wideFlags == 1 ? "1 point has" : counted(found_.wideFlags, "point") + " have");
-    if (found_.fineAngles != 0)
+            points(wide));
+    if (const auto fine = count("ScanAngleRank", ValueChange::Dropped); fine != 0)
         add("fields",
             "ScanAngleRank is left out: LAS 1.{} has no room for the 16-bit angles of {}; --las-version 1.4 "
             "keeps them",
-            settings_.version, counted(found_.fineAngles, "point"));
-    if (found_.rawAngles != 0)
+            settings_.version, counted(fine, "point"));
+    if (count("ScanAngleRank", ValueChange::OtherUnit) != 0)
         add("units", "ScanAngleRank stands in whole degrees in a field that counts in 0.006 degrees; "
                      "--las-version 1.2 "
                      "or 1.3 keeps its meaning");
 }
 
 void Finder::findExtraBytes() {
-    if (found_.lateValues != 0)
+    if (count("Reflectance", ValueChange::Shifted) + count("Amplitude", ValueChange::Shifted) != 0)
         add("shift",
             "Reflectance and Amplitude come one point late: the first point of a file has 0, and the "
             "last value is left out");
-    if (found_.wildReflectances != 0)
-        add("range", "{} outside of -25 to 5, which wrap", counted(found_.wildReflectances, "reflectance"));
-    if (found_.wildAmplitudes != 0)
-        add("range", "{} outside of 0 to 65535, which wrap", counted(found_.wildAmplitudes, "amplitude"));
+    if (const auto wild = count("Reflectance", ValueChange::Wrapped); wild != 0)
+        add("range", "{} outside of -25 to 5, which wrap", counted(wild, "reflectance"));
+    if (const auto wild = count("Amplitude", ValueChange::Wrapped); wild != 0)
+        add("range", "{} outside of 0 to 65535, which wrap", counted(wild, "amplitude"));
     // Values that come from a LAS file differ from its steps by the rounding of floats.
     constexpr double noise = 1e-5;
-    if (found_.reflectanceRounding > noise)
-        add("rounding", "reflectances are rounded by up to {:.2g}", found_.reflectanceRounding);
-    if (found_.amplitudeRounding > 0)
-        add("rounding", "amplitudes lose their fractions, up to {:.2g}", found_.amplitudeRounding);
+    if (const double most = exported_.changed("Reflectance", ValueChange::Rounded).most; most > noise)
+        add("rounding", "reflectances are rounded by up to {:.2g}", most);
+    if (const double most = exported_.changed("Amplitude", ValueChange::Rounded).most; most > 0)
+        add("rounding", "amplitudes lose their fractions, up to {:.2g}", most);
 }
 
 } // namespace
 
-void addLasLosses(const ExportedGrid& exported, const LasWalk::Grid& grid, const LasSettings& settings,
-                  Losses& losses) {
+void addLasLosses(const ExportedGrid& exported, const LasRecorder::Grid& grid,
+                  const ExportLib::LasSettings& settings, Losses& losses) {
     Finder(exported, grid, settings, losses).run();
 }
 

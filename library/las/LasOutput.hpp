@@ -18,15 +18,11 @@ public:
     /// The one file of a run without tiles: the user's own spelling of the extension stays where it is right.
     [[nodiscard]] std::filesystem::path file() const { return tile(""); }
 
-    /// The file of a fragment.
-    [[nodiscard]] std::filesystem::path tileOf(const std::string& fragment) const {
-        return tile("_" + fragment);
-    }
-
     /// The name that the exporter gets, which is the same for all outputs.
     [[nodiscard]] std::filesystem::path exporterName() const;
 
-    /// The place of a file that the exporter wrote under a name of its own making.
+    /// The place of a file that the exporter writes under a name of its own making, relative to the folder of
+    /// exporterName().
     [[nodiscard]] std::filesystem::path placeOf(const std::filesystem::path& written) const;
 
     /// Whether a text ends in ".las" or ".laz".

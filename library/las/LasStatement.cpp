@@ -62,6 +62,8 @@ LasStatement LasStatement::read(const std::string& path) {
             statement.pointsByReturn.push_back(header.at<std::uint32_t>(Place::legacyCountsByReturn + 4 * i));
     }
     for (std::size_t axis = 0; axis < statement.lower.size(); ++axis) {
+        statement.step[axis] = header.at<double>(Place::scale + 8 * axis);
+        statement.offset[axis] = header.at<double>(Place::offset + 8 * axis);
         statement.upper[axis] = header.at<double>(Place::bounds + 16 * axis);
         statement.lower[axis] = header.at<double>(Place::bounds + 16 * axis + 8);
     }

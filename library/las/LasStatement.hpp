@@ -17,6 +17,8 @@ struct LasStatement {
     std::uint64_t points = 0;
     /// Points of the first return in place 0: 15 returns in LAS 1.4, 5 before.
     std::vector<std::uint64_t> pointsByReturn;
+    std::array<double, 3> step{};
+    std::array<double, 3> offset{};
     std::array<double, 3> lower{};
     std::array<double, 3> upper{};
 

@@ -14,7 +14,7 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
-#include <optional>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -23,10 +23,23 @@ namespace Tidewatch {
 
 namespace {
 
+using ExportLib::LasPlan;
+using ExportLib::LasSettings;
 using Geom::PhysicalSpace;
 
 [[noreturn]] void fail(const std::string& name, const std::string& what) {
     throw Anchor::FormatError(fmt::format("{}: check of the written file: {}", name, what));
+}
+
+constexpr std::string_view axisNames[] = {"x", "y", "z"};
+
+/// The point data format of a version: colours add one (LAS 1.4 R15, "Point Data Record Formats").
+unsigned pointFormatOf(const LasSettings& settings, bool hasColors) {
+    return (settings.isExtended() ? 6U : 1U) + (hasColors ? 1U : 0U);
+}
+
+bool hasGpsTime(unsigned pointFormat) {
+    return pointFormat != 2;
 }
 
 /// A written file as the readers see it.
@@ -35,33 +48,32 @@ public:
     ReadBack(const std::string& path, ConvLib::ReadOptions options)
         : bundle_(Anchor::makeStrong<Sheaf::Bundle>()) {
         ConvLib::readFile(*bundle_, path, options);
-        LasSettings settings;
-        settings.renames = ExportLib::ExportPointCloudToLas::DefaultRenameMap();
         for (const auto& [time, slice] : bundle_->slices()) {
             for (const auto& [name, grid] : slice.lock()->grids())
-                mapping_ = LasMapping::of(*grid.lock(), settings, [](const std::string&) { return true; });
+                plan_ = LasPlan::of(*grid.lock(), LasSettings(), [](const std::string&) { return true; });
         }
     }
 
-    [[nodiscard]] const LasMapping& mapping() const noexcept { return mapping_; }
+    /// Which of its fields is which attribute.
+    [[nodiscard]] const LasPlan& plan() const noexcept { return plan_; }
 
 private:
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
-    LasMapping mapping_;
+    LasPlan plan_;
 };
 
 /// Goes through the points of a written file in order.
 class Points {
 public:
-    explicit Points(const LasMapping& mapping) : mapping_(mapping) {}
+    explicit Points(const LasPlan& plan) : plan_(plan) {}
 
     /// Goes to the next point; false behind the last one.
     bool next() {
         ++place_;
         while (place_ >= size_) {
-            if (nextFragment_ == mapping_.fragments.size())
+            if (nextFragment_ == plan_.fragments.size())
                 return false;
-            const LasMapping::Fragment& fragment = mapping_.fragments[nextFragment_++];
+            const LasPlan::Fragment& fragment = plan_.fragments[nextFragment_++];
             columns_ = {};
             columns_ = LasColumns::load(fragment.captures);
             size_ = valuesOf(columns_.positions).size();
@@ -75,7 +87,7 @@ public:
     [[nodiscard]] std::size_t place() const noexcept { return place_; }
 
 private:
-    const LasMapping& mapping_;
+    const LasPlan& plan_;
     LasColumns columns_;
     std::size_t size_ = 0;
     std::size_t place_ = std::numeric_limits<std::size_t>::max();
@@ -85,10 +97,12 @@ private:
 /// Compares points, and keeps what is asked about all of them.
 class Comparison {
 public:
-    Comparison(const std::string& name, const LasMapping& mapping, const LasSettings& settings)
+    Comparison(const std::string& name, const LasPlan& plan, const LasSettings& settings,
+               const LasStatement& statement)
         : name_(name),
-          mapping_(mapping),
-          settings_(settings) {}
+          plan_(plan),
+          settings_(settings),
+          statement_(statement) {}
 
     void compare(std::uint64_t number, const LasPoint& expected, const LasColumns& file, std::size_t i) {
         number_ = number;
@@ -110,37 +124,46 @@ public:
         else
             same("ScanAngleRank", short{valueAt(file.scanAngleRank, i, "ScanAngleRank")}, expected.scanAngle);
         same("PointSourceID", valueAt(file.pointSourceID, i, "PointSourceID"), expected.pointSourceID);
-        if (mapping_.hasGpsTime(settings_))
+        if (hasGpsTime(statement_.pointFormat))
             sameBits("GPSTime", valueAt(file.gpsTime, i, "GPSTime"), expected.gpsTime);
-        if (mapping_.hasColors) {
+        if (plan_.hasColors) {
             const auto& color = valueAt(file.rgb, i, "RGB");
             for (std::size_t channel = 0; channel < expected.rgb.size(); ++channel)
                 same("RGB", color[channel], expected.rgb[channel]);
         }
-        if (mapping_.hasReflectance) {
+        if (plan_.hasReflectance) {
             const double value = static_cast<double>(valueAt(file.reflectance, i, "Reflectance"));
             same("Reflectance", std::lround((value + 25) * 2184), long{expected.reflectance});
         }
-        if (mapping_.hasAmplitude)
+        if (plan_.hasAmplitude)
             same("Amplitude", valueAt(file.amplitudeFloat, i, "Amplitude"),
                  static_cast<float>(expected.amplitude));
     }
 
-    void compareExtent(const LasStatement& statement, const Geom::BoundingBox& box) const {
-        const LasAxes axes = lasAxes(box);
-        const PhysicalSpace::point& lower = box.lower();
-        const PhysicalSpace::point& upper = box.upper();
-        compareAxis('x', statement, 0, axes[0].step, lower.x, upper.x, box_.lower().x, box_.upper().x);
-        compareAxis('y', statement, 1, axes[1].step, lower.y, upper.y, box_.lower().y, box_.upper().y);
-        compareAxis('z', statement, 2, axes[2].step, lower.z, upper.z, box_.lower().z, box_.upper().z);
+    void compareAxes(const LasAxes& axes) const {
+        for (std::size_t axis = 0; axis < axes.size(); ++axis) {
+            if (statement_.step[axis] != axes[axis].step || statement_.offset[axis] != axes[axis].offset)
+                fail(name_,
+                     fmt::format("the header states {} in steps of {} from {}, it was to be in steps of {} "
+                                 "from {}",
+                                 axisNames[axis], coordinateText(statement_.step[axis]),
+                                 coordinateText(statement_.offset[axis]), coordinateText(axes[axis].step),
+                                 coordinateText(axes[axis].offset)));
+        }
     }
 
-    [[nodiscard]] std::vector<std::string> returnCountDifferences(const LasStatement& statement) const {
+    void compareExtent(const LasAxes& axes) const {
+        compareAxis(0, axes[0], box_.lower().x, box_.upper().x);
+        compareAxis(1, axes[1], box_.lower().y, box_.upper().y);
+        compareAxis(2, axes[2], box_.lower().z, box_.upper().z);
+    }
+
+    [[nodiscard]] std::vector<std::string> returnCountDifferences() const {
         std::vector<std::string> differences;
-        for (std::size_t i = 0; i < statement.pointsByReturn.size(); ++i) {
-            if (const std::uint64_t found = pointsByReturn_[i + 1]; statement.pointsByReturn[i] != found)
+        for (std::size_t i = 0; i < statement_.pointsByReturn.size(); ++i) {
+            if (const std::uint64_t found = pointsByReturn_[i + 1]; statement_.pointsByReturn[i] != found)
                 differences.push_back(fmt::format("{} of return {} in the header, {} in the file",
-                                                  statement.pointsByReturn[i], i + 1, found));
+                                                  statement_.pointsByReturn[i], i + 1, found));
         }
         return differences;
     }
@@ -155,12 +178,12 @@ private:
     }
 
     template <class T, class U>
-    void same(const char* attribute, T found, U expected) const {
+    void same(std::string_view attribute, T found, U expected) const {
         if (found != expected)
             differ(attribute, fmt::format("{}", found), fmt::format("{}", expected));
     }
 
-    void sameBits(const char* attribute, double found, double expected) const {
+    void sameBits(std::string_view attribute, double found, double expected) const {
         // What is not a number is kept as it is, too.
         if (found != expected && !(std::isnan(found) && std::isnan(expected)))
             differ(attribute, shortestText(found), shortestText(expected));
@@ -168,32 +191,33 @@ private:
 
     void comparePosition(const PhysicalSpace::point& expected, const PhysicalSpace::point& found) {
         box_.expand(found);
-        near("x", found.x, expected.x);
-        near("y", found.y, expected.y);
-        near("z", found.z, expected.z);
+        near(0, found.x, expected.x);
+        near(1, found.y, expected.y);
+        near(2, found.z, expected.z);
     }
 
-    void near(const char* axis, double found, double expected) const {
+    void near(std::size_t axis, double found, double expected) const {
         // Half a step; the sum of offset and steps is rounded at the magnitude of the coordinate.
-        const double tolerance = ExportLib::ExportPointCloudToLas::AxisOf(0, 0).step * 0.5 * (1 + 1e-6) +
+        const double tolerance = statement_.step[axis] * 0.5 * (1 + 1e-6) +
                                  8 * std::numeric_limits<double>::epsilon() * std::abs(expected);
         if (!(std::abs(found - expected) <= tolerance))
-            differ(axis, coordinateText(found), coordinateText(expected));
+            differ(axisNames[axis], coordinateText(found), coordinateText(expected));
     }
 
-    [[noreturn]] void differ(const char* attribute, const std::string& found,
+    [[noreturn]] void differ(std::string_view attribute, const std::string& found,
                              const std::string& expected) const {
         fail(name_, fmt::format("point {}: {} is {} in the file, {} was expected", number_, attribute, found,
                                 expected));
     }
 
-    void compareAxis(char axis, const LasStatement& statement, std::size_t number, double step, double lower,
-                     double upper, double foundLower, double foundUpper) const {
-        const double stated[] = {statement.lower[number], statement.upper[number]};
-        if (lower > upper)
-            lower = upper = 0;
-        const double tolerance =
-            step + 8 * std::numeric_limits<double>::epsilon() * std::max(std::abs(lower), std::abs(upper));
+    void compareAxis(std::size_t axis, const ConvLib::StoredAxis& announced, double foundLower,
+                     double foundUpper) const {
+        const double stated[] = {statement_.lower[axis], statement_.upper[axis]};
+        const bool isEmpty = announced.lower > announced.upper;
+        const double lower = isEmpty ? 0 : announced.lower;
+        const double upper = isEmpty ? 0 : announced.upper;
+        const double tolerance = announced.step + 8 * std::numeric_limits<double>::epsilon() *
+                                                      std::max(std::abs(lower), std::abs(upper));
         const bool fitsBox =
             std::abs(stated[0] - lower) <= tolerance && std::abs(stated[1] - upper) <= tolerance;
         const bool holdsPoints = foundLower > foundUpper ||
@@ -202,14 +226,15 @@ private:
             fail(name_,
                  fmt::format("the header states {0} from {1} to {2}, its points reach from {3} to {4}, "
                              "those handed over from {5} to {6}",
-                             axis, coordinateText(stated[0]), coordinateText(stated[1]),
+                             axisNames[axis], coordinateText(stated[0]), coordinateText(stated[1]),
                              coordinateText(foundLower), coordinateText(foundUpper), coordinateText(lower),
                              coordinateText(upper)));
     }
 
     const std::string& name_;
-    const LasMapping& mapping_;
+    const LasPlan& plan_;
     const LasSettings& settings_;
+    const LasStatement& statement_;
     std::uint64_t number_ = 0;
     Geom::BoundingBox box_;
     std::array<std::uint64_t, 16> pointsByReturn_{};
@@ -226,37 +251,35 @@ void LasVerification::checkCount(const File& file) const {
         fail(file.name, statement.compressed ? "it is compressed" : "it is not compressed");
     ConvLib::ReadOptions options;
     options.FragmentPoints = std::numeric_limits<std::uint64_t>::max();
-    if (const std::uint64_t found = ReadBack(file.path, options).mapping().points(); found != file.points)
+    if (const std::uint64_t found = ReadBack(file.path, options).plan().points(); found != file.points)
         fail(file.name,
              fmt::format("it holds {}, {} were written", counted(found, "point"), grouped(file.points)));
 }
 
-std::vector<std::string> LasVerification::compare(const File& file, const LasMapping& mapping,
-                                                  std::span<const LasWalk::Written> fragments,
-                                                  const Geom::BoundingBox& box) const {
+std::vector<std::string> LasVerification::compare(const File& file, const LasPlan& plan,
+                                                  const LasRecorder::File& written) const {
     const LasStatement statement = LasStatement::read(file.path);
+    const unsigned pointFormat = pointFormatOf(settings_, plan.hasColors);
     if (statement.versionMinor != static_cast<unsigned>(settings_.version) ||
-        statement.pointFormat != mapping.pointFormat(settings_))
-        fail(file.name, fmt::format("it is LAS 1.{}, point format {}; LAS 1.{}, point format {} was expected",
-                                    statement.versionMinor, statement.pointFormat, settings_.version,
-                                    mapping.pointFormat(settings_)));
+        statement.pointFormat != pointFormat)
+        fail(file.name,
+             fmt::format("it is LAS 1.{}, point format {}; LAS 1.{}, point format {} was expected",
+                         statement.versionMinor, statement.pointFormat, settings_.version, pointFormat));
+    Comparison comparison(file.name, plan, settings_, statement);
+    comparison.compareAxes(written.axes);
     ConvLib::ReadOptions options;
     // Small beside the fragments that are compared with.
     options.FragmentPoints = 100'000;
     options.Tick = tick;
     const ReadBack readBack(file.path, options);
-    Points points(readBack.mapping());
-    LasExpectation expectation(mapping, settings_, lasAxes(box));
-    Comparison comparison(file.name, mapping, settings_);
+    Points points(readBack.plan());
+    LasExpectation expectation(plan, settings_, statement.offset);
     std::uint64_t number = 0;
-    for (const LasWalk::Written& written : fragments) {
-        if (!written.hasPositions)
-            continue;
-        const LasMapping::Fragment& fragment = *written.fragment;
+    for (const LasPlan::Fragment* const fragment : written.fragments) {
         if (beginPass)
-            beginPass(fragment.points);
-        expectation.take(LasColumns::load(fragment.captures));
-        for (std::size_t i = 0; i < fragment.points; ++i) {
+            beginPass(fragment->points);
+        expectation.take(LasColumns::load(fragment->captures));
+        for (std::size_t i = 0; i < fragment->points; ++i) {
             if (!points.next())
                 fail(file.name, fmt::format("it ends after {}", counted(number, "point")));
             comparison.compare(++number, expectation.point(i), points.columns(), points.place());
@@ -265,8 +288,8 @@ std::vector<std::string> LasVerification::compare(const File& file, const LasMap
     }
     if (points.next())
         fail(file.name, fmt::format("it goes on after {}", counted(number, "point")));
-    comparison.compareExtent(statement, box);
-    return comparison.returnCountDifferences(statement);
+    comparison.compareExtent(written.axes);
+    return comparison.returnCountDifferences();
 }
 
 } // namespace Tidewatch

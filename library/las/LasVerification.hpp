@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "library/las/LasSettings.hpp"
-#include "library/las/LasWalk.hpp"
+#include "las/LasPlan.hpp"
+#include "library/las/LasRecorder.hpp"
 
 #include <cstdint>
 #include <functional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -16,7 +15,7 @@ namespace Tidewatch {
 class LasVerification {
 public:
     /// `settings` outlives the object.
-    explicit LasVerification(const LasSettings& settings) : settings_(settings) {}
+    explicit LasVerification(const ExportLib::LasSettings& settings) : settings_(settings) {}
 
     /// Called while points are decoded; see ConvLib::ReadOptions.
     std::function<void(const std::string& file, double share)> tick;
@@ -36,15 +35,15 @@ public:
     void checkCount(const File& file) const;
 
     /// Decodes the whole file and compares every attribute of every point with the arrays of the fragments
-    /// that went into it, and the extent with their box. Gives what is different and yet no fault, for
-    /// people: the counts by return in the header follow rules of their own. Throws Anchor::FormatError for
-    /// the first difference, and what creators and `tick` throw.
-    [[nodiscard]] std::vector<std::string> compare(const File& file, const LasMapping& mapping,
-                                                   std::span<const LasWalk::Written> fragments,
-                                                   const Geom::BoundingBox& box) const;
+    /// that went into it, and the header with the axes and the box that the exporter announced. Which field
+    /// became which attribute is the plan's word; what their values must have become is worked out here. Gives
+    /// what is different and yet no fault, for people: the counts by return in the header follow rules of their
+    /// own. Throws Anchor::FormatError for the first difference, and what creators and `tick` throw.
+    [[nodiscard]] std::vector<std::string> compare(const File& file, const ExportLib::LasPlan& plan,
+                                                   const LasRecorder::File& written) const;
 
 private:
-    const LasSettings& settings_;
+    const ExportLib::LasSettings& settings_;
 };
 
 } // namespace Tidewatch

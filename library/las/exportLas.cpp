@@ -2,16 +2,15 @@
 #include "library/las/exportLas.hpp"
 
 #include "las/ExportPointCloudToLas.hpp"
+#include "las/LasPlan.hpp"
 #include "library/las/LasLosses.hpp"
 #include "library/las/LasOutput.hpp"
+#include "library/las/LasRecorder.hpp"
 #include "library/las/LasVerification.hpp"
-#include "library/las/LasWalk.hpp"
 #include "library/report/Wording.hpp"
 
-#include <algorithm>
 #include <cstddef>
 #include <set>
-#include <span>
 #include <vector>
 
 #include <fmt/format.h>
@@ -21,6 +20,18 @@ namespace Tidewatch {
 namespace {
 
 namespace fs = std::filesystem;
+using ExportLib::LasPlan;
+using ExportLib::LasSettings;
+
+void configure(ExportLib::ExportPointCloudToLas& exporter, const LasOptions& options) {
+    exporter.Day = options.day;
+    exporter.Year = options.year;
+    exporter.Version = options.version;
+    exporter.tiles = options.tiles;
+    exporter.uncompressed = options.uncompressed || LasOutput::endsInLas(options.output.text());
+    exporter.PointSourceID = options.pointSourceID;
+    exporter.RenameMap = options.renames;
+}
 
 class LasRun final : public ExportRun {
 public:
@@ -30,28 +41,20 @@ public:
           settings_(settings),
           progress_(context.progress),
           // The exporter reads the positions for their box, then everything; the check reads it once more.
-          walk_(Anchor::makeStrong<LasWalk>(scope, context.inputs, context.selection, settings_,
-                                            options.verify ? 3U : 2U, context.progress)),
-          exporter_() {
-        exporter_.Day = options.day;
-        exporter_.Year = options.year;
-        exporter_.Version = settings_.version;
-        exporter_.tiles = settings_.tiles;
-        exporter_.uncompressed = settings_.uncompressed;
-        exporter_.PointSourceID = settings_.pointSourceID;
-        exporter_.RenameMap = settings_.renames;
-        exporter_.Progress = walk_->reporter();
+          recorder_(Anchor::makeStrong<LasRecorder>(scope, context.inputs, context.selection, settings_,
+                                                    options.verify ? 3U : 2U, context.progress)) {
+        configure(exporter_, options);
     }
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
-    RunRecorder& recorder() override { return *walk_; }
+    RunRecorder& recorder() override { return *recorder_; }
 
     std::string moreSettings() const override;
 
     std::string whySkipped(const ExportedGrid& exported) const override {
-        const LasWalk::Grid* const grid = walk_->find(exported);
-        return grid != nullptr && !grid->mapping.obstacle.empty()
-                   ? grid->mapping.obstacle
+        const LasRecorder::Grid* const grid = recorder_->find(exported);
+        return grid != nullptr && !grid->plan.obstacle.empty()
+                   ? grid->plan.obstacle
                    : "its positions are a uniform lattice, not points";
     }
 
@@ -59,12 +62,12 @@ public:
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
-    void findWhatWasLeft(const ExportedGrid& exported, const LasWalk::Written& last, Losses& losses) const;
+    void findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragment& last, Losses& losses) const;
 
     const LasOptions& options_;
     const LasSettings& settings_;
     Anchor::StrongPtr<Progress> progress_;
-    Anchor::StrongPtr<LasWalk> walk_;
+    Anchor::StrongPtr<LasRecorder> recorder_;
     ExportLib::ExportPointCloudToLas exporter_;
 };
 
@@ -85,45 +88,42 @@ void LasRun::check(const FinishedFile& file, std::vector<std::string>& notes) {
     LasVerification verification(settings_);
     const LasVerification::File written{file.path.string(), file.target.string(), file.record.items};
     verification.checkCount(written);
-    const LasWalk::Grid* const grid = walk_->find(file.grid);
+    const LasRecorder::Grid* const grid = recorder_->find(file.grid);
     if (!options_.verify || grid == nullptr)
         return;
     verification.tick = Progress::ticker(progress_);
-    verification.beginPass = [&](std::uint64_t points) { walk_->beginPass(points); };
+    verification.beginPass = [&](std::uint64_t points) { recorder_->beginPass(points); };
     progress_->say("checking " + written.name);
-    std::span<const LasWalk::Written> fragments = grid->written;
-    if (settings_.tiles)
-        fragments = fragments.subspan(file.number - file.grid.firstFile, 1);
-    const Geom::BoundingBox& box = settings_.tiles ? fragments.front().box : grid->box;
-    const std::vector<std::string> differences = verification.compare(written, grid->mapping, fragments, box);
+    const std::vector<std::string> differences =
+        verification.compare(written, grid->plan, grid->files.at(file.number - file.grid.firstFile));
     if (!differences.empty())
         notes.push_back(fmt::format("{}: the exporter counts points by return in its own way: {}",
                                     written.name, joined(differences, "; ")));
 }
 
 void LasRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
-    const LasWalk::Grid* const grid = walk_->find(exported);
+    const LasRecorder::Grid* const grid = recorder_->find(exported);
     if (grid == nullptr)
         return;
     addLasLosses(exported, *grid, settings_, losses);
-    if (!grid->written.empty() && !grid->written.back().hasPositions)
-        findWhatWasLeft(exported, grid->written.back(), losses);
+    if (const LasPlan::Fragment* const last = fragmentWithoutPositions(*grid))
+        findWhatWasLeft(exported, *last, losses);
 }
 
 /// The exporter leaves a slice at the first fragment without positions.
-void LasRun::findWhatWasLeft(const ExportedGrid& exported, const LasWalk::Written& last,
+void LasRun::findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragment& last,
                              Losses& losses) const {
     std::set<std::string> left;
-    for (const auto& [time, grid] : walk_->plannedGrids()) {
+    for (const auto& [time, grid] : recorder_->plannedGrids()) {
         if (time == exported.time && grid > exported.name)
             left.insert(fmt::format("\"{}\"", grid));
     }
-    const std::string& why = last.fragment->obstacle;
+    const std::string& why = last.obstacle;
     losses.add(
         "skipped",
         fmt::format("{}: fragment \"{}\" has no positions to export{}; nothing behind it at "
                     "that time is exported{}",
-                    gridAtTime(exported.name, exported.time), last.fragment->name,
+                    gridAtTime(exported.name, exported.time), last.name,
                     why.empty() ? std::string() : " (" + why + ")",
                     left.empty() ? std::string() : ", and no grid " + joined({left.begin(), left.end()})));
 }
@@ -133,11 +133,9 @@ public:
     explicit LasFormat(const LasOptions& options)
         : options_(options),
           hasExtension_(LasOutput::endsInExtension(options.output.text())) {
-        settings_.version = options.version;
-        settings_.tiles = options.tiles;
-        settings_.uncompressed = options.uncompressed || LasOutput::endsInLas(options.output.text());
-        settings_.pointSourceID = options.pointSourceID;
-        settings_.renames = options.renames;
+        ExportLib::ExportPointCloudToLas exporter;
+        configure(exporter, options);
+        settings_ = LasSettings::of(exporter);
     }
 
     std::string_view name() const override { return "LAS"; }
@@ -168,14 +166,19 @@ std::vector<fs::path> LasFormat::expectedFiles(const Context& context, const Run
     const LasOutput output = this->output(scope);
     if (!settings_.tiles)
         return {output.file()};
+    LasSettings settings = settings_;
+    settings.outputPath = output.exporterName().string();
+    const auto useField = [&](const std::string& field) { return context.selection.UseThisField(field); };
     std::set<fs::path> files;
-    context.selection.forEachGrid(*context.inputs.bundle(),
-                                  [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-                                      if (!scope.admits(time) || !scope.admits(name))
-                                          return;
-                                      for (const std::string& tile : LasMapping::tileNames(grid))
-                                          files.insert(output.tileOf(tile));
-                                  });
+    context.selection.forEachGrid(
+        *context.inputs.bundle(), [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+            if (!scope.admits(time) || !scope.admits(name))
+                return;
+            for (const LasPlan::Fragment& fragment : LasPlan::of(grid, settings, useField).fragments) {
+                if (fragment.content != LasPlan::Content::Lattice)
+                    files.insert(output.placeOf(fragment.file));
+            }
+        });
     return {files.begin(), files.end()};
 }
 

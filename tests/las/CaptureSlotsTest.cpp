@@ -28,7 +28,7 @@ std::vector<std::string> takers() {
          {"Positions", "Classification", "Intensity", "ReturnNumber", "NumberOfReturns", "EdgeOfFlightLine",
           "ScanAngleRank", "ScanDirectionFlag", "UserData", "PointSourceID", "GPSTime", "RGB", "Reflectance",
           "Amplitude"}) {
-        if (CaptureSlots::takes(name, typeid(T)))
+        if (CaptureSlots::slotOf(name, typeid(T)))
             names.emplace_back(name);
     }
     return names;
@@ -102,7 +102,8 @@ TEST(CaptureSlots, NamesAreComparedExactly) {
     CaptureSlots slots;
     for (const char* const name : {"intensity", "INTENSITY", "Intensity ", "", "Colour"}) {
         slots.capture(name, arrayOf<unsigned short>(3));
-        EXPECT_FALSE(CaptureSlots::takes(name, typeid(unsigned short)));
+        EXPECT_FALSE(CaptureSlots::slotOf(name, typeid(unsigned short)));
+        EXPECT_FALSE(CaptureSlots::isAttribute(name));
     }
     EXPECT_FALSE(slots.intensity);
 }

@@ -817,10 +817,4 @@ TEST(LasExportDefaults, TheUnitAnnouncesTheTwelveArrayTypes) {
     EXPECT_EQ(Sheaf::TypeRegistry::size(), 12U);
 }
 
-TEST_F(LasExport, CarriesTellsWhichFieldsReachTheFile) {
-    EXPECT_TRUE(ExportLib::ExportPointCloudToLas::Carries("Intensity", typeid(unsigned short)));
-    EXPECT_FALSE(ExportLib::ExportPointCloudToLas::Carries("Intensity", typeid(int)));
-    EXPECT_FALSE(ExportLib::ExportPointCloudToLas::Carries("Height", typeid(float)));
-}
-
 } // namespace

@@ -25,7 +25,7 @@ struct LasBoxes : ::testing::Test {
         return Anchor::makeStrong<LasBox>(
             5, 2024, bounds, *cloud.representation(), folder / name, version, 0,
             Anchor::StrongPtr<Sheaf::Grid>(&cloud.grid()),
-            [this](const ConvLib::WrittenFile& file) { reports.push_back(file); });
+            LasBox::Host{[this](const ConvLib::WrittenFile& file) { reports.push_back(file); }});
     }
 
     /// Fills the slots with positions and return numbers, and writes them.

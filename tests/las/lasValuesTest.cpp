@@ -16,17 +16,21 @@ constexpr double step = 0.00025;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
+std::int32_t quantized(double coordinate, double offset, double scale) {
+    return quantizedSteps(stepsFromOffset(coordinate, offset, scale));
+}
+
 TEST(LasValues, CoordinatesAreRoundedHalfAwayFromZero) {
-    EXPECT_EQ(quantizedCoordinate(2.0, 2.0, step), 0);
-    EXPECT_EQ(quantizedCoordinate(3.0, 2.0, step), 4000);
-    EXPECT_EQ(quantizedCoordinate(1.0, 2.0, step), -4000);
-    EXPECT_EQ(quantizedCoordinate(0.5, 0.0, 1.0), 1);
-    EXPECT_EQ(quantizedCoordinate(-0.5, 0.0, 1.0), -1);
-    EXPECT_EQ(quantizedCoordinate(-0.0, 0.0, 1.0), 0);
+    EXPECT_EQ(quantized(2.0, 2.0, step), 0);
+    EXPECT_EQ(quantized(3.0, 2.0, step), 4000);
+    EXPECT_EQ(quantized(1.0, 2.0, step), -4000);
+    EXPECT_EQ(quantized(0.5, 0.0, 1.0), 1);
+    EXPECT_EQ(quantized(-0.5, 0.0, 1.0), -1);
+    EXPECT_EQ(quantized(-0.0, 0.0, 1.0), 0);
 }
 
 TEST(LasValues, CoordinatesAreDividedByTheStepNotMultipliedByItsReciprocal) {
-    EXPECT_EQ(quantizedCoordinate(2.499875, 2.0, step), 1999);
+    EXPECT_EQ(quantized(2.499875, 2.0, step), 1999);
 }
 
 TEST(LasValues, CoordinatesFollowTheRuleWrittenOut) {
@@ -42,27 +46,27 @@ TEST(LasValues, CoordinatesFollowTheRuleWrittenOut) {
             continue;
         const auto expected =
             coordinate >= offset ? static_cast<std::int32_t>(d + 0.5) : static_cast<std::int32_t>(d - 0.5);
-        ASSERT_EQ(quantizedCoordinate(coordinate, offset, step), expected) << coordinate << " at " << offset;
+        ASSERT_EQ(quantized(coordinate, offset, step), expected) << coordinate << " at " << offset;
     }
 }
 
 TEST(LasValues, CoordinatesBeyond32BitsKeepTheirLowBits) {
-    EXPECT_EQ(quantizedCoordinate(2147483647.0, 0.0, 1.0), 2147483647);
-    EXPECT_EQ(quantizedCoordinate(2147483648.0, 0.0, 1.0), std::numeric_limits<std::int32_t>::min());
-    EXPECT_EQ(quantizedCoordinate(-2147483648.0, 0.0, 1.0), std::numeric_limits<std::int32_t>::min());
-    EXPECT_EQ(quantizedCoordinate(-2147483649.0, 0.0, 1.0), 2147483647);
-    EXPECT_EQ(quantizedCoordinate(4294967296.0 + 12.0, 0.0, 1.0), 12);
-    EXPECT_EQ(quantizedCoordinate(-4294967296.0 - 12.0, 0.0, 1.0), -12);
+    EXPECT_EQ(quantized(2147483647.0, 0.0, 1.0), 2147483647);
+    EXPECT_EQ(quantized(2147483648.0, 0.0, 1.0), std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(quantized(-2147483648.0, 0.0, 1.0), std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(quantized(-2147483649.0, 0.0, 1.0), 2147483647);
+    EXPECT_EQ(quantized(4294967296.0 + 12.0, 0.0, 1.0), 12);
+    EXPECT_EQ(quantized(-4294967296.0 - 12.0, 0.0, 1.0), -12);
 }
 
 TEST(LasValues, CoordinatesThatAreNoNumbersOrBeyond64BitsAreZero) {
-    EXPECT_EQ(quantizedCoordinate(nan, 0.0, step), 0);
-    EXPECT_EQ(quantizedCoordinate(1.0, nan, step), 0);
-    EXPECT_EQ(quantizedCoordinate(infinity, 0.0, step), 0);
-    EXPECT_EQ(quantizedCoordinate(-infinity, 0.0, step), 0);
-    EXPECT_EQ(quantizedCoordinate(1e300, 0.0, step), 0);
-    EXPECT_EQ(quantizedCoordinate(9223372036854775808.0, 0.0, 1.0), 0);
-    EXPECT_EQ(quantizedCoordinate(-9223372036854775808.0, 0.0, 1.0), 0);
+    EXPECT_EQ(quantized(nan, 0.0, step), 0);
+    EXPECT_EQ(quantized(1.0, nan, step), 0);
+    EXPECT_EQ(quantized(infinity, 0.0, step), 0);
+    EXPECT_EQ(quantized(-infinity, 0.0, step), 0);
+    EXPECT_EQ(quantized(1e300, 0.0, step), 0);
+    EXPECT_EQ(quantized(9223372036854775808.0, 0.0, 1.0), 0);
+    EXPECT_EQ(quantized(-9223372036854775808.0, 0.0, 1.0), 0);
 }
 
 TEST(LasValues, ReflectanceMinus25IsZeroAnd5Is65520) {

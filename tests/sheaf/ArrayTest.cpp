@@ -246,6 +246,25 @@ TEST(ExpandBBox, ArraysWithoutElementsLeaveTheBoxAsItIs) {
     EXPECT_EQ(box.upper(), (PhysicalSpace::point{4, 5, 6}));
 }
 
+TEST(BoundsOf, AsksEvery65536PointsWhetherToGoOn) {
+    const Sheaf::HeldCreator creator(Sheaf::makeArray(Points(2 * 65536 + 1)));
+    int asked = 0;
+    EXPECT_TRUE(Sheaf::boundsOf(creator, true, [&] { ++asked; }));
+    EXPECT_EQ(asked, 3);
+    struct Stop {};
+    EXPECT_THROW((void)Sheaf::boundsOf(creator, true, [] { throw Stop(); }), Stop);
+}
+
+TEST(BoundsOf, IsNullForArraysWithoutCoordinatesOnly) {
+    EXPECT_FALSE(Sheaf::boundsOf(Sheaf::HeldCreator(Sheaf::makeArray(std::vector<double>{1})), true));
+    const auto ofNone = Sheaf::boundsOf(Sheaf::HeldCreator(Sheaf::makeArray(Points())), true);
+    ASSERT_TRUE(ofNone);
+    EXPECT_TRUE(ofNone->empty());
+    const auto ofOne = Sheaf::boundsOf(Sheaf::HeldCreator(Sheaf::makeArray(Points{{1, 2, 3}})), true);
+    ASSERT_TRUE(ofOne);
+    EXPECT_EQ(ofOne->upper(), (PhysicalSpace::point{1, 2, 3}));
+}
+
 TEST(ExpandBBox, WithoutPermissionMakesNothingButRemembers) {
     const Counting creator(Points{{1, 2, 3}});
     Geom::BoundingBox box;

@@ -21,7 +21,7 @@ public:
     [[nodiscard]] LasColumns columns() const { return LasColumns::load(captures_); }
 
 private:
-    std::vector<LasMapping::Capture> captures_;
+    std::vector<ExportLib::LasPlan::Capture> captures_;
 };
 
 } // namespace Tidewatch

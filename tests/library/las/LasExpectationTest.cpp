@@ -17,9 +17,7 @@ using ::testing::ElementsAre;
 
 class LasExpectationTest : public ::testing::Test {
 protected:
-    [[nodiscard]] LasExpectation start() const {
-        return {mapping, settings, LasAxes{{{10, 0.00025}, {20, 0.00025}, {-30, 0.00025}}}};
-    }
+    [[nodiscard]] LasExpectation start() const { return {plan, settings, {10, 20, -30}}; }
     /// What a member has in the first points of a fragment.
     template <class Member>
     [[nodiscard]] std::vector<int> values(const LasColumnsBuilder& builder, std::size_t points,
@@ -32,8 +30,8 @@ protected:
         return list;
     }
 
-    LasMapping mapping;
-    LasSettings settings;
+    ExportLib::LasPlan plan;
+    ExportLib::LasSettings settings;
 };
 
 TEST_F(LasExpectationTest, WithoutFieldsAPointIsTheOnlyReturnAtTheOffsets) {
@@ -91,7 +89,7 @@ TEST_F(LasExpectationTest, AFixedSourceReplacesThatOfThePoints) {
 }
 
 TEST_F(LasExpectationTest, ReflectanceAndAmplitudeComeOnePointLate) {
-    mapping.hasReflectance = mapping.hasAmplitude = true;
+    plan.hasReflectance = plan.hasAmplitude = true;
     constexpr float quiet = std::numeric_limits<float>::quiet_NaN();
     const auto late = LasColumnsBuilder()
                           .with("Reflectance", std::vector<float>{5, -25, 5.01F, quiet, 1e30F, 0})

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/las/LasLosses.hpp"
 
-#include "library/las/WalkedLas.hpp"
+#include "library/las/RecordedLas.hpp"
 
 #include <string>
 #include <utility>
@@ -13,6 +13,7 @@
 namespace Tidewatch {
 namespace {
 
+using ExportLib::LasSettings;
 using Support::GridBuilder;
 using Support::Points;
 using ::testing::ElementsAre;
@@ -25,7 +26,7 @@ using Entries = std::vector<std::pair<std::string, std::string>>;
 const std::string where = "grid \"g\" at time 0: ";
 
 Entries losses(const std::function<void(GridBuilder&)>& fields, LasSettings settings = {}) {
-    const WalkedLas walked(
+    const RecordedLas recorded(
         [&](Sheaf::Bundle& bundle, const std::string&) {
             GridBuilder grid(bundle, 0, "g");
             grid.field("Positions", "", Points{{1, 2, 3}, {4, 5, 6}});
@@ -33,7 +34,7 @@ Entries losses(const std::function<void(GridBuilder&)>& fields, LasSettings sett
         },
         std::move(settings));
     Losses found;
-    addLasLosses(walked.walk().grids().at(0), walked.grid(), walked.settings(), found);
+    addLasLosses(recorded.recorder().grids().at(0), recorded.grid(), recorded.settings(), found);
     Entries entries;
     for (const Loss& loss : found.list("LAS"))
         entries.emplace_back(loss.kind, loss.message);
@@ -141,7 +142,7 @@ TEST(LasLosses, FlagsKeepOneBit) {
 class LasRounding : public ::testing::Test {
 protected:
     static Entries of(const Points& points, const std::string& grid = "g") {
-        const WalkedLas walked([&](Sheaf::Bundle& bundle, const std::string& path) {
+        const RecordedLas recorded([&](Sheaf::Bundle& bundle, const std::string& path) {
             const auto made = bundle.makeSlice(0)->makeGrid(grid, path);
             made->skeletons()
                 .make({0, {}})
@@ -151,7 +152,7 @@ protected:
                 ->addFragment(nullptr, Support::held(points));
         });
         Losses found;
-        addLasLosses(walked.walk().grids().at(0), walked.grid(), walked.settings(), found);
+        addLasLosses(recorded.recorder().grids().at(0), recorded.grid(), recorded.settings(), found);
         Entries entries;
         for (const Loss& loss : found.list("LAS"))
             entries.emplace_back(loss.kind, loss.message);

@@ -45,17 +45,18 @@ TEST(LasOutput, ANameThatOnlyLooksLikeAnExtensionIsKept) {
 }
 
 TEST(LasOutput, TilesAreNamedBehindTheStem) {
-    EXPECT_EQ(output("x.las", true).tileOf("000001"), "x_000001.las");
-    EXPECT_EQ(output("d/x", false).tileOf("a.b"), "d/x_a.b.laz");
-    EXPECT_EQ(output("d/x.LAZ", false).tileOf("a"), "d/x_a.LAZ");
+    EXPECT_EQ(output("x.las", true).placeOf("cloud_000001.las"), "x_000001.las");
+    EXPECT_EQ(output("d/x", false).placeOf("cloud_a.b.laz"), "d/x_a.b.laz");
+    EXPECT_EQ(output("d/x.LAZ", false).placeOf("cloud_a.laz"), "d/x_a.LAZ");
 }
 
 TEST(LasOutput, FilesOfTheExporterFindTheirPlaces) {
     const LasOutput plain = output("d.1/x.2", true);
     EXPECT_EQ(plain.exporterName(), "cloud.las");
     EXPECT_EQ(plain.placeOf("cloud.las"), "d.1/x.2.las");
-    EXPECT_EQ(plain.placeOf("cloud_a.las"), plain.tileOf("a"));
-    EXPECT_EQ(plain.placeOf("cloud_a.las.las"), plain.tileOf("a.las"));
+    EXPECT_EQ(plain.placeOf("cloud_a.las"), "d.1/x.2_a.las");
+    EXPECT_EQ(plain.placeOf("cloud_a.las.las"), "d.1/x.2_a.las.las");
+    EXPECT_EQ(plain.placeOf("cloud_a/b.las"), "d.1/x.2_a/b.las");
     EXPECT_EQ(output("x", false).exporterName(), "cloud.laz");
 }
 

@@ -49,8 +49,10 @@ TEST_F(LasStatementTest, TakesEachFieldFromItsPlace) {
     Support::patch<std::uint64_t>(bytes, 247, 5'000'000'000);
     for (std::uint64_t i = 0; i < 15; ++i)
         Support::patch<std::uint64_t>(bytes, 255 + 8 * i, 10 + i);
-    for (std::size_t i = 0; i < 6; ++i)
+    for (std::size_t i = 0; i < 6; ++i) {
+        Support::patch<double>(bytes, 131 + 8 * i, 0.25 + static_cast<double>(i));
         Support::patch<double>(bytes, 179 + 8 * i, 1.5 + static_cast<double>(i));
+    }
     const LasStatement statement = read(bytes);
     EXPECT_TRUE(statement.compressed);
     EXPECT_EQ(statement.pointFormat, 6U);
@@ -58,6 +60,8 @@ TEST_F(LasStatementTest, TakesEachFieldFromItsPlace) {
     std::vector<std::uint64_t> returns(15);
     std::iota(returns.begin(), returns.end(), 10U);
     EXPECT_EQ(statement.pointsByReturn, returns);
+    EXPECT_THAT(statement.step, ::testing::ElementsAre(0.25, 1.25, 2.25));
+    EXPECT_THAT(statement.offset, ::testing::ElementsAre(3.25, 4.25, 5.25));
     EXPECT_THAT(statement.upper, ::testing::ElementsAre(1.5, 3.5, 5.5));
     EXPECT_THAT(statement.lower, ::testing::ElementsAre(2.5, 4.5, 6.5));
 

@@ -2,7 +2,7 @@
 #include "library/las/LasVerification.hpp"
 
 #include "anchor/Error.hpp"
-#include "library/las/WalkedLas.hpp"
+#include "library/las/RecordedLas.hpp"
 #include "readers/registerReaders.hpp"
 #include "support/LasFileBuilder.hpp"
 
@@ -17,6 +17,7 @@
 namespace Tidewatch {
 namespace {
 
+using ExportLib::LasSettings;
 using Support::GridBuilder;
 using Support::patch;
 using Support::Points;
@@ -93,25 +94,21 @@ protected:
     /// Exports, changes the bytes of a file, and checks it.
     static Outcome check(BuildingReader::Build build, LasSettings settings,
                          const std::function<void(std::string&)>& change = {}, std::size_t file = 0) {
-        WalkedLas walked(std::move(build), std::move(settings));
+        RecordedLas recorded(std::move(build), std::move(settings));
         Outcome outcome;
-        LasVerification verification(walked.settings());
+        LasVerification verification(recorded.settings());
         verification.beginPass = [&](std::uint64_t points) { outcome.pointsOfPasses += points; };
-        const ConvLib::WrittenFile& written = walked.exporter().writtenFiles().at(file);
+        const ConvLib::WrittenFile& written = recorded.exporter().writtenFiles().at(file);
         if (change) {
             std::string bytes = Support::readBytes(written.path);
             change(bytes);
             Support::writeBytes(written.path, bytes);
         }
-        const LasWalk::Grid& grid = walked.grid();
-        std::span<const LasWalk::Written> fragments = grid.written;
-        if (walked.settings().tiles)
-            fragments = fragments.subspan(file, 1);
+        const LasRecorder::Grid& grid = recorded.grid();
         try {
             const LasVerification::File checked{written.path, "out/a.las", written.items};
             verification.checkCount(checked);
-            outcome.notes = verification.compare(checked, grid.mapping, fragments,
-                                                 walked.settings().tiles ? fragments[0].box : grid.box);
+            outcome.notes = verification.compare(checked, grid.plan, grid.files.at(file));
         } catch (const Anchor::FormatError& error) {
             outcome.failure = error.what();
         }
@@ -209,9 +206,9 @@ TEST_F(LasVerificationTest, AWrongCountIsFound) {
 
 TEST_F(LasVerificationTest, ADamagedChunkTableIsFoundWithoutDecoding) {
     LasSettings laz;
-    WalkedLas walked(buildFull, laz);
-    const ConvLib::WrittenFile& written = walked.exporter().writtenFiles().at(0);
-    const LasVerification verification(walked.settings());
+    RecordedLas recorded(buildFull, laz);
+    const ConvLib::WrittenFile& written = recorded.exporter().writtenFiles().at(0);
+    const LasVerification verification(recorded.settings());
     const LasVerification::File file{written.path, "a.laz", written.items};
     verification.checkCount(file);
     std::string bytes = Support::readBytes(written.path);
@@ -241,38 +238,49 @@ TEST_F(LasVerificationTest, TheOtherKindOfFileIsFound) {
 }
 
 TEST_F(LasVerificationTest, AnotherVersionIsFound) {
-    WalkedLas walked(buildSmall, plain(3));
-    LasSettings expected = walked.settings();
+    RecordedLas recorded(buildSmall, plain(3));
+    LasSettings expected = recorded.settings();
     expected.version = 4;
-    const auto& written = walked.exporter().writtenFiles().at(0);
+    const auto& written = recorded.exporter().writtenFiles().at(0);
     const LasVerification verification(expected);
-    EXPECT_THROW((void)verification.compare({written.path, "a.las", 3}, walked.grid().mapping,
-                                            walked.grid().written, walked.grid().box),
+    EXPECT_THROW((void)verification.compare({written.path, "a.las", 3}, recorded.grid().plan,
+                                            recorded.grid().files.at(0)),
                  Anchor::FormatError);
 }
 
 TEST_F(LasVerificationTest, AFileThatGoesOnIsFound) {
-    WalkedLas walked(
+    RecordedLas recorded(
         [](Sheaf::Bundle& bundle, const std::string&) {
             GridBuilder(bundle, 0, "g")
                 .field("Positions", "a", Points{{1, 2, 3}})
                 .field("Positions", "b", Points{{1, 2, 3}, {4, 5, 6}});
         },
         plain());
-    const auto& written = walked.exporter().writtenFiles().at(0);
-    const LasVerification verification(walked.settings());
-    const LasWalk::Grid& grid = walked.grid();
-    const auto compare = [&](std::size_t first, std::size_t count) {
+    const auto& written = recorded.exporter().writtenFiles().at(0);
+    const LasVerification verification(recorded.settings());
+    LasRecorder::File file = recorded.grid().files.at(0);
+    const auto compare = [&] {
         try {
-            (void)verification.compare({written.path, "a.las", 3}, grid.mapping,
-                                       std::span(grid.written).subspan(first, count), grid.box);
+            (void)verification.compare({written.path, "a.las", 3}, recorded.grid().plan, file);
         } catch (const Anchor::FormatError& error) {
             return std::string(error.what());
         }
         return std::string();
     };
-    EXPECT_EQ(compare(0, 2), "");
-    EXPECT_THAT(compare(0, 1), HasSubstr("it goes on after 1 point"));
+    EXPECT_EQ(compare(), "");
+    file.fragments.pop_back();
+    EXPECT_THAT(compare(), HasSubstr("it goes on after 1 point"));
+}
+
+TEST_F(LasVerificationTest, AxesThatAreNotThoseAnnouncedAreFound) {
+    const auto changed = [](std::size_t place, double value) {
+        return check(buildSmall, plain(), [=](std::string& bytes) { patch<double>(bytes, place, value); })
+            .failure;
+    };
+    EXPECT_EQ(changed(139, 0.0005),
+              "out/a.las: check of the written file: the header states y in steps of 0.0005 "
+              "from 3, it was to be in steps of 0.00025 from 3");
+    EXPECT_THAT(changed(171, 4.00025), HasSubstr("the header states z in steps of 0.00025 from 4.00025"));
 }
 
 TEST_F(LasVerificationTest, AnExtentThatIsNotThatOfThePointsIsFound) {
@@ -302,13 +310,13 @@ TEST_F(LasVerificationTest, CountsByReturnAreReportedAndNoFault) {
 }
 
 TEST_F(LasVerificationTest, AnInterruptionPassesThrough) {
-    WalkedLas walked(buildSmall, plain());
-    const auto& written = walked.exporter().writtenFiles().at(0);
-    LasVerification verification(walked.settings());
+    RecordedLas recorded(buildSmall, plain());
+    const auto& written = recorded.exporter().writtenFiles().at(0);
+    LasVerification verification(recorded.settings());
     struct Stop {};
     verification.beginPass = [](std::uint64_t) { throw Stop(); };
-    EXPECT_THROW((void)verification.compare({written.path, "a.las", 3}, walked.grid().mapping,
-                                            walked.grid().written, walked.grid().box),
+    EXPECT_THROW((void)verification.compare({written.path, "a.las", 3}, recorded.grid().plan,
+                                            recorded.grid().files.at(0)),
                  Stop);
 }
 

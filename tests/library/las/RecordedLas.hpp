@@ -3,7 +3,7 @@
 
 #include "las/ExportPointCloudToLas.hpp"
 #include "library/BuildingReader.hpp"
-#include "library/las/LasWalk.hpp"
+#include "library/las/LasRecorder.hpp"
 #include "support/BundleBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 
@@ -15,51 +15,51 @@
 
 namespace Tidewatch {
 
-/// Runs the LAS exporter under a walk over what a function builds; the files lie in a folder of its own and
+/// Runs the LAS exporter under a recorder over what a function builds; the files lie in a folder of its own and
 /// are called "cloud".
-class WalkedLas {
+class RecordedLas {
 public:
-    explicit WalkedLas(BuildingReader::Build build, LasSettings settings = {}, Filters filters = {})
+    explicit RecordedLas(BuildingReader::Build build, ExportLib::LasSettings settings = {},
+                         Filters filters = {})
         : settings_(completed(std::move(settings))),
           inputs_(readBuilt(folder_, std::move(build))),
           selection_(filters),
-          walk_(Anchor::makeStrong<LasWalk>(RunScope{}, inputs_, selection_, settings_, 2U,
-                                            Anchor::makeStrong<Progress>())) {
+          recorder_(Anchor::makeStrong<LasRecorder>(RunScope{}, inputs_, selection_, settings_, 2U,
+                                                    Anchor::makeStrong<Progress>())) {
         exporter_.Version = settings_.version;
         exporter_.tiles = settings_.tiles;
         exporter_.uncompressed = settings_.uncompressed;
         exporter_.PointSourceID = settings_.pointSourceID;
         exporter_.RenameMap = settings_.renames;
-        exporter_.Progress = walk_->reporter();
         exporter_.bundleptr = inputs_.bundle();
         exporter_.OutputPath = folder_ / "cloud.las";
         filters.applyTo(exporter_);
-        walk_->follow(exporter_);
+        recorder_->follow(exporter_);
         EXPECT_TRUE(exporter_.Run());
-        walk_->finish(exporter_.writtenFiles());
+        recorder_->finish(exporter_.writtenFiles());
     }
 
-    [[nodiscard]] const LasWalk::Grid& grid(std::size_t visit = 0) const {
-        const LasWalk::Grid* const known = walk_->find(walk_->grids().at(visit));
+    [[nodiscard]] const LasRecorder::Grid& grid(std::size_t visit = 0) const {
+        const LasRecorder::Grid* const known = recorder_->find(recorder_->grids().at(visit));
         if (known == nullptr)
             throw std::runtime_error("an unknown grid");
         return *known;
     }
-    [[nodiscard]] const LasWalk& walk() const { return *walk_; }
-    [[nodiscard]] const LasSettings& settings() const { return settings_; }
+    [[nodiscard]] const LasRecorder& recorder() const { return *recorder_; }
+    [[nodiscard]] const ExportLib::LasSettings& settings() const { return settings_; }
     [[nodiscard]] ConvLib::BasicConverterDefs& exporter() { return exporter_; }
 
 private:
-    static LasSettings completed(LasSettings settings) {
+    static ExportLib::LasSettings completed(ExportLib::LasSettings settings) {
         settings.renames.merge(ExportLib::ExportPointCloudToLas::DefaultRenameMap());
         return settings;
     }
 
-    LasSettings settings_;
+    ExportLib::LasSettings settings_;
     Support::TemporaryFolder folder_;
     Inputs inputs_;
     Selection selection_;
-    Anchor::StrongPtr<LasWalk> walk_;
+    Anchor::StrongPtr<LasRecorder> recorder_;
     ExportLib::ExportPointCloudToLas exporter_;
 };
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "library/las/LasWalk.hpp"
+#include "library/las/LasRecorder.hpp"
 
 #include "anchor/Error.hpp"
-#include "library/las/WalkedLas.hpp"
+#include "library/las/RecordedLas.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 
 #include <cmath>
@@ -16,6 +16,7 @@
 namespace Tidewatch {
 namespace {
 
+using ExportLib::LasSettings;
 using Support::GridBuilder;
 using Support::Points;
 using ::testing::AllOf;
@@ -28,10 +29,10 @@ Anchor::StrongPtr<Sheaf::CreativeArrayBase> lattice(double x = 0) {
         Sheaf::MultiIndex<3>{2, 2, 1}));
 }
 
-/// The message with which a walk ends; empty where it comes to its end.
+/// The message with which a run ends; empty where it comes to its end.
 std::string failure(BuildingReader::Build build, const LasSettings& settings = {}) {
     try {
-        const WalkedLas walked(std::move(build), settings);
+        const RecordedLas recorded(std::move(build), settings);
     } catch (const Anchor::Error& error) {
         return error.what();
     }
@@ -44,28 +45,49 @@ BuildingReader::Build cloud(Points points) {
     };
 }
 
-TEST(LasWalk, LooksAtAllFragmentsThatWereWritten) {
-    const WalkedLas walked([](Sheaf::Bundle& bundle, const std::string&) {
+TEST(LasRecorder, NotesWhichFragmentsWentIntoTheFile) {
+    const RecordedLas recorded([](Sheaf::Bundle& bundle, const std::string&) {
         GridBuilder(bundle, 0, "g")
             .field("Positions", "a", Points{{1, 2, 3}, {4, 5, 6}})
             .field("Positions", "b", Points{{-1, 0.5, 9}})
             .field("Intensity", "b", std::vector<unsigned short>{7});
     });
-    const LasWalk::Grid& grid = walked.grid();
-    ASSERT_EQ(grid.written.size(), 2U);
-    EXPECT_EQ(grid.written[0].fragment->name, "a");
-    EXPECT_TRUE(grid.written[0].hasPositions && grid.written[1].hasPositions);
-    EXPECT_EQ(grid.written[1].box.lower().y, 0.5);
-    EXPECT_EQ(grid.box.lower().x, -1);
-    EXPECT_EQ(grid.box.upper().z, 9);
-    EXPECT_EQ(grid.findings.points, 3U);
-    EXPECT_EQ(grid.findings.survey.axis(0)->upper, 4);
-    EXPECT_EQ(grid.findings.supplies.at("Intensity").values, 1U);
-    EXPECT_FALSE(grid.inputStep);
+    const LasRecorder::Grid& grid = recorded.grid();
+    ASSERT_EQ(grid.files.size(), 1U);
+    ASSERT_EQ(grid.files[0].fragments.size(), 2U);
+    EXPECT_EQ(grid.files[0].fragments[0]->name, "a");
+    EXPECT_EQ(grid.files[0].fragments[1]->name, "b");
+    EXPECT_EQ(grid.files[0].axes[0].lower, -1);
+    EXPECT_EQ(grid.files[0].axes[2].upper, 9);
+    EXPECT_EQ(fragmentWithoutPositions(grid), nullptr);
+    const ExportedGrid& exported = recorded.recorder().grids().at(0);
+    EXPECT_EQ(exported.survey.axis(0)->upper, 4);
+    const auto repeated = exported.changed("Intensity", ConvLib::ValueChange::Repeated);
+    EXPECT_EQ(repeated.count, 2U);
+    EXPECT_EQ(repeated.total, 3U);
+    EXPECT_EQ(grid.inputStep, Geom::PhysicalSpace::vector{});
 }
 
-TEST(LasWalk, KnowsTheStepOfTheFileThatBecameTheGrid) {
-    const WalkedLas walked([](Sheaf::Bundle& bundle, const std::string& path) {
+TEST(LasRecorder, EachTileIsAFileOfItsOwn) {
+    LasSettings tiles;
+    tiles.tiles = true;
+    const RecordedLas recorded(
+        [](Sheaf::Bundle& bundle, const std::string&) {
+            GridBuilder(bundle, 0, "g")
+                .field("Positions", "a", Points{{1, 2, 3}})
+                .field("Positions", "b", lattice())
+                .field("Positions", "c", Points{{7, 2, 3}});
+        },
+        tiles);
+    const LasRecorder::Grid& grid = recorded.grid();
+    ASSERT_EQ(grid.files.size(), 2U);
+    EXPECT_EQ(grid.files[0].fragments.at(0)->name, "a");
+    EXPECT_EQ(grid.files[1].fragments.at(0)->name, "c");
+    EXPECT_EQ(grid.files[1].axes[0].lower, 7);
+}
+
+TEST(LasRecorder, KnowsTheStepOfTheFileThatBecameTheGrid) {
+    const RecordedLas recorded([](Sheaf::Bundle& bundle, const std::string& path) {
         const auto grid = bundle.makeSlice(0)->makeGrid("stepped", path);
         grid->skeletons()
             .make({0, {}})
@@ -74,27 +96,41 @@ TEST(LasWalk, KnowsTheStepOfTheFileThatBecameTheGrid) {
             ->makeField("Positions", typeid(Geom::PhysicalSpace::point))
             ->addFragment(nullptr, Support::held(Points{{1, 2, 3}}));
     });
-    EXPECT_EQ(walked.grid().inputStep, (Geom::PhysicalSpace::vector{0.25, 0.5, 1}));
+    EXPECT_EQ(recorded.grid().inputStep, (Geom::PhysicalSpace::vector{0.25, 0.5, 1}));
+    // So the positions need not be asked for theirs.
+    EXPECT_EQ(recorded.recorder().grids().at(0).survey.points(), 0U);
 }
 
-TEST(LasWalk, PassesLatticesByAsTheExporterDoes) {
-    const WalkedLas walked([](Sheaf::Bundle& bundle, const std::string&) {
+TEST(LasRecorder, PassesLatticesByAsTheExporterDoes) {
+    const RecordedLas recorded([](Sheaf::Bundle& bundle, const std::string&) {
         GridBuilder(bundle, 0, "g")
             .field("Positions", "a", lattice())
             .field("Positions", "b", Points{{5, 5, 5}})
             .field("Positions", "c", lattice());
         GridBuilder(bundle, 0, "h").field("Positions", "", lattice());
     });
-    ASSERT_EQ(walked.grid().written.size(), 1U);
-    EXPECT_EQ(walked.grid().written[0].fragment->name, "b");
+    ASSERT_EQ(recorded.grid().files.size(), 1U);
+    ASSERT_EQ(recorded.grid().files[0].fragments.size(), 1U);
+    EXPECT_EQ(recorded.grid().files[0].fragments[0]->name, "b");
     // The exporter's header spans the lattices, too.
-    EXPECT_EQ(walked.grid().box.lower().x, 0);
-    EXPECT_TRUE(walked.grid(1).written.empty());
-    EXPECT_FALSE(walked.walk().grids()[1].hasFiles());
+    EXPECT_EQ(recorded.grid().files[0].axes[0].lower, 0);
+    EXPECT_EQ(fragmentWithoutPositions(recorded.grid()), nullptr);
+    EXPECT_TRUE(recorded.grid(1).files.empty());
+    EXPECT_FALSE(recorded.recorder().grids()[1].hasFiles());
 }
 
-TEST(LasWalk, NotesWhereTheExporterLeftTheSlice) {
-    WalkedLas walked([](Sheaf::Bundle& bundle, const std::string&) {
+TEST(LasRecorder, ALatticeBeyondTheAxesKeepsNoPointsOut) {
+    EXPECT_EQ(failure([](Sheaf::Bundle& bundle, const std::string&) {
+                  GridBuilder(bundle, 0, "g")
+                      .field("Positions", "a", lattice(0))
+                      .field("Positions", "b", lattice(2e6))
+                      .field("Positions", "c", Points{{1e6, 5, 5}});
+              }),
+              "");
+}
+
+TEST(LasRecorder, NotesWhereTheExporterLeftTheSlice) {
+    RecordedLas recorded([](Sheaf::Bundle& bundle, const std::string&) {
         GridBuilder(bundle, 0, "g")
             .field("Positions", "a", Points{{1, 2, 3}})
             .field("Positions", "b", std::vector<double>{1})
@@ -102,17 +138,18 @@ TEST(LasWalk, NotesWhereTheExporterLeftTheSlice) {
         GridBuilder(bundle, 0, "h").field("Positions", "", Points{{1, 2, 3}});
         GridBuilder(bundle, 1, "h").field("Positions", "", Points{{1, 2, 3}});
     });
-    const LasWalk::Grid& grid = walked.grid();
-    ASSERT_EQ(grid.written.size(), 2U);
-    EXPECT_FALSE(grid.written[1].hasPositions);
-    EXPECT_EQ(grid.findings.points, 1U);
-    ASSERT_EQ(walked.walk().grids().size(), 2U);
-    EXPECT_EQ(walked.walk().grids()[1].time, 1);
-    EXPECT_EQ(walked.walk().plannedGrids().size(), 3U);
-    EXPECT_THAT(walked.exporter().Errors, ::testing::ElementsAre("No positions to export"));
+    const LasRecorder::Grid& grid = recorded.grid();
+    ASSERT_EQ(grid.files.size(), 1U);
+    EXPECT_EQ(grid.files[0].fragments.size(), 1U);
+    ASSERT_NE(fragmentWithoutPositions(grid), nullptr);
+    EXPECT_EQ(fragmentWithoutPositions(grid)->name, "b");
+    ASSERT_EQ(recorded.recorder().grids().size(), 2U);
+    EXPECT_EQ(recorded.recorder().grids()[1].time, 1);
+    EXPECT_EQ(recorded.recorder().plannedGrids().size(), 3U);
+    EXPECT_THAT(recorded.exporter().Errors, ::testing::ElementsAre("No positions to export"));
 }
 
-TEST(LasWalk, ACoordinateThatDoesNotFitIsAnErrorWithAxisValueAndLimits) {
+TEST(LasRecorder, ACoordinateThatDoesNotFitIsAnErrorWithAxisValueAndLimits) {
     // 32 bits of steps of 0.00025 span about 1 073 741.8, less what the offset is rounded down by.
     EXPECT_EQ(failure(cloud({{0, 0, 0}, {0, 1'073'740, 0}})), "");
     EXPECT_THAT(failure(cloud({{0, 0, 0}, {0, 1'073'741, 0}})),
@@ -124,7 +161,7 @@ TEST(LasWalk, ACoordinateThatDoesNotFitIsAnErrorWithAxisValueAndLimits) {
               "each fragment limits of its own");
 }
 
-TEST(LasWalk, TilesHaveLimitsOfTheirOwn) {
+TEST(LasRecorder, TilesHaveLimitsOfTheirOwn) {
     const auto build = [](Sheaf::Bundle& bundle, const std::string&) {
         GridBuilder(bundle, 0, "g")
             .field("Positions", "a", Points{{0, 0, 0}})
@@ -138,7 +175,7 @@ TEST(LasWalk, TilesHaveLimitsOfTheirOwn) {
                 AllOf(HasSubstr("z = 5000000 does not fit"), Not(HasSubstr("--tiles"))));
 }
 
-TEST(LasWalk, WhatIsNoFiniteNumberDoesNotFit) {
+TEST(LasRecorder, WhatIsNoFiniteNumberDoesNotFit) {
     constexpr double infinity = std::numeric_limits<double>::infinity();
     EXPECT_THAT(failure(cloud({{0, 0, 0}, {0, std::nan(""), 0}})),
                 HasSubstr("y = nan does not fit into a LAS file, whose coordinates are finite numbers"));
@@ -148,7 +185,7 @@ TEST(LasWalk, WhatIsNoFiniteNumberDoesNotFit) {
     EXPECT_THAT(failure(cloud({{std::nan(""), 0, 0}})), HasSubstr("x = nan does not fit"));
 }
 
-TEST(LasWalk, PositionsOfAnotherFieldAreCheckedWhenTheyAreWritten) {
+TEST(LasRecorder, PositionsOfAnotherFieldAreCheckedWhenTheyAreWritten) {
     LasSettings settings;
     settings.renames = {{"Positions", "UserData"}, {"Moved", "Positions"}};
     EXPECT_THAT(failure(
