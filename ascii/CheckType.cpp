@@ -7,9 +7,8 @@
 
 namespace ExportLib {
 
-std::filesystem::path elementsPath(const CheckType& c) {
-    std::filesystem::path path = c.outputPath;
-    if (path.stem() == "Positions")
+std::filesystem::path elementsPath(std::filesystem::path path) {
+    if (path.stem() == positionsName)
         path.replace_filename("XYZ_Coordinates");
     // Appended as text: what looks like an extension in a fragment's name is a part of the name.
     path += ".asc";

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "anchor/StrongPtr.hpp"
+#include "convlib/BasicConverterDefs.hpp"
 #include "convlib/WrittenFile.hpp"
 #include "geom/MultiRange.hpp"
 #include "sheaf/ElementTypes.hpp"
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 
 /// The element types that have a writer, in the order in which they are asked: ROW(TYPE) for each. A new one
 /// is a row here and, unless it is a number, an elementText of its own.
@@ -31,6 +33,9 @@
     ROW(Geom::PhysicalSpace::bivector)
 
 namespace ExportLib {
+
+/// The field whose values are the places of the others.
+inline constexpr std::string_view positionsName = "Positions";
 
 /// Everything that a writer needs to know about one fragment of one field. It lives for one dispatch and owns
 /// nothing but its path; what it refers to outlives it.
@@ -58,6 +63,13 @@ struct CheckType {
     bool flushLines = true;
     /// Set by the writer: the file, where it opened one.
     std::optional<ConvLib::WrittenFile> written = {};
+    /// Asked whether to go on, and its observer is told what becomes of the values; may be null.
+    const ConvLib::BasicConverterDefs* run = nullptr;
+    /// The name of the field, for the observer.
+    std::string_view fieldName = {};
+
+    /// Whether there is an observer.
+    [[nodiscard]] bool isObserved() const noexcept { return run != nullptr && run->Observer(); }
 
     /// The writer for one element type.
     template <class T>

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ascii/EsriGridHeader.hpp"
 
+#include <cmath>
+
 namespace ExportLib {
 
 namespace {
+
+constexpr int decimals = 3;
+constexpr double stepsPerUnit = 1000;
 
 void writeCount(ConvLib::LineWriter& lines, std::string_view key, std::uint64_t value) {
     lines.text(key);
@@ -13,11 +18,16 @@ void writeCount(ConvLib::LineWriter& lines, std::string_view key, std::uint64_t 
 
 void writeLength(ConvLib::LineWriter& lines, std::string_view key, double value) {
     lines.text(key);
-    lines.fixed(value, 3);
+    lines.fixed(value, decimals);
     lines.endLine();
 }
 
 } // namespace
+
+double EsriGridHeader::asWritten(double length) noexcept {
+    const double rounded = std::nearbyint(length * stepsPerUnit) / stepsPerUnit;
+    return std::isfinite(rounded) ? rounded : length;
+}
 
 void EsriGridHeader::write(ConvLib::LineWriter& lines) const {
     writeCount(lines, "NCOLS ", columns);

@@ -22,7 +22,9 @@ struct EsriGridHeader {
     /// The format knows square cells only.
     double cellSize = 0;
 
-    /// Coordinates and cell size get three decimals.
+    /// A length as it stands in the file, where coordinates and the cell size have three decimals; in coordinate units.
+    [[nodiscard]] static double asWritten(double length) noexcept;
+
     void write(ConvLib::LineWriter& lines) const;
 };
 

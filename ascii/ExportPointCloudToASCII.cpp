@@ -4,7 +4,9 @@
 #include "anchor/Console.hpp"
 #include "ascii/CheckType.hpp"
 #include "ascii/createDirectory.hpp"
+#include "ascii/fragmentRules.hpp"
 #include "convlib/ExporterRegistration.hpp"
+#include "convlib/ReferenceVertices.hpp"
 #include "sheaf/Grid.hpp"
 
 #include <cstdint>
@@ -53,11 +55,8 @@ public:
         if (!exporter_.UseThisGrid(name))
             return;
         exporter_.takeUpGrid(time, name);
-        const auto reference = grid.findHighestHomogenousVertexRefinement(100000000);
-        if (!reference)
-            return;
-        const auto representation = reference->representations()(grid.findCartesianChart(""));
-        if (!representation || !representation->Positions())
+        const ConvLib::ReferenceVertices reference = ConvLib::findReferenceVertices(grid);
+        if (!reference.representation)
             return;
 
         // Progress wants a total beforehand. Only names are looked at, so it may exceed the number of files.
@@ -71,7 +70,8 @@ public:
         grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
             if (exporter_.UseThisField(stop.id.name())) {
                 report(stop.id.name(), current, total);
-                if (isSelected(stop.skeleton, *reference))
+                exporter_.askWhetherToStop();
+                if (isSelected(stop.skeleton, *reference.skeleton, exporter_.RefLevel))
                     exportFragment(stop);
             }
             return true;
@@ -85,39 +85,28 @@ private:
             exporter_.Progress->progress("KxtoASCII, " + fieldName + " #", current++, total);
     }
 
-    [[nodiscard]] bool isSelected(const Sheaf::Skeleton& skeleton, const Sheaf::Skeleton& reference) const {
-        if (skeleton.exclusionMark() != 0)
-            return false;
-        switch (exporter_.RefLevel) {
-        case -1:
-            return &skeleton == &reference;
-        case -2:
-            return true;
-        default:
-            return skeleton.refinementLevel() == exporter_.RefLevel;
-        }
+    void tellOf(const Sheaf::FieldFragment& stop) {
+        const AsciiSettings settings{exporter_.FilterField, exporter_.RefLevel, exporter_.Precision,
+                                     exporter_.Append, exporter_.TileSuffix};
+        exporter_.Observer()->fragmentBegins(stop.id.name(),
+                                             stop.fragment ? stop.fragment->name() : std::string(),
+                                             plannedFragment(stop, settings).elements);
     }
 
     void exportFragment(const Sheaf::FieldFragment& stop) {
-        const std::string& fieldName = stop.id.name();
+        if (exporter_.Observer())
+            tellOf(stop);
+        const FragmentPlace place = placeOf(stop, exporter_.Append, exporter_.RefLevel);
         fs::path directory = root_;
-        if (!exporter_.Append) {
-            directory /= fieldName;
+        for (const std::string& folder : place.folders) {
+            directory /= folder;
             if (!makeDirectory(directory))
                 return;
         }
-        if (exporter_.RefLevel != -1) {
-            directory /= std::string("Skeleton").append(std::to_string(stop.skeleton.refinementLevel()));
-            if (!makeDirectory(directory))
-                return;
-        }
-        const std::string stem = exporter_.Append ? fieldName
-                                 : stop.fragment  ? stop.fragment->name()
-                                                  : std::string("Unfragmented");
         CheckType check{stop.data,
                         stop.field,
                         stop.representation,
-                        directory / stem,
+                        directory / place.stem,
                         stop.fragment,
                         exporter_.CellTypeFilter,
                         exporter_.FilterField,
@@ -125,7 +114,9 @@ private:
                         exporter_.Append,
                         exporter_.TileSuffix,
                         exporter_.FlushLines(),
-                        {}};
+                        {},
+                        &exporter_,
+                        stop.id.name()};
         dispatch(check);
         if (check.written)
             record(*std::move(check.written));
@@ -172,15 +163,6 @@ std::string ExportPointCloudToASCII::printSecondary() {
     if (Append)
         text.append("\nAppend modus ");
     return text;
-}
-
-bool ExportPointCloudToASCII::HasWriter(const std::type_info& elementType) noexcept {
-#define TIDEWATCH_ROW(TYPE)                                                                                  \
-    if (elementType == typeid(TYPE))                                                                         \
-        return true;
-    TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW)
-#undef TIDEWATCH_ROW
-    return false;
 }
 
 bool ExportPointCloudToASCII::Run() {

@@ -5,7 +5,6 @@
 #include "geom/MultiRange.hpp"
 
 #include <string>
-#include <typeinfo>
 
 namespace ExportLib {
 
@@ -15,7 +14,7 @@ namespace ExportLib {
 /// OutputPath is a folder that exists; a path that is none is replaced by "." for good. Below it a file is
 /// named after field, skeleton and fragment (docs/ascii.md has the layouts), never after grid or time: a
 /// later grid or time step overwrites the files of an earlier one, or adds to them in append mode. Fields of
-/// other element types than those that have a writer are passed over in silence.
+/// other element types than those that have a writer are passed over in silence. AsciiPlan tells beforehand what becomes of what.
 ///
 /// One fragment of one field is in memory at a time, with the fragment's positions or cell types. Progress is
 /// reported before each fragment, "KxtoASCII, <field> #"; a refusal is not listened to. Whatever the file
@@ -31,9 +30,6 @@ public:
 
     std::string printSecondary() override;
     bool Run() override;
-
-    /// Whether fields of an element type have a writer; others are passed over.
-    [[nodiscard]] static bool HasWriter(const std::type_info& elementType) noexcept;
 
     /// The field (8-bit unsigned) that says of each cell of a uniform grid what it is.
     std::string FilterField = "CellType";

@@ -16,15 +16,12 @@ namespace {
 
 using Creator = Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>;
 
-Creator creatorOf(const Anchor::StrongPtr<Sheaf::Field>& field, const CheckType& c) {
-    return field ? field->getCreator(c.fragment) : nullptr;
-}
-
+/// The overlap where the fragment states one.
 template <int Number>
-Sheaf::MultiIndex<3> overlapOf(const CheckType& c) {
+std::optional<Sheaf::MultiIndex<3>> overlapOf(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) {
     Sheaf::MultiIndex<3> overlap{};
-    if (!Sheaf::FragmentLocation<3, Sheaf::FragmentProperty<Number>>::get(c.fragment, overlap))
-        Anchor::Console() << "No Overlap";
+    if (!Sheaf::FragmentLocation<3, Sheaf::FragmentProperty<Number>>::get(fragment, overlap))
+        return std::nullopt;
     return overlap;
 }
 
@@ -39,38 +36,57 @@ std::int32_t wholePart(double coordinate) {
 
 } // namespace
 
+Sheaf::Field::Creator positionsOf(const Sheaf::Representation& representation,
+                                  const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) {
+    const auto& field = representation.Positions();
+    return field ? field->getCreator(fragment) : nullptr;
+}
+
 Anchor::StrongPtr<Sheaf::UniformCartesianArray> uniformPositions(const CheckType& c) {
-    const Creator positions = creatorOf(c.representation.Positions(), c);
+    const Creator positions = positionsOf(c.representation, c.fragment);
     return positions ? Anchor::dynamicCast<Sheaf::UniformCartesianArray>(positions->create(false)) : nullptr;
+}
+
+std::optional<GridFragment> GridFragment::of(const Sheaf::UniformCartesianArray& lattice,
+                                             const Geom::BoundingBox& box,
+                                             const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) {
+    if (lattice.extents()[2] != 1)
+        return std::nullopt;
+    GridFragment grid;
+    grid.columns_ = lattice.extents()[0];
+    grid.rows_ = lattice.extents()[1];
+    grid.low_ = overlapOf<2>(fragment).value_or(Sheaf::MultiIndex<3>{});
+    grid.high_ = overlapOf<3>(fragment).value_or(Sheaf::MultiIndex<3>{});
+    grid.cellSize_ = lattice.spacing().x;
+    grid.spacingY_ = lattice.spacing().y;
+    // A grid without cells widens no box, and has its place all the same.
+    const bool hasCells = grid.columns_ != 0 && grid.rows_ != 0;
+    const Geom::PhysicalSpace::point& corner = hasCells ? box.lower() : lattice.origin();
+    grid.cornerX_ = static_cast<double>(grid.low_[0]) * lattice.spacing().x + corner.x;
+    grid.cornerY_ = static_cast<double>(grid.low_[1]) * lattice.spacing().y + corner.y;
+    return grid;
 }
 
 std::optional<GridFragment> GridFragment::make(const CheckType& c,
                                                const Sheaf::UniformCartesianArray& lattice) {
     Geom::BoundingBox box;
-    if (const Creator positions = creatorOf(c.representation.Positions(), c))
+    if (const Creator positions = positionsOf(c.representation, c.fragment))
         Sheaf::ExpandBBox(box, *positions, true);
-    if (lattice.extents()[2] != 1) {
+    const auto fragment = of(lattice, box, c.fragment);
+    if (!fragment) {
         Anchor::Console() << "Export as esri can only have dim: 1";
         return std::nullopt;
     }
-    GridFragment fragment;
-    fragment.columns_ = lattice.extents()[0];
-    fragment.rows_ = lattice.extents()[1];
-    fragment.low_ = overlapOf<2>(c);
-    fragment.high_ = overlapOf<3>(c);
-    fragment.cellSize_ = lattice.spacing().x;
-    // A grid without cells widens no box, and has its place all the same.
-    const bool hasCells = fragment.columns_ != 0 && fragment.rows_ != 0;
-    const Geom::PhysicalSpace::point& corner = hasCells ? box.lower() : lattice.origin();
-    fragment.cornerX_ = static_cast<double>(fragment.low_[0]) * lattice.spacing().x + corner.x;
-    fragment.cornerY_ = static_cast<double>(fragment.low_[1]) * lattice.spacing().y + corner.y;
+    for (const bool isStated : {overlapOf<2>(c.fragment).has_value(), overlapOf<3>(c.fragment).has_value()}) {
+        if (!isStated)
+            Anchor::Console() << "No Overlap";
+    }
     return fragment;
 }
 
-std::filesystem::path GridFragment::path(const CheckType& c) const {
+std::filesystem::path GridFragment::path(std::filesystem::path path, bool tileSuffix) const {
     // Appended as text: what looks like an extension in a fragment's name is a part of the name.
-    std::filesystem::path path = c.outputPath;
-    if (c.tileSuffix) {
+    if (tileSuffix) {
         for (const double coordinate : {cornerX_, cornerY_})
             (path += "_") += std::to_string(wholePart(coordinate));
     }
@@ -84,7 +100,7 @@ Anchor::StrongPtr<GridFragment::CellTypes> GridFragment::cellTypes(const CheckTy
         Anchor::Console() << "Have no cell type field";
         return nullptr;
     }
-    const Creator creator = creatorOf(field, c);
+    const Creator creator = field->getCreator(c.fragment);
     if (!creator) {
         Anchor::Console() << "Have no cell type CAB";
         return nullptr;
@@ -97,18 +113,41 @@ Anchor::StrongPtr<GridFragment::CellTypes> GridFragment::cellTypes(const CheckTy
     return types;
 }
 
-bool GridFragment::overlapsFit() const {
+bool GridFragment::overlapsFit() const noexcept {
     const auto fits = [](std::uint64_t low, std::uint64_t high, std::uint64_t count) {
         return low <= count && high <= count - low;
     };
-    if (fits(low_[0], high_[0], columns_) && fits(low_[1], high_[1], rows_))
-        return true;
-    Anchor::Console() << "Overlap is larger than the grid";
-    return false;
+    return fits(low_[0], high_[0], columns_) && fits(low_[1], high_[1], rows_);
 }
 
 EsriGridHeader GridFragment::header() const noexcept {
     return {columns_ - (low_[0] + high_[0]), rows_ - (low_[1] + high_[1]), cornerX_, cornerY_, cellSize_};
+}
+
+AsciiPlan::Lattice GridFragment::described() const {
+    const double cell = EsriGridHeader::asWritten(cellSize_);
+    // Cells are counted from the corner, so the farthest one is off most.
+    const auto loss = [&](double corner, double spacing, std::uint64_t count) {
+        const auto last = static_cast<double>(count > 0 ? count - 1 : 0);
+        const double written = EsriGridHeader::asWritten(corner);
+        const double most =
+            std::max(std::abs(written - corner), std::abs(written + last * cell - (corner + last * spacing)));
+        const double noise = 8 * std::numeric_limits<double>::epsilon() *
+                             std::max(std::abs(corner), std::abs(corner + last * spacing));
+        return most > noise ? most : 0;
+    };
+    AsciiPlan::Lattice lattice;
+    lattice.spacingX = cellSize_;
+    lattice.spacingY = spacingY_;
+    lattice.writtenCellSize = cell;
+    lattice.isSquareAsWritten = EsriGridHeader::asWritten(spacingY_) == cell;
+    lattice.rowShift = low_[1];
+    if (overlapsFit()) {
+        const EsriGridHeader written = header();
+        lattice.coordinateLoss =
+            std::max(loss(cornerX_, cellSize_, written.columns), loss(cornerY_, spacingY_, written.rows));
+    }
+    return lattice;
 }
 
 std::array<bool, 256> acceptedCellTypes(const Geom::MultiRange<double>& filter) {
@@ -120,6 +159,10 @@ std::array<bool, 256> acceptedCellTypes(const Geom::MultiRange<double>& filter) 
 
 void reportUnusableCells() {
     Anchor::Console() << "Have no cell type mem";
+}
+
+void reportLargeOverlap() {
+    Anchor::Console() << "Overlap is larger than the grid";
 }
 
 } // namespace ExportLib

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "ascii/AsciiPlan.hpp"
 #include "convlib/LineWriter.hpp"
 #include "sheaf/ElementTypes.hpp"
 
@@ -15,12 +16,20 @@ namespace ExportLib {
 template <class T>
 concept Scalar = std::is_arithmetic_v<T>;
 
+/// Decimals where no other number is asked for.
+inline constexpr unsigned int defaultDecimals = AsciiPlan::coordinateDecimals;
+
+/// The decimals of floating-point numbers for a precision.
+[[nodiscard]] constexpr unsigned int decimalsFor(unsigned int precision) noexcept {
+    return precision == 0 ? defaultDecimals : precision;
+}
+
 /// Appends a blank and a number: with `precision` decimals, or six where the precision is 0.
 template <std::floating_point T>
 void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
     constexpr unsigned int most = std::numeric_limits<int>::max();
     line.character(' ');
-    line.fixed(value, precision == 0 ? 6 : static_cast<int>(std::min(precision, most)));
+    line.fixed(value, static_cast<int>(std::min(decimalsFor(precision), most)));
 }
 
 /// Appends a blank and an integer in decimal. Only for bytes does the precision make a difference: unless it

@@ -2,59 +2,89 @@
 #pragma once
 
 #include "ascii/CheckType.hpp"
+#include "ascii/FragmentWatch.hpp"
 #include "ascii/TextFile.hpp"
 #include "ascii/elementText.hpp"
 #include "sheaf/MemArray.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <span>
 
 namespace ExportLib {
 
-/// The path of a text file for the fragment. Positions go by the name that users look for.
-[[nodiscard]] std::filesystem::path elementsPath(const CheckType& c);
+/// The path of a text file, from the path without its extension. Positions go by the name that users look for.
+[[nodiscard]] std::filesystem::path elementsPath(std::filesystem::path path);
+
+/// Calls write(block) for one piece of the elements after the other, each of a size after which hosts are asked.
+template <class T, bool isObserved, class Write>
+void writeInBlocks(std::span<const T> elements, FragmentWatch<T, isObserved>& watch, Write&& write) {
+    while (!elements.empty()) {
+        const auto block = elements.first(std::min<std::size_t>(elements.size(), watch.block));
+        for (const T& element : block) {
+            write(element);
+            watch.look(element);
+        }
+        watch.wrote(block);
+        elements = elements.subspan(block.size());
+    }
+}
 
 /// Writes a line an element, in storage order.
-template <class T>
-std::uint64_t writeList(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& elements) {
-    for (const T& element : elements.base_vector()) {
+template <class T, bool isObserved>
+std::uint64_t writeList(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& elements,
+                        FragmentWatch<T, isObserved>& watch) {
+    writeInBlocks(std::span<const T>(elements.base_vector()), watch, [&](const T& element) {
         elementText(lines, element);
         lines.endLine();
-    }
+    });
     return elements.base_vector().size();
 }
 
 /// Writes a line a row, every element followed by a blank; rows without columns are empty lines. Writes
 /// nothing where the array has not got all of the columns and rows that its creator promised.
-template <class T>
+template <class T, bool isObserved>
 std::uint64_t writeTable(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& elements,
-                         const Sheaf::Extents& promised) {
+                         const Sheaf::Extents& promised, FragmentWatch<T, isObserved>& watch) {
     const auto* const table = dynamic_cast<const Sheaf::MemArray<2, T>*>(&elements);
     if (table == nullptr || table->extents()[0] < promised[0] || table->extents()[1] < promised[1] ||
         table->extents().elementCount() != table->base_vector().size())
         return 0;
     for (std::uint64_t row = 0; row < promised[1]; ++row) {
-        for (std::uint64_t column = 0; column < promised[0]; ++column) {
-            elementText(lines, (*table)({column, row}));
+        const std::span<const T> all = table->base_vector();
+        writeInBlocks(all.subspan(row * table->extents()[0], promised[0]), watch, [&](const T& element) {
+            elementText(lines, element);
             lines.character(' ');
-        }
+        });
         lines.endLine();
+        // Rows may be without columns, and many.
+        watch.wrote(1);
     }
     return promised[0] * promised[1];
 }
 
-/// Writes a fragment's elements as text: a table where the array has two axes, a list otherwise. No file
-/// where there is no array of such elements.
+/// Writes elements to a file that is open: a table where the array has two axes, a list otherwise.
+template <class T, bool isObserved>
+std::uint64_t writeTo(TextFile& file, const CheckType& c, const Sheaf::TypedArray<T>& elements) {
+    FragmentWatch<T, isObserved> watch(c, defaultDecimals);
+    const auto extents = Sheaf::getSize(*c.data);
+    const std::uint64_t count = extents && extents->rank() == 2
+                                    ? writeTable(file.lines(), elements, *extents, watch)
+                                    : writeList(file.lines(), elements, watch);
+    watch.finish(count);
+    return count;
+}
+
+/// Writes a fragment's elements as text. No file where there is no array of such elements.
 template <class T>
 void writeElements(CheckType& c) {
     const auto elements = Anchor::dynamicCast<Sheaf::TypedArray<T>>(c.data->create(false));
     if (!elements)
         return;
-    TextFile file(elementsPath(c), c.append, c.flushLines);
-    const auto extents = Sheaf::getSize(*c.data);
-    const std::uint64_t count = extents && extents->rank() == 2
-                                    ? writeTable(file.lines(), *elements, *extents)
-                                    : writeList(file.lines(), *elements);
+    TextFile file(elementsPath(c.outputPath), c.append, c.flushLines);
+    const std::uint64_t count =
+        c.isObserved() ? writeTo<T, true>(file, c, *elements) : writeTo<T, false>(file, c, *elements);
     c.written = file.close(count);
 }
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "ascii/FragmentWatch.hpp"
 #include "ascii/GridFragment.hpp"
 #include "ascii/TextFile.hpp"
 #include "ascii/elementText.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -12,10 +14,11 @@ namespace ExportLib {
 
 /// Writes the header and the cells of a fragment, northernmost row first, and gives the number of cells. A
 /// value has a blank on either side; a cell without a value has one behind it only.
-template <Scalar T>
+template <Scalar T, bool isObserved>
 std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragment,
                          const GridFragment::CellTypes& types, const Sheaf::MemArray<3, T>& values,
-                         const std::array<bool, 256>& accepted, unsigned int precision) {
+                         const std::array<bool, 256>& accepted, unsigned int precision,
+                         FragmentWatch<T, isObserved>& watch) {
     fragment.header().write(lines);
     const std::uint64_t rows = fragment.rowCount();
     const std::uint64_t begin = fragment.firstColumn();
@@ -23,16 +26,34 @@ std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragmen
     for (std::uint64_t row = rows; row-- > 0;) {
         const unsigned char* const typesOfRow = types.base_vector().data() + row * types.extents()[0];
         const T* const valuesOfRow = values.base_vector().data() + row * values.extents()[0];
-        for (std::uint64_t column = begin; column < end; ++column) {
-            if (accepted[typesOfRow[column]])
-                toText(lines, valuesOfRow[column], precision);
-            else
-                lines.text(EsriGridHeader::noData);
-            lines.character(' ');
+        for (std::uint64_t column = begin; column < end;) {
+            const std::uint64_t blockEnd = column + std::min(end - column, watch.block);
+            watch.wrote(blockEnd - column);
+            for (; column < blockEnd; ++column) {
+                if (accepted[typesOfRow[column]]) {
+                    toText(lines, valuesOfRow[column], precision);
+                    watch.look(valuesOfRow[column]);
+                } else {
+                    lines.text(EsriGridHeader::noData);
+                }
+                lines.character(' ');
+            }
         }
         lines.endLine();
+        // Rows may be without columns, and many.
+        watch.wrote(1);
     }
     return begin < end ? rows * (end - begin) : 0;
+}
+
+template <Scalar T, bool isObserved>
+std::uint64_t writeCells(TextFile& file, const CheckType& c, const GridFragment& fragment,
+                         const GridFragment::CellTypes& types, const Sheaf::MemArray<3, T>& values) {
+    FragmentWatch<T, isObserved> watch(c, decimalsFor(c.precision));
+    const std::uint64_t cells = writeCells(file.lines(), fragment, types, values,
+                                           acceptedCellTypes(c.cellTypeFilter), c.precision, watch);
+    watch.finish(cells);
+    return cells;
 }
 
 /// Writes a fragment of numbers on a uniform grid as an ESRI ASCII grid. The file exists once the fragment is
@@ -43,16 +64,18 @@ void writeEsriGrid(CheckType& c, const Sheaf::UniformCartesianArray& lattice) {
     const auto fragment = GridFragment::make(c, lattice);
     if (!fragment)
         return;
-    TextFile file(fragment->path(c), c.append, c.flushLines);
+    TextFile file(fragment->path(c.outputPath, c.tileSuffix), c.append, c.flushLines);
     std::uint64_t cells = 0;
     if (const auto types = fragment->cellTypes(c)) {
         const auto values = Anchor::dynamicCast<Sheaf::MemArray<3, T>>(c.data->create(false));
         if (!values || !fragment->isCoveredBy(*values))
             // Nothing can be read without the values either: the fragment is given up with the same words.
             reportUnusableCells();
-        else if (fragment->overlapsFit())
-            cells = writeCells(file.lines(), *fragment, *types, *values, acceptedCellTypes(c.cellTypeFilter),
-                               c.precision);
+        else if (!fragment->overlapsFit())
+            reportLargeOverlap();
+        else
+            cells = c.isObserved() ? writeCells<T, true>(file, c, *fragment, *types, *values)
+                                   : writeCells<T, false>(file, c, *fragment, *types, *values);
     }
     c.written = file.close(cells);
 }

@@ -24,21 +24,28 @@ std::uint64_t distance(std::int32_t low, std::int32_t high) noexcept {
 
 /// Sorts by the cell numbers, all below `end`; entries of one cell keep their order.
 template <class Entry>
-void radixSort(std::vector<Entry>& entries, std::uint64_t end) {
+void radixSort(std::vector<Entry>& entries, std::uint64_t end, const StopQuestion& mayGoOn) {
     constexpr int digitBits = 11;
     constexpr std::size_t digits = std::size_t{1} << digitBits;
     const auto digitOf = [](const Entry& entry, int shift) { return (entry.cell() >> shift) & (digits - 1); };
 
-    std::vector<Entry> other(entries.size());
+    // Grown in blocks: the system takes its time for so much memory.
+    std::vector<Entry> other;
+    other.reserve(entries.size());
+    inBlocks(entries.size(), mayGoOn, [&](std::size_t, std::size_t last) { other.resize(last); });
     for (int shift = 0; shift < 64 && ((end - 1) >> shift) != 0; shift += digitBits) {
         std::array<std::size_t, digits> positions{};
-        for (const Entry& entry : entries)
-            ++positions[digitOf(entry, shift)];
+        inBlocks(entries.size(), mayGoOn, [&](std::size_t first, std::size_t last) {
+            for (std::size_t i = first; i < last; ++i)
+                ++positions[digitOf(entries[i], shift)];
+        });
         std::size_t sum = 0;
         for (std::size_t& position : positions)
             sum += std::exchange(position, sum);
-        for (const Entry& entry : entries)
-            other[positions[digitOf(entry, shift)]++] = entry;
+        inBlocks(entries.size(), mayGoOn, [&](std::size_t first, std::size_t last) {
+            for (std::size_t i = first; i < last; ++i)
+                other[positions[digitOf(entries[i], shift)]++] = entries[i];
+        });
         entries.swap(other);
     }
 }
@@ -89,24 +96,27 @@ struct CellSelector::KeyEntry {
 
 CellSelector::CellSelector(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
                            const std::vector<unsigned short>& intensities,
-                           const Geom::PhysicalSpace::point& origin)
+                           const Geom::PhysicalSpace::point& origin, StopQuestion mayGoOn)
     : cellSize_(cellSize),
       points_(points),
       intensities_(intensities),
       origin_(origin),
-      hasIntensities_(intensities.size() == points.size()) {
+      hasIntensities_(intensities.size() == points.size()),
+      mayGoOn_(std::move(mayGoOn)) {
     Key last = keyOf(0);
     Key low = last;
     Key high = last;
     runs_ = 1;
     const auto differ = [](auto a, auto b) { return static_cast<std::size_t>(a != b); };
-    for (std::size_t i = 1; i < points_.size(); ++i) {
-        const Key key = keyOf(i);
-        low = {std::min(low.x, key.x), std::min(low.y, key.y), std::min(low.z, key.z)};
-        high = {std::max(high.x, key.x), std::max(high.y, key.y), std::max(high.z, key.z)};
-        runs_ += differ(key.x, last.x) | differ(key.y, last.y) | differ(key.z, last.z);
-        last = key;
-    }
+    inBlocks(points_.size(), mayGoOn_, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i) {
+            const Key key = keyOf(i);
+            low = {std::min(low.x, key.x), std::min(low.y, key.y), std::min(low.z, key.z)};
+            high = {std::max(high.x, key.x), std::max(high.y, key.y), std::max(high.z, key.z)};
+            runs_ += differ(key.x, last.x) | differ(key.y, last.y) | differ(key.z, last.z);
+            last = key;
+        }
+    });
     lowest_ = low;
     extentY_ = distance(low.y, high.y) + 1;
     extentZ_ = distance(low.z, high.z) + 1;
@@ -138,19 +148,23 @@ std::vector<unsigned long long> CellSelector::select(Strategy strategy) const {
     switch (strategy) {
     case Strategy::SortNarrow: {
         auto entries = collect<NarrowEntry>();
-        radixSort(entries, volume_);
+        radixSort(entries, volume_, mayGoOn_);
         return pick(entries);
     }
     case Strategy::SortWide: {
         auto entries = collect<WideEntry>();
-        radixSort(entries, volume_);
+        radixSort(entries, volume_, mayGoOn_);
         return pick(entries);
     }
     case Strategy::Compare:
         break;
     }
     auto entries = collect<KeyEntry>();
-    std::sort(entries.begin(), entries.end());
+    std::size_t calls = 0;
+    if (mayGoOn_)
+        std::sort(entries.begin(), entries.end(), AskingLess(mayGoOn_, calls));
+    else
+        std::sort(entries.begin(), entries.end());
     return pick(entries);
 }
 
@@ -181,43 +195,51 @@ std::vector<Entry> CellSelector::collect() const {
     entries.reserve(runs_);
     entries.push_back(Entry::of(*this, 0));
     std::uint64_t best = brightness(0);
-    for (std::size_t i = 1; i < points_.size(); ++i) {
-        const Entry entry = Entry::of(*this, i);
-        const std::uint64_t candidate = brightness(i);
-        if (!entry.isInCellOf(entries.back())) {
-            entries.push_back(entry);
-            best = candidate;
-        } else if (candidate > best) {
-            entries.back() = entry;
-            best = candidate;
+    inBlocks(points_.size(), mayGoOn_, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = std::max<std::size_t>(begin, 1); i < end; ++i) {
+            const Entry entry = Entry::of(*this, i);
+            const std::uint64_t candidate = brightness(i);
+            if (!entry.isInCellOf(entries.back())) {
+                entries.push_back(entry);
+                best = candidate;
+            } else if (candidate > best) {
+                entries.back() = entry;
+                best = candidate;
+            }
         }
-    }
+    });
     return entries;
 }
 
 template <class Entry>
 std::vector<unsigned long long> CellSelector::pick(const std::vector<Entry>& sorted) const {
     std::size_t occupied = 1;
-    for (std::size_t i = 1; i < sorted.size(); ++i)
-        occupied += static_cast<std::size_t>(!sorted[i].isInCellOf(sorted[i - 1]));
+    inBlocks(sorted.size(), mayGoOn_, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = std::max<std::size_t>(begin, 1); i < end; ++i)
+            occupied += static_cast<std::size_t>(!sorted[i].isInCellOf(sorted[i - 1]));
+    });
     std::vector<unsigned long long> result;
     result.reserve(std::max(points_.size() / 2, occupied));
-    for (std::size_t i = 0; i < sorted.size();) {
-        // The search begins with point 0 and brightness 0, and only a brighter point takes over. So a cell
-        // whose points are all dark gives point 0 of the whole cloud, not one of its own. That is on purpose
-        // and must stay: each cell keeps its entry, and dark ones can be told from it.
-        std::uint64_t chosen = 0;
-        std::uint64_t best = 0;
-        const Entry& first = sorted[i];
-        for (; i < sorted.size() && sorted[i].isInCellOf(first); ++i) {
-            const std::uint64_t candidate = brightness(sorted[i].index());
-            if (candidate > best) {
-                chosen = sorted[i].index();
-                best = candidate;
+    // A cell may reach beyond its block.
+    std::size_t i = 0;
+    inBlocks(sorted.size(), mayGoOn_, [&](std::size_t, std::size_t end) {
+        while (i < end) {
+            // The search begins with point 0 and brightness 0, and only a brighter point takes over. So a cell
+            // whose points are all dark gives point 0 of the whole cloud, not one of its own. That is on purpose
+            // and must stay: each cell keeps its entry, and dark ones can be told from it.
+            std::uint64_t chosen = 0;
+            std::uint64_t best = 0;
+            const Entry& first = sorted[i];
+            for (; i < sorted.size() && sorted[i].isInCellOf(first); ++i) {
+                const std::uint64_t candidate = brightness(sorted[i].index());
+                if (candidate > best) {
+                    chosen = sorted[i].index();
+                    best = candidate;
+                }
             }
+            result.push_back(chosen);
         }
-        result.push_back(chosen);
-    }
+    });
     return result;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "geom/PhysicalSpace.hpp"
+#include "pcd/inBlocks.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,7 +16,8 @@ namespace ExportLib {
 /// one. A table with an entry for each cell of the box has been tried and is not faster than the narrow sort,
 /// however few the cells.
 ///
-/// Refers to the arguments of its construction, which must outlive it; at least one point is required.
+/// Refers to the points and intensities that it is made for, which must outlive it; at least one point is required.
+/// Asks `mayGoOn` throughout, in the constructor and in select().
 class CellSelector {
 public:
     /// The ways, each possible for fewer clouds than the next.
@@ -26,7 +28,8 @@ public:
     };
 
     CellSelector(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
-                 const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin);
+                 const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
+                 StopQuestion mayGoOn = {});
 
     /// Whether a strategy can tell the cells and points of this cloud apart.
     [[nodiscard]] bool supports(Strategy strategy) const noexcept;
@@ -61,6 +64,7 @@ private:
     const std::vector<unsigned short>& intensities_;
     Geom::PhysicalSpace::point origin_;
     bool hasIntensities_;
+    StopQuestion mayGoOn_;
     /// The lowest number along each axis.
     Key lowest_{};
     /// Along y and z, how many numbers there are from the lowest to the highest.

@@ -5,17 +5,23 @@
 #include "capture/captureArray.hpp"
 #include "convlib/ExporterRegistration.hpp"
 #include "convlib/LineWriter.hpp"
+#include "convlib/NumberText.hpp"
+#include "convlib/ReferenceVertices.hpp"
+#include "pcd/PcdPrecision.hpp"
 #include "pcd/PointShading.hpp"
 #include "pcd/addPCDHeader.hpp"
+#include "pcd/cloudFragments.hpp"
 #include "pcd/heightQuantiles.hpp"
+#include "pcd/inBlocks.hpp"
 #include "pcd/reduceData.hpp"
 #include "sheaf/Grid.hpp"
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <fstream>
 #include <limits>
+#include <span>
+#include <utility>
 #include <vector>
 
 namespace ExportLib {
@@ -35,53 +41,13 @@ struct Cloud {
     [[nodiscard]] bool isShaded() const noexcept { return positions.size() == intensities.size(); }
 };
 
-/// Collects the positions and intensities of the selected skeletons.
-class CloudCollector final : public Sheaf::ConstSkeletonIterator {
-public:
-    CloudCollector(ExportPointCloudToPCD& exporter, const Sheaf::Skeleton& reference, Cloud& cloud)
-        : exporter_(exporter),
-          reference_(reference),
-          cloud_(cloud) {}
-
-    bool apply(const Sheaf::Skeleton& skeleton, const std::string& fieldName,
-               const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& data) override {
-        if (isSelected(skeleton) && exporter_.UseThisField(fieldName)) {
-            exporter_.askWhetherToStop();
-            if (exporter_.Observer()) {
-                const auto extents = data->extents();
-                exporter_.Observer()->fragmentBegins(fieldName, {},
-                                                     extents ? extents->elementCount().value_or(0) : 0);
-            }
-            if (fieldName == "Positions")
-                captureArray(cloud_.positions, data);
-            else if (fieldName == "Intensity")
-                captureArray(cloud_.intensities, data);
-        }
-        return true;
-    }
-
-private:
-    [[nodiscard]] bool isSelected(const Sheaf::Skeleton& skeleton) const {
-        if (skeleton.exclusionMark() != 0)
-            return false;
-        return exporter_.RefLevel == -1 ? &skeleton == &reference_
-                                        : skeleton.refinementLevel() == exporter_.RefLevel;
-    }
-
-    ExportPointCloudToPCD& exporter_;
-    const Sheaf::Skeleton& reference_;
-    Cloud& cloud_;
-};
-
 struct Box {
     PhysicalSpace::point lower;
     PhysicalSpace::point upper;
 };
 
-Box boundingBox(const std::vector<PhysicalSpace::point>& positions) {
-    // The upper corner starts at the smallest positive double, not at the most negative one, and so it stays
-    // there along an axis whose coordinates are all negative. Shifts in files of the past depend on it: do
-    // not mend it.
+Box boundingBox(const std::vector<PhysicalSpace::point>& positions, const StopQuestion& mayGoOn) {
+    // The upper corner starts at the smallest positive double, see PcdAxis.
     constexpr double most = std::numeric_limits<double>::max();
     constexpr double least = std::numeric_limits<double>::min();
     Box box{{most, most, most}, {least, least, least}};
@@ -89,41 +55,82 @@ Box boundingBox(const std::vector<PhysicalSpace::point>& positions) {
         low = value < low ? value : low;
         high = value > high ? value : high;
     };
-    for (const PhysicalSpace::point& p : positions) {
-        widen(box.lower.x, box.upper.x, p.x);
-        widen(box.lower.y, box.upper.y, p.y);
-        widen(box.lower.z, box.upper.z, p.z);
-    }
+    inBlocks(positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i) {
+            const PhysicalSpace::point& p = positions[i];
+            widen(box.lower.x, box.upper.x, p.x);
+            widen(box.lower.y, box.upper.y, p.y);
+            widen(box.lower.z, box.upper.z, p.z);
+        }
+    });
     return box;
 }
 
-/// The centre of the box, each coordinate rounded down to a whole number.
-PhysicalSpace::vector centreOf(const Box& box) {
-    const auto centre = [](double low, double high) { return std::floor((high - low) * 0.5 + low); };
-    return {centre(box.lower.x, box.upper.x), centre(box.lower.y, box.upper.y),
-            centre(box.lower.z, box.upper.z)};
+PhysicalSpace::vector shiftOf(const Box& box) {
+    return {PcdAxis::of(box.lower.x, box.upper.x).shift, PcdAxis::of(box.lower.y, box.upper.y).shift,
+            PcdAxis::of(box.lower.z, box.upper.z).shift};
+}
+
+/// The least and the greatest intensity.
+std::pair<unsigned short, unsigned short> rangeOf(const std::vector<unsigned short>& intensities,
+                                                  const StopQuestion& mayGoOn) {
+    unsigned short least = std::numeric_limits<unsigned short>::max();
+    unsigned short greatest = 0;
+    inBlocks(intensities.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i) {
+            least = std::min(least, intensities[i]);
+            greatest = std::max(greatest, intensities[i]);
+        }
+    });
+    return {least, greatest};
 }
 
 void writeLines(ConvLib::LineWriter& lines, const Cloud& cloud,
-                const std::vector<unsigned long long>& indices, int precision) {
-    for (const unsigned long long index : indices) {
-        const PhysicalSpace::point& p = cloud.positions[index];
-        lines.generalRow(std::array{p.x, p.y, p.z}, precision);
-        lines.endLine();
-    }
+                const std::vector<unsigned long long>& indices, int precision, const StopQuestion& mayGoOn) {
+    inBlocks(indices.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t line = begin; line < end; ++line) {
+            const PhysicalSpace::point& p = cloud.positions[indices[line]];
+            lines.generalRow(std::array{p.x, p.y, p.z}, precision);
+            lines.endLine();
+        }
+    });
 }
 
 void writeShadedLines(ConvLib::LineWriter& lines, const Cloud& cloud,
                       const std::vector<unsigned long long>& indices, int precision,
-                      const PointShading& shading) {
-    for (const unsigned long long index : indices) {
-        const PhysicalSpace::point& p = cloud.positions[index];
-        const float intensity = shading.intensity(cloud.intensities[index]);
-        const float color = shading.color(p.z, intensity);
-        lines.generalRow(
-            std::array{p.x, p.y, p.z, static_cast<double>(intensity), static_cast<double>(color)}, precision);
-        lines.endLine();
-    }
+                      const PointShading& shading, const StopQuestion& mayGoOn) {
+    inBlocks(indices.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t line = begin; line < end; ++line) {
+            const unsigned long long index = indices[line];
+            const PhysicalSpace::point& p = cloud.positions[index];
+            const float intensity = shading.intensity(cloud.intensities[index]);
+            const float color = shading.color(p.z, intensity);
+            lines.generalRow(
+                std::array{p.x, p.y, p.z, static_cast<double>(intensity), static_cast<double>(color)},
+                precision);
+            lines.endLine();
+        }
+    });
+}
+
+void tellPositions(ConvLib::RunObserver& observer, const std::vector<PhysicalSpace::point>& positions,
+                   const StopQuestion& mayGoOn) {
+    inBlocks(positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
+        observer.positionsWritten(std::span(positions).subspan(begin, end - begin));
+    });
+}
+
+/// Tells what becomes of a cloud of which the file holds `kept` points.
+void tellChanges(ConvLib::RunObserver& observer, const Cloud& cloud, std::size_t kept, int precision) {
+    using ConvLib::ValueChange;
+    if (kept != cloud.positions.size())
+        observer.valuesChanged(
+            {"Positions", ValueChange::Thinned, cloud.positions.size() - kept, cloud.positions.size()});
+    if (!cloud.isShaded() && !cloud.intensities.empty())
+        observer.valuesChanged(
+            {"Intensity", ValueChange::Dropped, cloud.intensities.size(), cloud.intensities.size()});
+    if (cloud.isShaded() && ConvLib::effectivePrecision(precision) < pcdColorDigits)
+        observer.valuesChanged({"rgb", ValueChange::Rounded, kept, kept});
 }
 
 } // namespace
@@ -155,16 +162,25 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
     if (!UseThisGrid(name))
         return;
     takeUpGrid(time, name);
-    const auto skeleton = grid.findHighestHomogenousVertexRefinement(100000000);
-    if (!skeleton)
-        return;
-    const auto representation = skeleton->representations()(grid.findCartesianChart(""));
-    if (!representation || !representation->Positions())
+    const ConvLib::ReferenceVertices reference = ConvLib::findReferenceVertices(grid);
+    if (!reference.representation)
         return;
 
+    const Anchor::StrongPtr<ConvLib::RunObserver> observer = Observer();
+    const StopQuestion mayGoOn = [this] { askWhetherToStop(); };
     Cloud cloud;
-    CloudCollector collector(*this, *skeleton, cloud);
-    grid.skeletons().iterate(collector);
+    const auto collect = [&](const CloudFragment& fragment) {
+        mayGoOn();
+        if (observer)
+            observer->fragmentBegins(fragment.field, {}, fragment.planned().elements);
+        if (fragment.role == PcdPlan::Role::Positions)
+            captureArray(cloud.positions, fragment.data);
+        else if (fragment.role == PcdPlan::Role::Intensity)
+            captureArray(cloud.intensities, fragment.data);
+    };
+    forEachCloudFragment(
+        grid, *reference.skeleton, RefLevel, [this](const std::string& field) { return UseThisField(field); },
+        collect);
     // Without a position there is neither a box nor a height to speak of, and what stands at the path stays.
     if (cloud.positions.empty())
         return;
@@ -172,14 +188,20 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
     // Every grid opens the same path: the file holds the last one. Hosts rely on finding one file.
     std::ofstream out(OutputPath, std::ios::out | std::ios::trunc);
 
-    Box box = boundingBox(cloud.positions);
-    const PhysicalSpace::vector shift = centreOf(box);
-    for (PhysicalSpace::point& p : cloud.positions)
-        p = p - shift;
+    if (observer)
+        tellPositions(*observer, cloud.positions, mayGoOn);
+    Box box = boundingBox(cloud.positions, mayGoOn);
+    const PhysicalSpace::vector shift = shiftOf(box);
+    inBlocks(cloud.positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i)
+            cloud.positions[i] = cloud.positions[i] - shift;
+    });
     box = {box.lower - shift, box.upper - shift};
-    const HeightQuantiles heights = heightQuantiles(cloud.positions);
+    const HeightQuantiles heights = heightQuantiles(cloud.positions, mayGoOn);
     const std::vector<unsigned long long> indices =
-        reduceData(CellSize, cloud.positions, cloud.intensities, box.lower, box.upper);
+        reduceData(CellSize, cloud.positions, cloud.intensities, box.lower, box.upper, mayGoOn);
+    if (observer)
+        tellChanges(*observer, cloud, indices.size(), Precision);
 
     // The header counts the points before thinning unless the host asks for exact counts: deliberate, since
     // the numbers are read as the size of the survey.
@@ -192,11 +214,10 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
 
     ConvLib::LineWriter lines(out, FlushLines());
     if (layout == PCDLayout::Intensity) {
-        const auto [least, greatest] =
-            std::minmax_element(cloud.intensities.begin(), cloud.intensities.end());
-        writeShadedLines(lines, cloud, indices, Precision, PointShading(heights, *least, *greatest));
+        const auto [least, greatest] = rangeOf(cloud.intensities, mayGoOn);
+        writeShadedLines(lines, cloud, indices, Precision, PointShading(heights, least, greatest), mayGoOn);
     } else {
-        writeLines(lines, cloud, indices, Precision);
+        writeLines(lines, cloud, indices, Precision, mayGoOn);
     }
     lines.finish();
     out.close();

@@ -2,6 +2,7 @@
 #include "pcd/addPCDHeader.hpp"
 
 #include "convlib/NumberText.hpp"
+#include "pcd/PcdPrecision.hpp"
 
 #include <ostream>
 #include <string_view>
@@ -10,22 +11,21 @@ namespace ExportLib {
 
 namespace {
 
-constexpr int shiftPrecision = 8;
 constexpr std::string_view titleLine = "# .PCD v.7 - Point Cloud Data file format\n";
 
 std::string shiftText(const Geom::PhysicalSpace::vector& shift) {
     std::string text;
     for (const double component : {shift.x, shift.y, shift.z}) {
-        char number[ConvLib::generalTextSize(shiftPrecision)];
+        char number[ConvLib::generalTextSize(pcdShiftDigits)];
         if (!text.empty())
             text += ' ';
-        text.append(number, ConvLib::appendGeneral(number, component, shiftPrecision));
+        text.append(number, ConvLib::appendGeneral(number, component, pcdShiftDigits));
     }
     return text;
 }
 
 void write(std::ofstream& out, std::string_view text, bool flushLines) {
-    out.precision(shiftPrecision);
+    out.precision(pcdShiftDigits);
     while (!text.empty()) {
         const std::string_view piece = flushLines ? text.substr(0, text.find('\n') + 1) : text;
         out.write(piece.data(), static_cast<std::streamsize>(piece.size()));

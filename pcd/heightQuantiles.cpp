@@ -3,16 +3,34 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 namespace ExportLib {
 
-HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& points) {
+namespace {
+
+using Heights = std::vector<double>::iterator;
+
+void select(Heights begin, Heights nth, Heights end, const StopQuestion& mayGoOn) {
+    std::size_t calls = 0;
+    if (mayGoOn)
+        std::nth_element(begin, nth, end, AskingLess(mayGoOn, calls));
+    else
+        std::nth_element(begin, nth, end);
+}
+
+} // namespace
+
+HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& points,
+                                const StopQuestion& mayGoOn) {
     if (points.empty())
         return {};
     std::vector<double> heights;
     heights.reserve(points.size());
-    for (const Geom::PhysicalSpace::point& p : points)
-        heights.push_back(p.z);
+    inBlocks(points.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i)
+            heights.push_back(points[i].z);
+    });
 
     // "Less than" alone orders no list that holds not-a-number, so these go to the end first.
     const auto numbersEnd =
@@ -21,10 +39,10 @@ HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& p
     const auto low = heights.begin() + k;
     const auto high = heights.begin() + 19 * k;
     if (low < numbersEnd)
-        std::nth_element(heights.begin(), low, numbersEnd);
+        select(heights.begin(), low, numbersEnd, mayGoOn);
     // What stands behind the low entry is not below it, so the search for the high one can begin there.
     if (low < high && high < numbersEnd)
-        std::nth_element(low + 1, high, numbersEnd);
+        select(low + 1, high, numbersEnd, mayGoOn);
     return {*low, *high};
 }
 

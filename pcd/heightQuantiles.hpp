@@ -2,6 +2,7 @@
 #pragma once
 
 #include "geom/PhysicalSpace.hpp"
+#include "pcd/inBlocks.hpp"
 
 #include <vector>
 
@@ -17,7 +18,8 @@ struct HeightQuantiles {
 /// of their number, rounded down. Fewer than 20 points give the lowest height twice. Heights that are not a
 /// number are ordered behind all others. Without points both heights are 0.
 ///
-/// Cost: linear on average, and 8 bytes a point; nothing is sorted in full.
-[[nodiscard]] HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& points);
+/// Cost: linear on average, and 8 bytes a point; nothing is sorted in full. Asks `mayGoOn` throughout.
+[[nodiscard]] HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& points,
+                                              const StopQuestion& mayGoOn = {});
 
 } // namespace ExportLib

@@ -9,10 +9,17 @@ std::vector<unsigned long long> reduceData(double cellSize,
                                            const std::vector<Geom::PhysicalSpace::point>& points,
                                            const std::vector<unsigned short>& intensities,
                                            const Geom::PhysicalSpace::point& origin,
-                                           const Geom::PhysicalSpace::point& /*upper*/) {
+                                           const Geom::PhysicalSpace::point& upper) {
+    return reduceData(cellSize, points, intensities, origin, upper, {});
+}
+
+std::vector<unsigned long long>
+reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
+           const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
+           const Geom::PhysicalSpace::point& /*upper*/, const StopQuestion& mayGoOn) {
     if (points.empty())
         return {};
-    const CellSelector selector(cellSize, points, intensities, origin);
+    const CellSelector selector(cellSize, points, intensities, origin, mayGoOn);
     return selector.select(selector.preferred());
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "geom/PhysicalSpace.hpp"
+#include "pcd/inBlocks.hpp"
 
 #include <cstdint>
 #include <vector>
@@ -43,5 +44,11 @@ namespace ExportLib {
 reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
            const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
            const Geom::PhysicalSpace::point& upper);
+
+/// The same, asking `mayGoOn` throughout.
+[[nodiscard]] std::vector<unsigned long long>
+reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
+           const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
+           const Geom::PhysicalSpace::point& upper, const StopQuestion& mayGoOn);
 
 } // namespace ExportLib

@@ -1,26 +1,31 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "convlib/ReferenceVertices.hpp"
 
-#include "sheaf/Field.hpp"
+#include <utility>
 
 namespace ConvLib {
 
+namespace {
+
+/// Higher refinements are not looked for.
+constexpr int highestRefinement = 100000000;
+
+} // namespace
+
 ReferenceVertices findReferenceVertices(const Sheaf::Grid& grid) {
-    ReferenceVertices reference;
-    reference.skeleton = grid.findHighestHomogenousVertexRefinement(100000000);
-    const auto chart = grid.findCartesianChart("");
-    if (!reference.skeleton || !chart)
+    ReferenceVertices reference{grid.findHighestHomogenousVertexRefinement(highestRefinement), nullptr};
+    if (!reference.skeleton)
         return reference;
-    const auto representation = reference.skeleton->representations()(chart);
+    auto representation = reference.skeleton->representations()(grid.findCartesianChart(""));
     if (representation && representation->Positions())
-        reference.representation = representation;
+        reference.representation = std::move(representation);
     return reference;
 }
 
 std::string whyNoReference(const ReferenceVertices& reference) {
     if (!reference.skeleton)
         return "it has no vertices of one refinement in all directions";
-    return reference.representation ? std::string() : "it has no Positions in its default chart";
+    return reference.representation ? "" : "it has no Positions in its default chart";
 }
 
 } // namespace ConvLib

@@ -2,28 +2,25 @@
 #pragma once
 
 #include "anchor/StrongPtr.hpp"
-#include "anchor/Visibility.hpp"
 #include "sheaf/Grid.hpp"
-#include "sheaf/Representation.hpp"
-#include "sheaf/Skeleton.hpp"
 
 #include <string>
 
 namespace ConvLib {
 
-/// The vertices of a grid that exporters go by: those of the highest homogeneous refinement that is not above
-/// 100 000 000, in the grid's default chart.
+/// The vertices of a grid that every exporter starts from.
 struct ReferenceVertices {
-    /// Null where the grid has no such vertices.
+    /// The vertex skeleton of the highest refinement that is the same in every direction; null where there is none.
     Anchor::StrongPtr<Sheaf::Skeleton> skeleton;
-    /// Null where they have no field "Positions" in the default chart.
+    /// Its representation in the grid's default chart where that has Positions, else null: a grid without it is not
+    /// exported.
     Anchor::StrongPtr<Sheaf::Representation> representation;
 };
 
-/// Changes nothing in the grid.
+/// Finds them; changes nothing and makes no array.
 [[nodiscard]] TIDEWATCH_API ReferenceVertices findReferenceVertices(const Sheaf::Grid& grid);
 
-/// For people: why a grid has no reference; empty where it has one.
+/// Why there is no representation, for people; empty where there is one.
 [[nodiscard]] TIDEWATCH_API std::string whyNoReference(const ReferenceVertices& reference);
 
 } // namespace ConvLib

@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <limits>
 #include <map>
 #include <set>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -19,19 +19,42 @@ namespace Tidewatch {
 
 namespace {
 
+using ExportLib::AsciiPlan;
 using Geom::PhysicalSpace;
+using Fragment = AsciiPlan::Fragment;
 
-/// A length as the header of a grid has it: with three decimals.
-double asWritten(double length) {
-    const double rounded = std::nearbyint(length * 1000) / 1000;
-    return std::isfinite(rounded) ? rounded : length;
+/// A fragment that became a file.
+struct Written {
+    const Fragment* fragment;
+    /// The place in the exporter's record.
+    std::size_t file;
+};
+
+/// The planned fragments of which files were written: both lists go by the exporter's order.
+std::vector<Written> writtenOf(const ExportedGrid& exported, const AsciiPlan& plan) {
+    std::vector<Written> written;
+    auto next = plan.fragments.begin();
+    for (const ExportedGrid::Fragment& taken : exported.fragments) {
+        next = std::find_if(next, plan.fragments.end(), [&](const Fragment& fragment) {
+            return fragment.isSelected && fragment.field == taken.field &&
+                   (fragment.fragment ? fragment.fragment->name() : std::string()) == taken.fragment;
+        });
+        if (next == plan.fragments.end())
+            break;
+        for (std::size_t file = taken.firstFile; file != taken.endFile; ++file)
+            written.push_back({&*next, file});
+        ++next;
+    }
+    return written;
 }
 
 class Finder {
 public:
-    Finder(const ExportedGrid& exported, const AsciiWalk::Grid& grid, const AsciiSettings& settings,
+    Finder(const ExportedGrid& exported, const PlannedTexts::Grid& planned, const AsciiSettings& settings,
            std::span<const ConvLib::WrittenFile> record, Losses& losses)
-        : grid_(grid),
+        : exported_(exported),
+          planned_(planned),
+          written_(writtenOf(exported, planned.plan)),
           settings_(settings),
           record_(record),
           losses_(losses),
@@ -52,27 +75,29 @@ private:
     void findEmptyFiles();
     void findSharedFiles();
     void findLattices();
-    void findLatticeRounding(const AsciiStop& stop);
+    [[nodiscard]] static std::string latticeRounding(const AsciiPlan::Lattice& lattice);
     void findCoordinateRounding();
     void findValues();
 
-    /// How many items a file got from one stop; records of files that are added to sum up.
-    [[nodiscard]] std::uint64_t itemsOf(const AsciiWalk::Written& written) const;
-    [[nodiscard]] std::string whyEmpty(const AsciiStop& stop) const;
+    /// How many items a file got from one fragment; records of files that are added to sum up.
+    [[nodiscard]] std::uint64_t itemsOf(const Written& written) const;
+    [[nodiscard]] std::string whyEmpty(const Fragment& fragment) const;
 
     template <class... Arguments>
     void add(std::string_view kind, fmt::format_string<Arguments...> text, Arguments&&... arguments) {
         losses_.addOf(where_, kind, fmt::format(text, std::forward<Arguments>(arguments)...));
     }
 
-    const AsciiWalk::Grid& grid_;
+    const ExportedGrid& exported_;
+    const PlannedTexts::Grid& planned_;
+    std::vector<Written> written_;
     const AsciiSettings& settings_;
     std::span<const ConvLib::WrittenFile> record_;
     Losses& losses_;
     std::string where_;
 };
 
-std::uint64_t Finder::itemsOf(const AsciiWalk::Written& written) const {
+std::uint64_t Finder::itemsOf(const Written& written) const {
     const ConvLib::WrittenFile& file = record_[written.file];
     if (!settings_.append)
         return file.items;
@@ -85,9 +110,9 @@ std::uint64_t Finder::itemsOf(const AsciiWalk::Written& written) const {
 
 void Finder::findFields() {
     std::set<std::pair<std::string, std::string>> leftOut;
-    for (const AsciiStop& stop : grid_.plan.stops) {
-        if (const std::string reason = stop.isSelected ? stop.whyLeftOut() : std::string(); !reason.empty())
-            leftOut.emplace(stop.field, reason);
+    for (const Fragment& fragment : planned_.plan.fragments) {
+        if (!fragment.whyLeftOut.empty())
+            leftOut.emplace(fragment.field, fragment.whyLeftOut);
     }
     for (const auto& [field, reason] : leftOut)
         add("fields", "{} is left out: {}", field, reason);
@@ -99,9 +124,9 @@ void Finder::findFields() {
 void Finder::findUntakenFields() {
     std::set<std::string> taken;
     std::set<std::string> untaken;
-    for (const AsciiStop& stop : grid_.plan.stops) {
-        if (!stop.isExcluded)
-            (stop.isSelected ? taken : untaken).insert(stop.field);
+    for (const Fragment& fragment : planned_.plan.fragments) {
+        if (!fragment.isExcluded)
+            (fragment.isSelected ? taken : untaken).insert(fragment.field);
     }
     for (const std::string& field : untaken) {
         if (!taken.contains(field))
@@ -112,15 +137,18 @@ void Finder::findUntakenFields() {
     }
 }
 
-std::string Finder::whyEmpty(const AsciiStop& stop) const {
-    if (!stop.lattice)
+std::string Finder::whyEmpty(const Fragment& fragment) const {
+    if (fragment.form != AsciiPlan::Form::Grid)
         return "its array does not have the elements that were stated";
-    const auto& types = stop.representation->findField(settings_.filterField.c_str());
-    if (!types)
+    switch (fragment.cellTypes) {
+    case AsciiPlan::CellTypes::NoField:
         return fmt::format("there is no field \"{}\" of cell types; --filter-field names another",
                            settings_.filterField);
-    if (!types->getCreator(stop.fragment))
+    case AsciiPlan::CellTypes::NoFragment:
         return fmt::format("the field \"{}\" has no cell types for it", settings_.filterField);
+    case AsciiPlan::CellTypes::Stated:
+        break;
+    }
     return fmt::format(
         "its values, its overlaps or the cell types of the field \"{}\" do not fit the lattice",
         settings_.filterField);
@@ -128,9 +156,9 @@ std::string Finder::whyEmpty(const AsciiStop& stop) const {
 
 void Finder::findEmptyFiles() {
     std::map<std::pair<std::string, std::string>, std::size_t> emptyOf;
-    for (const AsciiWalk::Written& written : grid_.written) {
-        if (written.stop->elements != 0 && itemsOf(written) == 0)
-            ++emptyOf[{written.stop->field, whyEmpty(*written.stop)}];
+    for (const Written& written : written_) {
+        if (written.fragment->elements != 0 && itemsOf(written) == 0)
+            ++emptyOf[{written.fragment->field, whyEmpty(*written.fragment)}];
     }
     for (const auto& [which, count] : emptyOf)
         add("empty", "{}: {} without a value: {}", which.first, counted(count, "fragment"), which.second);
@@ -139,17 +167,17 @@ void Finder::findEmptyFiles() {
 /// Skeletons of one level, charts and fragments may come to one name.
 void Finder::findSharedFiles() {
     std::map<std::string, std::size_t> timesWritten;
-    for (const AsciiWalk::Written& written : grid_.written)
+    for (const Written& written : written_)
         ++timesWritten[record_[written.file].path];
     std::size_t overwritten = 0;
     std::size_t chained = 0;
-    for (const AsciiWalk::Written& written : grid_.written) {
+    for (const Written& written : written_) {
         const auto entry = timesWritten.find(record_[written.file].path);
         if (entry == timesWritten.end())
             continue;
         if (entry->second > 1 && !settings_.append)
             ++overwritten;
-        if (entry->second > 1 && settings_.append && written.stop->lattice)
+        if (entry->second > 1 && settings_.append && written.fragment->lattice)
             ++chained;
         timesWritten.erase(entry);
     }
@@ -165,57 +193,43 @@ void Finder::findSharedFiles() {
 }
 
 void Finder::findLattices() {
-    std::set<const Sheaf::UniformCartesianArray*> known;
+    // The fields of one fragment stand on the same lattice.
+    std::set<std::string> roundings;
     std::uint64_t shift = 0;
-    for (const AsciiWalk::Written& written : grid_.written) {
-        const AsciiStop& stop = *written.stop;
-        if (!stop.lattice || itemsOf(written) == 0 || !known.insert(stop.lattice.get()).second)
+    for (const Written& written : written_) {
+        const auto& lattice = written.fragment->lattice;
+        if (!lattice || itemsOf(written) == 0)
             continue;
-        findLatticeRounding(stop);
-        if (stop.fragment && stop.fragment->overlapLow)
-            shift = std::max(shift, (*stop.fragment->overlapLow)[1]);
+        if (lattice->coordinateLoss != 0)
+            roundings.insert(latticeRounding(*lattice));
+        shift = std::max(shift, lattice->rowShift);
     }
+    for (const std::string& rounding : roundings)
+        add("rounding", "{}", rounding);
     if (shift != 0)
         add("shift",
             "the values of fragments that overlap their southern neighbour stand up to {} too far north",
             counted(shift, "row"));
 }
 
-void Finder::findLatticeRounding(const AsciiStop& stop) {
-    const Sheaf::UniformCartesianArray& lattice = *stop.lattice;
-    const double cell = asWritten(lattice.spacing().x);
-    // The cell farthest from the corner, from which all of them are counted.
-    const auto farthest = [&](double corner, double spacing, std::uint64_t count) {
-        const auto last = static_cast<double>(count > 0 ? count - 1 : 0);
-        const double loss = std::max(std::abs(asWritten(corner) - corner),
-                                     std::abs(asWritten(corner) + last * cell - (corner + last * spacing)));
-        const double noise = 8 * std::numeric_limits<double>::epsilon() *
-                             std::max(std::abs(corner), std::abs(corner + last * spacing));
-        return loss > noise ? loss : 0;
-    };
-    const double loss = std::max(farthest(lattice.origin().x, lattice.spacing().x, lattice.extents()[0]),
-                                 farthest(lattice.origin().y, lattice.spacing().y, lattice.extents()[1]));
-    if (loss == 0)
-        return;
-    if (asWritten(lattice.spacing().y) != cell)
-        add("rounding",
-            "cells of {} by {} are written as squares of {:.3f}: coordinates are off by up to {:.2g}",
-            coordinateText(lattice.spacing().x), shortestText(lattice.spacing().y), cell, loss);
-    else
-        add("rounding",
-            "the corner and the cell size of {} are written with three decimals: coordinates are off by up "
-            "to "
-            "{:.2g}",
-            coordinateText(lattice.spacing().x), loss);
+std::string Finder::latticeRounding(const AsciiPlan::Lattice& lattice) {
+    if (lattice.isSquareAsWritten)
+        return fmt::format("the corner and the cell size of {} are written with three decimals: coordinates "
+                           "are off by up to {:.2g}",
+                           coordinateText(lattice.spacingX), lattice.coordinateLoss);
+    return fmt::format(
+        "cells of {} by {} are written as squares of {:.3f}: coordinates are off by up to {:.2g}",
+        coordinateText(lattice.spacingX), shortestText(lattice.spacingY), lattice.writtenCellSize,
+        lattice.coordinateLoss);
 }
 
 void Finder::findCoordinateRounding() {
-    constexpr double textStep = 1e-6;
-    const PhysicalSpace::vector stated = grid_.inputStep.value_or(PhysicalSpace::vector{});
+    const double textStep = std::pow(10.0, -static_cast<double>(AsciiPlan::coordinateDecimals));
+    const PhysicalSpace::vector stated = planned_.inputStep.value_or(PhysicalSpace::vector{});
     const double statedSteps[] = {stated.x, stated.y, stated.z};
     double finest = textStep;
     for (std::size_t number = 0; number < CoordinateSurvey::axes; ++number) {
-        if (const auto axis = grid_.survey.axis(number))
+        if (const auto axis = exported_.survey.axis(number))
             finest = std::min(finest, axis->stepToKeep(statedSteps[number]));
     }
     // A step that was computed, as 1 / 1000000.
@@ -227,26 +241,27 @@ void Finder::findCoordinateRounding() {
 }
 
 void Finder::findValues() {
-    std::map<std::string, double> roundingOf;
+    std::set<std::string> fields;
     std::set<std::string> characters;
-    for (const AsciiWalk::Written& written : grid_.written) {
-        const AsciiStop& stop = *written.stop;
-        if (written.rounding > 0)
-            roundingOf[stop.field] = std::max(roundingOf[stop.field], written.rounding);
-        if (stop.lattice && settings_.precision != 0 && stop.type() == typeid(unsigned char))
-            characters.insert(stop.field);
+    for (const Written& written : written_) {
+        fields.insert(written.fragment->field);
+        if (written.fragment->lattice && written.fragment->lattice->asCharacters)
+            characters.insert(written.fragment->field);
     }
-    for (const auto& [field, rounding] : roundingOf)
-        add("rounding", "values of {} are rounded by up to {:.2g}", field, rounding);
+    for (const std::string& field : fields) {
+        if (const auto rounded = exported_.changed(field, ConvLib::ValueChange::Rounded); rounded.count != 0)
+            add("rounding", "values of {} are rounded by up to {:.2g}", field, rounded.most);
+    }
     for (const std::string& field : characters)
         add("characters", "{} is written as characters, not as numbers; --precision 0 writes numbers", field);
 }
 
 } // namespace
 
-void addAsciiLosses(const ExportedGrid& exported, const AsciiWalk::Grid& grid, const AsciiSettings& settings,
-                    std::span<const ConvLib::WrittenFile> record, Losses& losses) {
-    Finder(exported, grid, settings, record, losses).run();
+void addAsciiLosses(const ExportedGrid& exported, const PlannedTexts::Grid& planned,
+                    const AsciiSettings& settings, std::span<const ConvLib::WrittenFile> record,
+                    Losses& losses) {
+    Finder(exported, planned, settings, record, losses).run();
 }
 
 } // namespace Tidewatch

@@ -1,17 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "ascii/AsciiPlan.hpp"
 #include "convlib/WrittenFile.hpp"
-#include "library/ascii/AsciiWalk.hpp"
+#include "library/export/PlannedGrids.hpp"
 #include "library/report/Losses.hpp"
 
 #include <span>
 
 namespace Tidewatch {
 
+using ExportLib::AsciiSettings;
+using PlannedTexts = PlannedGrids<ExportLib::AsciiPlan>;
+
 /// What text files do not carry of a grid, or not as it was. `record` is the exporter's record of written
 /// files.
-void addAsciiLosses(const ExportedGrid& exported, const AsciiWalk::Grid& grid, const AsciiSettings& settings,
-                    std::span<const ConvLib::WrittenFile> record, Losses& losses);
+void addAsciiLosses(const ExportedGrid& exported, const PlannedTexts::Grid& planned,
+                    const AsciiSettings& settings, std::span<const ConvLib::WrittenFile> record,
+                    Losses& losses);
 
 } // namespace Tidewatch

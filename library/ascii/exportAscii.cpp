@@ -3,7 +3,7 @@
 
 #include "ascii/ExportPointCloudToASCII.hpp"
 #include "library/ascii/AsciiLosses.hpp"
-#include "library/ascii/AsciiWalk.hpp"
+#include "library/export/PlannedGrids.hpp"
 #include "library/report/Wording.hpp"
 
 #include <set>
@@ -17,12 +17,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using ExportLib::AsciiPlan;
+
+AsciiPlan planOf(const Sheaf::Grid& grid, const AsciiSettings& settings, Selection& selection) {
+    return AsciiPlan::of(grid, settings,
+                         [&](const std::string& field) { return selection.UseThisField(field); });
+}
+
 class AsciiRun final : public ExportRun {
 public:
     AsciiRun(const AsciiOptions& options, const ExportFormat::Context& context, const RunScope& scope)
         : options_(options),
-          walk_(Anchor::makeStrong<AsciiWalk>(scope, context.inputs, context.selection, options.settings,
-                                              context.progress)),
+          planned_(
+              context, scope,
+              [&](const Sheaf::Grid& grid) { return planOf(grid, options.settings, context.selection); }),
+          recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.FilterField = options.settings.filterField;
         exporter_.RefLevel = options.settings.refinementLevel;
@@ -33,11 +42,11 @@ public:
             exporter_.CellTypeFilter = {};
         for (const auto& range : options.cellTypes)
             exporter_.CellTypeFilter.add(range.low, range.high);
-        exporter_.Progress = walk_->reporter();
+        context.progress->begin("writing", planned_.elements(), "values");
     }
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
-    RunRecorder& recorder() override { return *walk_; }
+    RunRecorder& recorder() override { return *recorder_; }
 
     std::string moreSettings() const override {
         std::string text = exporter_.TileSuffix ? "\nTileSuffix " : "";
@@ -47,19 +56,20 @@ public:
     }
 
     std::string whySkipped(const ExportedGrid& exported) const override {
-        const AsciiWalk::Grid* const grid = walk_->find(exported);
+        const PlannedTexts::Grid* const grid = planned_.find(exported);
         return grid != nullptr && !grid->plan.obstacle.empty() ? grid->plan.obstacle
                                                                : "its arrays are not of their fields' types";
     }
 
     void findLosses(const ExportedGrid& exported, Losses& losses) const override {
-        if (const AsciiWalk::Grid* const grid = walk_->find(exported))
+        if (const PlannedTexts::Grid* const grid = planned_.find(exported))
             addAsciiLosses(exported, *grid, options_.settings, exporter_.writtenFiles(), losses);
     }
 
 private:
     const AsciiOptions& options_;
-    Anchor::StrongPtr<AsciiWalk> walk_;
+    PlannedTexts planned_;
+    Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToASCII exporter_;
 };
 
@@ -82,9 +92,9 @@ public:
         const auto addFilesOf = [&](double time, const std::string& name, const Sheaf::Grid& grid) {
             if (!scope.admits(time) || !scope.admits(name))
                 return;
-            for (const AsciiStop& stop : AsciiPlan::of(grid, context.selection, options_.settings).stops) {
-                if (const auto file = stop.file(options_.settings))
-                    files.insert(fs::path(scope.output) / *file);
+            for (const auto& fragment : planOf(grid, options_.settings, context.selection).fragments) {
+                if (fragment.form != AsciiPlan::Form::None && fragment.isCertain)
+                    files.insert(fs::path(scope.output) / fragment.file);
             }
         };
         context.selection.forEachGrid(*context.inputs.bundle(), addFilesOf);

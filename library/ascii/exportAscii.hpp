@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "ascii/AsciiPlan.hpp"
 #include "geom/MultiRange.hpp"
-#include "library/ascii/AsciiPlan.hpp"
 #include "library/export/Export.hpp"
 
 #include <memory>
 #include <vector>
 
 namespace Tidewatch {
+
+using ExportLib::AsciiSettings;
 
 /// An export to text. The settings are those of ExportLib::ExportPointCloudToASCII, and so are their defaults. The
 /// output is a folder.

@@ -11,8 +11,14 @@ namespace {
 
 constexpr double powersOfTen[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
 
+/// The nearest whole number, without the call that std::rint is where the processor's own is not to be used.
+double nearest(double value) {
+    constexpr double shifter = 0x1.8p52;
+    return std::abs(value) < 0x1p51 ? (value + shifter) - shifter : std::rint(value);
+}
+
 bool isMultiple(double value, double stepsPerUnit, double tolerance) {
-    return std::abs(value - std::rint(value * stepsPerUnit) / stepsPerUnit) <= tolerance;
+    return std::abs(value - nearest(value * stepsPerUnit) / stepsPerUnit) <= tolerance;
 }
 
 } // namespace
@@ -52,13 +58,19 @@ void CoordinateSurvey::lookAlong(Progress& axis, std::span<const Geom::PhysicalS
     // range.
     const double tolerance =
         4 * std::numeric_limits<double>::epsilon() * std::max(std::abs(lower), std::abs(upper));
+    if (axis.decimals > finestDecimal)
+        return;
+    double stepsPerUnit = powersOfTen[axis.decimals];
     for (const auto& point : points) {
         const double value = point.*coordinate;
-        while (axis.decimals <= finestDecimal && std::isfinite(value) &&
-               !isMultiple(value, powersOfTen[axis.decimals], tolerance))
-            ++axis.decimals;
-        if (axis.decimals > finestDecimal)
-            return;
+        // False for what is not finite, too.
+        if (isMultiple(value, stepsPerUnit, tolerance) || !std::isfinite(value))
+            continue;
+        do {
+            if (++axis.decimals > finestDecimal)
+                return;
+            stepsPerUnit = powersOfTen[axis.decimals];
+        } while (!isMultiple(value, stepsPerUnit, tolerance));
     }
 }
 

@@ -33,7 +33,13 @@ std::size_t RunRecorder::filesSoFar() const noexcept {
     return exporter_ != nullptr ? exporter_->writtenFiles().size() : 0;
 }
 
+void RunRecorder::endFragment() {
+    if (!grids_.empty() && !grids_.back().fragments.empty())
+        grids_.back().fragments.back().endFile = filesSoFar();
+}
+
 void RunRecorder::finish(std::span<const ConvLib::WrittenFile> record) {
+    endFragment();
     std::size_t file = 0;
     for (ExportedGrid& grid : grids_) {
         grid.firstFile = file;
@@ -45,11 +51,15 @@ void RunRecorder::finish(std::span<const ConvLib::WrittenFile> record) {
 
 void RunRecorder::gridBegins(double time, const std::string& grid) {
     progress_->check();
+    endFragment();
     grids_.push_back({time, grid});
     progress_->say("writing " + grid);
 }
 
-void RunRecorder::fragmentBegins(std::string_view, std::string_view, std::uint64_t elements) {
+void RunRecorder::fragmentBegins(std::string_view field, std::string_view fragment, std::uint64_t elements) {
+    endFragment();
+    grids_.back().fragments.push_back(
+        {std::string(field), std::string(fragment), filesSoFar(), filesSoFar()});
     const auto size = static_cast<double>(elements);
     progress_->piece(done_, size);
     done_ += size;

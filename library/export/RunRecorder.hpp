@@ -22,13 +22,24 @@ class BasicConverterDefs;
 
 namespace Tidewatch {
 
-/// Which files one grid became, and what its values went through on the way.
+/// Which files one grid and its fragments became, and what its values went through on the way.
 struct ExportedGrid {
     double time;
     std::string name;
     /// Places in the exporter's record of written files: from the first to before the last.
     std::size_t firstFile = 0;
     std::size_t endFile = 0;
+
+    /// A fragment as the exporter announced it, and the files that it recorded before the next one. The field is empty
+    /// for points with all their fields, the fragment for data without one.
+    struct Fragment {
+        std::string field;
+        std::string fragment;
+        std::size_t firstFile = 0;
+        std::size_t endFile = 0;
+    };
+    /// In the order of the run.
+    std::vector<Fragment> fragments = {};
 
     /// What an exporter counted of values that changed in one way, added up.
     struct Change {
@@ -76,6 +87,8 @@ protected:
     [[nodiscard]] std::size_t filesSoFar() const noexcept;
 
 private:
+    void endFragment();
+
     RunScope scope_;
     Anchor::StrongPtr<Progress> progress_;
     ConvLib::BasicConverterDefs* exporter_ = nullptr;

@@ -8,10 +8,7 @@
 
 namespace Tidewatch {
 
-/// By how much a PCD file rounds coordinates, where that is more than the input's own precision.
-///
-/// The exporter writes coordinates relative to a shift, the centre of the cloud rounded down to whole
-/// numbers, with a fixed number of significant digits; the coordinate farthest from the shift suffers most.
+/// By how much a PCD file rounds coordinates (ExportLib::PcdAxis), where that is more than the input's own precision.
 struct PcdRounding {
     /// The most that a coordinate can change, in coordinate units: half a unit of the last digit.
     double loss;

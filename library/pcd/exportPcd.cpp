@@ -2,12 +2,14 @@
 #include "library/pcd/exportPcd.hpp"
 
 #include "convlib/NumberText.hpp"
+#include "library/export/PlannedGrids.hpp"
 #include "library/pcd/PcdRounding.hpp"
-#include "library/pcd/PcdWalk.hpp"
 #include "library/report/Wording.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
+#include "pcd/PcdPlan.hpp"
+#include "pcd/PcdPrecision.hpp"
 
-#include <algorithm>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -15,24 +17,31 @@ namespace Tidewatch {
 
 namespace {
 
-/// A packed colour is a 24-bit number that stands in the file as the float of the same bits; so many digits
-/// bring each of them back.
-constexpr int colorDigits = 8;
+using ConvLib::ValueChange;
+using ExportLib::PcdPlan;
+using Fragment = PcdPlan::Fragment;
+using PlannedPcds = PlannedGrids<PcdPlan>;
 
 class PcdRun final : public ExportRun {
 public:
     PcdRun(const PcdOptions& options, const ExportFormat::Context& context, const RunScope& scope)
-        : walk_(Anchor::makeStrong<PcdWalk>(scope, context.inputs, context.selection, options.refinementLevel,
-                                            context.progress)),
+        : planned_(context, scope,
+                   [&](const Sheaf::Grid& grid) {
+                       return PcdPlan::of(grid, options.refinementLevel, [&](const std::string& field) {
+                           return context.selection.UseThisField(field);
+                       });
+                   }),
+          recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.RefLevel = options.refinementLevel;
         exporter_.Precision = options.precision;
         exporter_.CellSize = options.cellSize;
         exporter_.ExactCounts = options.exactCounts;
+        context.progress->begin("writing", planned_.elements(), "values");
     }
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
-    RunRecorder& recorder() override { return *walk_; }
+    RunRecorder& recorder() override { return *recorder_; }
 
     std::string moreSettings() const override {
         return fmt::format("\nRefLevel: {} \nPrecision: {} \nCellSize: {} {}", exporter_.RefLevel,
@@ -41,78 +50,90 @@ public:
     }
 
     std::string whySkipped(const ExportedGrid& exported) const override {
-        const PcdWalk::Grid* const grid = walk_->find(exported);
-        return grid != nullptr && !grid->obstacle.empty() ? grid->obstacle
-                                                          : "its positions are a uniform lattice, not points";
+        const PlannedPcds::Grid* const grid = planned_.find(exported);
+        return grid != nullptr && !grid->plan.obstacle.empty() ? grid->plan.obstacle
+                                                               : "its arrays of positions hold no points";
     }
 
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
-    void findCountLoss(const ExportedGrid& exported, const PcdWalk::Grid& grid, Losses& losses) const;
-    void findIntensityLoss(const ExportedGrid& exported, const PcdWalk::Grid& grid, Losses& losses) const;
-    void findRounding(const ExportedGrid& exported, const PcdWalk::Grid& grid, Losses& losses) const;
+    void findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
+    void findIntensityLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
+    void findRounding(const ExportedGrid& exported,
+                      const std::optional<Geom::PhysicalSpace::vector>& inputStep, Losses& losses) const;
+    void findCountLoss(const ExportedGrid& exported, Losses& losses) const;
 
-    Anchor::StrongPtr<PcdWalk> walk_;
+    PlannedPcds planned_;
+    Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToPCD exporter_;
 };
 
 void PcdRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
-    const PcdWalk::Grid* const grid = walk_->find(exported);
+    const PlannedPcds::Grid* const grid = planned_.find(exported);
     if (grid == nullptr)
         return;
-    for (const std::string& field : grid->otherFields)
-        losses.addField(field);
-    findIntensityLoss(exported, *grid, losses);
-    findRounding(exported, *grid, losses);
-    findCountLoss(exported, *grid, losses);
+    findFieldLoss(exported, grid->plan, losses);
+    findIntensityLoss(exported, grid->plan, losses);
+    findRounding(exported, grid->inputStep, losses);
+    findCountLoss(exported, losses);
 }
 
-void PcdRun::findIntensityLoss(const ExportedGrid& exported, const PcdWalk::Grid& grid,
-                               Losses& losses) const {
-    if (!grid.unfitIntensities.empty())
-        losses.add("intensity",
-                   fmt::format("{}: Intensity stored as {} is left out; PCD takes uint16",
-                               gridAtTime(exported.name, exported.time),
-                               joined({grid.unfitIntensities.begin(), grid.unfitIntensities.end()})));
-    if (grid.intensities == 0)
-        return;
-    if (grid.intensities != grid.survey.points())
-        losses.add("intensity",
-                   fmt::format("{}: Intensity is left out; there are {} for {}",
-                               gridAtTime(exported.name, exported.time), counted(grid.intensities, "value"),
-                               counted(grid.survey.points(), "point")));
-    else if (ConvLib::effectivePrecision(exporter_.Precision) < colorDigits)
-        losses.add("color", fmt::format("{}: packed colours are rounded; --precision {} keeps them",
-                                        gridAtTime(exported.name, exported.time), colorDigits));
+void PcdRun::findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const {
+    for (const Fragment& fragment : plan.fragments) {
+        if (fragment.role == PcdPlan::Role::None)
+            losses.addField(fragment.field);
+        else if (fragment.role == PcdPlan::Role::Positions && !fragment.whyLeftOut.empty())
+            losses.addOf(gridAtTime(exported.name, exported.time), "fields",
+                         fmt::format("a part of {} is left out: {}", fragment.field, fragment.whyLeftOut));
+    }
 }
 
-void PcdRun::findRounding(const ExportedGrid& exported, const PcdWalk::Grid& grid, Losses& losses) const {
-    const auto rounding = PcdRounding::of(grid.survey, grid.inputStep, exporter_.Precision);
-    if (rounding)
-        losses.add(
-            "rounding",
-            fmt::format("{}: coordinates are rounded by up to {:.2g}, more than the input's step of {:.2g} "
-                        "allows; --precision {} keeps them",
-                        gridAtTime(exported.name, exported.time), rounding->loss, rounding->step,
-                        rounding->sufficientPrecision));
-    const double shiftLoss = PcdRounding::ofShift(grid.survey, grid.inputStep);
+void PcdRun::findIntensityLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const {
+    std::set<std::string> unfit;
+    for (const Fragment& fragment : plan.fragments) {
+        if (fragment.role == PcdPlan::Role::Intensity && !fragment.whyLeftOut.empty())
+            unfit.insert(fragment.elementType);
+    }
+    const std::string where = gridAtTime(exported.name, exported.time);
+    if (!unfit.empty())
+        losses.add("intensity", fmt::format("{}: Intensity stored as {} is left out; PCD takes uint16", where,
+                                            joined({unfit.begin(), unfit.end()})));
+    const auto dropped = exported.changed("Intensity", ValueChange::Dropped);
+    if (dropped.count != 0)
+        losses.add("intensity",
+                   fmt::format("{}: Intensity is left out; there are {} for {}", where,
+                               counted(dropped.count, "value"), counted(exported.survey.points(), "point")));
+    else if (exported.changed("rgb", ValueChange::Rounded).count != 0)
+        losses.add("color", fmt::format("{}: packed colours are rounded; --precision {} keeps them", where,
+                                        ExportLib::pcdColorDigits));
+}
+
+void PcdRun::findRounding(const ExportedGrid& exported,
+                          const std::optional<Geom::PhysicalSpace::vector>& inputStep, Losses& losses) const {
+    const std::string where = gridAtTime(exported.name, exported.time);
+    if (const auto rounding = PcdRounding::of(exported.survey, inputStep, exporter_.Precision))
+        losses.add("rounding",
+                   fmt::format("{}: coordinates are rounded by up to {:.2g}, more than the input's "
+                               "step of {:.2g} allows; --precision {} keeps them",
+                               where, rounding->loss, rounding->step, rounding->sufficientPrecision));
+    const double shiftLoss = PcdRounding::ofShift(exported.survey, inputStep);
     if (shiftLoss > 0)
         losses.add("rounding",
                    fmt::format("{}: the shift in the header, which leads back to the input's coordinates, "
                                "is rounded by up to {:.2g}; its digits are fixed",
-                               gridAtTime(exported.name, exported.time), shiftLoss));
+                               where, shiftLoss));
 }
 
-void PcdRun::findCountLoss(const ExportedGrid& exported, const PcdWalk::Grid& grid, Losses& losses) const {
-    const std::uint64_t lines = exporter_.writtenFiles()[exported.endFile - 1].items;
-    if (!exporter_.ExactCounts && lines != grid.survey.points())
+void PcdRun::findCountLoss(const ExportedGrid& exported, Losses& losses) const {
+    const auto thinned = exported.changed("Positions", ValueChange::Thinned);
+    if (!exporter_.ExactCounts && thinned.count != 0)
         losses.add("count",
                    fmt::format("{}: the header states {} (before thinning to cells of {}), and {} follow; "
                                "--exact-counts states the lines",
-                               gridAtTime(exported.name, exported.time),
-                               counted(grid.survey.points(), "point"), shortestText(exporter_.CellSize),
-                               counted(lines, "line")));
+                               gridAtTime(exported.name, exported.time), counted(thinned.total, "point"),
+                               shortestText(exporter_.CellSize),
+                               counted(thinned.total - thinned.count, "line")));
 }
 
 class PcdFormat final : public ExportFormat {

@@ -10,6 +10,7 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -542,20 +543,80 @@ TEST_F(ASCIIExport, ExporterIsDestroyedThroughTheBase) {
     EXPECT_THAT(base->printSecondary(), ::testing::StartsWith("\nFilterField: xxx"));
 }
 
-TEST_F(ASCIIExport, HasAWriterForThirteenElementTypes) {
-    std::vector<std::string_view> names;
-    Sheaf::ElementTypes::visitFirst(
-        [&](auto tag) {
-            using T = typename decltype(tag)::type;
-            if (ExportLib::ExportPointCloudToASCII::HasWriter(typeid(T)))
-                names.push_back(Sheaf::elementTypeName(typeid(T)));
-            return false;
-        },
-        [](auto) {});
-    EXPECT_THAT(names,
-                UnorderedElementsAre("point", "vector", "bivector3d", "bivector3f", "rgb8", "float32",
-                                     "float64", "float80", "uint8", "uint16", "int32", "uint32", "uint64"));
-    EXPECT_FALSE(ExportLib::ExportPointCloudToASCII::HasWriter(typeid(std::string)));
+/// Notes what the exporter tells.
+class Told final : public ConvLib::RunObserver {
+public:
+    void positionsWritten(std::span<const Geom::PhysicalSpace::point> view) override {
+        positions.insert(positions.end(), view.begin(), view.end());
+    }
+    void valuesChanged(const ConvLib::ChangedValues& values) override {
+        EXPECT_EQ(values.change, ConvLib::ValueChange::Rounded);
+        rounded.push_back(std::string(values.attribute) + ": " + std::to_string(values.count) + " of " +
+                          std::to_string(values.total) + " by " + std::to_string(values.most));
+    }
+    Points positions;
+    std::vector<std::string> rounded;
+};
+
+TEST_F(ASCIIExport, ObserverHearsOfPositionsAndOfRoundedValuesThatAreWritten) {
+    const auto told = Anchor::makeStrong<Told>();
+    exporter.setObserver(told);
+    exporter.Precision = 1;
+    exporter.CellTypeFilter = {};
+    exporter.CellTypeFilter.add(1, 1);
+    const Points points{{1.23456789, 2, 3}, {4, 5, 6}};
+    GridBuilder(*bundle, 0, "cloud")
+        .field("Positions", "p", points)
+        .field("Table", "p", heldArray<double>({2, 1}, {0.0000005, 1}))
+        .field("Flow", "p", std::vector<Geom::PhysicalSpace::vector>{{1, 2, 0.0000002}, {1, 2, 3}})
+        .field("Id", "p", std::vector<int>{7, 8});
+    // The first cell is not written, and the second is as it was.
+    GridBuilder(*bundle, 0, "dem")
+        .field("Positions", "f", heldLattice({0, 0, 0}, {1, 1, 1}, {4, 1, 1}))
+        .field("Depth", "f", heldArray<double>({4, 1, 1}, {0.11, 0.5, 0.25, 0.125}))
+        .field("CellType", "f", heldArray<unsigned char>({4, 1, 1}, {0, 1, 1, 1}));
+    EXPECT_TRUE(exporter.Run());
+    EXPECT_EQ(told->positions, points);
+    EXPECT_THAT(told->rounded, ElementsAre("Flow: 1 of 2 by 0.000000", "Table: 1 of 2 by 0.000000",
+                                           "Depth: 2 of 4 by 0.050000"));
+}
+
+TEST_F(ASCIIExport, WithAndWithoutAnObserverTheBytesAreTheSame) {
+    GridBuilder(*bundle, 0, "cloud")
+        .field("Positions", "", Points{{1.23456789, 2, 3}, {4, 5, 6}})
+        .field("Table", "", heldArray<float>({2, 1}, {0.3F, 1}));
+    EXPECT_TRUE(exporter.Run());
+    const auto plain = Support::treeOf(folder.path());
+    exporter.setObserver(Anchor::makeStrong<Told>());
+    EXPECT_TRUE(exporter.Run());
+    EXPECT_EQ(Support::treeOf(folder.path()), plain);
+}
+
+TEST_F(ASCIIExport, HostCanStopInTheMiddleOfListsTablesAndGrids) {
+    constexpr std::uint64_t size = ConvLib::BasicConverterDefs::stopInterval;
+    GridBuilder(*bundle, 0, "g")
+        .field("Id", "list", std::vector<int>(3 * size))
+        .field("Id", "table", heldArray<int>({size, 3}, std::vector<int>(3 * size)))
+        .field("Id", "wide", heldArray<int>({3 * size, 1}, std::vector<int>(3 * size)))
+        .field("Positions", "grid", heldLattice({0, 0, 0}, {1, 1, 1}, {3 * size, 1, 1}))
+        .field("Id", "grid", heldArray<int>({3 * size, 1, 1}, std::vector<int>(3 * size)))
+        .field("CellType", "grid",
+               heldArray<unsigned char>({3 * size, 1, 1}, std::vector<unsigned char>(3 * size)));
+    std::size_t asked = 0;
+    exporter.setStopQuestion([&] { ++asked; });
+    EXPECT_TRUE(exporter.Run());
+    // Before each of six fragments, and three times in each of the five files.
+    EXPECT_GE(asked, 6U + 15U);
+    struct Stopped {};
+    const std::size_t questions = asked;
+    for (std::size_t last = 1; last <= questions; last += 3) {
+        asked = 0;
+        exporter.setStopQuestion([&] {
+            if (++asked == last)
+                throw Stopped();
+        });
+        EXPECT_THROW(exporter.Run(), Stopped) << last;
+    }
 }
 
 } // namespace

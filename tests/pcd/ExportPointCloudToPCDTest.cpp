@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <limits>
+#include <span>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -350,6 +351,75 @@ TEST_F(PCDExport, ArrayThatCannotBeMadePassesItsErrorToTheHost) {
     Support::writeBytes(exporter.OutputPath, "what stood there before");
     EXPECT_THROW(exporter.Run(), Anchor::FormatError);
     EXPECT_EQ(Support::readBytes(exporter.OutputPath), "what stood there before");
+}
+
+/// Notes what the exporter tells.
+class Told final : public ConvLib::RunObserver {
+public:
+    void positionsWritten(std::span<const Geom::PhysicalSpace::point> view) override {
+        positions.insert(positions.end(), view.begin(), view.end());
+    }
+    void valuesChanged(const ConvLib::ChangedValues& values) override {
+        changes.push_back(std::string(values.attribute) + " " +
+                          std::to_string(static_cast<int>(values.change)) + ": " +
+                          std::to_string(values.count) + " of " + std::to_string(values.total));
+    }
+    Points positions;
+    std::vector<std::string> changes;
+};
+
+std::string change(const std::string& attribute, ConvLib::ValueChange kind, const std::string& numbers) {
+    return attribute + " " + std::to_string(static_cast<int>(kind)) + ": " + numbers;
+}
+
+TEST_F(PCDExport, ObserverHearsOfPositionsBeforeTheShiftAndOfWhatTheFileLeavesOut) {
+    const auto told = Anchor::makeStrong<Told>();
+    exporter.setObserver(told);
+    const Points points{{1000, 2000, 10}, {1000.01, 2000, 10}, {1004, 2004, 14}};
+    GridBuilder(*bundle, 0, "g").field("Positions", "", points).field("Intensity", "", Intensities{1, 2});
+    exported();
+    EXPECT_EQ(told->positions, points);
+    EXPECT_THAT(told->changes, ElementsAre(change("Positions", ConvLib::ValueChange::Thinned, "1 of 3"),
+                                           change("Intensity", ConvLib::ValueChange::Dropped, "2 of 2")));
+}
+
+TEST_F(PCDExport, ObserverHearsOfColoursOnlyWhereTheyAreRounded) {
+    const auto told = Anchor::makeStrong<Told>();
+    exporter.setObserver(told);
+    GridBuilder(*bundle, 0, "g")
+        .field("Positions", "", Points{{0, 0, 0}, {2, 2, 2}})
+        .field("Intensity", "", Intensities{100, 300});
+    exported();
+    EXPECT_THAT(told->changes, IsEmpty());
+    exporter.Precision = 7;
+    exported();
+    EXPECT_THAT(told->changes, ElementsAre(change("rgb", ConvLib::ValueChange::Rounded, "2 of 2")));
+}
+
+TEST_F(PCDExport, HostCanStopInTheMiddleOfEveryStep) {
+    constexpr std::size_t count = 4 * ConvLib::BasicConverterDefs::stopInterval;
+    Points points(count);
+    for (std::size_t i = 0; i < count; ++i)
+        points[i] = {static_cast<double>(i * 7919 % count), static_cast<double>(i % 1013), 0.5};
+    GridBuilder(*bundle, 0, "g").field("Positions", "", points).field("Intensity", "", Intensities(count, 1));
+    struct Stopped {};
+    for (const double cellSize : {1.0, 1e-12}) {
+        exporter.CellSize = cellSize;
+        std::size_t asked = 0;
+        exporter.setStopQuestion([&] { ++asked; });
+        exported();
+        // Two fragments; box, shift, heights, keys, runs, passes of the sort, choice and lines each in blocks.
+        EXPECT_GT(asked, 2 + 8 * count / ConvLib::BasicConverterDefs::stopInterval) << cellSize;
+        const std::size_t questions = asked;
+        for (std::size_t last = 1; last <= questions; last += 7) {
+            asked = 0;
+            exporter.setStopQuestion([&] {
+                if (++asked == last)
+                    throw Stopped();
+            });
+            ASSERT_THROW(exporter.Run(), Stopped) << last;
+        }
+    }
 }
 
 TEST_F(PCDExport, ExporterIsDestroyedThroughTheBase) {

@@ -103,4 +103,21 @@ TEST(HeightQuantiles, RandomHeightsGiveWhatSortingGives) {
     }
 }
 
+TEST(HeightQuantiles, QuestionIsAskedThroughoutAndChangesNothing) {
+    std::mt19937_64 random(5);
+    std::vector<double> z(2'000'000);
+    for (double& height : z)
+        height = static_cast<double>(random() % 100'000) * 0.01;
+    const auto points = pointsAt(z);
+    std::size_t asked = 0;
+    const HeightQuantiles answered = heightQuantiles(points, [&] { ++asked; });
+    const HeightQuantiles expected = heightQuantiles(points);
+    EXPECT_EQ(answered.low, expected.low);
+    EXPECT_EQ(answered.high, expected.high);
+    // Once a block while the heights are gathered, and once more in so many comparisons, of which there are some for
+    // each point.
+    const std::size_t blocks = z.size() / ConvLib::BasicConverterDefs::stopInterval;
+    EXPECT_GT(asked, blocks + blocks / 4);
+}
+
 } // namespace

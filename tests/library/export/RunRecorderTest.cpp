@@ -3,7 +3,9 @@
 
 #include "convlib/BasicConverterDefs.hpp"
 
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,8 +30,13 @@ public:
             seen.push_back(ask.grid);
             if (UseThisField("Positions"))
                 seen.emplace_back("Positions");
-            for (std::size_t number = 0; number < ask.files; ++number)
+            for (std::size_t number = 0; number < ask.files; ++number) {
+                if (Observer())
+                    Observer()->fragmentBegins("Positions", "empty", 1);
+                if (Observer())
+                    Observer()->fragmentBegins("Positions", std::to_string(number), 1);
                 recordWrittenFile({ask.grid, 1, 1, false});
+            }
         }
         return true;
     }
@@ -66,6 +73,20 @@ TEST(RunRecorder, LearnsWhichGridBecameWhichFiles) {
     EXPECT_FALSE(grids[1].hasFiles());
     EXPECT_EQ(grids[2].time, 1);
     EXPECT_EQ(std::pair(grids[2].firstFile, grids[2].endFile), std::pair(std::size_t{1}, std::size_t{3}));
+}
+
+TEST(RunRecorder, LearnsWhichFragmentBecameWhichFiles) {
+    Recorded recorded({{0, "a", 2}, {0, "b", 1}});
+    recorded.run();
+    std::vector<std::string> seen;
+    for (const ExportedGrid& grid : recorded.recorder->grids()) {
+        for (const ExportedGrid::Fragment& fragment : grid.fragments)
+            seen.push_back(grid.name + " " + fragment.field + " " + fragment.fragment + " " +
+                           std::to_string(fragment.firstFile) + " " + std::to_string(fragment.endFile));
+    }
+    EXPECT_THAT(seen,
+                ::testing::ElementsAre("a Positions empty 0 0", "a Positions 0 0 1", "a Positions empty 1 1",
+                                       "a Positions 1 1 2", "b Positions empty 2 2", "b Positions 0 2 3"));
 }
 
 TEST(RunRecorder, NarrowsTheRunToItsScope) {

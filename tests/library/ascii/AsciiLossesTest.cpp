@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "library/ascii/AsciiWalk.hpp"
+#include "library/ascii/AsciiLosses.hpp"
 
 #include "ascii/AsciiBundle.hpp"
 #include "ascii/ExportPointCloudToASCII.hpp"
 #include "library/BuildingReader.hpp"
-#include "library/ascii/AsciiLosses.hpp"
 #include "support/ConsoleCapture.hpp"
 
-#include <stdexcept>
+#include <filesystem>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,40 +26,44 @@ using ::testing::IsEmpty;
 
 const AsciiSettings defaults{"CellType", -1, 0, false, false};
 
-/// Runs the exporter under a walk over what the function builds.
-class Walked {
+/// Runs the exporter over what the function builds, beside its plan.
+class Exported {
 public:
-    explicit Walked(BuildingReader::Build build, AsciiSettings settings = defaults)
+    explicit Exported(BuildingReader::Build build, AsciiSettings settings = defaults)
         : settings_(std::move(settings)),
           inputs_(readBuilt(inputFolder_, std::move(build))),
           selection_(Filters{}),
-          walk_(Anchor::makeStrong<AsciiWalk>(RunScope{}, inputs_, selection_, settings_,
-                                              Anchor::makeStrong<Progress>())) {
+          progress_(Anchor::makeStrong<Progress>()),
+          planned_({inputs_, selection_, progress_}, RunScope{},
+                   [&](const Sheaf::Grid& grid) {
+                       return ExportLib::AsciiPlan::of(grid, settings_,
+                                                       [](const std::string&) { return true; });
+                   }),
+          recorder_(Anchor::makeStrong<RunRecorder>(RunScope{}, progress_)) {
         exporter_.FilterField = settings_.filterField;
         exporter_.RefLevel = settings_.refinementLevel;
         exporter_.Precision = settings_.precision;
         exporter_.Append = settings_.append;
         exporter_.bundleptr = inputs_.bundle();
         exporter_.OutputPath = folder_.path().string();
-        exporter_.Progress = walk_->reporter();
-        walk_->follow(exporter_);
+        recorder_->follow(exporter_);
         EXPECT_TRUE(exporter_.Run());
-        walk_->finish(exporter_.writtenFiles());
+        recorder_->finish(exporter_.writtenFiles());
     }
 
-    [[nodiscard]] const AsciiWalk::Grid& grid(std::size_t visit = 0) const {
-        const AsciiWalk::Grid* const known = walk_->find(walk_->grids().at(visit));
-        if (known == nullptr)
-            throw std::runtime_error("an unknown grid");
-        return *known;
+    [[nodiscard]] const ExportedGrid& grid(std::size_t visit = 0) const {
+        return recorder_->grids().at(visit);
     }
     [[nodiscard]] const std::vector<ConvLib::WrittenFile>& record() const { return exporter_.writtenFiles(); }
+    [[nodiscard]] std::string nameOf(std::size_t file) const {
+        return std::filesystem::path(record().at(file).path).lexically_relative(folder_.path()).string();
+    }
 
     /// "kind: message" of every loss.
     [[nodiscard]] std::vector<std::string> losses() const {
         Losses losses;
-        for (const ExportedGrid& visit : walk_->grids())
-            addAsciiLosses(visit, *walk_->find(visit), settings_, exporter_.writtenFiles(), losses);
+        for (const ExportedGrid& visit : recorder_->grids())
+            addAsciiLosses(visit, *planned_.find(visit), settings_, exporter_.writtenFiles(), losses);
         std::vector<std::string> texts;
         for (const Loss& loss : losses.list("ASCII"))
             texts.push_back(loss.kind + ": " + loss.message);
@@ -72,7 +77,9 @@ private:
     AsciiSettings settings_;
     Inputs inputs_;
     Selection selection_;
-    Anchor::StrongPtr<AsciiWalk> walk_;
+    Anchor::StrongPtr<Progress> progress_;
+    PlannedTexts planned_;
+    Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToASCII exporter_;
 };
 
@@ -84,8 +91,8 @@ void buildLattice(Sheaf::Bundle& bundle, const Geom::PhysicalSpace::point& corne
         .field("CellType", "f", heldArray<unsigned char>({3, 2, 1}, {1, 1, 1, 1, 1, 1}));
 }
 
-TEST(AsciiWalk, EveryFileIsThatOfItsStop) {
-    const Walked walked([](Sheaf::Bundle& bundle, const std::string&) {
+TEST(AsciiLosses, EveryFileIsThatOfItsFragment) {
+    const Exported exported([](Sheaf::Bundle& bundle, const std::string&) {
         GridBuilder(bundle, 0, "a", {0})
             .field("Positions", "", Points{{1, 2, 3}})
             .skeleton({1})
@@ -97,15 +104,19 @@ TEST(AsciiWalk, EveryFileIsThatOfItsStop) {
     });
     std::vector<std::string> seen;
     for (const std::size_t visit : {0U, 1U}) {
-        for (const AsciiWalk::Written& written : walked.grid(visit).written)
-            seen.push_back(written.stop->file(defaults)->string() + " " +
-                           std::to_string(walked.record().at(written.file).items));
+        for (const ExportedGrid::Fragment& fragment : exported.grid(visit).fragments) {
+            std::string text = fragment.field + " " + fragment.fragment + ":";
+            for (std::size_t file = fragment.firstFile; file != fragment.endFile; ++file)
+                text += " " + exported.nameOf(file) + " " + std::to_string(exported.record().at(file).items);
+            seen.push_back(text);
+        }
     }
-    EXPECT_THAT(seen, ElementsAre("Id/x.asc 1", "Id/y.asc 2", "Positions/x.asc 2", "Positions/x.asc 1"));
-    EXPECT_EQ(walked.grid(0).survey.points(), 2U);
-    EXPECT_EQ(walked.grid(0).survey.axis(2)->decimalStep, 0.1);
-    EXPECT_EQ(walked.grid(1).survey.points(), 1U);
-    EXPECT_THAT(walked.losses(),
+    EXPECT_THAT(seen, ElementsAre("Angle x:", "Id x: Id/x.asc 1", "Id y: Id/y.asc 2",
+                                  "Positions x: Positions/x.asc 2", "Positions x: Positions/x.asc 1"));
+    EXPECT_EQ(exported.grid(0).survey.points(), 2U);
+    EXPECT_EQ(exported.grid(0).survey.axis(2)->decimalStep, 0.1);
+    EXPECT_EQ(exported.grid(1).survey.points(), 1U);
+    EXPECT_THAT(exported.losses(),
                 ElementsAre("fields: grid \"a\" at time 0: Angle is left out: there is no writer for int8"));
 }
 
@@ -120,18 +131,18 @@ TEST(AsciiLosses, FieldsThatLieOnOtherSkeletonsOnlyAreTold) {
             .field("Hidden", "", std::vector<int>{1});
     };
     EXPECT_THAT(
-        Walked(build).losses(),
+        Exported(build).losses(),
         ElementsAre("fields: grid \"g\" at time 0: Coarse is left out: it lies on other skeletons than the "
                     "vertices of the highest level; --ref-level -2 takes all"));
     AsciiSettings settings = defaults;
     for (const int level : {-2, 1}) {
         settings.refinementLevel = level;
-        EXPECT_THAT(Walked(build, settings).losses(), IsEmpty()) << level;
+        EXPECT_THAT(Exported(build, settings).losses(), IsEmpty()) << level;
     }
 }
 
 TEST(AsciiLosses, GridThatIsWrittenAsItIsLosesNothing) {
-    EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
+    EXPECT_THAT(Exported([](Sheaf::Bundle& bundle, const std::string&) {
                     buildLattice(bundle, {500000.5, 4000000.125, 0}, {0.5, 0.5, 1});
                 }).losses(),
                 IsEmpty());
@@ -139,12 +150,12 @@ TEST(AsciiLosses, GridThatIsWrittenAsItIsLosesNothing) {
 
 TEST(AsciiLosses, CellSizeThatThreeDecimalsRoundIsToldWithTheSizeOfTheLoss) {
     EXPECT_THAT(
-        Walked([](Sheaf::Bundle& bundle, const std::string&) {
+        Exported([](Sheaf::Bundle& bundle, const std::string&) {
             buildLattice(bundle, {10, 20, 0}, {0.0004, 0.0004, 1});
         }).losses(),
         ElementsAre("rounding: grid \"dem\" at time 0: the corner and the cell size of 0.0004 are written "
                     "with three decimals: coordinates are off by up to 0.0008"));
-    EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
+    EXPECT_THAT(Exported([](Sheaf::Bundle& bundle, const std::string&) {
                     buildLattice(bundle, {10.0001, 20, 0}, {1, 1, 1});
                 }).losses(),
                 ElementsAre("rounding: grid \"dem\" at time 0: the corner and the cell size of 1 are written "
@@ -153,7 +164,7 @@ TEST(AsciiLosses, CellSizeThatThreeDecimalsRoundIsToldWithTheSizeOfTheLoss) {
 
 TEST(AsciiLosses, CellsThatAreNoSquaresAreTold) {
     EXPECT_THAT(
-        Walked([](Sheaf::Bundle& bundle, const std::string&) {
+        Exported([](Sheaf::Bundle& bundle, const std::string&) {
             buildLattice(bundle, {10, 20, 0}, {2, 5, 1});
         }).losses(),
         ElementsAre("rounding: grid \"dem\" at time 0: cells of 2 by 5 are written as squares of 2.000: "
@@ -167,7 +178,7 @@ TEST(AsciiLosses, GridsWithoutCellTypesAreEmptyAndItIsSaidWhy) {
         buildLattice(bundle, {0, 0, 0}, {1, 1, 1});
     };
     EXPECT_THAT(
-        Walked(build, settings).losses(),
+        Exported(build, settings).losses(),
         ElementsAre("empty: grid \"dem\" at time 0: CellType: 1 fragment without a value: there is no "
                     "field \"Mask\" of cell types; --filter-field names another",
                     "empty: grid \"dem\" at time 0: Height: 1 fragment without a value: there is no "
@@ -175,7 +186,7 @@ TEST(AsciiLosses, GridsWithoutCellTypesAreEmptyAndItIsSaidWhy) {
     settings.filterField = "Height";
     settings.append = true;
     EXPECT_THAT(
-        Walked(build, settings).losses(),
+        Exported(build, settings).losses(),
         ElementsAre("empty: grid \"dem\" at time 0: CellType: 1 fragment without a value: its values, its "
                     "overlaps or the cell types of the field \"Height\" do not fit the lattice",
                     "empty: grid \"dem\" at time 0: Height: 1 fragment without a value: its values, its "
@@ -183,7 +194,7 @@ TEST(AsciiLosses, GridsWithoutCellTypesAreEmptyAndItIsSaidWhy) {
 }
 
 TEST(AsciiLosses, CellTypesThatAFragmentLacksAreTold) {
-    EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
+    EXPECT_THAT(Exported([](Sheaf::Bundle& bundle, const std::string&) {
                     GridBuilder(bundle, 0, "dem")
                         .field("Positions", "e", heldLattice({0, 0, 0}, {1, 1, 1}, {1, 1, 1}))
                         .field("Positions", "f", heldLattice({1, 0, 0}, {1, 1, 1}, {1, 1, 1}))
@@ -197,7 +208,7 @@ TEST(AsciiLosses, CellTypesThatAFragmentLacksAreTold) {
 
 TEST(AsciiLosses, RowsThatALowOverlapShiftsAreTold) {
     EXPECT_THAT(
-        Walked([](Sheaf::Bundle& bundle, const std::string&) {
+        Exported([](Sheaf::Bundle& bundle, const std::string&) {
             buildLattice(bundle, {0, 0, 0}, {1, 1, 1});
             const auto grid = bundle.slices().at(0).lock()->grids().at("dem").lock();
             grid->makeFragment("f")->overlapLow = Sheaf::MultiIndex<3>{0, 1, 0};
@@ -209,7 +220,7 @@ TEST(AsciiLosses, RowsThatALowOverlapShiftsAreTold) {
 TEST(AsciiLosses, BytesAsCharactersAndRoundedValuesAreTold) {
     AsciiSettings settings = defaults;
     settings.precision = 1;
-    EXPECT_THAT(Walked(
+    EXPECT_THAT(Exported(
                     [](Sheaf::Bundle& bundle, const std::string&) {
                         buildLattice(bundle, {0, 0, 0}, {1, 1, 1});
                         const auto grid = bundle.slices().at(0).lock()->grids().at("dem").lock();
@@ -228,12 +239,12 @@ TEST(AsciiLosses, BytesAsCharactersAndRoundedValuesAreTold) {
 
 TEST(AsciiLosses, CoordinatesFinerThanSixDecimalsAreTold) {
     EXPECT_THAT(
-        Walked([](Sheaf::Bundle& bundle, const std::string&) {
+        Exported([](Sheaf::Bundle& bundle, const std::string&) {
             GridBuilder(bundle, 0, "g").field("Positions", "", Points{{1.12345678, 0.000001, 3}});
         }).losses(),
         ElementsAre("rounding: grid \"g\" at time 0: coordinates are rounded by up to 5e-07, more than "
                     "the input's step of 1e-08 allows; text has six decimals"));
-    EXPECT_THAT(Walked([](Sheaf::Bundle& bundle, const std::string&) {
+    EXPECT_THAT(Exported([](Sheaf::Bundle& bundle, const std::string&) {
                     GridBuilder(bundle, 0, "g").field("Positions", "", Points{{1.123456, 0.000001, 3}});
                 }).losses(),
                 IsEmpty());
@@ -249,18 +260,18 @@ TEST(AsciiLosses, FilesOfOneGridThatComeToOneNameAreTold) {
     AsciiSettings settings = defaults;
     settings.refinementLevel = -2;
     EXPECT_THAT(
-        Walked(build, settings).losses(),
+        Exported(build, settings).losses(),
         ElementsAre("overwritten: grid \"g\" at time 0: 1 file of several skeletons or charts came to one "
                     "name, of which the last is kept; --ref-level keeps levels apart"));
     settings.append = true;
-    EXPECT_THAT(Walked(build, settings).losses(), IsEmpty());
+    EXPECT_THAT(Exported(build, settings).losses(), IsEmpty());
 }
 
 TEST(AsciiLosses, GridsOneBehindTheOtherInAFileAreTold) {
     AsciiSettings settings = defaults;
     settings.append = true;
     EXPECT_THAT(
-        Walked(
+        Exported(
             [](Sheaf::Bundle& bundle, const std::string&) {
                 GridBuilder(bundle, 0, "dem")
                     .field("Positions", "e", heldLattice({0, 0, 0}, {1, 1, 1}, {1, 1, 1}))

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "library/ascii/TextRounding.hpp"
+#include "ascii/TextRounding.hpp"
 
 #include "sheaf/ElementTypes.hpp"
-#include "sheaf/MemArray.hpp"
 
 #include <cmath>
 #include <cstdio>
@@ -12,12 +11,15 @@
 
 #include <gtest/gtest.h>
 
-namespace Tidewatch {
 namespace {
 
 template <class T>
 double roundingOf(std::vector<T> elements, unsigned int decimals) {
-    return textRounding(*Sheaf::makeArray(std::move(elements)), decimals);
+    ExportLib::TextRounding<T> rounding(decimals);
+    for (const T& element : elements)
+        rounding.look(element);
+    EXPECT_EQ(rounding.count() == 0, rounding.worst() == 0);
+    return rounding.worst();
 }
 
 TEST(TextRounding, NumbersWithFewDecimalsLoseNothing) {
@@ -33,6 +35,21 @@ TEST(TextRounding, WorstLossOfAllIsTold) {
     EXPECT_NEAR(roundingOf<double>({2.345}, 2), 0.005, 1e-12);
     EXPECT_NEAR(roundingOf<float>({0.00012345678F}, 6), 4.6e-7, 1e-8);
     EXPECT_NEAR(roundingOf<long double>({1.00000025L}, 6), 2.5e-7, 1e-15);
+}
+
+TEST(TextRounding, EveryNumberThatChangesIsCounted) {
+    ExportLib::TextRounding<double> rounding(2);
+    for (const double value : {0.5, 0.125, 1.25, 7.0001, -0.001})
+        rounding.look(value);
+    EXPECT_EQ(rounding.count(), 3U);
+}
+
+TEST(TextRounding, NumbersOfEverySizeAreRoundedToTheNearest) {
+    for (int exponent = 0; exponent < 60; ++exponent) {
+        const double value = std::ldexp(1 + 0x1p-40, exponent);
+        const double loss = std::fabs(std::nearbyint(value) - value);
+        EXPECT_EQ(roundingOf<double>({value}, 0), loss) << exponent;
+    }
 }
 
 TEST(TextRounding, NumbersThatAreNotFiniteLoseNothing) {
@@ -61,4 +78,3 @@ TEST(TextRounding, LossIsThatOfThePrintedText) {
 }
 
 } // namespace
-} // namespace Tidewatch

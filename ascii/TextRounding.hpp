@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <concepts>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+
+namespace ExportLib {
+
+/// Counts floating-point numbers that a text of so many decimals changes, by more than the noise of their type. Numbers
+/// that are not finite are kept by any text.
+template <std::floating_point T>
+class NumberRounding {
+public:
+    explicit NumberRounding(unsigned int decimals)
+        : scale_(std::pow(Wide(10), static_cast<Wide>(std::min(decimals, mostDecimals)))) {}
+
+    void look(T value) {
+        const Wide scaled = static_cast<Wide>(value) * scale_;
+        // Beyond its digits a number has no decimals left to lose. NaN ends here, too.
+        if (!(std::fabs(scaled) < 1 / std::numeric_limits<Wide>::epsilon()))
+            return;
+        const Wide loss = std::fabs(nearest(scaled) / scale_ - static_cast<Wide>(value));
+        if (loss > 4 * static_cast<Wide>(std::numeric_limits<T>::epsilon() * std::fabs(value))) {
+            ++count_;
+            worst_ = std::max(worst_, loss);
+        }
+    }
+
+    [[nodiscard]] std::uint64_t count() const noexcept { return count_; }
+    /// The greatest change.
+    [[nodiscard]] double worst() const noexcept { return static_cast<double>(worst_); }
+
+private:
+    // The arithmetic of floats would add losses of its own.
+    using Wide = std::conditional_t<std::same_as<T, float>, double, T>;
+    static constexpr unsigned int mostDecimals = 300;
+
+    [[nodiscard]] static Wide nearest(Wide value) {
+        if constexpr (std::same_as<Wide, double>) {
+            // Where whole numbers are all that a double of this size can be, adding rounds to one.
+            constexpr double shifter = 0x1.8p52;
+            if (std::fabs(value) < 0x1p51)
+                return (value + shifter) - shifter;
+        }
+        return std::nearbyint(value);
+    }
+
+    Wide scale_;
+    Wide worst_ = 0;
+    std::uint64_t count_ = 0;
+};
+
+/// What has no decimals to lose: integers and colours.
+struct NoRounding {
+    explicit NoRounding(unsigned int) {}
+    template <class T>
+    void look(const T&) {}
+    [[nodiscard]] static std::uint64_t count() noexcept { return 0; }
+    [[nodiscard]] static double worst() noexcept { return 0; }
+};
+
+/// Points and vectors: each component counts.
+template <class T>
+class ComponentRounding {
+public:
+    explicit ComponentRounding(unsigned int decimals) : numbers_(decimals) {}
+    void look(const T& element) {
+        numbers_.look(element.x);
+        numbers_.look(element.y);
+        numbers_.look(element.z);
+    }
+    [[nodiscard]] std::uint64_t count() const noexcept { return numbers_.count(); }
+    [[nodiscard]] double worst() const noexcept { return numbers_.worst(); }
+
+private:
+    NumberRounding<std::remove_cvref_t<decltype(T().x)>> numbers_;
+};
+
+template <class T>
+struct TextRoundingOf {
+    using type = NoRounding;
+};
+template <std::floating_point T>
+struct TextRoundingOf<T> {
+    using type = NumberRounding<T>;
+};
+template <class T>
+requires requires(const T& element) {
+    element.x + element.y + element.z;
+}
+struct TextRoundingOf<T> {
+    using type = ComponentRounding<T>;
+};
+
+/// Counts what text of so many decimals changes of elements of any type that has a writer.
+template <class T>
+using TextRounding = typename TextRoundingOf<T>::type;
+
+} // namespace ExportLib

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "geom/PhysicalSpace.hpp"
+#include "library/export/ExportFormat.hpp"
+#include "library/export/RunScope.hpp"
+#include "sheaf/Grid.hpp"
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace Tidewatch {
+
+/// What an exporter's plans say of the grids of one run, beside what the inputs state of them.
+template <class Plan>
+class PlannedGrids {
+public:
+    struct Grid {
+        Plan plan;
+        /// The step in which the input stores coordinates; nothing where it stores them as floating-point numbers.
+        std::optional<Geom::PhysicalSpace::vector> inputStep;
+    };
+
+    /// Has a plan made, before the run, for every grid that the run is going to take up.
+    PlannedGrids(const ExportFormat::Context& context, const RunScope& scope,
+                 const std::function<Plan(const Sheaf::Grid&)>& planOf) {
+        context.selection.forEachGrid(
+            *context.inputs.bundle(), [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+                if (!scope.admits(time) || !scope.admits(name))
+                    return;
+                Grid planned{planOf(grid), std::nullopt};
+                if (const auto report = context.inputs.reportOf(name, grid.origin()))
+                    planned.inputStep = report->coordinateStep();
+                grids_.try_emplace({time, name}, std::move(planned));
+            });
+    }
+
+    /// Null for a grid that was not among the inputs before the run.
+    [[nodiscard]] const Grid* find(const ExportedGrid& exported) const {
+        const auto found = grids_.find({exported.time, exported.name});
+        return found != grids_.end() ? &found->second : nullptr;
+    }
+
+    /// Everything that the exporter is going to use, for the progress.
+    [[nodiscard]] double elements() const {
+        double sum = 0;
+        for (const auto& [key, grid] : grids_)
+            sum += static_cast<double>(grid.plan.elements());
+        return sum;
+    }
+
+private:
+    std::map<std::pair<double, std::string>, Grid> grids_;
+};
+
+} // namespace Tidewatch

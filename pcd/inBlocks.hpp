@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "convlib/BasicConverterDefs.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+
+namespace ExportLib {
+
+/// Asked often during long work: a host that wants to stop throws. Empty where nobody is to be asked.
+using StopQuestion = std::function<void()>;
+
+/// Calls work(begin, end) for one block of `count` items after the other, and asks before each.
+template <class Work>
+void inBlocks(std::size_t count, const StopQuestion& mayGoOn, Work&& work) {
+    constexpr std::size_t size = ConvLib::BasicConverterDefs::stopInterval;
+    for (std::size_t begin = 0; begin < count; begin += std::min(size, count - begin)) {
+        if (mayGoOn)
+            mayGoOn();
+        work(begin, begin + std::min(size, count - begin));
+    }
+}
+
+/// "Less than" for the algorithms of the standard library, asking once in so many calls. `calls` counts them for all
+/// copies, which the algorithms make for each of their steps; it and the question, which is not empty, must outlive
+/// them.
+class AskingLess {
+public:
+    AskingLess(const StopQuestion& mayGoOn, std::size_t& calls) noexcept
+        : mayGoOn_(&mayGoOn),
+          calls_(&calls) {}
+
+    template <class T>
+    bool operator()(const T& a, const T& b) const {
+        if (++*calls_ % interval == 0) [[unlikely]]
+            (*mayGoOn_)();
+        return a < b;
+    }
+
+private:
+    // A comparison is cheaper than an item of any other work.
+    static constexpr std::size_t interval = 4 * ConvLib::BasicConverterDefs::stopInterval;
+
+    const StopQuestion* mayGoOn_;
+    std::size_t* calls_;
+};
+
+} // namespace ExportLib
