@@ -29,15 +29,15 @@ archive=$(debian_archive "$codename")
 [[ -n $archive ]] || fail "the apt sources of this machine name no main Debian archive"
 
 rm -rf "$prefix"
-mkdir -p "$prefix/work/sources"
+mkdir -p "$prefix/scratch/sources"
 echo "fuzz-libraries: downloading the sources ${sources[*]}"
-make_apt_state "$prefix/work/apt" "$archive" deb-src "${releases[@]}"
-apt-get -qq -c "$prefix/work/apt/apt.conf" update
+make_apt_state "$prefix/scratch/apt" "$archive" deb-src "${releases[@]}"
+apt-get -qq -c "$prefix/scratch/apt/apt.conf" update
 # As their authors released them: what Debian changes concerns how they are built.
-(cd "$prefix/work/sources" && apt-get -qq -c "$prefix/work/apt/apt.conf" -o APT::Sandbox::User=root source \
+(cd "$prefix/scratch/sources" && apt-get -qq -c "$prefix/scratch/apt/apt.conf" -o APT::Sandbox::User=root source \
     --download-only --tar-only --only-source "${sources[@]}")
-for archive in "$prefix"/work/sources/*; do
-    tar -xf "$archive" -C "$prefix/work/sources"
+for archive in "$prefix"/scratch/sources/*; do
+    tar -xf "$archive" -C "$prefix/scratch/sources"
     rm "$archive"
 done
 
@@ -46,8 +46,8 @@ export ASAN_OPTIONS=detect_leaks=0
 
 # Runs a command with its output in a file, the end of which is shown where the command fails.
 quietly() {
-    if ! "$@" >"$prefix/work/log" 2>&1 </dev/null; then
-        tail -n 50 "$prefix/work/log" >&2
+    if ! "$@" >"$prefix/scratch/log" 2>&1 </dev/null; then
+        tail -n 50 "$prefix/scratch/log" >&2
         fail "failed: $*"
     fi
 }
@@ -65,9 +65,9 @@ build() {
     quietly cmake --install .
 }
 
-build HDF5 "$prefix"/work/sources/hdf5-* -DBUILD_SHARED_LIBS=OFF -DBUILD_TESTING=OFF -DHDF5_BUILD_TOOLS=OFF \
+build HDF5 "$prefix"/scratch/sources/hdf5-* -DBUILD_SHARED_LIBS=OFF -DBUILD_TESTING=OFF -DHDF5_BUILD_TOOLS=OFF \
     -DHDF5_BUILD_EXAMPLES=OFF -DHDF5_BUILD_CPP_LIB=OFF -DHDF5_BUILD_HL_LIB=OFF -DHDF5_ENABLE_Z_LIB_SUPPORT=ON
-build LASzip "$prefix"/work/sources/LASzip-* -DLASZIP_BUILD_STATIC=ON
-rm -r "$prefix/work"
+build LASzip "$prefix"/scratch/sources/LASzip-* -DLASZIP_BUILD_STATIC=ON
+rm -r "$prefix/scratch"
 touch "$done"
 echo "fuzz-libraries: they are in build/fuzz-libraries"

@@ -37,7 +37,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev
     libgdal-dev ca-certificates)
-test_packages=(libgtest-dev libgmock-dev hdf5-tools clang-format git locales)
+test_packages=(libgtest-dev libgmock-dev hdf5-tools clang-format doxygen git locales)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
@@ -186,7 +186,7 @@ find_missing() {
     local commands=(g++ cmake ninja pkg-config)
     if ((with_tests)); then
         headers+=(gtest/gtest.h gmock/gmock.h)
-        commands+=(h5dump clang-format git localedef node npm)
+        commands+=(h5dump clang-format doxygen git localedef node npm)
     fi
     ((with_fuzz)) && commands+=(clang++)
     for command in "${commands[@]}"; do

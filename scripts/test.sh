@@ -82,6 +82,9 @@ run_ctest ci-release . scripts/comma-locale.sh build/ci-release/locale
 begin_stage "consumer: a project that uses the installed package"
 tests/consumer/run.sh build/ci-release
 
+begin_stage "api: pages from the headers, warnings are errors"
+scripts/api-pages.sh
+
 begin_stage "sanitizers: build with ASan and UBSan"
 build ci-sanitize
 
