@@ -22,15 +22,20 @@ function(tidewatch_target name)
     endif()
 endfunction()
 
-# tidewatch_shared_library(NAME): a versioned dynamic library on top of tidewatch_target.
-function(tidewatch_shared_library name)
+# tidewatch_dynamic_library(NAME): one without a version that finds all it needs, on top of tidewatch_target.
+function(tidewatch_dynamic_library name)
     tidewatch_target(${name})
-    set_target_properties(${name} PROPERTIES VERSION "${PROJECT_VERSION}" SOVERSION "${PROJECT_VERSION_MAJOR}")
     target_link_options(${name} PRIVATE -Wl,--exclude-libs,ALL)
     # Clang leaves the sanitizers' functions to the program that loads the library.
     if(NOT (TIDEWATCH_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang"))
         target_link_options(${name} PRIVATE -Wl,--no-undefined)
     endif()
+endfunction()
+
+# tidewatch_shared_library(NAME): a dynamic library with a version.
+function(tidewatch_shared_library name)
+    tidewatch_dynamic_library(${name})
+    set_target_properties(${name} PROPERTIES VERSION "${PROJECT_VERSION}" SOVERSION "${PROJECT_VERSION_MAJOR}")
 endfunction()
 
 # The sharp warnings are for developers of this project, never for those who embed it: hence a target of their own.

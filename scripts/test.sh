@@ -97,7 +97,7 @@ begin_stage "threads: build of what runs in threads, with ThreadSanitizer"
 build ci-threads
 
 begin_stage "threads: tests"
-run_ctest ci-threads ConcurrentExport \
+run_ctest ci-threads Concurrent \
     env TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/threads/suppressions.txt"
 
 begin_stage "clang: build with ASan and UBSan, warnings are errors; each fuzzer for 20 s"

@@ -12,7 +12,8 @@ namespace Sheaf {
 /// A data set: its time slices.
 ///
 /// The nest below it belongs to one thread while it is being built; afterwards several threads may read it,
-/// since the counts of references are atomic and creators guard their own state.
+/// and run exporters of their own on it, since the counts of references are atomic, and creators and grids
+/// guard their own state.
 class TIDEWATCH_API Bundle : public Anchor::ReferenceBase<Bundle> {
 public:
     using SliceMap = std::map<double, Anchor::WeakPtr<Slice>>;

@@ -19,6 +19,7 @@ bool Grid::isCandidate(const Chart& chart) const {
 }
 
 Anchor::StrongPtr<BaseSpace> Grid::findCartesianChart(const std::string& name) const {
+    const std::lock_guard lock(chartsMutex_);
     if (!name.empty()) {
         const auto found = charts_.find(name);
         return found != charts_.end() ? found->second.space : nullptr;
@@ -33,20 +34,27 @@ Anchor::StrongPtr<BaseSpace> Grid::findCartesianChart(const std::string& name) c
     return nullptr;
 }
 
-Anchor::StrongPtr<BaseSpace> Grid::makeCartesianChart(const std::string& name, unsigned short) {
+Grid::Chart& Grid::madeChart(const std::string& name) {
     Chart& chart = charts_[name];
     if (!chart.space)
         chart.space = Anchor::makeStrong<CartesianChart>(name);
-    return chart.space;
+    return chart;
+}
+
+Anchor::StrongPtr<BaseSpace> Grid::makeCartesianChart(const std::string& name, unsigned short) {
+    const std::lock_guard lock(chartsMutex_);
+    return madeChart(name).space;
 }
 
 Anchor::StrongPtr<BaseSpace> Grid::declareCartesianChart(const std::string& name) {
-    auto space = makeCartesianChart(name, 0);
-    charts_[name].declared = true;
-    return space;
+    const std::lock_guard lock(chartsMutex_);
+    Chart& chart = madeChart(name);
+    chart.declared = true;
+    return chart.space;
 }
 
 std::vector<std::string> Grid::chartNames() const {
+    const std::lock_guard lock(chartsMutex_);
     std::vector<std::string> names;
     for (const auto& [name, chart] : charts_) {
         if (isCandidate(chart))

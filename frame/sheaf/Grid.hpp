@@ -6,6 +6,7 @@
 #include "sheaf/SkeletonMap.hpp"
 
 #include <map>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -44,7 +45,7 @@ public:
     [[nodiscard]] Anchor::StrongPtr<BaseSpace> findCartesianChart(const std::string& name) const;
 
     /// The chart of that name, made when missing. The number is part of the framework's contract; charts of
-    /// three dimensions do not depend on it.
+    /// three dimensions do not depend on it. Safe while other threads read the grid, or make charts too.
     Anchor::StrongPtr<BaseSpace> makeCartesianChart(const std::string& name, unsigned short number);
 
     /// The chart of that name, made when missing, and a candidate for the default from now on even without a
@@ -74,9 +75,11 @@ private:
     };
 
     [[nodiscard]] bool isCandidate(const Chart& chart) const;
+    Chart& madeChart(const std::string& name);
 
     std::string name_;
     std::string origin_;
+    mutable std::mutex chartsMutex_; // exporters make charts in grids that others read
     std::map<std::string, Chart> charts_;
     std::map<std::string, Anchor::StrongPtr<FragmentID>> fragments_;
     SkeletonMap skeletons_;

@@ -87,14 +87,14 @@ protected:
 
 // The file as a whole.
 
-TEST_F(HostileBundleFile, NotHdf5_IsRefused) {
+TEST_F(HostileBundleFile, NotHdf5IsRefused) {
     Support::writeBytes(file_, "a text");
     expectRefused("cannot be opened as an HDF5 file");
     Support::writeBytes(file_, "");
     expectRefused("cannot be opened as an HDF5 file");
 }
 
-TEST_F(HostileBundleFile, NoFormatOrAnother_IsRefused) {
+TEST_F(HostileBundleFile, NoFormatOrAnotherIsRefused) {
     { const Craft::File file(file_); }
     expectRefused("no bundle file");
     Craft::File(file_).text("/", "format", "something else").number("/", "version", 1);
@@ -103,7 +103,7 @@ TEST_F(HostileBundleFile, NoFormatOrAnother_IsRefused) {
     expectRefused("attribute \"format\" is not a text");
 }
 
-TEST_F(HostileBundleFile, VersionNewerMissingOrNone_IsRefused) {
+TEST_F(HostileBundleFile, VersionNewerMissingOrNoneIsRefused) {
     const auto craft = [&](const auto& version) {
         Craft::File file(file_);
         file.text("/", "format", "tidewatch-bundle").group("/slices");
@@ -123,7 +123,7 @@ TEST_F(HostileBundleFile, VersionNewerMissingOrNone_IsRefused) {
     expectRefused("attribute \"version\" is not one integer");
 }
 
-TEST_F(HostileBundleFile, SlicesMissingOrNoGroup_IsRefused) {
+TEST_F(HostileBundleFile, SlicesMissingOrNoGroupIsRefused) {
     Craft::File(file_).text("/", "format", "tidewatch-bundle").number("/", "version", 1);
     expectRefused("no member \"slices\"");
     Craft::File(file_)
@@ -133,7 +133,7 @@ TEST_F(HostileBundleFile, SlicesMissingOrNoGroup_IsRefused) {
     expectRefused("/slices: is not a group");
 }
 
-TEST_F(HostileBundleFile, GroupThatIsADataset_IsRefused) {
+TEST_F(HostileBundleFile, GroupThatIsADatasetIsRefused) {
     for (const std::string path :
          {"/slices/x", "/slices/t/grids/x", "/slices/t/grids/g/skeletons/x", "/slices/t/grids/g/charts",
           "/slices/t/grids/g/fragments", "/slices/t/grids/g/skeletons/s/representations/C"}) {
@@ -145,7 +145,7 @@ TEST_F(HostileBundleFile, GroupThatIsADataset_IsRefused) {
 
 // Attributes.
 
-TEST_F(HostileBundleFile, TimeMissingMistypedOrNotFinite_IsRefused) {
+TEST_F(HostileBundleFile, TimeMissingMistypedOrNotFiniteIsRefused) {
     const auto craft = [&](const auto& time) {
         Craft::File file(file_);
         file.bundle().group("/slices/t");
@@ -164,7 +164,7 @@ TEST_F(HostileBundleFile, TimeMissingMistypedOrNotFinite_IsRefused) {
     }
 }
 
-TEST_F(HostileBundleFile, TwoSlicesOfOneTime_AreRefused) {
+TEST_F(HostileBundleFile, TwoSlicesOfOneTimeAreRefused) {
     Craft::File(file_)
         .bundle()
         .group("/slices/a")
@@ -174,7 +174,7 @@ TEST_F(HostileBundleFile, TwoSlicesOfOneTime_AreRefused) {
     expectRefused("/slices/b: two slices have one time");
 }
 
-TEST_F(HostileBundleFile, SkeletonsTwiceOrWithWrongAttributes_AreRefused) {
+TEST_F(HostileBundleFile, SkeletonsTwiceOrWithWrongAttributesAreRefused) {
     expectRefused("two skeletons of dimension 0", [](const Craft::File& file) {
         file.group("/slices/t/grids/g/skeletons/z").number("/slices/t/grids/g/skeletons/z", "dimension", 0);
     });
@@ -198,7 +198,7 @@ TEST_F(HostileBundleFile, SkeletonsTwiceOrWithWrongAttributes_AreRefused) {
                   [](const Craft::File& file) { file.text(skeleton, "excluded", "no"); });
 }
 
-TEST_F(HostileBundleFile, OverlapThatIsNotThreeCounts_IsRefused) {
+TEST_F(HostileBundleFile, OverlapThatIsNotThreeCountsIsRefused) {
     const std::string fragment = "/slices/t/grids/g/fragments/a";
     expectRefused("attribute \"overlap_low\" is not three counts", [&](const Craft::File& file) {
         file.group(fragment).numbers(fragment, "overlap_low", std::vector<std::uint64_t>{1, 2});
@@ -210,7 +210,7 @@ TEST_F(HostileBundleFile, OverlapThatIsNotThreeCounts_IsRefused) {
 
 // Names.
 
-TEST_F(HostileBundleFile, NamesUnfitForPaths_AreRefusedAndCannotSteerTheTerminal) {
+TEST_F(HostileBundleFile, NamesUnfitForPathsAreRefusedAndCannotSteerTheTerminal) {
     for (const std::string& name : {std::string(".."), std::string("a\\b"), std::string("a\nb"),
                                     std::string("\x1b[2J"), std::string("x\x7f")}) {
         for (const std::string& parent :
@@ -232,7 +232,7 @@ TEST_F(HostileBundleFile, NamesUnfitForPaths_AreRefusedAndCannotSteerTheTerminal
 
 // Links.
 
-TEST_F(HostileBundleFile, SoftExternalAndUserDefinedLinks_AreRefusedWhereverTheyAre) {
+TEST_F(HostileBundleFile, SoftExternalAndUserDefinedLinksAreRefusedWhereverTheyAre) {
     const std::string other = folder_ / "other.h5";
     Craft::File(other).bundle().grid().dataset("/data", H5T_STD_I8LE, H5T_NATIVE_DOUBLE, {6},
                                                numbers_.data());
@@ -277,7 +277,7 @@ TEST_F(HostileBundleFile, SoftExternalAndUserDefinedLinks_AreRefusedWhereverThey
     });
 }
 
-TEST_F(HostileBundleFile, SoftLinkToTheSlices_IsRefused) {
+TEST_F(HostileBundleFile, SoftLinkToTheSlicesIsRefused) {
     {
         const Craft::File file(file_);
         file.text("/", "format", "tidewatch-bundle").number("/", "version", 1).group("/elsewhere");
@@ -286,7 +286,7 @@ TEST_F(HostileBundleFile, SoftLinkToTheSlices_IsRefused) {
     expectRefused("/slices: is a link");
 }
 
-TEST_F(HostileBundleFile, GroupThatIsItsOwnAncestor_EndsAtTheFixedDepth) {
+TEST_F(HostileBundleFile, GroupThatIsItsOwnAncestorEndsAtTheFixedDepth) {
     expectRefused("/slices/t/grids/loop/", [](const Craft::File& file) {
         // Wherever the loop is entered, what is needed at the next level is missing there.
         Craft::need(
@@ -297,7 +297,7 @@ TEST_F(HostileBundleFile, GroupThatIsItsOwnAncestor_EndsAtTheFixedDepth) {
     });
 }
 
-TEST_F(HostileBundleFile, GroupsThatHangInEachOtherManyTimes_AreRefusedLongBeforeAllAreVisited) {
+TEST_F(HostileBundleFile, GroupsThatHangInEachOtherManyTimesAreRefusedLongBeforeAllAreVisited) {
     {
         // Each level has so many links to one group of the next level: their product is 10^12.
         const Craft::File file(file_, Form::Version18);
@@ -335,7 +335,7 @@ TEST_F(HostileBundleFile, GroupsThatHangInEachOtherManyTimes_AreRefusedLongBefor
 
 // Fields and their types.
 
-TEST_F(HostileBundleFile, ElementTypeUnknownOrNoText_IsRefused) {
+TEST_F(HostileBundleFile, ElementTypeUnknownOrNoTextIsRefused) {
     expectRefused("element type that is not known here: \"float16\"", [](const Craft::File& file) {
         file.group(Craft::fields + "F").text(Craft::fields + "F", "element", "float16");
     });
@@ -344,7 +344,7 @@ TEST_F(HostileBundleFile, ElementTypeUnknownOrNoText_IsRefused) {
     });
 }
 
-TEST_F(HostileBundleFile, NumberTypeThatCannotHoldTheElementType_IsRefused) {
+TEST_F(HostileBundleFile, NumberTypeThatCannotHoldTheElementTypeIsRefused) {
     const std::vector<std::pair<hid_t, const char*>> misfits{
         {H5T_STD_I8LE, "uint16"},    {H5T_STD_U8LE, "int8"},    {H5T_STD_I16LE, "uint16"},
         {H5T_STD_U64LE, "int64"},    {H5T_STD_I64LE, "uint64"}, {H5T_STD_I64LE, "float32"},
@@ -359,7 +359,7 @@ TEST_F(HostileBundleFile, NumberTypeThatCannotHoldTheElementType_IsRefused) {
     }
 }
 
-TEST_F(HostileBundleFile, DatasetThatHoldsNoNumbersOfAKnownType_IsRefused) {
+TEST_F(HostileBundleFile, DatasetThatHoldsNoNumbersOfAKnownTypeIsRefused) {
     const auto expectType = [&](hid_t type) {
         expectRefused("of a type that is not known here", [&](const Craft::File& file) {
             file.dataset(Craft::fields + "F", type, type, {2}, nullptr);
@@ -393,7 +393,7 @@ TEST_F(HostileBundleFile, DatasetThatHoldsNoNumbersOfAKnownType_IsRefused) {
     expectType(half);
 }
 
-TEST_F(HostileBundleFile, ValueOutsideTheElementTypesRange_IsRefusedWhenItIsRead) {
+TEST_F(HostileBundleFile, ValueOutsideTheElementTypesRangeIsRefusedWhenItIsRead) {
     struct Case {
         hid_t type;
         const char* element;
@@ -432,14 +432,14 @@ TEST_F(HostileBundleFile, ValueOutsideTheElementTypesRange_IsRefusedWhenItIsRead
     }
 }
 
-TEST_F(HostileBundleFile, FragmentsOfDifferentTypesWithoutAStatedOne_AreRefused) {
+TEST_F(HostileBundleFile, FragmentsOfDifferentTypesWithoutAStatedOneAreRefused) {
     expectRefused("different number types", [&](const Craft::File& file) {
         file.dataset(Craft::fields + "F/a", H5T_STD_I8LE, H5T_NATIVE_DOUBLE, {6}, numbers_.data())
             .dataset(Craft::fields + "F/b", H5T_STD_I16LE, H5T_NATIVE_DOUBLE, {6}, numbers_.data());
     });
 }
 
-TEST_F(HostileBundleFile, GroupWhereDataShouldBe_IsRefused) {
+TEST_F(HostileBundleFile, GroupWhereDataShouldBeIsRefused) {
     expectRefused("F/a: is a group without the attribute \"kind\"",
                   [](const Craft::File& file) { file.group(Craft::fields + "F/a"); });
     expectRefused("is of a kind that is not known here: \"spiral\"", [](const Craft::File& file) {
@@ -449,7 +449,7 @@ TEST_F(HostileBundleFile, GroupWhereDataShouldBe_IsRefused) {
 
 // Extents.
 
-TEST_F(HostileBundleFile, ExtentsThatNoArrayCouldHave_AreRefused) {
+TEST_F(HostileBundleFile, ExtentsThatNoArrayCouldHaveAreRefused) {
     const auto expectShape = [&](const std::string& what, const std::vector<hsize_t>& extents,
                                  const char* element) {
         std::size_t count = 1;
@@ -469,7 +469,7 @@ TEST_F(HostileBundleFile, ExtentsThatNoArrayCouldHave_AreRefused) {
     expectShape("no extents that an array of point could have", {3}, "point");
 }
 
-TEST_F(HostileBundleFile, ExtentsThatOverflow_AreRefused) {
+TEST_F(HostileBundleFile, ExtentsThatOverflowAreRefused) {
     expectRefused("beyond all bounds", [](const Craft::File& file) {
         Craft::Properties properties;
         properties.chunk({1, 1, 1});
@@ -479,7 +479,7 @@ TEST_F(HostileBundleFile, ExtentsThatOverflow_AreRefused) {
     });
 }
 
-TEST_F(HostileBundleFile, MoreChunksThanTheFileCanHold_AreRefused) {
+TEST_F(HostileBundleFile, MoreChunksThanTheFileCanHoldAreRefused) {
     expectRefused("more chunks than a file of this size can hold", [](const Craft::File& file) {
         Craft::Properties properties;
         properties.chunk({1});
@@ -488,7 +488,7 @@ TEST_F(HostileBundleFile, MoreChunksThanTheFileCanHold_AreRefused) {
     });
 }
 
-TEST_F(HostileBundleFile, UniformPositionsThatAreNone_AreRefused) {
+TEST_F(HostileBundleFile, UniformPositionsThatAreNoneAreRefused) {
     const std::string field = Craft::fields + "Positions";
     const auto expectUniform = [&](const std::string& what,
                                    const std::function<void(const Craft::File&)>& fill) {
@@ -601,7 +601,7 @@ TEST_F(HostileBundleFile, ArrayWithoutElementsAndWithCountlessRowsIsALimitErrorW
 
 // Storage.
 
-TEST_F(HostileBundleFile, ExternalStorage_IsRefused) {
+TEST_F(HostileBundleFile, ExternalStorageIsRefused) {
     const std::string other = folder_ / "raw";
     Support::writeBytes(other, std::string(48, 'x'));
     expectRefused("external storage", [&](const Craft::File& file) {
@@ -611,7 +611,7 @@ TEST_F(HostileBundleFile, ExternalStorage_IsRefused) {
     });
 }
 
-TEST_F(HostileBundleFile, VirtualDataset_IsRefused) {
+TEST_F(HostileBundleFile, VirtualDatasetIsRefused) {
     const std::string other = folder_ / "source.h5";
     Craft::File(other).dataset("/data", H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE, {6}, numbers_.data());
     {
@@ -627,7 +627,7 @@ TEST_F(HostileBundleFile, VirtualDataset_IsRefused) {
     expectRefused("virtual dataset");
 }
 
-TEST_F(HostileBundleFile, PlainDataBeyondTheFile_IsRefused) {
+TEST_F(HostileBundleFile, PlainDataBeyondTheFileIsRefused) {
     // Never written, so it takes no room in the file; but plain data could not be larger than its file.
     expectRefused("more bytes than the file has", [](const Craft::File& file) {
         file.dataset(Craft::fields + "F", H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE, {hsize_t{1} << 40}, nullptr);
@@ -659,7 +659,7 @@ TEST_F(HostileBundleFile, PlainDataBeyondTheFile_IsRefused) {
     expectRefused("beyond the end of the file");
 }
 
-TEST_F(HostileBundleFile, ArrayAboveTheLimit_IsALimitErrorWhenItIsAskedFor) {
+TEST_F(HostileBundleFile, ArrayAboveTheLimitIsALimitErrorWhenItIsAskedFor) {
     {
         const Craft::File file(file_);
         file.bundle().grid();
@@ -677,7 +677,7 @@ TEST_F(HostileBundleFile, ArrayAboveTheLimit_IsALimitErrorWhenItIsAskedFor) {
     }
 }
 
-TEST_F(HostileBundleFile, ChunkAboveTheLimit_IsALimitError) {
+TEST_F(HostileBundleFile, ChunkAboveTheLimitIsALimitError) {
     {
         const Craft::File file(file_);
         file.bundle().grid();
@@ -700,7 +700,7 @@ std::string deflated(const std::string& bytes) {
     return result;
 }
 
-TEST_F(HostileBundleFile, ChunkThatIsNotWhatItShouldBe_IsRefused) {
+TEST_F(HostileBundleFile, ChunkThatIsNotWhatItShouldBeIsRefused) {
     struct Case {
         const char* what;
         bool isDeflated;
@@ -764,12 +764,12 @@ protected:
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
 };
 
-TEST_F(ChangedBundleFile, CutOff_IsRefusedWhenArraysAreAskedFor) {
+TEST_F(ChangedBundleFile, CutOffIsRefusedWhenArraysAreAskedFor) {
     std::filesystem::resize_file(file_, std::filesystem::file_size(file_) - 1);
     expectChanged();
 }
 
-TEST_F(ChangedBundleFile, WrittenInto_IsRefusedWhenArraysAreAskedFor) {
+TEST_F(ChangedBundleFile, WrittenIntoIsRefusedWhenArraysAreAskedFor) {
     const std::string bytes = Support::readBytes(file_);
     const auto before = std::filesystem::last_write_time(file_);
     // File systems differ in how finely they tell the time.
@@ -780,12 +780,12 @@ TEST_F(ChangedBundleFile, WrittenInto_IsRefusedWhenArraysAreAskedFor) {
     expectChanged();
 }
 
-TEST_F(ChangedBundleFile, Removed_IsStillRead) {
+TEST_F(ChangedBundleFile, RemovedIsStillRead) {
     std::filesystem::remove(file_);
     EXPECT_THAT(Support::bundleText(*bundle_), HasSubstr("1 2 3 4 5 6"));
 }
 
-TEST_F(ChangedBundleFile, ReplacedByAnotherOfItsName_IsStillReadAsItWas) {
+TEST_F(ChangedBundleFile, ReplacedByAnotherOfItsNameIsStillReadAsItWas) {
     Support::writeBytes(folder_ / "new", "something else");
     std::filesystem::rename(folder_ / "new", file_);
     EXPECT_THAT(Support::bundleText(*bundle_), HasSubstr("1 2 3 4 5 6"));
@@ -880,11 +880,11 @@ protected:
     std::string good_;
 };
 
-TEST_P(DamagedBundleFile, EachByteFlipped_IsAnErrorOrSteadyValues) {
+TEST_P(DamagedBundleFile, EachByteFlippedIsAnErrorOrSteadyValues) {
     flipAll(false);
 }
 
-TEST_P(DamagedBundleFile, CutOffAtEachByte_IsAnError) {
+TEST_P(DamagedBundleFile, CutOffAtEachByteIsAnError) {
     const std::string complaints = survivorsOfPlaces([&](std::size_t size) {
         const Support::MemoryFile file(good_.substr(0, size));
         try {
@@ -909,7 +909,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, DamagedBundleFile,
 /// The oldest form of the format has no checksums.
 class RepairedBundleFile : public DamagedBundleFile {};
 
-TEST_P(RepairedBundleFile, EachByteFlippedAndChecksumsRepaired_IsAnErrorOrSteadyValues) {
+TEST_P(RepairedBundleFile, EachByteFlippedAndChecksumsRepairedIsAnErrorOrSteadyValues) {
     std::string same = good_;
     Support::repairChecksums(same);
     ASSERT_TRUE(same == good_);
@@ -924,7 +924,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, RepairedBundleFile,
 class MangledBundleFile : public HostileBundleFile,
                           public ::testing::WithParamInterface<std::tuple<Form, std::size_t>> {};
 
-TEST_P(MangledBundleFile, SomeBytesAtRandom_IsAnErrorOrSteadyValues) {
+TEST_P(MangledBundleFile, SomeBytesAtRandomIsAnErrorOrSteadyValues) {
     const auto [form, part] = GetParam();
     Support::Seeds::large(file_, form);
     const std::string good = Support::readBytes(file_);
@@ -958,7 +958,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, MangledBundleFile,
                                     std::to_string(std::get<1>(param.param));
                          });
 
-TEST_F(HostileBundleFile, RandomBytesBehindTheSignature_AreRefused) {
+TEST_F(HostileBundleFile, RandomBytesBehindTheSignatureAreRefused) {
     const std::string complaints = Support::survivors(2000, mostMebibytes, [&](std::size_t i) {
         std::mt19937_64 random(i);
         std::string bytes = "\x89HDF\r\n\x1a\n";
@@ -981,7 +981,7 @@ TEST_F(HostileBundleFile, RandomBytesBehindTheSignature_AreRefused) {
     EXPECT_EQ(complaints, "");
 }
 
-TEST_F(HostileBundleFile, FlippedByteOfPlainData_ChangesThatValueAlone) {
+TEST_F(HostileBundleFile, FlippedByteOfPlainDataChangesThatValueAlone) {
     Support::Seeds::written(file_);
     const std::string before = loadAll(file_);
     std::string bytes = Support::readBytes(file_);
@@ -999,7 +999,7 @@ TEST_F(HostileBundleFile, FlippedByteOfPlainData_ChangesThatValueAlone) {
 
 // Found by damaging files: what each of these makes the library do without the guard.
 
-TEST_F(HostileBundleFile, TextLongerThanItsHeapObject_IsRefused) {
+TEST_F(HostileBundleFile, TextLongerThanItsHeapObjectIsRefused) {
     Support::Seeds::foreign(file_, Form::Oldest);
     std::string bytes = Support::readBytes(file_);
     const std::size_t heap = bytes.find("GCOL");
@@ -1042,7 +1042,7 @@ protected:
     }
 };
 
-TEST_P(AttributeWithoutItsData, Integers_AreRefused) {
+TEST_P(AttributeWithoutItsData, IntegersAreRefused) {
     {
         const Craft::File file(file_, GetParam());
         file.bundle().grid().numbers(skeleton, "refinement", std::vector<std::int32_t>{7, 7});
@@ -1050,7 +1050,7 @@ TEST_P(AttributeWithoutItsData, Integers_AreRefused) {
     expectRefusedWhenEnlarged("refinement", 2, 4);
 }
 
-TEST_P(AttributeWithoutItsData, Numbers_AreRefused) {
+TEST_P(AttributeWithoutItsData, NumbersAreRefused) {
     {
         const Craft::File file(file_, GetParam());
         file.bundle().group("/slices/u").numbers("/slices/u", "time", std::vector<double>{7});
@@ -1058,7 +1058,7 @@ TEST_P(AttributeWithoutItsData, Numbers_AreRefused) {
     expectRefusedWhenEnlarged("time", 1, 3);
 }
 
-TEST_P(AttributeWithoutItsData, Text_IsRefused) {
+TEST_P(AttributeWithoutItsData, TextIsRefused) {
     {
         const Craft::File file(file_, GetParam());
         file.bundle().grid().group(Craft::fields + "F").text(Craft::fields + "F", "element", "float32");
@@ -1136,7 +1136,7 @@ TEST_P(DataLayout, OldVersionsAreRefused) {
 INSTANTIATE_TEST_SUITE_P(Forms, DataLayout, ::testing::Values(Form::Oldest, Form::Version18, Form::Latest),
                          [](const auto& form) { return Craft::File::nameOf(form.param); });
 
-TEST_F(HostileBundleFile, IndexOfMoreChunksThanTheFileHas_IsRefused) {
+TEST_F(HostileBundleFile, IndexOfMoreChunksThanTheFileHasIsRefused) {
     Support::Seeds::foreign(file_, Form::Latest);
     std::string bytes = Support::readBytes(file_);
     const std::size_t index = bytes.find("FAHD");
@@ -1147,7 +1147,7 @@ TEST_F(HostileBundleFile, IndexOfMoreChunksThanTheFileHas_IsRefused) {
     expectRefused("index of chunks that leads out of the file");
 }
 
-TEST_F(HostileBundleFile, ScalarThatHasExtents_IsRefused) {
+TEST_F(HostileBundleFile, ScalarThatHasExtentsIsRefused) {
     Support::Seeds::foreign(file_, Form::Latest);
     std::string bytes = Support::readBytes(file_);
     std::size_t changed = 0;
@@ -1165,7 +1165,7 @@ TEST_F(HostileBundleFile, ScalarThatHasExtents_IsRefused) {
     expectRefused("has extents that are cut off or beyond all bounds");
 }
 
-TEST_F(HostileBundleFile, HeaderLargerThanTheFile_IsRefused) {
+TEST_F(HostileBundleFile, HeaderLargerThanTheFileIsRefused) {
     Support::Seeds::foreign(file_, Form::Oldest);
     std::string bytes = Support::readBytes(file_);
     // The address of the root group's header stands in the superblock (version 1).
@@ -1180,7 +1180,7 @@ TEST_F(HostileBundleFile, HeaderLargerThanTheFile_IsRefused) {
     expectRefused("object header of an impossible size");
 }
 
-TEST_F(HostileBundleFile, TwoMembersOfOneName_AreRefused) {
+TEST_F(HostileBundleFile, TwoMembersOfOneNameAreRefused) {
     {
         const Craft::File file(file_);
         file.bundle().grid().group(Craft::fields + "one").group(Craft::fields + "two");
@@ -1193,7 +1193,7 @@ TEST_F(HostileBundleFile, TwoMembersOfOneName_AreRefused) {
     expectRefused("has two members \"one\"");
 }
 
-TEST_F(HostileBundleFile, LocalHeapWhoseFreeListComesBackToItself_IsRefused) {
+TEST_F(HostileBundleFile, LocalHeapWhoseFreeListComesBackToItselfIsRefused) {
     Support::Seeds::foreign(file_, Form::Oldest);
     std::string bytes = Support::readBytes(file_);
     const std::size_t heap = bytes.find("HEAP");
@@ -1207,7 +1207,7 @@ TEST_F(HostileBundleFile, LocalHeapWhoseFreeListComesBackToItself_IsRefused) {
     expectRefused("local heap whose free space");
 }
 
-TEST_F(HostileBundleFile, TreeNodeThatIsItsOwnChild_IsRefused) {
+TEST_F(HostileBundleFile, TreeNodeThatIsItsOwnChildIsRefused) {
     Support::Seeds::foreign(file_, Form::Oldest);
     std::string bytes = Support::readBytes(file_);
     const std::size_t node = bytes.find("TREE");
@@ -1219,7 +1219,7 @@ TEST_F(HostileBundleFile, TreeNodeThatIsItsOwnChild_IsRefused) {
     expectRefused("B-tree that is no tree");
 }
 
-TEST_F(HostileBundleFile, LinkThatCannotBeDecoded_IsRefused) {
+TEST_F(HostileBundleFile, LinkThatCannotBeDecodedIsRefused) {
     Support::Seeds::written(file_);
     std::string bytes = Support::readBytes(file_);
     const std::size_t name = bytes.find("\6slices");

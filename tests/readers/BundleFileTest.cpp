@@ -132,7 +132,7 @@ protected:
     std::string file_ = folder_ / "bundle.h5";
 };
 
-TEST_F(BundleFile, EveryElementTypeInEveryRank_RoundTripsWithEqualValues) {
+TEST_F(BundleFile, EveryElementTypeInEveryRankRoundTripsWithEqualValues) {
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 1.5, "all");
     std::mt19937_64 random(1);
@@ -152,7 +152,7 @@ TEST_F(BundleFile, EveryElementTypeInEveryRank_RoundTripsWithEqualValues) {
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, LimitsOfEveryNumberType_RoundTrip) {
+TEST_F(BundleFile, LimitsOfEveryNumberTypeRoundTrip) {
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 0, "limits");
     Sheaf::ElementTypes::visitFirst(
@@ -170,7 +170,7 @@ TEST_F(BundleFile, LimitsOfEveryNumberType_RoundTrip) {
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, LargeArraysOfSeveralChunks_RoundTripCompressedAndPlain) {
+TEST_F(BundleFile, LargeArraysOfSeveralChunksRoundTripCompressedAndPlain) {
     for (const unsigned compression : {0u, 1u, 9u}) {
         const Bundle bundle = emptyBundle();
         std::mt19937_64 random(2);
@@ -187,14 +187,14 @@ TEST_F(BundleFile, LargeArraysOfSeveralChunks_RoundTripCompressedAndPlain) {
     }
 }
 
-TEST_F(BundleFile, CompressibleArray_TakesLessThanItsSize) {
+TEST_F(BundleFile, CompressibleArrayTakesLessThanItsSize) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g").field("Ramp", "a", ramp<int>(100'000));
     Tidewatch::writeBundleFile(*bundle, file_);
     EXPECT_LT(std::filesystem::file_size(file_), 200'000u);
 }
 
-TEST_F(BundleFile, UniformPositions_RoundTripWithAndWithoutFragments) {
+TEST_F(BundleFile, UniformPositionsRoundTripWithAndWithoutFragments) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "tiles")
         .field("Positions", "a", lattice({4, 3, 1}))
@@ -223,7 +223,7 @@ TEST_F(BundleFile, UniformPositionsThatNoReaderTakesAreNotWritten) {
     }
 }
 
-TEST_F(BundleFile, FieldsWithFragmentsAndWithout_RoundTrip) {
+TEST_F(BundleFile, FieldsWithFragmentsAndWithoutRoundTrip) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "cut")
         .field("Positions", "000000", somePoints(3))
@@ -234,7 +234,7 @@ TEST_F(BundleFile, FieldsWithFragmentsAndWithout_RoundTrip) {
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, OverlapsOfFragments_RoundTrip) {
+TEST_F(BundleFile, OverlapsOfFragmentsRoundTrip) {
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 0, "g");
     grid.field("Positions", "both", lattice({4, 4, 1})).field("Positions", "low", lattice({4, 4, 1}));
@@ -246,7 +246,7 @@ TEST_F(BundleFile, OverlapsOfFragments_RoundTrip) {
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, FragmentThatOnlyItsFieldKnows_KeepsItsOverlap) {
+TEST_F(BundleFile, FragmentThatOnlyItsFieldKnowsKeepsItsOverlap) {
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 0, "g");
     const auto fragment = Anchor::makeStrong<Sheaf::FragmentID>("own");
@@ -259,7 +259,7 @@ TEST_F(BundleFile, FragmentThatOnlyItsFieldKnows_KeepsItsOverlap) {
     EXPECT_EQ(fragments.at("own")->overlapLow, (Sheaf::MultiIndex<3>{1, 1, 0}));
 }
 
-TEST_F(BundleFile, SeveralSlicesAndGrids_RoundTrip) {
+TEST_F(BundleFile, SeveralSlicesAndGridsRoundTrip) {
     const Bundle bundle = emptyBundle();
     for (const double time : {-1e300, -0.5, 0.0, 5e-324, 1e9}) {
         for (const char* const name : {"a", "b", "Z"})
@@ -269,7 +269,7 @@ TEST_F(BundleFile, SeveralSlicesAndGrids_RoundTrip) {
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, SkeletonsWithDimensionsRefinementsAndExclusionMarks_RoundTrip) {
+TEST_F(BundleFile, SkeletonsWithDimensionsRefinementsAndExclusionMarksRoundTrip) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g", {}, 0)
         .field("Positions", "", somePoints(1))
@@ -283,7 +283,7 @@ TEST_F(BundleFile, SkeletonsWithDimensionsRefinementsAndExclusionMarks_RoundTrip
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, SeveralChartsDeclaredAndUsed_RoundTrip) {
+TEST_F(BundleFile, SeveralChartsDeclaredAndUsedRoundTrip) {
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 0, "g");
     grid.field("Positions", "", somePoints(1)).chart("Other").field("Positions", "", somePoints(2));
@@ -296,7 +296,7 @@ TEST_F(BundleFile, SeveralChartsDeclaredAndUsed_RoundTrip) {
         nullptr);
 }
 
-TEST_F(BundleFile, EmptyArraysAndFieldsWithoutData_RoundTrip) {
+TEST_F(BundleFile, EmptyArraysAndFieldsWithoutDataRoundTrip) {
     const Bundle bundle = emptyBundle();
     std::mt19937_64 random(3);
     GridBuilder grid(*bundle, 0, "g");
@@ -308,11 +308,11 @@ TEST_F(BundleFile, EmptyArraysAndFieldsWithoutData_RoundTrip) {
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, EmptyBundle_RoundTrips) {
+TEST_F(BundleFile, EmptyBundleRoundTrips) {
     EXPECT_EQ(bundleText(*roundTrip(emptyBundle())), "");
 }
 
-TEST_F(BundleFile, NamesBeyondAscii_RoundTrip) {
+TEST_F(BundleFile, NamesBeyondAsciiRoundTrip) {
     const Bundle bundle = emptyBundle();
     const std::string latin1 = "K\xfcste"; // no UTF-8 at all
     GridBuilder(*bundle, 0, "Küste – 海岸")
@@ -323,14 +323,14 @@ TEST_F(BundleFile, NamesBeyondAscii_RoundTrip) {
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, FileNameBeyondAscii_IsWrittenAndRead) {
+TEST_F(BundleFile, FileNameBeyondAsciiIsWrittenAndRead) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g").field("Positions", "", somePoints(2));
     file_ = folder_ / "Küste 海岸.h5";
     expectRoundTrip(bundle);
 }
 
-TEST_F(BundleFile, WrittenTwice_GivesTheSameBytes) {
+TEST_F(BundleFile, WrittenTwiceGivesTheSameBytes) {
     const auto make = [] {
         const Bundle bundle = emptyBundle();
         std::mt19937_64 random(4);
@@ -347,7 +347,7 @@ TEST_F(BundleFile, WrittenTwice_GivesTheSameBytes) {
     EXPECT_TRUE(Support::readBytes(file_) == first);
 }
 
-TEST_F(BundleFile, WrittenAgainFromWhatWasRead_GivesTheSameBytes) {
+TEST_F(BundleFile, WrittenAgainFromWhatWasReadGivesTheSameBytes) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 3, "g").field("Positions", "a", somePoints(5000)).field("Label", "a", ramp<int>(9));
     const std::string copy = folder_ / "copy.h5";
@@ -355,7 +355,7 @@ TEST_F(BundleFile, WrittenAgainFromWhatWasRead_GivesTheSameBytes) {
     EXPECT_TRUE(Support::readBytes(copy) == Support::readBytes(file_));
 }
 
-TEST_F(BundleFile, StructureIsRead_NoArrayIsMadeUntilItIsAskedFor) {
+TEST_F(BundleFile, StructureIsReadNoArrayIsMadeUntilItIsAskedFor) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g")
         .field("Positions", "a", somePoints(1000))
@@ -373,7 +373,7 @@ TEST_F(BundleFile, StructureIsRead_NoArrayIsMadeUntilItIsAskedFor) {
     EXPECT_NE(a->create(true), array);
 }
 
-TEST_F(BundleFile, CacheLimitBelowTheBundle_DropsArraysAndMakesThemAgain) {
+TEST_F(BundleFile, CacheLimitBelowTheBundleDropsArraysAndMakesThemAgain) {
     Anchor::Cache& cache = Anchor::Cache::MemCache();
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 0, "g");
@@ -391,7 +391,7 @@ TEST_F(BundleFile, CacheLimitBelowTheBundle_DropsArraysAndMakesThemAgain) {
     cache.setLimit(before);
 }
 
-TEST_F(BundleFile, BundleThatHasBeenLetGo_FreesItsArraysAndItsFile) {
+TEST_F(BundleFile, BundleThatHasBeenLetGoFreesItsArraysAndItsFile) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g").field("Positions", "a", somePoints(1000));
     const std::uint64_t before = Anchor::Cache::MemCache().bytesInUse();
@@ -405,7 +405,7 @@ TEST_F(BundleFile, BundleThatHasBeenLetGo_FreesItsArraysAndItsFile) {
     EXPECT_NO_THROW(Tidewatch::writeBundleFile(*bundle, file_));
 }
 
-TEST_F(BundleFile, FileThatIsStillBeingRead_IsNotOverwritten) {
+TEST_F(BundleFile, FileThatIsStillBeingReadIsNotOverwritten) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g").field("Positions", "a", somePoints(1000));
     const Bundle copy = roundTrip(bundle);
@@ -413,7 +413,7 @@ TEST_F(BundleFile, FileThatIsStillBeingRead_IsNotOverwritten) {
     EXPECT_EQ(bundleText(*copy), bundleText(*bundle));
 }
 
-TEST_F(BundleFile, TwoThreadsAskForArrays_BothGetThem) {
+TEST_F(BundleFile, TwoThreadsAskForArraysBothGetThem) {
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 0, "g");
     for (int i = 0; i < 8; ++i)
@@ -431,7 +431,7 @@ TEST_F(BundleFile, TwoThreadsAskForArrays_BothGetThem) {
     EXPECT_EQ(texts[1], expected);
 }
 
-TEST_F(BundleFile, TickThatThrowsWhileAnArrayIsRead_StopsAndLeavesTheArrayToBeReadLater) {
+TEST_F(BundleFile, TickThatThrowsWhileAnArrayIsReadStopsAndLeavesTheArrayToBeReadLater) {
     const Bundle bundle = emptyBundle();
     std::mt19937_64 random(5);
     GridBuilder(*bundle, 0, "g").field("Noise", "a", randomArray<double>({4'000'000}, random));
@@ -463,7 +463,7 @@ TEST_F(BundleFile, TickThatThrowsWhileAnArrayIsRead_StopsAndLeavesTheArrayToBeRe
     }
 }
 
-TEST_F(BundleFile, TickThatThrowsWhileTheStructureIsRead_LeavesTheBundleAsItWas) {
+TEST_F(BundleFile, TickThatThrowsWhileTheStructureIsReadLeavesTheBundleAsItWas) {
     const Bundle bundle = emptyBundle();
     GridBuilder grid(*bundle, 0, "g");
     for (int i = 0; i < 200; ++i)
@@ -477,7 +477,7 @@ TEST_F(BundleFile, TickThatThrowsWhileTheStructureIsRead_LeavesTheBundleAsItWas)
     EXPECT_EQ(bundleText(*target), "");
 }
 
-TEST_F(BundleFile, ProgressOfWriting_CountsTheArraysAndMayStop) {
+TEST_F(BundleFile, ProgressOfWritingCountsTheArraysAndMayStop) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g")
         .field("Positions", "a", somePoints(10))
@@ -503,7 +503,7 @@ TEST_F(BundleFile, ProgressOfWriting_CountsTheArraysAndMayStop) {
     EXPECT_EQ(bundleText(*read(file_)), bundleText(*bundle));
 }
 
-TEST_F(BundleFile, InputsThatShareATime_ShareTheSlice) {
+TEST_F(BundleFile, InputsThatShareATimeShareTheSlice) {
     const Bundle a = emptyBundle();
     GridBuilder(*a, 2, "a").field("Positions", "", somePoints(1));
     const Bundle b = emptyBundle();
@@ -517,7 +517,7 @@ TEST_F(BundleFile, InputsThatShareATime_ShareTheSlice) {
     EXPECT_EQ(both->slices().begin()->second.lock()->grids().size(), 2u);
 }
 
-TEST_F(BundleFile, TwoGridsOfOneNameInOneSlice_IsAnErrorThatNamesBothFilesAndTakesTheSecondOut) {
+TEST_F(BundleFile, TwoGridsOfOneNameInOneSliceIsAnErrorThatNamesBothFilesAndTakesTheSecondOut) {
     const Bundle a = emptyBundle();
     GridBuilder(*a, 2, "same").field("Positions", "", somePoints(1));
     const Bundle b = emptyBundle();
@@ -534,7 +534,7 @@ TEST_F(BundleFile, TwoGridsOfOneNameInOneSlice_IsAnErrorThatNamesBothFilesAndTak
     EXPECT_EQ(bundleText(*both), bundleText(*a));
 }
 
-TEST_F(BundleFile, Report_NamesTheFileAndItsKind) {
+TEST_F(BundleFile, ReportNamesTheFileAndItsKind) {
     Tidewatch::writeBundleFile(*emptyBundle(), file_);
     const Bundle bundle = emptyBundle();
     const auto report = Tidewatch::BundleFileReader().read(*bundle, file_, {});
@@ -545,7 +545,7 @@ TEST_F(BundleFile, Report_NamesTheFileAndItsKind) {
     EXPECT_FALSE(report->coordinateStep());
 }
 
-TEST_F(BundleFile, Reader_RecognisesTheSignatureOfHdf5Only) {
+TEST_F(BundleFile, ReaderRecognisesTheSignatureOfHdf5Only) {
     Tidewatch::writeBundleFile(*emptyBundle(), file_);
     const std::string bytes = Support::readBytes(file_);
     const Tidewatch::BundleFileReader reader;
@@ -561,7 +561,7 @@ TEST_F(BundleFile, Reader_RecognisesTheSignatureOfHdf5Only) {
 
 // What the library is set to belongs to the host.
 
-TEST_F(BundleFile, ErrorPrintingOfTheHost_IsAsItWasAfterwards) {
+TEST_F(BundleFile, ErrorPrintingOfTheHostIsAsItWasAfterwards) {
     const H5E_auto2_t mine = [](hid_t, void*) -> herr_t { return 0; };
     int data = 0;
     H5E_auto2_t before = nullptr;
@@ -577,7 +577,7 @@ TEST_F(BundleFile, ErrorPrintingOfTheHost_IsAsItWasAfterwards) {
     H5Eset_auto2(H5E_DEFAULT, before, dataBefore);
 }
 
-TEST_F(BundleFile, OldErrorPrintingOfTheHost_IsAsItWasAfterwards) {
+TEST_F(BundleFile, OldErrorPrintingOfTheHostIsAsItWasAfterwards) {
     const H5E_auto1_t mine = [](void*) -> herr_t { return 0; };
     H5E_auto2_t before = nullptr;
     void* dataBefore = nullptr;
@@ -591,7 +591,7 @@ TEST_F(BundleFile, OldErrorPrintingOfTheHost_IsAsItWasAfterwards) {
     H5Eset_auto2(H5E_DEFAULT, before, dataBefore);
 }
 
-TEST_F(BundleFile, FailureOfTheLibrary_PrintsNothing) {
+TEST_F(BundleFile, FailureOfTheLibraryPrintsNothing) {
     Support::writeBytes(file_, "\x89HDF\r\n\x1a\nand then nothing of the kind");
     ::testing::internal::CaptureStderr();
     ::testing::internal::CaptureStdout();
@@ -602,7 +602,7 @@ TEST_F(BundleFile, FailureOfTheLibrary_PrintsNothing) {
 
 // What the writer cannot write.
 
-TEST_F(BundleFile, PathThatCannotBeWritten_IsAFileErrorWithPathAndCause) {
+TEST_F(BundleFile, PathThatCannotBeWrittenIsAFileErrorWithPathAndCause) {
     const std::string message =
         messageOf([&] { Tidewatch::writeBundleFile(*emptyBundle(), folder_ / "no/such/folder.h5"); });
     EXPECT_THAT(message, HasSubstr("no/such/folder.h5"));
@@ -611,7 +611,7 @@ TEST_F(BundleFile, PathThatCannotBeWritten_IsAFileErrorWithPathAndCause) {
                 HasSubstr(Support::systemReason(EISDIR)));
 }
 
-TEST_F(BundleFile, PathThatCannotBeRead_IsAFileErrorWithPathAndCause) {
+TEST_F(BundleFile, PathThatCannotBeReadIsAFileErrorWithPathAndCause) {
     const std::string message = messageOf([&] { read(folder_ / "missing.h5"); });
     EXPECT_THAT(message, HasSubstr("missing.h5"));
     EXPECT_THAT(message, HasSubstr(Support::systemReason(ENOENT)));
@@ -619,7 +619,7 @@ TEST_F(BundleFile, PathThatCannotBeRead_IsAFileErrorWithPathAndCause) {
     EXPECT_THROW(read("/dev/null"), Anchor::FileError);
 }
 
-TEST_F(BundleFile, NamesThatAreUnfit_AreNotWritten) {
+TEST_F(BundleFile, NamesThatAreUnfitAreNotWritten) {
     for (const std::string name : {"", ".", "..", "a/b", "a\\b", "a\nb", "a\x7f"}) {
         const auto expectRefused = [&](const Bundle& bundle) {
             EXPECT_THROW(Tidewatch::writeBundleFile(*bundle, file_), Anchor::ModelError) << name;
@@ -639,7 +639,7 @@ TEST_F(BundleFile, NamesThatAreUnfit_AreNotWritten) {
     }
 }
 
-TEST_F(BundleFile, FieldThatTheFormatCannotHold_IsNotWritten) {
+TEST_F(BundleFile, FieldThatTheFormatCannotHoldIsNotWritten) {
     Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g").field("F", "", ramp<int>(1)).field("F", "a", ramp<int>(1));
     EXPECT_THAT(messageOf([&] { Tidewatch::writeBundleFile(*bundle, file_); }),
@@ -657,7 +657,7 @@ TEST_F(BundleFile, FieldThatTheFormatCannotHold_IsNotWritten) {
                 HasSubstr("not in a Cartesian chart"));
 }
 
-TEST_F(BundleFile, CreatorThatThrows_PassesThroughTheWriter) {
+TEST_F(BundleFile, CreatorThatThrowsPassesThroughTheWriter) {
     class Broken final : public Sheaf::CreativeArrayBase {
     public:
         [[nodiscard]] Anchor::StrongPtr<Anchor::Cacheable> create(bool) const override {
@@ -683,7 +683,7 @@ int inChild(Call&& call) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
-TEST_F(BundleFile, DiskThatIsFull_IsAFileErrorWhereverItStrikesAndTheProcessGoesOn) {
+TEST_F(BundleFile, DiskThatIsFullIsAFileErrorWhereverItStrikesAndTheProcessGoesOn) {
     const Bundle bundle = emptyBundle();
     std::mt19937_64 random(6);
     GridBuilder grid(*bundle, 0, "g");
@@ -717,7 +717,7 @@ TEST_F(BundleFile, DiskThatIsFull_IsAFileErrorWhereverItStrikesAndTheProcessGoes
     }
 }
 
-TEST_F(BundleFile, BundleHeldByAStaticObject_EndsItsProcessQuietly) {
+TEST_F(BundleFile, BundleHeldByAStaticObjectEndsItsProcessQuietly) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g").field("Positions", "a", somePoints(10));
     Tidewatch::writeBundleFile(*bundle, file_);
@@ -732,7 +732,7 @@ TEST_F(BundleFile, BundleHeldByAStaticObject_EndsItsProcessQuietly) {
 
 // What other programs write.
 
-TEST_F(BundleFile, TextsOfVariableLength_AreRead) {
+TEST_F(BundleFile, TextsOfVariableLengthAreRead) {
     Craft::File(file_)
         .longText("/", "format", "tidewatch-bundle")
         .number("/", "version", 1)
@@ -742,7 +742,7 @@ TEST_F(BundleFile, TextsOfVariableLength_AreRead) {
     EXPECT_THAT(bundleText(*read(file_)), HasSubstr("field Normals bivector3f\n"));
 }
 
-TEST_F(BundleFile, GroupsThatAreOptional_MayBeMissing) {
+TEST_F(BundleFile, GroupsThatAreOptionalMayBeMissing) {
     Craft::File(file_)
         .bundle()
         .group("/slices/a/grids/g")
@@ -755,7 +755,7 @@ TEST_F(BundleFile, GroupsThatAreOptional_MayBeMissing) {
     EXPECT_FALSE(bundle->slices().at(2.5).lock()->accessSlice());
 }
 
-TEST_F(BundleFile, EmptyRefinementListOfAnyType_IsNoRefinement) {
+TEST_F(BundleFile, EmptyRefinementListOfAnyTypeIsNoRefinement) {
     const double unused = 0;
     const std::vector<hsize_t> none{0};
     Craft::File(file_).bundle().grid().attribute("/slices/t/grids/g/skeletons/s", "refinement",
@@ -763,7 +763,7 @@ TEST_F(BundleFile, EmptyRefinementListOfAnyType_IsNoRefinement) {
     EXPECT_THAT(bundleText(*read(file_)), HasSubstr("skeleton 0 () 0"));
 }
 
-TEST_F(BundleFile, ElementTypeNotStated_IsTheDatasetsOwnAndPointForPositions) {
+TEST_F(BundleFile, ElementTypeNotStatedIsTheDatasetsOwnAndPointForPositions) {
     const std::vector<double> numbers = ramp<double>(6);
     Craft::File(file_)
         .bundle()
@@ -779,7 +779,7 @@ TEST_F(BundleFile, ElementTypeNotStated_IsTheDatasetsOwnAndPointForPositions) {
     EXPECT_THAT(text, HasSubstr("field Nothing float64\n"));
 }
 
-TEST_F(BundleFile, NumbersOfAWiderType_AreReadAsTheElementType) {
+TEST_F(BundleFile, NumbersOfAWiderTypeAreReadAsTheElementType) {
     const std::vector<double> numbers{0, 1, 200, 255};
     Craft::File file(file_);
     file.bundle().grid();
@@ -804,7 +804,7 @@ TEST_F(BundleFile, NumbersOfAWiderType_AreReadAsTheElementType) {
     }
 }
 
-TEST_F(BundleFile, DoublesReadAsFloats_AreRoundedAndKeepInfinities) {
+TEST_F(BundleFile, DoublesReadAsFloatsAreRoundedAndKeepInfinities) {
     const double infinity = std::numeric_limits<double>::infinity();
     const std::vector<double> numbers{0.1, -infinity, infinity, std::nan(""), 3.4028234663852886e38, 1e-60};
     Craft::File(file_)
@@ -824,7 +824,7 @@ TEST_F(BundleFile, DoublesReadAsFloats_AreRoundedAndKeepInfinities) {
     EXPECT_EQ(values[5], 0.0f);
 }
 
-TEST_F(BundleFile, EveryStorageLayoutAndFilterOfOurs_GivesTheSameValues) {
+TEST_F(BundleFile, EveryStorageLayoutAndFilterOfOursGivesTheSameValues) {
     const std::vector<int> numbers = ramp<int>(24 * 35);
     Craft::File file(file_);
     file.bundle().grid();
@@ -868,7 +868,7 @@ TEST_F(BundleFile, EveryStorageLayoutAndFilterOfOurs_GivesTheSameValues) {
         EXPECT_EQ(textOf(creatorOf(bundle, name, "")), values) << name;
 }
 
-TEST_F(BundleFile, NewestFormOfTheFormat_IsRead) {
+TEST_F(BundleFile, NewestFormOfTheFormatIsRead) {
     const std::vector<int> numbers = ramp<int>(24 * 35);
     for (const auto form : {Craft::File::Form::Version18, Craft::File::Form::Latest}) {
         Craft::File file(file_, form);
@@ -905,7 +905,7 @@ TEST_F(BundleFile, NewestFormOfTheFormat_IsRead) {
     }
 }
 
-TEST_F(BundleFile, DataThatWasNeverWritten_ReadsAsTheFillValue) {
+TEST_F(BundleFile, DataThatWasNeverWrittenReadsAsTheFillValue) {
     Craft::File file(file_);
     file.bundle().grid();
     const int fill = -7;
@@ -923,7 +923,7 @@ TEST_F(BundleFile, DataThatWasNeverWritten_ReadsAsTheFillValue) {
     EXPECT_EQ(textOf(creatorOf(bundle, "Plain", "")), "int32 (4 ) -7 -7 -7 -7 ");
 }
 
-TEST_F(BundleFile, OneDatasetInTwoPlaces_IsReadInBoth) {
+TEST_F(BundleFile, OneDatasetInTwoPlacesIsReadInBoth) {
     const std::vector<int> numbers = ramp<int>(3);
     Craft::File file(file_);
     file.bundle().grid().dataset(Craft::fields + "A", H5T_STD_I32LE, H5T_NATIVE_INT, {3}, numbers.data());
@@ -945,7 +945,7 @@ std::optional<std::string> outputOf(const std::string& command) {
     return output.empty() ? std::nullopt : std::optional(output);
 }
 
-TEST_F(BundleFile, WrittenFile_ShowsTheSameToH5dump) {
+TEST_F(BundleFile, WrittenFileShowsTheSameToH5dump) {
     if (!outputOf("command -v h5dump"))
         GTEST_SKIP() << "no h5dump: hdf5-tools has it";
     const Bundle bundle = emptyBundle();

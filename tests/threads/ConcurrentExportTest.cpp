@@ -12,17 +12,14 @@
 #include "readers/registerReaders.hpp"
 #include "support/ConsoleCapture.hpp"
 #include "support/compressLas.hpp"
+#include "support/inTwoThreads.hpp"
 
-#include <array>
-#include <exception>
 #include <filesystem>
 #include <functional>
-#include <latch>
 #include <map>
 #include <ostream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -61,7 +58,10 @@ Bundle survey() {
                 target = representation->makeField(field, data->elementType());
             target->addFragment(fragment, data);
         };
-        add("Positions", Support::held(Support::Points(300, {1, 2, 3})));
+        Support::Points positions;
+        for (unsigned i = 0; i < 300; ++i)
+            positions.push_back({0.5 * i, 3, 0.25 * (i % 7)});
+        add("Positions", Support::held(positions));
         add("Intensity", Support::held(std::vector<unsigned short>(300, 9)));
     }
     Support::GridBuilder(*bundle, 2, "heights")
@@ -151,29 +151,6 @@ void exportEverything(const Bundle& bundle, const std::filesystem::path& folder,
     }
 }
 
-/// Calls a function with 0 and with 1 in two threads, which begin together; throws what either has thrown.
-void inTwoThreads(const std::function<void(std::size_t)>& work) {
-    std::latch begin(2);
-    std::array<std::exception_ptr, 2> failures;
-    std::vector<std::thread> threads;
-    for (std::size_t number = 0; number < 2; ++number) {
-        threads.emplace_back([&, number] {
-            begin.arrive_and_wait();
-            try {
-                work(number);
-            } catch (...) {
-                failures[number] = std::current_exception();
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    for (const std::exception_ptr& failure : failures) {
-        if (failure)
-            std::rethrow_exception(failure);
-    }
-}
-
 class ConcurrentExport : public ::testing::TestWithParam<Source> {
 protected:
     ConcurrentExport() {
@@ -219,7 +196,7 @@ TEST_P(ConcurrentExport, OneThreadWritesFilesOfAllExporters) {
 TEST_P(ConcurrentExport, TwoThreadsOnOneBundleWriteWhatOneThreadWrites) {
     for (std::size_t round = 0; round < 3; ++round) {
         const Bundle bundle = open();
-        inTwoThreads([&](std::size_t thread) {
+        Support::inTwoThreads([&](std::size_t thread) {
             exportEverything(bundle, output(round, thread), thread == 0 ? 0 : round);
         });
         expectOutputsAsFromOneThread(round);
@@ -228,7 +205,7 @@ TEST_P(ConcurrentExport, TwoThreadsOnOneBundleWriteWhatOneThreadWrites) {
 
 TEST_P(ConcurrentExport, TwoThreadsOnBundlesOfTheirOwnWriteWhatOneThreadWrites) {
     for (std::size_t round = 0; round < 3; ++round) {
-        inTwoThreads([&](std::size_t thread) {
+        Support::inTwoThreads([&](std::size_t thread) {
             exportEverything(open(), output(round, thread), thread == 0 ? 0 : round);
         });
         expectOutputsAsFromOneThread(round);
