@@ -594,6 +594,7 @@ TEST_F(ASCIIExport, WithAndWithoutAnObserverTheBytesAreTheSame) {
 
 TEST_F(ASCIIExport, HostCanStopInTheMiddleOfListsTablesAndGrids) {
     constexpr std::uint64_t size = ConvLib::BasicConverterDefs::stopInterval;
+    exporter.setFlushLines(false);
     GridBuilder(*bundle, 0, "g")
         .field("Id", "list", std::vector<int>(3 * size))
         .field("Id", "table", heldArray<int>({size, 3}, std::vector<int>(3 * size)))

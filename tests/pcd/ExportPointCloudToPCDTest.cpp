@@ -398,6 +398,7 @@ TEST_F(PCDExport, ObserverHearsOfColoursOnlyWhereTheyAreRounded) {
 
 TEST_F(PCDExport, HostCanStopInTheMiddleOfEveryStep) {
     constexpr std::size_t count = 4 * ConvLib::BasicConverterDefs::stopInterval;
+    exporter.setFlushLines(false);
     Points points(count);
     for (std::size_t i = 0; i < count; ++i)
         points[i] = {static_cast<double>(i * 7919 % count), static_cast<double>(i % 1013), 0.5};
