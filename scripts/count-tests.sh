@@ -20,6 +20,7 @@ LC_ALL=C awk '
             if (reason == "" || reason ~ /^\[/) {
                 print "skipped without a reason: " name > "/dev/stderr"
                 mute = 1
+                reason = "no reason given"
             }
             ++reasons[reason]
         }
