@@ -48,7 +48,7 @@ struct TIDEWATCH_API AsciiPlan {
         /// The distance of neighbours along x and y, in coordinate units.
         double spacingX = 0;
         double spacingY = 0;
-        /// What stands in the file for both of them.
+        /// The value that the file has for both of them.
         double writtenCellSize = 0;
         /// Whether the spacing along y comes to the same number as the cell size.
         bool isSquareAsWritten = true;
@@ -72,8 +72,8 @@ struct TIDEWATCH_API AsciiPlan {
         /// Whether the input marks the skeleton as not to be exported.
         bool isExcluded = false;
         Form form = Form::None;
-        /// Why there is no file although the skeleton is taken, for people; empty where there is one, and for
-        /// positions, which the header of a grid tells.
+        /// Why a selected fragment gets no file, as text for messages. Empty if it gets one, and for positions that
+        /// the header of a grid already states.
         std::string whyLeftOut;
         /// Where the file goes, relative to the output folder; empty without a file.
         std::filesystem::path file;

@@ -22,7 +22,7 @@ struct EsriGridHeader {
     /// The format knows square cells only.
     double cellSize = 0;
 
-    /// A length as it stands in the file, where coordinates and the cell size have three decimals; in coordinate units.
+    /// A length as written to the file, rounded to three decimals like coordinates and the cell size; coordinate units.
     [[nodiscard]] static double asWritten(double length) noexcept;
 
     void write(ConvLib::LineWriter& lines) const;

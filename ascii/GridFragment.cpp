@@ -59,7 +59,7 @@ std::optional<GridFragment> GridFragment::of(const Sheaf::UniformCartesianArray&
     grid.high_ = overlapOf<3>(fragment).value_or(Sheaf::MultiIndex<3>{});
     grid.cellSize_ = lattice.spacing().x;
     grid.spacingY_ = lattice.spacing().y;
-    // A grid without cells widens no box, and has its place all the same.
+    // An empty grid leaves the box empty, but it still has an origin.
     const bool hasCells = grid.columns_ != 0 && grid.rows_ != 0;
     const Geom::PhysicalSpace::point& corner = hasCells ? box.lower() : lattice.origin();
     grid.cornerX_ = static_cast<double>(grid.low_[0]) * lattice.spacing().x + corner.x;

@@ -35,7 +35,7 @@ public:
     [[nodiscard]] double worst() const noexcept { return static_cast<double>(worst_); }
 
 private:
-    // The arithmetic of floats would add losses of its own.
+    // Floats are computed in double: float arithmetic would add rounding errors of its own.
     using Wide = std::conditional_t<std::same_as<T, float>, double, T>;
     static constexpr unsigned int mostDecimals = 300;
 

@@ -14,7 +14,7 @@ namespace Formats {
 
 static_assert(std::endian::native == std::endian::little, "Tidewatch runs on little-endian machines");
 
-/// The number whose bytes stand at `bytes`; sizeof(T) of them are read.
+/// Reads a number from the sizeof(T) bytes at `bytes`.
 template <class T>
 [[nodiscard]] inline T loadLittleEndian(const std::uint8_t* bytes) noexcept {
     static_assert(std::is_arithmetic_v<T>);

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Where things stand in LAS and LAZ files: everything that readers, the writer and the verification have to agree
+/// Byte offsets and constants of LAS and LAZ files: everything that readers, the writer and the verification have to agree
 /// on. Places are bytes from the beginning of the block that they are named after. Sources: LAS 1.4 R15; for
 /// compressed files the LASzip library and "LASzip: lossless compression of LiDAR data" (Isenburg 2013).
 namespace Formats::Las {
@@ -92,7 +92,7 @@ constexpr std::size_t fixedSize = 34; ///< the items follow
 constexpr std::size_t itemSize = 6;
 } // namespace Compression
 
-/// The chunk table, whose place stands in the eight bytes before the first chunk: the version 0 and the number of chunks
+/// The chunk table. The eight bytes before the first chunk give its offset. It has the version 0 and the number of chunks
 /// in 32 bits each, then the coded sizes of the chunks.
 namespace ChunkTable {
 constexpr std::size_t version = 0;

@@ -100,7 +100,7 @@ std::optional<bool> takeBrackets(std::string_view& glob, char32_t character) noe
         }
         const char32_t first = takeLiteral(rest);
         char32_t last = first;
-        // A hyphen before the closing bracket stands for itself.
+        // A hyphen before the closing bracket is literal.
         if (rest.size() > 1 && rest[0] == '-' && rest[1] != ']') {
             rest.remove_prefix(1);
             last = takeLiteral(rest);
