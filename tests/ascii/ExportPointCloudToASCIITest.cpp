@@ -5,6 +5,7 @@
 #include "ascii/AsciiBundle.hpp"
 #include "support/ConsoleCapture.hpp"
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -552,7 +553,8 @@ public:
     void valuesChanged(const ConvLib::ChangedValues& values) override {
         EXPECT_EQ(values.change, ConvLib::ValueChange::Rounded);
         rounded.push_back(std::string(values.attribute) + ": " + std::to_string(values.count) + " of " +
-                          std::to_string(values.total) + " by " + std::to_string(values.most));
+                          std::to_string(values.total) + " by " +
+                          std::to_string(std::llround(values.most * 1e9)) + "e-9");
     }
     Points positions;
     std::vector<std::string> rounded;
@@ -577,8 +579,8 @@ TEST_F(ASCIIExport, ObserverHearsOfPositionsAndOfRoundedValuesThatAreWritten) {
         .field("CellType", "f", heldArray<unsigned char>({4, 1, 1}, {0, 1, 1, 1}));
     EXPECT_TRUE(exporter.Run());
     EXPECT_EQ(told->positions, points);
-    EXPECT_THAT(told->rounded, ElementsAre("Flow: 1 of 2 by 0.000000", "Table: 1 of 2 by 0.000000",
-                                           "Depth: 2 of 4 by 0.050000"));
+    EXPECT_THAT(told->rounded, ElementsAre("Flow: 1 of 2 by 200e-9", "Table: 1 of 2 by 500e-9",
+                                           "Depth: 2 of 4 by 50000000e-9"));
 }
 
 TEST_F(ASCIIExport, WithAndWithoutAnObserverTheBytesAreTheSame) {
