@@ -6,7 +6,7 @@
 // [FOLDER]
 #include "anchor/Cache.hpp"
 #include "convlib/Reader.hpp"
-#include "readers/BundleFileWriter.hpp"
+#include "readers/bundle/BundleFileWriter.hpp"
 #include "readers/registerReaders.hpp"
 #include "sheaf/CachedCreator.hpp"
 #include "sheaf/MemArray.hpp"

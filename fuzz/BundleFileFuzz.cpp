@@ -6,7 +6,7 @@
 #include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "fuzz/checkArray.hpp"
-#include "readers/BundleFileReader.hpp"
+#include "readers/bundle/BundleFileReader.hpp"
 #include "support/Hdf5Checksums.hpp"
 #include "support/MemoryFile.hpp"
 

@@ -5,7 +5,7 @@
 #include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "fuzz/checkArray.hpp"
-#include "readers/LasReader.hpp"
+#include "readers/las/LasReader.hpp"
 #include "support/MemoryFile.hpp"
 
 #include <cstddef>

@@ -6,7 +6,7 @@
 #include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "fuzz/checkArray.hpp"
-#include "readers/RasterReader.hpp"
+#include "readers/raster/RasterReader.hpp"
 #include "support/MemoryFile.hpp"
 
 #include <cstddef>

@@ -29,37 +29,43 @@ InputFile::InputFile(std::string path) : path_(std::move(path)) {
     descriptor_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (descriptor_ < 0)
         throwSystemError(path_, "cannot open");
-    struct stat status {};
-    if (::fstat(descriptor_, &status) != 0) {
-        const int reason = errno;
+    try {
+        state_ = look();
+    } catch (...) {
         ::close(descriptor_);
-        errno = reason;
-        throwSystemError(path_, "cannot look at");
+        throw;
     }
-    if (!S_ISREG(status.st_mode)) {
-        ::close(descriptor_);
-        throw Anchor::FileError(path_ + ": is not a regular file");
-    }
-    stamp_ = {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino),
-              static_cast<std::uint64_t>(status.st_size), static_cast<std::int64_t>(status.st_mtim.tv_sec),
-              static_cast<std::int64_t>(status.st_mtim.tv_nsec)};
 }
 
 InputFile::InputFile(InputFile&& other) noexcept
     : path_(std::move(other.path_)),
       descriptor_(std::exchange(other.descriptor_, -1)),
-      stamp_(other.stamp_) {}
+      state_(other.state_) {}
 
 InputFile& InputFile::operator=(InputFile&& other) noexcept {
     std::swap(path_, other.path_);
     std::swap(descriptor_, other.descriptor_);
-    std::swap(stamp_, other.stamp_);
+    std::swap(state_, other.state_);
     return *this;
 }
 
 InputFile::~InputFile() {
     if (descriptor_ >= 0)
         ::close(descriptor_);
+}
+
+Anchor::FileState InputFile::look() const {
+    struct stat status {};
+    if (::fstat(descriptor_, &status) != 0)
+        throwSystemError(path_, "cannot look at");
+    if (!S_ISREG(status.st_mode))
+        throw Anchor::FileError(path_ + ": is not a regular file");
+    return Anchor::FileState(status);
+}
+
+void InputFile::requireUnchanged(const Anchor::FileState& since) const {
+    if (look() != since)
+        throw Anchor::FileError(path_ + ": has been changed since it was opened");
 }
 
 void InputFile::read(std::uint64_t offset, std::span<std::uint8_t> bytes, std::string_view object) const {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/FileState.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -13,16 +15,6 @@ namespace Tidewatch {
 /// threads.
 class InputFile {
 public:
-    /// What tells whether a file opened later is still the one that was looked at.
-    struct Stamp {
-        std::uint64_t device = 0;
-        std::uint64_t inode = 0;
-        std::uint64_t size = 0;
-        std::int64_t modifiedSeconds = 0;
-        std::int64_t modifiedNanoseconds = 0;
-        friend bool operator==(const Stamp&, const Stamp&) = default;
-    };
-
     /// Opens a regular file. Throws Anchor::FileError naming the path and the system's reason.
     explicit InputFile(std::string path);
     InputFile(InputFile&& other) noexcept;
@@ -30,8 +22,16 @@ public:
     ~InputFile();
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
-    [[nodiscard]] std::uint64_t size() const noexcept { return stamp_.size; }
-    [[nodiscard]] const Stamp& stamp() const noexcept { return stamp_; }
+    /// Bytes when it was opened.
+    [[nodiscard]] std::uint64_t size() const noexcept { return state_.size; }
+    /// When it was opened.
+    [[nodiscard]] const Anchor::FileState& state() const noexcept { return state_; }
+
+    /// Throws Anchor::FileError when the file has been written to since it was in this state.
+    void requireUnchanged(const Anchor::FileState& since) const;
+
+    /// Throws Anchor::FileError when the file has been written to since it was opened.
+    void requireUnchanged() const { requireUnchanged(state_); }
 
     /// Fills `bytes` from `offset` on. `object` names for messages what is being read. Throws
     /// Anchor::FormatError when the file ends before, Anchor::FileError when the system cannot read.
@@ -41,9 +41,11 @@ public:
     [[nodiscard]] std::size_t readUpTo(std::uint64_t offset, std::span<std::uint8_t> bytes) const;
 
 private:
+    [[nodiscard]] Anchor::FileState look() const;
+
     std::string path_;
     int descriptor_ = -1;
-    Stamp stamp_;
+    Anchor::FileState state_;
 };
 
 } // namespace Tidewatch

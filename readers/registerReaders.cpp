@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/registerReaders.hpp"
 
-#include "readers/BundleFileReader.hpp"
-#include "readers/LasReader.hpp"
+#include "readers/bundle/BundleFileReader.hpp"
+#include "readers/las/LasReader.hpp"
 #ifdef TIDEWATCH_RASTER_LIBRARY
-#include "readers/RasterGate.hpp"
+#include "readers/raster/RasterGate.hpp"
 #endif
 
 namespace Tidewatch {

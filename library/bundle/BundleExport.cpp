@@ -5,7 +5,7 @@
 #include "library/info/Inventory.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
-#include "readers/BundleFileWriter.hpp"
+#include "readers/bundle/BundleFileWriter.hpp"
 
 #include <filesystem>
 #include <optional>
@@ -21,7 +21,7 @@ struct BundleExport::State {
     std::optional<StagingFolder> folder = {};
 };
 
-BundleExport::BundleExport(std::string path, bool overwrite, std::vector<FileIdentity> inputs)
+BundleExport::BundleExport(std::string path, bool overwrite, std::vector<Anchor::FileIdentity> inputs)
     : state_(new State{std::move(path), Placement(overwrite, std::move(inputs))}) {
     state_->placement.check(state_->path);
 }

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/FileState.hpp"
 #include "anchor/Visibility.hpp"
 #include "library/Progress.hpp"
 #include "library/export/ExportReport.hpp"
-#include "library/input/FileIdentity.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <memory>
@@ -17,7 +17,7 @@ namespace Tidewatch {
 class TIDEWATCH_API BundleExport {
 public:
     /// Throws Anchor::FileError when nothing may be put at `path` (see Placement), before any work.
-    BundleExport(std::string path, bool overwrite, std::vector<FileIdentity> inputs);
+    BundleExport(std::string path, bool overwrite, std::vector<Anchor::FileIdentity> inputs);
     ~BundleExport();
 
     /// Writes the bundle into a folder for unfinished files. Gives the file's line of a report. Throws

@@ -20,7 +20,7 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
         if (progress)
             progress->check();
         reports_.push_back(ConvLib::readFile(*bundle_, file, read));
-        if (const auto identity = FileIdentity::of(file))
+        if (const auto identity = Anchor::FileIdentity::of(file))
             identities_.push_back(*identity);
     }
 }

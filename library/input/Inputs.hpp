@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/FileState.hpp"
 #include "anchor/StrongPtr.hpp"
 #include "convlib/InputReport.hpp"
 #include "convlib/ReadOptions.hpp"
 #include "library/Progress.hpp"
-#include "library/input/FileIdentity.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <cstdint>
@@ -49,12 +49,12 @@ public:
                                                                    const std::string& origin) const;
 
     /// The files themselves, whatever their names.
-    [[nodiscard]] const std::vector<FileIdentity>& identities() const noexcept { return identities_; }
+    [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
 
 private:
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> reports_;
-    std::vector<FileIdentity> identities_;
+    std::vector<Anchor::FileIdentity> identities_;
 };
 
 } // namespace Tidewatch

@@ -54,7 +54,7 @@ fs::path placeOf(const fs::path& path) {
 
 } // namespace
 
-Placement::Placement(bool overwrite, std::vector<FileIdentity> inputs)
+Placement::Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs)
     : overwrite_(overwrite),
       inputs_(std::move(inputs)) {}
 
@@ -83,7 +83,7 @@ void Placement::check(const fs::path& target, Manner manner) const {
         throw Anchor::FileError(target.string() + ": a folder stands where the file is to go");
     if (!S_ISREG(status.st_mode))
         throw Anchor::FileError(target.string() + ": something stands there that is no ordinary file");
-    const FileIdentity identity{status.st_dev, status.st_ino};
+    const Anchor::FileIdentity identity{status.st_dev, status.st_ino};
     if (std::find(inputs_.begin(), inputs_.end(), identity) != inputs_.end())
         throw Anchor::FileError(target.string() + ": the output is one of the inputs");
     if (!overwrite_ && manner == Manner::Replace)
@@ -121,7 +121,7 @@ void Placement::commit(const std::function<void()>& check) {
     for (Move& move : moves_)
         prepare(move, check);
     for (const Move& move : moves_) {
-        if (move.before && FileState::of(move.target) != move.before)
+        if (move.before && Anchor::FileState::of(move.target) != move.before)
             throw Anchor::FileError(move.target.string() +
                                     ": the file was changed while it was to be added to");
     }

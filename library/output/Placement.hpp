@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/FileState.hpp"
 #include "anchor/Visibility.hpp"
-#include "library/input/FileIdentity.hpp"
 #include "library/output/joinFiles.hpp"
 
 #include <filesystem>
@@ -16,7 +16,7 @@ namespace Tidewatch {
 class TIDEWATCH_API Placement {
 public:
     /// `overwrite`: files that stand in the way are replaced. `inputs` are files that must never be.
-    Placement(bool overwrite, std::vector<FileIdentity> inputs);
+    Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs);
 
     /// What becomes of a file that stands at the target.
     enum class Manner {
@@ -55,7 +55,7 @@ private:
         std::filesystem::path target;
         Manner manner;
         /// Where something is added to a file: what it was like when it was read.
-        std::optional<FileState> before;
+        std::optional<Anchor::FileState> before;
     };
 
     /// Checks a target and resolves links to a file that is added to.
@@ -64,7 +64,7 @@ private:
     static void prepare(Move& move, const std::function<void()>& check);
 
     bool overwrite_;
-    std::vector<FileIdentity> inputs_;
+    std::vector<Anchor::FileIdentity> inputs_;
     std::vector<Move> moves_;
 };
 

@@ -23,10 +23,6 @@ namespace {
 
 constexpr std::size_t blockSize = std::size_t{1} << 20;
 
-FileState stateOf(const struct stat& status) {
-    return {{status.st_dev, status.st_ino}, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-}
-
 class Descriptor {
 public:
     explicit Descriptor(int number) : number_(number) {}
@@ -69,7 +65,7 @@ public:
             fail();
         copy(tail);
         isDone_ = true;
-        return {path_, stateOf(status)};
+        return {path_, Anchor::FileState(status)};
     }
 
 private:
@@ -116,13 +112,6 @@ private:
 };
 
 } // namespace
-
-std::optional<FileState> FileState::of(const fs::path& path) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0)
-        return std::nullopt;
-    return stateOf(status);
-}
 
 JoinedFile joinFiles(const fs::path& head, const fs::path& tail, const std::function<void()>& check) {
     return Joining(head, tail, check).run(tail);

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/ExtraAttribute.hpp"
 
+#include "anchor/printable.hpp"
 #include "formats/littleEndian.hpp"
 #include "readers/las/FormatFailure.hpp"
-#include "readers/printable.hpp"
 
 #include <algorithm>
 #include <array>
@@ -50,7 +50,7 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
         const std::uint8_t options = entry[Place::options];
         if (type > highestType)
             failFormat(path, object, "entry {} (\"{}\") has the data type {}, which is not known", index,
-                       printable(attribute.name), type);
+                       Anchor::printable(attribute.name), type);
         attribute.size = sizeOf(type, options);
         if (attribute.size == 0)
             continue;
@@ -58,7 +58,7 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
         used += attribute.size;
         if (used > available)
             failFormat(path, object, "entry {} (\"{}\") ends at byte {}, but a point has {} extra bytes",
-                       index, printable(attribute.name), used, available);
+                       index, Anchor::printable(attribute.name), used, available);
         if (type >= 1 && type <= scalarTypes) {
             attribute.type = static_cast<Type>(type);
             if ((options & Place::optionScale) != 0)
@@ -69,7 +69,7 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
             const double shift = attribute.shift.value_or(0.0);
             if (!std::isfinite(scale) || scale == 0.0 || !std::isfinite(shift))
                 failFormat(path, object, "entry {} (\"{}\") has the scale {} and the offset {}", index,
-                           printable(attribute.name), scale, shift);
+                           Anchor::printable(attribute.name), scale, shift);
         }
         attributes.push_back(std::move(attribute));
     }

@@ -59,7 +59,7 @@ struct LasFile::Record {
 
 LasFile::LasFile(std::string path) : path_(std::move(path)) {
     const InputFile file(path_);
-    stamp_ = file.stamp();
+    state_ = file.state();
     header_ = LasHeader::read(file);
     readRecords(file, {"variable length record", false, Formats::Las::Record::headSize, header_.headerSize,
                        header_.pointOffset, header_.vlrCount});
@@ -76,8 +76,7 @@ LasFile::LasFile(std::string path) : path_(std::move(path)) {
 
 InputFile LasFile::open() const {
     InputFile file(path_);
-    if (file.stamp() != stamp_)
-        throw Anchor::FileError(path_ + ": has changed since it was opened first");
+    file.requireUnchanged(state_);
     return file;
 }
 

@@ -54,7 +54,7 @@ private:
     void take(const Record& record, const InputFile& file);
 
     std::string path_;
-    InputFile::Stamp stamp_;
+    Anchor::FileState state_;
     LasHeader header_;
     std::vector<ExtraAttribute> extraAttributes_;
     std::optional<LazDescription> description_;

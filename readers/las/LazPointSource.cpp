@@ -195,9 +195,7 @@ private:
     laszip_point* point_ = nullptr;
 };
 
-LazPointSource::LazPointSource(std::shared_ptr<const LasFile> file)
-    : file_(std::move(file)),
-      input_(file_->open()) {
+LazPointSource::LazPointSource(std::shared_ptr<const LasFile> file) : PointSource(std::move(file)) {
     restart();
 }
 

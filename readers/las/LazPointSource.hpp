@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "readers/las/LasFile.hpp"
 #include "readers/las/PointSource.hpp"
 
 #include <cstddef>
@@ -32,8 +31,6 @@ private:
     void enterChunk();
     void leaveChunk() const;
 
-    std::shared_ptr<const LasFile> file_;
-    InputFile input_;
     std::unique_ptr<Decompressor> decompressor_;
     std::size_t nextChunk_ = 0;
     std::uint64_t chunkEnd_ = 0; // the first point behind the chunk that has been entered

@@ -87,10 +87,6 @@ constexpr auto parsers = makeParsers(std::make_index_sequence<Formats::Las::poin
 
 } // namespace
 
-PlainPointSource::PlainPointSource(std::shared_ptr<const LasFile> file)
-    : file_(std::move(file)),
-      input_(file_->open()) {}
-
 PlainPointSource::~PlainPointSource() = default;
 
 void PlainPointSource::read(std::span<Point> points) {

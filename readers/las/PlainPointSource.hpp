@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "readers/las/LasFile.hpp"
 #include "readers/las/PointSource.hpp"
 
 #include <memory>
@@ -12,16 +11,13 @@ namespace Tidewatch::Las {
 /// The points of a LAS file, whose records stand one behind the other as they are.
 class PlainPointSource final : public PointSource {
 public:
-    /// Opens the file. Throws Anchor::FileError when it is gone or has changed.
-    explicit PlainPointSource(std::shared_ptr<const LasFile> file);
+    using PointSource::PointSource;
     ~PlainPointSource() override;
 
     void approach(std::uint64_t point) override { position_ = point; }
     void read(std::span<Point> points) override;
 
 private:
-    std::shared_ptr<const LasFile> file_;
-    InputFile input_;
     std::vector<std::uint8_t> records_;
 };
 

@@ -40,6 +40,8 @@ void PointDecoder::decode(std::uint64_t first, std::uint64_t count, const Sink& 
         sink(block);
         maybeTick(tick, done);
     }
+    // A file that is written to meanwhile may have given points of two states.
+    source_->requireUnchanged();
 }
 
 void PointDecoder::goTo(std::uint64_t point, const Tick& tick) {
@@ -66,7 +68,9 @@ std::span<const Point> PointDecoder::nextBlock(std::uint64_t most) {
     try {
         source_->read(block);
     } catch (...) {
-        source_.reset();
+        const std::unique_ptr<PointSource> failed = std::move(source_);
+        // Bytes of another state of the file look like damage.
+        failed->requireUnchanged();
         throw;
     }
     return block;

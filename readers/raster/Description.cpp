@@ -2,7 +2,7 @@
 #include "readers/raster/Description.hpp"
 
 #include "anchor/Error.hpp"
-#include "readers/printable.hpp"
+#include "anchor/printable.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -32,21 +32,21 @@ Placing Placing::make(const std::optional<std::array<double, 6>>& transform, std
     if (!isSound || t[1] == 0 || t[5] == 0) {
         // A raster that is rotated by a quarter has these two zeros as well.
         if (isSound && t[2] != 0 && t[4] != 0)
-            throw Anchor::FormatError(fmt::format("{}: is a rotated raster", printable(path)));
+            throw Anchor::FormatError(fmt::format("{}: is a rotated raster", Anchor::printable(path)));
         throw Anchor::FormatError(
             fmt::format("{}: its georeference gives its pixels no size ({}, {}, {}, {}, {}, {})",
-                        printable(path), t[0], t[1], t[2], t[3], t[4], t[5]));
+                        Anchor::printable(path), t[0], t[1], t[2], t[3], t[4], t[5]));
     }
     // Programs that compute these numbers leave rounding errors where a zero is meant.
     constexpr double tolerance = 1e-3; // of a pixel
     if (std::abs(t[2]) * rows > tolerance * std::abs(t[1]) ||
         std::abs(t[4]) * columns > tolerance * std::abs(t[5]))
-        throw Anchor::FormatError(fmt::format("{}: is a rotated raster", printable(path)));
+        throw Anchor::FormatError(fmt::format("{}: is a rotated raster", Anchor::printable(path)));
     const Geom::PhysicalSpace::point corner{leastCentre(t[0], t[1], columns), leastCentre(t[3], t[5], rows),
                                             0};
     if (!std::isfinite(corner.x) || !std::isfinite(corner.y))
-        throw Anchor::FormatError(
-            fmt::format("{}: its georeference places its pixels beyond all numbers", printable(path)));
+        throw Anchor::FormatError(fmt::format("{}: its georeference places its pixels beyond all numbers",
+                                              Anchor::printable(path)));
     return {corner, {std::abs(t[1]), std::abs(t[5]), 1}, t[1] < 0, t[5] < 0};
 }
 

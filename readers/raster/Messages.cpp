@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/raster/Messages.hpp"
 
-#include "readers/printable.hpp"
+#include "anchor/printable.hpp"
 
 namespace Tidewatch::Raster {
 
@@ -14,7 +14,7 @@ Messages::~Messages() {
 }
 
 std::string Messages::failure() const {
-    return failure_.empty() ? "GDAL gives no reason" : printable(failure_);
+    return failure_.empty() ? "GDAL gives no reason" : Anchor::printable(failure_);
 }
 
 void CPL_STDCALL Messages::take(CPLErr kind, CPLErrorNum, const char* text) {

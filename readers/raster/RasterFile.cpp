@@ -2,7 +2,7 @@
 #include "readers/raster/RasterFile.hpp"
 
 #include "anchor/Error.hpp"
-#include "readers/printable.hpp"
+#include "anchor/printable.hpp"
 #include "readers/raster/Messages.hpp"
 #include "readers/raster/companions.hpp"
 #include "readers/raster/drivers.hpp"
@@ -114,7 +114,7 @@ RasterFile::RasterFile(std::string path) : path_(std::move(path)) {
         const std::filesystem::path companion = std::filesystem::path(path_).replace_filename(name);
         // GDAL opens a mask with whatever driver recognises it.
         if (EQUAL(companion.extension().c_str(), ".msk") && !hasTiffSignature(companion))
-            fail("its mask " + printable(companion.string()) + " is not a TIFF file");
+            fail("its mask " + Anchor::printable(companion.string()) + " is not a TIFF file");
         companions.AddString(name.c_str());
     }
     const Messages messages;
@@ -127,7 +127,7 @@ RasterFile::RasterFile(std::string path) : path_(std::move(path)) {
 }
 
 void RasterFile::fail(const std::string& reason) const {
-    throw Anchor::FormatError(fmt::format("{}: {}", printable(path_), reason));
+    throw Anchor::FormatError(fmt::format("{}: {}", Anchor::printable(path_), reason));
 }
 
 std::uint64_t RasterFile::width() const {

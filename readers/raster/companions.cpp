@@ -2,7 +2,7 @@
 #include "readers/raster/companions.hpp"
 
 #include "anchor/Error.hpp"
-#include "readers/printable.hpp"
+#include "anchor/printable.hpp"
 
 #include <algorithm>
 #include <array>
@@ -50,8 +50,8 @@ std::vector<std::string> companionsOf(const std::string& path) {
             list.push_back(name);
     }
     if (error)
-        throw Anchor::FileError(
-            fmt::format("{}: cannot look for the files beside it: {}", printable(path), error.message()));
+        throw Anchor::FileError(fmt::format("{}: cannot look for the files beside it: {}",
+                                            Anchor::printable(path), error.message()));
     return list;
 }
 

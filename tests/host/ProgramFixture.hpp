@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/ProgramRunner.hpp"
-#include "readers/BundleFileWriter.hpp"
+#include "readers/bundle/BundleFileWriter.hpp"
 #include "support/BundleBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/compressLas.hpp"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "readers/BundleFileWriter.hpp"
+#include "readers/bundle/BundleFileWriter.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/BundleBuilder.hpp"
 #include "support/Hdf5Craft.hpp"

@@ -8,7 +8,7 @@
 #include "convlib/Reader.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
-#include "readers/BundleFileWriter.hpp"
+#include "readers/bundle/BundleFileWriter.hpp"
 #include "readers/registerReaders.hpp"
 #include "support/ConsoleCapture.hpp"
 #include "support/compressLas.hpp"

@@ -90,7 +90,7 @@ TEST_F(PlacementTest, AnInputIsNeverReplacedWhateverItsName) {
     const fs::path input = file("input", "data");
     fs::create_symlink(input, place_ / "symbolic");
     fs::create_hard_link(input, place_ / "hard");
-    const Placement placement(true, {FileIdentity::of(input).value()});
+    const Placement placement(true, {Anchor::FileIdentity::of(input).value()});
     for (const std::string name : {"input", "symbolic", "hard", "./input"})
         EXPECT_THAT(messageOf([&] { placement.check(place_ / name); }),
                     ::testing::HasSubstr("one of the inputs"))
@@ -167,7 +167,7 @@ TEST_F(PlacementTest, TwoWaysToOneFileAreAnErrorBeforeAnythingIsAdded) {
 TEST_F(PlacementTest, NothingIsAddedToAnInputOrToALinkThatLeadsNowhere) {
     const fs::path input = file("input", "data");
     fs::create_symlink("nowhere", place_ / "link");
-    const Placement placement(true, {FileIdentity::of(input).value()});
+    const Placement placement(true, {Anchor::FileIdentity::of(input).value()});
     EXPECT_THAT(messageOf([&] { placement.check(input, Placement::Manner::Append); }),
                 ::testing::HasSubstr("one of the inputs"));
     EXPECT_THAT(messageOf([&] { placement.check(place_ / "link", Placement::Manner::Append); }),

@@ -38,7 +38,7 @@ TEST(JoinFiles, OneStandsBehindTheOtherWhateverTheirSizes) {
         const JoinedFile joined = joinFiles(place / "head", place / "tail");
         EXPECT_TRUE(Support::readBytes(joined.path) == head + tail) << size;
         EXPECT_EQ(joined.path.parent_path(), place.path());
-        EXPECT_EQ(joined.head, FileState::of(place / "head"));
+        EXPECT_EQ(joined.head, Anchor::FileState::of(place / "head"));
         EXPECT_TRUE(Support::readBytes(place / "head") == head);
         EXPECT_TRUE(Support::readBytes(place / "tail") == tail);
     }
@@ -47,10 +47,10 @@ TEST(JoinFiles, OneStandsBehindTheOtherWhateverTheirSizes) {
 TEST(JoinFiles, AFileThatWasWrittenToHasAnotherState) {
     const Support::TemporaryFolder place;
     Support::writeBytes(place / "head", "one");
-    const auto before = FileState::of(place / "head");
+    const auto before = Anchor::FileState::of(place / "head");
     Support::writeBytes(place / "head", "more");
-    EXPECT_NE(FileState::of(place / "head"), before);
-    EXPECT_EQ(FileState::of(place / "absent"), std::nullopt);
+    EXPECT_NE(Anchor::FileState::of(place / "head"), before);
+    EXPECT_EQ(Anchor::FileState::of(place / "absent"), std::nullopt);
 }
 
 TEST(JoinFiles, WhatCannotBeReadLeavesNothingBehind) {

@@ -203,7 +203,28 @@ TEST(PointDecoder, FileThatIsGoneOrChangedIsAFileError) {
     }
 }
 
-TEST(PointDecoder, FileThatIsCutWhileItIsOpenIsAFormatError) {
+TEST(PointDecoder, FileThatIsWrittenToWhileItIsOpenIsAFileError) {
+    const LasFileBuilder builder = varied(2, 0, 5000);
+    const Support::TemporaryFolder folder;
+    for (const std::string& bytes : {builder.build(), compressLas(builder, 1000)}) {
+        Support::writeBytes(folder / "a.las", bytes);
+        const auto file = std::make_shared<LasFile>(folder / "a.las");
+        PointDecoder decoder(file);
+        static_cast<void>(decodeRange(decoder, *file, 0, 1));
+        // The same bytes, another time: no byte tells, and the system does.
+        std::filesystem::last_write_time(folder / "a.las", std::filesystem::file_time_type::clock::now() +
+                                                               std::chrono::seconds(2));
+        try {
+            static_cast<void>(decodeRange(decoder, *file, 1, 4999));
+            ADD_FAILURE() << "not noticed";
+        } catch (const Anchor::FileError& error) {
+            EXPECT_STREQ(error.what(),
+                         ((folder / "a.las") + ": has been changed since it was opened").c_str());
+        }
+    }
+}
+
+TEST(PointDecoder, FileThatIsCutWhileItIsOpenIsAFileError) {
     const LasFileBuilder builder = varied(2, 0, 5000);
     const Support::TemporaryFolder folder;
     for (const std::string& bytes : {builder.build(), compressLas(builder, 1000)}) {
@@ -212,7 +233,7 @@ TEST(PointDecoder, FileThatIsCutWhileItIsOpenIsAFormatError) {
         PointDecoder decoder(file);
         static_cast<void>(decodeRange(decoder, *file, 0, 1));
         std::filesystem::resize_file(folder / "a.las", 400);
-        EXPECT_THROW(static_cast<void>(decodeRange(decoder, *file, 1, 4999)), Anchor::FormatError);
+        EXPECT_THROW(static_cast<void>(decodeRange(decoder, *file, 1, 4999)), Anchor::FileError);
     }
 }
 

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Visibility.hpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+
+#include <sys/stat.h>
+
+namespace Anchor {
+
+/// Which file it is, whatever its names: device and inode.
+struct TIDEWATCH_API FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+
+    friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+
+    /// The file at a path, links followed; nullopt where there is none.
+    [[nodiscard]] static std::optional<FileIdentity> of(const std::filesystem::path& path);
+};
+
+/// Which file it is and in which state: a file that has been written to since has another one.
+struct TIDEWATCH_API FileState {
+    FileIdentity identity;
+    /// In bytes.
+    std::uint64_t size = 0;
+    /// The time of the last change, since the epoch.
+    std::int64_t seconds = 0;
+    std::int64_t nanoseconds = 0;
+
+    FileState() = default;
+    explicit FileState(const struct stat& status) noexcept;
+
+    friend bool operator==(const FileState&, const FileState&) = default;
+
+    /// The state of the file at a path, links followed; nullopt where there is none.
+    [[nodiscard]] static std::optional<FileState> of(const std::filesystem::path& path);
+};
+
+} // namespace Anchor

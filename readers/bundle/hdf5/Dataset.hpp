@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "readers/bundle/hdf5/NumberType.hpp"
+#include "readers/bundle/hdf5/Object.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <typeinfo>
+#include <vector>
+
+namespace Tidewatch::Hdf5 {
+
+/// A dataset of numbers that is safe to read: what the file says about it has been checked against the file.
+class Dataset {
+public:
+    /// Told the share (0 to 1) of the numbers that have been read; may throw to stop.
+    using Tick = std::function<void(double share)>;
+
+    /// Checks an object. Throws Anchor::FormatError when it is no dataset of numbers of a known type with one
+    /// to five axes, when its data lies in other files (external storage, virtual datasets), when its size
+    /// exceeds 64 bits, or when data that lies in the file plainly (not in chunks) is not all there.
+    explicit Dataset(Object object);
+
+    [[nodiscard]] const Object& object() const noexcept { return object_; }
+
+    [[nodiscard]] const NumberType& number() const noexcept { return number_; }
+
+    /// The extents, slowest axis first, as HDF5 has them.
+    [[nodiscard]] const std::vector<std::uint64_t>& extents() const noexcept { return extents_; }
+
+    /// Reads all numbers as numbers of a scalar element type, which number() must hold. `target` takes
+    /// exactly all of them. Chunks larger than `most` bytes are refused. Throws Anchor::FormatError when data
+    /// is damaged or a value does not fit the element type, Anchor::LimitError for such a chunk.
+    void read(const std::type_info& elementType, std::span<std::byte> target, std::uint64_t most,
+              const Tick& tick) const;
+
+private:
+    enum class Layout : std::uint8_t { Compact, Contiguous, Chunked };
+
+    [[nodiscard]] static NumberType numberOf(const Object& object);
+    void readShape();
+    void readLayout();
+    void readChunkShape(hid_t properties);
+
+    /// For data without chunks, and for chunks with filters that are not ours to undo.
+    void readByLibrary(const std::type_info& elementType, std::span<std::byte> target,
+                       const Tick& tick) const;
+
+    Object object_;
+    NumberType number_;
+    Layout layout_ = Layout::Compact;
+    std::vector<std::uint64_t> extents_;
+    std::vector<std::uint64_t> chunk_; // extents of a chunk; empty for data without chunks
+};
+
+} // namespace Tidewatch::Hdf5

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/las/LasColumn.hpp"
+
+#include "formats/littleEndian.hpp"
+#include "readers/names.hpp"
+#include "sheaf/MemArray.hpp"
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <type_traits>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+namespace {
+
+using Las::ExtraAttribute;
+using Las::Point;
+
+template <class Get>
+class ColumnOf final : public LasColumn {
+public:
+    using Value = std::invoke_result_t<const Get&, const Point&>;
+
+    ColumnOf(Get get, std::uint64_t points) : get_(std::move(get)) { values_.reserve(points); }
+
+    void take(std::span<const Point> points) override {
+        const std::size_t before = values_.size();
+        values_.resize(before + points.size());
+        std::transform(points.begin(), points.end(), values_.begin() + static_cast<std::ptrdiff_t>(before),
+                       get_);
+    }
+
+    [[nodiscard]] Anchor::StrongPtr<Sheaf::MemBase> finish() override {
+        return Sheaf::makeArray(std::exchange(values_, {}));
+    }
+
+private:
+    Get get_;
+    std::vector<Value> values_;
+};
+
+/// A field whose values are what `get` gives for a point.
+template <class Get>
+LasField field(std::string name, Get get) {
+    using Value = typename ColumnOf<Get>::Value;
+    return {std::move(name), &typeid(Value), sizeof(Value), [get](std::uint64_t points) {
+                return std::unique_ptr<LasColumn>(std::make_unique<ColumnOf<Get>>(get, points));
+            }};
+}
+
+/// A field that a member of Point holds as it is, in the type that stands for it in a bundle.
+template <class Value, class Member>
+LasField memberField(std::string name, Member Point::*member) {
+    return field(std::move(name), [member](const Point& point) { return static_cast<Value>(point.*member); });
+}
+
+/// Calls visitor(T()) with the number type of a scalar attribute, in the types that bundles know.
+template <class Visitor>
+LasField visitType(ExtraAttribute::Type type, Visitor&& visitor) {
+    switch (type) {
+    case ExtraAttribute::Type::UInt8:
+        return visitor(static_cast<unsigned char>(0));
+    case ExtraAttribute::Type::Int8:
+        return visitor(static_cast<signed char>(0));
+    case ExtraAttribute::Type::UInt16:
+        return visitor(static_cast<unsigned short>(0));
+    case ExtraAttribute::Type::Int16:
+        return visitor(static_cast<short>(0));
+    case ExtraAttribute::Type::UInt32:
+        return visitor(0U);
+    case ExtraAttribute::Type::Int32:
+        return visitor(0);
+    case ExtraAttribute::Type::UInt64:
+        return visitor(0ULL);
+    case ExtraAttribute::Type::Int64:
+        return visitor(0LL);
+    case ExtraAttribute::Type::Float:
+        return visitor(0.0F);
+    case ExtraAttribute::Type::Double:
+    case ExtraAttribute::Type::Undescribed: // not asked for
+        break;
+    }
+    return visitor(0.0);
+}
+
+/// A number too large for a float becomes infinite; C++ leaves the plain conversion undefined.
+float toFloat(double value) noexcept {
+    constexpr auto largest = static_cast<double>(std::numeric_limits<float>::max());
+    if (value > largest)
+        return std::numeric_limits<float>::infinity();
+    if (value < -largest)
+        return -std::numeric_limits<float>::infinity();
+    return static_cast<float>(value);
+}
+
+LasField attributeField(std::string name, const ExtraAttribute& attribute) {
+    const bool isReflectance = attribute.name == "Reflectance" || attribute.name == "BSG_Reflectance";
+    const bool isScaled = attribute.scale || attribute.shift;
+    const bool isAmplitude = attribute.name == "Amplitude";
+    const bool isPlainAmplitude = isAmplitude && !isScaled && attribute.type == ExtraAttribute::Type::UInt16;
+    const double scale = attribute.scale.value_or(1.0);
+    const double shift = attribute.shift.value_or(0.0);
+    const std::size_t offset = attribute.offset;
+    return visitType(attribute.type, [&](auto zero) {
+        using Raw = decltype(zero);
+        const auto raw = [offset](const Point& point) {
+            return Formats::loadLittleEndian<Raw>(point.extraBytes + offset);
+        };
+        const auto scaled = [raw, scale, shift](const Point& point) {
+            return static_cast<double>(raw(point)) * scale + shift;
+        };
+        if (isReflectance || (isAmplitude && !isPlainAmplitude))
+            return field(name, [scaled](const Point& point) { return toFloat(scaled(point)); });
+        if (isScaled)
+            return field(name, scaled);
+        return field(name, raw);
+    });
+}
+
+/// The name of an attribute as a field may have it.
+std::string attributeName(const ExtraAttribute& attribute, std::size_t index) {
+    if (attribute.name.empty())
+        return fmt::format("ExtraBytes{}", index + 1);
+    if (attribute.name == "BSG_Reflectance")
+        return "Reflectance";
+    std::string name = attribute.name;
+    std::replace_if(name.begin(), name.end(), std::not_fn(isFitForName), '_');
+    if (name == "." || name == "..")
+        std::fill(name.begin(), name.end(), '_');
+    return name;
+}
+
+/// Gives names of which none comes twice. (Looking through the fields instead would take the square of their
+/// number, which a hostile file sets.)
+class UniqueNames {
+public:
+    [[nodiscard]] std::string operator()(const std::string& wanted) {
+        std::string name = wanted;
+        while (!taken_.insert(name).second)
+            name = fmt::format("{}_{}", wanted, ++lastNumber_.try_emplace(wanted, 1).first->second);
+        return name;
+    }
+
+private:
+    std::unordered_set<std::string> taken_;
+    std::unordered_map<std::string, std::size_t> lastNumber_;
+};
+
+} // namespace
+
+std::vector<LasField> lasFields(const Las::LasFile& file) {
+    const Las::LasHeader& header = file.header();
+    std::vector<LasField> fields;
+    fields.push_back(field("Positions", [header](const Point& point) {
+        return Geom::PhysicalSpace::point{header.coordinate(0, point.x), header.coordinate(1, point.y),
+                                          header.coordinate(2, point.z)};
+    }));
+    fields.push_back(memberField<unsigned short>("Intensity", &Point::intensity));
+    fields.push_back(memberField<unsigned char>("ReturnNumber", &Point::returnNumber));
+    fields.push_back(memberField<unsigned char>("NumberOfReturns", &Point::numberOfReturns));
+    fields.push_back(memberField<unsigned char>("Classification", &Point::classification));
+    fields.push_back(memberField<unsigned char>("ScanDirectionFlag", &Point::scanDirection));
+    fields.push_back(memberField<unsigned char>("EdgeOfFlightLine", &Point::edgeOfFlightLine));
+    fields.push_back(memberField<unsigned char>("UserData", &Point::userData));
+    if (Formats::Las::isExtendedFormat(header.pointFormat))
+        fields.push_back(memberField<short>("ScanAngleRank", &Point::scanAngle));
+    else
+        fields.push_back(memberField<signed char>("ScanAngleRank", &Point::scanAngle));
+    fields.push_back(memberField<unsigned short>("PointSourceID", &Point::pointSourceId));
+    if (header.layout().gpsTime != 0)
+        fields.push_back(memberField<double>("GPSTime", &Point::gpsTime));
+    if (header.layout().rgb != 0)
+        fields.push_back({"RGB", &typeid(Sheaf::Element::Color), sizeof(Sheaf::Element::Color), {}});
+    const std::vector<ExtraAttribute>& attributes = file.extraAttributes();
+    UniqueNames unique;
+    for (const LasField& standard : fields)
+        static_cast<void>(unique(standard.name));
+    for (std::size_t index = 0; index < attributes.size(); ++index) {
+        const ExtraAttribute& attribute = attributes[index];
+        if (!attribute.isScalar())
+            continue;
+        fields.push_back(attributeField(unique(attributeName(attribute, index)), attribute));
+        fields.back().isAttribute = true;
+    }
+    return fields;
+}
+
+} // namespace Tidewatch
