@@ -157,6 +157,19 @@ bool AsciiPlan::hasWriter(const std::type_info& elementType) noexcept {
     return false;
 }
 
+std::set<std::string> AsciiPlan::fieldsRead() const {
+    // Positions tell which fragments are lattices, whatever goes into files; the cell types which cells are written.
+    std::set<std::string> fields{"Positions"};
+    for (const Fragment& fragment : fragments) {
+        if (fragment.form == Form::None && fragment.isCertain)
+            continue;
+        fields.insert(fragment.field);
+        if (fragment.form == Form::Grid || !fragment.isCertain)
+            fields.insert(cellTypeField);
+    }
+    return fields;
+}
+
 std::uint64_t AsciiPlan::elements() const noexcept {
     std::uint64_t sum = 0;
     for (const Fragment& fragment : fragments)
@@ -167,6 +180,7 @@ std::uint64_t AsciiPlan::elements() const noexcept {
 AsciiPlan AsciiPlan::of(const Sheaf::Grid& grid, const AsciiSettings& settings,
                         const std::function<bool(const std::string&)>& useField) {
     AsciiPlan plan;
+    plan.cellTypeField = settings.filterField;
     const ConvLib::ReferenceVertices reference = ConvLib::findReferenceVertices(grid);
     if (!reference.representation) {
         plan.obstacle = ConvLib::whyNoReference(reference);

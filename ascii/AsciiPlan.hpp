@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -87,6 +88,8 @@ struct TIDEWATCH_API AsciiPlan {
         bool isCertain = true;
     };
 
+    /// The field of the cell types.
+    std::string cellTypeField;
     /// Why the grid becomes no file, for people; empty where it becomes one.
     std::string obstacle;
     /// Every stop that the field filter lets pass, in the exporter's order.
@@ -94,6 +97,9 @@ struct TIDEWATCH_API AsciiPlan {
 
     /// Everything that is to be written.
     [[nodiscard]] std::uint64_t elements() const noexcept;
+
+    /// The fields whose arrays the exporter may ask for.
+    [[nodiscard]] std::set<std::string> fieldsRead() const;
 
     /// Whether fields of an element type have a writer; others are passed over.
     [[nodiscard]] static bool hasWriter(const std::type_info& elementType) noexcept;

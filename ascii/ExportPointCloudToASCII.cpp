@@ -30,10 +30,10 @@ bool isDirectory(const fs::path& path) {
 }
 
 /// One run over the bundle.
-class Walk {
+class GridWriter {
 public:
     /// `recordFile` is called each time that a file has been written.
-    Walk(ExportPointCloudToASCII& exporter, std::function<void(ConvLib::WrittenFile)> recordFile)
+    GridWriter(ExportPointCloudToASCII& exporter, std::function<void(ConvLib::WrittenFile)> recordFile)
         : exporter_(exporter),
           recordFile_(std::move(recordFile)) {}
 
@@ -175,8 +175,8 @@ bool ExportPointCloudToASCII::Run() {
     // for hosts to show, so there is nothing left to do with it here.
     static_cast<void>(printParameters());
 
-    Walk walk(*this, [this](ConvLib::WrittenFile file) { recordWrittenFile(std::move(file)); });
-    if (!walk.findRoot())
+    GridWriter writer(*this, [this](ConvLib::WrittenFile file) { recordWrittenFile(std::move(file)); });
+    if (!writer.findRoot())
         return false;
     for (const auto& [time, weakSlice] : bundle->slices()) {
         const auto slice = weakSlice.lock();
@@ -186,7 +186,7 @@ bool ExportPointCloudToASCII::Run() {
         slice->accessSlice();
         for (const auto& [name, weakGrid] : slice->grids()) {
             if (const auto grid = weakGrid.lock())
-                walk.exportGrid(time, name, *grid);
+                writer.exportGrid(time, name, *grid);
         }
     }
     return true;

@@ -28,7 +28,7 @@ class GridFragment {
 public:
     using CellTypes = Sheaf::MemArray<3, unsigned char>;
 
-    /// A fragment (which may be null) of a lattice with its bounding box; nothing where the lattice has not exactly one
+    /// A fragment (which may be null) of a lattice with its bounding box; nullopt unless the lattice has exactly one
     /// layer. Overlaps that the fragment does not state are none.
     [[nodiscard]] static std::optional<GridFragment> of(const Sheaf::UniformCartesianArray& lattice,
                                                         const Geom::BoundingBox& box,

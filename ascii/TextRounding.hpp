@@ -16,7 +16,7 @@ template <std::floating_point T>
 class NumberRounding {
 public:
     explicit NumberRounding(unsigned int decimals)
-        : scale_(std::pow(Wide(10), static_cast<Wide>(std::min(decimals, mostDecimals)))) {}
+        : scale_(std::pow(Wide(10), static_cast<Wide>(std::min(decimals, maxDecimals)))) {}
 
     void look(T value) {
         const Wide scaled = static_cast<Wide>(value) * scale_;
@@ -37,7 +37,7 @@ public:
 private:
     // Floats are computed in double: float arithmetic would add rounding errors of its own.
     using Wide = std::conditional_t<std::same_as<T, float>, double, T>;
-    static constexpr unsigned int mostDecimals = 300;
+    static constexpr unsigned int maxDecimals = 300;
 
     [[nodiscard]] static Wide nearest(Wide value) {
         if constexpr (std::same_as<Wide, double>) {

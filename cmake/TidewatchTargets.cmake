@@ -38,7 +38,7 @@ function(tidewatch_shared_library name)
     set_target_properties(${name} PROPERTIES VERSION "${PROJECT_VERSION}" SOVERSION "${PROJECT_VERSION_MAJOR}")
 endfunction()
 
-# The sharp warnings are for developers of this project, never for those who embed it: hence a target of their own.
+# The sharp warnings are for developers of this project, never for those who embed it: hence a separate target.
 add_library(tidewatch-warnings INTERFACE)
 if(PROJECT_IS_TOP_LEVEL)
     target_compile_options(

@@ -38,7 +38,7 @@ void Interruption::install() {
     for (const int signal : signals) {
         struct sigaction current {};
         sigaction(signal, nullptr, &current);
-        // SIGINT is ignored in the background of a script; who sends it there all the same means it.
+        // SIGINT is ignored in the background of a script; sending it there anyway is meant.
         if (signal != SIGHUP || current.sa_handler != SIG_IGN)
             setAction(signal, noteWish);
     }

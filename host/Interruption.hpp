@@ -5,7 +5,7 @@ namespace Tidewatch {
 
 /// Thrown through an exporter or a reader when the user has asked the program to stop.
 ///
-/// It is no std::exception on purpose: code on the way that turns exceptions into messages of its own must
+/// It is not a std::exception on purpose: code on the way that turns exceptions into messages of its own must
 /// not take it for an error.
 struct Interrupted {};
 

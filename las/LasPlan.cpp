@@ -233,6 +233,16 @@ std::uint64_t LasPlan::points() const noexcept {
     return all;
 }
 
+std::set<std::string> LasPlan::fieldsRead() const {
+    // The box of the grid is that of its positions, whatever attribute they become.
+    std::set<std::string> fields{"Positions"};
+    for (const Fragment& fragment : fragments) {
+        for (const Capture& capture : fragment.captures)
+            fields.insert(capture.field);
+    }
+    return fields;
+}
+
 LasPlan LasPlan::of(const Sheaf::Grid& grid, const LasSettings& settings,
                     const std::function<bool(const std::string&)>& useField) {
     LasPlan plan;

@@ -104,6 +104,9 @@ struct TIDEWATCH_API LasPlan {
     /// Points of all fragments.
     [[nodiscard]] std::uint64_t points() const noexcept;
 
+    /// The fields whose arrays the exporter may ask for.
+    [[nodiscard]] std::set<std::string> fieldsRead() const;
+
     /// `useField` is the exporter's question whether a field may be used.
     [[nodiscard]] static LasPlan of(const Sheaf::Grid& grid, const LasSettings& settings,
                                     const std::function<bool(const std::string&)>& useField);

@@ -7,7 +7,7 @@
 #include <memory>
 #include <streambuf>
 
-/// A file being written through one block of memory. Whoever writes records packs them straight into the
+/// A file being written through one block of memory. Code that writes records packs them straight into the
 /// block; the compressor uses the same block as a stream buffer.
 ///
 /// Errors are kept, not told: after one nothing more is written, but positions go on as though it were. The

@@ -24,7 +24,7 @@ public:
     /// Bytes of the attribute in a record; 0 for a type that is none of the list.
     [[nodiscard]] U32 get_size() const;
 
-    /// The entry as it stands in a file.
+    /// The entry as it is in a file.
     [[nodiscard]] std::array<char, fileSize> toBytes() const;
 
     U8 data_type;

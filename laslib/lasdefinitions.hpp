@@ -21,7 +21,7 @@ struct LASvlr {
 
 /// The public header block of a file with its variable length records (LAS 1.4 R15, table 3).
 ///
-/// A new header is one of LAS 1.2, point format 0, without points, and so are its sizes; whoever changes the
+/// A new header is one of LAS 1.2, point format 0, without points, and so are its sizes; code that changes the
 /// version or the format sets the sizes too.
 class LASheader : public LASquantizer, public LASattributer {
 public:

@@ -17,7 +17,7 @@ namespace {
 namespace Place = Formats::Las::Header;
 using Formats::Las::compressedFlag;
 
-/// A run of header fields as they stand in a file.
+/// A run of header fields as they are in a file.
 template <std::size_t size>
 using Fields = std::array<char, size>;
 

@@ -12,7 +12,7 @@ namespace ExportLib {
 
 /// The inside of reduceData: several ways to the same result, of which one suits a given cloud best.
 ///
-/// All of them bring the points into the order of their cells, after neighbours in the same cell have become
+/// All of them sort the points into the order of their cells, after neighbours in the same cell have become
 /// one. A table with an entry for each cell of the box has been tried and is not faster than the narrow sort,
 /// however few the cells.
 ///

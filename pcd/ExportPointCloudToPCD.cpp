@@ -181,7 +181,7 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
     forEachCloudFragment(
         grid, *reference.skeleton, RefLevel, [this](const std::string& field) { return UseThisField(field); },
         collect);
-    // Without a position there is neither a box nor a height to speak of, and what stands at the path stays.
+    // Without a position there is neither a box nor a height to speak of, and an existing file stays.
     if (cloud.positions.empty())
         return;
 

@@ -44,6 +44,15 @@ std::uint64_t PcdPlan::elements() const noexcept {
     return elements(Role::Positions) + elements(Role::Intensity);
 }
 
+std::set<std::string> PcdPlan::fieldsRead() const {
+    std::set<std::string> fields;
+    for (const Fragment& fragment : fragments) {
+        if (fragment.role != Role::None)
+            fields.insert(fragment.field);
+    }
+    return fields;
+}
+
 bool PcdPlan::isShaded() const noexcept {
     return elements(Role::Positions) == elements(Role::Intensity);
 }

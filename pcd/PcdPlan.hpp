@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,9 @@ struct TIDEWATCH_API PcdPlan {
     [[nodiscard]] std::uint64_t elements() const noexcept;
     /// Whether the file has an intensity and a colour for each point.
     [[nodiscard]] bool isShaded() const noexcept;
+
+    /// The fields whose arrays the exporter may ask for.
+    [[nodiscard]] std::set<std::string> fieldsRead() const;
 
     /// The plan for a grid. `refinementLevel` is the exporter's RefLevel, `useField` answers as its UseThisField() does.
     /// Throws what that does.

@@ -37,7 +37,7 @@ double PcdAxis::rounding(int precision) const noexcept {
 }
 
 bool PcdAxis::keeps(double step, int precision) const noexcept {
-    // Steps such as 0.01 are no exact doubles.
+    // Steps such as 0.01 are not exact in binary.
     constexpr double sameEnough = 1 + 1e-9;
     return rounding(precision) * 2 <= step * sameEnough;
 }

@@ -8,7 +8,7 @@ namespace ExportLib {
 /// Significant digits of the shift in the header.
 inline constexpr int pcdShiftDigits = 8;
 
-/// Significant digits that bring back every packed colour: a number of 24 bits that stands in the file as the float of
+/// Significant digits that keep every packed colour: a number of 24 bits that is in the file as the float of
 /// the same bits.
 inline constexpr int pcdColorDigits = 8;
 

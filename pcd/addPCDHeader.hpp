@@ -10,7 +10,7 @@
 namespace ExportLib {
 
 /// The header of a PCD file, version .7, data in text ("The PCD (Point Cloud Data) file format" of the Point
-/// Cloud Library), with the shift that was subtracted from all coordinates: it stands in a comment for
+/// Cloud Library), with the shift that was subtracted from all coordinates: it is in a comment for
 /// people, and as the translation of VIEWPOINT for programs. The shift has eight significant digits there, so
 /// one of more digits is rounded.
 enum class PCDLayout {

@@ -40,7 +40,7 @@ HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& p
     const auto high = heights.begin() + 19 * k;
     if (low < numbersEnd)
         select(heights.begin(), low, numbersEnd, mayGoOn);
-    // What stands behind the low entry is not below it, so the search for the high one can begin there.
+    // What follows the low entry is not below it, so the search for the high one can begin there.
     if (low < high && high < numbersEnd)
         select(low + 1, high, numbersEnd, mayGoOn);
     return {*low, *high};

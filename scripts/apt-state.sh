@@ -1,11 +1,11 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# For other scripts to source: apt with sources and a state of its own, so that the machine's sources, preferences and
+# For other scripts to source: apt with its own sources and state, so that the machine's sources, preferences and
 # lists stay as they are. A source of another release among them would offer upgrades of everything else.
 
 # Prints the address of the Debian archive that the machine uses, whatever address it has and whichever way its sources
-# are written; nothing where there is none. Only sources whose lists have been fetched are told.
+# are written, and nothing where there is none. Only sources whose lists have been fetched are told.
 # Usage: debian_archive CODENAME
 debian_archive() {
     # shellcheck disable=SC2016 # the placeholders are for apt

@@ -122,7 +122,7 @@ install_packages() {
 }
 
 # LASzip is packaged from Debian 13 on. Debian 12 takes Debian 13's package, which asks for no newer libc or libstdc++
-# than Debian 12 has. apt fetches and checks it in a state of its own.
+# than Debian 12 has. apt fetches and checks it in its own state.
 install_laszip_of_next_release() {
     local codename=$1 next=$2 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
     local architecture archive work="$scratch/apt" packages=(liblaszip8 liblaszip-api8 liblaszip-dev)
@@ -135,7 +135,7 @@ install_laszip_of_next_release() {
     make_apt_state "$work" "$archive" deb "$next"
     mkdir "$work/packages"
     if ((EUID == 0)); then
-        # apt downloads as a user of its own, who has to get in.
+        # apt downloads as another user, who has to get in.
         chmod 755 "$scratch"
         chown _apt "$work/packages" 2>/dev/null || true
     fi
@@ -150,7 +150,7 @@ install_on_debian() {
     local codename=$1 package wanted=("${build_packages[@]}") missing=()
     if ((with_tests)); then
         wanted+=("${test_packages[@]}")
-        # Node.js may well be there from elsewhere; Debian's own would then stand in its way.
+        # Node.js may well be there from elsewhere; Debian's own would then conflict with it.
         have node || wanted+=(nodejs)
         have npm || wanted+=(npm)
     fi

@@ -44,13 +44,13 @@ public:
 
     /// Puts data that was made together into the cache, then drops other data while over the limit.
     ///
-    /// What has just been published stays even where it exceeds the limit alone: whoever decoded several
+    /// What has just been published stays even where it exceeds the limit alone: a reader that decoded several
     /// arrays in one pass would otherwise have to decode again for each of them. The first entry replaces
     /// older data of its owner; for the others, data that is there already is kept. Null data is passed over.
     void publish(std::span<const Entry> entries);
 
     /// Drops data until `bytes` more fit below the limit, or nothing more can be dropped. Called before data
-    /// is made, so that old and new do not stand in memory together.
+    /// is made, so that old and new are never in memory together.
     void makeRoom(std::uint64_t bytes);
 
     /// Forgets the data of an owner; owners call it when they die.

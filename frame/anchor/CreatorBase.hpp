@@ -14,7 +14,7 @@ public:
     /// The data as a Cacheable; take a strong reference for as long as it is read.
     ///
     /// `create(false)` gives the data that is there already, and makes and keeps it where there is none;
-    /// `create(true)` makes it anew. Null where there is no data to be had. Throws Anchor::Error when the
+    /// `create(true)` makes it anew. Null where there is no data. Throws Anchor::Error when the
     /// data exists but cannot be made (a file that is damaged or gone).
     [[nodiscard]] virtual StrongPtr<Cacheable> create(bool anew) const = 0;
 

@@ -30,7 +30,7 @@ public:
     /// "coordinate reference system".
     [[nodiscard]] virtual std::vector<std::string> notCarried() const = 0;
 
-    /// The step in which the file itself stores coordinates, per axis in coordinate units; nothing where it
+    /// The step in which the file itself stores coordinates, per axis in coordinate units; nullopt where it
     /// stores them as floating-point numbers.
     [[nodiscard]] virtual std::optional<Geom::PhysicalSpace::vector> coordinateStep() const = 0;
 };

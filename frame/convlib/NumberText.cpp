@@ -282,7 +282,7 @@ inline bool roundByDouble(std::uint64_t magnitude, const Precision& precision, D
     // Where the power is cut off, a double just below it passes for as large; rounded, it is.
     exponent += value >= doublePowers[exponent + 1] ? 1 : 0;
     const double scaled = value * doublePowers[precision.digits - 1 - exponent];
-    // Added to 2^52, a smaller number is rounded to an integer, which then stands in the low bits.
+    // Added to 2^52, a smaller number is rounded to an integer, which is then in the low bits.
     constexpr double shifter = 0x1p52;
     const double shifted = scaled + shifter;
     decimal = {std::bit_cast<std::uint64_t>(shifted) - std::bit_cast<std::uint64_t>(shifter), exponent};
@@ -386,7 +386,7 @@ char* generalByToChars(char* out, double value, int digits) {
     return std::to_chars(out, out + generalTextSize(digits), value, std::chars_format::general, digits).ptr;
 }
 
-/// The second and the third way, and all that is no matter of rounding.
+/// The second and the third way, and everything that does not need rounding.
 char* appendCarefully(char* out, double value, int digits) {
     if (digits > maxIntegerDigits || !std::isfinite(value))
         return generalByToChars(out, value, digits);

@@ -23,9 +23,14 @@ struct ReadOptions {
     std::uint64_t MaximumArrayBytes = machineMemory();
 
     /// Called while arrays are read, at least some times a second, with the file and the share that is done
-    /// of the array in hand (0 to 1). May throw to stop: the exception passes through whoever asked for the
+    /// of the array in hand (0 to 1). May throw to stop: the exception passes through the code that asked for the
     /// array. May be empty. It is kept for as long as arrays can be asked for.
     std::function<void(const std::string& file, double share)> Tick;
+
+    /// Whether the host is going to ask for a field by this name. A reader that gets several fields by the same
+    /// effort keeps the others it is asked about; whatever the answer, a field that is asked for is made. Called
+    /// by the thread that makes an array, so from any. Empty for a host that may ask for all of them.
+    std::function<bool(const std::string& field)> IsWanted;
 
     /// Bytes of physical memory of this machine; the largest number where the system does not tell.
     [[nodiscard]] TIDEWATCH_API static std::uint64_t machineMemory() noexcept;

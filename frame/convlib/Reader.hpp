@@ -41,7 +41,7 @@ public:
 /// Adds a reader behind those that are registered; a reader of the same name takes the other's place.
 TIDEWATCH_API void registerReader(Anchor::StrongPtr<Reader> reader);
 
-/// Takes a reader out again; an unknown name is no error.
+/// Takes a reader out again; an unknown name is not an error.
 TIDEWATCH_API void unregisterReader(const std::string& name);
 
 /// The registered readers in the order in which they are asked.

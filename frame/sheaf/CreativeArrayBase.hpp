@@ -21,7 +21,7 @@ public:
     /// The element type of the array that create() gives.
     [[nodiscard]] virtual const std::type_info& elementType() const noexcept = 0;
 
-    /// The extents of that array, known without making it; nothing where there is no array to be had.
+    /// The extents of that array, known without making it; nullopt where there is no array.
     [[nodiscard]] virtual std::optional<Extents> extents() const = 0;
 
     /// The array where it is in memory already, else null; never makes it.
@@ -35,7 +35,7 @@ public:
     /// array was looked through. Null where it is not known.
     [[nodiscard]] Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> knownBounds() const;
 
-    /// Remembers the bounding box of an array that nobody edits; null forgets it. Whoever makes the array anew forgets
+    /// Remembers the bounding box of an array that nobody edits; null forgets it. Code that makes the array anew forgets
     /// it.
     void rememberBounds(Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds) const;
 
@@ -47,7 +47,7 @@ private:
     mutable Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase> bounds_;
 };
 
-/// The size (extents) of the array that a creator makes; nothing where there is no array to be had.
+/// The size (extents) of the array that a creator makes; nullopt where there is no array.
 [[nodiscard]] TIDEWATCH_API std::optional<Extents> getSize(const CreativeArrayBase& creator);
 
 /// The bounding box of a creator's array; null for an array without coordinates. Memory arrays of points and uniform
@@ -60,7 +60,7 @@ private:
 [[nodiscard]] TIDEWATCH_API Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>
 boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn = {});
 
-/// Widens a box by that of a creator's array, where it has one. False where there was no array to look at.
+/// Widens a box by that of a creator's array, where it has one. False where there was no array.
 TIDEWATCH_API bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate);
 
 } // namespace Sheaf

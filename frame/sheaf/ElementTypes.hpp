@@ -93,7 +93,7 @@ using ElementTypes = TypeListAfterFirst<void TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_N
 #undef TIDEWATCH_NEXT_TYPE
 
 /// Calls visitor(TypeTag<T>()) once with the element type that `type` describes; false (and no call) for a
-/// type that is no element type. This is the one place where a type known at run time becomes one known at
+/// type that is not an element type. This is the one place where a type known at run time becomes one known at
 /// compile time.
 template <class Visitor>
 bool visitElementType(const std::type_info& type, Visitor&& visitor) {

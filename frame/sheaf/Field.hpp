@@ -27,7 +27,7 @@ public:
 };
 
 /// A quantity on the points of a skeleton, such as "Positions" or "Intensity": the data of its fragments,
-/// each made on demand by a creator. Fragments stand in the order of their names, bytes ascending; data
+/// each made on demand by a creator. Fragments are in the order of their names, bytes ascending; data
 /// without a fragment first.
 class TIDEWATCH_API Field : public Anchor::ReferenceBase<Field> {
 public:
@@ -42,7 +42,7 @@ public:
     [[nodiscard]] static const Anchor::StrongPtr<Field>& NullPtrField();
 
     /// The element type that the field's arrays are meant to have; exporters choose by it. An array of
-    /// another type is possible and is passed over by whoever cannot use it.
+    /// another type is possible and is passed over by code that cannot use it.
     [[nodiscard]] const std::type_info& getElementType() const noexcept { return *elementType_; }
 
     /// Adds the data of a fragment. A null fragment stands for the data of a field without fragments.

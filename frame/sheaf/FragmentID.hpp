@@ -21,7 +21,7 @@ public:
 
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
 
-    /// Overlap counts along x, y, z; nothing where none are stated.
+    /// Overlap counts along x, y, z; nullopt where none are stated.
     std::optional<MultiIndex<3>> overlapLow;
     std::optional<MultiIndex<3>> overlapHigh;
 

@@ -29,7 +29,7 @@ public:
         return this->base_vector()[offset(place)];
     }
 
-    /// Whether the type stands in the TypeRegistry, which sets and clears this flag.
+    /// Whether the type is in the TypeRegistry, which sets and clears this flag.
     static bool TypeIsRegistered;
 
 private:

@@ -10,7 +10,7 @@ namespace Sheaf {
 /// Positions on a regular lattice, given by a rule instead of by memory: place (i, j, k) lies at
 /// origin + (i * spacing.x, j * spacing.y, k * spacing.z).
 ///
-/// It is no TypedArray, so whoever wants points from memory passes it by.
+/// It is not a TypedArray, so code that wants points in memory passes it by.
 class TIDEWATCH_API UniformCartesianArray final : public MemBase {
 public:
     UniformCartesianArray(const Geom::PhysicalSpace::point& origin,

@@ -29,7 +29,7 @@ public:
         return line + "\n";
     }
 
-    // Types and defaults stand in the texts.
+    // Types and defaults are in the texts.
     std::string make_option_opts(const CLI::Option* option) const override {
         return option->get_positional() || option->get_type_size() == 0 ? std::string()
                                                                         : " " + option->get_type_name();

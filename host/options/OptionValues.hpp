@@ -17,7 +17,7 @@
 /// The texts that options take, read as values. Nothing here depends on the locale.
 namespace Tidewatch {
 
-/// A whole text as a decimal number; nothing where it is anything else, does not fit T, or is not a number.
+/// A whole text as a decimal number; nullopt where it is anything else, does not fit T, or is not a number.
 template <class T>
 requires std::integral<T> || std::floating_point<T>
 [[nodiscard]] std::optional<T> parseNumber(std::string_view text) {

@@ -126,13 +126,13 @@ void addStrict(CLI::App& app, bool& strict) {
 
 void addFileExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addOutput(app, "OUTPUT", filePattern, options.output, options.overwrite,
-              "the file to write; {grid} and {time} in it\ngive each grid or time a file of its own");
+              "the file to write; {grid} and {time} in it\ngive each grid or time its own file");
     addExport(app, request, options);
 }
 
 void addFolderExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addOutput(app, "DIRECTORY", folderPattern, options.output, options.overwrite,
-              "the folder to fill; {grid} and {time} in it\ngive each grid or time a folder of its own");
+              "the folder to fill; {grid} and {time} in it\ngive each grid or time its own folder");
     addExport(app, request, options);
 }
 

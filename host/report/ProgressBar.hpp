@@ -27,7 +27,7 @@ enum class ProgressWish {
 /// What a line of progress says.
 struct ProgressState {
     std::string text;
-    /// 0 to 1; nothing where the end is not known.
+    /// 0 to 1; nullopt where the end is not known.
     std::optional<double> share;
     /// Units per second; nothing while too little is known.
     std::optional<double> rate;

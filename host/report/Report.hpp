@@ -14,7 +14,7 @@ namespace Tidewatch {
 /// What a command says while it works and at the end.
 struct ReportOptions {
     ProgressWish progress = ProgressWish::Automatic;
-    /// Errors, and what was asked for by an option of its own; nothing else.
+    /// Errors, and what was asked for by an option; nothing else.
     bool quiet = false;
     bool json = false;
 };

@@ -47,6 +47,7 @@ public:
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
     RunRecorder& recorder() override { return *recorder_; }
+    std::set<std::string> fieldsRead() const override { return planned_.fieldsRead(); }
 
     std::string moreSettings() const override {
         std::string text = exporter_.TileSuffix ? "\nTileSuffix " : "";

@@ -24,7 +24,7 @@ public:
         double lower;
         double upper;
         /// The coarsest of 1, 0.1, ... 1e-9 of which every coordinate is a multiple within the rounding of
-        /// doubles of this range; nothing where there is none.
+        /// doubles of this range; nullopt where there is none.
         std::optional<double> decimalStep;
 
         /// The step to which coordinates are to be kept: the one that the input states (0: it states none),

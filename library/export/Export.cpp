@@ -40,13 +40,13 @@ fs::path relativeTo(const StagingFolder& folder, const ConvLib::WrittenFile& fil
 
 } // namespace
 
-class Export::Course {
+class Export::Impl {
 public:
-    Course(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
-           Anchor::StrongPtr<Progress> progress);
-    ~Course();
-    Course(const Course&) = delete;
-    Course& operator=(const Course&) = delete;
+    Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
+         Anchor::StrongPtr<Progress> progress);
+    ~Impl();
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
 
     const ExportReport& write();
     const ExportReport& place();
@@ -62,7 +62,7 @@ private:
     void noteSharedFiles(const std::vector<std::string>& files, const Grids& grids);
     void noteProperties();
     [[nodiscard]] std::string whyNothing() const;
-    [[nodiscard]] Placement::Manner manner() const;
+    [[nodiscard]] Placement::Mode mode() const;
 
     const Inputs& inputs_;
     ExportOptions options_;
@@ -77,8 +77,8 @@ private:
     ExportReport report_;
 };
 
-Export::Course::Course(const Inputs& inputs, ExportOptions options,
-                       std::unique_ptr<const ExportFormat> format, Anchor::StrongPtr<Progress> progress)
+Export::Impl::Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
+                   Anchor::StrongPtr<Progress> progress)
     : inputs_(inputs),
       options_(std::move(options)),
       format_(std::move(format)),
@@ -86,17 +86,17 @@ Export::Course::Course(const Inputs& inputs, ExportOptions options,
       selection_(options_.filters),
       placement_(options_.overwrite, inputs_.identities()) {}
 
-Export::Course::~Course() {
+Export::Impl::~Impl() {
     // A folder may lie in one that an earlier one made.
     while (!folders_.empty())
         folders_.pop_back();
 }
 
-Placement::Manner Export::Course::manner() const {
-    return format_->addsToFiles() ? Placement::Manner::Append : Placement::Manner::Replace;
+Placement::Mode Export::Impl::mode() const {
+    return format_->addsToFiles() ? Placement::Mode::Append : Placement::Mode::Replace;
 }
 
-const ExportReport& Export::Course::write() {
+const ExportReport& Export::Impl::write() {
     const std::vector<RunScope> scopes = planRuns(options_.output, selection_, *inputs_.bundle());
     checkPlaces(scopes);
     for (const RunScope& scope : scopes)
@@ -109,7 +109,7 @@ const ExportReport& Export::Course::write() {
     return report_;
 }
 
-const ExportReport& Export::Course::place() {
+const ExportReport& Export::Impl::place() {
     if (!report_.completed)
         return report_;
     progress_->check();
@@ -118,21 +118,21 @@ const ExportReport& Export::Course::place() {
     return report_;
 }
 
-const ExportReport& Export::Course::placeUnlessRefused() {
+const ExportReport& Export::Impl::placeUnlessRefused() {
     const bool isRefused = report_.files.empty() || (options_.strict && !report_.losses.empty());
     return isRefused ? report_ : place();
 }
 
-void Export::Course::checkPlaces(const std::vector<RunScope>& scopes) {
+void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
     for (const RunScope& scope : scopes) {
         if (format_->fillsFolder())
             Placement::checkFolder(scope.output);
         for (const fs::path& file : format_->expectedFiles({inputs_, selection_, progress_}, scope))
-            placement_.check(file, manner());
+            placement_.check(file, mode());
     }
 }
 
-bool Export::Course::runOnce(const RunScope& scope) {
+bool Export::Impl::runOnce(const RunScope& scope) {
     const fs::path output = scope.output;
     // A folder may lie on another file system than the one around it.
     const fs::path place = format_->fillsFolder() ? output : output.parent_path();
@@ -140,6 +140,7 @@ bool Export::Course::runOnce(const RunScope& scope) {
     const StagingFolder& folder = *folders_.back();
 
     const auto run = format_->makeRun({inputs_, selection_, progress_}, scope);
+    inputs_.expectFields(run->fieldsRead());
     ConvLib::BasicConverterDefs& exporter = run->exporter();
     exporter.bundleptr = inputs_.bundle();
     // Only finished files are shown, so nobody waits for single lines.
@@ -163,7 +164,7 @@ bool Export::Course::runOnce(const RunScope& scope) {
     return completed;
 }
 
-void Export::Course::collectFiles(ExportRun& run, const StagingFolder& folder) {
+void Export::Impl::collectFiles(ExportRun& run, const StagingFolder& folder) {
     const RunScope& scope = run.recorder().scope();
     const auto target = [&](const fs::path& file) { return format_->placeOf(scope, file); };
     const auto& record = run.exporter().writtenFiles();
@@ -190,7 +191,7 @@ void Export::Course::collectFiles(ExportRun& run, const StagingFolder& folder) {
         const auto& [grids, number] = originOf.at(file);
         const fs::path place = target(file);
         run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
-        placement_.add(folder.path() / file, place, manner());
+        placement_.add(folder.path() / file, place, mode());
         noteFile(place, record[number], grids);
         if (format_->addsToFiles())
             inFiles.insert(grids.begin(), grids.end());
@@ -209,7 +210,7 @@ void Export::Course::collectFiles(ExportRun& run, const StagingFolder& folder) {
         noteSharedFiles(names, grids);
 }
 
-void Export::Course::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
+void Export::Impl::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
     ExportReport::File file{path.string(),
                             written.items,
                             written.bytes,
@@ -237,7 +238,7 @@ void Export::Course::noteFile(const fs::path& path, const ConvLib::WrittenFile& 
     report_.files.push_back(std::move(file));
 }
 
-void Export::Course::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
+void Export::Impl::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
     constexpr std::size_t namedFiles = 3;
     std::vector<std::string> named = files;
     if (named.size() > namedFiles)
@@ -261,14 +262,14 @@ void Export::Course::noteSharedFiles(const std::vector<std::string>& files, cons
                 text + "; {grid} or {time} in OUTPUT keeps them apart");
 }
 
-void Export::Course::noteProperties() {
+void Export::Impl::noteProperties() {
     for (const auto& report : inputs_.reports()) {
         if (report->grid().empty() || exported_.contains(report->grid()))
             losses_.addProperties(*report);
     }
 }
 
-std::string Export::Course::whyNothing() const {
+std::string Export::Impl::whyNothing() const {
     if (!skipped_.empty())
         return joined(skipped_, "; ");
     std::vector<std::string> grids;
@@ -281,20 +282,20 @@ std::string Export::Course::whyNothing() const {
 
 Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
                Anchor::StrongPtr<Progress> progress)
-    : course_(std::make_unique<Course>(inputs, std::move(options), std::move(format), std::move(progress))) {}
+    : impl_(std::make_unique<Impl>(inputs, std::move(options), std::move(format), std::move(progress))) {}
 
 Export::~Export() = default;
 
 const ExportReport& Export::write() {
-    return course_->write();
+    return impl_->write();
 }
 
 const ExportReport& Export::place() {
-    return course_->place();
+    return impl_->place();
 }
 
 const ExportReport& Export::placeUnlessRefused() {
-    return course_->placeUnlessRefused();
+    return impl_->placeUnlessRefused();
 }
 
 } // namespace Tidewatch

@@ -16,7 +16,7 @@ namespace Tidewatch {
 /// What exports to all formats have in common.
 struct ExportOptions {
     Filters filters;
-    /// Where the files go; "{grid}" and "{time}" in it give each grid or time an output of its own.
+    /// Where the files go; "{grid}" and "{time}" in it give each grid or time its own output.
     OutputPattern output;
     /// Whether files that exist already are replaced.
     bool overwrite = false;
@@ -48,13 +48,13 @@ public:
     /// otherwise. Does nothing after a run that was not completed.
     const ExportReport& place();
 
-    /// Calls place() unless something speaks against it: an exporter that did not come to its end, no files, or, where
+    /// Calls place() unless the report forbids it: an exporter that did not finish, no files, or, where
     /// the options are strict, a loss. The report tells.
     const ExportReport& placeUnlessRefused();
 
 private:
-    class Course;
-    std::unique_ptr<Course> course_;
+    class Impl;
+    std::unique_ptr<Impl> impl_;
 };
 
 } // namespace Tidewatch

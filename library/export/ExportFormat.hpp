@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,9 +37,12 @@ class TIDEWATCH_API ExportRun {
 public:
     virtual ~ExportRun() = default;
 
-    /// The exporter with its own settings; the common ones are set by whoever runs it.
+    /// The exporter with its own settings; the common ones are set by the caller.
     [[nodiscard]] virtual ConvLib::BasicConverterDefs& exporter() = 0;
     [[nodiscard]] virtual RunRecorder& recorder() = 0;
+
+    /// The fields of the inputs that the exporter and this object may read.
+    [[nodiscard]] virtual std::set<std::string> fieldsRead() const = 0;
 
     /// Settings that the exporter's own print-out leaves out, in its form; empty where it tells all.
     [[nodiscard]] virtual std::string moreSettings() const = 0;
@@ -92,7 +96,7 @@ public:
     [[nodiscard]] virtual std::filesystem::path placeOf(const RunScope& scope,
                                                         const std::filesystem::path& written) const;
 
-    /// The files that a run will write, as far as they are known beforehand. What stands in their way is found before
+    /// The files that a run will write, as far as they are known beforehand. What is in their way is found before
     /// any work; files that are not named here are looked at when they have been written. As it stands here: OUTPUT.
     [[nodiscard]] virtual std::vector<std::filesystem::path> expectedFiles(const Context& context,
                                                                            const RunScope& scope) const;

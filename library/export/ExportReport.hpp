@@ -29,7 +29,7 @@ struct ExportReport {
     std::vector<Loss> losses;
     /// What is neither a loss nor a fault and yet worth knowing.
     std::vector<std::string> notes;
-    /// What the exporter said went wrong. Files that are complete are put in place all the same.
+    /// What the exporter said went wrong. Files that are complete are put in place anyway.
     std::vector<std::string> errors;
     /// Whether the exporters came to their end; otherwise nothing is put in place.
     bool completed = true;

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -20,7 +21,7 @@ class PlannedGrids {
 public:
     struct Grid {
         Plan plan;
-        /// The step in which the input stores coordinates; nothing where it stores them as floating-point numbers.
+        /// The step in which the input stores coordinates; nullopt where it stores them as floating-point numbers.
         std::optional<Geom::PhysicalSpace::vector> inputStep;
     };
 
@@ -42,6 +43,14 @@ public:
     [[nodiscard]] const Grid* find(const ExportedGrid& exported) const {
         const auto found = grids_.find({exported.time, exported.name});
         return found != grids_.end() ? &found->second : nullptr;
+    }
+
+    /// The fields that the exporter may read.
+    [[nodiscard]] std::set<std::string> fieldsRead() const {
+        std::set<std::string> fields;
+        for (const auto& [key, grid] : grids_)
+            fields.merge(grid.plan.fieldsRead());
+        return fields;
     }
 
     /// Everything that the exporter is going to use, for the progress.

@@ -4,18 +4,38 @@
 #include "anchor/Cache.hpp"
 #include "convlib/Reader.hpp"
 
+#include <mutex>
 #include <utility>
 
 namespace Tidewatch {
 
+/// Shared with the readers, which outlive the inputs where somebody keeps an array's creator.
+class Inputs::ExpectedFields {
+public:
+    void set(std::set<std::string> fields) {
+        const std::lock_guard lock(mutex_);
+        fields_ = std::move(fields);
+    }
+    [[nodiscard]] bool contains(const std::string& field) const {
+        const std::lock_guard lock(mutex_);
+        return !fields_ || fields_->contains(field);
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::optional<std::set<std::string>> fields_;
+};
+
 Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress)
-    : bundle_(Anchor::makeStrong<Sheaf::Bundle>()) {
+    : bundle_(Anchor::makeStrong<Sheaf::Bundle>()),
+      expected_(std::make_shared<ExpectedFields>()) {
     if (options.memoryLimit)
         Anchor::Cache::MemCache().setLimit(*options.memoryLimit);
     ConvLib::ReadOptions read;
     read.SliceTime = options.sliceTime;
     read.FragmentPoints = options.fragmentPoints;
     read.Tick = Progress::ticker(progress);
+    read.IsWanted = [expected = expected_](const std::string& field) { return expected->contains(field); };
     for (const std::string& file : options.files) {
         if (progress)
             progress->check();
@@ -25,7 +45,13 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     }
 }
 
-Inputs::Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle) : bundle_(std::move(bundle)) {}
+Inputs::Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle)
+    : bundle_(std::move(bundle)),
+      expected_(std::make_shared<ExpectedFields>()) {}
+
+void Inputs::expectFields(std::set<std::string> fields) const {
+    expected_->set(std::move(fields));
+}
 
 Anchor::StrongPtr<ConvLib::InputReport> Inputs::reportOf(const std::string& grid,
                                                          const std::string& origin) const {

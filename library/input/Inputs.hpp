@@ -9,7 +9,9 @@
 #include "sheaf/Bundle.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -48,13 +50,20 @@ public:
     [[nodiscard]] Anchor::StrongPtr<ConvLib::InputReport> reportOf(const std::string& grid,
                                                                    const std::string& origin) const;
 
+    /// Tells the readers that no other fields will be asked for, until they are told again; before that, all may be.
+    /// Asking for others gives them still, by another pass over the file perhaps. Safe while arrays are made.
+    void expectFields(std::set<std::string> fields) const;
+
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
 
 private:
+    class ExpectedFields;
+
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> reports_;
     std::vector<Anchor::FileIdentity> identities_;
+    std::shared_ptr<ExpectedFields> expected_;
 };
 
 } // namespace Tidewatch

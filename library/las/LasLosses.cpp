@@ -145,7 +145,7 @@ void Finder::findValues() {
             "keeps them",
             settings_.version, counted(fine, "point"));
     if (count("ScanAngleRank", ValueChange::OtherUnit) != 0)
-        add("units", "ScanAngleRank stands in whole degrees in a field that counts in 0.006 degrees; "
+        add("units", "ScanAngleRank is written in whole degrees to a field that counts in 0.006 degrees; "
                      "--las-version 1.2 "
                      "or 1.3 keeps its meaning");
 }

@@ -21,7 +21,7 @@ public:
     /// The name that the exporter gets, which is the same for all outputs.
     [[nodiscard]] std::filesystem::path exporterName() const;
 
-    /// The place of a file that the exporter writes under a name of its own making, relative to the folder of
+    /// The place of a file that the exporter writes under a name that it makes itself, relative to the folder of
     /// exporterName().
     [[nodiscard]] std::filesystem::path placeOf(const std::filesystem::path& written) const;
 

@@ -21,14 +21,14 @@ constexpr char axisNames[] = {'x', 'y', 'z'};
 constexpr double PhysicalSpace::point::*coordinates[] = {&PhysicalSpace::point::x, &PhysicalSpace::point::y,
                                                          &PhysicalSpace::point::z};
 
-struct Stray {
+struct Outlier {
     std::size_t axis;
     double value;
 };
 
 /// A corner of a box that is beyond the axes of a file.
-std::optional<Stray> strayOf(const LasAxes& axes, const PhysicalSpace::point& lower,
-                             const PhysicalSpace::point& upper) {
+std::optional<Outlier> outlierOf(const LasAxes& axes, const PhysicalSpace::point& lower,
+                                 const PhysicalSpace::point& upper) {
     for (std::size_t axis = 0; axis < axes.size(); ++axis) {
         const double low = lower.*coordinates[axis];
         const double high = upper.*coordinates[axis];
@@ -37,12 +37,12 @@ std::optional<Stray> strayOf(const LasAxes& axes, const PhysicalSpace::point& lo
         // An infinite coordinate leaves no limits for the others.
         for (const double corner : {low, high}) {
             if (std::isinf(corner))
-                return Stray{axis, corner};
+                return Outlier{axis, corner};
         }
         if (!(high <= axes[axis].highest))
-            return Stray{axis, high};
+            return Outlier{axis, high};
         if (!(low >= axes[axis].lowest))
-            return Stray{axis, low};
+            return Outlier{axis, low};
     }
     return std::nullopt;
 }
@@ -88,6 +88,13 @@ std::vector<std::pair<double, std::string>> LasRecorder::plannedGrids() const {
     return keys;
 }
 
+std::set<std::string> LasRecorder::fieldsRead() const {
+    std::set<std::string> fields;
+    for (const auto& [key, grid] : grids_)
+        fields.merge(grid.plan.fieldsRead());
+    return fields;
+}
+
 void LasRecorder::beginPass(std::uint64_t points) {
     const double size = static_cast<double>(points) / passes_;
     progress().piece(done_, size);
@@ -121,44 +128,44 @@ void LasRecorder::fileBegins(const std::string& /*path*/, const LasAxes& axes) {
         return;
     const PhysicalSpace::point lower{axes[0].lower, axes[1].lower, axes[2].lower};
     const PhysicalSpace::point upper{axes[0].upper, axes[1].upper, axes[2].upper};
-    if (strayOf(axes, lower, upper)) {
-        const Geom::BoundingBox box = boxOfStrays(axes);
-        if (const auto stray = strayOf(axes, box.lower(), box.upper()))
-            refuse(stray->axis, stray->value, axes);
+    if (outlierOf(axes, lower, upper)) {
+        const Geom::BoundingBox box = boxOfOutliers(axes);
+        if (const auto outlier = outlierOf(axes, box.lower(), box.upper()))
+            refuse(outlier->axis, outlier->value, axes);
     }
     current_->files.push_back({axes, {}});
 }
 
 /// The box of those fragments of the coming file that reach beyond its axes and are points. Lattices are in the
 /// box of a file and in no file.
-Geom::BoundingBox LasRecorder::boxOfStrays(const LasAxes& axes) const {
-    Geom::BoundingBox strays;
+Geom::BoundingBox LasRecorder::boxOfOutliers(const LasAxes& axes) const {
+    Geom::BoundingBox outliers;
     bool hasPoints = false;
     for (const LasPlan::Fragment& fragment : current_->plan.fragments) {
         if (settings_.tiles && &fragment != current_->last)
             continue;
         const auto box = Sheaf::boundsOf(*fragment.positions, true, [this] { progress().check(); });
         // The file is refused for one fragment of points; others need not be read again for the message.
-        if (box && strayOf(axes, box->lower(), box->upper()) &&
+        if (box && outlierOf(axes, box->lower(), box->upper()) &&
             !isLattice(hasPoints ? fragment.positions->available() : fragment.positions->create(false))) {
-            strays.expand(*box);
+            outliers.expand(*box);
             hasPoints = true;
         }
     }
-    return strays;
+    return outliers;
 }
 
 void LasRecorder::valuesChanged(const ConvLib::ChangedValues& values) {
     RunRecorder::valuesChanged(values);
-    hasStrays_ =
-        hasStrays_ || (values.attribute == "Positions" && values.change == ConvLib::ValueChange::Wrapped);
+    hasOutliers_ =
+        hasOutliers_ || (values.attribute == "Positions" && values.change == ConvLib::ValueChange::Wrapped);
 }
 
 void LasRecorder::positionsWritten(std::span<const PhysicalSpace::point> positions) {
     if (current_ == nullptr || current_->files.empty())
         return;
     File& file = current_->files.back();
-    if (hasStrays_) {
+    if (hasOutliers_) {
         for (std::size_t axis = 0; axis < file.axes.size(); ++axis) {
             for (const PhysicalSpace::point& point : positions) {
                 const double value = point.*coordinates[axis];

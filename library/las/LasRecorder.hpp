@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -56,6 +57,9 @@ public:
     /// The grids that the run was to export, in its order.
     [[nodiscard]] std::vector<std::pair<double, std::string>> plannedGrids() const;
 
+    /// The fields that the exporter may read.
+    [[nodiscard]] std::set<std::string> fieldsRead() const;
+
     /// One pass over so many points begins.
     void beginPass(std::uint64_t points);
 
@@ -68,7 +72,7 @@ public:
     void positionsWritten(std::span<const Geom::PhysicalSpace::point> positions) override;
 
 private:
-    [[nodiscard]] Geom::BoundingBox boxOfStrays(const LasAxes& axes) const;
+    [[nodiscard]] Geom::BoundingBox boxOfOutliers(const LasAxes& axes) const;
     [[noreturn]] void refuse(std::size_t axis, double value, const LasAxes& axes) const;
 
     const ExportLib::LasSettings& settings_;
@@ -79,7 +83,7 @@ private:
     /// The next fragment of the current grid that the exporter will write.
     std::size_t next_ = 0;
     bool isReading_ = false;
-    bool hasStrays_ = false;
+    bool hasOutliers_ = false;
 };
 
 /// Where the exporter left the slice at a fragment that has no positions to write; null where it did not. To be

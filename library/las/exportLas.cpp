@@ -48,6 +48,7 @@ public:
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
     RunRecorder& recorder() override { return *recorder_; }
+    std::set<std::string> fieldsRead() const override { return recorder_->fieldsRead(); }
 
     std::string moreSettings() const override;
 

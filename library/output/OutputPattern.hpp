@@ -12,7 +12,7 @@ namespace Tidewatch {
 /// time in its shortest decimal form.
 class TIDEWATCH_API OutputPattern {
 public:
-    /// An empty pattern; stands in until one is given.
+    /// An empty pattern.
     OutputPattern() = default;
 
     /// Throws UsageError for an empty text and for anything in braces that is neither of the two. A brace
@@ -22,10 +22,10 @@ public:
 
     [[nodiscard]] const std::string& text() const noexcept { return text_; }
 
-    /// Whether each grid gets an output of its own.
+    /// Whether each grid gets its own output.
     [[nodiscard]] bool isPerGrid() const noexcept { return perGrid_; }
 
-    /// Whether each time gets an output of its own.
+    /// Whether each time gets its own output.
     [[nodiscard]] bool isPerTime() const noexcept { return perTime_; }
 
     /// The path for a grid and a time; what the pattern does not name is not looked at. Throws

@@ -30,7 +30,7 @@ void bringToDisk(const fs::path& path) {
         ::close(file);
     if (!done)
         throw Anchor::FileError(
-            fmt::format("{}: cannot bring the file to the disk: {}", path.string(), systemMessage(error)));
+            fmt::format("{}: cannot flush the file to the disk: {}", path.string(), systemMessage(error)));
 }
 
 /// 0, or the error number.
@@ -46,7 +46,7 @@ int renameFile(const fs::path& from, const fs::path& to, bool overwrite) {
     return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
-/// One form for all paths that lead to a place; a link that stands there is the place.
+/// One form for all paths that lead to a place; a link that is there is the place.
 fs::path placeOf(const fs::path& path) {
     const fs::path normal = fs::absolute(path).lexically_normal();
     return fs::weakly_canonical(normal.parent_path()) / normal.filename();
@@ -61,49 +61,48 @@ Placement::Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs)
 void Placement::checkFolder(const fs::path& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) == 0 ? !S_ISDIR(status.st_mode) : errno == ENOTDIR)
-        throw Anchor::FileError(path.string() + ": is no folder");
+        throw Anchor::FileError(path.string() + ": is not a folder");
 }
 
-void Placement::check(const fs::path& target, Manner manner) const {
+void Placement::check(const fs::path& target, Mode mode) const {
     struct stat status {};
     if (::stat(target.c_str(), &status) != 0) {
         if (errno == ENOTDIR)
-            throw Anchor::FileError(target.string() + ": a part of the path is no folder");
+            throw Anchor::FileError(target.string() + ": a part of the path is not a folder");
         struct stat link {};
         if (errno == ENOENT && ::lstat(target.c_str(), &link) == 0) {
-            if (manner == Manner::Append)
-                throw Anchor::FileError(target.string() + ": a link that leads nowhere stands there");
+            if (mode == Mode::Append)
+                throw Anchor::FileError(target.string() + ": is a link that leads nowhere");
             if (!overwrite_)
-                throw Anchor::FileError(target.string() +
-                                        ": a link stands there already; --overwrite replaces it");
+                throw Anchor::FileError(target.string() + ": is a link already; --overwrite replaces it");
         }
         return;
     }
     if (S_ISDIR(status.st_mode))
-        throw Anchor::FileError(target.string() + ": a folder stands where the file is to go");
+        throw Anchor::FileError(target.string() + ": is a folder");
     if (!S_ISREG(status.st_mode))
-        throw Anchor::FileError(target.string() + ": something stands there that is no ordinary file");
+        throw Anchor::FileError(target.string() + ": exists and is not a regular file");
     const Anchor::FileIdentity identity{status.st_dev, status.st_ino};
     if (std::find(inputs_.begin(), inputs_.end(), identity) != inputs_.end())
         throw Anchor::FileError(target.string() + ": the output is one of the inputs");
-    if (!overwrite_ && manner == Manner::Replace)
+    if (!overwrite_ && mode == Mode::Replace)
         throw Anchor::FileError(target.string() + ": exists already; --overwrite replaces it");
 }
 
-void Placement::add(fs::path staged, fs::path target, Manner manner) {
-    moves_.push_back({std::move(staged), std::move(target), manner, std::nullopt});
+void Placement::add(fs::path staged, fs::path target, Mode mode) {
+    moves_.push_back({std::move(staged), std::move(target), mode, std::nullopt});
 }
 
 void Placement::settle(Move& move) const {
-    check(move.target, move.manner);
-    if (move.manner == Manner::Append && fs::is_symlink(move.target))
+    check(move.target, move.mode);
+    if (move.mode == Mode::Append && fs::is_symlink(move.target))
         move.target = fs::canonical(move.target);
 }
 
 void Placement::prepare(Move& move, const std::function<void()>& check) {
     if (!fs::exists(move.target))
         return;
-    if (move.manner == Manner::Append) {
+    if (move.mode == Mode::Append) {
         JoinedFile joined = joinFiles(move.target, move.staged, check);
         move.staged = std::move(joined.path);
         move.before = joined.head;

@@ -15,11 +15,11 @@ namespace Tidewatch {
 /// Puts finished files in place: all of them or, as far as can be known beforehand, none.
 class TIDEWATCH_API Placement {
 public:
-    /// `overwrite`: files that stand in the way are replaced. `inputs` are files that must never be.
+    /// `overwrite`: existing files are replaced. `inputs` are files that must never be.
     Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs);
 
-    /// What becomes of a file that stands at the target.
-    enum class Manner {
+    /// What becomes of a file that exists at the target.
+    enum class Mode {
         /// It is replaced, where that is allowed.
         Replace,
         /// It stays, and what is put there goes behind what it holds.
@@ -27,14 +27,14 @@ public:
     };
 
     /// Throws Anchor::FileError when nothing may be put at `target`: it is one of the inputs, a folder or
-    /// another thing that is no regular file stands there, or a file does and is not to be replaced.
-    void check(const std::filesystem::path& target, Manner manner = Manner::Replace) const;
+    /// something else that is not a regular file is there, or a file does and is not to be replaced.
+    void check(const std::filesystem::path& target, Mode mode = Mode::Replace) const;
 
-    /// Throws Anchor::FileError when something stands at `path` that is no folder.
+    /// Throws Anchor::FileError when `path` exists and is not a folder.
     static void checkFolder(const std::filesystem::path& path);
 
     /// Notes a file that lies at `staged` on the same file system and is to be moved to `target`.
-    void add(std::filesystem::path staged, std::filesystem::path target, Manner manner = Manner::Replace);
+    void add(std::filesystem::path staged, std::filesystem::path target, Mode mode = Mode::Replace);
 
     /// Checks all targets, then renames. Missing folders on the way to a target are made. Throws
     /// Anchor::FileError before the first rename when two files have one target or a check fails; when a
@@ -53,7 +53,7 @@ private:
     struct Move {
         std::filesystem::path staged;
         std::filesystem::path target;
-        Manner manner;
+        Mode mode;
         /// Where something is added to a file: what it was like when it was read.
         std::optional<Anchor::FileState> before;
     };

@@ -42,6 +42,7 @@ public:
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
     RunRecorder& recorder() override { return *recorder_; }
+    std::set<std::string> fieldsRead() const override { return planned_.fieldsRead(); }
 
     std::string moreSettings() const override {
         return fmt::format("\nRefLevel: {} \nPrecision: {} \nCellSize: {} {}", exporter_.RefLevel,

@@ -25,7 +25,7 @@ namespace {
 
 using Geom::PhysicalSpace;
 
-/// The lower left corner of the coast, in the manner of UTM zone 32.
+/// The lower left corner of the coast, in the mode of UTM zone 32.
 constexpr PhysicalSpace::vector corner{431000.0, 5921000.0, 0.0};
 
 struct Tide {

@@ -132,7 +132,7 @@ TEST_F(AsciiProgramTest, OutputIsAFolderWhateverItsName) {
     Support::writeBytes(place_ / "file", "mine");
     const auto result = run({"in.h5", "-o", "file"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("file: is no folder"));
+    EXPECT_THAT(result.err, HasSubstr("file: is not a folder"));
     EXPECT_EQ(Support::readBytes(place_ / "file"), "mine");
 }
 

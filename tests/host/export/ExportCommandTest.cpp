@@ -66,6 +66,7 @@ public:
 
     LabelExporter& exporter() override { return exporter_; }
     RunRecorder& recorder() override { return *recorder_; }
+    std::set<std::string> fieldsRead() const override { return {"Label"}; }
     std::string moreSettings() const override { return "\nMore: 1 "; }
     std::string whySkipped(const ExportedGrid&) const override { return "it is empty"; }
     void findLosses(const ExportedGrid& grid, Losses& losses) const override {
@@ -103,7 +104,7 @@ protected:
             Support::GridBuilder(bundle, time, name);
     }
 
-    /// The exit status; nothing when an error was thrown, whose text is then in `thrown`.
+    /// The exit status; nullopt when an error was thrown, whose text is then in `thrown`.
     std::optional<int> run(const std::string& output,
                            const std::vector<std::pair<double, std::string>>& grids,
                            const std::vector<std::string>& notCarried = {}) {

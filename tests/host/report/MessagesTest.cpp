@@ -89,7 +89,7 @@ TEST_F(MessagesTest, WithoutAStatusLineNothingIsErased) {
 TEST_F(MessagesTest, TheStatusLineIsCutToTheWidthBetweenCharacters) {
     {
         Messages messages(Messages::Loudness::Normal, stream_.get());
-        // The stream is no terminal and counts as 80 columns wide, of which the last stays free.
+        // The stream is not a terminal and counts as 80 columns wide, of which the last stays free.
         std::string text;
         for (int number = 0; number < 100; ++number)
             text += "\xc3\xbc";

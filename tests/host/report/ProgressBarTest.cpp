@@ -102,7 +102,7 @@ TEST_F(ProgressBarTest, WorkOfNoSizeHasNoShare) {
     EXPECT_EQ(shown(), "reading\nreading\n");
 }
 
-// Each interruption test runs in a process of its own, since the wish to stop cannot be taken back.
+// Each interruption test runs in its own process, since a request to stop cannot be taken back.
 
 TEST_F(ProgressBarTest, EveryCallStopsOnceTheUserWantsTo) {
     EXPECT_EXIT(

@@ -15,7 +15,7 @@
 
 namespace Tidewatch {
 
-/// Runs the LAS exporter under a recorder over what a function builds; the files lie in a folder of its own and
+/// Runs the LAS exporter under a recorder over what a function builds; the files lie in a temporary folder and
 /// are called "cloud".
 class RecordedLas {
 public:

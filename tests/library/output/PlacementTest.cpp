@@ -134,9 +134,9 @@ TEST_F(PlacementTest, WhatIsAddedGoesBehindWhatAFileHolds) {
     file("a", "old ");
     fs::permissions(place_ / "a", fs::perms::owner_read | fs::perms::owner_write);
     Placement placement(false, {});
-    placement.check(place_ / "a", Placement::Manner::Append);
-    placement.add(file("s1", "new"), place_ / "a", Placement::Manner::Append);
-    placement.add(file("s2", "first"), place_ / "b", Placement::Manner::Append);
+    placement.check(place_ / "a", Placement::Mode::Append);
+    placement.add(file("s1", "new"), place_ / "a", Placement::Mode::Append);
+    placement.add(file("s2", "first"), place_ / "b", Placement::Mode::Append);
     placement.commit();
     EXPECT_EQ(Support::readBytes(place_ / "a"), "old new");
     EXPECT_EQ(Support::readBytes(place_ / "b"), "first");
@@ -148,7 +148,7 @@ TEST_F(PlacementTest, ALinkStaysOneWhenItsFileIsAddedTo) {
     file("there/a", "old ");
     fs::create_symlink("there/a", place_ / "link");
     Placement placement(false, {});
-    placement.add(file("s", "new"), place_ / "link", Placement::Manner::Append);
+    placement.add(file("s", "new"), place_ / "link", Placement::Mode::Append);
     placement.commit();
     EXPECT_TRUE(fs::is_symlink(place_ / "link"));
     EXPECT_EQ(Support::readBytes(place_ / "there/a"), "old new");
@@ -158,8 +158,8 @@ TEST_F(PlacementTest, TwoWaysToOneFileAreAnErrorBeforeAnythingIsAdded) {
     file("a", "old");
     fs::create_symlink("a", place_ / "link");
     Placement placement(false, {});
-    placement.add(file("s1", "one"), place_ / "a", Placement::Manner::Append);
-    placement.add(file("s2", "two"), place_ / "link", Placement::Manner::Append);
+    placement.add(file("s1", "one"), place_ / "a", Placement::Mode::Append);
+    placement.add(file("s2", "two"), place_ / "link", Placement::Mode::Append);
     EXPECT_THAT(messageOf([&] { placement.commit(); }), ::testing::HasSubstr("two files"));
     EXPECT_EQ(Support::readBytes(place_ / "a"), "old");
 }
@@ -168,9 +168,9 @@ TEST_F(PlacementTest, NothingIsAddedToAnInputOrToALinkThatLeadsNowhere) {
     const fs::path input = file("input", "data");
     fs::create_symlink("nowhere", place_ / "link");
     const Placement placement(true, {Anchor::FileIdentity::of(input).value()});
-    EXPECT_THAT(messageOf([&] { placement.check(input, Placement::Manner::Append); }),
+    EXPECT_THAT(messageOf([&] { placement.check(input, Placement::Mode::Append); }),
                 ::testing::HasSubstr("one of the inputs"));
-    EXPECT_THAT(messageOf([&] { placement.check(place_ / "link", Placement::Manner::Append); }),
+    EXPECT_THAT(messageOf([&] { placement.check(place_ / "link", Placement::Mode::Append); }),
                 ::testing::HasSubstr("leads nowhere"));
 }
 
@@ -178,8 +178,8 @@ TEST_F(PlacementTest, WhenOneFileCannotBeAddedToNoneIs) {
     file("a", "old");
     file("b", "old");
     Placement placement(false, {});
-    placement.add(file("s1", "new"), place_ / "a", Placement::Manner::Append);
-    placement.add(place_ / "missing", place_ / "b", Placement::Manner::Append);
+    placement.add(file("s1", "new"), place_ / "a", Placement::Mode::Append);
+    placement.add(place_ / "missing", place_ / "b", Placement::Mode::Append);
     EXPECT_THAT(messageOf([&] { placement.commit(); }),
                 ::testing::StartsWith((place_ / "b") + ": cannot be added to: "));
     EXPECT_EQ(Support::readBytes(place_ / "a"), "old");

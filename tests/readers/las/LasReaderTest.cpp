@@ -419,6 +419,22 @@ TEST_F(LasReaderTest, ColoursStayOutWhileTheirDepthIsUnknownAndOtherFieldsAreNot
     EXPECT_TRUE(creator(*grid, "RGB", "000001")->available());
 }
 
+TEST_F(LasReaderTest, FieldsThatAreNotWantedDoNotComeAlongAndAreMadeWhenAskedFor) {
+    std::set<std::string> wanted{"Positions", "Intensity"};
+    options_.IsWanted = [&](const std::string& field) { return wanted.contains(field); };
+    const auto grid = read(coloured({300, 2, 3, 4}));
+    static_cast<void>(values<Point>(*grid, "Positions"));
+    EXPECT_TRUE(creator(*grid, "Intensity")->available());
+    EXPECT_FALSE(creator(*grid, "Classification")->available());
+    EXPECT_FALSE(creator(*grid, "RGB")->available());
+    EXPECT_EQ(values<Color>(*grid, "RGB")[0].green(), 1);
+    EXPECT_FALSE(creator(*grid, "Classification")->available());
+    // The host may change its mind.
+    wanted.insert("Classification");
+    static_cast<void>(values<std::uint8_t>(*grid, "UserData"));
+    EXPECT_TRUE(creator(*grid, "Classification")->available());
+}
+
 TEST_F(LasReaderTest, PassesThatHaveSeenTheWholeFileSettleTheDepth) {
     options_.FragmentPoints = 2;
     const std::string path = write("a.las", coloured({1, 2, 3, 4}).build());
