@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "anchor/Cache.hpp"
 
+#include "anchor/NeverDestroyed.hpp"
+
 #include <algorithm>
 
 namespace Anchor {
@@ -10,8 +12,8 @@ namespace Anchor {
 
 Cache& Cache::MemCache() {
     // Never destroyed: owners that die at the end of the process still come to forget their data.
-    static auto* const cache = new Cache;
-    return *cache;
+    static NeverDestroyed<Cache> cache;
+    return cache.get();
 }
 
 StrongPtr<Cacheable> Cache::find(Key key) {

@@ -2,6 +2,7 @@
 #include "convlib/Reader.hpp"
 
 #include "anchor/Error.hpp"
+#include "anchor/NeverDestroyed.hpp"
 
 #include <algorithm>
 #include <array>
@@ -29,8 +30,8 @@ struct Readers {
 
 Readers& readers() {
     // Never destroyed: a host's static objects may unregister their readers at the end of the process.
-    static auto* const all = new Readers;
-    return *all;
+    static Anchor::NeverDestroyed<Readers> all;
+    return all.get();
 }
 
 [[noreturn]] void throwSystemError(const std::string& path, const char* what) {
