@@ -133,7 +133,8 @@ private:
     void record(ConvLib::WrittenFile file) {
         if (exporter_.Append) {
             ConvLib::WrittenFile& sum = appended_[file.path];
-            sum = {file.path, sum.bytes + file.bytes, sum.items + file.items, sum.failed || file.failed};
+            sum = {file.path, sum.bytes + file.bytes, sum.items + file.items, sum.failed || file.failed,
+                   sum.error != 0 ? sum.error : file.error};
             file = sum;
         }
         recordFile_(std::move(file));

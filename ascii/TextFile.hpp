@@ -25,6 +25,7 @@ public:
 private:
     std::filesystem::path path_;
     std::ofstream stream_;
+    int openError_;
     ConvLib::LineWriter lines_;
 };
 

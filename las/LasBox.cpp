@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <ctime>
 #include <limits>
@@ -134,9 +135,9 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
         tellAxes(*box);
     point_.init(&header_, header_.point_data_format, header_.point_data_record_length, &header_);
     opener_.set_file_name(fileName_.c_str());
+    errno = 0;
     writer_.reset(opener_.open(&header_));
-    if (!writer_)
-        failed_ = true;
+    noteFailure(!writer_);
 }
 
 void LasBox::addAttributes(const Sheaf::Representation& representation) {
@@ -174,21 +175,30 @@ void LasBox::finish() noexcept {
     std::uint64_t bytes = 0;
     if (writer_) {
         setPointCounts(header_, total_, pointsByReturn_);
+        errno = 0;
         const bool updated = writer_->update_header(&header_, false, version_ == 4);
         // laslib/ turns the sign around where it knows of an output error.
         const I64 closed = writer_->close(true);
         writer_.reset();
         bytes = static_cast<std::uint64_t>(closed < 0 ? -closed : closed);
-        failed_ = failed_ || !updated || closed < 0;
+        noteFailure(!updated || closed < 0);
     } else if (!failed_) {
         return;
     }
     try {
-        failed_ = failed_ || !fileIsComplete(fileName_, bytes, header_, total_);
-        host_.report({fileName_, bytes, total_, failed_});
+        errno = 0;
+        if (!failed_)
+            noteFailure(!fileIsComplete(fileName_, bytes, header_, total_));
+        host_.report({fileName_, bytes, total_, failed_, error_});
     } catch (...) {
         // No memory for the record: the host sees a file that nobody has vouched for.
     }
+}
+
+void LasBox::noteFailure(bool hasFailed) noexcept {
+    if (hasFailed && !failed_)
+        error_ = errno;
+    failed_ = failed_ || hasFailed;
 }
 
 void LasBox::writePoints(std::uint32_t count) {
@@ -259,6 +269,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     LASpoint& point = point_;
     LASwriter& writer = *writer_;
     bool accepted = true;
+    errno = 0;
 
     // What shares a byte is stored together: one by one, each would wait for the byte that the one before it
     // stored.
@@ -370,7 +381,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             if (hasAttributes_)
                 writer.update_inventory(&point);
         }
-        failed_ = failed_ || !accepted;
+        noteFailure(!accepted);
     }
     if constexpr (isObserved) {
         // A copy: what others get to see does not stay in registers, in the loop either.

@@ -80,6 +80,8 @@ private:
     void addAttributes(const Sheaf::Representation& representation);
     void tellAxes(const Geom::BoundingBox& box) const;
     void finish() noexcept;
+    /// Remembers a failure; the first one counts.
+    void noteFailure(bool hasFailed) noexcept;
     template <bool isExtended, bool isObserved>
     std::uint64_t writePointsOf(std::uint32_t count);
     void noteSupplies(std::uint32_t count);
@@ -106,6 +108,8 @@ private:
     I32 amplitudeStart_ = -1;
     bool hasAttributes_ = false;
     bool failed_ = false;
+    /// Of the first failure, where the system's error number was still to be had.
+    int error_ = 0;
     CaptureSlots slots_;
     /// By attribute; kept for an observer only.
     std::map<std::string_view, Supply> supplies_;

@@ -2,11 +2,11 @@
 #include "pcd/ExportPointCloudToPCD.hpp"
 
 #include "anchor/Console.hpp"
-#include "capture/captureArray.hpp"
 #include "convlib/ExporterRegistration.hpp"
 #include "convlib/LineWriter.hpp"
 #include "convlib/NumberText.hpp"
 #include "convlib/ReferenceVertices.hpp"
+#include "pcd/GatheredArrays.hpp"
 #include "pcd/PcdPrecision.hpp"
 #include "pcd/PointShading.hpp"
 #include "pcd/addPCDHeader.hpp"
@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fstream>
 #include <limits>
 #include <span>
@@ -168,25 +169,28 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
 
     const Anchor::StrongPtr<ConvLib::RunObserver> observer = Observer();
     const StopQuestion mayGoOn = [this] { askWhetherToStop(); };
-    Cloud cloud;
+    GatheredArrays<PhysicalSpace::point> positions;
+    GatheredArrays<unsigned short> intensities;
     const auto collect = [&](const CloudFragment& fragment) {
         mayGoOn();
         if (observer)
             observer->fragmentBegins(fragment.field, {}, fragment.planned().elements);
         if (fragment.role == PcdPlan::Role::Positions)
-            captureArray(cloud.positions, fragment.data);
+            positions.add(fragment.data);
         else if (fragment.role == PcdPlan::Role::Intensity)
-            captureArray(cloud.intensities, fragment.data);
+            intensities.add(fragment.data);
     };
     forEachCloudFragment(
         grid, *reference.skeleton, RefLevel, [this](const std::string& field) { return UseThisField(field); },
         collect);
+    Cloud cloud{positions.join(), intensities.join()};
     // Without a position there is neither a box nor a height to speak of, and an existing file stays.
     if (cloud.positions.empty())
         return;
 
     // Every grid opens the same path: the file holds the last one. Hosts rely on finding one file.
     std::ofstream out(OutputPath, std::ios::out | std::ios::trunc);
+    int error = out.is_open() ? 0 : errno;
 
     if (observer)
         tellPositions(*observer, cloud.positions, mayGoOn);
@@ -220,9 +224,14 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
         writeLines(lines, cloud, indices, Precision, mayGoOn);
     }
     lines.finish();
+    if (error == 0)
+        error = lines.error();
+    errno = 0;
     out.close();
-    recordWrittenFile(
-        {OutputPath, pcdHeader(layout, count, shift).size() + lines.bytes(), indices.size(), out.fail()});
+    if (error == 0 && out.fail())
+        error = errno;
+    recordWrittenFile({OutputPath, pcdHeader(layout, count, shift).size() + lines.bytes(), indices.size(),
+                       out.fail(), error});
 }
 
 } // namespace ExportLib

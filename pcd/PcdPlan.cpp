@@ -5,6 +5,7 @@
 #include "pcd/cloudFragments.hpp"
 #include "sheaf/ElementTypes.hpp"
 
+#include <algorithm>
 #include <typeinfo>
 
 namespace ExportLib {
@@ -42,6 +43,13 @@ std::uint64_t PcdPlan::elements(Role role) const noexcept {
 
 std::uint64_t PcdPlan::elements() const noexcept {
     return elements(Role::Positions) + elements(Role::Intensity);
+}
+
+std::uint64_t PcdPlan::memory() const noexcept {
+    // Positions and intensities; then their cells with the numbers of the points (CellSelector), which become the
+    // numbers of those that are kept.
+    constexpr std::uint64_t bytesPerPoint = 48;
+    return std::max(elements(Role::Positions), elements(Role::Intensity)) * bytesPerPoint;
 }
 
 std::set<std::string> PcdPlan::fieldsRead() const {

@@ -41,6 +41,9 @@ struct TIDEWATCH_API PcdPlan {
     [[nodiscard]] std::uint64_t elements(Role role) const noexcept;
     /// Everything that the exporter takes.
     [[nodiscard]] std::uint64_t elements() const noexcept;
+    /// The memory in bytes that the exporter needs at most for all points of the grid, which it has in memory together
+    /// to thin them; arrays that are in memory already count as well.
+    [[nodiscard]] std::uint64_t memory() const noexcept;
     /// Whether the file has an intensity and a colour for each point.
     [[nodiscard]] bool isShaded() const noexcept;
 

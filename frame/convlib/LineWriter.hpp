@@ -107,10 +107,14 @@ public:
     /// Whether the stream has failed, be it before the first line or since.
     bool failed() const noexcept;
 
+    /// The system's error number of the first piece that the stream could not take; 0 if there was none.
+    int error() const noexcept { return error_; }
+
 private:
     void makeRoom(std::size_t size);
     void flushLine() noexcept;
     void handOver() noexcept;
+    void noteError() noexcept;
 
     template <class T>
     void appendFixedInPieces(T value, int decimals);
@@ -122,6 +126,7 @@ private:
     std::uint64_t bytes_ = 0;
     std::uint64_t lines_ = 0;
     bool flushEachLine_;
+    int error_ = 0;
 };
 
 } // namespace ConvLib

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "anchor/Visibility.hpp"
+#include "anchor/processMemory.hpp"
 
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <string>
 
 namespace ConvLib {
@@ -19,8 +18,8 @@ struct ReadOptions {
     std::uint64_t FragmentPoints = 1'000'000;
 
     /// The largest array, in bytes, that a reader may make; beyond it a reader throws Anchor::LimitError.
-    /// Without a value of the host's, the memory of the machine.
-    std::uint64_t MaximumArrayBytes = machineMemory();
+    /// By default three quarters of what the process may use.
+    std::uint64_t MaximumArrayBytes = Anchor::processMemory() / 4 * 3;
 
     /// Called while arrays are read, at least some times a second, with the file and the share that is done
     /// of the array in hand (0 to 1). May throw to stop: the exception passes through the code that asked for the
@@ -31,9 +30,6 @@ struct ReadOptions {
     /// effort keeps the others it is asked about; whatever the answer, a field that is asked for is made. Called
     /// by the thread that makes an array, so from any. Empty for a host that may ask for all of them.
     std::function<bool(const std::string& field)> IsWanted;
-
-    /// Bytes of physical memory of this machine; the largest number where the system does not tell.
-    [[nodiscard]] TIDEWATCH_API static std::uint64_t machineMemory() noexcept;
 };
 
 } // namespace ConvLib

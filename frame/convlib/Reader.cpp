@@ -70,14 +70,6 @@ std::vector<std::byte> readHead(const std::string& path) {
 
 } // namespace
 
-std::uint64_t ReadOptions::machineMemory() noexcept {
-    const long pages = ::sysconf(_SC_PHYS_PAGES);
-    const long pageSize = ::sysconf(_SC_PAGE_SIZE);
-    if (pages <= 0 || pageSize <= 0)
-        return std::numeric_limits<std::uint64_t>::max();
-    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
-}
-
 void registerReader(Anchor::StrongPtr<Reader> reader) {
     const std::string name = reader->name();
     Readers& all = readers();

@@ -17,6 +17,8 @@ struct WrittenFile {
     std::uint64_t items = 0;
     /// Whether the stream failed at opening, writing or closing.
     bool failed = false;
+    /// The system's error number where it failed and the stream kept it; else 0.
+    int error = 0;
     /// The grid that it was written for, and the time of its slice.
     double time = 0;
     std::string grid = {};

@@ -101,8 +101,10 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
              fmt::format("cut LAS and LAZ points into pieces of N (default {})", inputs.fragmentPoints))
         ->group(group);
     addValue(app, "--memory-limit", "SIZE", parseByteSize, inputs.memoryLimit,
-             fmt::format("memory for arrays that can be read again, such as 512M or 4G (default {})",
-                         sizeText(Anchor::Cache::defaultLimit)))
+             fmt::format(
+                 "memory for arrays, such as 512M or 4G (default {} for those that can be read again, three "
+                 "quarters of the memory for one that cannot be read in parts)",
+                 sizeText(Anchor::Cache::defaultLimit)))
         ->group(group);
 }
 

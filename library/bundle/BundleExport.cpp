@@ -32,7 +32,8 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
     const fs::path place = state_->path.parent_path();
     std::optional<StagingFolder>& folder = state_->folder;
     folder.emplace(place.empty() ? fs::path(".") : place);
-    const fs::path staged = folder->path() / state_->path.filename();
+    const StagingFolder::Run run = folder->beginRun();
+    const fs::path staged = run.path() / state_->path.filename();
     BundleFileWriteOptions options;
     options.Progress = [&](std::uint64_t done, std::uint64_t total) {
         if (done == 0)
@@ -49,7 +50,7 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
         throw Anchor::FileError(message);
     }
     progress.end();
-    state_->placement.add(staged, state_->path);
+    state_->placement.add(run.name() / state_->path.filename(), state_->path);
     return {state_->path.string(), Inventory::of(bundle, {}, false).points(),
             fs::file_size(staged), "points",
             std::nullopt,          std::nullopt};

@@ -2,6 +2,7 @@
 #include "library/export/Export.hpp"
 
 #include "anchor/Error.hpp"
+#include "library/output/FolderLock.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
 #include "library/report/Wording.hpp"
@@ -34,8 +35,15 @@ struct Origin {
     std::size_t lastRecord = 0;
 };
 
-fs::path relativeTo(const StagingFolder& folder, const ConvLib::WrittenFile& file) {
+fs::path relativeTo(const StagingFolder::Run& folder, const ConvLib::WrittenFile& file) {
     return fs::path(file.path).lexically_relative(folder.path());
+}
+
+/// The text with another name for a folder.
+std::string renamed(std::string text, const std::string& folder, const std::string& by) {
+    for (std::size_t place = 0; (place = text.find(folder, place)) != std::string::npos; place += by.size())
+        text.replace(place, folder.size(), by);
+    return text;
 }
 
 } // namespace
@@ -57,12 +65,14 @@ private:
 
     void checkPlaces(const std::vector<RunScope>& scopes);
     bool runOnce(const RunScope& scope);
-    void collectFiles(ExportRun& run, const StagingFolder& folder);
+    void collectFiles(ExportRun& run, const StagingFolder::Run& folder);
     void noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids);
     void noteSharedFiles(const std::vector<std::string>& files, const Grids& grids);
     void noteProperties();
     [[nodiscard]] std::string whyNothing() const;
     [[nodiscard]] Placement::Mode mode() const;
+    /// Where the unfinished files are.
+    [[nodiscard]] fs::path folder() const { return options_.output.fixedFolder(format_->fillsFolder()); }
 
     const Inputs& inputs_;
     ExportOptions options_;
@@ -70,7 +80,7 @@ private:
     Anchor::StrongPtr<Progress> progress_;
     Selection selection_;
     Placement placement_;
-    std::vector<std::unique_ptr<StagingFolder>> folders_;
+    std::optional<StagingFolder> staging_;
     Losses losses_;
     std::vector<std::string> skipped_;
     std::set<std::string> exported_;
@@ -86,11 +96,7 @@ Export::Impl::Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<
       selection_(options_.filters),
       placement_(options_.overwrite, inputs_.identities()) {}
 
-Export::Impl::~Impl() {
-    // A folder may lie in one that an earlier one made.
-    while (!folders_.empty())
-        folders_.pop_back();
-}
+Export::Impl::~Impl() = default;
 
 Placement::Mode Export::Impl::mode() const {
     return format_->addsToFiles() ? Placement::Mode::Append : Placement::Mode::Replace;
@@ -99,6 +105,9 @@ Placement::Mode Export::Impl::mode() const {
 const ExportReport& Export::Impl::write() {
     const std::vector<RunScope> scopes = planRuns(options_.output, selection_, *inputs_.bundle());
     checkPlaces(scopes);
+    staging_.emplace(folder());
+    for (const std::string& leftover : staging_->leftovers())
+        report_.notes.push_back(leftover);
     for (const RunScope& scope : scopes)
         report_.completed = runOnce(scope) && report_.completed;
     progress_->end();
@@ -113,7 +122,14 @@ const ExportReport& Export::Impl::place() {
     if (!report_.completed)
         return report_;
     progress_->check();
-    placement_.commit([this] { progress_->check(); });
+    const auto check = [this] { progress_->check(); };
+    std::optional<FolderLock> lock;
+    if (format_->addsToFiles())
+        lock.emplace(
+            folder(), [this](const std::string& text) { progress_->say(text); }, check);
+    placement_.commit(check);
+    for (ExportReport::File& file : report_.files)
+        file.bytesBefore = placement_.bytesBefore(file.path);
     report_.placed = true;
     return report_;
 }
@@ -133,11 +149,7 @@ void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
 }
 
 bool Export::Impl::runOnce(const RunScope& scope) {
-    const fs::path output = scope.output;
-    // A folder may lie on another file system than the one around it.
-    const fs::path place = format_->fillsFolder() ? output : output.parent_path();
-    folders_.push_back(std::make_unique<StagingFolder>(place.empty() ? fs::path(".") : place));
-    const StagingFolder& folder = *folders_.back();
+    const StagingFolder::Run folder = staging_->beginRun();
 
     const auto run = format_->makeRun({inputs_, selection_, progress_}, scope);
     inputs_.expectFields(run->fieldsRead());
@@ -158,13 +170,17 @@ bool Export::Impl::runOnce(const RunScope& scope) {
     const bool completed = exporter.Run();
     run->recorder().finish(exporter.writtenFiles());
     progress_->check();
-    report_.errors.insert(report_.errors.end(), exporter.Errors.begin(), exporter.Errors.end());
+    // Users know the output by its own name.
+    const fs::path output = scope.output;
+    const std::string place = format_->fillsFolder() ? output.string() : output.parent_path().string();
+    for (const std::string& error : exporter.Errors)
+        report_.errors.push_back(renamed(error, folder.path().string(), place.empty() ? "." : place));
     if (completed)
         collectFiles(*run, folder);
     return completed;
 }
 
-void Export::Impl::collectFiles(ExportRun& run, const StagingFolder& folder) {
+void Export::Impl::collectFiles(ExportRun& run, const StagingFolder::Run& folder) {
     const RunScope& scope = run.recorder().scope();
     const auto target = [&](const fs::path& file) { return format_->placeOf(scope, file); };
     const auto& record = run.exporter().writtenFiles();
@@ -191,7 +207,7 @@ void Export::Impl::collectFiles(ExportRun& run, const StagingFolder& folder) {
         const auto& [grids, number] = originOf.at(file);
         const fs::path place = target(file);
         run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
-        placement_.add(folder.path() / file, place, mode());
+        placement_.add(folder.name() / file, place, mode());
         noteFile(place, record[number], grids);
         if (format_->addsToFiles())
             inFiles.insert(grids.begin(), grids.end());
@@ -229,11 +245,6 @@ void Export::Impl::noteFile(const fs::path& path, const ConvLib::WrittenFile& wr
             file.grid = last.name;
         if (!differs(&ExportedGrid::time))
             file.time = last.time;
-    }
-    if (format_->addsToFiles()) {
-        std::error_code isNew;
-        const std::uintmax_t size = fs::file_size(path, isNew);
-        file.bytesBefore = isNew ? 0 : size;
     }
     report_.files.push_back(std::move(file));
 }

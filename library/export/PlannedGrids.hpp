@@ -45,6 +45,13 @@ public:
         return found != grids_.end() ? &found->second : nullptr;
     }
 
+    /// Calls `visit` with the time, the name and the plan of each grid.
+    template <class Visit>
+    void forEach(Visit&& visit) const {
+        for (const auto& [key, grid] : grids_)
+            visit(key.first, key.second, grid.plan);
+    }
+
     /// The fields that the exporter may read.
     [[nodiscard]] std::set<std::string> fieldsRead() const {
         std::set<std::string> fields;

@@ -29,9 +29,11 @@ private:
 Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress)
     : bundle_(Anchor::makeStrong<Sheaf::Bundle>()),
       expected_(std::make_shared<ExpectedFields>()) {
-    if (options.memoryLimit)
-        Anchor::Cache::MemCache().setLimit(*options.memoryLimit);
     ConvLib::ReadOptions read;
+    if (options.memoryLimit) {
+        Anchor::Cache::MemCache().setLimit(*options.memoryLimit);
+        read.MaximumArrayBytes = memoryLimit_ = *options.memoryLimit;
+    }
     read.SliceTime = options.sliceTime;
     read.FragmentPoints = options.fragmentPoints;
     read.Tick = Progress::ticker(progress);

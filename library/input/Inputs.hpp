@@ -24,7 +24,9 @@ struct InputOptions {
     /// The time of inputs that do not state one.
     double sliceTime = ConvLib::ReadOptions().SliceTime;
     std::uint64_t fragmentPoints = ConvLib::ReadOptions().FragmentPoints;
-    /// The limit of the memory cache in bytes; nothing leaves it as it is.
+    /// The most memory in bytes for arrays: the cache of those that can be read again, each single array, and what an
+    /// exporter has in memory together. nullopt leaves the cache as it is and allows the others three quarters of what
+    /// the process may use.
     std::optional<std::uint64_t> memoryLimit;
 };
 
@@ -54,6 +56,9 @@ public:
     /// Asking for others gives them still, by another pass over the file perhaps. Safe while arrays are made.
     void expectFields(std::set<std::string> fields) const;
 
+    /// The most memory in bytes for data that has to be in memory together.
+    [[nodiscard]] std::uint64_t memoryLimit() const noexcept { return memoryLimit_; }
+
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
 
@@ -64,6 +69,7 @@ private:
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> reports_;
     std::vector<Anchor::FileIdentity> identities_;
     std::shared_ptr<ExpectedFields> expected_;
+    std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;
 };
 
 } // namespace Tidewatch

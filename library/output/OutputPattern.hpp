@@ -3,6 +3,7 @@
 
 #include "anchor/Visibility.hpp"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,10 @@ public:
     /// Whether each time gets its own output.
     [[nodiscard]] bool isPerTime() const noexcept { return perTime_; }
 
+    /// The folder that is part of every output, whatever the grid and the time: that of the text before the first
+    /// brace, or the whole text, if it `isFolder`. "." if there is none.
+    [[nodiscard]] std::filesystem::path fixedFolder(bool isFolder) const;
+
     /// The path for a grid and a time; what the pattern does not name is not looked at. Throws
     /// Anchor::FormatError for a grid name that would not be one path component: the name comes from inside
     /// an input file and must not lead to another folder.
@@ -45,9 +50,5 @@ private:
     bool perGrid_ = false;
     bool perTime_ = false;
 };
-
-/// Whether a name can stand as one component of a path: not empty, not "." or "..", no separator, no control
-/// character.
-[[nodiscard]] bool isPathComponent(const std::string& name);
 
 } // namespace Tidewatch

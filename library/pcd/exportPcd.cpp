@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/pcd/exportPcd.hpp"
 
+#include "anchor/Error.hpp"
 #include "convlib/NumberText.hpp"
 #include "library/export/PlannedGrids.hpp"
 #include "library/pcd/PcdRounding.hpp"
@@ -37,6 +38,7 @@ public:
         exporter_.Precision = options.precision;
         exporter_.CellSize = options.cellSize;
         exporter_.ExactCounts = options.exactCounts;
+        checkMemory(context);
         context.progress->begin("writing", planned_.elements(), "values");
     }
 
@@ -59,6 +61,7 @@ public:
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
+    void checkMemory(const ExportFormat::Context& context) const;
     void findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
     void findIntensityLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
     void findRounding(const ExportedGrid& exported,
@@ -69,6 +72,22 @@ private:
     Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToPCD exporter_;
 };
+
+/// Says what the largest grid needs, and refuses it before the work where that is more than allowed.
+void PcdRun::checkMemory(const ExportFormat::Context& context) const {
+    const std::uint64_t allowed = context.inputs.memoryLimit();
+    planned_.forEach([&](double time, const std::string& name, const PcdPlan& plan) {
+        const std::uint64_t needed = plan.memory();
+        if (needed > allowed)
+            throw Anchor::LimitError(fmt::format(
+                "{}: {} need {} of memory to be thinned together, and {} are allowed; take a part with --time or --grid, "
+                "or raise --memory-limit",
+                gridAtTime(name, time), counted(plan.elements(PcdPlan::Role::Positions), "point"),
+                memoryText(needed), memoryText(allowed)));
+        context.progress->say(
+            fmt::format("{} needs {} of memory", gridAtTime(name, time), memoryText(needed)));
+    });
+}
 
 void PcdRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
     const PlannedPcds::Grid* const grid = planned_.find(exported);

@@ -24,6 +24,9 @@ namespace Tidewatch {
 /// A grouped number with what it counts, `what` given in the singular: "1 point", "110 000 points".
 [[nodiscard]] TIDEWATCH_API std::string counted(std::uint64_t number, std::string_view what);
 
+/// Bytes in the largest unit that leaves a number of 1 or more, to three digits: "1.5 GiB".
+[[nodiscard]] TIDEWATCH_API std::string memoryText(std::uint64_t bytes);
+
 /// `grid "dunes" at time 2.5`.
 [[nodiscard]] TIDEWATCH_API std::string gridAtTime(std::string_view grid, double time);
 

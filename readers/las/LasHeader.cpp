@@ -66,6 +66,10 @@ void checkCoordinates(const LasHeader& header, const std::string& path) {
             failFormat(path, object, "the {} scale factor is {}", axisNames[axis], header.scale[axis]);
         if (!std::isfinite(header.offset[axis]))
             failFormat(path, object, "the {} offset is {}", axisNames[axis], header.offset[axis]);
+        constexpr double largestStored = 2147483648;
+        if (!std::isfinite(std::abs(header.scale[axis]) * largestStored + std::abs(header.offset[axis])))
+            failFormat(path, object, "the {} scale factor of {} and the offset of {} lead beyond all numbers",
+                       axisNames[axis], header.scale[axis], header.offset[axis]);
     }
 }
 

@@ -2,9 +2,11 @@
 #include "library/output/Placement.hpp"
 
 #include "anchor/Error.hpp"
+#include "library/output/systemFiles.hpp"
 #include "support/TemporaryFolder.hpp"
 
 #include <functional>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -72,12 +74,12 @@ TEST_F(PlacementTest, ACollisionOfOneFileKeepsAllFromTheirPlaces) {
 TEST_F(PlacementTest, AFolderInTheWayIsAnErrorEvenWhenOverwriting) {
     fs::create_directory(place_ / "a");
     const Placement placement(true, {});
-    EXPECT_THAT(messageOf([&] { placement.check(place_ / "a"); }), ::testing::HasSubstr("a folder stands"));
+    EXPECT_THAT(messageOf([&] { placement.check(place_ / "a"); }), ::testing::HasSubstr(": is a folder"));
 }
 
 TEST_F(PlacementTest, ADeviceInTheWayIsAnErrorEvenWhenOverwriting) {
     const Placement placement(true, {});
-    EXPECT_THAT(messageOf([&] { placement.check("/dev/null"); }), ::testing::HasSubstr("no ordinary file"));
+    EXPECT_THAT(messageOf([&] { placement.check("/dev/null"); }), ::testing::HasSubstr("not a regular file"));
 }
 
 TEST_F(PlacementTest, AFileOnThePathIsAnError) {
@@ -186,11 +188,71 @@ TEST_F(PlacementTest, WhenOneFileCannotBeAddedToNoneIs) {
     EXPECT_EQ(Support::readBytes(place_ / "b"), "old");
 }
 
+TEST_F(PlacementTest, AFileThatIsReplacedPassesOnItsPermissions) {
+    file("a", "old");
+    fs::permissions(place_ / "a", fs::perms::owner_read | fs::perms::owner_write);
+    Placement placement(true, {});
+    placement.add(file("s", "new"), place_ / "a");
+    placement.commit();
+    EXPECT_EQ(Support::readBytes(place_ / "a"), "new");
+    EXPECT_EQ(fs::status(place_ / "a").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(PlacementTest, AFileThatIsReplacedPassesOnItsOwnerWhereThatIsAllowed) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only the superuser may give files away";
+    file("a", "old");
+    ASSERT_EQ(::chown((place_ / "a").c_str(), 12345, 23456), 0);
+    Placement placement(true, {});
+    placement.add(file("s", "new"), place_ / "a");
+    placement.commit();
+    struct stat status {};
+    ASSERT_EQ(::stat((place_ / "a").c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 12345U);
+    EXPECT_EQ(status.st_gid, 23456U);
+}
+
+TEST_F(PlacementTest, FoldersThatWereMadeForFilesThatDidNotComeAreRemoved) {
+    fs::create_directory(place_ / "kept");
+    Placement placement(false, {});
+    placement.add(file("s1", "one"), place_ / "made/by/one/a");
+    placement.add(place_ / "missing", place_ / "kept/made/b");
+    placement.add(file("s3", "three"), place_ / "made/by/three/c");
+    EXPECT_THAT(messageOf([&] { placement.commit(); }), ::testing::HasSubstr("in place already: "));
+    EXPECT_TRUE(fs::exists(place_ / "made/by/one/a"));
+    EXPECT_FALSE(fs::exists(place_ / "made/by/three"));
+    EXPECT_TRUE(fs::is_empty(place_ / "kept"));
+}
+
+TEST_F(PlacementTest, ATargetOnAnotherFileSystemIsAnErrorBeforeAnythingIsReplaced) {
+    const fs::path other = "/dev/shm";
+    if (!fs::exists(other) || Mount::of(other) == Mount::of(place_.path()))
+        GTEST_SKIP() << "no second file system";
+    file("a", "old");
+    fs::create_directory_symlink(other, place_ / "mounted");
+    Placement placement(true, {});
+    placement.add(file("s1", "one"), place_ / "a");
+    placement.add(file("s2", "two"), place_ / "mounted/tidewatch-test-that-never-comes");
+    EXPECT_THAT(messageOf([&] { placement.commit(); }), ::testing::HasSubstr("lies on another file system"));
+    EXPECT_EQ(Support::readBytes(place_ / "a"), "old");
+}
+
+TEST_F(PlacementTest, BytesBeforeAreThoseThatAFileHeldWhenItWasAddedTo) {
+    file("a", "old ");
+    Placement placement(false, {});
+    placement.add(file("s1", "new"), place_ / "a", Placement::Mode::Append);
+    placement.add(file("s2", "new"), place_ / "b", Placement::Mode::Append);
+    placement.commit();
+    EXPECT_EQ(placement.bytesBefore(place_ / "a"), 4U);
+    EXPECT_EQ(placement.bytesBefore(place_ / "b"), 0U);
+}
+
 TEST_F(PlacementTest, AFileInThePlaceOfAFolderIsAnError) {
     file("a", "old");
-    EXPECT_THAT(messageOf([&] { Placement::checkFolder(place_ / "a"); }), ::testing::HasSubstr("no folder"));
+    EXPECT_THAT(messageOf([&] { Placement::checkFolder(place_ / "a"); }),
+                ::testing::HasSubstr("not a folder"));
     EXPECT_THAT(messageOf([&] { Placement::checkFolder(place_ / "a/b"); }),
-                ::testing::HasSubstr("no folder"));
+                ::testing::HasSubstr("not a folder"));
     Placement::checkFolder(place_.path());
     Placement::checkFolder(place_ / "new/one");
 }

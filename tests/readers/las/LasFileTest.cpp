@@ -331,6 +331,11 @@ TEST_F(LasFileTest, PointsThatRunIntoExtendedRecordsAreRefused) {
 
 TEST_F(LasFileTest, ScaleThatIsZeroOrNoNumberIsRefused) {
     const double inf = std::numeric_limits<double>::infinity();
+    for (const double scale : {1e300, -1e300}) {
+        std::string large = small().build();
+        patch(large, 131, scale);
+        EXPECT_THAT(refusal(large), HasSubstr("lead beyond all numbers"));
+    }
     for (const double scale : {0.0, -0.0, std::nan(""), inf, -inf}) {
         for (std::size_t axis = 0; axis < 3; ++axis) {
             std::string bytes = small().build();
