@@ -39,14 +39,14 @@ std::optional<int> pointSourceID(const std::string& text) {
 
 /// The attributes that fields can become.
 std::vector<std::string> attributeNames() {
-    // The exporter knows these by their names alone, so its map has no entries for them.
+    // These need no entry in the exporter's rename map, so it does not contain them.
     std::set<std::string> names{"Amplitude", "Reflectance"};
     for (const auto& [field, attribute] : ExportLib::ExportPointCloudToLas::DefaultRenameMap())
         names.insert(attribute);
     return {names.begin(), names.end()};
 }
 
-/// "FIELD=ATTRIBUTE"; a field's name may hold a "=" itself.
+/// "FIELD=ATTRIBUTE"; the field's name may contain "=", too.
 std::optional<std::pair<std::string, std::string>> renaming(const std::string& text) {
     const std::size_t sign = text.rfind('=');
     if (sign == std::string::npos || sign == 0)
@@ -203,7 +203,8 @@ constexpr Command (*commandTable[])(CLI::App&) = {
     makeCommand<AsciiRequest, addAscii>,   makeCommand<InfoRequest, addInfo>,
     makeCommand<BundleRequest, addBundle>, makeCommand<SampleRequest, addSample>};
 
-/// Insertions, deletions, replacements and swaps of neighbours that lead from one word to the other.
+/// The number of insertions, deletions, replacements and swaps of neighbours that turn one word into the
+/// other.
 std::size_t editDistance(std::string_view a, std::string_view b) {
     std::vector<std::vector<std::size_t>> distance(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
     for (std::size_t i = 0; i <= a.size(); ++i) {
@@ -264,11 +265,11 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     for (const std::string& word : words) {
         if (word == "--")
             break;
-        // The parser would take the next argument for the missing value.
+        // The parser would use the next argument as the value.
         if (word.starts_with("--") && word.ends_with('='))
             throw UsageError(word + " has no value");
     }
-    // The parser takes them from the end.
+    // The parser expects them in reverse order.
     std::reverse(words.begin(), words.end());
     try {
         program.parse(std::move(words));

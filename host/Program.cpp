@@ -32,7 +32,7 @@ ExitStatus fail(const std::string& message, ExitStatus status = failed) {
 
 int runProgram(std::span<const char* const> arguments) {
     openMissingStandardStreams();
-    // A reader that has gone and a file that grows too large show as errors of the write.
+    // A closed pipe and a file that exceeds its size limit are then reported as write errors.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     Interruption::install();

@@ -78,7 +78,7 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
     app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
 }
 
-/// What all exports have in common but their output.
+/// The options of all exports except those of the output.
 void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addStrict(app, options.strict);
     addInputs(app, request.inputs);

@@ -26,11 +26,11 @@ using Fragment = AsciiPlan::Fragment;
 /// A fragment that became a file.
 struct Written {
     const Fragment* fragment;
-    /// The place in the exporter's record.
+    /// The index in the exporter's record.
     std::size_t file;
 };
 
-/// The planned fragments of which files were written: both lists go by the exporter's order.
+/// The planned fragments for which files were written: both lists are in the exporter's order.
 std::vector<Written> writtenOf(const ExportedGrid& exported, const AsciiPlan& plan) {
     std::vector<Written> written;
     auto next = plan.fragments.begin();
@@ -79,7 +79,8 @@ private:
     void findCoordinateRounding();
     void findValues();
 
-    /// How many items a file got from one fragment; records of files that are added to sum up.
+    /// The number of items that a file got from one fragment; records of files that are appended to are
+    /// cumulative.
     [[nodiscard]] std::uint64_t itemsOf(const Written& written) const;
     [[nodiscard]] std::string whyEmpty(const Fragment& fragment) const;
 
@@ -120,7 +121,7 @@ void Finder::findFields() {
         findUntakenFields();
 }
 
-/// A level that is asked for is a filter; that the highest one stands for it has to be told.
+/// A requested level is a filter; the default, which takes only the highest level, causes a loss.
 void Finder::findUntakenFields() {
     std::set<std::string> taken;
     std::set<std::string> untaken;
@@ -164,7 +165,7 @@ void Finder::findEmptyFiles() {
         add("empty", "{}: {} without a value: {}", which.first, counted(count, "fragment"), which.second);
 }
 
-/// Skeletons of one level, charts and fragments may come to one name.
+/// Skeletons of the same level, charts and fragments may get the same file name.
 void Finder::findSharedFiles() {
     std::map<std::string, std::size_t> timesWritten;
     for (const Written& written : written_)
@@ -193,7 +194,7 @@ void Finder::findSharedFiles() {
 }
 
 void Finder::findLattices() {
-    // The fields of one fragment stand on the same lattice.
+    // The fields of one fragment share a lattice.
     std::set<std::string> roundings;
     std::uint64_t shift = 0;
     for (const Written& written : written_) {
@@ -232,7 +233,7 @@ void Finder::findCoordinateRounding() {
         if (const auto axis = exported_.survey.axis(number))
             finest = std::min(finest, axis->stepToKeep(statedSteps[number]));
     }
-    // A step that was computed, as 1 / 1000000.
+    // Tolerates a step that was computed, such as 1 / 1000000.
     if (finest < textStep * (1 - 1e-9))
         add("rounding",
             "coordinates are rounded by up to {:.2g}, more than the input's step of {:.2g} allows; text has "

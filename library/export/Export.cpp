@@ -28,9 +28,9 @@ namespace {
 
 /// Where a file came from.
 struct Origin {
-    /// The grids that it was written for.
+    /// The grids for which it was written.
     std::vector<const ExportedGrid*> grids;
-    /// The last entry of the exporter's record that tells of it.
+    /// The last entry for it in the exporter's record.
     std::size_t lastRecord = 0;
 };
 
@@ -87,7 +87,7 @@ Export::Impl::Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<
       placement_(options_.overwrite, inputs_.identities()) {}
 
 Export::Impl::~Impl() {
-    // A folder may lie in one that an earlier one made.
+    // A folder may be inside one that an earlier one created.
     while (!folders_.empty())
         folders_.pop_back();
 }
@@ -134,7 +134,7 @@ void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
 
 bool Export::Impl::runOnce(const RunScope& scope) {
     const fs::path output = scope.output;
-    // A folder may lie on another file system than the one around it.
+    // A folder may be on a different file system than its parent.
     const fs::path place = format_->fillsFolder() ? output : output.parent_path();
     folders_.push_back(std::make_unique<StagingFolder>(place.empty() ? fs::path(".") : place));
     const StagingFolder& folder = *folders_.back();
@@ -143,7 +143,7 @@ bool Export::Impl::runOnce(const RunScope& scope) {
     inputs_.expectFields(run->fieldsRead());
     ConvLib::BasicConverterDefs& exporter = run->exporter();
     exporter.bundleptr = inputs_.bundle();
-    // Only finished files are shown, so nobody waits for single lines.
+    // Only finished files are put in place, so nobody waits for single lines.
     exporter.setFlushLines(false);
     options_.filters.applyTo(exporter);
     if (options_.showSettings) {

@@ -40,7 +40,8 @@ public:
         : options_(options),
           settings_(settings),
           progress_(context.progress),
-          // The exporter reads the positions for their box, then everything; the check reads it once more.
+          // The exporter reads the positions for their box, then everything; the verification reads
+          // everything again.
           recorder_(Anchor::makeStrong<LasRecorder>(scope, context.inputs, context.selection, settings_,
                                                     options.verify ? 3U : 2U, context.progress)) {
         configure(exporter_, options);

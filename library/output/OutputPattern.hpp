@@ -8,15 +8,14 @@
 
 namespace Tidewatch {
 
-/// The OUTPUT of an export command: a path in which {grid} and {time} stand for the name of a grid and for a
-/// time in its shortest decimal form.
+/// The OUTPUT of an export command: a path in which {grid} and {time} are replaced by the name of a grid and
+/// by a time in its shortest decimal form.
 class TIDEWATCH_API OutputPattern {
 public:
     /// An empty pattern.
     OutputPattern() = default;
 
-    /// Throws UsageError for an empty text and for anything in braces that is neither of the two. A brace
-    /// without a partner stands for itself.
+    /// Throws UsageError for an empty text and for anything else in braces. An unmatched brace is literal.
     OutputPattern(std::string text);
     OutputPattern(const char* text) : OutputPattern(std::string(text)) {}
 
@@ -28,9 +27,9 @@ public:
     /// Whether each time gets its own output.
     [[nodiscard]] bool isPerTime() const noexcept { return perTime_; }
 
-    /// The path for a grid and a time; what the pattern does not name is not looked at. Throws
-    /// Anchor::FormatError for a grid name that would not be one path component: the name comes from inside
-    /// an input file and must not lead to another folder.
+    /// The path for a grid and a time; arguments that are not in the pattern are ignored. Throws
+    /// Anchor::FormatError for a grid name that is not a single path component: the name comes from an input
+    /// file and must not lead to another folder.
     [[nodiscard]] std::string fill(const std::string& grid, double time) const;
 
 private:
@@ -46,7 +45,7 @@ private:
     bool perTime_ = false;
 };
 
-/// Whether a name can stand as one component of a path: not empty, not "." or "..", no separator, no control
+/// Whether a name can be one component of a path: not empty, not "." or "..", no separator, no control
 /// character.
 [[nodiscard]] bool isPathComponent(const std::string& name);
 

@@ -36,17 +36,17 @@ void bringToDisk(const fs::path& path) {
 /// 0, or the error number.
 int renameFile(const fs::path& from, const fs::path& to, bool overwrite) {
     if (!overwrite) {
-        // Closes the gap between the check and the rename, during which somebody else may have made the file.
+        // Closes the gap between the check and the rename, in which another process may create the file.
         if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
             return 0;
         if (errno != EINVAL && errno != ENOSYS)
             return errno;
-        // Some file systems know no such rename.
+        // Some file systems do not support this rename.
     }
     return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
-/// One form for all paths that lead to a place; a link that is there is the place.
+/// A canonical form of a path; a symbolic link at the path itself is not followed.
 fs::path placeOf(const fs::path& path) {
     const fs::path normal = fs::absolute(path).lexically_normal();
     return fs::weakly_canonical(normal.parent_path()) / normal.filename();

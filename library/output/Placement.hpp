@@ -12,41 +12,40 @@
 
 namespace Tidewatch {
 
-/// Puts finished files in place: all of them or, as far as can be known beforehand, none.
+/// Puts finished files in place: all of them or, as far as that can be checked in advance, none.
 class TIDEWATCH_API Placement {
 public:
-    /// `overwrite`: existing files are replaced. `inputs` are files that must never be.
+    /// `overwrite`: existing files are replaced. `inputs` are files that are never replaced.
     Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs);
 
-    /// What becomes of a file that exists at the target.
+    /// What happens to an existing file at the target.
     enum class Mode {
-        /// It is replaced, where that is allowed.
+        /// It is replaced if that is allowed.
         Replace,
-        /// It stays, and what is put there goes behind what it holds.
+        /// The new content is appended to it.
         Append
     };
 
-    /// Throws Anchor::FileError when nothing may be put at `target`: it is one of the inputs, a folder or
-    /// something else that is not a regular file is there, or a file does and is not to be replaced.
+    /// Throws Anchor::FileError if nothing may be put at `target`: it is one of the inputs, something other than a
+    /// regular file, or an existing file that must not be replaced.
     void check(const std::filesystem::path& target, Mode mode = Mode::Replace) const;
 
-    /// Throws Anchor::FileError when `path` exists and is not a folder.
+    /// Throws Anchor::FileError if `path` exists and is not a folder.
     static void checkFolder(const std::filesystem::path& path);
 
-    /// Notes a file that lies at `staged` on the same file system and is to be moved to `target`.
+    /// Adds a file that is to be moved from `staged` to `target` on the same file system.
     void add(std::filesystem::path staged, std::filesystem::path target, Mode mode = Mode::Replace);
 
-    /// Checks all targets, then renames. Missing folders on the way to a target are made. Throws
-    /// Anchor::FileError before the first rename when two files have one target or a check fails; when a
-    /// rename fails, the message names the files that are in place already.
+    /// Checks all targets, then renames. Missing parent folders of targets are created. Throws Anchor::FileError before
+    /// the first rename if two files have the same target or a check fails; if a rename fails, the message names the
+    /// files that are already in place.
     ///
-    /// A file that is added to is joined with the new one beside the latter, also before the first rename; it
-    /// keeps its permissions, and a link stays one. That it was changed between that and its rename is an error, too.
+    /// A file to append to is joined with the new one in a temporary file, also before the first rename; it keeps its
+    /// permissions, and a symbolic link stays one. It is an error if the file changes between that and its rename.
     /// `check` is called meanwhile, unless it is empty, and may throw to stop.
     ///
-    /// A file that replaces another one is brought to the disk first, so that a power failure leaves the old
-    /// or the new content. New files are not: that would cost the time of writing once more, and what it
-    /// would save can be made again.
+    /// A file that replaces another one is flushed to the disk first, so that a power failure leaves the old or the new
+    /// content. New files are not: that would double the time of writing to protect files that can be created again.
     void commit(const std::function<void()>& check = {});
 
 private:
@@ -54,13 +53,13 @@ private:
         std::filesystem::path staged;
         std::filesystem::path target;
         Mode mode;
-        /// Where something is added to a file: what it was like when it was read.
+        /// For a file that is appended to: its state when it was read.
         std::optional<Anchor::FileState> before;
     };
 
-    /// Checks a target and resolves links to a file that is added to.
+    /// Checks a target and resolves links to a file that is appended to.
     void settle(Move& move) const;
-    /// Makes what lies at `staged` ready to take its place.
+    /// Prepares the file at `staged` for its rename.
     static void prepare(Move& move, const std::function<void()>& check);
 
     bool overwrite_;

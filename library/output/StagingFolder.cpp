@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The streams of exporters do not tell why they failed; a device without room is the usual cause.
+/// The streams of exporters do not report why they failed; a full device is the usual cause.
 std::string likelyCause(const fs::path& folder) {
     struct statvfs room {};
     if (::statvfs(folder.c_str(), &room) == 0 && room.f_bavail == 0)
@@ -73,7 +73,7 @@ void StagingFolder::remove() noexcept {
 
 std::vector<fs::path> StagingFolder::verify(std::span<const ConvLib::WrittenFile> record,
                                             const std::function<fs::path(const fs::path&)>& target) const {
-    // An exporter may write a file several times over; the bytes of the last time are those that count.
+    // An exporter may write the same file several times; the last record counts.
     std::map<fs::path, std::uint64_t> bytesOf;
     for (const ConvLib::WrittenFile& file : record) {
         const fs::path relative = fs::path(file.path).lexically_relative(path_);

@@ -11,18 +11,17 @@
 
 namespace Tidewatch {
 
-/// A folder for unfinished files beside the place of the finished ones, so that moving them there is a
-/// rename.
+/// A folder for unfinished files beside the destination, so that they can be moved there by a rename.
 ///
-/// Its name is unique and holds no dot: exporters may take the last dot of a path for the beginning of an
+/// Its name is unique and contains no dot: exporters may interpret the last dot of a path as the start of an
 /// extension.
 class StagingFolder {
 public:
-    /// Makes the folder inside `place`; `place` itself and the folders above it are made where they are
-    /// missing. Throws Anchor::FileError.
+    /// Creates the folder inside `place`; creates `place` and its parent folders if they are missing. Throws
+    /// Anchor::FileError.
     explicit StagingFolder(const std::filesystem::path& place);
 
-    /// Removes the folder with everything that still lies in it, and those of the folders it made that are
+    /// Removes the folder with its remaining contents, and the parent folders that it created if they are
     /// empty.
     ~StagingFolder();
 
@@ -31,10 +30,10 @@ public:
 
     [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
 
-    /// Compares what lies here with what an exporter says that it wrote: every file of the record is there
-    /// with as many bytes as were handed to its stream, no stream failed, and there is nothing else. Gives
-    /// the paths of the files, relative to the folder, ascending. `target` tells the final path of a relative
-    /// one, for messages. Throws Anchor::FileError.
+    /// Compares the folder with an exporter's record: every file of the record exists with as many bytes as
+    /// were passed to its stream, no stream failed, and there is nothing else. Returns the paths of the
+    /// files, relative to the folder, ascending. `target` returns the final path for a relative one, for
+    /// messages. Throws Anchor::FileError.
     [[nodiscard]] std::vector<std::filesystem::path>
     verify(std::span<const ConvLib::WrittenFile> record,
            const std::function<std::filesystem::path(const std::filesystem::path&)>& target) const;

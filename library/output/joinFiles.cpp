@@ -40,7 +40,7 @@ private:
     int number_;
 };
 
-/// One joining of files, for messages that name the file that the user knows.
+/// Joins two files; error messages name the file that the user knows.
 class Joining {
 public:
     Joining(const fs::path& head, const fs::path& tail, const std::function<void()>& check)
@@ -69,7 +69,7 @@ public:
     }
 
 private:
-    /// Gives the state of the file before it was read.
+    /// Returns the state of the file before it was read.
     struct stat copy(const fs::path& path) {
         const Descriptor in(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
         struct stat status {};
