@@ -44,7 +44,7 @@ int runProgram(std::span<const char* const> arguments) {
     } catch (const UsageError& error) {
         return fail(error.what(), wrongUsage);
     } catch (const std::bad_alloc&) {
-        return fail("there is not enough memory; take less at a time with --time, --grid or --field, "
+        return fail("there is not enough memory; select less with --time, --grid or --field, "
                     "or lower --memory-limit and --fragment-points");
     } catch (const std::exception& error) {
         return fail(error.what());

@@ -21,7 +21,7 @@ namespace {
 std::optional<std::string> filePath(const std::string& text) {
     const std::string name = text.substr(text.rfind('/') + 1);
     if (name.empty() || name == "." || name == "..")
-        throw UsageError(fmt::format("--output: \"{}\" names no file", text));
+        throw UsageError(fmt::format("--output: \"{}\" is not a file name", text));
     return text;
 }
 
@@ -58,15 +58,15 @@ void addFilters(CLI::App& app, Filters& filters) {
     const std::string group = "Selection (each may be given several times)";
     addRepeatable(
         app, "--time", "MIN:MAX", parseTimeRange, [&](const auto& range) { filters.times.push_back(range); },
-        "take slices of these times, both ends included, or of one time")
+        "select slices of these times, both ends included, or of one time")
         ->group(group);
     addRepeatable(
         app, "--grid", "GLOB", anyText, [&](const auto& glob) { filters.grids.push_back(glob); },
-        "take grids of these names; *, ? and [...] as in the shell")
+        "select grids with these names; *, ? and [...] as in the shell")
         ->group(group);
     addRepeatable(
         app, "--field", "GLOB", anyText, [&](const auto& glob) { filters.fields.push_back(glob); },
-        "take fields of these names")
+        "select fields with these names")
         ->group(group);
 }
 
@@ -75,7 +75,7 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
                const std::string& help) {
     const std::string group = "Output";
     addValue(app, "-o,--output", placeholder, parse, output, help)->required()->group(group);
-    app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
+    app.add_flag("--overwrite", overwrite, "replace existing files")->group(group);
 }
 
 /// The options of all exports except those of the output.
@@ -120,8 +120,7 @@ void addBundleFile(CLI::App& app, std::string& output, bool& overwrite) {
 }
 
 void addStrict(CLI::App& app, bool& strict) {
-    app.add_flag("--strict", strict, "an error, and no output, where anything would be lost")
-        ->group("Output");
+    app.add_flag("--strict", strict, "treat losses as errors, and write nothing")->group("Output");
 }
 
 void addFileExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {

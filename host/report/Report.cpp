@@ -24,7 +24,7 @@ bool Report::acceptLosses(const std::vector<Loss>& losses, bool strict) {
     }
     if (!strict || losses.empty())
         return true;
-    messages_.error("nothing was put in place, since --strict refuses losses");
+    messages_.error("nothing was put in place, because --strict refuses losses");
     return false;
 }
 

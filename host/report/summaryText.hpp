@@ -7,7 +7,7 @@
 
 namespace Tidewatch {
 
-/// One line per file: "out/cloud.pcd: 1234 points, 56789 bytes", with ", added to 11 bytes" if the file had content
+/// One line per file: "out/cloud.pcd: 1234 points, 56789 bytes", with ", appended to 11 bytes" if the file had content
 /// before.
 [[nodiscard]] std::string summaryText(const ExportReport& report);
 

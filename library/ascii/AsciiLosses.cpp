@@ -132,7 +132,7 @@ void Finder::findUntakenFields() {
     for (const std::string& field : untaken) {
         if (!taken.contains(field))
             add("fields",
-                "{} is left out: it lies on other skeletons than the vertices of the highest level; "
+                "{} is left out: it is only on skeletons other than the vertices of the highest level; "
                 "--ref-level -2 takes all",
                 field);
     }
@@ -184,12 +184,13 @@ void Finder::findSharedFiles() {
     }
     if (overwritten != 0)
         add("overwritten",
-            "{} of several skeletons or charts came to one name, of which the last is kept; "
+            "{} written for several skeletons or charts, of which only the last is kept; "
             "--ref-level keeps levels apart",
             counted(overwritten, "file"));
     if (chained != 0)
         add("joined",
-            "{} with the grids of several fragments one behind the other, of which programs read the first",
+            "{} with the grids of several fragments one after the other, of which most programs read only "
+            "the first",
             counted(chained, "file"));
 }
 
@@ -209,7 +210,7 @@ void Finder::findLattices() {
         add("rounding", "{}", rounding);
     if (shift != 0)
         add("shift",
-            "the values of fragments that overlap their southern neighbour stand up to {} too far north",
+            "the values of fragments that overlap their southern neighbour are up to {} too far north",
             counted(shift, "row"));
 }
 

@@ -252,7 +252,7 @@ void Export::Impl::noteSharedFiles(const std::vector<std::string>& files, const 
     for (const ExportedGrid* const grid : grids)
         names.push_back(gridAtTime(grid->name, grid->time));
     if (format_->addsToFiles()) {
-        text += joined(names) + " one behind the other";
+        text += joined(names) + " one after the other";
     } else {
         text += names.back() + ", which overwrote ";
         names.pop_back();
@@ -277,7 +277,7 @@ std::string Export::Impl::whyNothing() const {
                                      [&](double time, const std::string& name, const Sheaf::Grid&) {
                                          grids.push_back(gridAtTime(name, time));
                                      });
-    return grids.empty() ? "the inputs hold no grid" : "the filters leave out " + joined(grids);
+    return grids.empty() ? "the inputs contain no grid" : "the filters leave out " + joined(grids);
 }
 
 Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,

@@ -26,7 +26,7 @@ namespace Tidewatch {
 struct ExportedGrid {
     double time;
     std::string name;
-    /// Indices into the exporter's record of written files: [firstFile, lastFile).
+    /// Indices into the exporter's record of written files: [firstFile, endFile).
     std::size_t firstFile = 0;
     std::size_t endFile = 0;
 

@@ -199,7 +199,7 @@ void LasRecorder::refuse(std::size_t axis, double value, const LasAxes& axes) co
             message += fmt::format(", here from {} to {}", coordinateText(stored.lowest),
                                    coordinateText(stored.highest));
         if (!settings_.tiles)
-            message += "; --tiles gives each fragment limits of its own";
+            message += "; --tiles gives each fragment its own limits";
     }
     throw Anchor::Error(message);
 }

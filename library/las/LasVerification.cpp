@@ -225,7 +225,7 @@ private:
         if (!fitsBox || !holdsPoints)
             fail(name_,
                  fmt::format("the header states {0} from {1} to {2}, its points reach from {3} to {4}, "
-                             "those handed over from {5} to {6}",
+                             "the exported ones from {5} to {6}",
                              axisNames[axis], coordinateText(stated[0]), coordinateText(stated[1]),
                              coordinateText(foundLower), coordinateText(foundUpper), coordinateText(lower),
                              coordinateText(upper)));
@@ -253,7 +253,7 @@ void LasVerification::checkCount(const File& file) const {
     options.FragmentPoints = std::numeric_limits<std::uint64_t>::max();
     if (const std::uint64_t found = ReadBack(file.path, options).plan().points(); found != file.points)
         fail(file.name,
-             fmt::format("it holds {}, {} were written", counted(found, "point"), grouped(file.points)));
+             fmt::format("it contains {}, {} were written", counted(found, "point"), grouped(file.points)));
 }
 
 std::vector<std::string> LasVerification::compare(const File& file, const LasPlan& plan,
@@ -287,7 +287,7 @@ std::vector<std::string> LasVerification::compare(const File& file, const LasPla
         expectation.take({});
     }
     if (points.next())
-        fail(file.name, fmt::format("it goes on after {}", counted(number, "point")));
+        fail(file.name, fmt::format("it continues after {}", counted(number, "point")));
     comparison.compareExtent(written.axes);
     return comparison.returnCountDifferences();
 }

@@ -121,13 +121,12 @@ void LasRun::findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragme
             left.insert(fmt::format("\"{}\"", grid));
     }
     const std::string& why = last.obstacle;
-    losses.add(
-        "skipped",
-        fmt::format("{}: fragment \"{}\" has no positions to export{}; nothing behind it at "
-                    "that time is exported{}",
-                    gridAtTime(exported.name, exported.time), last.name,
-                    why.empty() ? std::string() : " (" + why + ")",
-                    left.empty() ? std::string() : ", and no grid " + joined({left.begin(), left.end()})));
+    losses.add("skipped", fmt::format("{}: fragment \"{}\" has no positions to export{}; nothing after it at "
+                                      "that time is exported{}",
+                                      gridAtTime(exported.name, exported.time), last.name,
+                                      why.empty() ? std::string() : " (" + why + ")",
+                                      left.empty() ? std::string()
+                                                   : ", and no grid " + joined({left.begin(), left.end()})));
 }
 
 class LasFormat final : public ExportFormat {

@@ -72,9 +72,9 @@ void Placement::check(const fs::path& target, Mode mode) const {
         struct stat link {};
         if (errno == ENOENT && ::lstat(target.c_str(), &link) == 0) {
             if (mode == Mode::Append)
-                throw Anchor::FileError(target.string() + ": is a link that leads nowhere");
+                throw Anchor::FileError(target.string() + ": is a broken link");
             if (!overwrite_)
-                throw Anchor::FileError(target.string() + ": is a link already; --overwrite replaces it");
+                throw Anchor::FileError(target.string() + ": is already a link; --overwrite replaces it");
         }
         return;
     }
@@ -86,7 +86,7 @@ void Placement::check(const fs::path& target, Mode mode) const {
     if (std::find(inputs_.begin(), inputs_.end(), identity) != inputs_.end())
         throw Anchor::FileError(target.string() + ": the output is one of the inputs");
     if (!overwrite_ && mode == Mode::Replace)
-        throw Anchor::FileError(target.string() + ": exists already; --overwrite replaces it");
+        throw Anchor::FileError(target.string() + ": already exists; --overwrite replaces it");
 }
 
 void Placement::add(fs::path staged, fs::path target, Mode mode) {
@@ -115,14 +115,14 @@ void Placement::commit(const std::function<void()>& check) {
     for (Move& move : moves_) {
         settle(move);
         if (!targets.insert(placeOf(move.target)).second)
-            throw Anchor::FileError(move.target.string() + ": two files are to go there");
+            throw Anchor::FileError(move.target.string() + ": is the target of two files");
     }
     for (Move& move : moves_)
         prepare(move, check);
     for (const Move& move : moves_) {
         if (move.before && Anchor::FileState::of(move.target) != move.before)
             throw Anchor::FileError(move.target.string() +
-                                    ": the file was changed while it was to be added to");
+                                    ": the file was changed while it was being appended to");
     }
     std::vector<std::string> placed;
     for (const Move& move : moves_) {
@@ -134,7 +134,7 @@ void Placement::commit(const std::function<void()>& check) {
         if (failure != 0)
             throw Anchor::FileError(fmt::format(
                 "{}: cannot be put in place: {} ({})", move.target.string(), systemMessage(failure),
-                placed.empty() ? "nothing was put in place" : "in place already: " + joined(placed)));
+                placed.empty() ? "nothing was put in place" : "already in place: " + joined(placed)));
         placed.push_back(move.target.string());
     }
     moves_.clear();

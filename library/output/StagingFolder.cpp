@@ -34,7 +34,7 @@ StagingFolder::StagingFolder(const fs::path& place) {
         makePlace(place);
         std::string pattern = (place / "tidewatch-XXXXXX").string();
         if (::mkdtemp(pattern.data()) == nullptr)
-            throw Anchor::FileError(fmt::format("{}: cannot make a folder for unfinished files there: {}",
+            throw Anchor::FileError(fmt::format("{}: cannot create a folder for unfinished files there: {}",
                                                 place.string(), systemMessage(errno)));
         path_ = pattern;
     } catch (...) {
@@ -59,7 +59,7 @@ void StagingFolder::makePlace(const fs::path& place) {
             madeFolders_.push_back(outermost);
         else if (errno != EEXIST)
             throw Anchor::FileError(
-                fmt::format("{}: cannot make the folder: {}", outermost.string(), systemMessage(errno)));
+                fmt::format("{}: cannot create the folder: {}", outermost.string(), systemMessage(errno)));
     }
 }
 
@@ -88,8 +88,8 @@ std::vector<fs::path> StagingFolder::verify(std::span<const ConvLib::WrittenFile
         std::error_code error;
         const std::uint64_t size = fs::file_size(path_ / relative, error);
         if (error)
-            throw Anchor::FileError(
-                fmt::format("{}: the written file is gone: {}", target(relative).string(), error.message()));
+            throw Anchor::FileError(fmt::format("{}: the written file is missing: {}",
+                                                target(relative).string(), error.message()));
         if (size != bytes)
             throw Anchor::FileError(fmt::format("{}: {} bytes were written, but the file has {}{}",
                                                 target(relative).string(), bytes, size, likelyCause(path_)));

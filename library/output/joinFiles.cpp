@@ -100,7 +100,7 @@ private:
 
     [[noreturn]] void fail() const {
         throw Anchor::FileError(
-            fmt::format("{}: cannot be added to: {}", head_.string(), systemMessage(errno)));
+            fmt::format("{}: cannot be appended to: {}", head_.string(), systemMessage(errno)));
     }
 
     const fs::path& head_;
