@@ -148,8 +148,8 @@ private:
 } // namespace
 
 ExportPointCloudToASCII::ExportPointCloudToASCII() {
-    constexpr double most = std::numeric_limits<double>::infinity();
-    CellTypeFilter.add(-most, most);
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    CellTypeFilter.add(-infinity, infinity);
 }
 
 ExportPointCloudToASCII::~ExportPointCloudToASCII() = default;

@@ -26,10 +26,10 @@ public:
           rounding_(decimals) {}
 
     /// An element is written.
-    void look(const T& element) {
+    void add(const T& element) {
         if constexpr (isObserved) {
             if (!isPositions_)
-                rounding_.look(element);
+                rounding_.add(element);
         }
     }
 

@@ -130,11 +130,11 @@ AsciiPlan::Lattice GridFragment::described() const {
     const auto loss = [&](double corner, double spacing, std::uint64_t count) {
         const auto last = static_cast<double>(count > 0 ? count - 1 : 0);
         const double written = EsriGridHeader::asWritten(corner);
-        const double most =
+        const double largest =
             std::max(std::abs(written - corner), std::abs(written + last * cell - (corner + last * spacing)));
         const double noise = 8 * std::numeric_limits<double>::epsilon() *
                              std::max(std::abs(corner), std::abs(corner + last * spacing));
-        return most > noise ? most : 0;
+        return largest > noise ? largest : 0;
     };
     AsciiPlan::Lattice lattice;
     lattice.spacingX = cellSize_;

@@ -18,7 +18,7 @@ public:
     explicit NumberRounding(unsigned int decimals)
         : scale_(std::pow(Wide(10), static_cast<Wide>(std::min(decimals, maxDecimals)))) {}
 
-    void look(T value) {
+    void add(T value) {
         const Wide scaled = static_cast<Wide>(value) * scale_;
         // A number this large has no decimals to lose. NaN ends here, too.
         if (!(std::fabs(scaled) < 1 / std::numeric_limits<Wide>::epsilon()))
@@ -58,7 +58,7 @@ private:
 struct NoRounding {
     explicit NoRounding(unsigned int) {}
     template <class T>
-    void look(const T&) {}
+    void add(const T&) {}
     [[nodiscard]] static std::uint64_t count() noexcept { return 0; }
     [[nodiscard]] static double worst() noexcept { return 0; }
 };
@@ -68,10 +68,10 @@ template <class T>
 class ComponentRounding {
 public:
     explicit ComponentRounding(unsigned int decimals) : numbers_(decimals) {}
-    void look(const T& element) {
-        numbers_.look(element.x);
-        numbers_.look(element.y);
-        numbers_.look(element.z);
+    void add(const T& element) {
+        numbers_.add(element.x);
+        numbers_.add(element.y);
+        numbers_.add(element.z);
     }
     [[nodiscard]] std::uint64_t count() const noexcept { return numbers_.count(); }
     [[nodiscard]] double worst() const noexcept { return numbers_.worst(); }

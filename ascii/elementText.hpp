@@ -27,9 +27,9 @@ inline constexpr unsigned int defaultDecimals = AsciiPlan::coordinateDecimals;
 /// Appends a blank and a number: with `precision` decimals, or six if the precision is 0.
 template <std::floating_point T>
 void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
-    constexpr unsigned int most = std::numeric_limits<int>::max();
+    constexpr unsigned int max = std::numeric_limits<int>::max();
     line.character(' ');
-    line.fixed(value, static_cast<int>(std::min(decimalsFor(precision), most)));
+    line.fixed(value, static_cast<int>(std::min(decimalsFor(precision), max)));
 }
 
 /// Appends a blank and an integer in decimal. The precision only matters for bytes: unless it is 0, a byte

@@ -24,7 +24,7 @@ void writeInBlocks(std::span<const T> elements, FragmentWatch<T, isObserved>& wa
         const auto block = elements.first(std::min<std::size_t>(elements.size(), watch.block));
         for (const T& element : block) {
             write(element);
-            watch.look(element);
+            watch.add(element);
         }
         watch.wrote(block);
         elements = elements.subspan(block.size());
@@ -46,14 +46,14 @@ std::uint64_t writeList(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& 
 /// the array does not have all the columns and rows that its creator stated.
 template <class T, bool isObserved>
 std::uint64_t writeTable(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& elements,
-                         const Sheaf::Extents& promised, FragmentWatch<T, isObserved>& watch) {
+                         const Sheaf::Extents& stated, FragmentWatch<T, isObserved>& watch) {
     const auto* const table = dynamic_cast<const Sheaf::MemArray<2, T>*>(&elements);
-    if (table == nullptr || table->extents()[0] < promised[0] || table->extents()[1] < promised[1] ||
+    if (table == nullptr || table->extents()[0] < stated[0] || table->extents()[1] < stated[1] ||
         table->extents().elementCount() != table->base_vector().size())
         return 0;
-    for (std::uint64_t row = 0; row < promised[1]; ++row) {
+    for (std::uint64_t row = 0; row < stated[1]; ++row) {
         const std::span<const T> all = table->base_vector();
-        writeInBlocks(all.subspan(row * table->extents()[0], promised[0]), watch, [&](const T& element) {
+        writeInBlocks(all.subspan(row * table->extents()[0], stated[0]), watch, [&](const T& element) {
             elementText(lines, element);
             lines.character(' ');
         });
@@ -61,7 +61,7 @@ std::uint64_t writeTable(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>&
         // There may be many rows without columns.
         watch.wrote(1);
     }
-    return promised[0] * promised[1];
+    return stated[0] * stated[1];
 }
 
 /// Writes elements to an open file: a table if the array has two axes, else a list.

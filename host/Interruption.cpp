@@ -22,7 +22,7 @@ void setAction(int signal, void (*handler)(int)) {
     sigaction(signal, &action, nullptr);
 }
 
-extern "C" void noteWish(int) {
+extern "C" void recordRequest(int) {
     requested = true;
     for (const int signal : signals) {
         struct sigaction current {};
@@ -40,7 +40,7 @@ void Interruption::install() {
         sigaction(signal, nullptr, &current);
         // A script's background processes ignore SIGINT; if it is sent to one explicitly, that is intended.
         if (signal != SIGHUP || current.sa_handler != SIG_IGN)
-            setAction(signal, noteWish);
+            setAction(signal, recordRequest);
     }
 }
 

@@ -113,8 +113,8 @@ void writeShadedLines(ConvLib::LineWriter& lines, const Cloud& cloud,
     });
 }
 
-void tellPositions(ConvLib::RunObserver& observer, const std::vector<PhysicalSpace::point>& positions,
-                   const StopQuestion& mayGoOn) {
+void reportPositions(ConvLib::RunObserver& observer, const std::vector<PhysicalSpace::point>& positions,
+                     const StopQuestion& mayGoOn) {
     inBlocks(positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
         observer.positionsWritten(std::span(positions).subspan(begin, end - begin));
     });
@@ -189,7 +189,7 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
     std::ofstream out(OutputPath, std::ios::out | std::ios::trunc);
 
     if (observer)
-        tellPositions(*observer, cloud.positions, mayGoOn);
+        reportPositions(*observer, cloud.positions, mayGoOn);
     Box box = boundingBox(cloud.positions, mayGoOn);
     const PhysicalSpace::vector shift = shiftOf(box);
     inBlocks(cloud.positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {

@@ -5,8 +5,8 @@
 # stay as they are. Adding a source of another release to them would offer upgrades of everything else.
 
 # Prints the address of the Debian archive that the machine uses, whatever its address and the format of its sources,
-# and nothing if there is none. Only sources whose lists have been fetched are considered. Usage: debian_archive
-# CODENAME
+# and nothing if there is none. Only sources whose lists have been fetched are considered.
+# Usage: debian_archive CODENAME
 debian_archive() {
     # shellcheck disable=SC2016 # the placeholders are for apt
     apt-get indextargets --format '$(ORIGIN)|$(LABEL)|$(CODENAME)|$(COMPONENT)|$(REPO_URI)' 'Created-By: Packages' |
@@ -15,8 +15,8 @@ debian_archive() {
                      print $5; found = 1 }'
 }
 
-# Creates FOLDER/apt.conf for "apt-get -c". Downloads are verified with Debian's keys. Usage: make_apt_state FOLDER
-# ARCHIVE deb|deb-src RELEASE...
+# Creates FOLDER/apt.conf for "apt-get -c". Downloads are verified with Debian's keys.
+# Usage: make_apt_state FOLDER ARCHIVE deb|deb-src RELEASE...
 make_apt_state() {
     local folder=$1 archive=$2 type=$3 index=Packages
     shift 3

@@ -3,7 +3,8 @@
 #
 # Counts the tests in a file that "ctest --output-junit" wrote: "1508 passed, 105 skipped: no sample data (90), no PCL
 # (15)". Skips are counted by the text before the first colon of their reason. Fails if a test is skipped without a
-# reason. Usage: scripts/count-tests.sh FILE
+# reason.
+# Usage: scripts/count-tests.sh FILE
 set -euo pipefail
 
 LC_ALL=C awk '

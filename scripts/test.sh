@@ -55,8 +55,8 @@ build() {
     cmake --build --preset "$1" -j "$jobs"
 }
 
-# A test whose data or program is missing is skipped, but a suite without tests is an error. Usage: run_ctest PRESET
-# TESTS [WRAPPER...], where TESTS is a regular expression; the wrapper is put before ctest.
+# A test whose data or program is missing is skipped, but a suite without tests is an error.
+# Usage: run_ctest PRESET TESTS [WRAPPER...], where TESTS is a regular expression; the wrapper is put before ctest.
 run_ctest() {
     local status=0 results=$PWD/build/$1/tests.xml counts
     "${@:3}" ctest --test-dir "build/$1" --tests-regex "$2" -j "$jobs" --output-on-failure --no-tests=error \

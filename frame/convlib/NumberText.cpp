@@ -271,7 +271,7 @@ struct Precision {
           certain(0.5 - static_cast<double>(end) * 0x1p-50) {}
 };
 
-/// The first way, for up to maxDoubleDigits; false where it is not certain of the result.
+/// The first way, for up to maxDoubleDigits; false if it is not certain of the result.
 inline bool roundByDouble(std::uint64_t magnitude, const Precision& precision, Decimal& decimal) {
     constexpr auto lowest = std::bit_cast<std::uint64_t>(1e-290);
     constexpr auto highest = std::bit_cast<std::uint64_t>(1e290);
@@ -292,7 +292,7 @@ inline bool roundByDouble(std::uint64_t magnitude, const Precision& precision, D
     return std::fabs((shifted - shifter) - scaled) < precision.certain && decimal.number < precision.end;
 }
 
-/// The second way; false where it is not certain of the result.
+/// The second way; false if it is not certain of the result.
 bool roundByInteger(std::uint64_t magnitude, int digits, Decimal& decimal) {
     const Normalised value = normalise(std::bit_cast<double>(magnitude));
     const std::int64_t binary = value.exponent + 63;

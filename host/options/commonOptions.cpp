@@ -33,13 +33,13 @@ std::optional<OutputPattern> folderPattern(const std::string& text) {
     return OutputPattern(text);
 }
 
-std::optional<ProgressWish> progressWish(const std::string& text) {
+std::optional<ProgressMode> parseProgressMode(const std::string& text) {
     if (text == "auto")
-        return ProgressWish::Automatic;
+        return ProgressMode::Automatic;
     if (text == "always")
-        return ProgressWish::Always;
+        return ProgressMode::Always;
     if (text == "never")
-        return ProgressWish::Never;
+        return ProgressMode::Never;
     return std::nullopt;
 }
 
@@ -108,7 +108,7 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
 
 void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp) {
     const std::string group = "Messages";
-    addValue(app, "--progress", "WHEN", progressWish, report.progress,
+    addValue(app, "--progress", "WHEN", parseProgressMode, report.progress,
              "auto (on a terminal), always or never")
         ->group(group);
     app.add_flag("-q,--quiet", report.quiet, "errors only")->group(group);

@@ -33,9 +33,9 @@ std::string_view cut(std::string_view text, std::size_t width) {
 
 } // namespace
 
-Messages::Messages(Loudness loudness, std::FILE* stream)
+Messages::Messages(Verbosity verbosity, std::FILE* stream)
     : stream_(stream),
-      quiet_(loudness == Loudness::Quiet),
+      quiet_(verbosity == Verbosity::Quiet),
       earlierSink_(Anchor::Console::setSink([this](std::string_view message) { note(message); })) {}
 
 Messages::~Messages() {

@@ -16,7 +16,7 @@ namespace Tidewatch {
 /// each.
 class Messages {
 public:
-    enum class Loudness {
+    enum class Verbosity {
         /// Everything.
         Normal,
         /// Errors only.
@@ -24,7 +24,7 @@ public:
     };
 
     /// The caller owns `stream`.
-    explicit Messages(Loudness loudness, std::FILE* stream = stderr);
+    explicit Messages(Verbosity verbosity, std::FILE* stream = stderr);
     ~Messages();
     Messages(const Messages&) = delete;
     Messages& operator=(const Messages&) = delete;

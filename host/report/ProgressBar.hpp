@@ -16,7 +16,7 @@
 namespace Tidewatch {
 
 /// When progress is shown.
-enum class ProgressWish {
+enum class ProgressMode {
     /// On a terminal.
     Automatic,
     /// Also if standard error is redirected, then as lines.
@@ -48,7 +48,7 @@ public:
     using Clock = std::chrono::steady_clock;
 
     /// `messages` must outlive the bar. `now` replaces the clock in tests.
-    ProgressBar(ProgressWish wish, Messages& messages, std::function<Clock::time_point()> now = &Clock::now);
+    ProgressBar(ProgressMode mode, Messages& messages, std::function<Clock::time_point()> now = &Clock::now);
     ~ProgressBar() override;
 
     void begin(const std::string& text, double total, const std::string& unit) override;

@@ -13,7 +13,7 @@ namespace Tidewatch {
 
 /// What a command prints while it works and at the end.
 struct ReportOptions {
-    ProgressWish progress = ProgressWish::Automatic;
+    ProgressMode progress = ProgressMode::Automatic;
     /// Print only errors and output that an option requested.
     bool quiet = false;
     bool json = false;

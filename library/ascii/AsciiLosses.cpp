@@ -31,7 +31,7 @@ struct Written {
 };
 
 /// The planned fragments for which files were written: both lists are in the exporter's order.
-std::vector<Written> writtenOf(const ExportedGrid& exported, const AsciiPlan& plan) {
+std::vector<Written> writtenFragments(const ExportedGrid& exported, const AsciiPlan& plan) {
     std::vector<Written> written;
     auto next = plan.fragments.begin();
     for (const ExportedGrid::Fragment& taken : exported.fragments) {
@@ -54,7 +54,7 @@ public:
            std::span<const ConvLib::WrittenFile> record, Losses& losses)
         : exported_(exported),
           planned_(planned),
-          written_(writtenOf(exported, planned.plan)),
+          written_(writtenFragments(exported, planned.plan)),
           settings_(settings),
           record_(record),
           losses_(losses),
@@ -71,7 +71,7 @@ public:
 
 private:
     void findFields();
-    void findUntakenFields();
+    void findUnselectedFields();
     void findEmptyFiles();
     void findSharedFiles();
     void findLattices();
@@ -118,18 +118,18 @@ void Finder::findFields() {
     for (const auto& [field, reason] : leftOut)
         add("fields", "{} is left out: {}", field, reason);
     if (settings_.refinementLevel == -1)
-        findUntakenFields();
+        findUnselectedFields();
 }
 
 /// A requested level is a filter; the default, which takes only the highest level, causes a loss.
-void Finder::findUntakenFields() {
+void Finder::findUnselectedFields() {
     std::set<std::string> taken;
-    std::set<std::string> untaken;
+    std::set<std::string> unselected;
     for (const Fragment& fragment : planned_.plan.fragments) {
         if (!fragment.isExcluded)
-            (fragment.isSelected ? taken : untaken).insert(fragment.field);
+            (fragment.isSelected ? taken : unselected).insert(fragment.field);
     }
-    for (const std::string& field : untaken) {
+    for (const std::string& field : unselected) {
         if (!taken.contains(field))
             add("fields",
                 "{} is left out: it is only on skeletons other than the vertices of the highest level; "
@@ -171,7 +171,7 @@ void Finder::findSharedFiles() {
     for (const Written& written : written_)
         ++timesWritten[record_[written.file].path];
     std::size_t overwritten = 0;
-    std::size_t chained = 0;
+    std::size_t appended = 0;
     for (const Written& written : written_) {
         const auto entry = timesWritten.find(record_[written.file].path);
         if (entry == timesWritten.end())
@@ -179,7 +179,7 @@ void Finder::findSharedFiles() {
         if (entry->second > 1 && !settings_.append)
             ++overwritten;
         if (entry->second > 1 && settings_.append && written.fragment->lattice)
-            ++chained;
+            ++appended;
         timesWritten.erase(entry);
     }
     if (overwritten != 0)
@@ -187,11 +187,11 @@ void Finder::findSharedFiles() {
             "{} written for several skeletons or charts, of which only the last is kept; "
             "--ref-level keeps levels apart",
             counted(overwritten, "file"));
-    if (chained != 0)
+    if (appended != 0)
         add("joined",
             "{} with the grids of several fragments one after the other, of which most programs read only "
             "the first",
-            counted(chained, "file"));
+            counted(appended, "file"));
 }
 
 void Finder::findLattices() {

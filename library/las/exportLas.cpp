@@ -64,7 +64,8 @@ public:
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
-    void findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragment& last, Losses& losses) const;
+    void findSkippedFragments(const ExportedGrid& exported, const LasPlan::Fragment& last,
+                              Losses& losses) const;
 
     const LasOptions& options_;
     const LasSettings& settings_;
@@ -109,12 +110,12 @@ void LasRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
         return;
     addLasLosses(exported, *grid, settings_, losses);
     if (const LasPlan::Fragment* const last = fragmentWithoutPositions(*grid))
-        findWhatWasLeft(exported, *last, losses);
+        findSkippedFragments(exported, *last, losses);
 }
 
 /// The exporter leaves a slice at the first fragment without positions.
-void LasRun::findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragment& last,
-                             Losses& losses) const {
+void LasRun::findSkippedFragments(const ExportedGrid& exported, const LasPlan::Fragment& last,
+                                  Losses& losses) const {
     std::set<std::string> left;
     for (const auto& [time, grid] : recorder_->plannedGrids()) {
         if (time == exported.time && grid > exported.name)

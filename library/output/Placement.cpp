@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void bringToDisk(const fs::path& path) {
+void flushToDisk(const fs::path& path) {
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     const bool done = file >= 0 && ::fsync(file) == 0;
     const int error = errno;
@@ -93,7 +93,7 @@ void Placement::add(fs::path staged, fs::path target, Mode mode) {
     moves_.push_back({std::move(staged), std::move(target), mode, std::nullopt});
 }
 
-void Placement::settle(Move& move) const {
+void Placement::resolveTarget(Move& move) const {
     check(move.target, move.mode);
     if (move.mode == Mode::Append && fs::is_symlink(move.target))
         move.target = fs::canonical(move.target);
@@ -107,13 +107,13 @@ void Placement::prepare(Move& move, const std::function<void()>& check) {
         move.staged = std::move(joined.path);
         move.before = joined.head;
     }
-    bringToDisk(move.staged);
+    flushToDisk(move.staged);
 }
 
 void Placement::commit(const std::function<void()>& check) {
     std::set<fs::path> targets;
     for (Move& move : moves_) {
-        settle(move);
+        resolveTarget(move);
         if (!targets.insert(placeOf(move.target)).second)
             throw Anchor::FileError(move.target.string() + ": is the target of two files");
     }

@@ -58,7 +58,7 @@ private:
     };
 
     /// Checks a target and resolves links to a file that is appended to.
-    void settle(Move& move) const;
+    void resolveTarget(Move& move) const;
     /// Prepares the file at `staged` for its rename.
     static void prepare(Move& move, const std::function<void()>& check);
 

@@ -56,7 +56,7 @@ void StagingFolder::makePlace(const fs::path& place) {
     for (; !missing.empty(); missing.pop_back()) {
         const fs::path& outermost = missing.back();
         if (::mkdir(outermost.c_str(), 0777) == 0)
-            madeFolders_.push_back(outermost);
+            createdFolders_.push_back(outermost);
         else if (errno != EEXIST)
             throw Anchor::FileError(
                 fmt::format("{}: cannot create the folder: {}", outermost.string(), systemMessage(errno)));
@@ -67,8 +67,8 @@ void StagingFolder::remove() noexcept {
     std::error_code ignored;
     if (!path_.empty())
         fs::remove_all(path_, ignored);
-    for (; !madeFolders_.empty(); madeFolders_.pop_back())
-        ::rmdir(madeFolders_.back().c_str());
+    for (; !createdFolders_.empty(); createdFolders_.pop_back())
+        ::rmdir(createdFolders_.back().c_str());
 }
 
 std::vector<fs::path> StagingFolder::verify(std::span<const ConvLib::WrittenFile> record,

@@ -42,7 +42,7 @@ private:
     void makePlace(const std::filesystem::path& place);
     void remove() noexcept;
 
-    std::vector<std::filesystem::path> madeFolders_; // outermost first
+    std::vector<std::filesystem::path> createdFolders_; // outermost first
     std::filesystem::path path_;
 };
 

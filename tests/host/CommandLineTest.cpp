@@ -45,7 +45,7 @@ TEST(CommandLine, PcdWithoutOptionsHasTheDefaultsOfTheExporter) {
     EXPECT_EQ(request.inputs.sliceTime, 0);
     EXPECT_EQ(request.inputs.fragmentPoints, 1'000'000U);
     EXPECT_FALSE(request.inputs.memoryLimit);
-    EXPECT_EQ(request.report.progress, ProgressWish::Automatic);
+    EXPECT_EQ(request.report.progress, ProgressMode::Automatic);
     EXPECT_FALSE(request.report.quiet || request.report.json);
 }
 
@@ -100,7 +100,7 @@ TEST(CommandLine, PcdTakesAllItsOptions) {
     EXPECT_EQ(request.inputs.fragmentPoints, 10U);
     EXPECT_EQ(request.inputs.memoryLimit, std::uint64_t{4} << 30);
     EXPECT_TRUE(request.options.overwrite && request.options.strict && request.printParameters);
-    EXPECT_EQ(request.report.progress, ProgressWish::Always);
+    EXPECT_EQ(request.report.progress, ProgressMode::Always);
     EXPECT_TRUE(request.report.quiet && request.report.json);
     EXPECT_TRUE(request.options.output.isPerGrid());
 }
