@@ -21,8 +21,8 @@ struct LASvlr {
 
 /// The public header block of a file with its variable length records (LAS 1.4 R15, table 3).
 ///
-/// A new header is one of LAS 1.2, point format 0, without points, and so are its sizes; code that changes the
-/// version or the format sets the sizes too.
+/// A new header, including its sizes, is that of a LAS 1.2 file with point format 0 and no points; code that changes
+/// the version or the format must set the sizes, too.
 class LASheader : public LASquantizer, public LASattributer {
 public:
     CHAR file_signature[4]{'L', 'A', 'S', 'F'};
@@ -61,7 +61,7 @@ public:
 
     std::vector<LASvlr> vlrs;
 
-    /// Makes the record that describes the attributes agree with them; with its first attribute a header gets
-    /// one. The count of records and the offset to the points follow. Always true.
+    /// Updates the record that describes the attributes; creates it with the first attribute. Adjusts the number of
+    /// records and the offset to the points. Always true.
     BOOL update_extra_bytes_vlr();
 };

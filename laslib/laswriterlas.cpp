@@ -17,7 +17,7 @@ namespace {
 namespace Place = Formats::Las::Header;
 using Formats::Las::compressedFlag;
 
-/// A run of header fields as they are in a file.
+/// A sequence of header fields as they are in a file.
 template <std::size_t size>
 using Fields = std::array<char, size>;
 
@@ -27,7 +27,7 @@ constexpr bool isExtended(U8 format) {
 
 Fields<24> legacyCounts(const LASheader& header) {
     Fields<24> bytes{};
-    // The 32-bit counts are no longer used with the formats from 6 on and have to be zero there.
+    // From format 6 on the 32-bit counts are no longer used and must be zero.
     if (!isExtended(header.point_data_format))
         LittleEndianWriter(bytes.data())
             .put(header.number_of_point_records)
@@ -60,7 +60,7 @@ Fields<140> extendedFields(const LASheader& header) {
     return bytes;
 }
 
-/// The public header block. The record that describes the compression is counted with the others.
+/// The public header block. The record that describes the compression is included in the count of records.
 std::vector<char> headerBlock(const LASheader& header, std::size_t descriptionSize) {
     std::vector<char> bytes(header.header_size);
     const bool compressed = descriptionSize != 0;
@@ -133,7 +133,7 @@ void putPoint10(LittleEndianWriter& to, const LASpoint& point) {
 }
 
 // Records of point formats 6 and 7 (LAS 1.4 R15, tables 16 to 18). Flags and classes that were set in the
-// older, narrower fields count too.
+// older, narrower fields are included.
 void putPoint14(LittleEndianWriter& to, const LASpoint& point) {
     const int flags = (point.extended_classification_flags & 8) | point.synthetic_flag |
                       point.keypoint_flag << 1 | point.withheld_flag << 2;
@@ -156,7 +156,7 @@ void putColor(LittleEndianWriter& to, const LASpoint& point) {
     to.put(point.rgb[0]).put(point.rgb[1]).put(point.rgb[2]);
 }
 
-/// Copies in steps of a fixed size, which need no call; the last one may reach into the next record.
+/// Copies in steps of a fixed size, which need no function call; the last one may reach into the next record.
 void putExtraBytes(char* to, const LASpoint& point) {
     constexpr I32 step = LASpoint::extraBytesStep;
     for (I32 i = 0; i < point.extra_bytes_number; i += step)

@@ -23,7 +23,7 @@ std::string whyNoPoints(const PcdPlan& plan, const std::function<bool(const std:
             return {};
     }
     for (const Fragment& fragment : plan.fragments) {
-        // What was stated fits, and the array does not.
+        // The creator stated suitable data, but the array is unsuitable.
         if (fragment.role == Role::Positions && fragment.isCertain && !fragment.whyLeftOut.empty() &&
             fragment.elementType == Sheaf::elementTypeName(typeid(Geom::PhysicalSpace::point)))
             return fragment.whyLeftOut;

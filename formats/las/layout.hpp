@@ -4,13 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Byte offsets and constants of LAS and LAZ files: everything that readers, the writer and the verification have to agree
-/// on. Places are bytes from the beginning of the block that they are named after. Sources: LAS 1.4 R15; for
-/// compressed files the LASzip library and "LASzip: lossless compression of LiDAR data" (Isenburg 2013).
+/// Byte offsets and constants of LAS and LAZ files: everything that readers, the writer and the verification must agree
+/// on. Offsets are in bytes from the start of the block that they are named after. Sources: LAS 1.4 R15; for compressed
+/// files the LASzip library and "LASzip: lossless compression of LiDAR data" (Isenburg 2013).
 namespace Formats::Las {
 
-/// "Public Header Block". The header of a version is that of the one before with fields added at its end, so one list
-/// serves all versions.
+/// "Public Header Block". Each version adds fields at the end of the header of the version before, so one list serves
+/// all versions.
 namespace Header {
 constexpr std::size_t globalEncoding = 6;
 constexpr std::size_t versionMajor = 24;
@@ -46,7 +46,7 @@ constexpr std::uint16_t headerSizeOf(unsigned versionMinor) noexcept {
 /// The bit of the point format that marks compressed points; set by LASzip, not part of LAS.
 constexpr std::uint8_t compressedFlag = 0x80;
 
-/// "Variable Length Records" and "Extended Variable Length Records", which begin alike: two reserved bytes, user id,
+/// "Variable Length Records" and "Extended Variable Length Records", which start alike: two reserved bytes, user id,
 /// record id, the length of the payload in two or in eight bytes, and a description.
 namespace Record {
 constexpr std::size_t userId = 2;
@@ -85,15 +85,15 @@ constexpr std::size_t versionMajor = 4; ///< of LASzip
 constexpr std::size_t versionMinor = 5;
 constexpr std::size_t revision = 6;
 constexpr std::size_t chunkSize = 12;
-constexpr std::size_t specialRecordCount = 16; ///< -1 where there are none
+constexpr std::size_t specialRecordCount = 16; ///< -1 if there are none
 constexpr std::size_t specialRecordOffset = 24;
 constexpr std::size_t itemCount = 32;
 constexpr std::size_t fixedSize = 34; ///< the items follow
 constexpr std::size_t itemSize = 6;
 } // namespace Compression
 
-/// The chunk table. The eight bytes before the first chunk give its offset. It has the version 0 and the number of chunks
-/// in 32 bits each, then the coded sizes of the chunks.
+/// The chunk table. Its offset is in the eight bytes before the first chunk. It consists of the version 0 and the
+/// number of chunks in 32 bits each, then the encoded sizes of the chunks.
 namespace ChunkTable {
 constexpr std::size_t version = 0;
 constexpr std::size_t chunkCount = 4;

@@ -36,7 +36,7 @@ Console::~Console() {
             std::fwrite(text_.data(), 1, text_.size(), stderr);
         }
     } catch (...) {
-        // A message that cannot be shown must not end the export that it speaks of.
+        // A message that cannot be shown must not end the export that it is about.
     }
 }
 

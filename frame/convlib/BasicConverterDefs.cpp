@@ -16,14 +16,14 @@ struct BasicConverterDefs::Own {
     bool flushLines = true;
     Anchor::StrongPtr<RunObserver> observer;
     std::function<void()> stopQuestion;
-    // The grid at hand.
+    // The current grid.
     double time = 0;
     std::string grid;
     std::vector<WrittenFile> writtenFiles;
     std::vector<std::string> inputFiles;
     ReadOptions readOptions;
     std::vector<Anchor::StrongPtr<InputReport>> reports;
-    // What ReadEverything has read: held here, so that the memory cache cannot drop it.
+    // The arrays that ReadEverything has read: held here, so that the memory cache cannot drop them.
     std::vector<Anchor::StrongPtr<Anchor::Cacheable>> held;
 };
 
@@ -31,7 +31,7 @@ namespace {
 
 bool matchesAny(const std::vector<std::string>& globs, const std::string& name) {
     return globs.empty() || std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
-               // Hosts hand over names as they are, also names that hold brackets.
+               // Hosts pass names as they are, including names that contain brackets.
                return glob == name || globMatches(glob, name);
            });
 }

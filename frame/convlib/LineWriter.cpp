@@ -41,7 +41,7 @@ void LineWriter::fixed(long double value, int decimals) {
 
 template <class T>
 void LineWriter::appendFixedInPieces(T value, int decimals) {
-    // Behind the place of the last bit all decimals are 0; a host may ask for two thousand million of them.
+    // After the place of the last bit all decimals are 0; a host may ask for two billion of them.
     constexpr int lastBit = std::numeric_limits<T>::digits - std::numeric_limits<T>::min_exponent;
     const int computed = std::min(decimals, lastBit);
     commit(appendFixed(reserve(fixedTextSize<T>(computed)), value, computed));

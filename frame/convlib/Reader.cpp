@@ -49,7 +49,7 @@ std::vector<std::byte> readHead(const std::string& path) {
     struct stat status {};
     if (::fstat(file, &status) != 0)
         throwSystemError(path, "cannot look at");
-    // Readers go back and forth in their files, which pipes and devices do not allow.
+    // Readers seek in their files, which pipes and devices do not allow.
     if (!S_ISREG(status.st_mode))
         throw Anchor::FileError(path + ": is not a regular file");
     std::vector<std::byte> head(Reader::headSize);

@@ -21,7 +21,7 @@ namespace {
 std::optional<std::string> filePath(const std::string& text) {
     const std::string name = text.substr(text.rfind('/') + 1);
     if (name.empty() || name == "." || name == "..")
-        throw UsageError(fmt::format("--output: \"{}\" names no file", text));
+        throw UsageError(fmt::format("--output: \"{}\" is not a file name", text));
     return text;
 }
 
@@ -33,13 +33,13 @@ std::optional<OutputPattern> folderPattern(const std::string& text) {
     return OutputPattern(text);
 }
 
-std::optional<ProgressWish> progressWish(const std::string& text) {
+std::optional<ProgressMode> parseProgressMode(const std::string& text) {
     if (text == "auto")
-        return ProgressWish::Automatic;
+        return ProgressMode::Automatic;
     if (text == "always")
-        return ProgressWish::Always;
+        return ProgressMode::Always;
     if (text == "never")
-        return ProgressWish::Never;
+        return ProgressMode::Never;
     return std::nullopt;
 }
 
@@ -58,15 +58,15 @@ void addFilters(CLI::App& app, Filters& filters) {
     const std::string group = "Selection (each may be given several times)";
     addRepeatable(
         app, "--time", "MIN:MAX", parseTimeRange, [&](const auto& range) { filters.times.push_back(range); },
-        "take slices of these times, both ends included, or of one time")
+        "select slices of these times, both ends included, or of one time")
         ->group(group);
     addRepeatable(
         app, "--grid", "GLOB", anyText, [&](const auto& glob) { filters.grids.push_back(glob); },
-        "take grids of these names; *, ? and [...] as in the shell")
+        "select grids with these names; *, ? and [...] as in the shell")
         ->group(group);
     addRepeatable(
         app, "--field", "GLOB", anyText, [&](const auto& glob) { filters.fields.push_back(glob); },
-        "take fields of these names")
+        "select fields with these names")
         ->group(group);
 }
 
@@ -75,10 +75,10 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
                const std::string& help) {
     const std::string group = "Output";
     addValue(app, "-o,--output", placeholder, parse, output, help)->required()->group(group);
-    app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
+    app.add_flag("--overwrite", overwrite, "replace existing files")->group(group);
 }
 
-/// What all exports have in common but their output.
+/// The options of all exports except those of the output.
 void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addStrict(app, options.strict);
     addInputs(app, request.inputs);
@@ -110,7 +110,7 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
 
 void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp) {
     const std::string group = "Messages";
-    addValue(app, "--progress", "WHEN", progressWish, report.progress,
+    addValue(app, "--progress", "WHEN", parseProgressMode, report.progress,
              "auto (on a terminal), always or never")
         ->group(group);
     app.add_flag("-q,--quiet", report.quiet, "errors only")->group(group);
@@ -122,8 +122,7 @@ void addBundleFile(CLI::App& app, std::string& output, bool& overwrite) {
 }
 
 void addStrict(CLI::App& app, bool& strict) {
-    app.add_flag("--strict", strict, "an error, and no output, where anything would be lost")
-        ->group("Output");
+    app.add_flag("--strict", strict, "treat losses as errors, and write nothing")->group("Output");
 }
 
 void addFileExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {

@@ -43,7 +43,7 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
     try {
         writeBundleFile(bundle, staged.string(), options);
     } catch (const Anchor::FileError& error) {
-        // Users know the file by its final name.
+        // The user only knows the final name of the file.
         std::string message = error.what();
         if (message.starts_with(staged.string()))
             message.replace(0, staged.string().size(), state_->path.string());

@@ -29,9 +29,9 @@ namespace {
 
 /// Where a file came from.
 struct Origin {
-    /// The grids that it was written for.
+    /// The grids for which it was written.
     std::vector<const ExportedGrid*> grids;
-    /// The last entry of the exporter's record that tells of it.
+    /// The last entry for it in the exporter's record.
     std::size_t lastRecord = 0;
 };
 
@@ -155,7 +155,7 @@ bool Export::Impl::runOnce(const RunScope& scope) {
     inputs_.expectFields(run->fieldsRead());
     ConvLib::BasicConverterDefs& exporter = run->exporter();
     exporter.bundleptr = inputs_.bundle();
-    // Only finished files are shown, so nobody waits for single lines.
+    // Only finished files are put in place, so nobody waits for single lines.
     exporter.setFlushLines(false);
     options_.filters.applyTo(exporter);
     if (options_.showSettings) {
@@ -263,7 +263,7 @@ void Export::Impl::noteSharedFiles(const std::vector<std::string>& files, const 
     for (const ExportedGrid* const grid : grids)
         names.push_back(gridAtTime(grid->name, grid->time));
     if (format_->addsToFiles()) {
-        text += joined(names) + " one behind the other";
+        text += joined(names) + " one after the other";
     } else {
         text += names.back() + ", which overwrote ";
         names.pop_back();
@@ -288,7 +288,7 @@ std::string Export::Impl::whyNothing() const {
                                      [&](double time, const std::string& name, const Sheaf::Grid&) {
                                          grids.push_back(gridAtTime(name, time));
                                      });
-    return grids.empty() ? "the inputs hold no grid" : "the filters leave out " + joined(grids);
+    return grids.empty() ? "the inputs contain no grid" : "the filters leave out " + joined(grids);
 }
 
 Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,

@@ -69,7 +69,7 @@ Inventory::Skeleton skeletonOf(const Sheaf::Skeleton& skeleton,
     return entry;
 }
 
-/// Nothing where some of the positions would have to be read and may not be.
+/// Nullopt if some of the positions would have to be read but may not be.
 std::optional<Inventory::Box> boundsOf(const Sheaf::Grid& grid, bool readPositions) {
     Geom::BoundingBox box;
     bool isComplete = true;
@@ -134,7 +134,7 @@ Inventory Inventory::of(const Sheaf::Bundle& bundle,
         }
         inventory.slices.push_back(std::move(entry));
     }
-    // Some of what reports say is known only once arrays have been made.
+    // Some contents of the reports are known only once arrays have been created.
     for (const auto& report : reports)
         inventory.inputs.push_back(
             {report->file(), report->kind(), report->notCarried(), report->coordinateStep()});

@@ -9,7 +9,7 @@
 
 namespace Tidewatch {
 
-/// Shared with the readers, which outlive the inputs where somebody keeps an array's creator.
+/// Shared with the readers, which outlive the inputs if somebody keeps an array's creator.
 class Inputs::ExpectedFields {
 public:
     void set(std::set<std::string> fields) {

@@ -18,10 +18,10 @@
 
 namespace Tidewatch {
 
-/// What is to be read, and how.
+/// What to read, and how.
 struct InputOptions {
     std::vector<std::string> files;
-    /// The time of inputs that do not state one.
+    /// The time of inputs that state none.
     double sliceTime = ConvLib::ReadOptions().SliceTime;
     std::uint64_t fragmentPoints = ConvLib::ReadOptions().FragmentPoints;
     /// The most memory in bytes for arrays: the cache of those that can be read again, each single array, and what an
@@ -33,17 +33,17 @@ struct InputOptions {
 /// The input files as one bundle. Inputs that share a time share the slice.
 class TIDEWATCH_API Inputs {
 public:
-    /// Reads the structure of all files; arrays follow on demand. `progress` is told while arrays are read, as long as
-    /// they can be asked for; it may be null. Sets the limit of the memory cache. Throws Anchor::Error for a file that
-    /// cannot be read, and for two grids of one name in one slice.
+    /// Reads the structure of all files; arrays follow on demand. `progress`, which may be null, is called whenever
+    /// arrays are read, as long as they can be requested. Sets the limit of the memory cache. Throws Anchor::Error for
+    /// a file that cannot be read, and for two grids with the same name in one slice.
     explicit Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress = {});
 
-    /// A bundle that a host has in memory; it is kept alive.
+    /// Uses a bundle that a host has in memory, and keeps it alive.
     explicit Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle);
 
     [[nodiscard]] const Anchor::StrongPtr<Sheaf::Bundle>& bundle() const noexcept { return bundle_; }
 
-    /// What is to be said about the files, in their order.
+    /// The reports about the files, in their order.
     [[nodiscard]] std::span<const Anchor::StrongPtr<ConvLib::InputReport>> reports() const noexcept {
         return reports_;
     }
@@ -52,8 +52,9 @@ public:
     [[nodiscard]] Anchor::StrongPtr<ConvLib::InputReport> reportOf(const std::string& grid,
                                                                    const std::string& origin) const;
 
-    /// Tells the readers that no other fields will be asked for, until they are told again; before that, all may be.
-    /// Asking for others gives them still, by another pass over the file perhaps. Safe while arrays are made.
+    /// Announces to the readers that only these fields will be requested, until the next call; initially all may be.
+    /// Other fields are still available on request, possibly by another pass over the file. Safe while arrays are
+    /// created.
     void expectFields(std::set<std::string> fields) const;
 
     /// The most memory in bytes for data that has to be in memory together.

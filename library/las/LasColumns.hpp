@@ -12,8 +12,8 @@
 
 namespace Tidewatch {
 
-/// The values of one fragment's points, an array for each attribute that is there. The arrays stay in memory
-/// for as long as the object lives.
+/// The values of one fragment's points, an array for each attribute that is present. The arrays stay in
+/// memory as long as the object exists.
 struct LasColumns {
     template <class T>
     using Column = Anchor::StrongPtr<Sheaf::TypedArray<T>>;
@@ -45,7 +45,7 @@ struct LasColumns {
         visit(*this, visitor);
     }
 
-    /// Makes the arrays of a fragment. Throws what creators throw.
+    /// Creates the arrays of a fragment. Throws what creators throw.
     [[nodiscard]] static LasColumns load(const std::vector<ExportLib::LasPlan::Capture>& captures);
 
 private:
@@ -70,7 +70,7 @@ private:
     }
 };
 
-/// The values of a column; none where there is none.
+/// The values of a column; empty if there is no column.
 template <class T>
 [[nodiscard]] std::span<const T> valuesOf(const LasColumns::Column<T>& column) noexcept {
     return column ? std::span<const T>(column->base_vector()) : std::span<const T>();

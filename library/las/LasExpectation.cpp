@@ -9,14 +9,14 @@ namespace Tidewatch {
 
 namespace {
 
-/// The value of a column at a place, handed to `use` where there is one.
+/// Calls use(value) with the value of a column at an index, if there is one.
 template <class T, class Use>
 void with(const LasColumns::Column<T>& column, std::size_t i, Use use) {
     if (column && i < column->base_vector().size())
         use(column->base_vector()[i]);
 }
 
-/// The low 16 bits of a whole number; 0 for what is not one of 32 bits.
+/// The low 16 bits of a whole number; 0 if it does not fit 32 bits.
 std::uint16_t low16(double whole) {
     constexpr double limit = 2147483648.0;
     if (!(whole > -limit && whole < limit))
@@ -30,7 +30,7 @@ LasExpectation::LasExpectation(const ExportLib::LasPlan& plan, const ExportLib::
                                const std::array<double, 3>& offsets)
     : plan_(plan),
       settings_(settings) {
-    // The number 0 on each axis, until there is a position.
+    // 0 steps on each axis, until there is a position.
     point_.position = {offsets[0], offsets[1], offsets[2]};
 }
 
@@ -72,7 +72,7 @@ const LasPoint& LasExpectation::point(std::size_t i) {
 
     if (plan_.hasReflectance)
         with(columns_.reflectance, i, [&](float value) {
-            // In single precision; the rounding alone needs none.
+            // In single precision, like the exporter; only the rounding is in double.
             const float steps = (value + 25.0F) * 2184.0F;
             lateReflectance_ = low16(std::round(static_cast<double>(steps)));
         });

@@ -31,20 +31,20 @@ struct LasPoint {
     std::uint16_t amplitude = 0;
 };
 
-/// The points that a file must hold for the fields that were handed over, in the terms of the exporter's
+/// The points that a file must contain for the fields that were exported, according to the exporter's
 /// contract: an attribute without a value keeps that of the point before, values are cut to the width of
-/// their field, and Reflectance and Amplitude come one point late. Written without a look at the exporter's
-/// own code, which it serves to check.
+/// their field, and Reflectance and Amplitude come one point late. Written independently of the exporter's
+/// code, which it serves to check.
 class LasExpectation {
 public:
-    /// One is for one file, whose offsets (x first) are given. The others outlive the object.
+    /// For one file with these offsets (x first). `plan` and `settings` must outlive the object.
     LasExpectation(const ExportLib::LasPlan& plan, const ExportLib::LasSettings& settings,
                    const std::array<double, 3>& offsets);
 
-    /// Goes on with the next fragment.
+    /// Continues with the next fragment.
     void take(LasColumns columns);
 
-    /// A point of the fragment; to be asked for in order, each once.
+    /// A point of the fragment; must be called in order, once for each point.
     [[nodiscard]] const LasPoint& point(std::size_t i);
 
 private:

@@ -83,7 +83,7 @@ void Finder::findSupplies() {
     }
 }
 
-/// The step to which coordinates of an axis are to be kept.
+/// The step of the coordinates along an axis that the file should preserve.
 std::optional<double> Finder::stepToKeep(std::size_t axis) const {
     const double stated[] = {grid_.inputStep.x, grid_.inputStep.y, grid_.inputStep.z};
     if (stated[axis] > 0)
@@ -111,7 +111,7 @@ void Finder::findRounding() {
             continue;
         const double rounding = exported_.changed(attributes[axis], ValueChange::Rounded).most;
         const double noise = 4 * std::numeric_limits<double>::epsilon() * farthest(axis);
-        // Up to half a step a coordinate can still be told from its neighbours.
+        // With a change of up to half a step a coordinate can still be distinguished from its neighbours.
         if (rounding > *step / 2 * (1 + 1e-9) + noise && rounding > worst) {
             worst = rounding;
             stepOfWorst = *step;

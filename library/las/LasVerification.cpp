@@ -42,7 +42,7 @@ bool hasGpsTime(unsigned pointFormat) {
     return pointFormat != 2;
 }
 
-/// A written file as the readers see it.
+/// A written file as read by the readers.
 class ReadBack {
 public:
     ReadBack(const std::string& path, ConvLib::ReadOptions options)
@@ -54,7 +54,7 @@ public:
         }
     }
 
-    /// Which of its fields is which attribute.
+    /// The assignment of its fields to attributes.
     [[nodiscard]] const LasPlan& plan() const noexcept { return plan_; }
 
 private:
@@ -62,12 +62,12 @@ private:
     LasPlan plan_;
 };
 
-/// Goes through the points of a written file in order.
+/// Iterates over the points of a written file.
 class Points {
 public:
     explicit Points(const LasPlan& plan) : plan_(plan) {}
 
-    /// Goes to the next point; false behind the last one.
+    /// Advances to the next point; false after the last one.
     bool next() {
         ++place_;
         while (place_ >= size_) {
@@ -82,7 +82,7 @@ public:
         return true;
     }
 
-    /// The columns of the current point's fragment, and its place in them.
+    /// The columns of the current point's fragment, and its index in them.
     [[nodiscard]] const LasColumns& columns() const noexcept { return columns_; }
     [[nodiscard]] std::size_t place() const noexcept { return place_; }
 
@@ -94,7 +94,7 @@ private:
     std::size_t nextFragment_ = 0;
 };
 
-/// Compares points, and keeps what is asked about all of them.
+/// Compares points, and collects counts and the box of all of them.
 class Comparison {
 public:
     Comparison(const std::string& name, const LasPlan& plan, const LasSettings& settings,
@@ -184,7 +184,7 @@ private:
     }
 
     void sameBits(std::string_view attribute, double found, double expected) const {
-        // What is not a number is kept as it is, too.
+        // NaN must stay NaN.
         if (found != expected && !(std::isnan(found) && std::isnan(expected)))
             differ(attribute, shortestText(found), shortestText(expected));
     }
@@ -225,7 +225,7 @@ private:
         if (!fitsBox || !holdsPoints)
             fail(name_,
                  fmt::format("the header states {0} from {1} to {2}, its points reach from {3} to {4}, "
-                             "those handed over from {5} to {6}",
+                             "the exported ones from {5} to {6}",
                              axisNames[axis], coordinateText(stated[0]), coordinateText(stated[1]),
                              coordinateText(foundLower), coordinateText(foundUpper), coordinateText(lower),
                              coordinateText(upper)));
@@ -253,7 +253,7 @@ void LasVerification::checkCount(const File& file) const {
     options.FragmentPoints = std::numeric_limits<std::uint64_t>::max();
     if (const std::uint64_t found = ReadBack(file.path, options).plan().points(); found != file.points)
         fail(file.name,
-             fmt::format("it holds {}, {} were written", counted(found, "point"), grouped(file.points)));
+             fmt::format("it contains {}, {} were written", counted(found, "point"), grouped(file.points)));
 }
 
 std::vector<std::string> LasVerification::compare(const File& file, const LasPlan& plan,
@@ -268,7 +268,7 @@ std::vector<std::string> LasVerification::compare(const File& file, const LasPla
     Comparison comparison(file.name, plan, settings_, statement);
     comparison.compareAxes(written.axes);
     ConvLib::ReadOptions options;
-    // Small beside the fragments that are compared with.
+    // Small compared with the fragments of the input.
     options.FragmentPoints = 100'000;
     options.Tick = tick;
     const ReadBack readBack(file.path, options);
@@ -287,7 +287,7 @@ std::vector<std::string> LasVerification::compare(const File& file, const LasPla
         expectation.take({});
     }
     if (points.next())
-        fail(file.name, fmt::format("it goes on after {}", counted(number, "point")));
+        fail(file.name, fmt::format("it continues after {}", counted(number, "point")));
     comparison.compareExtent(written.axes);
     return comparison.returnCountDifferences();
 }

@@ -40,7 +40,8 @@ public:
         : options_(options),
           settings_(settings),
           progress_(context.progress),
-          // The exporter reads the positions for their box, then everything; the check reads it once more.
+          // The exporter reads the positions for their box, then everything; the verification reads
+          // everything again.
           recorder_(Anchor::makeStrong<LasRecorder>(scope, context.inputs, context.selection, settings_,
                                                     options.verify ? 3U : 2U, context.progress)) {
         configure(exporter_, options);
@@ -63,7 +64,8 @@ public:
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
-    void findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragment& last, Losses& losses) const;
+    void findSkippedFragments(const ExportedGrid& exported, const LasPlan::Fragment& last,
+                              Losses& losses) const;
 
     const LasOptions& options_;
     const LasSettings& settings_;
@@ -108,25 +110,24 @@ void LasRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
         return;
     addLasLosses(exported, *grid, settings_, losses);
     if (const LasPlan::Fragment* const last = fragmentWithoutPositions(*grid))
-        findWhatWasLeft(exported, *last, losses);
+        findSkippedFragments(exported, *last, losses);
 }
 
 /// The exporter leaves a slice at the first fragment without positions.
-void LasRun::findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragment& last,
-                             Losses& losses) const {
+void LasRun::findSkippedFragments(const ExportedGrid& exported, const LasPlan::Fragment& last,
+                                  Losses& losses) const {
     std::set<std::string> left;
     for (const auto& [time, grid] : recorder_->plannedGrids()) {
         if (time == exported.time && grid > exported.name)
             left.insert(fmt::format("\"{}\"", grid));
     }
     const std::string& why = last.obstacle;
-    losses.add(
-        "skipped",
-        fmt::format("{}: fragment \"{}\" has no positions to export{}; nothing behind it at "
-                    "that time is exported{}",
-                    gridAtTime(exported.name, exported.time), last.name,
-                    why.empty() ? std::string() : " (" + why + ")",
-                    left.empty() ? std::string() : ", and no grid " + joined({left.begin(), left.end()})));
+    losses.add("skipped", fmt::format("{}: fragment \"{}\" has no positions to export{}; nothing after it at "
+                                      "that time is exported{}",
+                                      gridAtTime(exported.name, exported.time), last.name,
+                                      why.empty() ? std::string() : " (" + why + ")",
+                                      left.empty() ? std::string()
+                                                   : ", and no grid " + joined({left.begin(), left.end()})));
 }
 
 class LasFormat final : public ExportFormat {

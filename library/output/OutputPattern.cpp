@@ -35,8 +35,8 @@ OutputPattern::OutputPattern(std::string text) : text_(std::move(text)) {
             pieces_.push_back({Kind::Time, {}});
             perTime_ = true;
         } else {
-            throw UsageError(fmt::format(
-                "OUTPUT {}: {{{}}} stands for nothing; there are {{grid}} and {{time}}", text_, name));
+            throw UsageError(
+                fmt::format("OUTPUT {}: {{{}}} is unknown; there are {{grid}} and {{time}}", text_, name));
         }
         place = close + 1;
     }

@@ -9,15 +9,14 @@
 
 namespace Tidewatch {
 
-/// The OUTPUT of an export command: a path in which {grid} and {time} stand for the name of a grid and for a
-/// time in its shortest decimal form.
+/// The OUTPUT of an export command: a path in which {grid} and {time} are replaced by the name of a grid and
+/// by a time in its shortest decimal form.
 class TIDEWATCH_API OutputPattern {
 public:
     /// An empty pattern.
     OutputPattern() = default;
 
-    /// Throws UsageError for an empty text and for anything in braces that is neither of the two. A brace
-    /// without a partner stands for itself.
+    /// Throws UsageError for an empty text and for anything else in braces. An unmatched brace is literal.
     OutputPattern(std::string text);
     OutputPattern(const char* text) : OutputPattern(std::string(text)) {}
 

@@ -47,12 +47,12 @@ int renameFile(const char* from, const char* to, bool overwrite) noexcept {
             return 0;
         if (errno != EINVAL && errno != ENOSYS)
             return errno;
-        // Some file systems know no such rename.
+        // Some file systems do not support this rename.
     }
     return std::rename(from, to) == 0 ? 0 : errno;
 }
 
-/// One form for all paths that lead to a place; a link that is there is the place.
+/// A canonical form of a path; a symbolic link at the path itself is not followed.
 fs::path placeOf(const fs::path& path) {
     const fs::path normal = fs::absolute(path).lexically_normal();
     return fs::weakly_canonical(normal.parent_path()) / normal.filename();
@@ -116,9 +116,9 @@ void Placement::check(const fs::path& target, Mode mode) const {
         struct stat link {};
         if (errno == ENOENT && ::lstat(target.c_str(), &link) == 0) {
             if (mode == Mode::Append)
-                throw Anchor::FileError(target.string() + ": is a link that leads nowhere");
+                throw Anchor::FileError(target.string() + ": is a broken link");
             if (!overwrite_)
-                throw Anchor::FileError(target.string() + ": is a link already; --overwrite replaces it");
+                throw Anchor::FileError(target.string() + ": is already a link; --overwrite replaces it");
         }
         return;
     }
@@ -130,14 +130,14 @@ void Placement::check(const fs::path& target, Mode mode) const {
     if (std::find(inputs_.begin(), inputs_.end(), identity) != inputs_.end())
         throw Anchor::FileError(target.string() + ": the output is one of the inputs");
     if (!overwrite_ && mode == Mode::Replace)
-        throw Anchor::FileError(target.string() + ": exists already; --overwrite replaces it");
+        throw Anchor::FileError(target.string() + ": already exists; --overwrite replaces it");
 }
 
 void Placement::add(fs::path staged, fs::path target, Mode mode) {
     moves_.push_back({std::move(staged), std::move(target), mode, std::nullopt});
 }
 
-void Placement::settle(Move& move) const {
+void Placement::resolveTarget(Move& move) const {
     check(move.target, move.mode);
     if (move.mode == Mode::Append && fs::is_symlink(move.target))
         move.target = fs::canonical(move.target);
@@ -173,7 +173,7 @@ void Placement::checkMount(const Move& move) {
 void Placement::commit(const std::function<void()>& check) {
     std::set<fs::path> targets;
     for (Move& move : moves_) {
-        settle(move);
+        resolveTarget(move);
         if (!targets.insert(placeOf(move.target)).second)
             throw Anchor::FileError(move.target.string() + ": two files are to go there");
         checkMount(move);
@@ -189,7 +189,7 @@ void Placement::commit(const std::function<void()>& check) {
     for (const Move& move : moves_) {
         if (move.before && Anchor::FileState::of(move.target) != move.before)
             throw Anchor::FileError(move.target.string() +
-                                    ": the file was changed while it was to be added to");
+                                    ": the file was changed while it was being appended to");
     }
     renameAll();
     moves_.clear();

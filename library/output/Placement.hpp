@@ -13,28 +13,28 @@
 
 namespace Tidewatch {
 
-/// Puts finished files in place: all of them or, as far as can be known beforehand, none.
+/// Puts finished files in place: all of them or, as far as that can be checked in advance, none.
 class TIDEWATCH_API Placement {
 public:
-    /// `overwrite`: existing files are replaced. `inputs` are files that must never be.
+    /// `overwrite`: existing files are replaced. `inputs` are files that are never replaced.
     Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs);
 
-    /// What becomes of a file that exists at the target.
+    /// What happens to an existing file at the target.
     enum class Mode {
-        /// It is replaced, where that is allowed.
+        /// It is replaced if that is allowed.
         Replace,
-        /// It stays, and what is put there goes behind what it holds.
+        /// The new content is appended to it.
         Append
     };
 
-    /// Throws Anchor::FileError when nothing may be put at `target`: it is one of the inputs, a folder or
-    /// something else that is not a regular file is there, or a file does and is not to be replaced.
+    /// Throws Anchor::FileError if nothing may be put at `target`: it is one of the inputs, something other than a
+    /// regular file, or an existing file that must not be replaced.
     void check(const std::filesystem::path& target, Mode mode = Mode::Replace) const;
 
-    /// Throws Anchor::FileError when `path` exists and is not a folder.
+    /// Throws Anchor::FileError if `path` exists and is not a folder.
     static void checkFolder(const std::filesystem::path& path);
 
-    /// Notes a file that lies at `staged` on the same file system and is to be moved to `target`.
+    /// Adds a file that is to be moved from `staged` to `target` on the same file system.
     void add(std::filesystem::path staged, std::filesystem::path target, Mode mode = Mode::Replace);
 
     /// Checks all targets, creates missing folders on the way to them, then renames. Throws Anchor::FileError before the
@@ -44,8 +44,8 @@ public:
     ///
     /// A file that is replaced passes on its permissions, and its owner as far as the process may.
     ///
-    /// A file that is added to is joined with the new one beside the latter, also before the first rename; it
-    /// keeps its permissions, and a link stays one. That it was changed between that and its rename is an error, too.
+    /// A file to append to is joined with the new one in a temporary file, also before the first rename; it keeps its
+    /// permissions, and a symbolic link stays one. It is an error if the file changes between that and its rename.
     /// `check` is called meanwhile, unless it is empty, and may throw to stop.
     ///
     /// A file that replaces another one is flushed to the disk first, so that a power failure leaves the old
@@ -69,9 +69,9 @@ private:
     };
     class CreatedFolders;
 
-    /// Checks a target and resolves links to a file that is added to.
-    void settle(Move& move) const;
-    /// Makes what lies at `staged` ready to take its place.
+    /// Checks a target and resolves links to a file that is appended to.
+    void resolveTarget(Move& move) const;
+    /// Prepares the file at `staged` for its rename.
     static void prepare(Move& move, const std::function<void()>& check);
     /// Throws if a rename cannot lead from where the file lies to its target.
     static void checkMount(const Move& move);

@@ -228,8 +228,8 @@ StagingFolder::Run::verify(std::span<const ConvLib::WrittenFile> record,
         std::error_code error;
         const std::uint64_t size = fs::file_size(path_ / relative, error);
         if (error)
-            throw Anchor::FileError(
-                fmt::format("{}: the written file is gone: {}", target(relative).string(), error.message()));
+            throw Anchor::FileError(fmt::format("{}: the written file is missing: {}",
+                                                target(relative).string(), error.message()));
         if (size != bytes)
             throw Anchor::FileError(fmt::format("{}: {} bytes were written, but the file has {}",
                                                 target(relative).string(), bytes, size));

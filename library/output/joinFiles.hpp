@@ -8,7 +8,7 @@
 
 namespace Tidewatch {
 
-/// A new file that holds what two others hold.
+/// A new file with the contents of two others.
 struct JoinedFile {
     std::filesystem::path path;
     /// The state of the first of them when it was read.

@@ -55,7 +55,7 @@ public:
     std::string whySkipped(const ExportedGrid& exported) const override {
         const PlannedPcds::Grid* const grid = planned_.find(exported);
         return grid != nullptr && !grid->plan.obstacle.empty() ? grid->plan.obstacle
-                                                               : "its arrays of positions hold no points";
+                                                               : "its arrays of positions contain no points";
     }
 
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;

@@ -143,7 +143,7 @@ TEST_F(AsciiProgramTest, FilesThatExistAreReplacedOnlyWithOverwrite) {
     Support::writeBytes(place_ / "out/Id/other.asc", "mine too");
     const auto refused = run({"in.h5", "-o", "out"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_THAT(refused.err, HasSubstr("out/Id/n.asc: exists already; --overwrite replaces it"));
+    EXPECT_THAT(refused.err, HasSubstr("out/Id/n.asc: already exists; --overwrite replaces it"));
     EXPECT_THAT(tree("out"), ElementsAre(Pair("Id/n.asc", "mine"), Pair("Id/other.asc", "mine too")));
 
     EXPECT_EQ(run({"in.h5", "-o", "out", "--overwrite"}).status, 0);
@@ -157,7 +157,7 @@ TEST_F(AsciiProgramTest, TileThatExistsIsNotReplacedEither) {
     Support::writeBytes(place_ / "out/Height/w_10_20.grd", "mine");
     const auto refused = run({"in.h5", "-o", "out", "--tile-suffix"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_THAT(refused.err, HasSubstr("w_10_20.grd: exists already"));
+    EXPECT_THAT(refused.err, HasSubstr("w_10_20.grd: already exists"));
     EXPECT_THAT(tree("out"), ElementsAre(Pair("Height/w_10_20.grd", "mine")));
 }
 
@@ -169,8 +169,8 @@ TEST_F(AsciiProgramTest, AppendAddsToFilesThatExist) {
                                   "out/XYZ_Coordinates.asc: 2 points, 56 bytes\n");
     const auto again = run(arguments);
     EXPECT_EQ(again.status, 0) << again.err;
-    EXPECT_EQ(again.out, "out/Id.asc: 2 points, 7 bytes, added to 7 bytes\n"
-                         "out/XYZ_Coordinates.asc: 2 points, 56 bytes, added to 56 bytes\n");
+    EXPECT_EQ(again.out, "out/Id.asc: 2 points, 7 bytes, appended to 7 bytes\n"
+                         "out/XYZ_Coordinates.asc: 2 points, 56 bytes, appended to 56 bytes\n");
     EXPECT_EQ(Support::readBytes(place_ / "out/Id.asc"), " 7\n -8\n 7\n -8\n");
 }
 
@@ -287,7 +287,7 @@ TEST_F(AsciiProgramTest, SampleSurveyIsExportedInAllFourLayouts) {
             const auto names = namesIn(place_.path() / "out");
             EXPECT_EQ(std::set<std::string>(names.begin(), names.end()), sampleFiles(append, allLevels));
             EXPECT_THAT(result.err, HasSubstr("ScanAngleRank is left out: there is no writer for int8"));
-            EXPECT_THAT(result.err, HasSubstr(append ? "one behind the other" : "overwrote"));
+            EXPECT_THAT(result.err, HasSubstr(append ? "one after the other" : "overwrote"));
             // Three times two fragments of 300 by 400 cells, the column that they share counted once.
             const std::string height = append ? (allLevels ? "Skeleton0/Height.grd" : "Height.grd")
                                               : (allLevels ? "Height/Skeleton0/east.grd" : "Height/east.grd");

@@ -202,7 +202,7 @@ TEST_F(ExportTest, AnExistingFileIsAnErrorBeforeAnyWork) {
     format.atTheEnd = [&](LabelExporter&) { hasRun = true; };
     Support::writeBytes(folder_ / "b.lbl", "old");
     EXPECT_FALSE(run("{grid}.lbl", {{0, "a"}, {0, "b"}}));
-    EXPECT_THAT(thrown, HasSubstr("b.lbl: exists already"));
+    EXPECT_THAT(thrown, HasSubstr("b.lbl: already exists"));
     EXPECT_FALSE(hasRun);
     EXPECT_EQ(files(), (Files{{"b.lbl", "old"}}));
 
@@ -281,7 +281,7 @@ TEST_F(ExportTest, FiltersThatLeaveEverythingOutAreAnErrorThatSaysWhatThereIs) {
         "tidewatch: nothing was written: the filters leave out grid \"a\" at time 0, grid \"b\" at time 1\n");
     EXPECT_EQ(run("{grid}.lbl", {{0, "a"}}), 1);
     EXPECT_EQ(run("a.lbl", {}), 1);
-    EXPECT_EQ(err, "tidewatch: nothing was written: the inputs hold no grid\n");
+    EXPECT_EQ(err, "tidewatch: nothing was written: the inputs contain no grid\n");
 }
 
 TEST_F(ExportTest, ASkippedGridIsALossWhereOthersWereWritten) {

@@ -66,7 +66,7 @@ std::vector<LasRecord> decode(const std::string& path) {
                : file.decode(file.bytes.substr(file.pointsBegin(), file.count() * file.recordLength()));
 }
 
-/// Whether the points of several files, one behind the other, stand where those of another file do, within
+/// Whether the points of several files, one after the other, stand where those of another file do, within
 /// half a step.
 void expectSamePlaces(const std::vector<std::string>& paths, const std::string& original) {
     const WrittenLas from = WrittenLas::read(original);
@@ -330,12 +330,11 @@ TEST_F(LasProgramTest, AGridWithoutPositionsEndsItsSliceAndCompleteFilesAreInPla
     write("in.h5", bundle);
     const auto result = run({"in.h5", "-o", "x.las", "--tiles", "--json"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(
-        result.err,
-        AllOf(HasSubstr("tidewatch: No positions to export\n"),
-              HasSubstr("grid \"b\" at time 0: fragment \"s\" has no positions to export (it has no "
-                        "position stored as a point); nothing behind it at that time is exported, and "
-                        "no grid \"c\"")));
+    EXPECT_THAT(result.err,
+                AllOf(HasSubstr("tidewatch: No positions to export\n"),
+                      HasSubstr("grid \"b\" at time 0: fragment \"s\" has no positions to export (it has no "
+                                "position stored as a point); nothing after it at that time is exported, and "
+                                "no grid \"c\"")));
     EXPECT_EQ(las("x_n.las").count(), 8U);
     EXPECT_EQ(las("x_s.las").count(), 0U);
     EXPECT_THAT(Json::parse(result.out)["errors"], ElementsAre("No positions to export"));
@@ -393,7 +392,7 @@ TEST_F(LasProgramTest, ExistingFilesAreFoundBeforeAnyWorkUnderTheirFinalNames) {
              {"in.h5", "-o", "x"}, {"in.h5", "-o", "x.laz"}, {"in.h5", "-o", "x", "--tiles"}}) {
         const auto result = run(arguments);
         EXPECT_EQ(result.status, 1);
-        EXPECT_THAT(result.err, HasSubstr("exists already; --overwrite replaces it"));
+        EXPECT_THAT(result.err, HasSubstr("already exists; --overwrite replaces it"));
         // The exporter would have said something about its run by now.
         EXPECT_THAT(result.err, Not(HasSubstr("warning")));
     }
@@ -411,7 +410,7 @@ TEST_F(LasProgramTest, TilesOfTwoRunsThatComeToOneNameAreAnErrorBeforeAnyWork) {
     write("in.h5", bundle);
     const auto result = run({"in.h5", "-o", "{grid}.laz", "--tiles"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("a_b_c.laz: two files are to go there"));
+    EXPECT_THAT(result.err, HasSubstr("a_b_c.laz: is the target of two files"));
     EXPECT_THAT(names(), ElementsAre("in.h5"));
 }
 

@@ -269,7 +269,7 @@ TEST_F(LasVerificationTest, AFileThatGoesOnIsFound) {
     };
     EXPECT_EQ(compare(), "");
     file.fragments.pop_back();
-    EXPECT_THAT(compare(), HasSubstr("it goes on after 1 point"));
+    EXPECT_THAT(compare(), HasSubstr("it continues after 1 point"));
 }
 
 TEST_F(LasVerificationTest, AxesThatAreNotThoseAnnouncedAreFound) {

@@ -50,7 +50,7 @@ TEST_F(PlacementTest, AnExistingFileStaysUnlessOverwritingIsAskedFor) {
     file("a", "old");
     Placement careful(false, {});
     EXPECT_THAT(messageOf([&] { careful.check(place_ / "a"); }),
-                ::testing::HasSubstr("exists already; --overwrite"));
+                ::testing::HasSubstr("already exists; --overwrite"));
     careful.add(file("s", "new"), place_ / "a");
     EXPECT_THROW(careful.commit(), Anchor::FileError);
     EXPECT_EQ(Support::readBytes(place_ / "a"), "old");
@@ -123,7 +123,7 @@ TEST_F(PlacementTest, WhenARenameFailsTheMessageNamesWhatIsInPlace) {
     placement.add(place_ / "missing", place_ / "b");
     const std::string message = messageOf([&] { placement.commit(); });
     EXPECT_THAT(message, ::testing::StartsWith(place_ / "b"));
-    EXPECT_THAT(message, ::testing::HasSubstr("in place already: " + (place_ / "a")));
+    EXPECT_THAT(message, ::testing::HasSubstr("already in place: " + (place_ / "a")));
 }
 
 TEST_F(PlacementTest, WhenTheFirstRenameFailsTheMessageSaysThatNothingIsInPlace) {
@@ -173,7 +173,7 @@ TEST_F(PlacementTest, NothingIsAddedToAnInputOrToALinkThatLeadsNowhere) {
     EXPECT_THAT(messageOf([&] { placement.check(input, Placement::Mode::Append); }),
                 ::testing::HasSubstr("one of the inputs"));
     EXPECT_THAT(messageOf([&] { placement.check(place_ / "link", Placement::Mode::Append); }),
-                ::testing::HasSubstr("leads nowhere"));
+                ::testing::HasSubstr("is a broken link"));
 }
 
 TEST_F(PlacementTest, WhenOneFileCannotBeAddedToNoneIs) {
@@ -183,7 +183,7 @@ TEST_F(PlacementTest, WhenOneFileCannotBeAddedToNoneIs) {
     placement.add(file("s1", "new"), place_ / "a", Placement::Mode::Append);
     placement.add(place_ / "missing", place_ / "b", Placement::Mode::Append);
     EXPECT_THAT(messageOf([&] { placement.commit(); }),
-                ::testing::StartsWith((place_ / "b") + ": cannot be added to: "));
+                ::testing::StartsWith((place_ / "b") + ": cannot be appended to: "));
     EXPECT_EQ(Support::readBytes(place_ / "a"), "old");
     EXPECT_EQ(Support::readBytes(place_ / "b"), "old");
 }
