@@ -17,6 +17,7 @@ namespace Anchor {
 /// The limit that control groups set, version 1 or 2: the least of the group's and of those above it. `membership` is
 /// what /proc/self/cgroup holds, `root` the folder where the groups are mounted. The largest number without a limit.
 /// (Linux kernel documentation, "Control Group v2", memory.max; "Memory Resource Controller", memory.limit_in_bytes.)
-[[nodiscard]] TIDEWATCH_API std::uint64_t groupMemory(std::string_view membership, const std::filesystem::path& root);
+[[nodiscard]] TIDEWATCH_API std::uint64_t groupMemory(std::string_view membership,
+                                                      const std::filesystem::path& root);
 
 } // namespace Anchor

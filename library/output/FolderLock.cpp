@@ -14,8 +14,8 @@
 
 namespace Tidewatch {
 
-FolderLock::FolderLock(const std::filesystem::path& folder, const std::function<void(const std::string&)>& say,
-                       const std::function<void()>& check)
+FolderLock::FolderLock(const std::filesystem::path& folder,
+                       const std::function<void(const std::string&)>& say, const std::function<void()>& check)
     : folder_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     if (!folder_.isOpen())
         throw Anchor::FileError(fmt::format("{}: cannot open: {}", folder.string(), systemMessage(errno)));

@@ -33,7 +33,8 @@ TEST(FolderLock, TheSecondSaysThatItWaitsAndGoesOnWhenTheFirstIsGone) {
             if (++checks == 3)
                 first.reset();
         });
-    EXPECT_THAT(said, ::testing::ElementsAre("waiting for another run that adds to files in " + folder.path().string()));
+    EXPECT_THAT(said, ::testing::ElementsAre("waiting for another run that adds to files in " +
+                                             folder.path().string()));
     EXPECT_EQ(checks, 3);
 }
 
