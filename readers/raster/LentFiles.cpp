@@ -19,7 +19,9 @@ namespace Tidewatch::Raster {
 
 namespace {
 
-constexpr std::string_view prefix = "/vsitidewatch/";
+// GDAL keeps the pointer.
+constexpr char prefixText[] = "/vsitidewatch/";
+constexpr std::string_view prefix = prefixText;
 
 } // namespace
 
@@ -68,7 +70,7 @@ private:
         calls->eof = &isAtEnd;
         calls->close = &close;
         calls->read_dir = &list;
-        VSIInstallPluginHandler(std::string(prefix).c_str(), calls);
+        VSIInstallPluginHandler(prefixText, calls);
         VSIFreeFilesystemPluginCallbacksStruct(calls);
     }
 

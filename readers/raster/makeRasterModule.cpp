@@ -17,22 +17,21 @@ namespace {
 /// Lets PROJ open its database, and GDAL its data, as reading a raster with such a system does.
 void openDatabases() {
     const Raster::Messages messages;
-    // A compound system, whose parts are of different kinds.
-    for (const int code : {32633, 7415}) {
-        const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
-        static_cast<void>(OSRImportFromEPSG(system, code));
-        OSRDestroySpatialReference(system);
-    }
+    const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
+    static_cast<void>(OSRImportFromEPSG(system, 32633));
+    OSRDestroySpatialReference(system);
 }
 
 class Module final : public SourceModule {
 public:
     [[nodiscard]] std::string_view version() const override { return TIDEWATCH_VERSION; }
 
-    /// Each process has to open the database of reference systems for itself: GDAL notices that it was forked.
+    /// Every process that is forked has to open the database of reference systems for itself, and GDAL remembers
+    /// the systems that it has looked up: so the one that loads GDAL looks up none.
     void prepare() const override {
         Raster::registerDrivers();
-        if (preparedFor_.exchange(::getpid()) != ::getpid())
+        const pid_t before = preparedFor_.exchange(::getpid());
+        if (before >= 0 && before != ::getpid())
             openDatabases();
     }
 

@@ -2,6 +2,7 @@
 #include "readers/source/Input.hpp"
 
 #include "anchor/Error.hpp"
+#include "anchor/printable.hpp"
 #include "readers/apart/ApartSource.hpp"
 #include "readers/raster/companions.hpp"
 
@@ -173,6 +174,9 @@ auto Input::withSource(Call&& call) {
         loan.live = std::make_unique<Live>();
         open(*loan.live);
     }
+    // The files beside a raster go by its path, so what another program puts there counts as well.
+    if (kind_ == ModuleKind::Rasters && !isAsItWas())
+        throw Anchor::FileError(Anchor::printable(path_) + ": has been changed since it was opened");
     requireUnchanged(*loan.live);
     return call(*loan.live);
 }

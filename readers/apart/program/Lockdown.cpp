@@ -120,8 +120,9 @@ std::vector<sock_filter> makeFilter() {
         return {};
     bool isMade = true;
     const auto rule = [&](std::uint32_t action, int call, auto... conditions) {
-        // A call that this processor does not have is none to be allowed or refused.
-        const int result = seccomp_rule_add(context.get(), action, call, sizeof...(conditions), conditions...);
+        // Neither a call that this processor does not have nor an action that is taken anyway is a rule.
+        const int result =
+            action == unknownCall ? 0 : seccomp_rule_add(context.get(), action, call, sizeof...(conditions), conditions...);
         isMade = isMade && (result == 0 || result == -EDOM || result == -EFAULT);
     };
     for (const int call : allowed)
