@@ -14,11 +14,13 @@ namespace Tidewatch {
 
 namespace {
 
-/// Lets PROJ open its database, and GDAL its data, as reading a raster with such a system does.
-void openDatabases() {
+/// Lets PROJ open its database of reference systems, by asking for one that does not exist: those that do take a
+/// hundred questions each.
+void openDatabase() {
+    constexpr int none = 999999;
     const Raster::Messages messages;
     const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
-    static_cast<void>(OSRImportFromEPSG(system, 32633));
+    static_cast<void>(OSRImportFromEPSG(system, none));
     OSRDestroySpatialReference(system);
 }
 
@@ -26,13 +28,12 @@ class Module final : public SourceModule {
 public:
     [[nodiscard]] std::string_view version() const override { return TIDEWATCH_VERSION; }
 
-    /// Every process that is forked has to open the database of reference systems for itself, and GDAL remembers
-    /// the systems that it has looked up: so the one that loads GDAL looks up none.
+    /// Every process that is forked has to open the database for itself: GDAL notices that it is another one.
     void prepare() const override {
         Raster::registerDrivers();
         const pid_t before = preparedFor_.exchange(::getpid());
         if (before >= 0 && before != ::getpid())
-            openDatabases();
+            openDatabase();
     }
 
     [[nodiscard]] bool recognises(const SourceFiles& files) const override {
