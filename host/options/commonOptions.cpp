@@ -43,6 +43,14 @@ std::optional<ProgressWish> progressWish(const std::string& text) {
     return std::nullopt;
 }
 
+std::optional<bool> sandboxWish(const std::string& text) {
+    if (text == "auto")
+        return false;
+    if (text == "require")
+        return true;
+    return std::nullopt;
+}
+
 /// Bytes in the largest unit that divides them.
 std::string sizeText(std::uint64_t bytes) {
     constexpr std::string_view suffixes = "KMGT";
@@ -103,6 +111,9 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
     addValue(app, "--memory-limit", "SIZE", parseByteSize, inputs.memoryLimit,
              fmt::format("memory for arrays that can be read again, such as 512M or 4G (default {})",
                          sizeText(Anchor::Cache::defaultLimit)))
+        ->group(group);
+    addValue(app, "--sandbox", "WHEN", sandboxWish, inputs.requiresSandbox,
+             "auto (as far as the system has it), or require: no bundle\nfile or raster is read without it")
         ->group(group);
 }
 
