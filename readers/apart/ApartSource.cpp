@@ -216,13 +216,20 @@ Structure ApartSource::structure(const Tick& tick) {
 
 std::vector<std::string> ApartSource::read(const Structure::Array& array, std::span<std::byte> target,
                                            std::uint64_t most, const Tick& tick) {
-    const Descriptor memory = sharedMemory(target.size(), path_);
+    constexpr std::uint64_t mostKept = std::uint64_t{64} << 20;
+    const bool isNew = !memory_ || memorySize_ < target.size();
+    if (isNew) {
+        memory_ = sharedMemory(target.size(), path_);
+        memorySize_ = target.size();
+    }
     MessageWriter request;
     request.array(array).number64(target.size()).number64(most);
-    const int descriptor = memory.get();
-    const std::string answer =
-        ask(MessageType::Read, request, std::span(&descriptor, 1), MessageType::Done, array.object, tick);
-    copyFrom(memory, target, path_);
+    const int descriptor = memory_.get();
+    const std::string answer = ask(MessageType::Read, request, std::span(&descriptor, isNew ? 1 : 0),
+                                   MessageType::Done, array.object, tick);
+    copyFrom(memory_, target, path_);
+    if (memorySize_ > mostKept)
+        memory_ = Descriptor();
     try {
         return MessageReader(answer).texts();
     } catch (const Anchor::FormatError& error) {

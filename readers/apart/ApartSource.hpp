@@ -42,6 +42,9 @@ private:
     [[noreturn]] void fail(const std::string& object, const std::string& what);
 
     std::string path_;
+    /// What the process fills; kept, since new memory takes its time, unless it is large.
+    Apart::Descriptor memory_;
+    std::uint64_t memorySize_ = 0;
     Apart::ReadingServer::Child child_;
     bool isLost_ = false;
 };

@@ -31,7 +31,7 @@ enum class MessageType : std::uint8_t {
                     ///< (list); their descriptors
     Recognise = 33, ///< nothing
     Describe = 34,  ///< nothing
-    Read = 35,      ///< Structure::Array, bytes (u64), most (u64); the memory to fill
+    Read = 35,      ///< Structure::Array, bytes (u64), most (u64); the memory to fill, unless it is that of before
     Probe = 36,     ///< nothing: locks and answers Locked
 
     // From a child to the library.

@@ -26,7 +26,7 @@ public:
     Mapping(int descriptor, std::uint64_t size) : size_(size) {
         if (size_ == 0)
             return;
-        memory_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+        memory_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, descriptor, 0);
         if (memory_ == MAP_FAILED)
             throw Anchor::LimitError(fmt::format("there is no memory for {} bytes to be read: {}", size_,
                                                  std::generic_category().message(errno)));
@@ -142,10 +142,14 @@ private:
             const Structure::Array array = reader.array();
             const std::uint64_t size = reader.number64();
             const std::uint64_t most = reader.number64();
-            if (request.descriptors.size() != 1 || size > sizeOf(request.descriptors.front().get()))
+            if (!request.descriptors.empty()) {
+                const int memory = request.descriptors.front().get();
+                memory_.reset();
+                memory_ = std::make_unique<Mapping>(memory, sizeOf(memory));
+            }
+            if (!memory_ || size > memory_->bytes().size())
                 throw Anchor::FormatError("the request has no memory for its answer");
-            const Mapping memory(request.descriptors.front().get(), size);
-            const auto remarks = source().read(array, memory.bytes(), most, tick);
+            const auto remarks = source().read(array, memory_->bytes().first(size), most, tick);
             answer(MessageType::Done, MessageWriter().texts(remarks));
             return;
         }
@@ -159,6 +163,7 @@ private:
     SourceFiles files_;
     std::vector<Descriptor> descriptors_;
     std::unique_ptr<Source> source_;
+    std::unique_ptr<Mapping> memory_;
     std::string refusal_;
 };
 

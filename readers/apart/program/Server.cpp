@@ -12,9 +12,12 @@
 #include <ctime>
 #include <limits>
 #include <map>
+#include <optional>
+#include <span>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -35,6 +38,7 @@ public:
                 break;
             try {
                 goesOn = answer(*request);
+                prepareNext();
             } catch (const Anchor::FormatError&) {
                 break;
             } catch (const Anchor::Error& error) {
@@ -45,6 +49,8 @@ public:
         }
         for (const auto& [number, child] : children_)
             ::kill(child, SIGKILL);
+        if (spare_)
+            ::kill(spare_->process, SIGKILL);
     }
 
 private:
@@ -68,26 +74,59 @@ private:
         }
     }
 
+    /// A child that is ready and waits for the channel over which it is asked.
+    struct Spare {
+        ModuleKind kind{};
+        pid_t process = -1;
+        Channel control;
+    };
+
     void fork(std::uint32_t number, ModuleKind kind, const std::string& folder, Channel child) {
         const SourceModule& module = loadModule(kind, folder);
         module.prepare();
+        Spare ready = spare_ && spare_->kind == kind ? std::move(*spare_) : makeSpare(kind, module);
+        if (spare_ && spare_->kind == kind)
+            spare_.reset();
+        const int socket = child.descriptor();
+        children_[number] = ready.process;
+        // Where it has died meanwhile, whoever asks over its channel is told.
+        static_cast<void>(ready.control.send(MessageType::Forked, {}, std::span(&socket, 1)));
+        // Where one file of a kind is read after another, the next process is made while this one reads.
+        next_ = kind == last_ ? std::optional(kind) : std::nullopt;
+        last_ = kind;
+    }
+
+    Spare makeSpare(ModuleKind kind, const SourceModule& module) {
+        auto [ours, theirs] = Channel::pair();
         const pid_t server = ::getpid();
         const pid_t process = ::fork();
         if (process < 0)
             throw Anchor::FileError("the process that reads files cannot be started: " +
                                     std::generic_category().message(errno));
-        if (process > 0) {
-            children_[number] = process;
-            return;
-        }
+        if (process > 0)
+            return {kind, process, std::move(ours)};
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (::getppid() == server) {
             channel_.close();
+            ours.close();
+            if (spare_)
+                spare_->control.close();
             module.prepare();
-            serveFile(child, module, [this](std::uint64_t most) { return lockdown_.apply(most); });
+            if (auto start = theirs.receive(); start && start->descriptors.size() == 1) {
+                theirs.close();
+                Channel channel(std::move(start->descriptors.front()));
+                serveFile(channel, module, [this](std::uint64_t most) { return lockdown_.apply(most); });
+            }
         }
         // Not by the ends of libraries, which may meet what a damaged file has left.
         ::_exit(0);
+    }
+
+    /// Makes the process that is asked for next, most likely.
+    void prepareNext() {
+        const auto kind = std::exchange(next_, std::nullopt);
+        if (kind && !spare_)
+            spare_ = makeSpare(*kind, loadModule(*kind, {}));
     }
 
     bool end(std::uint32_t number, bool isEnding) {
@@ -126,6 +165,9 @@ private:
     Channel channel_;
     Lockdown lockdown_;
     std::map<std::uint32_t, pid_t> children_;
+    std::optional<Spare> spare_;
+    std::optional<ModuleKind> last_;
+    std::optional<ModuleKind> next_;
 };
 
 } // namespace
