@@ -1,20 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/CommandLine.hpp"
 
+#include "anchor/Error.hpp"
 #include "host/options/HelpFormat.hpp"
 #include "host/options/OptionValues.hpp"
 #include "host/options/addOption.hpp"
 #include "host/options/commonOptions.hpp"
+#include "host/report/Json.hpp"
 #include "host/report/StandardOutput.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
+#include "readers/registerReaders.hpp"
 
 #include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -203,6 +207,20 @@ constexpr Command (*commandTable[])(CLI::App&) = {
     makeCommand<AsciiRequest, addAscii>,   makeCommand<InfoRequest, addInfo>,
     makeCommand<BundleRequest, addBundle>, makeCommand<SampleRequest, addSample>};
 
+constexpr std::string_view versionAsJson[] = {"--version", "--json"};
+
+/// The version, and what keeps the process that reads bundle files and rasters apart from everything else.
+std::string versionJson() {
+    Json sandbox;
+    try {
+        const Sandbox state = probeSandbox();
+        sandbox = {{"seccomp", state.seccomp}, {"landlock", state.landlock}, {"limits", state.limits}};
+    } catch (const Anchor::Error& error) {
+        sandbox = {{"error", error.what()}};
+    }
+    return jsonText(Json{{"version", TIDEWATCH_VERSION}, {"sandbox", sandbox}});
+}
+
 /// The number of insertions, deletions, replacements and swaps of neighbours that turn one word into the
 /// other.
 std::size_t editDistance(std::string_view a, std::string_view b) {
@@ -248,7 +266,7 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     CLI::App program("Exports point clouds of surveys, and shows and bundles them.", "tidewatch");
     program.formatter(std::make_shared<HelpFormat>());
     program.set_help_flag("-h,--help", "this text");
-    program.set_version_flag("--version", "tidewatch " TIDEWATCH_VERSION, "the version");
+    program.set_version_flag("--version", "tidewatch " TIDEWATCH_VERSION, "the version; with --json also what is in force where files are read");
     program.require_subcommand(1);
     program.footer("'tidewatch COMMAND --help' lists the options of a command.\n\n"
                    "Exit status: 0 done; 1 failed; 2 wrong usage; 130 interrupted.");
@@ -260,6 +278,8 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     if (arguments.empty())
         throw UsageError("a command is missing; 'tidewatch --help' lists them");
     std::vector<std::string> words(arguments.begin(), arguments.end());
+    if (std::is_permutation(words.begin(), words.end(), std::begin(versionAsJson), std::end(versionAsJson)))
+        return TextRequest{versionJson()};
     if (!words.front().starts_with('-'))
         checkCommandName(program, words.front());
     for (const std::string& word : words) {

@@ -43,6 +43,14 @@ std::optional<ProgressMode> parseProgressMode(const std::string& text) {
     return std::nullopt;
 }
 
+std::optional<bool> sandboxWish(const std::string& text) {
+    if (text == "auto")
+        return false;
+    if (text == "require")
+        return true;
+    return std::nullopt;
+}
+
 /// Bytes in the largest unit that divides them.
 std::string sizeText(std::uint64_t bytes) {
     constexpr std::string_view suffixes = "KMGT";
@@ -105,6 +113,9 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
                  "memory for arrays, such as 512M or 4G (default {} for those that can be read again, three "
                  "quarters of the memory for one that cannot be read in parts)",
                  sizeText(Anchor::Cache::defaultLimit)))
+        ->group(group);
+    addValue(app, "--sandbox", "WHEN", sandboxWish, inputs.requiresSandbox,
+             "auto (as far as the system has it), or require: no bundle\nfile or raster is read without it")
         ->group(group);
 }
 

@@ -2,8 +2,11 @@
 #include "library/input/Inputs.hpp"
 
 #include "anchor/Cache.hpp"
+#include "anchor/Error.hpp"
 #include "convlib/Reader.hpp"
+#include "readers/registerReaders.hpp"
 
+#include <exception>
 #include <mutex>
 #include <utility>
 
@@ -38,13 +41,31 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     read.FragmentPoints = options.fragmentPoints;
     read.Tick = Progress::ticker(progress);
     read.IsWanted = [expected = expected_](const std::string& field) { return expected->contains(field); };
+    if (options.requiresSandbox)
+        requireSandbox(true);
+    std::exception_ptr first;
     for (const std::string& file : options.files) {
         if (progress)
             progress->check();
-        reports_.push_back(ConvLib::readFile(*bundle_, file, read));
+        try {
+            reports_.push_back(ConvLib::readFile(*bundle_, file, read));
+        } catch (const Anchor::Error& error) {
+            if (failures_.empty())
+                first = std::current_exception();
+            failures_.emplace_back(error.what());
+            continue;
+        }
         if (const auto identity = Anchor::FileIdentity::of(file))
             identities_.push_back(*identity);
     }
+    if (failures_.empty() || (options.skipsUnreadable && !reports_.empty()))
+        return;
+    if (failures_.size() == 1)
+        std::rethrow_exception(first);
+    std::string all;
+    for (const std::string& failure : failures_)
+        all += (all.empty() ? "" : "\n") + failure;
+    throw Anchor::FormatError(all);
 }
 
 Inputs::Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle)

@@ -28,14 +28,19 @@ struct InputOptions {
     /// exporter has in memory together. nullopt leaves the cache as it is and allows the others three quarters of what
     /// the process may use.
     std::optional<std::uint64_t> memoryLimit;
+    /// Refuses bundle files and rasters where the process that reads them cannot be locked: requireSandbox().
+    bool requiresSandbox = false;
+    /// Leaves out inputs that cannot be read, unless none can: see Inputs::failures().
+    bool skipsUnreadable = false;
 };
 
 /// The input files as one bundle. Inputs that share a time share the slice.
 class TIDEWATCH_API Inputs {
 public:
     /// Reads the structure of all files; arrays follow on demand. `progress`, which may be null, is called whenever
-    /// arrays are read, as long as they can be requested. Sets the limit of the memory cache. Throws Anchor::Error for
-    /// a file that cannot be read, and for two grids with the same name in one slice.
+    /// arrays are read, as long as they can be requested. Sets the limit of the memory cache. Throws Anchor::Error, once
+    /// all files have been tried, for those that cannot be read, a line each, and for two grids with the same name in one
+    /// slice.
     explicit Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress = {});
 
     /// Uses a bundle that a host has in memory, and keeps it alive.
@@ -47,6 +52,9 @@ public:
     [[nodiscard]] std::span<const Anchor::StrongPtr<ConvLib::InputReport>> reports() const noexcept {
         return reports_;
     }
+
+    /// What is wrong with the inputs that were left out.
+    [[nodiscard]] const std::vector<std::string>& failures() const noexcept { return failures_; }
 
     /// The report of the file that became a grid; null for grids of files that are whole bundles.
     [[nodiscard]] Anchor::StrongPtr<ConvLib::InputReport> reportOf(const std::string& grid,
@@ -71,6 +79,7 @@ private:
     std::vector<Anchor::FileIdentity> identities_;
     std::shared_ptr<ExpectedFields> expected_;
     std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;
+    std::vector<std::string> failures_;
 };
 
 } // namespace Tidewatch
