@@ -37,7 +37,7 @@ LasArrayCreator::Plan LasArrayCreator::plan() const {
             continue;
         const std::uint64_t bytes = points * fragment_->source->fields()[other].elementSize;
         const auto creator = fragment_->creators[other].lock();
-        const bool comesAlong = !fragment_->source->fields()[other].isAttribute || plan.bytes + bytes <= most;
+        const bool comesAlong = !fragment_->source->fields()[other].isMinor || plan.bytes + bytes <= most;
         if (creator && comesAlong && !creator->available()) {
             plan.fields.push_back(other);
             plan.bytes += bytes;
