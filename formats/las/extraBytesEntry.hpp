@@ -73,7 +73,8 @@ constexpr bool isSignedExtraBytesType(unsigned type) noexcept {
 
 /// The entry of a scalar. Texts are cut at their 32 bytes. The encoding's type is one of extraBytesTypes.
 template <class Encoding>
-[[nodiscard]] std::array<std::uint8_t, ExtraBytes::entrySize> encodeExtraBytesEntry(const Encoding& encoding) {
+[[nodiscard]] std::array<std::uint8_t, ExtraBytes::entrySize>
+encodeExtraBytesEntry(const Encoding& encoding) {
     std::array<std::uint8_t, ExtraBytes::entrySize> entry{};
     const auto putText = [&](std::size_t place, std::string_view text) {
         std::copy_n(text.begin(), std::min(text.size(), textSize),
@@ -101,8 +102,7 @@ template <class Encoding>
 /// The encoding that an entry of a scalar states; its type is that of a double where the entry is none of a scalar.
 /// Scale and offset are as they stand there, also where they are of no use.
 template <class Encoding>
-[[nodiscard]] Encoding
-decodeExtraBytesEntry(std::span<const std::uint8_t, ExtraBytes::entrySize> entry) {
+[[nodiscard]] Encoding decodeExtraBytesEntry(std::span<const std::uint8_t, ExtraBytes::entrySize> entry) {
     const auto text = [&](std::size_t place) {
         const auto field = entry.subspan(place, textSize);
         return std::string(field.begin(), std::find(field.begin(), field.end(), std::uint8_t{0}));

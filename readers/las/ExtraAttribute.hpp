@@ -37,13 +37,13 @@ struct ExtraAttribute {
 
     std::string name;        ///< as it stands in the file, without the zeros behind it; any bytes
     std::string description; ///< likewise
-    std::size_t entry = 0;       ///< the number of the entry, from 0
-    unsigned component = 0;      ///< from 1 in a pair or triple, else 0
+    std::size_t entry = 0;   ///< the number of the entry, from 0
+    unsigned component = 0;  ///< from 1 in a pair or triple, else 0
     Type type = Type::Undescribed;
-    std::uint16_t offset = 0;    ///< bytes from the beginning of the point's extra bytes
-    std::uint16_t size = 0;      ///< bytes
-    std::optional<double> scale; ///< the value is stored * scale + offset; finite and not 0
-    std::optional<double> shift; ///< that offset; finite
+    std::uint16_t offset = 0;          ///< bytes from the beginning of the point's extra bytes
+    std::uint16_t size = 0;            ///< bytes
+    std::optional<double> scale;       ///< the value is stored * scale + offset; finite and not 0
+    std::optional<double> shift;       ///< that offset; finite
     std::optional<long double> noData; ///< the stored number that stands for no value
 
     [[nodiscard]] bool isScalar() const noexcept { return type != Type::Undescribed; }

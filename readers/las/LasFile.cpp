@@ -126,7 +126,8 @@ void LasFile::take(const Record& record, const InputFile& file) {
                 {record.userId, record.recordId, record.description, record.offset, record.length});
         else
             ++moreUserRecords_;
-    } else if (record.userId == Formats::Las::specificationUser && record.recordId == Formats::Las::extraBytesId) {
+    } else if (record.userId == Formats::Las::specificationUser &&
+               record.recordId == Formats::Las::extraBytesId) {
         // More entries than one record holds continue in the next.
         ExtraAttribute::parse(payload(), header_.extraByteCount(), path_, extraAttributes_);
     } else if (record.userId == Formats::Las::laszipUser && record.recordId == Formats::Las::laszipId &&

@@ -13,7 +13,7 @@ namespace Tidewatch::Las {
 /// The public header block of a LAS file, versions 1.0 to 1.4 (LAS 1.4 R15, "Public Header Block", and the
 /// same section of the older versions).
 struct LasHeader {
-    unsigned versionMinor = 0; ///< of 1.0 to 1.4
+    unsigned versionMinor = 0;      ///< of 1.0 to 1.4
     std::uint16_t fileSourceId = 0; ///< reserved, and 0, in 1.0
     /// Bits of Formats::Las::GlobalEncoding. Versions 1.0 and 1.1 do not have the field; it is 0 there.
     std::uint16_t globalEncoding = 0;

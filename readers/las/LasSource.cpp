@@ -293,8 +293,7 @@ void LasSource::findNotCarried() {
                 fmt::format("extra bytes \"{}\" (no number)", Anchor::printable(attribute.name)));
     }
     if (header.extraByteCount() > described)
-        notCarried_.push_back(
-            fmt::format("{} undescribed extra bytes", header.extraByteCount() - described));
+        notCarried_.push_back(fmt::format("{} undescribed extra bytes", header.extraByteCount() - described));
 }
 
 } // namespace Tidewatch
