@@ -6,7 +6,7 @@
 #include "host/options/addOption.hpp"
 #include "host/options/commonOptions.hpp"
 #include "host/report/StandardOutput.hpp"
-#include "las/ExportPointCloudToLas.hpp"
+#include "las/LasPlan.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 
@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <set>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -39,11 +38,9 @@ std::optional<int> pointSourceID(const std::string& text) {
 
 /// The attributes that fields can become.
 std::vector<std::string> attributeNames() {
-    // The exporter knows these by their names alone, so its map has no entries for them.
-    std::set<std::string> names{"Amplitude", "Reflectance"};
-    for (const auto& [field, attribute] : ExportLib::ExportPointCloudToLas::DefaultRenameMap())
-        names.insert(attribute);
-    return {names.begin(), names.end()};
+    auto names = ExportLib::LasPlan::attributes(true);
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 /// "FIELD=ATTRIBUTE"; a field's name may hold a "=" itself.
@@ -83,6 +80,17 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
         app, "--rename", "FIELD=ATTRIBUTE", renaming,
         [&](const auto& entry) { request.options.renames[entry.first] = entry.second; },
         "store a field as a LAS attribute (repeatable)")
+        ->group(group);
+    app.add_flag(
+           "--plain", request.plain,
+           "what the exporter writes by itself: no flags, extra bytes, records or\nreference system, and "
+           "its older habits")
+        ->group(group);
+    addValue(app, "--scale", "X[,Y,Z]", parseSteps, request.options.step,
+             "steps of coordinates (default the input's, else 0.00025)")
+        ->group(group);
+    addValue(app, "--offset", "X[,Y,Z]", parseTriple, request.options.offset,
+             "offset of coordinates (default the input's, else the centre)")
         ->group(group);
     app.add_flag("--verify", request.options.verify,
                  "decode every file and compare it before it is put in place")

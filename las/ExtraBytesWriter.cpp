@@ -115,8 +115,8 @@ void ExtraBytesWriter::take(const Anchor::StrongPtr<Anchor::Cacheable>& data) {
         size_ = elements.size();
         if (elements.empty())
             return;
-        first_ = reinterpret_cast<const std::byte*>(elements.data()) +
-                 description_.component * sizeof(Component);
+        first_ =
+            reinterpret_cast<const std::byte*>(elements.data()) + description_.component * sizeof(Component);
         load_ = &load<Component>;
         isCopied_ = typeid(Component) == *description_.encoding.type && scale_ == 1 && offset_ == 0;
     });

@@ -23,8 +23,9 @@ namespace {
 namespace Format = Formats::Las;
 
 bool isSame(const Sheaf::FieldEncoding& a, const Sheaf::FieldEncoding& b) {
-    return a.name == b.name && a.description == b.description && *a.type == *b.type && a.scale.value_or(1) == b.scale.value_or(1) &&
-           a.offset.value_or(0) == b.offset.value_or(0) && a.noData == b.noData;
+    return a.name == b.name && a.description == b.description && *a.type == *b.type &&
+           a.scale.value_or(1) == b.scale.value_or(1) && a.offset.value_or(0) == b.offset.value_or(0) &&
+           a.noData == b.noData;
 }
 
 /// The number type of an element type's components in extra bytes, which have no long double.
@@ -160,8 +161,7 @@ void Builder::addExtras(const std::string& name, const Sheaf::Field& field) {
     Sheaf::FieldEncoding encoding;
     encoding.name = attributeOf(renames_, name);
     encoding.type = type;
-    if (components == 1 && field.encoding() &&
-        Format::extraBytesTypeOf(*field.encoding()->type) != 0) {
+    if (components == 1 && field.encoding() && Format::extraBytesTypeOf(*field.encoding()->type) != 0) {
         encoding = *field.encoding();
         if (encoding.name.empty())
             encoding.name = name;
@@ -256,8 +256,9 @@ LasAxis axisFor(std::size_t axis, double lower, double upper, const LasSettings&
 } // namespace
 
 bool keepsOwnEncoding(const std::string& name, const Sheaf::Field& field) {
-    return field.encoding() && ((name == "Reflectance" && !isSame(*field.encoding(), reflectanceEncoding())) ||
-                                (name == "Amplitude" && !isSame(*field.encoding(), amplitudeEncoding())));
+    return field.encoding() &&
+           ((name == "Reflectance" && !isSame(*field.encoding(), reflectanceEncoding())) ||
+            (name == "Amplitude" && !isSame(*field.encoding(), amplitudeEncoding())));
 }
 
 std::optional<LasLayout> LasLayout::of(const Sheaf::Grid& grid, const Sheaf::Representation& reference,
@@ -272,8 +273,9 @@ std::optional<LasLayout> LasLayout::of(const Sheaf::Grid& grid, const Sheaf::Rep
 }
 
 Sheaf::FieldEncoding reflectanceEncoding() {
-    return {"BSG_Reflectance", "Reflectance between -25:5 [-]", &typeid(unsigned short), reflectanceStep,
-            -25.0,             std::nullopt};
+    return {
+        "BSG_Reflectance", "Reflectance between -25:5 [-]", &typeid(unsigned short), reflectanceStep, -25.0,
+        std::nullopt};
 }
 
 Sheaf::FieldEncoding amplitudeEncoding() {

@@ -16,7 +16,7 @@ struct GridAdditions {
     std::vector<Sheaf::FileRecord> records = {};
     /// Bits that are set in the header of a LAS file (LAS 1.4 R15, "Global Encoding").
     std::uint16_t headerBits = 0;
-    /// The text of a .prj file beside each ESRI ASCII grid; empty for none.
+    /// The text of a .prj file beside each ESRI ASCII grid that has a file of its own; empty for none.
     std::string prj = {};
 
     [[nodiscard]] bool empty() const noexcept { return records.empty() && headerBits == 0 && prj.empty(); }

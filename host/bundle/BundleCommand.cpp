@@ -11,6 +11,9 @@ int BundleRequest::run() const {
     BundleExport bundle(output, overwrite, read.identities());
     ExportReport done;
     done.files.push_back(bundle.write(*read.bundle(), *out.bar()));
+    done.notes = read.notes();
+    for (const std::string& note : done.notes)
+        out.messages().warning(note);
     Losses losses;
     for (const auto& input : read.reports())
         losses.addProperties(*input);

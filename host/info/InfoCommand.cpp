@@ -7,10 +7,12 @@
 namespace Tidewatch {
 
 int InfoRequest::run() const {
-    const Report out(report, "info");
+    Report out(report, "info");
     const Inputs read(inputs, out.bar());
     const Inventory inventory = Inventory::of(*read.bundle(), read.reports(), bounds);
     out.bar()->end();
+    for (const std::string& note : read.notes())
+        out.messages().warning(note);
     writeStandardOutput(report.json ? inventoryJson(inventory) : inventoryText(inventory));
     return 0;
 }

@@ -104,6 +104,11 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
              fmt::format("memory for arrays that can be read again, such as 512M or 4G (default {})",
                          sizeText(Anchor::Cache::defaultLimit)))
         ->group(group);
+    addValue(
+        app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
+        "coordinate reference system of all grids: EPSG:25832+5783,\na file of well-known text, or none; "
+        "nothing is transformed")
+        ->group(group);
 }
 
 void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp) {

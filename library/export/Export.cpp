@@ -84,7 +84,9 @@ Export::Course::Course(const Inputs& inputs, ExportOptions options,
       format_(std::move(format)),
       progress_(progress ? std::move(progress) : Anchor::makeStrong<Progress>()),
       selection_(options_.filters),
-      placement_(options_.overwrite, inputs_.identities()) {}
+      placement_(options_.overwrite, inputs_.identities()) {
+    report_.notes = inputs_.notes();
+}
 
 Export::Course::~Course() {
     // A folder may lie in one that an earlier one made.

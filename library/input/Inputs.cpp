@@ -3,7 +3,9 @@
 
 #include "anchor/Cache.hpp"
 #include "convlib/Reader.hpp"
+#include "library/crs/gridSystem.hpp"
 
+#include <optional>
 #include <utility>
 
 namespace Tidewatch {
@@ -12,6 +14,8 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     : bundle_(Anchor::makeStrong<Sheaf::Bundle>()) {
     if (options.memoryLimit)
         Anchor::Cache::MemCache().setLimit(*options.memoryLimit);
+    const auto wanted =
+        options.referenceSystem ? std::optional(wantedSystem(*options.referenceSystem)) : std::nullopt;
     ConvLib::ReadOptions read;
     read.SliceTime = options.sliceTime;
     read.FragmentPoints = options.fragmentPoints;
@@ -23,6 +27,9 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
         if (const auto identity = Anchor::FileIdentity::of(file))
             identities_.push_back(*identity);
     }
+    completeSystems(*bundle_);
+    if (wanted)
+        notes_ = setSystem(*bundle_, *wanted);
 }
 
 Inputs::Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle) : bundle_(std::move(bundle)) {}

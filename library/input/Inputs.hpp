@@ -24,6 +24,9 @@ struct InputOptions {
     std::uint64_t fragmentPoints = ConvLib::ReadOptions().FragmentPoints;
     /// The limit of the memory cache in bytes; nothing leaves it as it is.
     std::optional<std::uint64_t> memoryLimit;
+    /// The coordinate reference system of all grids, as `--crs` takes it: codes ("EPSG:25832+5783"), a file of well-known
+    /// text, or "none"; nothing leaves each its own.
+    std::optional<std::string> referenceSystem = {};
 };
 
 /// The input files as one bundle. Inputs that share a time share the slice.
@@ -48,6 +51,9 @@ public:
     [[nodiscard]] Anchor::StrongPtr<ConvLib::InputReport> reportOf(const std::string& grid,
                                                                    const std::string& origin) const;
 
+    /// What is to be said of reference systems that were replaced, one text each.
+    [[nodiscard]] const std::vector<std::string>& notes() const noexcept { return notes_; }
+
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
 
@@ -55,6 +61,7 @@ private:
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> reports_;
     std::vector<Anchor::FileIdentity> identities_;
+    std::vector<std::string> notes_;
 };
 
 } // namespace Tidewatch

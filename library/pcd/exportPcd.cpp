@@ -3,6 +3,7 @@
 
 #include "convlib/NumberText.hpp"
 #include "library/export/PlannedGrids.hpp"
+#include "library/export/propertyLosses.hpp"
 #include "library/pcd/PcdRounding.hpp"
 #include "library/report/Wording.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
@@ -31,6 +32,7 @@ public:
                            return context.selection.UseThisField(field);
                        });
                    }),
+          bundle_(context.inputs.bundle()),
           recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.RefLevel = options.refinementLevel;
@@ -65,6 +67,7 @@ private:
     void findCountLoss(const ExportedGrid& exported, Losses& losses) const;
 
     PlannedPcds planned_;
+    Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToPCD exporter_;
 };
@@ -77,6 +80,7 @@ void PcdRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
     findIntensityLoss(exported, grid->plan, losses);
     findRounding(exported, grid->inputStep, losses);
     findCountLoss(exported, losses);
+    addPropertyLosses(exported, *bundle_, {}, losses);
 }
 
 void PcdRun::findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const {
