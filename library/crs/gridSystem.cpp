@@ -165,7 +165,7 @@ GridSystem GridSystem::of(const Sheaf::Grid& grid) {
 
 void completeSystems(Sheaf::Bundle& bundle) {
     // Thousands of tiles state the same keys.
-    std::map<std::vector<std::uint8_t>, std::string> known;
+    std::map<std::string, std::string> known;
     forEachGrid(bundle, [&](double, Sheaf::Grid& grid) {
         const auto chart = grid.findChart("");
         const auto& records = grid.statement().records;
@@ -174,7 +174,7 @@ void completeSystems(Sheaf::Bundle& bundle) {
         });
         if (!chart || !chart->referenceSystem().empty() || keys == records.end())
             return;
-        const auto [entry, isNew] = known.try_emplace(keys->bytes);
+        const auto [entry, isNew] = known.try_emplace({keys->bytes.begin(), keys->bytes.end()});
         if (isNew)
             entry->second = GridSystem::of(grid).text;
         chart->setReferenceSystem(entry->second);

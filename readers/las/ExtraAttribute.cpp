@@ -25,8 +25,8 @@ std::string text(std::span<const std::uint8_t> field) {
     return {field.begin(), std::find(field.begin(), field.end(), std::uint8_t{0})};
 }
 
-/// A number of an entry of a described type; components count from 0. Throws Anchor::FormatError where scale or offset
-/// are of no use.
+/// A number of an entry of a described type; components count from 0. Where scale or offset are of no use, throws
+/// Anchor::FormatError for a scalar, and leaves a component undescribed.
 void describe(ExtraAttribute& attribute, std::span<const std::uint8_t> entry, unsigned component,
               std::string_view path) {
     const unsigned type = 1 + (entry[Place::type] - 1U) % scalarTypes;
@@ -41,9 +41,15 @@ void describe(ExtraAttribute& attribute, std::span<const std::uint8_t> entry, un
         attribute.noData = Formats::Las::noDataOf(entry.data() + Place::noData + place, type);
     const double scale = attribute.scale.value_or(1.0);
     const double shift = attribute.shift.value_or(0.0);
-    if (!std::isfinite(scale) || scale == 0.0 || !std::isfinite(shift))
+    if (std::isfinite(scale) && scale != 0.0 && std::isfinite(shift))
+        return;
+    if (attribute.component == 0)
         failFormat(path, object, "entry {} (\"{}\") has the scale {} and the offset {}", attribute.entry,
                    Anchor::printable(attribute.name), scale, shift);
+    // Writers of the deprecated types fill in the first component only; such a file is no damaged one.
+    attribute.type = ExtraAttribute::Type::Undescribed;
+    attribute.scale.reset();
+    attribute.shift.reset();
 }
 
 } // namespace
