@@ -138,6 +138,8 @@ TEST_F(LasFileTest, CountsOf14FollowTheRuleForLegacyFields) {
 TEST_F(LasFileTest, RecordsThatTellNothingOfPointsAreListedInOrder) {
     LasFileBuilder builder = small(4, 6);
     builder.extraByteCount = 1;
+    for (Support::LasRecord& point : builder.points)
+        point.extraBytes = "x";
     builder.vlrs.push_back({"LASF_Projection", 34735, std::string(16, '\1')});
     builder.describe(LasFileBuilder::attribute(1, "a"));
     builder.vlrs.push_back({"LASF_Spec", 7, "superseded"});

@@ -467,7 +467,7 @@ TEST_F(LasReaderTest, OnePassGivesAllFieldsOfTheFragment) {
     std::filesystem::resize_file(path, 1000);
     for (const auto& [name, type] : fields(*grid))
         EXPECT_TRUE(creator(*grid, name)->create(false)) << name;
-    EXPECT_THROW(static_cast<void>(creator(*grid, "Intensity")->create(true)), Anchor::FormatError);
+    EXPECT_THROW(static_cast<void>(creator(*grid, "Intensity")->create(true)), Anchor::FileError);
 }
 
 TEST_F(LasReaderTest, AttributesComeAlongOnlyAsFarAsTheCacheHoldsThem) {
