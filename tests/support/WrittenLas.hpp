@@ -62,7 +62,8 @@ public:
     [[nodiscard]] double upper(std::size_t axis) const { return at<double>(179 + 16 * axis); }
     [[nodiscard]] double lower(std::size_t axis) const { return at<double>(187 + 16 * axis); }
 
-    [[nodiscard]] std::vector<Vlr> vlrs() const {
+    /// They have to end where the points begin, unless `mayHaveGap`.
+    [[nodiscard]] std::vector<Vlr> vlrs(bool mayHaveGap = false) const {
         std::vector<Vlr> list;
         std::size_t place = at<std::uint16_t>(94);
         for (std::uint32_t i = 0; i < at<std::uint32_t>(100); ++i) {
@@ -71,7 +72,7 @@ public:
                             text(place + 22, 32), bytes.substr(place + 54, size)});
             place += 54 + size;
         }
-        if (place != pointsBegin())
+        if (place != pointsBegin() && !mayHaveGap)
             throw std::runtime_error("the records do not end where the points begin");
         return list;
     }

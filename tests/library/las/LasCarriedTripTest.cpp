@@ -53,7 +53,7 @@ std::map<std::string, Number> numbersOf(const WrittenLas& file) {
     constexpr std::size_t sizes[] = {1, 1, 2, 2, 4, 4, 8, 8, 4, 8};
     std::map<std::string, Number> found;
     std::size_t place = 0;
-    for (const WrittenLas::Vlr& vlr : file.vlrs()) {
+    for (const WrittenLas::Vlr& vlr : file.vlrs(true)) {
         if (vlr.userId != "LASF_Spec" || vlr.recordId != 4)
             continue;
         for (std::size_t begin = 0; begin < vlr.payload.size(); begin += 192) {
@@ -87,7 +87,7 @@ using Ids = std::pair<std::string, unsigned>;
 /// Records that tell nothing of points or of the system, of both kinds.
 std::vector<std::pair<Ids, std::string>> userRecords(const WrittenLas& file) {
     std::vector<std::pair<Ids, std::string>> list;
-    auto all = file.vlrs();
+    auto all = file.vlrs(true);
     const auto far = file.evlrs();
     all.insert(all.end(), far.begin(), far.end());
     for (const WrittenLas::Vlr& vlr : all) {
@@ -96,6 +96,9 @@ std::vector<std::pair<Ids, std::string>> userRecords(const WrittenLas& file) {
         if (!isBound)
             list.push_back({{vlr.userId, vlr.recordId}, vlr.description + "|" + vlr.payload});
     }
+    // Short records may have stood behind long ones, which stay behind the points.
+    std::stable_sort(list.begin(), list.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
     return list;
 }
 
@@ -185,7 +188,7 @@ TEST_P(LasCarriedTrip, ChangesNothingThatTheVersionHasAPlaceFor) {
         EXPECT_EQ(to.offset(axis), from.offset(axis));
     }
     if (toExtended || from.evlrs().empty()) {
-        EXPECT_EQ(userRecords(to), userRecords(from));
+        EXPECT_TRUE(userRecords(to) == userRecords(from));
     }
 
     const auto before = numbersOf(from);
@@ -209,7 +212,7 @@ TEST_P(LasCarriedTrip, ChangesNothingThatTheVersionHasAPlaceFor) {
         want.extraBytes.clear();
         have.extraBytes.clear();
         const double degrees = want.scanAngle * (fromExtended ? 0.006 : 1.0);
-        ASSERT_NEAR(have.scanAngle * (toExtended ? 0.006 : 1.0), toExtended ? degrees : std::clamp(degrees, -90.0, 90.0),
+        ASSERT_NEAR(have.scanAngle * (toExtended ? 0.006 : 1.0), fromExtended && !toExtended ? std::clamp(degrees, -90.0, 90.0) : degrees,
                     fromExtended == toExtended ? 0 : toExtended ? 0.003 : 0.5)
             << "point " << i;
         want.scanAngle = have.scanAngle;
