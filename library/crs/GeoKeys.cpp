@@ -50,7 +50,8 @@ public:
     void run() {
         const std::uint16_t projected = valueOf(Tiff::Key::projectedSystem);
         const std::uint16_t geodetic = valueOf(Tiff::Key::geodeticSystem);
-        const bool isProjected = projected != Tiff::undefined || valueOf(Tiff::Key::model) == Tiff::Model::projected;
+        const bool isProjected =
+            projected != Tiff::undefined || valueOf(Tiff::Key::model) == Tiff::Model::projected;
         const std::uint16_t code = isProjected ? projected : geodetic;
         if (code == Tiff::userDefined || (isProjected && code == Tiff::undefined)) {
             keys_.unreadable = isProjected ? "a user-defined projection" : "a user-defined geodetic system";
@@ -171,14 +172,14 @@ std::optional<Sheaf::FileRecord> GeoKeys::write(const ReferenceSystem& system) {
 
     // Systems of three dimensions came with GeoTIFF 1.1.
     const std::uint16_t minorRevision = kind == Kind::Geographic3D ? 1 : 0;
-    Sheaf::FileRecord record{std::string(Formats::Las::projectionUser), Formats::Las::geoKeyDirectoryId,
-                             "GeoTIFF keys", {}};
+    Sheaf::FileRecord record{
+        std::string(Formats::Las::projectionUser), Formats::Las::geoKeyDirectoryId, "GeoTIFF keys", {}};
     const auto put = [&](std::uint16_t number) {
         record.bytes.resize(record.bytes.size() + 2);
         Formats::storeLittleEndian(record.bytes.data() + record.bytes.size() - 2, number);
     };
-    for (const std::uint16_t number : {Tiff::directoryVersion, Tiff::revision, minorRevision,
-                                       static_cast<std::uint16_t>(values.size())})
+    for (const std::uint16_t number :
+         {Tiff::directoryVersion, Tiff::revision, minorRevision, static_cast<std::uint16_t>(values.size())})
         put(number);
     for (const auto& [key, value] : values) {
         for (const std::uint16_t number : {key, Tiff::inPlace, std::uint16_t{1}, value})

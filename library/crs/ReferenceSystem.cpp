@@ -6,9 +6,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
-#include <utility>
-
 #include <proj.h>
+#include <utility>
 
 namespace Tidewatch {
 
@@ -159,8 +158,9 @@ std::optional<unsigned> ReferenceSystem::State::unitOf(const Object& part) const
     const Object system(part ? proj_crs_get_coordinate_system(context_.get(), part.get()) : nullptr);
     const char* authority = nullptr;
     const char* code = nullptr;
-    if (!system || proj_cs_get_axis_info(context_.get(), system.get(), 0, nullptr, nullptr, nullptr, nullptr,
-                                         nullptr, &authority, &code) == 0 ||
+    if (!system ||
+        proj_cs_get_axis_info(context_.get(), system.get(), 0, nullptr, nullptr, nullptr, nullptr, nullptr,
+                              &authority, &code) == 0 ||
         authority == nullptr || std::string_view(authority) != "EPSG")
         return std::nullopt;
     return numberOf(code);

@@ -36,7 +36,8 @@ std::optional<ReferenceSystem> tryText(const std::string& text) {
     }
 }
 
-void forEachGrid(const Sheaf::Bundle& bundle, const std::function<void(double time, Sheaf::Grid& grid)>& visit) {
+void forEachGrid(const Sheaf::Bundle& bundle,
+                 const std::function<void(double time, Sheaf::Grid& grid)>& visit) {
     for (const auto& [time, weakSlice] : bundle.slices()) {
         const auto slice = weakSlice.lock();
         if (!slice)
@@ -73,19 +74,22 @@ void addText(const GridSystem& grid, WrittenSystem& written) {
     if (grid.system) {
         text = bestText(*grid.system);
         if (!grid.system->ogcText())
-            written.note = fmt::format("{} is stated as well-known text of ISO 19162, since the older kind, which LAS "
-                                       "asks for, cannot say it",
-                                       grid.title());
+            written.note =
+                fmt::format("{} is stated as well-known text of ISO 19162, since the older kind, which LAS "
+                            "asks for, cannot say it",
+                            grid.title());
     } else {
-        written.note = "the well-known text of the coordinate reference system is passed on as it is: PROJ cannot "
-                       "read it";
+        written.note =
+            "the well-known text of the coordinate reference system is passed on as it is: PROJ cannot "
+            "read it";
     }
-    FileRecord record{std::string(Format::projectionUser), Format::wellKnownTextId, "OGC well-known text", {}};
+    FileRecord record{
+        std::string(Format::projectionUser), Format::wellKnownTextId, "OGC well-known text", {}};
     record.bytes.assign(text.begin(), text.end());
     record.bytes.push_back(0);
     if (record.bytes.size() > Format::Record::largestPayload) {
-        written.loss = fmt::format("{}: its well-known text has {} bytes, and a record has room for {}", grid.title(),
-                                   text.size(), Format::Record::largestPayload);
+        written.loss = fmt::format("{}: its well-known text has {} bytes, and a record has room for {}",
+                                   grid.title(), text.size(), Format::Record::largestPayload);
         return;
     }
     written.additions.records.push_back(std::move(record));
@@ -117,11 +121,12 @@ void addTextRecords(const Sheaf::Grid& grid, const GridSystem& known, WrittenSys
 void addKeyRecords(const Sheaf::Grid& grid, const GridSystem& known, WrittenSystem& written, int version) {
     const auto& records = grid.statement().records;
     const GeoKeys keys = GeoKeys::read(records);
-    const bool isSame = known.text.empty() ? !keys.unreadable.empty()
-                                           : keys.system && known.system &&
-                                                 keys.system->isEquivalentTo(*known.system);
+    const bool isSame = known.text.empty()
+                            ? !keys.unreadable.empty()
+                            : keys.system && known.system && keys.system->isEquivalentTo(*known.system);
     if (keys.areThere && isSame) {
-        std::copy_if(records.begin(), records.end(), std::back_inserter(written.additions.records), isKeyRecord);
+        std::copy_if(records.begin(), records.end(), std::back_inserter(written.additions.records),
+                     isKeyRecord);
         return;
     }
     if (known.system) {
@@ -130,9 +135,10 @@ void addKeyRecords(const Sheaf::Grid& grid, const GridSystem& known, WrittenSyst
             return;
         }
     }
-    written.loss = fmt::format("{}: LAS 1.{} states systems by GeoTIFF keys, which are written for systems with codes of "
-                               "the EPSG register; --las-version 1.4 keeps it",
-                               known.title(), version);
+    written.loss = fmt::format(
+        "{}: LAS 1.{} states systems by GeoTIFF keys, which are written for systems with codes of "
+        "the EPSG register; --las-version 1.4 keeps it",
+        known.title(), version);
 }
 
 } // namespace
@@ -193,8 +199,9 @@ WantedSystem wantedSystem(const std::string& text) {
         static_cast<void>(ReferenceSystem::fromText(content));
         return {content.substr(0, content.find_last_not_of(" \t\r\n") + 1)};
     } catch (const Anchor::FormatError& fault) {
-        throw UsageError(fmt::format("--crs takes codes (EPSG:25832+5783), a file of well-known text, or none: {}{}",
-                                     fs::is_regular_file(text, error) ? text + ": " : std::string(), fault.what()));
+        throw UsageError(
+            fmt::format("--crs takes codes (EPSG:25832+5783), a file of well-known text, or none: {}{}",
+                        fs::is_regular_file(text, error) ? text + ": " : std::string(), fault.what()));
     }
 }
 
@@ -203,8 +210,8 @@ std::vector<std::string> setSystem(Sheaf::Bundle& bundle, const WantedSystem& wa
     std::vector<std::string> notes;
     forEachGrid(bundle, [&](double time, Sheaf::Grid& grid) {
         const GridSystem before = GridSystem::of(grid);
-        const bool isSame = before.system && system && before.unreadable.empty() &&
-                            before.system->isEquivalentTo(*system);
+        const bool isSame =
+            before.system && system && before.unreadable.empty() && before.system->isEquivalentTo(*system);
         if (before.isThere() && !isSame)
             notes.push_back(fmt::format("{}: --crs {} {}; coordinates stay as they are",
                                         gridAtTime(grid.name(), time), system ? "replaces" : "removes",
@@ -232,9 +239,10 @@ WrittenSystem systemForLas(const Sheaf::Grid& grid, int version) {
     else if (!known.text.empty())
         addTextRecords(grid, known, written);
     if (version == 4 && !known.unreadable.empty())
-        written.loss = fmt::format("what GeoTIFF keys state is not read: {}; LAS 1.4 takes well-known text (--crs gives "
-                                   "it)",
-                                   known.unreadable);
+        written.loss =
+            fmt::format("what GeoTIFF keys state is not read: {}; LAS 1.4 takes well-known text (--crs gives "
+                        "it)",
+                        known.unreadable);
     return written;
 }
 

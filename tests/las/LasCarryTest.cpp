@@ -70,7 +70,8 @@ protected:
 
 TEST_F(LasCarry, DefaultsWriteTheSameBytesWhateverAGridStates) {
     exporter.setCarry(false);
-    auto grid = gridOf(3).field("RGB", "a", std::vector<Color>(3)).field("GPSTime", "a", std::vector<double>(3, 7));
+    auto grid =
+        gridOf(3).field("RGB", "a", std::vector<Color>(3)).field("GPSTime", "a", std::vector<double>(3, 7));
     for (const int version : {2, 3, 4}) {
         exporter.Version = version;
         const std::string before = exported().bytes;
@@ -220,18 +221,22 @@ TEST_F(LasCarry, EncodingOfTheInputIsTheEncodingOfTheFile) {
 
 TEST_F(LasCarry, NamesAreShortenedToUniqueOnesWithANote) {
     const std::string name(40, 'n');
-    auto grid = gridOf(1).field(name + "a", "a", Bytes{1}).field(name + "b", "a", Bytes{2}).field("short", "a", Bytes{3});
+    auto grid = gridOf(1)
+                    .field(name + "a", "a", Bytes{1})
+                    .field(name + "b", "a", Bytes{2})
+                    .field("short", "a", Bytes{3});
     const auto found = entries(exported());
     ASSERT_EQ(found.size(), 3U);
     EXPECT_EQ(nameOf(found[0]), std::string(32, 'n'));
     EXPECT_EQ(nameOf(found[1]), std::string(30, 'n') + "_2");
     EXPECT_EQ(nameOf(found[2]), "short");
-    EXPECT_THAT(plan(grid).notes, ElementsAre(HasSubstr(std::string(32, 'n')), HasSubstr("nn_2 in the extra bytes")));
+    EXPECT_THAT(plan(grid).notes,
+                ElementsAre(HasSubstr(std::string(32, 'n')), HasSubstr("nn_2 in the extra bytes")));
 }
 
 TEST_F(LasCarry, ComponentsAreNumbersOfTheirOwnWithANote) {
-    auto grid = gridOf(2).field(
-        "Normal", "a", std::vector<Geom::PhysicalSpace::vector>{{1, 2, 3}, {4, 5, 6}});
+    auto grid =
+        gridOf(2).field("Normal", "a", std::vector<Geom::PhysicalSpace::vector>{{1, 2, 3}, {4, 5, 6}});
     const WrittenLas file = exported();
     std::vector<std::string> names;
     for (const std::string& entry : entries(file))
@@ -254,8 +259,9 @@ TEST_F(LasCarry, MoreExtraBytesThanRecordsHoldAreLeftOut) {
 
 TEST_F(LasCarry, ReflectanceGoesBackIntoTheBytesThatItCameFrom) {
     auto grid = gridOf(2).field("Reflectance", "a", std::vector<float>{-40, 9.5F});
-    grid.representation()->findField("Reflectance")->setEncoding(
-        {"Reflectance", "dB", &typeid(short), 0.01, std::nullopt, std::nullopt});
+    grid.representation()
+        ->findField("Reflectance")
+        ->setEncoding({"Reflectance", "dB", &typeid(short), 0.01, std::nullopt, std::nullopt});
     const WrittenLas file = exported();
     EXPECT_EQ(file.recordLength(), 32U);
     EXPECT_EQ(nameOf(entries(file).at(0)), "Reflectance");
@@ -286,10 +292,14 @@ TEST_F(LasCarry, ContractsAttributesComeFirstAndKeepTheirHabits) {
 TEST_F(LasCarry, RecordsGoAlongInOrderButThoseThatAreBoundToTheirFile) {
     auto grid = gridOf(2).field("Zeal", "a", Bytes{7, 8});
     Sheaf::FileStatement statement;
-    statement.records = {recordOf("Somebody", 1, "first", std::string(32, 'd')), recordOf("LASF_Spec", 4, "no"),
-                         recordOf("LASF_Projection", 34735, "no"),      recordOf("Somebody", 1, "second"),
-                         recordOf("laszip encoded", 22204, "no"),       recordOf("LASF_Spec", 3, std::string("a\0b", 3)),
-                         recordOf("copc", 1, "no"),                     recordOf("Somebody", 2, ""),
+    statement.records = {recordOf("Somebody", 1, "first", std::string(32, 'd')),
+                         recordOf("LASF_Spec", 4, "no"),
+                         recordOf("LASF_Projection", 34735, "no"),
+                         recordOf("Somebody", 1, "second"),
+                         recordOf("laszip encoded", 22204, "no"),
+                         recordOf("LASF_Spec", 3, std::string("a\0b", 3)),
+                         recordOf("copc", 1, "no"),
+                         recordOf("Somebody", 2, ""),
                          recordOf(std::string(17, 'u'), 1, "no")};
     grid.grid().setStatement(statement);
     for (const int version : {2, 3, 4}) {
@@ -361,7 +371,8 @@ TEST_F(LasCarry, HeaderStatesWhatTheGridStates) {
 }
 
 TEST_F(LasCarry, CoordinatesThatDoNotFitGetAnotherOffsetThenACoarserStep) {
-    auto grid = GridBuilder(*bundle, 0, "g").field("Positions", "a", Points{{5e6, 1e9, 0}, {5e6 + 1, -1e9, 1}});
+    auto grid =
+        GridBuilder(*bundle, 0, "g").field("Positions", "a", Points{{5e6, 1e9, 0}, {5e6 + 1, -1e9, 1}});
     Sheaf::FileStatement statement;
     statement.step = {0.001, 0.001, 0.001};
     statement.offset = {-5e6, 0, 0};

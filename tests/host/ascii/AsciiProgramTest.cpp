@@ -313,7 +313,8 @@ TEST_F(AsciiProgramTest, GridsHaveTheirReferenceSystemBesideThem) {
     const auto result = run({"in.h5", "-o", "out", "--crs", "EPSG:25832"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.out, HasSubstr("out/Height/w.prj: 1 text, "));
-    EXPECT_THAT(result.err, HasSubstr("grid \"cloud\" at time 0: not carried: coordinate reference system ETRS89"));
+    EXPECT_THAT(result.err,
+                HasSubstr("grid \"cloud\" at time 0: not carried: coordinate reference system ETRS89"));
     EXPECT_THAT(result.err, Not(HasSubstr("\"dem\"")));
     const auto files = tree("out");
     ASSERT_TRUE(files.contains("Height/w.prj"));
@@ -339,8 +340,8 @@ TEST_F(AsciiProgramTest, CloudIsATextFileForEachFieldThatHasAWriter) {
                             "GPSTime/000000.asc", "Green/000000.asc", "Intensity/000000.asc",
                             "KeyPoint/000000.asc", "NumberOfReturns/000000.asc", "PointSourceID/000000.asc",
                             "Positions/000000.asc", "RGB/000000.asc", "Red/000000.asc",
-                            "ReturnNumber/000000.asc", "ScanDirectionFlag/000000.asc",
-                            "Synthetic/000000.asc", "UserData/000000.asc", "Withheld/000000.asc"));
+                            "ReturnNumber/000000.asc", "ScanDirectionFlag/000000.asc", "Synthetic/000000.asc",
+                            "UserData/000000.asc", "Withheld/000000.asc"));
     EXPECT_THAT(result.err, HasSubstr("ScanAngleRank is left out: there is no writer for int8"));
     for (const auto& [name, text] : tree("text"))
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 7000) << name;

@@ -2,8 +2,8 @@
 //
 // `tidewatch las` from outside. What it writes is read by a plain reader of the published layout and, where
 // it is compressed, by laz-perf; neither shares code with the program.
-#include "host/ProgramFixture.hpp"
 #include "convlib/Reader.hpp"
+#include "host/ProgramFixture.hpp"
 #include "host/report/Json.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 #include "readers/registerReaders.hpp"
@@ -278,8 +278,8 @@ TEST_F(LasProgramTest, PlainFilesHaveTheBytesThatTheExporterWritesByItself) {
         exporter.Day = 5;
         exporter.Year = 2024;
         ASSERT_TRUE(exporter.Run());
-        EXPECT_EQ(run({"in.laz", "-o", "plain.laz", "--overwrite", "--plain", "--verify", "--day", "5", "--year", "2024",
-                       "--las-version", "1." + std::to_string(version)})
+        EXPECT_EQ(run({"in.laz", "-o", "plain.laz", "--overwrite", "--plain", "--verify", "--day", "5",
+                       "--year", "2024", "--las-version", "1." + std::to_string(version)})
                       .status,
                   0);
         EXPECT_EQ(read("plain.laz"), read("direct.laz")) << version;
@@ -297,8 +297,11 @@ TEST_F(LasProgramTest, PlainExcludesWhatItWouldNotHeed) {
         EXPECT_EQ(result.status, 2);
         EXPECT_THAT(result.err, HasSubstr("--plain and " + more.front()));
     }
-    for (const ProgramRunner::Arguments& more : std::vector<ProgramRunner::Arguments>{
-             {"--scale", "0"}, {"--scale", "1,2"}, {"--offset", "1,2,3,4"}, {"--crs", "EPSG:1"}, {"--crs", "x.wkt"}}) {
+    for (const ProgramRunner::Arguments& more : std::vector<ProgramRunner::Arguments>{{"--scale", "0"},
+                                                                                      {"--scale", "1,2"},
+                                                                                      {"--offset", "1,2,3,4"},
+                                                                                      {"--crs", "EPSG:1"},
+                                                                                      {"--crs", "x.wkt"}}) {
         ProgramRunner::Arguments arguments{"in.h5", "-o", "a.laz"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         EXPECT_EQ(run(arguments).status, 2) << ::testing::PrintToString(more);
@@ -364,7 +367,7 @@ TEST_F(LasProgramTest, SettingsAreShownOnRequest) {
 
 TEST_F(LasProgramTest, StrictRefusesALoss) {
     writeSmall();
-    const ProgramRunner::Arguments arguments{"in.h5", "-o",    "x.laz",    "--time", "0",
+    const ProgramRunner::Arguments arguments{"in.h5",  "-o",    "x.laz",    "--time", "0",
                                              "--grid", "dunes", "--strict", "--plain"};
     const auto refused = run(arguments);
     EXPECT_EQ(refused.status, 1);

@@ -66,7 +66,8 @@ TEST(GeoKeys, WhatIsNotReadIsNamed) {
     EXPECT_EQ(codeOf({{1024, 1}}), "none, not: a user-defined projection");
     EXPECT_EQ(codeOf({{1024, 2}, {2048, 32767}}), "none, not: a user-defined geodetic system");
     EXPECT_EQ(codeOf({{1024, 1}, {3072, 1025}}), "none, not: EPSG:1025, which PROJ does not know");
-    EXPECT_EQ(codeOf({{1024, 1}, {3072, 25832}, {3076, 9003}}), "none, not: EPSG:25832 in the unit EPSG:9003");
+    EXPECT_EQ(codeOf({{1024, 1}, {3072, 25832}, {3076, 9003}}),
+              "none, not: EPSG:25832 in the unit EPSG:9003");
     EXPECT_EQ(codeOf({{1024, 1}, {3072, 25832}, {4096, 32767}}),
               "EPSG:25832, not: a user-defined vertical system");
     EXPECT_EQ(codeOf({{1024, 1}, {3072, 25832}, {4096, 5030}}), "EPSG:25832, not: the vertical system 5030");
@@ -82,7 +83,10 @@ TEST(GeoKeys, DamagedDirectoriesAreNamedAndEmptyOnesAreNone) {
     const std::vector<std::uint8_t> whole = directory({{1024, 1}, {3072, 25832}}).bytes;
     for (std::size_t size = 0; size < whole.size(); ++size) {
         const std::vector<Sheaf::FileRecord> records{
-            {"LASF_Projection", 34735, "", {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}}};
+            {"LASF_Projection",
+             34735,
+             "",
+             {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}}};
         const GeoKeys keys = GeoKeys::read(records);
         EXPECT_TRUE(keys.areThere) << size;
         EXPECT_EQ(keys.unreadable, "a damaged directory") << size;
@@ -90,8 +94,8 @@ TEST(GeoKeys, DamagedDirectoriesAreNamedAndEmptyOnesAreNone) {
 }
 
 TEST(GeoKeys, WrittenKeysAreReadAsTheSystem) {
-    for (const char* const code : {"EPSG:4326", "EPSG:4979", "EPSG:4978", "EPSG:25832", "EPSG:25832+5783", "EPSG:31468",
-                                   "EPSG:2994+6360", "EPSG:4326+5773"}) {
+    for (const char* const code : {"EPSG:4326", "EPSG:4979", "EPSG:4978", "EPSG:25832", "EPSG:25832+5783",
+                                   "EPSG:31468", "EPSG:2994+6360", "EPSG:4326+5773"}) {
         const auto system = ReferenceSystem::fromCode(code);
         const auto record = GeoKeys::write(system);
         ASSERT_TRUE(record) << code;

@@ -59,11 +59,12 @@ TEST(ReferenceSystem, OrderOfAxesDoesNotCount) {
     const std::size_t axes = turned.find(",AXIS[");
     const std::size_t end = turned.find(",AUTHORITY[\"EPSG\",\"3035\"");
     ASSERT_NE(end, std::string::npos);
-    turned.replace(std::min(axes, end), end - std::min(axes, end), ",AXIS[\"Easting\",EAST],AXIS[\"Northing\",NORTH]");
+    turned.replace(std::min(axes, end), end - std::min(axes, end),
+                   ",AXIS[\"Easting\",EAST],AXIS[\"Northing\",NORTH]");
     EXPECT_TRUE(ReferenceSystem::fromText(turned).isEquivalentTo(system));
     EXPECT_FALSE(ReferenceSystem::fromCode("EPSG:25832").isEquivalentTo(system));
-    EXPECT_FALSE(ReferenceSystem::fromCode("EPSG:25832").isEquivalentTo(
-        ReferenceSystem::fromCode("EPSG:25832+5783")));
+    EXPECT_FALSE(
+        ReferenceSystem::fromCode("EPSG:25832").isEquivalentTo(ReferenceSystem::fromCode("EPSG:25832+5783")));
 }
 
 TEST(ReferenceSystem, CodeThatATextDoesNotStateIsLookedUp) {
@@ -95,7 +96,8 @@ TEST(ReferenceSystem, WhatIsNoSystemIsRefused) {
     for (const char* const code : {"", "25832", "EPSG:", ":1", "EPSG:25832+", "+proj=longlat", "epsg:25832",
                                    "EPSG:99999999", "EPSG:25832+4326", "EPSG:25832+5783+5783"})
         EXPECT_THROW(static_cast<void>(ReferenceSystem::fromCode(code)), Anchor::FormatError) << code;
-    EXPECT_THROW(static_cast<void>(ReferenceSystem::fromText(std::string(2'000'000, '['))), Anchor::FormatError);
+    EXPECT_THROW(static_cast<void>(ReferenceSystem::fromText(std::string(2'000'000, '['))),
+                 Anchor::FormatError);
 }
 
 TEST(ReferenceSystem, NothingIsSaidOnStandardError) {

@@ -63,7 +63,8 @@ TEST_F(GridSystemTest, ChartWithoutATextGetsThatOfTheKeys) {
     EXPECT_EQ(GridSystem::of(grid).title(), "ETRS89 / UTM zone 32N + DHHN92 height (EPSG:25832+5783)");
     completeSystems(*bundle_);
     EXPECT_EQ(grid.findChart("")->referenceSystem(), textOf("EPSG:25832+5783"));
-    Sheaf::Grid& own = (bundle_ = Anchor::makeStrong<Sheaf::Bundle>(), makeGrid(localText, {keysOf("EPSG:25832")}));
+    Sheaf::Grid& own =
+        (bundle_ = Anchor::makeStrong<Sheaf::Bundle>(), makeGrid(localText, {keysOf("EPSG:25832")}));
     completeSystems(*bundle_);
     EXPECT_EQ(own.findChart("")->referenceSystem(), localText) << "a text that is there stays";
 }
@@ -136,7 +137,8 @@ TEST_F(GridSystemTest, KeysThatNobodyReadsGoAlongInOlderVersionsAndAreLostInLas1
 }
 
 TEST_F(GridSystemTest, SystemThatOlderTextCannotSayIsStatedInTheNewerWithANote) {
-    const WrittenSystem written = systemForLas(makeGrid(*ReferenceSystem::fromCode("EPSG:4979").isoText()), 4);
+    const WrittenSystem written =
+        systemForLas(makeGrid(*ReferenceSystem::fromCode("EPSG:4979").isoText()), 4);
     ASSERT_THAT(written.additions.records, SizeIs(1));
     EXPECT_EQ(written.additions.records[0].bytes.back(), 0);
     EXPECT_THAT(written.note, HasSubstr("ISO 19162"));
@@ -148,8 +150,9 @@ TEST_F(GridSystemTest, TextThatPROJCannotReadIsPassedOn) {
     ASSERT_THAT(written.additions.records, SizeIs(1));
     EXPECT_EQ(written.additions.records[0].bytes.size(), 12U);
     EXPECT_THAT(written.note, HasSubstr("passed on as it is"));
-    EXPECT_THAT(systemForLas(*bundle_->slices().begin()->second.lock()->grids().begin()->second.lock(), 2).loss,
-                HasSubstr("--las-version 1.4"));
+    EXPECT_THAT(
+        systemForLas(*bundle_->slices().begin()->second.lock()->grids().begin()->second.lock(), 2).loss,
+        HasSubstr("--las-version 1.4"));
 }
 
 TEST_F(GridSystemTest, PrjHasTheTextOfEsri) {
@@ -177,7 +180,8 @@ struct Case {
 
     // Else names of tests would show addresses.
     friend void PrintTo(const Case& one, std::ostream* out) {
-        *out << "LAS 1." << one.version << ", " << one.system.name << (one.fromKeys ? " from keys" : " from text");
+        *out << "LAS 1." << one.version << ", " << one.system.name
+             << (one.fromKeys ? " from keys" : " from text");
     }
 };
 
@@ -278,8 +282,8 @@ std::vector<Case> cases() {
 }
 
 INSTANTIATE_TEST_SUITE_P(, ReferenceSystemInLas, ::testing::ValuesIn(cases()), [](const auto& one) {
-    return Support::testName(one.param.system.name) + (one.param.fromKeys ? "FromKeys" : "FromText") + "InVersion" +
-           std::to_string(one.param.version);
+    return Support::testName(one.param.system.name) + (one.param.fromKeys ? "FromKeys" : "FromText") +
+           "InVersion" + std::to_string(one.param.version);
 });
 
 } // namespace

@@ -70,7 +70,8 @@ std::map<std::string, Number> numbersOf(const WrittenLas& file) {
             for (unsigned i = 0; i < components; ++i, place += size) {
                 const unsigned options = static_cast<unsigned char>(entry[3]) & 25U;
                 const auto part = [&](std::size_t at, unsigned option) {
-                    return (options & option) != 0 ? entry.substr(at + std::size_t{8} * i, 8) : std::string(8, '\0');
+                    return (options & option) != 0 ? entry.substr(at + std::size_t{8} * i, 8)
+                                                   : std::string(8, '\0');
                 };
                 found[name + (components > 1 ? "_" + std::to_string(i + 1) : "")] = {
                     place, size,
@@ -118,7 +119,9 @@ struct Journey {
     int version;
 
     // Else names of tests would show addresses.
-    friend void PrintTo(const Journey& one, std::ostream* out) { *out << one.file << " to LAZ 1." << one.version; }
+    friend void PrintTo(const Journey& one, std::ostream* out) {
+        *out << one.file << " to LAZ 1." << one.version;
+    }
 };
 
 /// Points of a format with extra bytes of every kind, records and a system.
@@ -212,8 +215,11 @@ TEST_P(LasCarriedTrip, ChangesNothingThatTheVersionHasAPlaceFor) {
         want.extraBytes.clear();
         have.extraBytes.clear();
         const double degrees = want.scanAngle * (fromExtended ? 0.006 : 1.0);
-        ASSERT_NEAR(have.scanAngle * (toExtended ? 0.006 : 1.0), fromExtended && !toExtended ? std::clamp(degrees, -90.0, 90.0) : degrees,
-                    fromExtended == toExtended ? 0 : toExtended ? 0.003 : 0.5)
+        ASSERT_NEAR(have.scanAngle * (toExtended ? 0.006 : 1.0),
+                    fromExtended && !toExtended ? std::clamp(degrees, -90.0, 90.0) : degrees,
+                    fromExtended == toExtended ? 0
+                    : toExtended               ? 0.003
+                                               : 0.5)
             << "point " << i;
         want.scanAngle = have.scanAngle;
         // Waveforms are never carried, and the rest below has no place in older versions.
@@ -245,7 +251,8 @@ std::vector<Journey> journeys() {
         for (const int version : {2, 3, 4})
             list.push_back({file, version});
     }
-    for (const char* const file : {"format6", "format7", "format8", "format10", "autzen_trim_7.las", "test1_4.las"})
+    for (const char* const file :
+         {"format6", "format7", "format8", "format10", "autzen_trim_7.las", "test1_4.las"})
         list.push_back({file, 4});
     return list;
 }

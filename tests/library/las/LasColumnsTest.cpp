@@ -49,8 +49,7 @@ TEST(LasColumns, ExtrasAreTheComponentsOfTheirArrays) {
         .field("Zeal", "", std::vector<short>{-7});
     ExportLib::LasSettings carrying;
     carrying.carry = true;
-    const auto plan =
-        ExportLib::LasPlan::of(grid.grid(), carrying, [](const std::string&) { return true; });
+    const auto plan = ExportLib::LasPlan::of(grid.grid(), carrying, [](const std::string&) { return true; });
     const LasColumns columns = LasColumns::load(plan, plan.fragments.at(0));
     ASSERT_EQ(columns.extras.size(), 4U);
     EXPECT_EQ(columns.extras[1].value(1), 5.0);
@@ -68,8 +67,7 @@ bool isTaken(const std::string& attribute) {
         grid.field("Positions", "", Support::Points{{1, 2, 3}});
     ExportLib::LasSettings carrying;
     carrying.carry = true;
-    const auto plan =
-        ExportLib::LasPlan::of(grid.grid(), carrying, [](const std::string&) { return true; });
+    const auto plan = ExportLib::LasPlan::of(grid.grid(), carrying, [](const std::string&) { return true; });
     const auto& captures = plan.fragments.at(0).captures;
     return std::any_of(captures.begin(), captures.end(),
                        [&](const auto& one) { return one.attribute == attribute; });

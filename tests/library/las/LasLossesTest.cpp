@@ -213,7 +213,8 @@ TEST(LasLosses, WhatOlderVersionsHaveNoPlaceForCountsOnlyWhereItSaysSomething) {
     };
     EXPECT_THAT(losses(build(0), carrying(2)), IsEmpty());
     EXPECT_THAT(losses(build(1), carrying(2)),
-                ElementsAre(Pair("fields", HasSubstr("Overlap is left out: LAS 1.2 has no room for what 1 point has")),
+                ElementsAre(Pair("fields",
+                                 HasSubstr("Overlap is left out: LAS 1.2 has no room for what 1 point has")),
                             Pair("fields", HasSubstr("ScannerChannel")),
                             Pair("fields", HasSubstr("NearInfrared"))));
 }
@@ -222,7 +223,8 @@ TEST(LasLosses, NumbersThatAnEncodingCannotHoldAreTold) {
     EXPECT_THAT(losses(
                     [](GridBuilder& grid) {
                         grid.field("Height", "", std::vector<double>{0.07, 1e9})
-                            .field("Width", "", std::vector<float>{1, std::numeric_limits<float>::quiet_NaN()});
+                            .field("Width", "",
+                                   std::vector<float>{1, std::numeric_limits<float>::quiet_NaN()});
                         const auto set = [&](const char* name, const std::type_info& type) {
                             grid.representation()->findField(name)->setEncoding(
                                 {name, "", &type, 0.1, std::nullopt, std::nullopt});
@@ -237,9 +239,13 @@ TEST(LasLosses, NumbersThatAnEncodingCannotHoldAreTold) {
 }
 
 TEST(LasLosses, FineAnglesAreRoundedInOlderVersions) {
-    EXPECT_THAT(losses([](GridBuilder& grid) { grid.field("ScanAngleRank", "", std::vector<short>{83, 0}); },
-                       carrying(3)),
-                ElementsAre(Pair("rounding", HasSubstr("scan angles are rounded to whole degrees by up to 0.5"))));
+    EXPECT_THAT(
+        losses(
+            [](GridBuilder& grid) {
+                grid.field("ScanAngleRank", "", std::vector<short>{83, 0});
+            },
+            carrying(3)),
+        ElementsAre(Pair("rounding", HasSubstr("scan angles are rounded to whole degrees by up to 0.5"))));
 }
 
 TEST(LasLosses, RecordsThatDoNotFitAreTold) {

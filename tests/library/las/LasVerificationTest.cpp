@@ -170,8 +170,9 @@ void buildCarried(Sheaf::Bundle& bundle, const std::string& name) {
     add("Big", typeid(unsigned long long), [&](std::size_t n) {
         return Support::held(std::vector<unsigned long long>(n, 18'000'000'000'000'000'000U));
     });
-    add("Normal", typeid(Geom::PhysicalSpace::vector),
-        [&](std::size_t n) { return Support::held(std::vector<Geom::PhysicalSpace::vector>(n, {0.5, -1, 1e300})); });
+    add("Normal", typeid(Geom::PhysicalSpace::vector), [&](std::size_t n) {
+        return Support::held(std::vector<Geom::PhysicalSpace::vector>(n, {0.5, -1, 1e300}));
+    });
     Sheaf::FileStatement statement;
     statement.step = {0.001, 0.01, 0.5};
     statement.offset = {7, -3, 0.25};

@@ -191,7 +191,8 @@ TEST_F(LasFileTest, ExtraBytesAreDescribedInRecordOrder) {
     EXPECT_EQ(attributes[1].offset, 2);
     EXPECT_EQ(attributes[1].size, 5);
     for (unsigned i = 0; i < 3; ++i) {
-        EXPECT_EQ(attributes[2 + i].component, i + 1) << "the deprecated pairs and triples are several numbers";
+        EXPECT_EQ(attributes[2 + i].component, i + 1)
+            << "the deprecated pairs and triples are several numbers";
         EXPECT_EQ(attributes[2 + i].entry, 2U);
         EXPECT_EQ(attributes[2 + i].size, 2);
         EXPECT_EQ(attributes[2 + i].offset, 7 + 2 * i);
