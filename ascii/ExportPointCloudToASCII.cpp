@@ -3,6 +3,7 @@
 
 #include "anchor/Console.hpp"
 #include "ascii/CheckType.hpp"
+#include "ascii/TextFile.hpp"
 #include "ascii/createDirectory.hpp"
 #include "ascii/fragmentRules.hpp"
 #include "convlib/ExporterRegistration.hpp"
@@ -118,8 +119,22 @@ private:
                         &exporter_,
                         item.id.name()};
         dispatch(check);
-        if (check.written)
-            record(*std::move(check.written));
+        if (!check.written)
+            return;
+        const fs::path file = check.written->path;
+        record(*std::move(check.written));
+        writeReferenceSystem(file);
+    }
+
+    /// Beside a grid, where the host has a text for it. A file that several grids are added to has none: it stays one
+    /// text for a file that was there before.
+    void writeReferenceSystem(fs::path grid) {
+        const std::string& text = exporter_.additions().prj;
+        if (text.empty() || exporter_.Append || grid.extension() != ".grd")
+            return;
+        TextFile file(grid.replace_extension(".prj"), false, exporter_.FlushLines());
+        file.lines().text(text);
+        record(file.close(1));
     }
 
     bool makeDirectory(const fs::path& directory) {

@@ -8,7 +8,7 @@
 #include "host/options/commonOptions.hpp"
 #include "host/report/Json.hpp"
 #include "host/report/StandardOutput.hpp"
-#include "las/ExportPointCloudToLas.hpp"
+#include "las/LasPlan.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 #include "readers/registerReaders.hpp"
@@ -17,7 +17,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string_view>
 #include <utility>
 
@@ -43,11 +42,9 @@ std::optional<int> pointSourceID(const std::string& text) {
 
 /// The attributes that fields can become.
 std::vector<std::string> attributeNames() {
-    // These need no entry in the exporter's rename map, so it does not contain them.
-    std::set<std::string> names{"Amplitude", "Reflectance"};
-    for (const auto& [field, attribute] : ExportLib::ExportPointCloudToLas::DefaultRenameMap())
-        names.insert(attribute);
-    return {names.begin(), names.end()};
+    auto names = ExportLib::LasPlan::attributes(true);
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 /// "FIELD=ATTRIBUTE"; the field's name may contain "=", too.
@@ -87,6 +84,17 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
         app, "--rename", "FIELD=ATTRIBUTE", renaming,
         [&](const auto& entry) { request.options.renames[entry.first] = entry.second; },
         "store a field as a LAS attribute (repeatable)")
+        ->group(group);
+    app.add_flag(
+           "--plain", request.plain,
+           "what the exporter writes by itself: no flags, extra bytes, records or\nreference system, and "
+           "its older habits")
+        ->group(group);
+    addValue(app, "--scale", "X[,Y,Z]", parseSteps, request.options.step,
+             "steps of coordinates (default the input's, else 0.00025)")
+        ->group(group);
+    addValue(app, "--offset", "X[,Y,Z]", parseTriple, request.options.offset,
+             "offset of coordinates (default the input's, else the centre)")
         ->group(group);
     app.add_flag("--verify", request.options.verify,
                  "decode every file and compare it before it is put in place")

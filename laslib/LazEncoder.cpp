@@ -101,6 +101,7 @@ bool LazEncoder::write(const LASpoint& point) {
     copy.rgb[0] = point.rgb[0];
     copy.rgb[1] = point.rgb[1];
     copy.rgb[2] = point.rgb[2];
+    copy.rgb[3] = point.rgb[3];
     if (point.extra_bytes_number > 0)
         std::memcpy(copy.extra_bytes, point.extra_bytes, static_cast<std::size_t>(point.extra_bytes_number));
     return laszip_write_point(library_->writer) == 0;

@@ -7,12 +7,14 @@
 
 #include <optional>
 #include <ostream>
+#include <vector>
 
 /// Writes LAS and LAZ files.
 ///
 /// A file is the header block, the header's variable length records, for LAZ one more that describes the
 /// compression, and the points. Plain points are packed record by record into the file's block; compressed
-/// ones go through the LASzip library, which writes chunks of 50 000 points and finally the chunk table.
+/// ones go through the LASzip library, which writes chunks of 50 000 points and finally the chunk table. Extended
+/// records, if the header has some, follow the points.
 class LASwriterLAS final : public LASwriter {
 public:
     LASwriterLAS() = default;
@@ -28,6 +30,7 @@ public:
 
 private:
     void append(std::span<const char> bytes);
+    void appendTrailingRecords();
     void overwrite(U64 position, std::span<const char> bytes);
     [[nodiscard]] bool isHealthy() const noexcept;
 
@@ -40,4 +43,5 @@ private:
     U16 recordLength_ = 0;
     /// Where the content of the record of attributes starts in the file; 0 if there is none.
     U64 attributesBegin_ = 0;
+    std::vector<LASvlr> trailingRecords_;
 };

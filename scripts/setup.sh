@@ -36,8 +36,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/apt-state.sh
 
 build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev
-    libgdal-dev libseccomp-dev ca-certificates)
-test_packages=(libgtest-dev libgmock-dev hdf5-tools clang-format doxygen git locales)
+    libgdal-dev libproj-dev libseccomp-dev ca-certificates)
+test_packages=(libgtest-dev libgmock-dev hdf5-tools gdal-bin geotiff-bin clang-format doxygen git locales)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
@@ -182,11 +182,11 @@ install_on_debian() {
 
 # Prints a line for everything that is missing, however it should have been installed.
 find_missing() {
-    local command header flags=() headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h seccomp.h laszip/laszip_api.h)
+    local command header flags=() headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h proj.h seccomp.h laszip/laszip_api.h)
     local commands=(g++ cmake ninja pkg-config)
     if ((with_tests)); then
         headers+=(gtest/gtest.h gmock/gmock.h)
-        commands+=(h5dump clang-format doxygen git localedef node npm)
+        commands+=(h5dump gdalinfo gdalsrsinfo listgeo clang-format doxygen git localedef node npm)
     fi
     ((with_fuzz)) && commands+=(clang++)
     for command in "${commands[@]}"; do

@@ -12,9 +12,11 @@ namespace Formats::Las {
 /// "Public Header Block". Each version adds fields at the end of the header of the version before, so one list serves
 /// all versions.
 namespace Header {
+constexpr std::size_t fileSourceId = 4;
 constexpr std::size_t globalEncoding = 6;
 constexpr std::size_t versionMajor = 24;
 constexpr std::size_t versionMinor = 25;
+constexpr std::size_t systemIdentifier = 26; ///< of textSize bytes
 constexpr std::size_t headerSize = 94;
 constexpr std::size_t pointOffset = 96;
 constexpr std::size_t vlrCount = 100;
@@ -31,6 +33,18 @@ constexpr std::size_t evlrCount = 243;
 constexpr std::size_t pointCount = 247;
 constexpr std::size_t countsByReturn = 255; ///< fifteen
 } // namespace Header
+
+/// "Global Encoding".
+namespace GlobalEncoding {
+constexpr std::uint16_t adjustedGpsTime = 1;
+constexpr std::uint16_t waveformsInside = 2;
+constexpr std::uint16_t waveformsOutside = 4;
+constexpr std::uint16_t syntheticReturnNumbers = 8;
+constexpr std::uint16_t wellKnownText = 16;
+} // namespace GlobalEncoding
+
+/// The size of texts in headers and records, padded with zeros.
+constexpr std::size_t textSize = 32;
 
 constexpr std::size_t legacyReturns = 5;
 constexpr std::size_t returns = 15;
@@ -53,12 +67,19 @@ constexpr std::size_t userId = 2;
 constexpr std::size_t userIdSize = 16;
 constexpr std::size_t recordId = 18;
 constexpr std::size_t length = 20;
+constexpr std::size_t description = 22;
+constexpr std::size_t extendedDescription = 28;
 constexpr std::size_t headSize = 54;
 constexpr std::size_t extendedHeadSize = 60;
+/// Of the payload of a record that is not an extended one.
+constexpr std::size_t largestPayload = 65535;
 } // namespace Record
 
 /// Records by their ids.
 constexpr std::uint16_t geoKeyDirectoryId = 34735;
+constexpr std::uint16_t geoDoublesId = 34736;
+constexpr std::uint16_t geoTextsId = 34737;
+constexpr std::uint16_t mathTransformId = 2111; ///< as well-known text
 constexpr std::uint16_t wellKnownTextId = 2112;
 constexpr std::uint16_t extraBytesId = 4;
 constexpr std::uint16_t laszipId = 22204;
@@ -68,11 +89,12 @@ namespace ExtraBytes {
 constexpr std::size_t type = 2;
 constexpr std::size_t options = 3;
 constexpr std::size_t name = 4;
+constexpr std::size_t noData = 40; ///< eight bytes, as the widest number of the type's kind
 constexpr std::size_t scale = 112;
 constexpr std::size_t offset = 136;
 constexpr std::size_t description = 160;
-constexpr std::size_t textSize = 32;
 constexpr std::size_t entrySize = 192;
+constexpr std::uint8_t optionNoData = 1;
 constexpr std::uint8_t optionScale = 8;
 constexpr std::uint8_t optionOffset = 16;
 } // namespace ExtraBytes

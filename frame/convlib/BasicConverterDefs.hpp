@@ -4,6 +4,7 @@
 #include "anchor/LoaderProgress.hpp"
 #include "anchor/StrongPtr.hpp"
 #include "anchor/WeakPtr.hpp"
+#include "convlib/GridAdditions.hpp"
 #include "convlib/InputReport.hpp"
 #include "convlib/ReadOptions.hpp"
 #include "convlib/RunObserver.hpp"
@@ -58,7 +59,8 @@ public:
     /// Throws Anchor::ModelError without a live bundle, and what readFile() and the readers throw.
     virtual void loadFilesIntoBundle(myReadType how);
 
-    /// The common parameters as text, in the form of printSecondary(): the output path, and the filters that are set.
+    /// The common parameters as text, in the form of printSecondary(): the output path, the filters that are set,
+    /// what is added to grids, and the settings in ownSettings().
     [[nodiscard]] std::string printParameters();
 
     // The four members that exporters read, in this order.
@@ -99,6 +101,13 @@ public:
     void setStopQuestion(std::function<void()> mayGoOn) noexcept;
     static constexpr std::size_t stopInterval = 65536;
 
+    /// What the files of a grid are to have besides; none unless set. Nothing is set by an empty value.
+    void setAdditions(double time, const std::string& grid, GridAdditions additions);
+    [[nodiscard]] const GridAdditions& additions(double time, const std::string& grid) const noexcept;
+
+    /// For exporters: those of the current grid.
+    [[nodiscard]] const GridAdditions& additions() const noexcept;
+
     /// For exporters: calls the stop question.
     void askWhetherToStop() const;
 
@@ -119,6 +128,18 @@ protected:
     BasicConverterDefs();
     BasicConverterDefs(const BasicConverterDefs&) = delete;
     BasicConverterDefs& operator=(const BasicConverterDefs&) = delete;
+
+    /// Settings of an exporter that came later than its members, so that these stay where they are.
+    class TIDEWATCH_API OwnSettings {
+    public:
+        virtual ~OwnSettings();
+        /// Those that are not at their defaults, in the form of printSecondary().
+        [[nodiscard]] virtual std::string print() const = 0;
+    };
+
+    /// For exporters: such settings; null unless set.
+    [[nodiscard]] OwnSettings* ownSettings() const noexcept;
+    void setOwnSettings(std::unique_ptr<OwnSettings> settings) noexcept;
 
     /// For exporters: appends the record of a file that has been written for the current grid.
     void recordWrittenFile(WrittenFile file);

@@ -4,6 +4,7 @@
 #include "anchor/StrongPtr.hpp"
 #include "geom/BoundingBox.hpp"
 #include "sheaf/CreativeArrayBase.hpp"
+#include "sheaf/FieldEncoding.hpp"
 #include "sheaf/FragmentID.hpp"
 
 #include <functional>
@@ -11,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 namespace Sheaf {
@@ -45,6 +47,10 @@ public:
     /// is possible and is skipped by code that cannot use it.
     [[nodiscard]] const std::type_info& getElementType() const noexcept { return *elementType_; }
 
+    /// How the file that it comes from stores its values, where that is known. To be set before others see the field.
+    [[nodiscard]] const std::optional<FieldEncoding>& encoding() const noexcept { return encoding_; }
+    void setEncoding(FieldEncoding encoding) { encoding_ = std::move(encoding); }
+
     /// Adds the data of a fragment. A null fragment means the data of a field without fragments. Throws
     /// Anchor::ModelError for a null creator and for a fragment that already exists.
     void addFragment(Anchor::StrongPtr<FragmentID> fragment, Creator data);
@@ -70,6 +76,7 @@ private:
     };
 
     const std::type_info* elementType_;
+    std::optional<FieldEncoding> encoding_;
     // nullopt, for data without a fragment, sorts before every name.
     std::map<std::optional<std::string>, Piece> pieces_;
 };

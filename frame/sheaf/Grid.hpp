@@ -3,6 +3,7 @@
 
 #include "anchor/StrongPtr.hpp"
 #include "sheaf/BaseSpace.hpp"
+#include "sheaf/FileStatement.hpp"
 #include "sheaf/SkeletonMap.hpp"
 
 #include <map>
@@ -30,6 +31,10 @@ public:
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
     [[nodiscard]] const std::string& origin() const noexcept { return origin_; }
 
+    /// What the file that it comes from states. To be set before others see the grid.
+    [[nodiscard]] const FileStatement& statement() const noexcept { return statement_; }
+    void setStatement(FileStatement statement) { statement_ = std::move(statement); }
+
     [[nodiscard]] SkeletonMap& skeletons() noexcept { return skeletons_; }
     [[nodiscard]] const SkeletonMap& skeletons() const noexcept { return skeletons_; }
 
@@ -50,7 +55,10 @@ public:
 
     /// The chart of that name, created if missing, and from now on a candidate for the default even without a
     /// representation: for charts that a file states.
-    Anchor::StrongPtr<BaseSpace> declareCartesianChart(const std::string& name);
+    Anchor::StrongPtr<CartesianChart> declareCartesianChart(const std::string& name);
+
+    /// The chart that findCartesianChart() finds, as what it is; or null.
+    [[nodiscard]] Anchor::StrongPtr<CartesianChart> findChart(const std::string& name) const;
 
     /// The names of the charts among which findCartesianChart("") chooses, in ascending byte order.
     [[nodiscard]] std::vector<std::string> chartNames() const;
@@ -70,7 +78,7 @@ public:
 
 private:
     struct Chart {
-        Anchor::StrongPtr<BaseSpace> space;
+        Anchor::StrongPtr<CartesianChart> space;
         bool declared = false;
     };
 
@@ -79,6 +87,7 @@ private:
 
     std::string name_;
     std::string origin_;
+    FileStatement statement_;
     mutable std::mutex chartsMutex_; // exporters create charts in grids that other threads read
     std::map<std::string, Chart> charts_;
     std::map<std::string, Anchor::StrongPtr<FragmentID>> fragments_;

@@ -28,7 +28,9 @@ struct ExportRequest {
 /// `tidewatch las`
 struct LasRequest : ExportRequest {
     LasOptions options;
-    [[nodiscard]] int run() const { return runExport("las", *this, options, lasFormat(options)); }
+    /// What the exporter writes at its defaults; otherwise grids are carried and files conform.
+    bool plain = false;
+    [[nodiscard]] int run() const;
 };
 
 /// `tidewatch pcd`

@@ -13,6 +13,8 @@ int InfoRequest::run() const {
     const Inputs read(options, out.bar());
     const Inventory inventory = Inventory::of(*read.bundle(), read.reports(), bounds);
     out.bar()->end();
+    for (const std::string& note : read.notes())
+        out.messages().warning(note);
     writeStandardOutput(report.json ? inventoryJson(inventory) : inventoryText(inventory));
     for (const std::string& failure : read.failures())
         out.messages().error(failure);

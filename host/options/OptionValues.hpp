@@ -4,6 +4,7 @@
 #include "convlib/BasicConverterDefs.hpp"
 #include "geom/MultiRange.hpp"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <concepts>
@@ -50,5 +51,11 @@ requires std::integral<T> || std::floating_point<T>
 
 /// "A:B,C,...": ranges and single values. Nullopt for any other text and for A above B.
 [[nodiscard]] std::optional<std::vector<Geom::MultiRange<double>::Range>> parseRanges(std::string_view text);
+
+/// "X,Y,Z", or one number for all three; finite. Nothing for any other text.
+[[nodiscard]] std::optional<std::array<double, 3>> parseTriple(std::string_view text);
+
+/// The same, all of them greater than 0.
+[[nodiscard]] std::optional<std::array<double, 3>> parseSteps(std::string_view text);
 
 } // namespace Tidewatch

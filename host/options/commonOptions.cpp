@@ -117,6 +117,11 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
     addValue(app, "--sandbox", "WHEN", sandboxWish, inputs.requiresSandbox,
              "auto (as far as the system has it), or require: no bundle\nfile or raster is read without it")
         ->group(group);
+    addValue(
+        app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
+        "coordinate reference system of all grids: EPSG:25832+5783,\na file of well-known text, or none; "
+        "nothing is transformed")
+        ->group(group);
 }
 
 void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp) {

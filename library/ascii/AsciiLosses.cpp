@@ -31,7 +31,8 @@ struct Written {
 };
 
 /// The planned fragments for which files were written: both lists are in the exporter's order.
-std::vector<Written> writtenFragments(const ExportedGrid& exported, const AsciiPlan& plan) {
+std::vector<Written> writtenFragments(const ExportedGrid& exported, const AsciiPlan& plan,
+                               std::span<const ConvLib::WrittenFile> record) {
     std::vector<Written> written;
     auto next = plan.fragments.begin();
     for (const ExportedGrid::Fragment& taken : exported.fragments) {
@@ -41,8 +42,11 @@ std::vector<Written> writtenFragments(const ExportedGrid& exported, const AsciiP
         });
         if (next == plan.fragments.end())
             break;
-        for (std::size_t file = taken.firstFile; file != taken.endFile; ++file)
-            written.push_back({&*next, file});
+        for (std::size_t file = taken.firstFile; file != taken.endFile; ++file) {
+            // The reference system beside a grid is not the fragment.
+            if (!record[file].path.ends_with(".prj"))
+                written.push_back({&*next, file});
+        }
         ++next;
     }
     return written;
@@ -54,7 +58,7 @@ public:
            std::span<const ConvLib::WrittenFile> record, Losses& losses)
         : exported_(exported),
           planned_(planned),
-          written_(writtenFragments(exported, planned.plan)),
+          written_(writtenFragments(exported, planned.plan, record)),
           settings_(settings),
           record_(record),
           losses_(losses),

@@ -94,7 +94,9 @@ Export::Impl::Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<
       format_(std::move(format)),
       progress_(progress ? std::move(progress) : Anchor::makeStrong<Progress>()),
       selection_(options_.filters),
-      placement_(options_.overwrite, inputs_.identities()) {}
+      placement_(options_.overwrite, inputs_.identities()) {
+    report_.notes = inputs_.notes();
+}
 
 Export::Impl::~Impl() = default;
 

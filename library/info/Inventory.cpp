@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/info/Inventory.hpp"
 
+#include "library/crs/gridSystem.hpp"
 #include "sheaf/ElementTypes.hpp"
 
 #include <limits>
@@ -96,6 +97,15 @@ Inventory::Grid gridOf(const std::string& name, const Sheaf::Grid& grid, bool re
         entry.skeletons.push_back(skeletonOf(skeleton, chart));
         return true;
     });
+    const GridSystem system = GridSystem::of(grid);
+    if (system.system) {
+        entry.systemName = system.system->name();
+        entry.systemCode = system.system->codeText();
+    } else if (!system.text.empty()) {
+        entry.systemUnreadable = "its well-known text";
+    }
+    if (!system.unreadable.empty())
+        entry.systemUnreadable = system.unreadable;
     entry.bounds = boundsOf(grid, readPositions);
     return entry;
 }

@@ -53,6 +53,12 @@ struct TIDEWATCH_API Inventory {
         std::uint64_t points = 0;
         std::uint64_t fragments = 0;
         std::vector<Skeleton> skeletons;
+        /// The coordinate reference system: its name, and its code ("EPSG:25832+5783") where it has one. Both are
+        /// empty if there is none.
+        std::string systemName;
+        std::string systemCode;
+        /// What of it cannot be read, for people; empty for nothing.
+        std::string systemUnreadable;
         /// The box of all positions, if it is known.
         std::optional<Box> bounds;
     };

@@ -4,10 +4,12 @@
 #include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "convlib/Reader.hpp"
+#include "library/crs/gridSystem.hpp"
 #include "readers/registerReaders.hpp"
 
 #include <exception>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace Tidewatch {
@@ -32,6 +34,8 @@ private:
 Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress)
     : bundle_(Anchor::makeStrong<Sheaf::Bundle>()),
       expected_(std::make_shared<ExpectedFields>()) {
+    const auto wanted =
+        options.referenceSystem ? std::optional(wantedSystem(*options.referenceSystem)) : std::nullopt;
     ConvLib::ReadOptions read;
     if (options.memoryLimit) {
         Anchor::Cache::MemCache().setLimit(*options.memoryLimit);
@@ -58,14 +62,17 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
         if (const auto identity = Anchor::FileIdentity::of(file))
             identities_.push_back(*identity);
     }
-    if (failures_.empty() || (options.skipsUnreadable && !reports_.empty()))
-        return;
-    if (failures_.size() == 1)
-        std::rethrow_exception(first);
-    std::string all;
-    for (const std::string& failure : failures_)
-        all += (all.empty() ? "" : "\n") + failure;
-    throw Anchor::FormatError(all);
+    if (!failures_.empty() && (!options.skipsUnreadable || reports_.empty())) {
+        if (failures_.size() == 1)
+            std::rethrow_exception(first);
+        std::string all;
+        for (const std::string& failure : failures_)
+            all += (all.empty() ? "" : "\n") + failure;
+        throw Anchor::FormatError(all);
+    }
+    completeSystems(*bundle_);
+    if (wanted)
+        notes_ = setSystem(*bundle_, *wanted);
 }
 
 Inputs::Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle)

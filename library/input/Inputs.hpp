@@ -32,6 +32,9 @@ struct InputOptions {
     bool requiresSandbox = false;
     /// Leaves out inputs that cannot be read, unless none can: see Inputs::failures().
     bool skipsUnreadable = false;
+    /// The coordinate reference system of all grids, as `--crs` takes it: codes ("EPSG:25832+5783"), a file of well-known
+    /// text, or "none"; nullopt leaves each as it is.
+    std::optional<std::string> referenceSystem = {};
 };
 
 /// The input files as one bundle. Inputs that share a time share the slice.
@@ -68,6 +71,9 @@ public:
     /// The most memory in bytes for data that has to be in memory together.
     [[nodiscard]] std::uint64_t memoryLimit() const noexcept { return memoryLimit_; }
 
+    /// What is to be said of reference systems that were replaced, one text each.
+    [[nodiscard]] const std::vector<std::string>& notes() const noexcept { return notes_; }
+
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
 
@@ -80,6 +86,7 @@ private:
     std::shared_ptr<ExpectedFields> expected_;
     std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;
     std::vector<std::string> failures_;
+    std::vector<std::string> notes_;
 };
 
 } // namespace Tidewatch

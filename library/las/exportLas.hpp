@@ -3,8 +3,10 @@
 
 #include "library/export/Export.hpp"
 
+#include <array>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Tidewatch {
@@ -24,6 +26,12 @@ struct TIDEWATCH_API LasOptions : ExportOptions {
     int pointSourceID;
     /// From fields to attributes, including the exporter's default entries.
     std::map<std::string, std::string> renames;
+    /// Whether grids are carried, their coordinate reference system included, and files conform to LAS 1.4 R15.
+    bool carry = false;
+    bool conforming = false;
+    /// Of coordinates, x first; see the exporter.
+    std::optional<std::array<double, 3>> step = {};
+    std::optional<std::array<double, 3>> offset = {};
     /// Decode every file and compare it before it is put in place.
     bool verify = false;
 };

@@ -4,6 +4,7 @@
 #include "anchor/Error.hpp"
 #include "convlib/NumberText.hpp"
 #include "library/export/PlannedGrids.hpp"
+#include "library/export/propertyLosses.hpp"
 #include "library/pcd/PcdRounding.hpp"
 #include "library/report/Wording.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
@@ -32,6 +33,7 @@ public:
                            return context.selection.UseThisField(field);
                        });
                    }),
+          bundle_(context.inputs.bundle()),
           recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.RefLevel = options.refinementLevel;
@@ -69,6 +71,7 @@ private:
     void findCountLoss(const ExportedGrid& exported, Losses& losses) const;
 
     PlannedPcds planned_;
+    Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToPCD exporter_;
 };
@@ -97,6 +100,7 @@ void PcdRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
     findIntensityLoss(exported, grid->plan, losses);
     findRounding(exported, grid->inputStep, losses);
     findCountLoss(exported, losses);
+    addPropertyLosses(exported, *bundle_, {}, losses);
 }
 
 void PcdRun::findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const {

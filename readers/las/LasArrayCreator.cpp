@@ -39,7 +39,7 @@ LasArrayCreator::Plan LasArrayCreator::plan() const {
             continue;
         const std::uint64_t bytes = points * field.elementSize;
         const auto creator = fragment_->creators[other].lock();
-        const bool comesAlong = !field.isAttribute || plan.bytes + bytes <= most;
+        const bool comesAlong = !field.isMinor || plan.bytes + bytes <= most;
         if (creator && comesAlong && !creator->available()) {
             plan.fields.push_back(other);
             plan.bytes += bytes;

@@ -308,21 +308,57 @@ TEST_F(AsciiProgramTest, TimesAndGridsGetFoldersOfTheirOwn) {
     EXPECT_THAT(result.err, Not(HasSubstr("overwrote")));
 }
 
+TEST_F(AsciiProgramTest, GridsHaveTheirReferenceSystemBesideThem) {
+    writeSmall();
+    const auto result = run({"in.h5", "-o", "out", "--crs", "EPSG:25832"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("out/Height/w.prj: 1 text, "));
+    EXPECT_THAT(result.err,
+                HasSubstr("grid \"cloud\" at time 0: not carried: coordinate reference system ETRS89"));
+    EXPECT_THAT(result.err, Not(HasSubstr("\"dem\"")));
+    const auto files = tree("out");
+    ASSERT_TRUE(files.contains("Height/w.prj"));
+    EXPECT_THAT(files.at("Height/w.prj"), StartsWith("PROJCS[\"ETRS_1989_UTM_Zone_32N\""));
+    EXPECT_EQ(files.at("Height/w.prj").back(), '\n');
+
+    // What stands in its way is found before any work.
+    fs::remove(place_.path() / "out/Height/w.grd");
+    EXPECT_THAT(run({"in.h5", "-o", "out", "--crs", "EPSG:25832", "--grid", "dem"}).err,
+                HasSubstr("w.prj: exists already"));
+    EXPECT_EQ(run({"in.h5", "-o", "none", "--grid", "dem"}).status, 0);
+    EXPECT_FALSE(tree("none").contains("Height/w.prj"));
+    EXPECT_THAT(run({"in.h5", "-o", "added", "--crs", "EPSG:25832", "--grid", "dem", "--append"}).err,
+                HasSubstr("not carried: coordinate reference system"));
+}
+
 TEST_F(AsciiProgramTest, CloudIsATextFileForEachFieldThatHasAWriter) {
     write("in.laz", variedLas(7001));
     const auto result = run({"in.laz", "-o", "text"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(namesIn(place_.path() / "text"),
-                ElementsAre("Classification/000000.asc", "EdgeOfFlightLine/000000.asc", "GPSTime/000000.asc",
-                            "Intensity/000000.asc", "NumberOfReturns/000000.asc", "PointSourceID/000000.asc",
-                            "Positions/000000.asc", "RGB/000000.asc", "ReturnNumber/000000.asc",
-                            "ScanDirectionFlag/000000.asc", "UserData/000000.asc"));
+                ElementsAre("Blue/000000.asc", "Classification/000000.asc", "EdgeOfFlightLine/000000.asc",
+                            "GPSTime/000000.asc", "Green/000000.asc", "Intensity/000000.asc",
+                            "KeyPoint/000000.asc", "NumberOfReturns/000000.asc", "PointSourceID/000000.asc",
+                            "Positions/000000.asc", "RGB/000000.asc", "Red/000000.asc",
+                            "ReturnNumber/000000.asc", "ScanDirectionFlag/000000.asc", "Synthetic/000000.asc",
+                            "UserData/000000.asc", "Withheld/000000.asc"));
     EXPECT_THAT(result.err, HasSubstr("ScanAngleRank is left out: there is no writer for int8"));
     for (const auto& [name, text] : tree("text"))
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 7000) << name;
 }
 
 #ifdef TIDEWATCH_GDAL
+
+TEST_F(AsciiProgramTest, GdalReadsTheReferenceSystemBesideAGrid) {
+    writeSmall();
+    ASSERT_EQ(run({"in.h5", "-o", "out", "--crs", "EPSG:25832", "--grid", "dem"}).status, 0);
+    GDALAllRegister();
+    const std::string path = place_ / "out/Height/w.grd";
+    const GDALDatasetH file = GDALOpenEx(path.c_str(), GDAL_OF_RASTER, nullptr, nullptr, nullptr);
+    ASSERT_NE(file, nullptr);
+    EXPECT_THAT(GDALGetProjectionRef(file), HasSubstr("ETRS_1989_UTM_Zone_32N"));
+    GDALClose(file);
+}
 
 /// A raster as GDAL reads it.
 struct Raster {
