@@ -32,7 +32,7 @@ struct Written {
 
 /// The planned fragments for which files were written: both lists are in the exporter's order.
 std::vector<Written> writtenFragments(const ExportedGrid& exported, const AsciiPlan& plan,
-                               std::span<const ConvLib::WrittenFile> record) {
+                                      std::span<const ConvLib::WrittenFile> record) {
     std::vector<Written> written;
     auto next = plan.fragments.begin();
     for (const ExportedGrid::Fragment& taken : exported.fragments) {

@@ -151,8 +151,9 @@ void Finder::findValues() {
             "keeps them",
             settings_.version, counted(fine, "point"));
     if (count("ScanAngleRank", ValueChange::OtherUnit) != 0)
-        add("units", "ScanAngleRank is written in whole degrees to a field that counts in 0.006 degrees; --plain "
-                     "keeps that, and --las-version 1.2 or 1.3 the meaning");
+        add("units",
+            "ScanAngleRank is written in whole degrees to a field that counts in 0.006 degrees; --plain "
+            "keeps that, and --las-version 1.2 or 1.3 the meaning");
 }
 
 void Finder::findExtraBytes() {

@@ -134,8 +134,8 @@ void RasterFile::fail(const std::string& what, const Messages& messages) const {
         throw Anchor::FileError(fmt::format("{}: cannot read: {}", Anchor::printable(path_),
                                             std::generic_category().message(reason)));
     if (messages.isOutOfMemory())
-        throw Anchor::LimitError(fmt::format("{}: {}: there is not enough memory: {}", Anchor::printable(path_), what,
-                                             messages.failure()));
+        throw Anchor::LimitError(fmt::format("{}: {}: there is not enough memory: {}",
+                                             Anchor::printable(path_), what, messages.failure()));
     fail(what + ": " + messages.failure());
 }
 
@@ -223,8 +223,8 @@ void RasterFile::requireWholeFile(const Description& description) const {
     stated *= static_cast<double>(width()) * static_cast<double>(height());
     stated = std::max(stated, endOfPixels(dataset_.get()).value_or(0));
     if (static_cast<double>(size_) < stated)
-        fail(fmt::format("ends too early: it has {} bytes, and what its header states takes {:.0f} at least", size_,
-                         std::ceil(stated)));
+        fail(fmt::format("ends too early: it has {} bytes, and what its header states takes {:.0f} at least",
+                         size_, std::ceil(stated)));
 }
 
 Band RasterFile::describeBand(std::size_t number) const {

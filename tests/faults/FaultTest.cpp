@@ -41,7 +41,8 @@ struct Command {
 const std::vector<Command>& commands() {
     static const std::vector<Command> all{
         {"laz", {"las", "survey.h5", "-o", "OUT/{time}-{grid}.laz", "--overwrite"}, true},
-        {"las", {"las", "survey.laz", "-o", "OUT/new/a.las", "--tiles", "--fragment-points", "200", "--verify"}},
+        {"las",
+         {"las", "survey.laz", "-o", "OUT/new/a.las", "--tiles", "--fragment-points", "200", "--verify"}},
         {"pcd", {"pcd", "survey.laz", "-o", "OUT/a.pcd", "--overwrite"}, true},
         {"ascii", {"ascii", "survey.h5", "-o", "OUT"}},
         {"append", {"ascii", "survey.laz", "-o", "OUT", "--append"}, true},
@@ -58,12 +59,19 @@ struct Fault {
 };
 
 const std::vector<Fault>& faults() {
-    static const std::vector<Fault> all{
-        {"write", std::to_string(ENOSPC)}, {"write", std::to_string(EINTR)},  {"write", "short"},
-        {"open", std::to_string(EMFILE)},  {"rename", std::to_string(EACCES)}, {"sync", std::to_string(EIO)},
-        {"close", std::to_string(EIO)},    {"mkdir", std::to_string(ENOSPC)}, {"remove", std::to_string(EACCES)},
-        {"read", std::to_string(EIO)},     {"read", std::to_string(EINTR)},   {"read", "short"},
-        {"allocate", std::to_string(ENOMEM)}};
+    static const std::vector<Fault> all{{"write", std::to_string(ENOSPC)},
+                                        {"write", std::to_string(EINTR)},
+                                        {"write", "short"},
+                                        {"open", std::to_string(EMFILE)},
+                                        {"rename", std::to_string(EACCES)},
+                                        {"sync", std::to_string(EIO)},
+                                        {"close", std::to_string(EIO)},
+                                        {"mkdir", std::to_string(ENOSPC)},
+                                        {"remove", std::to_string(EACCES)},
+                                        {"read", std::to_string(EIO)},
+                                        {"read", std::to_string(EINTR)},
+                                        {"read", "short"},
+                                        {"allocate", std::to_string(ENOMEM)}};
     return all;
 }
 
@@ -98,8 +106,10 @@ public:
             must({"sample", "--points", "300", "--seed", "7", "-o", "other.h5"});
             must({"las", "other.h5", "--time", "0", "-o", "other.laz"});
             std::vector<std::string> arguments = command.arguments;
-            std::replace(arguments.begin(), arguments.end(), std::string("survey.h5"), std::string("other.h5"));
-            std::replace(arguments.begin(), arguments.end(), std::string("survey.laz"), std::string("other.laz"));
+            std::replace(arguments.begin(), arguments.end(), std::string("survey.h5"),
+                         std::string("other.h5"));
+            std::replace(arguments.begin(), arguments.end(), std::string("survey.laz"),
+                         std::string("other.laz"));
             for (std::string& word : arguments) {
                 if (word.starts_with("OUT"))
                     word.replace(0, 3, "old");
@@ -130,7 +140,8 @@ public:
         return ProgramRunner::run(place_.path(), arguments, [&] {
             if (fault) {
                 ::setenv("LD_PRELOAD", TIDEWATCH_FAULT_INJECTOR, 1);
-                ::setenv("TIDEWATCH_FAULT", fmt::format("{}:{}:{}", fault->kind, number, fault->error).c_str(), 1);
+                ::setenv("TIDEWATCH_FAULT",
+                         fmt::format("{}:{}:{}", fault->kind, number, fault->error).c_str(), 1);
                 ::setenv("TIDEWATCH_FAULT_LOG", log().c_str(), 1);
             }
             if (prepare)
@@ -184,7 +195,8 @@ public:
             const bool isNew = new_.contains(name) && new_.at(name) == bytes;
             // What cannot be removed is named.
             const std::string unfinished = name.substr(0, name.find('/'));
-            const bool isNamed = unfinished.starts_with("tidewatch-") && result.err.find(unfinished) != std::string::npos;
+            const bool isNamed =
+                unfinished.starts_with("tidewatch-") && result.err.find(unfinished) != std::string::npos;
             if (!isOld && !isNew && !isNamed)
                 return "left over or neither old nor new: " + name;
         }
@@ -269,15 +281,15 @@ TEST_P(Faults, NoCallThatFailsBreaksAnOutput) {
                 continue;
             }
             ++violations;
-            ADD_FAILURE() << GetParam().name << ", " << fault.kind << " " << number << " of " << calls << " with "
-                          << fault.error << ": " << wrong << "\n"
+            ADD_FAILURE() << GetParam().name << ", " << fault.kind << " " << number << " of " << calls
+                          << " with " << fault.error << ": " << wrong << "\n"
                           << result.err;
         }
         std::string others;
         for (const auto& [library, count] : ofLibraries)
             others += fmt::format(" {} ({})", library, count);
-        addToTable(fmt::format("| {} | {} {} | {} | {} | {} |{} |", GetParam().name, fault.kind, fault.error, calls,
-                               injections, violations, others));
+        addToTable(fmt::format("| {} | {} {} | {} | {} | {} |{} |", GetParam().name, fault.kind, fault.error,
+                               calls, injections, violations, others));
     }
 }
 
@@ -289,8 +301,9 @@ TEST_P(Faults, NoSignalBreaksAnOutput) {
         const long calls = stage.calls();
         for (const int signal : {SIGKILL, SIGTERM}) {
             for (const long number : chosen(calls, 3)) {
-                const ProgramResult result = stage.run(
-                    fault, number, [signal] { ::setenv("TIDEWATCH_FAULT_SIGNAL", std::to_string(signal).c_str(), 1); });
+                const ProgramResult result = stage.run(fault, number, [signal] {
+                    ::setenv("TIDEWATCH_FAULT_SIGNAL", std::to_string(signal).c_str(), 1);
+                });
                 const Tree tree = treeOf(stage.out());
                 for (const auto& [name, bytes] : tree) {
                     const bool isOld = stage.oldTree().contains(name) && stage.oldTree().at(name) == bytes;
@@ -298,10 +311,12 @@ TEST_P(Faults, NoSignalBreaksAnOutput) {
                     const bool isUnfinished = signal == SIGKILL && name.starts_with("tidewatch-");
                     const bool isFolder = bytes == "folder";
                     EXPECT_TRUE(isOld || isNew || isUnfinished || (signal == SIGKILL && isFolder))
-                        << GetParam().name << ", signal " << signal << " at " << kind << " " << number << ": " << name;
+                        << GetParam().name << ", signal " << signal << " at " << kind << " " << number << ": "
+                        << name;
                 }
                 if (signal == SIGTERM)
-                    EXPECT_THAT(result.status, ::testing::AnyOf(0, 130)) << kind << " " << number << result.err;
+                    EXPECT_THAT(result.status, ::testing::AnyOf(0, 130))
+                        << kind << " " << number << result.err;
             }
         }
     }

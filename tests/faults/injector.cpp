@@ -48,9 +48,9 @@ Kind kindOf(std::string_view name) {
     constexpr struct {
         std::string_view name;
         Kind kind;
-    } names[] = {{"write", Kind::Write},      {"open", Kind::Open},     {"rename", Kind::Rename},
-                 {"sync", Kind::Sync},        {"close", Kind::Close},   {"mkdir", Kind::MakeFolder},
-                 {"remove", Kind::Remove},    {"read", Kind::Read},     {"allocate", Kind::Allocate}};
+    } names[] = {{"write", Kind::Write},   {"open", Kind::Open},   {"rename", Kind::Rename},
+                 {"sync", Kind::Sync},     {"close", Kind::Close}, {"mkdir", Kind::MakeFolder},
+                 {"remove", Kind::Remove}, {"read", Kind::Read},   {"allocate", Kind::Allocate}};
     for (const auto& entry : names) {
         if (entry.name == name)
             return entry.kind;
@@ -59,7 +59,8 @@ Kind kindOf(std::string_view name) {
 }
 
 void logText(const char* text) {
-    const long file = ::syscall(SYS_openat, AT_FDCWD, settings.log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    const long file =
+        ::syscall(SYS_openat, AT_FDCWD, settings.log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (file < 0)
         return;
     (void)!::syscall(SYS_write, file, text, std::strlen(text));
