@@ -339,6 +339,8 @@ TEST_F(LasProgramTest, ReferenceSystemIsSetReplacedAndRemoved) {
     EXPECT_THAT(las("z.las").vlrs(), IsEmpty());
     EXPECT_THAT(ProgramRunner::run(place_.path(), {"info", "y.las"}).out,
                 HasSubstr("coordinate reference system: ETRS89 / UTM zone 33N (EPSG:25833)"));
+    const Json info = Json::parse(ProgramRunner::run(place_.path(), {"info", "y.las", "--json"}).out);
+    EXPECT_EQ(info["slices"][0]["grids"][0]["reference_system"]["code"], "EPSG:25833");
     EXPECT_THAT(ProgramRunner::run(place_.path(), {"pcd", "y.las", "-o", "y.pcd"}).err,
                 HasSubstr("not carried: coordinate reference system ETRS89 / UTM zone 33N (EPSG:25833)"));
     EXPECT_THAT(run({"y.las", "-o", "plain.las", "--plain"}).err,
