@@ -14,12 +14,12 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <gdal.h>
 #include <random>
 #include <string>
 #include <vector>
 
 #include <fmt/format.h>
-#include <gdal.h>
 
 namespace {
 
@@ -53,14 +53,14 @@ void writeBundle(const std::string& path) {
 void writeRaster(const std::string& path, int side, bool isCompressed) {
     GDALAllRegister();
     const char* const options[] = {"TILED=YES", isCompressed ? "COMPRESS=DEFLATE" : nullptr, nullptr};
-    const GDALDatasetH file = GDALCreate(GDALGetDriverByName("GTiff"), path.c_str(), side, side, 1, GDT_Float32,
-                                         side > 100 ? options : nullptr);
+    const GDALDatasetH file = GDALCreate(GDALGetDriverByName("GTiff"), path.c_str(), side, side, 1,
+                                         GDT_Float32, side > 100 ? options : nullptr);
     std::vector<float> values(static_cast<std::size_t>(side) * static_cast<std::size_t>(side));
     std::mt19937 random(1);
     for (float& value : values)
         value = static_cast<float>(random() % 100'000) * 0.01F;
-    if (file == nullptr || GDALRasterIO(GDALGetRasterBand(file, 1), GF_Write, 0, 0, side, side, values.data(), side,
-                                        side, GDT_Float32, 0, 0) != CE_None)
+    if (file == nullptr || GDALRasterIO(GDALGetRasterBand(file, 1), GF_Write, 0, 0, side, side, values.data(),
+                                        side, side, GDT_Float32, 0, 0) != CE_None)
         throw std::runtime_error("cannot write " + path);
     GDALClose(file);
 }
@@ -71,9 +71,8 @@ void readAll(const std::string& path) {
     ConvLib::readFile(*bundle, path, {});
     for (const auto& [time, slice] : bundle->slices()) {
         for (const auto& [name, grid] : slice.lock()->grids()) {
-            grid.lock()->skeletons().iterate_all([](const Sheaf::FieldFragment& stop) {
-                return static_cast<bool>(stop.data->create(false));
-            });
+            grid.lock()->skeletons().iterate_all(
+                [](const Sheaf::FieldFragment& stop) { return static_cast<bool>(stop.data->create(false)); });
         }
     }
 }
@@ -95,7 +94,8 @@ void compare(const std::string& what, const std::vector<std::string>& files, int
 
 int main(int argc, char** argv) {
     try {
-        const fs::path folder = argc > 1 ? fs::path(argv[1]) : fs::temp_directory_path() / "tidewatch-bench-apart";
+        const fs::path folder =
+            argc > 1 ? fs::path(argv[1]) : fs::temp_directory_path() / "tidewatch-bench-apart";
         fs::create_directories(folder);
         const std::string bundle = (folder / "bundle.h5").string();
         const std::string raster = (folder / "raster.tif").string();

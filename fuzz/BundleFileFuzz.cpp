@@ -43,7 +43,8 @@ void readEverything(const std::string& path) {
             throw Enough{};
     };
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
-    static_cast<void>(Tidewatch::BundleFileReader(Tidewatch::Reading::InProcess).read(*bundle, path, options));
+    static_cast<void>(
+        Tidewatch::BundleFileReader(Tidewatch::Reading::InProcess).read(*bundle, path, options));
     for (const auto& [time, weakSlice] : bundle->slices()) {
         const auto slice = weakSlice.lock();
         for (const auto& [name, weakGrid] : slice->grids()) {

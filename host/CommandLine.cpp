@@ -265,7 +265,8 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     CLI::App program("Exports point clouds of surveys, and shows and bundles them.", "tidewatch");
     program.formatter(std::make_shared<HelpFormat>());
     program.set_help_flag("-h,--help", "this text");
-    program.set_version_flag("--version", "tidewatch " TIDEWATCH_VERSION, "the version; with --json also what is in force where files are read");
+    program.set_version_flag("--version", "tidewatch " TIDEWATCH_VERSION,
+                             "the version; with --json also what is in force where files are read");
     program.require_subcommand(1);
     program.footer("'tidewatch COMMAND --help' tells the options of a command.\n\n"
                    "Exit status: 0 done; 1 failed; 2 wrong usage; 130 interrupted.");

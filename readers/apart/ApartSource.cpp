@@ -73,8 +73,8 @@ void copyFrom(const Descriptor& memory, std::span<std::byte> target, const std::
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            throw Anchor::FileError(Anchor::printable(path) +
-                                    ": what was read cannot be fetched: " + std::generic_category().message(errno));
+            throw Anchor::FileError(Anchor::printable(path) + ": what was read cannot be fetched: " +
+                                    std::generic_category().message(errno));
         done += static_cast<std::size_t>(got);
     }
 }
@@ -141,8 +141,9 @@ void ApartSource::fail(const std::string& object, const std::string& what) {
                                           Anchor::printable(object), what));
 }
 
-std::string ApartSource::ask(MessageType request, const MessageWriter& payload, std::span<const int> descriptors,
-                             MessageType answer, const std::string& object, const Tick& tick) {
+std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
+                             std::span<const int> descriptors, MessageType answer, const std::string& object,
+                             const Tick& tick) {
     auto& server = ReadingServer::instance();
     // Whoever leaves this function without an answer leaves a process that is still at work.
     const bool isSent = !isLost_ && child_.channel.send(request, payload, descriptors);
@@ -155,8 +156,9 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload, 
             const auto used = server.processorTime(child_);
             if (used && usedBefore && *used - *usedBefore > patience) {
                 server.end(child_);
-                fail(object, fmt::format("the process that reads it used {} s without a word, and was stopped",
-                                         std::chrono::duration_cast<std::chrono::seconds>(patience).count()));
+                fail(object,
+                     fmt::format("the process that reads it used {} s without a word, and was stopped",
+                                 std::chrono::duration_cast<std::chrono::seconds>(patience).count()));
             }
             if (!usedBefore)
                 usedBefore = used;

@@ -104,7 +104,8 @@ bool Channel::receiveBytes(char* target, std::size_t size, std::vector<Descripto
             continue;
         if (got <= 0)
             return false;
-        for (cmsghdr* entry = CMSG_FIRSTHDR(&message); entry != nullptr; entry = CMSG_NXTHDR(&message, entry)) {
+        for (cmsghdr* entry = CMSG_FIRSTHDR(&message); entry != nullptr;
+             entry = CMSG_NXTHDR(&message, entry)) {
             if (entry->cmsg_level != SOL_SOCKET || entry->cmsg_type != SCM_RIGHTS)
                 continue;
             const std::size_t count = (entry->cmsg_len - CMSG_LEN(0)) / sizeof(int);
@@ -137,7 +138,8 @@ std::optional<Channel::Message> Channel::receive() {
     while (message.payload.size() < size) {
         const std::size_t before = message.payload.size();
         message.payload.resize(std::min(size, before + pieceSize));
-        if (!receiveBytes(message.payload.data() + before, message.payload.size() - before, message.descriptors))
+        if (!receiveBytes(message.payload.data() + before, message.payload.size() - before,
+                          message.descriptors))
             return std::nullopt;
     }
     return message;

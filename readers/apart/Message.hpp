@@ -16,8 +16,8 @@ namespace Tidewatch::Apart {
 /// What a message is. Its payload, in order, stands behind it; texts and lists have their length before.
 enum class MessageType : std::uint8_t {
     // From the library to the server.
-    Fork = 1,      ///< number of the child (u32), ModuleKind (u8), folder of the modules (text); its socket
-    EndChild = 2,  ///< number (u32), whether it is ending by itself (u8)
+    Fork = 1,       ///< number of the child (u32), ModuleKind (u8), folder of the modules (text); its socket
+    EndChild = 2,   ///< number (u32), whether it is ending by itself (u8)
     CpuOfChild = 3, ///< number (u32)
 
     // From the server to the library.
@@ -27,12 +27,13 @@ enum class MessageType : std::uint8_t {
     CpuTime = 19, ///< nanoseconds (u64); the largest number where it is unknown
 
     // From the library to a child.
-    Open = 32,      ///< most bytes of an array (u64), whether the lock is required (u8), path (text), names of files
-                    ///< (list); their descriptors
+    Open =
+        32, ///< most bytes of an array (u64), whether the lock is required (u8), path (text), names of files
+            ///< (list); their descriptors
     Recognise = 33, ///< nothing
     Describe = 34,  ///< nothing
-    Read = 35,      ///< Structure::Array, bytes (u64), most (u64); the memory to fill, unless it is that of before
-    Probe = 36,     ///< nothing: locks and answers Locked
+    Read = 35, ///< Structure::Array, bytes (u64), most (u64); the memory to fill, unless it is that of before
+    Probe = 36, ///< nothing: locks and answers Locked
 
     // From a child to the library.
     Locked = 48,     ///< what is in force (u8 seccomp, u32 Landlock's version, u8 limits)

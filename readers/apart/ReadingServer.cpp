@@ -32,14 +32,18 @@ std::vector<char*> environmentOfProgram() {
     std::vector<char*> kept;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
         const std::string_view text(*entry);
-        if (!text.starts_with("LD_PRELOAD=") && !text.starts_with("HDF5_PLUGIN"))
+        if (!text.starts_with("LD_PRELOAD=") && !text.starts_with("HDF5_PLUGIN") &&
+            !text.starts_with("GLIBC_TUNABLES="))
             kept.push_back(*entry);
     }
     static std::string noPlugins = "HDF5_PLUGIN_PRELOAD=::";
     // Its threads would have to be made after the lock.
     static std::string oneThread = "GDAL_NUM_THREADS=1";
+    // New memory is not empty: see Raster::Untouched.
+    static std::string tunables = "GLIBC_TUNABLES=glibc.malloc.perturb=90:glibc.malloc.tcache_count=0";
     kept.push_back(noPlugins.data());
     kept.push_back(oneThread.data());
+    kept.push_back(tunables.data());
     kept.push_back(nullptr);
     return kept;
 }
@@ -96,7 +100,8 @@ void ReadingServer::requireRunning() {
 void ReadingServer::start() {
     const std::string program = Places::readerProgram();
     if (program.empty())
-        throw Anchor::FileError("tidewatch-read, the program that reads bundle files and rasters, was not found");
+        throw Anchor::FileError(
+            "tidewatch-read, the program that reads bundle files and rasters, was not found");
     auto [ours, theirs] = Channel::pair();
     std::string name = program;
     std::string socket = std::to_string(theirs.descriptor());
@@ -124,8 +129,8 @@ void ReadingServer::start() {
         throw Anchor::FileError(program + ": cannot be started");
     const std::string version = MessageReader(ready->payload).text();
     if (version != TIDEWATCH_VERSION)
-        throw Anchor::FileError(
-            fmt::format("{}: is of version {}, and version {} is needed", program, version, TIDEWATCH_VERSION));
+        throw Anchor::FileError(fmt::format("{}: is of version {}, and version {} is needed", program,
+                                            version, TIDEWATCH_VERSION));
     channel_ = std::move(ours);
 }
 
@@ -158,7 +163,10 @@ ReadingServer::Child ReadingServer::fork(ModuleKind kind) {
         const std::uint32_t number = nextNumber_++;
         const int socket = theirs.descriptor();
         if (ask(MessageType::Fork,
-                MessageWriter().number32(number).byte(static_cast<std::uint8_t>(kind)).text(Places::moduleFolder()),
+                MessageWriter()
+                    .number32(number)
+                    .byte(static_cast<std::uint8_t>(kind))
+                    .text(Places::moduleFolder()),
                 MessageType::Forked, std::span(&socket, 1)))
             return {number, generation_, std::move(ours)};
     }
@@ -173,14 +181,16 @@ bool ReadingServer::isOurs(const Child& child) {
 void ReadingServer::end(const Child& child) {
     const std::lock_guard lock(mutex_);
     if (child.generation == generation_)
-        static_cast<void>(ask(MessageType::EndChild, MessageWriter().number32(child.number).byte(0), MessageType::Ended));
+        static_cast<void>(
+            ask(MessageType::EndChild, MessageWriter().number32(child.number).byte(0), MessageType::Ended));
 }
 
 std::string ReadingServer::endingOf(const Child& child) {
     const std::lock_guard lock(mutex_);
     std::optional<Channel::Message> answer;
     if (child.generation == generation_)
-        answer = ask(MessageType::EndChild, MessageWriter().number32(child.number).byte(1), MessageType::Ended);
+        answer =
+            ask(MessageType::EndChild, MessageWriter().number32(child.number).byte(1), MessageType::Ended);
     if (!answer)
         throw Anchor::FileError("the process that reads files has ended");
     MessageReader reader(answer->payload);
@@ -192,7 +202,8 @@ std::optional<std::chrono::nanoseconds> ReadingServer::processorTime(const Child
     const std::lock_guard lock(mutex_);
     if (child.generation != generation_)
         return std::nullopt;
-    const auto answer = ask(MessageType::CpuOfChild, MessageWriter().number32(child.number), MessageType::CpuTime);
+    const auto answer =
+        ask(MessageType::CpuOfChild, MessageWriter().number32(child.number), MessageType::CpuTime);
     if (!answer)
         return std::nullopt;
     const std::uint64_t time = MessageReader(answer->payload).number64();

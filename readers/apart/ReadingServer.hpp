@@ -51,7 +51,8 @@ private:
     void requireRunning();
     void start();
     [[nodiscard]] std::optional<Channel::Message> ask(MessageType type, const MessageWriter& payload,
-                                                      MessageType answer, std::span<const int> descriptors = {});
+                                                      MessageType answer,
+                                                      std::span<const int> descriptors = {});
 
     std::mutex mutex_;
     Channel channel_;

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What tidewatch-bundles exports: the reader of bundle files and their writer, all that needs the HDF5 library.
-#include "anchor/Visibility.hpp"
 #include "readers/bundle/BundleModule.hpp"
+
+#include "anchor/Visibility.hpp"
 #include "readers/source/modules.hpp"
 
 extern "C" TIDEWATCH_API Tidewatch::GetModule tidewatch_module;

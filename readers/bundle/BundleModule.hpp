@@ -12,7 +12,8 @@ namespace Tidewatch {
 [[nodiscard]] const SourceModule& bundleModule();
 
 /// writeBundleFile(), where the HDF5 library is at hand.
-void writeBundleFileHere(const Sheaf::Bundle& bundle, const std::string& path, const BundleFileWriteOptions& options);
+void writeBundleFileHere(const Sheaf::Bundle& bundle, const std::string& path,
+                         const BundleFileWriteOptions& options);
 
 /// What the module exports as "tidewatch_write_bundle_file".
 using WriteBundleFile = void(const Sheaf::Bundle& bundle, const std::string& path,

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/bundle/BundleModule.hpp"
-
 #include "readers/bundle/BundleSource.hpp"
 #include "readers/bundle/hdf5/Library.hpp"
 

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "readers/bundle/BundleModule.hpp"
-
 #include "anchor/Error.hpp"
 #include "anchor/printable.hpp"
 #include "readers/bundle/BundleFormat.hpp"
+#include "readers/bundle/BundleModule.hpp"
 #include "readers/bundle/hdf5/NewFile.hpp"
 #include "readers/names.hpp"
 #include "sheaf/ElementTypes.hpp"

@@ -86,8 +86,8 @@ private:
     [[nodiscard]] static const SourceFiles::File* fileOf(const LentFiles& folder, std::string_view path) {
         const std::string_view name = path.substr(path.rfind('/') + 1);
         const auto& files = folder.files_.files;
-        const auto found =
-            std::find_if(files.begin(), files.end(), [&](const SourceFiles::File& file) { return file.name == name; });
+        const auto found = std::find_if(files.begin(), files.end(),
+                                        [&](const SourceFiles::File& file) { return file.name == name; });
         return found != files.end() ? &*found : nullptr;
     }
 
@@ -131,12 +131,15 @@ private:
     static int seek(void* file, vsi_l_offset offset, int whence) noexcept {
         auto& handle = *static_cast<Handle*>(file);
         handle.isAtEnd = false;
-        handle.place = whence == SEEK_SET ? offset : whence == SEEK_CUR ? handle.place + offset : handle.size + offset;
+        handle.place = whence == SEEK_SET   ? offset
+                       : whence == SEEK_CUR ? handle.place + offset
+                                            : handle.size + offset;
         return 0;
     }
 
     /// Reads at the handle's place, as many bytes as there are.
-    static std::size_t readAt(Handle& handle, vsi_l_offset place, unsigned char* target, std::size_t size) noexcept {
+    static std::size_t readAt(Handle& handle, vsi_l_offset place, unsigned char* target,
+                              std::size_t size) noexcept {
         std::size_t done = 0;
         while (done < size && place + done < handle.size) {
             const ssize_t got =

@@ -4,6 +4,7 @@
 #include "anchor/Error.hpp"
 #include "anchor/printable.hpp"
 #include "readers/raster/Messages.hpp"
+#include "readers/raster/Untouched.hpp"
 #include "readers/raster/drivers.hpp"
 #include "sheaf/ElementTypes.hpp"
 
@@ -134,8 +135,8 @@ void RasterFile::fail(const std::string& what, const Messages& messages) const {
         throw Anchor::FileError(fmt::format("{}: cannot read: {}", Anchor::printable(path_),
                                             std::generic_category().message(reason)));
     if (messages.isOutOfMemory())
-        throw Anchor::LimitError(fmt::format("{}: {}: there is not enough memory: {}", Anchor::printable(path_), what,
-                                             messages.failure()));
+        throw Anchor::LimitError(fmt::format("{}: {}: there is not enough memory: {}",
+                                             Anchor::printable(path_), what, messages.failure()));
     fail(what + ": " + messages.failure());
 }
 
@@ -223,8 +224,8 @@ void RasterFile::requireWholeFile(const Description& description) const {
     stated *= static_cast<double>(width()) * static_cast<double>(height());
     stated = std::max(stated, endOfPixels(dataset_.get()).value_or(0));
     if (static_cast<double>(size_) < stated)
-        fail(fmt::format("ends too early: it has {} bytes, and what its header states takes {:.0f} at least", size_,
-                         std::ceil(stated)));
+        fail(fmt::format("ends too early: it has {} bytes, and what its header states takes {:.0f} at least",
+                         size_, std::ceil(stated)));
 }
 
 Band RasterFile::describeBand(std::size_t number) const {
@@ -332,8 +333,18 @@ void RasterFile::readBand(std::size_t band, GDALDataType type, std::span<std::by
     for (std::uint64_t row = 0; row < height(); row += step.rows) {
         tick(static_cast<double>(row) / static_cast<double>(height()));
         const std::uint64_t rows = std::min(step.rows, height() - row);
-        readRows(source, row, rows, type, pixels.subspan(row * rowSize, rows * rowSize), pixelSize,
-                 fmt::format("band {}", band + 1));
+        const auto piece = pixels.subspan(row * rowSize, rows * rowSize);
+        const std::string name = fmt::format("band {}", band + 1);
+        readRows(source, row, rows, type, piece, pixelSize, name);
+        if (Untouched::isSuspected(piece)) {
+            forgetBlocks();
+            const Untouched again;
+            std::vector<std::byte> second(piece.size());
+            readRows(source, row, rows, type, second, pixelSize, name);
+            if (!std::equal(piece.begin(), piece.end(), second.begin()))
+                fail(name + " cannot be read: GDAL gives values that are not in the file");
+            forgetBlocks();
+        }
         if (step.isWholeBlocks)
             forgetBlocks();
     }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What tidewatch-rasters exports: the reader of rasters, all that needs GDAL.
-#include "anchor/Visibility.hpp"
 #include "readers/raster/RasterModule.hpp"
+
+#include "anchor/Visibility.hpp"
 #include "readers/source/modules.hpp"
 
 extern "C" TIDEWATCH_API Tidewatch::GetModule tidewatch_module;

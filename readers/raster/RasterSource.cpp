@@ -62,14 +62,19 @@ Structure RasterSource::structure(const Tick&) {
         fields.fields.push_back(fieldOf(name, std::move(piece)));
     };
     const auto& [corner, spacing, columnsDescend, rowsDescend] = description_.placing;
-    add("Positions",
-        {{}, {"", 0, std::string(Sheaf::ElementTraits<Sheaf::Element::Point>::name), {}},
-         Structure::Lattice{{corner.x, corner.y, corner.z}, {spacing.x, spacing.y, spacing.z}}});
+    add("Positions", {{},
+                      {"", 0, std::string(Sheaf::ElementTraits<Sheaf::Element::Point>::name), {}},
+                      Structure::Lattice{{corner.x, corner.y, corner.z}, {spacing.x, spacing.y, spacing.z}}});
     for (std::size_t band = 0; band < description_.bands.size(); ++band)
         add(fmt::format("Band{}", band + 1),
-            {{}, {fmt::format("band {}", band + 1), band + 1,
-                  std::string(Sheaf::elementTypeName(*description_.bands[band].element)), {}}, {}});
-    add("CellType", {{}, {"the cell types", cellTypes, std::string(Sheaf::ElementTraits<unsigned char>::name), {}}, {}});
+            {{},
+             {fmt::format("band {}", band + 1),
+              band + 1,
+              std::string(Sheaf::elementTypeName(*description_.bands[band].element)),
+              {}},
+             {}});
+    add("CellType",
+        {{}, {"the cell types", cellTypes, std::string(Sheaf::ElementTraits<unsigned char>::name), {}}, {}});
 
     Structure structure;
     structure.kind = fmt::format("raster ({}), {} band{}", description_.driver, description_.bands.size(),
@@ -95,7 +100,8 @@ std::vector<std::string> RasterSource::read(const Structure::Array& array, std::
         refuse(fmt::format("needs {} bytes of memory for a block of the file, and {} are allowed",
                            description_.blockBytes, most));
     const bool isBand = array.key != cellTypes && array.key <= description_.bands.size();
-    const std::type_info& element = isBand ? *description_.bands[array.key - 1].element : typeid(unsigned char);
+    const std::type_info& element =
+        isBand ? *description_.bands[array.key - 1].element : typeid(unsigned char);
     bool bandsDiffer = false;
     bool isRead = false;
     Sheaf::visitElementType(element, [&](auto tag) {

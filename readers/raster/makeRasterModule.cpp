@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "readers/raster/RasterModule.hpp"
-
 #include "readers/raster/LentFiles.hpp"
 #include "readers/raster/Messages.hpp"
+#include "readers/raster/RasterModule.hpp"
 #include "readers/raster/RasterSource.hpp"
 #include "readers/raster/drivers.hpp"
 

@@ -113,7 +113,8 @@ void Input::openFiles(Live& live) {
     const bool isFirst = states_.size() == 1;
     const auto add = [&](const std::string& path) {
         InputFile file(path);
-        live.files.files.push_back({std::filesystem::path(path).filename().string(), file.descriptor(), file.size()});
+        live.files.files.push_back(
+            {std::filesystem::path(path).filename().string(), file.descriptor(), file.size()});
         live.opened.push_back(std::move(file));
     };
     add(path_);

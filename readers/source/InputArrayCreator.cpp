@@ -33,7 +33,8 @@ InputArrayCreator::InputArrayCreator(std::shared_ptr<Input> input, const Structu
     : CachedCreator(element, Sheaf::Extents(array.extents)),
       input_(std::move(input)),
       array_(array),
-      bytes_(claimedBytes(array.extents, sizeOf(element)).value_or(std::numeric_limits<std::uint64_t>::max())) {}
+      bytes_(
+          claimedBytes(array.extents, sizeOf(element)).value_or(std::numeric_limits<std::uint64_t>::max())) {}
 
 InputArrayCreator::~InputArrayCreator() = default;
 
@@ -45,16 +46,19 @@ void InputArrayCreator::refuse(const std::string& why) const {
 Sheaf::CachedCreator::Made InputArrayCreator::make() const {
     input_->tick(0);
     if (const std::uint64_t most = input_->options().MaximumArrayBytes; bytes_ > most)
-        refuse(fmt::format(fmt::runtime(extents()->elementCount() == 0
-                                            ? "has no elements, and yet extents that stand for {} bytes, and {} are allowed"
-                                            : "needs {} bytes of memory, and {} are allowed"),
-                           bytes_, most));
+        refuse(fmt::format(
+            fmt::runtime(extents()->elementCount() == 0
+                             ? "has no elements, and yet extents that stand for {} bytes, and {} are allowed"
+                             : "needs {} bytes of memory, and {} are allowed"),
+            bytes_, most));
     Made made;
     Sheaf::visitElementType(elementType(), [&](auto tag) {
         using T = typename decltype(tag)::type;
         const Sheaf::Extents shape = *extents();
         std::vector<T> elements;
-        const auto refuseForMemory = [&] { refuse(fmt::format("there is no memory for its {} bytes", bytes_)); };
+        const auto refuseForMemory = [&] {
+            refuse(fmt::format("there is no memory for its {} bytes", bytes_));
+        };
         try {
             elements.resize(shape.elementCount().value_or(std::numeric_limits<std::uint64_t>::max()));
         } catch (const std::bad_alloc&) {

@@ -17,7 +17,8 @@ namespace Tidewatch {
 class InputArrayCreator final : public Sheaf::CachedCreator {
 public:
     /// `array` has one to four extents.
-    InputArrayCreator(std::shared_ptr<Input> input, const Structure::Array& array, const std::type_info& element);
+    InputArrayCreator(std::shared_ptr<Input> input, const Structure::Array& array,
+                      const std::type_info& element);
     ~InputArrayCreator() override;
 
 protected:

@@ -47,8 +47,9 @@ public:
     /// an earlier Source of the same file. Refuses (Anchor::LimitError) what needs more than `most` bytes of
     /// memory at once on the way. Gives what has turned up that is not carried, for InputReport::notCarried.
     /// Throws what structure() throws.
-    [[nodiscard]] virtual std::vector<std::string> read(const Structure::Array& array, std::span<std::byte> target,
-                                                        std::uint64_t most, const Tick& tick) = 0;
+    [[nodiscard]] virtual std::vector<std::string> read(const Structure::Array& array,
+                                                        std::span<std::byte> target, std::uint64_t most,
+                                                        const Tick& tick) = 0;
 
     /// Whether it can still be asked. A source in another process ends with that.
     [[nodiscard]] virtual bool isUsable() const { return true; }

@@ -69,7 +69,8 @@ private:
 
     const std::type_info& elementOf(const std::string& name, const std::string& object) const {
         const std::type_info* element = nullptr;
-        if (!Sheaf::visitElementName(name, [&](auto tag) { element = &typeid(typename decltype(tag)::type); }))
+        if (!Sheaf::visitElementName(name,
+                                     [&](auto tag) { element = &typeid(typename decltype(tag)::type); }))
             fail(object, "has an element type that is not known here: \"" + name + "\"");
         return *element;
     }
@@ -107,9 +108,11 @@ private:
             requireFit(fragment.name);
             const auto id = target->makeFragment(fragment.name);
             if (fragment.overlapLow)
-                Sheaf::FragmentLocation<3, Sheaf::FragmentProperty<2>>::set(*id, toIndex(*fragment.overlapLow));
+                Sheaf::FragmentLocation<3, Sheaf::FragmentProperty<2>>::set(*id,
+                                                                            toIndex(*fragment.overlapLow));
             if (fragment.overlapHigh)
-                Sheaf::FragmentLocation<3, Sheaf::FragmentProperty<3>>::set(*id, toIndex(*fragment.overlapHigh));
+                Sheaf::FragmentLocation<3, Sheaf::FragmentProperty<3>>::set(*id,
+                                                                            toIndex(*fragment.overlapHigh));
         }
         for (const Structure::Skeleton& skeleton : grid.skeletons)
             addSkeleton(skeleton, *target);
@@ -122,8 +125,7 @@ private:
     void addSkeleton(const Structure::Skeleton& skeleton, Sheaf::Grid& grid) {
         Anchor::StrongPtr<Sheaf::Skeleton> target;
         try {
-            target =
-                grid.skeletons().make({skeleton.dimension, skeleton.refinement}, skeleton.exclusionMark);
+            target = grid.skeletons().make({skeleton.dimension, skeleton.refinement}, skeleton.exclusionMark);
         } catch (const Anchor::ModelError& error) {
             fail(skeleton.object, error.what());
         }
@@ -175,10 +177,10 @@ private:
         if (!structure_.isSingleGrid && !bytes)
             fail(piece.array.object, "has extents whose product is beyond all bounds");
         if (!structure_.isSingleGrid && *bytes > input_->options().MaximumArrayBytes)
-            throw Anchor::LimitError(fmt::format("{}: {}: stands for {} bytes of positions, and {} are allowed",
-                                                 Anchor::printable(input_->path()),
-                                                 Anchor::printable(piece.array.object), *bytes,
-                                                 input_->options().MaximumArrayBytes));
+            throw Anchor::LimitError(
+                fmt::format("{}: {}: stands for {} bytes of positions, and {} are allowed",
+                            Anchor::printable(input_->path()), Anchor::printable(piece.array.object), *bytes,
+                            input_->options().MaximumArrayBytes));
         return Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
             Geom::PhysicalSpace::point{origin[0], origin[1], origin[2]},
             Geom::PhysicalSpace::vector{spacing[0], spacing[1], spacing[2]},
@@ -195,7 +197,8 @@ private:
 
 } // namespace
 
-std::string fillBundle(Sheaf::Bundle& bundle, const Structure& structure, const std::shared_ptr<Input>& input) {
+std::string fillBundle(Sheaf::Bundle& bundle, const Structure& structure,
+                       const std::shared_ptr<Input>& input) {
     return Filling(bundle, structure, input).run();
 }
 

@@ -16,6 +16,7 @@ namespace Tidewatch {
 /// Anchor::LimitError for a uniform grid of a bundle file beyond ReadOptions::MaximumArrayBytes,
 /// Anchor::ModelError for a grid that the bundle has already. The bundle is then as it was before. Gives the name
 /// of the grid of a Structure::isSingleGrid, else an empty text.
-std::string fillBundle(Sheaf::Bundle& bundle, const Structure& structure, const std::shared_ptr<Input>& input);
+std::string fillBundle(Sheaf::Bundle& bundle, const Structure& structure,
+                       const std::shared_ptr<Input>& input);
 
 } // namespace Tidewatch

@@ -64,8 +64,8 @@ void* handleOf(ModuleKind kind, const std::string& folder) {
     if (handle != nullptr)
         return handle;
     const char* const why = folder.empty() ? nullptr : ::dlerror();
-    throw Anchor::FileError(
-        fmt::format("{}: cannot be loaded: {}", Places::moduleName(kind), why != nullptr ? why : "it was not found"));
+    throw Anchor::FileError(fmt::format("{}: cannot be loaded: {}", Places::moduleName(kind),
+                                        why != nullptr ? why : "it was not found"));
 }
 
 } // namespace
@@ -75,7 +75,8 @@ std::string Places::moduleName(ModuleKind kind) {
 }
 
 std::string Places::moduleFolder() {
-    return folderWith(moduleName(ModuleKind::Bundles), {chosenFolder(), thisFolder(), TIDEWATCH_MODULE_FOLDER});
+    return folderWith(moduleName(ModuleKind::Bundles),
+                      {chosenFolder(), thisFolder(), TIDEWATCH_MODULE_FOLDER});
 }
 
 std::string Places::readerProgram() {

@@ -32,7 +32,8 @@ private:
 
 } // namespace
 
-Anchor::StrongPtr<ConvLib::InputReport> readInput(Sheaf::Bundle& bundle, const std::shared_ptr<Input>& input) {
+Anchor::StrongPtr<ConvLib::InputReport> readInput(Sheaf::Bundle& bundle,
+                                                  const std::shared_ptr<Input>& input) {
     Structure structure = input->structure();
     std::string grid = fillBundle(bundle, structure, input);
     return Anchor::makeStrong<Report>(input, std::move(structure.kind), std::move(grid));

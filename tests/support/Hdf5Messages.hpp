@@ -24,8 +24,8 @@ struct Hdf5Message {
 
 namespace Detail {
 
-inline void addMessages(const std::string& file, std::size_t place, std::size_t end, bool isOld, bool hasOrder,
-                        std::vector<Hdf5Message>& messages) {
+inline void addMessages(const std::string& file, std::size_t place, std::size_t end, bool isOld,
+                        bool hasOrder, std::vector<Hdf5Message>& messages) {
     const std::size_t headSize = isOld ? 8 : hasOrder ? 6 : 4;
     const std::size_t typeSize = isOld ? 2 : 1;
     while (place + headSize <= end && end <= file.size()) {
@@ -35,7 +35,8 @@ inline void addMessages(const std::string& file, std::size_t place, std::size_t 
         if (type == 0x10) {
             const auto next = static_cast<std::size_t>(numberAt(file, place + headSize, 8));
             const auto length = static_cast<std::size_t>(numberAt(file, place + headSize + 8, 8));
-            addMessages(file, next + (isOld ? 0 : 4), next + length - (isOld ? 0 : 4), isOld, hasOrder, messages);
+            addMessages(file, next + (isOld ? 0 : 4), next + length - (isOld ? 0 : 4), isOld, hasOrder,
+                        messages);
         }
         place += headSize + size;
     }
@@ -44,13 +45,14 @@ inline void addMessages(const std::string& file, std::size_t place, std::size_t 
 } // namespace Detail
 
 /// All messages of all object headers of a sound file, of which these are the addresses.
-inline std::vector<Hdf5Message> messagesOf(const std::string& file, const std::vector<std::uint64_t>& headers) {
+inline std::vector<Hdf5Message> messagesOf(const std::string& file,
+                                           const std::vector<std::uint64_t>& headers) {
     std::vector<Hdf5Message> messages;
     for (const std::uint64_t header : headers) {
         const auto start = static_cast<std::size_t>(header);
         if (Detail::byteAt(file, start) == 1) {
-            Detail::addMessages(file, start + 16, start + 16 + Detail::numberAt(file, start + 8, 4), true, false,
-                                messages);
+            Detail::addMessages(file, start + 16, start + 16 + Detail::numberAt(file, start + 8, 4), true,
+                                false, messages);
             continue;
         }
         const std::uint32_t flags = Detail::byteAt(file, start + 5);

@@ -77,8 +77,9 @@ public:
             files_.files.push_back({names[i], descriptors_[i].get(), sizeOf(descriptors_[i].get())});
         const auto inForce = lock(most);
         if (isLockRequired && !(inForce.seccomp && inForce.limits))
-            refusal_ = fmt::format("{}: is not read, since the process that reads it cannot be locked here ({})",
-                                   files_.path, inForce.seccomp ? "no limits" : "no seccomp");
+            refusal_ =
+                fmt::format("{}: is not read, since the process that reads it cannot be locked here ({})",
+                            files_.path, inForce.seccomp ? "no limits" : "no seccomp");
         return true;
     }
 

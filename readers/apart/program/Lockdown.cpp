@@ -101,11 +101,11 @@ constexpr int allowed[] = {
 
 /// What libraries try and go on without, as they do where they have no rights.
 constexpr int refused[] = {
-    SCMP_SYS(open),       SCMP_SYS(openat),     SCMP_SYS(creat),    SCMP_SYS(access),   SCMP_SYS(faccessat),
-    SCMP_SYS(faccessat2), SCMP_SYS(stat),       SCMP_SYS(lstat),    SCMP_SYS(readlink), SCMP_SYS(readlinkat),
-    SCMP_SYS(getcwd),     SCMP_SYS(socket),     SCMP_SYS(connect),  SCMP_SYS(clone),    SCMP_SYS(fork),
-    SCMP_SYS(vfork),      SCMP_SYS(execve),     SCMP_SYS(unlink),   SCMP_SYS(mkdir),    SCMP_SYS(rename),
-    SCMP_SYS(ptrace),     SCMP_SYS(kill),       SCMP_SYS(getdents64),
+    SCMP_SYS(open),       SCMP_SYS(openat), SCMP_SYS(creat),      SCMP_SYS(access),   SCMP_SYS(faccessat),
+    SCMP_SYS(faccessat2), SCMP_SYS(stat),   SCMP_SYS(lstat),      SCMP_SYS(readlink), SCMP_SYS(readlinkat),
+    SCMP_SYS(getcwd),     SCMP_SYS(socket), SCMP_SYS(connect),    SCMP_SYS(clone),    SCMP_SYS(fork),
+    SCMP_SYS(vfork),      SCMP_SYS(execve), SCMP_SYS(unlink),     SCMP_SYS(mkdir),    SCMP_SYS(rename),
+    SCMP_SYS(ptrace),     SCMP_SYS(kill),   SCMP_SYS(getdents64),
 };
 
 /// Stands in the filter for the number of a process that has yet to be forked.
@@ -121,8 +121,9 @@ std::vector<sock_filter> makeFilter() {
     bool isMade = true;
     const auto rule = [&](std::uint32_t action, int call, auto... conditions) {
         // Neither a call that this processor does not have nor an action that is taken anyway is a rule.
-        const int result =
-            action == unknownCall ? 0 : seccomp_rule_add(context.get(), action, call, sizeof...(conditions), conditions...);
+        const int result = action == unknownCall ? 0
+                                                 : seccomp_rule_add(context.get(), action, call,
+                                                                    sizeof...(conditions), conditions...);
         isMade = isMade && (result == 0 || result == -EDOM || result == -EFAULT);
     };
     for (const int call : allowed)
@@ -160,8 +161,7 @@ std::vector<sock_filter> makeFilter() {
 
 /// Takes the right to open, make, change or run anything; gives the version of Landlock, 0 where there is none.
 std::uint32_t dropFiles() {
-    const long version =
-        ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
+    const long version = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
     if (version < 1)
         return 0;
     landlock_ruleset_attr rules{};

@@ -147,9 +147,9 @@ private:
             ::waitpid(known->second, &status, 0);
         }
         children_.erase(known);
-        return channel_.send(MessageType::Ended, MessageWriter()
-                                                     .number32(static_cast<std::uint32_t>(status))
-                                                     .byte(wasKilled ? 1 : 0));
+        return channel_.send(
+            MessageType::Ended,
+            MessageWriter().number32(static_cast<std::uint32_t>(status)).byte(wasKilled ? 1 : 0));
     }
 
     [[nodiscard]] std::uint64_t processorTime(std::uint32_t number) const {
@@ -159,7 +159,8 @@ private:
         if (known == children_.end() || ::clock_getcpuclockid(known->second, &clock) != 0 ||
             ::clock_gettime(clock, &used) != 0)
             return std::numeric_limits<std::uint64_t>::max();
-        return static_cast<std::uint64_t>(used.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(used.tv_nsec);
+        return static_cast<std::uint64_t>(used.tv_sec) * 1'000'000'000 +
+               static_cast<std::uint64_t>(used.tv_nsec);
     }
 
     Channel channel_;

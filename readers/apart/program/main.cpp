@@ -48,14 +48,14 @@ void keepOnly(int socket) {
 int main(int argc, char** argv) {
     const int socket = argc == 2 ? socketOf(argv[1]) : -1;
     if (socket < 0) {
-        std::fputs("tidewatch-read " TIDEWATCH_VERSION ": is started by tidewatch to read files; see tidewatch --help\n",
+        std::fputs("tidewatch-read " TIDEWATCH_VERSION
+                   ": is started by tidewatch to read files; see tidewatch --help\n",
                    stderr);
         return 2;
     }
     keepOnly(socket);
     try {
-        Tidewatch::Apart::serveLibrary(
-            Tidewatch::Apart::Channel(Tidewatch::Apart::Descriptor(socket)));
+        Tidewatch::Apart::serveLibrary(Tidewatch::Apart::Channel(Tidewatch::Apart::Descriptor(socket)));
     } catch (...) {
         ::_exit(1);
     }

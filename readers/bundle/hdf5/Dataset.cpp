@@ -142,11 +142,11 @@ void Dataset::requireBuiltInFilters(hid_t properties) const {
         unsigned configuration = 0;
         std::size_t valueCount = 0;
         char name[64] = {};
-        const H5Z_filter_t filter = H5Pget_filter2(properties, static_cast<unsigned>(i), &flags, &valueCount, nullptr,
-                                                   sizeof name - 1, name, &configuration);
+        const H5Z_filter_t filter = H5Pget_filter2(properties, static_cast<unsigned>(i), &flags, &valueCount,
+                                                   nullptr, sizeof name - 1, name, &configuration);
         if (filter < H5Z_FILTER_DEFLATE || filter > H5Z_FILTER_SCALEOFFSET)
-            object_.fail("its data is filtered by \"" + std::string(name) + "\" (filter " + std::to_string(filter) +
-                         "), which is not one of HDF5's own");
+            object_.fail("its data is filtered by \"" + std::string(name) + "\" (filter " +
+                         std::to_string(filter) + "), which is not one of HDF5's own");
     }
 }
 

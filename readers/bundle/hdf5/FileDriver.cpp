@@ -169,8 +169,7 @@ ssize_t readUpTo(int descriptor, unsigned char* target, std::size_t size, haddr_
     return static_cast<ssize_t>(done);
 }
 
-herr_t readBlock(H5FD_t* base, H5FD_mem_t, hid_t, haddr_t address, std::size_t size,
-                 void* buffer) noexcept {
+herr_t readBlock(H5FD_t* base, H5FD_mem_t, hid_t, haddr_t address, std::size_t size, void* buffer) noexcept {
     OpenedFile& file = self(base);
     auto* const target = static_cast<unsigned char*>(buffer);
     if (!isAddressable(address, size))

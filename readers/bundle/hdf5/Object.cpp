@@ -148,9 +148,11 @@ std::optional<StoredAttribute> Object::stored(const char* name) const {
     if (header == HADDR_UNDEF)
         failWithReason("its header cannot be found");
     try {
-        return storedAttribute([this](std::uint64_t address,
-                                      std::span<unsigned char> target) { return file_->fetch(address, target); },
-                               header, name);
+        return storedAttribute(
+            [this](std::uint64_t address, std::span<unsigned char> target) {
+                return file_->fetch(address, target);
+            },
+            header, name);
     } catch (const Anchor::FormatError& error) {
         fail(quoted(name) + " " + error.what());
     }

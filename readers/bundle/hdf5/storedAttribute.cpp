@@ -107,7 +107,8 @@ private:
         const unsigned flags = prefix[5];
         hasOrder_ = (flags & 4U) != 0;
         const std::size_t sizeBytes = std::size_t{1} << (flags & 3U);
-        const std::uint64_t place = header + 6 + ((flags & 0x20U) != 0 ? 16U : 0U) + ((flags & 0x10U) != 0 ? 4U : 0U);
+        const std::uint64_t place =
+            header + 6 + ((flags & 0x20U) != 0 ? 16U : 0U) + ((flags & 0x10U) != 0 ? 4U : 0U);
         const std::uint64_t size = littleEndian(read(place, sizeBytes), 0, sizeBytes);
         readMessages(read(place + sizeBytes, size));
     }
@@ -170,7 +171,8 @@ private:
 };
 
 /// The place in the file of an object of a global heap collection, which has to have at least `size` bytes.
-std::uint64_t heapObject(const Fetch& fetch, std::uint64_t collection, std::uint64_t number, std::uint64_t size) {
+std::uint64_t heapObject(const Fetch& fetch, std::uint64_t collection, std::uint64_t number,
+                         std::uint64_t size) {
     std::array<unsigned char, 16> head{};
     constexpr std::array<unsigned char, 4> signature{'G', 'C', 'O', 'L'};
     if (!fetch(collection, head) || !std::equal(signature.begin(), signature.end(), head.begin()))

@@ -36,6 +36,7 @@ struct StoredAttribute {
 /// length from the attribute and its place from a heap without comparing the two, or the heap with itself.
 /// Throws as storedAttribute() does, also when the text is damaged or has more than `most` bytes.
 /// (Sections III.E and VIII.)
-[[nodiscard]] std::string variableText(const Fetch& fetch, const StoredAttribute& attribute, std::size_t most);
+[[nodiscard]] std::string variableText(const Fetch& fetch, const StoredAttribute& attribute,
+                                       std::size_t most);
 
 } // namespace Tidewatch::Hdf5

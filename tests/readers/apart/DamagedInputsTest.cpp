@@ -59,8 +59,8 @@ Values readArrays(const std::string& path) {
                     if (!typed)
                         return; // a uniform grid
                     const auto* const first = reinterpret_cast<const Component*>(typed->base_vector().data());
-                    for (std::size_t i = 0; i < typed->base_vector().size() * Sheaf::ElementTraits<T>::componentCount;
-                         ++i)
+                    for (std::size_t i = 0;
+                         i < typed->base_vector().size() * Sheaf::ElementTraits<T>::componentCount; ++i)
                         numbers.push_back(static_cast<double>(first[i]));
                 });
                 if (!numbers.empty())
@@ -105,11 +105,12 @@ std::optional<bool> secondReaderAgrees(const std::string& path, const Values& va
             const std::string ending = "/" + (name.ends_with('/') ? name.substr(0, name.size() - 1) : name);
             bool isThere = false;
             for (const auto& [dataset, others] : found) {
-                isThere = isThere || (dataset.ends_with(ending) && others.size() == numbers.size() &&
-                                      std::equal(numbers.begin(), numbers.end(), others.begin(), [](double a, double b) {
-                                          return a == b || (a != a && b != b) ||
-                                                 static_cast<float>(a) == static_cast<float>(b);
-                                      }));
+                isThere = isThere ||
+                          (dataset.ends_with(ending) && others.size() == numbers.size() &&
+                           std::equal(numbers.begin(), numbers.end(), others.begin(), [](double a, double b) {
+                               return a == b || (a != a && b != b) ||
+                                      static_cast<float>(a) == static_cast<float>(b);
+                           }));
             }
             if (!isThere)
                 ::_exit(1);
@@ -154,7 +155,9 @@ protected:
             std::vector<unsigned short> intensities(30'000);
             for (unsigned short& intensity : intensities)
                 intensity = static_cast<unsigned short>(random());
-            grid.field("Height", "a", heights).field("Height", "b", heights).field("Intensity", "a", intensities);
+            grid.field("Height", "a", heights)
+                .field("Height", "b", heights)
+                .field("Intensity", "a", intensities);
             Tidewatch::writeBundleFile(*bundle, file_);
         }
         good_ = Support::readBytes(file_);

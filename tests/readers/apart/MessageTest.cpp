@@ -49,8 +49,13 @@ TEST(Message, StructureComesOutAsItWentIn) {
     const Structure back = reader.structure();
     EXPECT_NO_THROW(reader.finish());
     EXPECT_EQ(bytesOf(back), bytes);
-    EXPECT_EQ(back.slices.at(0).grids.at(0).skeletons.at(0).representations.at(0).fields.at(0).pieces.at(0).lattice
-                  ->spacing[2],
+    EXPECT_EQ(back.slices.at(0)
+                  .grids.at(0)
+                  .skeletons.at(0)
+                  .representations.at(0)
+                  .fields.at(0)
+                  .pieces.at(0)
+                  .lattice->spacing[2],
               6);
 }
 

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "readers/apart/ApartSource.hpp"
-
 #include "anchor/Error.hpp"
 #include "convlib/Reader.hpp"
+#include "readers/apart/ApartSource.hpp"
 #include "readers/bundle/BundleFileReader.hpp"
 #include "readers/bundle/BundleFileWriter.hpp"
 #include "readers/bundle/BundleModule.hpp"
@@ -33,9 +32,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Tidewatch::Apart::ReadingServer;
-using Tidewatch::Reading;
 using ::testing::HasSubstr;
+using Tidewatch::Reading;
+using Tidewatch::Apart::ReadingServer;
 using Bundle = Anchor::StrongPtr<Sheaf::Bundle>;
 
 Bundle read(const std::string& path, Reading reading = Reading::Apart) {
@@ -147,7 +146,8 @@ TEST_F(ReadingApart, AllProcessesEndWithTheHostHoweverItEnds) {
         EXPECT_EQ(inChild([&] {
                       const Bundle bundle = read(file_);
                       const pid_t self = ::getpid();
-                      const bool isThere = readersOf(self).size() == 2 && ::write(pipe[1], &self, sizeof self) > 0;
+                      const bool isThere =
+                          readersOf(self).size() == 2 && ::write(pipe[1], &self, sizeof self) > 0;
                       if (isKilled)
                           std::raise(SIGKILL);
                       return isThere ? 0 : 1;
@@ -210,23 +210,25 @@ TEST_F(ReadingApart, FileThatChangedWhileItsProcessWasGoneIsRefused) {
 }
 
 TEST_F(ReadingApart, ProcessThatIsKilledIsAnErrorWithFileObjectAndSignalAndStartsAgain) {
-    EXPECT_EQ(inChild([&] {
-                  const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
-                  Tidewatch::BundleFileReader().read(*bundle, file_, {});
-                  ::kill(*readersOf(::getpid()).rbegin(), SIGSEGV);
-                  std::string message;
-                  try {
-                      static_cast<void>(Support::bundleText(*bundle));
-                      return 1;
-                  } catch (const Anchor::FormatError& error) {
-                      message = error.what();
-                  }
-                  if (message.find(file_ + ": /slices/") != 0 ||
-                      message.find("the process that reads it ended by signal 11 (SIGSEGV)") == std::string::npos)
-                      return 2;
-                  return Support::bundleText(*bundle) == Support::bundleText(*read(file_, Reading::InProcess)) ? 0 : 3;
-              }),
-              0);
+    EXPECT_EQ(
+        inChild([&] {
+            const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+            Tidewatch::BundleFileReader().read(*bundle, file_, {});
+            ::kill(*readersOf(::getpid()).rbegin(), SIGSEGV);
+            std::string message;
+            try {
+                static_cast<void>(Support::bundleText(*bundle));
+                return 1;
+            } catch (const Anchor::FormatError& error) {
+                message = error.what();
+            }
+            if (message.find(file_ + ": /slices/") != 0 ||
+                message.find("the process that reads it ended by signal 11 (SIGSEGV)") == std::string::npos)
+                return 2;
+            return Support::bundleText(*bundle) == Support::bundleText(*read(file_, Reading::InProcess)) ? 0
+                                                                                                         : 3;
+        }),
+        0);
 }
 
 TEST_F(ReadingApart, ServerThatIsKilledStartsAgain) {
@@ -252,7 +254,8 @@ TEST_F(ReadingApart, ProcessThatIsForkedOffTheHostReadsOnByItselfAndLeavesTheHos
     EXPECT_EQ(inChild([&] {
                   const std::string expected = Support::bundleText(*read(file_, Reading::InProcess));
                   const Bundle bundle = read(file_);
-                  const int status = inChild([&] { return Support::bundleText(*bundle) == expected ? 0 : 1; });
+                  const int status =
+                      inChild([&] { return Support::bundleText(*bundle) == expected ? 0 : 1; });
                   if (status != 0)
                       return status;
                   return Support::bundleText(*bundle) == expected ? 0 : 2;

@@ -639,8 +639,8 @@ TEST_F(HostileBundleFile, FilterThatIsNotBuiltInIsRefusedByItsName) {
                       Craft::Properties properties;
                       properties.chunk({3});
                       Craft::need(H5Pset_filter(properties.id(), 32099, 0, 0, nullptr), "filter");
-                      file.dataset(Craft::fields + "F", H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE, {6}, numbers_.data(),
-                                   properties.id());
+                      file.dataset(Craft::fields + "F", H5T_IEEE_F64LE, H5T_NATIVE_DOUBLE, {6},
+                                   numbers_.data(), properties.id());
                   });
     H5Zunregister(32099);
 }
@@ -983,25 +983,26 @@ INSTANTIATE_TEST_SUITE_P(Forms, MangledBundleFile,
                          });
 
 TEST_F(HostileBundleFile, RandomBytesBehindTheSignatureAreRefused) {
-    const std::string complaints = Support::survivors(isThorough() ? 2000 : 200, mostMebibytes, [&](std::size_t i) {
-        std::mt19937_64 random(i);
-        std::string bytes = "\x89HDF\r\n\x1a\n";
-        // A plausible beginning now and then.
-        if (i % 3 == 1)
-            bytes += std::string("\0\0\0\0\0\10\10\0\4\0\20\0", 12);
-        if (i % 3 == 2)
-            bytes += std::string("\2\10\10\0", 4);
-        for (std::size_t count = random() % 2000; count > 0; --count)
-            bytes += static_cast<char>(random() % 4 == 0 ? random() : 0);
-        if (i % 2 != 0)
-            Support::repairChecksums(bytes);
-        const Support::MemoryFile file(bytes);
-        try {
-            return "accepted: " + loadAll(file.path());
-        } catch (const Anchor::FormatError&) {
-            return std::string();
-        }
-    });
+    const std::string complaints =
+        Support::survivors(isThorough() ? 2000 : 200, mostMebibytes, [&](std::size_t i) {
+            std::mt19937_64 random(i);
+            std::string bytes = "\x89HDF\r\n\x1a\n";
+            // A plausible beginning now and then.
+            if (i % 3 == 1)
+                bytes += std::string("\0\0\0\0\0\10\10\0\4\0\20\0", 12);
+            if (i % 3 == 2)
+                bytes += std::string("\2\10\10\0", 4);
+            for (std::size_t count = random() % 2000; count > 0; --count)
+                bytes += static_cast<char>(random() % 4 == 0 ? random() : 0);
+            if (i % 2 != 0)
+                Support::repairChecksums(bytes);
+            const Support::MemoryFile file(bytes);
+            try {
+                return "accepted: " + loadAll(file.path());
+            } catch (const Anchor::FormatError&) {
+                return std::string();
+            }
+        });
     EXPECT_EQ(complaints, "");
 }
 

@@ -530,7 +530,8 @@ TEST_F(BundleFile, TwoGridsOfOneNameInOneSliceIsAnErrorThatNamesBothFilesAndTake
     Tidewatch::writeBundleFile(*a, file_);
     Tidewatch::writeBundleFile(*b, other);
     const Bundle both = read(file_);
-    const std::string message = messageOf([&] { Tidewatch::BundleFileReader(Support::reading()).read(*both, other, {}); });
+    const std::string message =
+        messageOf([&] { Tidewatch::BundleFileReader(Support::reading()).read(*both, other, {}); });
     EXPECT_THAT(message, HasSubstr(file_));
     EXPECT_THAT(message, HasSubstr(other));
     EXPECT_EQ(bundleText(*both), bundleText(*a));
