@@ -30,7 +30,8 @@ protected:
         grid.grid().setStatement(std::move(statement));
     }
 
-    [[nodiscard]] std::vector<std::string> losses(const KeptProperties& kept, const std::string& grid = "dunes") const {
+    [[nodiscard]] std::vector<std::string> losses(const KeptProperties& kept,
+                                                  const std::string& grid = "dunes") const {
         Losses found;
         addPropertyLosses({2.5, grid}, *bundle_, kept, found);
         std::vector<std::string> messages;
@@ -43,10 +44,12 @@ protected:
 };
 
 TEST_F(PropertyLosses, WhatAGridStatesAndAFormatDoesNotCarryIsOneLoss) {
-    EXPECT_THAT(losses({}),
-                ElementsAre("properties: grid \"dunes\" at time 2.5: not carried: coordinate reference system ETRS89 / UTM "
-                            "zone 32N (EPSG:25832), GPS time encoding (adjusted standard time), 1 record, file source ID "
-                            "7"));
+    EXPECT_THAT(
+        losses({}),
+        ElementsAre(
+            "properties: grid \"dunes\" at time 2.5: not carried: coordinate reference system ETRS89 / UTM "
+            "zone 32N (EPSG:25832), GPS time encoding (adjusted standard time), 1 record, file source ID "
+            "7"));
 }
 
 TEST_F(PropertyLosses, WhatIsCarriedIsNoLoss) {
