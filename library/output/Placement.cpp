@@ -175,7 +175,7 @@ void Placement::commit(const std::function<void()>& check) {
     for (Move& move : moves_) {
         resolveTarget(move);
         if (!targets.insert(placeOf(move.target)).second)
-            throw Anchor::FileError(move.target.string() + ": two files are to go there");
+            throw Anchor::FileError(move.target.string() + ": is the target of two files");
         checkMount(move);
     }
     for (Move& move : moves_)
@@ -210,7 +210,7 @@ void Placement::renameAll() const {
         const auto fail = [&] {
             std::string placed;
             for (std::size_t done = 0; done != number; ++done)
-                placed += (done == 0 ? "in place already: " : ", ") + moves_[done].target.string();
+                placed += (done == 0 ? "already in place: " : ", ") + moves_[done].target.string();
             throw Anchor::FileError(fmt::format("{}: cannot be put in place: {} ({})", move.target.string(),
                                                 systemMessage(failure),
                                                 placed.empty() ? "nothing was put in place" : placed));

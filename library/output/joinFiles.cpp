@@ -54,8 +54,8 @@ public:
         require(out_.close());
         if (static_cast<std::uint64_t>(joined.st_size) != written_)
             throw Anchor::FileError(
-                fmt::format("{}: cannot be added to: {} bytes were written, and {} arrived", head_.string(),
-                            written_, joined.st_size));
+                fmt::format("{}: cannot be appended to: {} bytes were written, and {} arrived",
+                            head_.string(), written_, joined.st_size));
         JoinedFile result{path_, Anchor::FileState(status)};
         isDone_ = true;
         return result;
@@ -84,7 +84,7 @@ private:
         }
         written_ += copied;
         if (copied != static_cast<std::uint64_t>(status.st_size))
-            throw Anchor::FileError(fmt::format("{}: cannot be added to: {} bytes were read of {}",
+            throw Anchor::FileError(fmt::format("{}: cannot be appended to: {} bytes were read of {}",
                                                 head_.string(), copied, status.st_size));
         return status;
     }
@@ -96,7 +96,7 @@ private:
 
     [[noreturn]] void fail(int error) const {
         throw Anchor::FileError(
-            fmt::format("{}: cannot be added to: {}", head_.string(), systemMessage(error)));
+            fmt::format("{}: cannot be appended to: {}", head_.string(), systemMessage(error)));
     }
 
     const fs::path& head_;

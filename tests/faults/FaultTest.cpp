@@ -314,9 +314,10 @@ TEST_P(Faults, NoSignalBreaksAnOutput) {
                         << GetParam().name << ", signal " << signal << " at " << kind << " " << number << ": "
                         << name;
                 }
-                if (signal == SIGTERM)
+                if (signal == SIGTERM) {
                     EXPECT_THAT(result.status, ::testing::AnyOf(0, 130))
                         << kind << " " << number << result.err;
+                }
             }
         }
     }

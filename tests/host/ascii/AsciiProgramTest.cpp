@@ -326,7 +326,7 @@ TEST_F(AsciiProgramTest, GridsHaveTheirReferenceSystemBesideThem) {
         fs::remove(place_.path() / grid);
     fs::remove(place_.path() / "out/CellType/w.prj");
     EXPECT_THAT(run({"in.h5", "-o", "out", "--crs", "EPSG:25832", "--grid", "dem"}).err,
-                HasSubstr("w.prj: exists already"));
+                HasSubstr("w.prj: already exists"));
     EXPECT_EQ(run({"in.h5", "-o", "none", "--grid", "dem"}).status, 0);
     EXPECT_FALSE(tree("none").contains("Height/w.prj"));
     EXPECT_THAT(run({"in.h5", "-o", "added", "--crs", "EPSG:25832", "--grid", "dem", "--append"}).err,

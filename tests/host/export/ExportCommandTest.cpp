@@ -159,8 +159,7 @@ TEST_F(ExportTest, TheExporterGetsAnExtensionAndTheUserTheNameAsGiven) {
     format.atTheEnd = [&](LabelExporter& exporter) { seen = exporter.OutputPath; };
     EXPECT_EQ(run("out.d/cloud", {{0, "g"}}), 0);
     EXPECT_EQ(fs::path(seen).filename(), "cloud.lbl");
-    EXPECT_EQ(fs::path(seen).parent_path().parent_path(), folder_ / "out.d");
-    EXPECT_EQ(fs::path(seen).parent_path().filename().string().find('.'), std::string::npos);
+    EXPECT_EQ(fs::path(seen).parent_path().string().find('.'), std::string::npos);
     EXPECT_EQ(files(), (Files{{"out.d/", ""}, {"out.d/cloud", "0 g"}}));
 }
 
@@ -248,7 +247,8 @@ TEST_F(ExportTest, ARunThatFailsPutsNothingInPlace) {
 TEST_F(ExportTest, AFailedStreamPutsNothingInPlace) {
     format.atTheEnd = [](LabelExporter& exporter) { exporter.record({exporter.OutputPath, 3, 1, true}); };
     EXPECT_FALSE(run("new/a.lbl", {{0, "g"}}));
-    EXPECT_EQ(thrown, (folder_ / "new/a.lbl") + ": writing failed");
+    EXPECT_EQ(thrown, (folder_ / "new/a.lbl") +
+                          ": writing failed: not everything arrived, and the system gave no reason");
     EXPECT_THAT(files(), IsEmpty());
 }
 

@@ -218,7 +218,7 @@ TEST_F(PlacementTest, FoldersThatWereMadeForFilesThatDidNotComeAreRemoved) {
     placement.add(file("s1", "one"), place_ / "made/by/one/a");
     placement.add(place_ / "missing", place_ / "kept/made/b");
     placement.add(file("s3", "three"), place_ / "made/by/three/c");
-    EXPECT_THAT(messageOf([&] { placement.commit(); }), ::testing::HasSubstr("in place already: "));
+    EXPECT_THAT(messageOf([&] { placement.commit(); }), ::testing::HasSubstr("already in place: "));
     EXPECT_TRUE(fs::exists(place_ / "made/by/one/a"));
     EXPECT_FALSE(fs::exists(place_ / "made/by/three"));
     EXPECT_TRUE(fs::is_empty(place_ / "kept"));
