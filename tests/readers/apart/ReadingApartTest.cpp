@@ -271,6 +271,21 @@ TEST_F(ReadingApart, ProgramThatTheHostStartsInheritsNothing) {
               0);
 }
 
+TEST_F(ReadingApart, HostWhoseFilesMayNotGrowGetsTheSameValues) {
+    const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    std::vector<double> numbers(400'000);
+    for (std::size_t i = 0; i < numbers.size(); ++i)
+        numbers[i] = static_cast<double>(i);
+    Support::GridBuilder(*bundle, 0, "g").field("N", "a", numbers);
+    Tidewatch::writeBundleFile(*bundle, file_);
+    EXPECT_EQ(inChild([&] {
+                  const rlimit limit{1000, 1000};
+                  ::setrlimit(RLIMIT_FSIZE, &limit);
+                  return Support::bundleText(*read(file_)) == Support::bundleText(*bundle) ? 0 : 1;
+              }),
+              0);
+}
+
 TEST_F(ReadingApart, ReadOfADescriptorThatFailsIsAFileErrorAndNoDamage) {
     const int descriptor = ::open(file_.c_str(), O_WRONLY | O_CLOEXEC);
     ASSERT_GE(descriptor, 0);
