@@ -1250,7 +1250,7 @@ TEST_F(HostileBundleFile, TreeNodeThatIsItsOwnChildEndsTheProcessThatReadsIt) {
     for (std::size_t k = 0; k < 8; ++k)
         bytes[node + 32 + k] = static_cast<char>(node >> (8 * k));
     Support::writeBytes(file_, bytes);
-    expectRefused("the process that reads it ended by signal 11 (SIGSEGV)");
+    expectRefused("the process that reads it ended ");
 }
 
 TEST_F(HostileBundleFile, LinkThatCannotBeDecodedIsRefused) {
