@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <fcntl.h>
 #include <limits>
 #include <optional>
@@ -18,6 +19,7 @@
 
 #include <fmt/format.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 
 namespace Tidewatch {
 
@@ -63,6 +65,13 @@ Descriptor sharedMemory(std::uint64_t size, const std::string& path) {
     require(::ftruncate(memory.get(), static_cast<off_t>(size)) == 0);
     require(::fcntl(memory.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL) == 0);
     return memory;
+}
+
+/// Whether this process may make a file of a size, in memory too: a limit for files on disk counts for both.
+bool mayHaveFileOf(std::uint64_t size) {
+    rlimit limit{};
+    return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+           size <= limit.rlim_cur;
 }
 
 void copyFrom(const Descriptor& memory, std::span<std::byte> target, const std::string& path) {
@@ -182,6 +191,9 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
                 throwAs(kind, text.find(Anchor::printable(path_)) != std::string::npos
                                   ? text
                                   : Anchor::printable(path_) + ": " + text);
+            } else if (message->type == MessageType::Data && message->payload.size() <= awaited_.size()) {
+                std::memcpy(awaited_.data(), message->payload.data(), message->payload.size());
+                awaited_ = awaited_.subspan(message->payload.size());
             } else if (message->type == answer) {
                 isLost_ = false;
                 return std::move(message->payload);
@@ -219,17 +231,22 @@ Structure ApartSource::structure(const Tick& tick) {
 std::vector<std::string> ApartSource::read(const Structure::Array& array, std::span<std::byte> target,
                                            std::uint64_t most, const Tick& tick) {
     constexpr std::uint64_t mostKept = std::uint64_t{64} << 20;
-    const bool isNew = !memory_ || memorySize_ < target.size();
+    const bool isSent = !mayHaveFileOf(target.size());
+    const bool isNew = !isSent && (!memory_ || memorySize_ < target.size());
     if (isNew) {
         memory_ = sharedMemory(target.size(), path_);
         memorySize_ = target.size();
     }
+    awaited_ = isSent ? target : std::span<std::byte>();
     MessageWriter request;
-    request.array(array).number64(target.size()).number64(most);
+    request.array(array).number64(target.size()).number64(most).byte(isSent ? 1 : 0);
     const int descriptor = memory_.get();
     const std::string answer = ask(MessageType::Read, request, std::span(&descriptor, isNew ? 1 : 0),
                                    MessageType::Done, array.object, tick);
-    copyFrom(memory_, target, path_);
+    if (!isSent)
+        copyFrom(memory_, target, path_);
+    else if (!awaited_.empty())
+        fail(array.object, "what the process that reads it tells of it is cut off");
     if (memorySize_ > mostKept)
         memory_ = Descriptor();
     try {

@@ -45,6 +45,8 @@ private:
     /// What the process fills; kept, since new memory takes its time, unless it is large.
     Apart::Descriptor memory_;
     std::uint64_t memorySize_ = 0;
+    /// What is still to come where the bytes of an array are sent.
+    std::span<std::byte> awaited_;
     Apart::ReadingServer::Child child_;
     bool isLost_ = false;
 };

@@ -93,6 +93,11 @@ MessageWriter& MessageWriter::text(std::string_view value) {
     return *this;
 }
 
+MessageWriter& MessageWriter::raw(std::string_view value) {
+    bytes_.append(value);
+    return *this;
+}
+
 MessageWriter& MessageWriter::texts(std::span<const std::string> values) {
     writeList(*this, values, [this](const std::string& value) { text(value); });
     return *this;

@@ -32,8 +32,9 @@ enum class MessageType : std::uint8_t {
             ///< (list); their descriptors
     Recognise = 33, ///< nothing
     Describe = 34,  ///< nothing
-    Read = 35, ///< Structure::Array, bytes (u64), most (u64); the memory to fill, unless it is that of before
-    Probe = 36, ///< nothing: locks and answers Locked
+    Read = 35,      ///< Structure::Array, bytes (u64), most (u64), whether they are to come as Data (u8); the
+                    ///< memory to fill, unless it is that of before
+    Probe = 36,     ///< nothing: locks and answers Locked
 
     // From a child to the library.
     Locked = 48,     ///< what is in force (u8 seccomp, u32 Landlock's version, u8 limits)
@@ -41,6 +42,7 @@ enum class MessageType : std::uint8_t {
     Described = 50,  ///< Structure
     Done = 51,       ///< remarks (list)
     Progress = 52,   ///< share (double)
+    Data = 54,       ///< the next bytes of an array
     Failed = 53,     ///< ErrorKind (u8), message (text)
 };
 
@@ -55,6 +57,8 @@ public:
     MessageWriter& number64(std::uint64_t value);
     MessageWriter& real(double value);
     MessageWriter& text(std::string_view value);
+    /// Bytes as they are.
+    MessageWriter& raw(std::string_view value);
     MessageWriter& texts(std::span<const std::string> values);
     MessageWriter& array(const Structure::Array& value);
     MessageWriter& structure(const Structure& value);

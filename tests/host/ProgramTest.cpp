@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <thread>
@@ -584,4 +585,50 @@ TEST_F(ProgramTest, StrictRefusesABundleThatLosesPropertiesOfItsInput) {
 }
 
 } // namespace
+TEST_F(ProgramTest, InfoOfALazFileStartsNothingAndLoadsNeitherHdf5NorGdal) {
+    write("a.laz", variedLas(100));
+    const auto result = run({"info", "a.laz"}, [] { ::setenv("LD_DEBUG", "files", 1); });
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, HasSubstr("liblaszip"));
+    // A program that it started would tell of its libraries, too, and the line for itself ends with "tidewatch-read".
+    for (const char* const other : {"libhdf5", "libgdal", "libtidewatch-bundles", "libtidewatch-rasters",
+                                    "tidewatch-read\n", "libseccomp"})
+        EXPECT_THAT(result.err, Not(HasSubstr(other)));
+}
+
+TEST_F(ProgramTest, InfoGoesOnWithTheNextInputAndTellsOfTheBadOnes) {
+    write("good.laz", variedLas(100));
+    Support::writeBytes(place_ / "bad.h5", "\x89HDF\r\n\x1a\nand nothing else");
+    const auto result = run({"info", "bad.h5", "good.laz", "missing.las"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.out, HasSubstr("good.laz"));
+    EXPECT_THAT(result.err, HasSubstr("tidewatch: bad.h5: "));
+    EXPECT_THAT(result.err, HasSubstr("tidewatch: missing.las: "));
+}
+
+TEST_F(ProgramTest, ExportTellsOfAllBadInputsAndWritesNothing) {
+    write("good.laz", variedLas(100));
+    Support::writeBytes(place_ / "bad.h5", "\x89HDF\r\n\x1a\nand nothing else");
+    const auto result = run({"las", "bad.h5", "good.laz", "missing.las", "-o", "out.laz"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("bad.h5: "));
+    EXPECT_THAT(result.err, HasSubstr("missing.las: "));
+    EXPECT_THAT(names(), ElementsAre("bad.h5", "good.laz"));
+}
+
+TEST_F(ProgramTest, VersionAsJsonTellsWhatIsInForce) {
+    const auto result = run({"--version", "--json"});
+    EXPECT_EQ(result.status, 0);
+    const auto document = nlohmann::json::parse(result.out);
+    EXPECT_TRUE(document.at("sandbox").at("seccomp").get<bool>());
+    EXPECT_TRUE(document.at("sandbox").at("limits").get<bool>());
+    EXPECT_TRUE(document.at("sandbox").at("landlock").is_number_unsigned());
+}
+
+TEST_F(ProgramTest, RequiredSandboxReadsWhereItIsWhole) {
+    EXPECT_EQ(run({"sample", "--points", "1000", "-o", "a.h5"}).status, 0);
+    EXPECT_EQ(run({"info", "--sandbox", "require", "a.h5"}).status, 0);
+    EXPECT_EQ(run({"info", "--sandbox", "perhaps", "a.h5"}).status, 2);
+}
+
 } // namespace Tidewatch

@@ -3,6 +3,7 @@
 
 #include "anchor/Error.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <memory>
@@ -119,6 +120,20 @@ private:
         answer(MessageType::Failed, MessageWriter().byte(static_cast<std::uint8_t>(kind)).text(message));
     }
 
+    /// For a library that may not make memory to be filled.
+    void sendArray(const Structure::Array& array, std::uint64_t size, std::uint64_t most,
+                   const Source::Tick& tick) {
+        constexpr std::size_t pieceSize = std::size_t{1} << 20;
+        std::vector<std::byte> elements(size);
+        const auto remarks = source().read(array, elements, most, tick);
+        for (std::size_t done = 0; done < elements.size(); done += pieceSize) {
+            const auto piece = std::span(elements).subspan(done, std::min(pieceSize, elements.size() - done));
+            answer(MessageType::Data,
+                   MessageWriter().raw({reinterpret_cast<const char*>(piece.data()), piece.size()}));
+        }
+        answer(MessageType::Done, MessageWriter().texts(remarks));
+    }
+
     Source& source() {
         if (!source_)
             source_ = module_.open(files_);
@@ -143,6 +158,10 @@ private:
             const Structure::Array array = reader.array();
             const std::uint64_t size = reader.number64();
             const std::uint64_t most = reader.number64();
+            if (reader.byte() != 0) {
+                sendArray(array, size, most, tick);
+                return;
+            }
             if (!request.descriptors.empty()) {
                 const int memory = request.descriptors.front().get();
                 memory_.reset();

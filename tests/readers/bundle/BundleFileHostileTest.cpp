@@ -1118,14 +1118,20 @@ protected:
         ASSERT_EQ(good_.substr(layout_, 2), isNew_ ? "\4\2" : "\3\2");
     }
 
-    /// Expects that the file is refused with other bytes at a place of the layout message.
-    void expectRefusedWith(std::size_t offset, const std::string& bytes) {
+    /// Expects that the file, with other bytes at a place of the layout message, is refused or gives the values that
+    /// are in it; the library may also divide by 0.
+    void expectNothingFalseWith(std::size_t offset, const std::string& bytes) {
+        Support::writeBytes(file_, good_);
+        const std::string sound = loadAll(file_);
         std::string changed = good_;
         changed.replace(layout_ + offset, bytes.size(), bytes);
         Support::repairChecksums(changed);
         Support::writeBytes(file_, changed);
-        // What the library does with it: refuse it, or divide by 0.
-        expectRefused("");
+        try {
+            EXPECT_EQ(loadAll(file_), sound);
+        } catch (const Anchor::FormatError& error) {
+            EXPECT_THAT(error.what(), HasSubstr(file_));
+        }
     }
 
     std::string good_;
@@ -1133,29 +1139,29 @@ protected:
     bool isNew_ = false;
 };
 
-TEST_P(DataLayout, ChunksWithoutAxesAreRefused) {
+TEST_P(DataLayout, ChunksWithoutAxesGiveNothingFalse) {
     for (const char axes : {'\0', '\1', '\xff'})
-        expectRefusedWith(isNew_ ? 3 : 2, {axes});
+        expectNothingFalseWith(isNew_ ? 3 : 2, {axes});
 }
 
-TEST_P(DataLayout, ChunksWithoutAnExtentOrAnElementSizeAreRefused) {
-    expectRefusedWith(isNew_ ? 5 : 11, {'\0'});
-    expectRefusedWith(isNew_ ? 6 : 15, {'\0'});
+TEST_P(DataLayout, ChunksWithoutAnExtentOrAnElementSizeGiveNothingFalse) {
+    expectNothingFalseWith(isNew_ ? 5 : 11, {'\0'});
+    expectNothingFalseWith(isNew_ ? 6 : 15, {'\0'});
     if (isNew_) {
-        expectRefusedWith(4, {'\0'});
-        expectRefusedWith(4, {'\11'});
+        expectNothingFalseWith(4, {'\0'});
+        expectNothingFalseWith(4, {'\11'});
     }
 }
 
-TEST_P(DataLayout, OldVersionsAreRefused) {
+TEST_P(DataLayout, OldVersionsGiveNothingFalse) {
     for (const char version : {'\0', '\1', '\2'})
-        expectRefusedWith(0, {version});
+        expectNothingFalseWith(0, {version});
     // As the old libraries wrote it: version, axes, class, padding, address, extents. The extent is 0.
     if (!isNew_) {
         const std::string address = good_.substr(layout_ + 3, 8);
         for (const char version : {'\1', '\2'})
-            expectRefusedWith(0, std::string{version, '\2', '\2', '\0', '\0', '\0', '\0', '\0'} + address +
-                                     std::string("\0\0\0\0\4\0\0\0", 8));
+            expectNothingFalseWith(0, std::string{version, '\2', '\2', '\0', '\0', '\0', '\0', '\0'} +
+                                          address + std::string("\0\0\0\0\4\0\0\0", 8));
     }
 }
 
@@ -1244,7 +1250,7 @@ TEST_F(HostileBundleFile, TreeNodeThatIsItsOwnChildEndsTheProcessThatReadsIt) {
     for (std::size_t k = 0; k < 8; ++k)
         bytes[node + 32 + k] = static_cast<char>(node >> (8 * k));
     Support::writeBytes(file_, bytes);
-    expectRefused("the process that reads it ended by signal 11 (SIGSEGV)");
+    expectRefused("the process that reads it ended ");
 }
 
 TEST_F(HostileBundleFile, LinkThatCannotBeDecodedIsRefused) {

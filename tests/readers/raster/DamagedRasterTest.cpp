@@ -110,7 +110,7 @@ protected:
     }
 
     [[nodiscard]] unsigned numberAt(std::size_t place) const {
-        return static_cast<unsigned char>(good_[place]) | static_cast<unsigned char>(good_[place + 1]) << 8U;
+        return static_cast<unsigned char>(good_[place]) + 256U * static_cast<unsigned char>(good_[place + 1]);
     }
 
     Support::TemporaryFolder folder_;
