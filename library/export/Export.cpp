@@ -46,6 +46,21 @@ std::string renamed(std::string text, const std::string& folder, const std::stri
     return text;
 }
 
+/// Returns what `work` does; errors about a folder name it as the user knows it.
+template <class Work>
+auto withFolderNamed(const std::string& folder, const std::string& name, Work&& work) {
+    try {
+        return work();
+    } catch (const Anchor::FormatError& error) {
+        throw Anchor::FormatError(renamed(error.what(), folder, name));
+    } catch (const Anchor::FileError& error) {
+        throw Anchor::FileError(renamed(error.what(), folder, name));
+    } catch (const fs::filesystem_error& error) {
+        throw Anchor::FileError(
+            fmt::format("{}: {}", renamed(error.path1().string(), folder, name), error.code().message()));
+    }
+}
+
 } // namespace
 
 class Export::Impl {
@@ -169,14 +184,15 @@ bool Export::Impl::runOnce(const RunScope& scope) {
     const fs::path name = format_->exporterOutput(scope);
     exporter.OutputPath = (name.empty() ? folder.path() : folder.path() / name).string();
 
-    const bool completed = exporter.Run();
+    const fs::path output = scope.output;
+    const fs::path folderOfOutput = format_->fillsFolder() ? output : output.parent_path();
+    const std::string place = folderOfOutput.empty() ? "." : folderOfOutput.string();
+    const bool completed = withFolderNamed(folder.path().string(), place, [&] { return exporter.Run(); });
     run->recorder().finish(exporter.writtenFiles());
     progress_->check();
     // Users know the output by its own name.
-    const fs::path output = scope.output;
-    const std::string place = format_->fillsFolder() ? output.string() : output.parent_path().string();
     for (const std::string& error : exporter.Errors)
-        report_.errors.push_back(renamed(error, folder.path().string(), place.empty() ? "." : place));
+        report_.errors.push_back(renamed(error, folder.path().string(), place));
     if (completed)
         collectFiles(*run, folder);
     return completed;
@@ -208,7 +224,9 @@ void Export::Impl::collectFiles(ExportRun& run, const StagingFolder::Run& folder
     for (const fs::path& file : files) {
         const auto& [grids, number] = originOf.at(file);
         const fs::path place = target(file);
-        run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
+        withFolderNamed((folder.path() / file).string(), place.string(), [&] {
+            run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
+        });
         placement_.add(folder.name() / file, place, mode());
         noteFile(place, record[number], grids);
         if (format_->addsToFiles())

@@ -170,13 +170,17 @@ StagingFolder::Run StagingFolder::beginRun() {
 
 void StagingFolder::removeOrphans() {
     const Maker self = Maker::thisProcess();
-    std::error_code ignored;
-    for (fs::directory_iterator entry(place_, ignored), end; !ignored && entry != end;
-         entry.increment(ignored)) {
-        const std::string name = entry->path().filename().string();
+    std::vector<std::string> names;
+    try {
+        names = namesIn(place_);
+    } catch (const std::system_error&) {
+        // A folder that may be written to and not listed keeps its orphans.
+        return;
+    }
+    for (const std::string& name : names) {
         if (!name.starts_with(namePrefix) || name.size() != namePrefix.size() + 6 || name == name_)
             continue;
-        const Descriptor note(::open((entry->path() / noteName).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        const Descriptor note(::open((place_ / name / noteName).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
         std::array<char, 1024> text{};
         const ssize_t size = note.isOpen() ? ::pread(note.number(), text.data(), text.size(), 0) : -1;
         const auto maker =
@@ -186,7 +190,7 @@ void StagingFolder::removeOrphans() {
         if (maker->host != self.host || maker->boot != self.boot) {
             leftovers_.push_back(fmt::format(
                 "{}: unfinished files of process {} on {}; remove them if it has ended",
-                entry->path().string(), Anchor::printable(maker->process), Anchor::printable(maker->host)));
+                (place_ / name).string(), Anchor::printable(maker->process), Anchor::printable(maker->host)));
         } else if (tryToLock(note)) {
             removeTree(placeHandle_.number(), name.c_str());
         }
@@ -234,9 +238,8 @@ StagingFolder::Run::verify(std::span<const ConvLib::WrittenFile> record,
             throw Anchor::FileError(fmt::format("{}: {} bytes were written, but the file has {}",
                                                 target(relative).string(), bytes, size));
     }
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path_)) {
-        const fs::path relative = entry.path().lexically_relative(path_);
-        if (!entry.is_directory() && !bytesOf.contains(relative))
+    for (const fs::path& relative : filesBelow(path_)) {
+        if (!bytesOf.contains(relative))
             throw Anchor::FileError(target(relative).string() +
                                     ": a file of that name was written without a record");
     }

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <memory>
+#include <system_error>
 #include <unistd.h>
 
 #include <sys/sysmacros.h>
@@ -82,6 +84,38 @@ int emptyFolder(int folder) noexcept {
 }
 
 } // namespace
+
+std::vector<std::string> namesIn(const std::filesystem::path& folder) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir(folder.c_str()), &::closedir);
+    std::vector<std::string> names;
+    for (;;) {
+        errno = 0;
+        const dirent* const entry = stream ? ::readdir(stream.get()) : nullptr;
+        if (entry == nullptr) {
+            if (errno != 0)
+                throw std::system_error(errno, std::generic_category(), folder.string());
+            return names;
+        }
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+            names.emplace_back(entry->d_name);
+    }
+}
+
+std::vector<std::filesystem::path> filesBelow(const std::filesystem::path& folder) {
+    std::vector<std::filesystem::path> files;
+    for (const std::string& name : namesIn(folder)) {
+        struct stat status {};
+        if (::lstat((folder / name).c_str(), &status) != 0)
+            throw std::system_error(errno, std::generic_category(), (folder / name).string());
+        if (!S_ISDIR(status.st_mode)) {
+            files.emplace_back(name);
+            continue;
+        }
+        for (const std::filesystem::path& file : filesBelow(folder / name))
+            files.push_back(name / file);
+    }
+    return files;
+}
 
 int removeTree(int parent, const char* name) noexcept {
     const int folder = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -55,5 +57,13 @@ struct Mount {
 /// Removes a folder of `parent` with all that it holds; links in it are removed, not followed. 0, or the error
 /// number of the first thing that stayed.
 int removeTree(int parent, const char* name) noexcept;
+
+/// The names of what is in a folder, "." and ".." left out. Throws std::system_error. (The iterators of std::filesystem
+/// end the process when they get no memory.)
+[[nodiscard]] std::vector<std::string> namesIn(const std::filesystem::path& folder);
+
+/// Everything below a folder that is not a folder, by its path from there; links are not followed. Throws
+/// std::system_error.
+[[nodiscard]] std::vector<std::filesystem::path> filesBelow(const std::filesystem::path& folder);
 
 } // namespace Tidewatch
