@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Visibility.hpp"
+
 #include <optional>
 #include <string>
 #include <typeinfo>
