@@ -1055,7 +1055,7 @@ protected:
         ASSERT_NE(start, std::string::npos);
         const std::size_t head = start + name.size() + 1;
         std::size_t changed = 0;
-        for (std::size_t place = head; place < head + 48; ++place) {
+        for (std::size_t place = head; place < head + 48 && place + 4 <= bytes.size(); ++place) {
             if (Support::Detail::numberAt(bytes, place, 4) == from) {
                 bytes[place] = to;
                 ++changed;
