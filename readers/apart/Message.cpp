@@ -204,7 +204,7 @@ Structure::Field MessageReader::field() {
         piece.array = array();
         if (byte() == 0)
             continue;
-        piece.lattice.emplace();
+        piece.lattice = Structure::Lattice{};
         for (std::size_t axis = 0; axis < 3; ++axis) {
             piece.lattice->origin[axis] = real();
             piece.lattice->spacing[axis] = real();

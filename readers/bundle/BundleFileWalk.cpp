@@ -87,7 +87,7 @@ constexpr std::string_view pointName = Sheaf::ElementTraits<Sheaf::Element::Poin
 
 Structure::Piece uniformPiece(const Hdf5::Object& group) {
     Structure::Piece piece;
-    piece.lattice.emplace();
+    piece.lattice = Structure::Lattice{};
     piece.lattice->origin = triple(group, BundleFormat::origin);
     piece.lattice->spacing = triple(group, BundleFormat::spacing);
     if (!std::all_of(piece.lattice->spacing.begin(), piece.lattice->spacing.end(), BundleFormat::isSpacing))

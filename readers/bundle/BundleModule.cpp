@@ -9,8 +9,8 @@
 extern "C" TIDEWATCH_API Tidewatch::GetModule tidewatch_module;
 extern "C" TIDEWATCH_API Tidewatch::WriteBundleFile tidewatch_write_bundle_file;
 
-const Tidewatch::SourceModule& tidewatch_module() {
-    return Tidewatch::bundleModule();
+const Tidewatch::SourceModule* tidewatch_module() {
+    return &Tidewatch::bundleModule();
 }
 
 void tidewatch_write_bundle_file(const Sheaf::Bundle& bundle, const std::string& path,

@@ -8,6 +8,6 @@
 
 extern "C" TIDEWATCH_API Tidewatch::GetModule tidewatch_module;
 
-const Tidewatch::SourceModule& tidewatch_module() {
-    return Tidewatch::rasterModule();
+const Tidewatch::SourceModule* tidewatch_module() {
+    return &Tidewatch::rasterModule();
 }

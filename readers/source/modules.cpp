@@ -101,7 +101,7 @@ const SourceModule& loadModule(ModuleKind kind, const std::string& folder) {
     void* const function = ::dlsym(handleOf(kind, folder), "tidewatch_module");
     if (function == nullptr)
         throw Anchor::FileError(Places::moduleName(kind) + ": is not a module of this program");
-    const SourceModule& loaded = reinterpret_cast<GetModule*>(function)();
+    const SourceModule& loaded = *reinterpret_cast<GetModule*>(function)();
     if (loaded.version() != TIDEWATCH_VERSION)
         throw Anchor::FileError(fmt::format("{}: is of version {}, and version {} is needed",
                                             Places::moduleName(kind), loaded.version(), TIDEWATCH_VERSION));

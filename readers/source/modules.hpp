@@ -40,6 +40,6 @@ void setFolder(std::string folder);
 void provideModule(ModuleKind kind, const SourceModule& module);
 
 /// What a module exports as "tidewatch_module".
-using GetModule = const SourceModule&();
+using GetModule = const SourceModule*();
 
 } // namespace Tidewatch

@@ -141,11 +141,11 @@ std::vector<sock_filter> makeFilter() {
     rule(SCMP_ACT_ALLOW, SCMP_SYS(mprotect), SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
     rule(SCMP_ACT_ERRNO(ENOTTY), SCMP_SYS(ioctl));
     for (const int command : {F_GETFD, F_SETFD, F_GETFL, F_GETLK, F_SETLK, F_DUPFD, F_DUPFD_CLOEXEC})
-        rule(SCMP_ACT_ALLOW, SCMP_SYS(fcntl), SCMP_A1(SCMP_CMP_EQ, static_cast<scmp_datum_t>(command)));
+        rule(SCMP_ACT_ALLOW, SCMP_SYS(fcntl), SCMP_A1(SCMP_CMP_EQ, static_cast<scmp_datum_t>(command), 0));
     // To look at limits, not to change them.
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(prlimit64), SCMP_A0(SCMP_CMP_EQ, 0), SCMP_A2(SCMP_CMP_EQ, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(prlimit64), SCMP_A0(SCMP_CMP_EQ, 0, 0), SCMP_A2(SCMP_CMP_EQ, 0, 0));
     // abort() sends its own process a signal.
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(tgkill), SCMP_A0(SCMP_CMP_EQ, numberOfProcess));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(tgkill), SCMP_A0(SCMP_CMP_EQ, numberOfProcess, 0));
     // The answers of the newest calls, which their users take for an old kernel.
     rule(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3));
     rule(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(statx));

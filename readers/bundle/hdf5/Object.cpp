@@ -131,6 +131,8 @@ std::optional<Object> Object::findChild(const std::string& name) const {
 }
 
 AttributeHandle Object::findAttribute(const char* name) const {
+    // Looked at before the library decodes it, and reads on where it is cut off.
+    const auto found = stored(name);
     const htri_t exists = H5Aexists(id(), name);
     if (exists < 0)
         failWithReason("the attributes cannot be read");
@@ -139,7 +141,13 @@ AttributeHandle Object::findAttribute(const char* name) const {
     AttributeHandle attribute(H5Aopen(id(), name, H5P_DEFAULT));
     if (!attribute)
         failWithReason(quoted(name) + " cannot be opened");
-    requireStored(attribute.get(), name);
+    const DatatypeHandle type(H5Aget_type(attribute.get()));
+    const std::size_t size = type ? H5Tget_size(type.get()) : 0;
+    if (size == 0)
+        failWithReason(quoted(name) + " cannot be read");
+    // Elsewhere than in the header, the library itself knows how much there is.
+    if (found && found->data.size() / size < valueCount(attribute.get(), name))
+        fail(quoted(name) + " is cut off");
     return attribute;
 }
 
@@ -156,17 +164,6 @@ std::optional<StoredAttribute> Object::stored(const char* name) const {
     } catch (const Anchor::FormatError& error) {
         fail(quoted(name) + " " + error.what());
     }
-}
-
-void Object::requireStored(hid_t attribute, const char* name) const {
-    const auto found = stored(name);
-    const DatatypeHandle type(H5Aget_type(attribute));
-    const std::size_t size = type ? H5Tget_size(type.get()) : 0;
-    if (size == 0)
-        failWithReason(quoted(name) + " cannot be read");
-    // Elsewhere than in the header, the library itself knows how much there is.
-    if (found && found->data.size() / size < valueCount(attribute, name))
-        fail(quoted(name) + " is cut off");
 }
 
 std::size_t Object::valueCount(hid_t attribute, const char* name) const {

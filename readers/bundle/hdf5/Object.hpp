@@ -74,8 +74,6 @@ private:
     [[nodiscard]] AttributeHandle findAttribute(const char* name) const;
     /// What the header stores for an attribute; nothing where that is elsewhere.
     [[nodiscard]] std::optional<StoredAttribute> stored(const char* name) const;
-    /// Throws unless an attribute has all the data that it says it has.
-    void requireStored(hid_t attribute, const char* name) const;
     /// The text of an attribute of variable length.
     [[nodiscard]] std::string longText(const char* name) const;
     /// The number of values of an attribute; bounded, so that it can be allocated.

@@ -42,13 +42,23 @@ void requireWholeType(Bytes type) {
         fail("is cut off");
 }
 
-/// The same for a dataspace message.
-void requireWholeSpace(Bytes space) {
+/// The number of elements that a dataspace message states; throws unless it has all that it says it has.
+std::uint64_t elementCount(Bytes space) {
     if (space.size() < 4)
         fail("is cut off");
+    const std::size_t headSize = space[0] == 1 ? 8 : 4;
     const std::size_t extents = std::size_t{8} * space[1] * ((space[2] & 1U) != 0 ? 2 : 1);
-    if (space.size() < (space[0] == 1 ? 8 : 4) + extents)
+    if (space.size() < headSize + extents)
         fail("is cut off");
+    constexpr unsigned none = 2;
+    if (space[0] != 1 && space[3] == none)
+        return 0;
+    std::uint64_t count = 1;
+    for (std::size_t axis = 0; axis < space[1]; ++axis) {
+        if (__builtin_mul_overflow(count, littleEndian(space, headSize + 8 * axis, 8), &count))
+            fail("has extents beyond all bounds");
+    }
+    return count;
 }
 
 /// Looks through the messages of one object header for an attribute.
@@ -156,7 +166,10 @@ private:
             fail("has a type that stands elsewhere in the file");
         const Bytes type = takePart(typeSize);
         requireWholeType(type);
-        requireWholeSpace(takePart(spaceSize));
+        const std::uint64_t count = elementCount(takePart(spaceSize));
+        const std::uint64_t elementSize = littleEndian(type, 4, 4);
+        if (elementSize != 0 && message.size() / elementSize < count)
+            fail("is cut off");
         found_.emplace();
         found_->type.assign(type.begin(), type.end());
         found_->data.assign(message.begin(), message.end());
