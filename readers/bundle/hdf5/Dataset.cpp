@@ -68,8 +68,13 @@ void Dataset::readShape() {
         static_cast<std::size_t>(axes) > mostAxes)
         object_.fail("has no extents that an array could have");
     hsize_t extents[mostAxes] = {};
-    if (H5Sget_simple_extent_dims(space.get(), extents, nullptr) != axes)
+    hsize_t most[mostAxes] = {};
+    if (H5Sget_simple_extent_dims(space.get(), extents, most) != axes)
         object_.failWithReason("the extents cannot be read");
+    for (int axis = 0; axis < axes; ++axis) {
+        if (most[axis] != H5S_UNLIMITED && extents[axis] > most[axis])
+            object_.fail("has extents beyond what it says is their maximum");
+    }
     extents_.assign(extents, extents + axes);
     // Elements of 16 bytes are the largest numbers, so no number type makes the bytes overflow later.
     if (!checkedProduct(extents_, sizeof(long double)))

@@ -78,7 +78,7 @@ herr_t addDataset(hid_t file, const char* name, const ObjectInfo* info, void* da
     const hid_t dataset = H5Dopen2(file, name, H5P_DEFAULT);
     const hid_t space = H5Dget_space(dataset);
     const hssize_t count = H5Sget_simple_extent_npoints(space);
-    if (dataset < 0 || count < 0 || count > 1'000'000)
+    if (dataset < 0 || count < 0 || count > (1 << 24))
         return -1;
     std::vector<double> numbers(static_cast<std::size_t>(count));
     if (H5Dread(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, numbers.data()) < 0)

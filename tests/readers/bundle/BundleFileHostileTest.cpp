@@ -481,6 +481,29 @@ TEST_F(HostileBundleFile, ExtentsThatOverflowAreRefused) {
     });
 }
 
+TEST_F(HostileBundleFile, ExtentsBeyondTheirMaximumAreRefused) {
+    Craft::Properties properties;
+    properties.chunk({3});
+    {
+        const Craft::File file(file_);
+        file.bundle().grid().growingDataset(Craft::fields + "F", {6}, {7}, numbers_.data(), properties.id());
+    }
+    std::string bytes = Support::readBytes(file_);
+    std::size_t changed = 0;
+    // The extent, and its maximum behind it.
+    for (std::size_t place = 0; place + 16 <= bytes.size(); ++place) {
+        if (Support::Detail::numberAt(bytes, place, 8) == 6 &&
+            Support::Detail::numberAt(bytes, place + 8, 8) == 7) {
+            bytes[place] = 9;
+            ++changed;
+        }
+    }
+    ASSERT_EQ(changed, 1u);
+    Support::repairChecksums(bytes);
+    Support::writeBytes(file_, bytes);
+    expectRefused("F: has extents beyond what it says is their maximum");
+}
+
 TEST_F(HostileBundleFile, MoreChunksThanTheFileCanHoldAreRefused) {
     expectRefused("more chunks than a file of this size can hold", [](const Craft::File& file) {
         Craft::Properties properties;
