@@ -222,7 +222,9 @@ void Export::Impl::collectFiles(ExportRun& run, const StagingFolder::Run& folder
     std::set<const ExportedGrid*> inFiles;
     std::map<Grids, std::vector<std::string>> sharedBy;
     for (const fs::path& file : files) {
-        const auto& [grids, number] = originOf.at(file);
+        const Origin& origin = originOf.at(file);
+        const Grids& grids = origin.grids;
+        const std::size_t number = origin.lastRecord;
         const fs::path place = target(file);
         withFolderNamed((folder.path() / file).string(), place.string(), [&] {
             run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
