@@ -4,6 +4,7 @@
 #include "anchor/Error.hpp"
 #include "support/ConsoleCapture.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/systemReason.hpp"
 
 #include <cerrno>
 #include <csignal>
@@ -229,7 +230,7 @@ TEST(StagingFolderVerify, AFailedStreamIsAnErrorThatNamesTheOutput) {
     const StagingFolder::Run folder = staging.beginRun();
     Support::writeBytes(folder.path() / "a", "12");
     EXPECT_EQ(messageOf(folder, {{folder.path() / "a", 2, 1, true, EDQUOT}}),
-              "out/a: writing failed: Disk quota exceeded");
+              "out/a: writing failed: " + Support::systemReason(EDQUOT));
     EXPECT_EQ(messageOf(folder, {{folder.path() / "a", 2, 1, true}}),
               "out/a: writing failed: not everything arrived, and the system gave no reason");
 }
