@@ -13,7 +13,7 @@ constexpr std::size_t headNumbers = 4;
 constexpr std::size_t keyNumbers = 4;
 constexpr std::uint16_t directoryVersion = 1;
 constexpr std::uint16_t revision = 1;
-constexpr std::uint16_t inPlace = 0; ///< the place of a value that stands in the directory itself
+constexpr std::uint16_t inPlace = 0; ///< the place of a value that is in the directory itself
 
 namespace Key {
 constexpr std::uint16_t model = 1024;

@@ -100,7 +100,7 @@ encodeExtraBytesEntry(const Encoding& encoding) {
 }
 
 /// The encoding that an entry of a scalar states; its type is that of a double where the entry is none of a scalar.
-/// Scale and offset are as they stand there, also where they are of no use.
+/// Scale and offset are as they are there, even if they are not used.
 template <class Encoding>
 [[nodiscard]] Encoding decodeExtraBytesEntry(std::span<const std::uint8_t, ExtraBytes::entrySize> entry) {
     const auto text = [&](std::size_t place) {
