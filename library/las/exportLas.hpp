@@ -26,9 +26,10 @@ struct TIDEWATCH_API LasOptions : ExportOptions {
     int pointSourceID;
     /// From fields to attributes, including the exporter's default entries.
     std::map<std::string, std::string> renames;
-    /// Whether grids are carried, their coordinate reference system included, and files conform to LAS 1.4 R15.
-    bool carry = false;
-    bool conforming = false;
+    /// Whether grids are carried whole, their coordinate reference system included, and files conform to LAS 1.4 R15;
+    /// without both, files are what the exporter writes by itself.
+    bool carry = true;
+    bool conforming = true;
     /// Of coordinates, x first; see the exporter.
     std::optional<std::array<double, 3>> step = {};
     std::optional<std::array<double, 3>> offset = {};

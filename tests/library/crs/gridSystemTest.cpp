@@ -221,8 +221,6 @@ TEST_P(ReferenceSystemInLas, IsStatedAsTheVersionHasItAndReadBack) {
     LasOptions options;
     options.output = OutputPattern(folder / "out.las");
     options.version = version;
-    options.carry = true;
-    options.conforming = true;
     options.verify = true;
     const ExportReport report = exportLas(inputs, options);
     ASSERT_TRUE(report.placed);

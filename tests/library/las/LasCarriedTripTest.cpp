@@ -173,8 +173,6 @@ TEST_P(LasCarriedTrip, ChangesNothingThatTheVersionHasAPlaceFor) {
     LasOptions options;
     options.output = OutputPattern(folder / "out.laz");
     options.version = GetParam().version;
-    options.carry = true;
-    options.conforming = true;
     options.verify = true;
     const ExportReport report = exportLas(inputs, options);
     ASSERT_TRUE(report.placed);
