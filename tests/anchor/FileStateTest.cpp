@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "anchor/FileState.hpp"
+
 #include "support/TemporaryFolder.hpp"
 
 #include <filesystem>

@@ -278,7 +278,7 @@ describe('the page', { skip: missing }, () => {
       await new Promise((done) => setTimeout(done, 100));
       names = fs.readdirSync(downloads);
     }
-    assert.deepEqual(names, ['bay _script_alert_1_ _script_.png']);
+    assert.deepEqual(names, ['bay _script_alert_1_script_.png']);
     const bytes = fs.readFileSync(path.join(downloads, names[0]));
     assert.equal(bytes.toString('latin1', 1, 4), 'PNG');
     assert.deepEqual([bytes.readUInt32BE(16), bytes.readUInt32BE(20)], [1280, 800]);
