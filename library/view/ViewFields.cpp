@@ -3,6 +3,7 @@
 
 #include "library/view/ViewColumn.hpp"
 #include "sheaf/ElementTypes.hpp"
+#include "sheaf/UniformCartesianArray.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -102,6 +103,18 @@ std::string heightField(const std::vector<ViewField>& fields) {
     if (!number.empty())
         return number;
     return firstThat([](const ViewField& field) { return field.label != cellTypeField; });
+}
+
+bool isLattice(const Sheaf::Representation& representation) {
+    bool lattice = false;
+    representation.Positions()->forEachFragment([&](const auto&, const Sheaf::Field::Creator& data) {
+        const auto extents = data->extents();
+        // A lattice knows its places without an array; asking for it costs nothing.
+        if (extents && extents->rank() == 3 && (*extents)[2] == 1)
+            lattice = Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data->create(false)).get() != nullptr;
+        return false;
+    });
+    return lattice;
 }
 
 } // namespace Tidewatch

@@ -31,6 +31,9 @@ struct ViewField {
 /// numbers, else the first of numbers but cell types. Empty where there is none, and for pictures.
 [[nodiscard]] std::string heightField(const std::vector<ViewField>& fields);
 
+/// Whether the positions stand on a flat lattice; throws what creators throw.
+[[nodiscard]] bool isLattice(const Sheaf::Representation& representation);
+
 /// The field that says of the cells of a lattice what they are: 0 is none that was surveyed.
 inline constexpr const char* cellTypeField = "CellType";
 

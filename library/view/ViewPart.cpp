@@ -56,6 +56,14 @@ void takeColumns(std::vector<NamedColumn>& columns, const std::vector<ViewField>
 
 } // namespace
 
+std::uint64_t latticeStep(std::uint64_t columns, std::uint64_t rows, std::uint64_t wanted) {
+    std::uint64_t step = 1;
+    const auto left = [&](std::uint64_t places) { return (places + step - 1) / step; };
+    while (left(columns) * left(rows) > std::max<std::uint64_t>(wanted, 4))
+        ++step;
+    return step;
+}
+
 PointPart::PointPart(std::vector<ViewField> fields, std::uint64_t total, std::uint64_t wanted)
     : fields_(std::move(fields)),
       columns_(columnsFor(fields_)) {
@@ -177,9 +185,7 @@ SurfacePart::SurfacePart(const std::vector<ViewField>& fields, const Sheaf::Repr
     if (columns > std::numeric_limits<std::uint32_t>::max() / std::max<std::uint64_t>(rows, 1))
         throw Anchor::LimitError(
             fmt::format("a lattice of {} by {} places is too large for a view", columns, rows));
-    while ((columns / taken_ + 1) * (rows / taken_ + 1) > std::max<std::uint64_t>(wanted, 4) &&
-           taken_ < std::max(columns, rows))
-        ++taken_;
+    taken_ = latticeStep(columns, rows, wanted);
     all_ = {(columns + taken_ - 1) / taken_, (rows + taken_ - 1) / taken_};
     std::vector<std::uint32_t> elements;
     elements.reserve(all_[0] * all_[1]);

@@ -72,6 +72,9 @@ private:
     std::vector<std::uint32_t> chosen_;
 };
 
+/// Every which row and column of a lattice is taken so that there are no more than so many places (but 4 in any case).
+[[nodiscard]] std::uint64_t latticeStep(std::uint64_t columns, std::uint64_t rows, std::uint64_t wanted);
+
 /// A lattice of a fragment, thinned to every k-th row and column.
 class SurfacePart {
 public:

@@ -47,12 +47,22 @@ struct Layer {
     int dimension = 0;
     std::vector<std::int32_t> refinement;
     bool isDefault = false;
+    bool isLattice = false;
     Anchor::StrongPtr<Sheaf::Representation> representation;
     /// Points or places of the input, and how many of them there is room for.
     std::uint64_t of = 0;
     std::uint64_t wanted = 0;
     std::unique_ptr<PointPart> points;
     std::vector<SurfacePart> surfaces;
+
+    /// The part of `wanted` that a fragment of these extents has.
+    [[nodiscard]] std::uint64_t shareOf(const Sheaf::Extents& extents) const {
+        const std::uint64_t places = extents.elementCount().value_or(0);
+        return wanted == of
+                   ? places
+                   : static_cast<std::uint64_t>(static_cast<double>(wanted) * static_cast<double>(places) /
+                                                static_cast<double>(of));
+    }
 
     [[nodiscard]] std::uint64_t chosen() const {
         std::uint64_t count = points ? points->chosen() : 0;
@@ -79,6 +89,7 @@ std::vector<Layer> findLayers(const Sheaf::Bundle& bundle, const Selection& sele
             layer.refinement = skeleton.refinement();
             layer.isDefault = usual.get() == &skeleton;
             layer.representation = representation;
+            layer.isLattice = isLattice(*representation);
             layer.of = elementsOf(*representation->Positions());
             if (layer.of > 0)
                 layers.push_back(std::move(layer));
@@ -88,12 +99,11 @@ std::vector<Layer> findLayers(const Sheaf::Bundle& bundle, const Selection& sele
     return layers;
 }
 
-/// Gives each layer its share of the points: all in proportion, but small ones some in any case.
-void shareOut(std::vector<Layer>& layers, std::uint64_t points) {
-    const std::uint64_t least = std::max<std::uint64_t>(points / (leastShare * layers.size()), 1);
-    std::vector<Layer*> open;
-    for (Layer& layer : layers)
-        open.push_back(&layer);
+/// Gives each of the layers its share of the points: all in proportion, but small ones some in any case.
+void shareOut(std::vector<Layer*> open, std::uint64_t points) {
+    if (open.empty())
+        return;
+    const std::uint64_t least = std::max<std::uint64_t>(points / (leastShare * open.size()), 1);
     std::uint64_t room = points;
     for (bool isSettled = false; !isSettled && !open.empty();) {
         std::uint64_t total = 0;
@@ -115,6 +125,37 @@ void shareOut(std::vector<Layer>& layers, std::uint64_t points) {
         }
         open = std::move(larger);
     }
+}
+
+/// How many places of a lattice there are when it is thinned as its share asks for.
+std::uint64_t placesLeft(const Layer& layer) {
+    std::uint64_t places = 0;
+    layer.representation->Positions()->forEachFragment([&](const auto&, const Sheaf::Field::Creator& data) {
+        if (const auto extents = data->extents(); extents && extents->rank() >= 2) {
+            const std::uint64_t step = latticeStep((*extents)[0], (*extents)[1], layer.shareOf(*extents));
+            places += (((*extents)[0] + step - 1) / step) * (((*extents)[1] + step - 1) / step);
+        }
+        return true;
+    });
+    return places;
+}
+
+/// Lattices are thinned by whole rows and columns; what they leave of their share is for the points.
+void shareOut(std::vector<Layer>& layers, std::uint64_t points) {
+    std::vector<Layer*> all;
+    std::vector<Layer*> clouds;
+    for (Layer& layer : layers) {
+        all.push_back(&layer);
+        if (!layer.isLattice)
+            clouds.push_back(&layer);
+    }
+    shareOut(all, points);
+    std::uint64_t room = points;
+    for (const Layer& layer : layers) {
+        if (layer.isLattice)
+            room -= std::min(room, placesLeft(layer));
+    }
+    shareOut(clouds, room);
 }
 
 /// Reads the layers one after the other, fragment by fragment.

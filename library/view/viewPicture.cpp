@@ -44,18 +44,6 @@ struct Drawn {
     bool isSurface = false;
 };
 
-bool isLattice(const Sheaf::Representation& representation) {
-    bool lattice = false;
-    representation.Positions()->forEachFragment([&](const auto&, const Sheaf::Field::Creator& data) {
-        const auto extents = data->extents();
-        // A lattice knows its places without an array; asking for it costs nothing.
-        if (extents && extents->rank() == 3 && (*extents)[2] == 1)
-            lattice = Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data->create(false)).get() != nullptr;
-        return false;
-    });
-    return lattice;
-}
-
 struct Chosen {
     double time = 0;
     std::size_t slices = 0;

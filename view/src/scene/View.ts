@@ -100,6 +100,45 @@ export function viewOf(center: Vector, radius: number, aspect: number, azimuth: 
   return { target: [...center], distance: (0.88 * radius) / Math.sin(narrow), azimuth, elevation };
 }
 
+/** Where a place is in a picture of that height, in pixels from its middle, to the right and up; far off behind the viewer. */
+export function placeIn(view: View, place: Vector, height: number): [number, number] {
+  const { right, up, forward } = basisOf(view);
+  const from = add(place, eyeOf(view), -1);
+  const depth = Math.max(dot(from, forward), view.distance * 1e-3);
+  const perUnit = view.distance / (depth * unitsPerPixel(view, height));
+  return [dot(from, right) * perUnit, dot(from, up) * perUnit];
+}
+
+/** The margins of a picture that something else covers, in pixels. */
+export interface Margins {
+  left: number;
+  right: number;
+  top: number;
+  bottom: number;
+}
+
+/** A view in which a box around the origin of the scene fills what the margins leave of a picture. */
+export function viewOfBox(extent: Vector, width: number, height: number, margins: Margins, azimuth: number, elevation: number): View {
+  const corners: Vector[] = [];
+  for (const x of [-0.5, 0.5]) for (const y of [-0.5, 0.5]) for (const z of [-0.5, 0.5]) corners.push([x * extent[0], y * extent[1], z * extent[2]]);
+  const room = [Math.max(40, width - margins.left - margins.right), Math.max(40, height - margins.top - margins.bottom)];
+  let view = viewOf([0, 0, 0], Math.hypot(...extent) / 2 || 1, width / height, azimuth, elevation);
+  // Each round brings the box nearer to its place: how it looks depends on the distance, and that on how it looks.
+  for (let round = 0; round < 60; ++round) {
+    const places = corners.map((corner) => placeIn(view, corner, height));
+    const xs = places.map(([x]) => x);
+    const ys = places.map(([, y]) => y);
+    const middle = [(Math.min(...xs) + Math.max(...xs)) / 2, (Math.min(...ys) + Math.max(...ys)) / 2];
+    const size = Math.max((Math.max(...xs) - Math.min(...xs)) / room[0], (Math.max(...ys) - Math.min(...ys)) / room[1]);
+    const scale = unitsPerPixel(view, height);
+    const { right, up } = basisOf(view);
+    const wanted = [(margins.left - margins.right) / 2, (margins.bottom - margins.top) / 2];
+    const target = add(add(view.target, right, (middle[0] - wanted[0]) * scale), up, (middle[1] - wanted[1]) * scale);
+    view = { ...view, target, distance: size > 0 ? view.distance * size : view.distance };
+  }
+  return view;
+}
+
 /** The view between two, for a smooth passage: share 0 to 1. Turns the short way round. */
 export function between(from: View, to: View, share: number): View {
   const mix = (a: number, b: number): number => a + (b - a) * share;

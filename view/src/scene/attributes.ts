@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 import type { Column } from '../data/Column.ts';
 import type { Page, Piece } from '../data/loadPage.ts';
+import { isThere } from './SurfaceObject.ts';
 
 /** What points can be coloured by. */
 export interface Attribute {
@@ -70,10 +71,10 @@ export interface Distribution {
 
 /** How the values of an attribute are spread over all pieces; null where there is none. */
 export function distributionOf(pieces: Iterable<Piece>, attribute: Attribute, binCount = 96): Distribution | null {
-  const columns: Column[] = [];
+  const columns: [Piece, Column][] = [];
   for (const piece of pieces) {
     const column = columnOf(piece, attribute);
-    if (column) columns.push(column);
+    if (column) columns.push([piece, column]);
   }
   let min = Infinity;
   let max = -Infinity;
@@ -103,11 +104,12 @@ export function distributionOf(pieces: Iterable<Piece>, attribute: Attribute, bi
   return { min, max, low: quantile(0.01, false), high: quantile(0.99, true), bins };
 }
 
-function forEachValue(columns: Column[], visit: (value: number) => void): void {
-  for (const column of columns) {
+/** What stands in the holes of surfaces means nothing. */
+function forEachValue(columns: [Piece, Column][], visit: (value: number) => void): void {
+  for (const [piece, column] of columns) {
     const { raw, scale, offset } = column;
     for (let i = 0; i < raw.length; ++i) {
-      if (!column.has(i)) continue;
+      if (!column.has(i) || (piece.kind === 'surface' && !isThere(piece, i))) continue;
       const value = raw[i] * scale + offset;
       if (Number.isFinite(value)) visit(value);
     }

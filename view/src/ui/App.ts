@@ -4,7 +4,7 @@ import { type Attribute, attributesOf, type Distribution, distributionOf } from 
 import type { Paint } from '../scene/paint.ts';
 import { type Color, makeRamp, parseColor } from '../scene/ramp.ts';
 import type { Stage } from '../scene/Stage.ts';
-import { unitsPerPixel, type Vector, type View, viewOf } from '../scene/View.ts';
+import { unitsPerPixel, type Vector, type View, viewOfBox } from '../scene/View.ts';
 import { grouped, niceBelow, plain } from '../tools/niceNumber.ts';
 import type { Picked } from '../tools/pick.ts';
 import { Controls } from './Controls.ts';
@@ -108,15 +108,10 @@ export class App {
 
   private wholeView(azimuth: number, elevation: number): View {
     const { extent } = this.survey;
-    const radius = Math.hypot(extent[0], extent[1], extent[2] * this.stage.exaggeration) / 2 || 1;
-    const view = viewOf([0, 0, 0], radius, this.stage.width / this.stage.height, azimuth, elevation);
-    // The panel covers the right side of wide windows.
-    if (this.stage.width > 820) {
-      const shift = unitsPerPixel(view, this.stage.height) * 110;
-      const turn = (azimuth * Math.PI) / 180;
-      view.target = [Math.cos(turn) * shift, -Math.sin(turn) * shift, 0];
-    }
-    return view;
+    const { width, height, exaggeration } = this.stage;
+    const isWide = width > 820;
+    const margins = isWide ? { left: 74, right: 320, top: 84, bottom: 84 } : { left: 16, right: 16, top: 90, bottom: 120 };
+    return viewOfBox([extent[0], extent[1], extent[2] * exaggeration], width, height, margins, azimuth, elevation);
   }
 
   /** The number of points that are drawn now. */
@@ -207,7 +202,7 @@ export class App {
       }
     }
     row('In the page', chosen === all ? `all ${grouped(all)} points` : `${grouped(chosen)} of ${grouped(all)} points`);
-    for (const note of manifest.notes) about.append(make('dd', 'note', note));
+    for (const note of manifest.notes) about.append(make('dd', 'note', `${note.charAt(0).toUpperCase()}${note.slice(1)}.`));
     row('Made by', manifest.program);
   }
 

@@ -96,7 +96,7 @@ export class Survey {
         drawn.push({ object: object.object });
       }
     }
-    this.stage.spacing = points > 0 ? 1.1 * Math.sqrt((this.extent[0] * this.extent[1]) / points) : 0;
+    this.stage.spacing = points > 0 ? 1.4 * Math.sqrt((this.extent[0] * this.extent[1]) / points) : 0;
     this.stage.setDrawn(drawn, [0, 0, 0], this.radius);
   }
 

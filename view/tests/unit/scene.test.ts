@@ -49,6 +49,16 @@ test('a distribution leaves out what is not a number', async () => {
   assert.equal(distributionOf([surfaceOf(page)], attribute), null);
 });
 
+test('what stands in the holes of a surface is not part of a distribution', async () => {
+  const page = await load();
+  const surface = surfaceOf(page);
+  const raw = (surface.height!.raw as Float32Array);
+  for (let i = 0; i < raw.length; ++i) if (!isThere(surface, i)) raw[i] = -9999;
+  const spread = distributionOf([surface], attributesOf(page)[0])!;
+  assert.ok(spread.min > -10, String(spread.min));
+  assert.equal(spread.bins.reduce((a, b) => a + b, 0), Array.from({ length: surface.count }, (_, i) => isThere(surface, i)).filter(Boolean).length);
+});
+
 const paintOf = (page: Page, key: string, change: Partial<Paint> = {}): Paint => ({
   attribute: attributesOf(page).find((attribute) => attribute.key === key)!,
   range: [0, 10],
