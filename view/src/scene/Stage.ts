@@ -10,9 +10,16 @@ export interface Drawn {
   setShare?(share: number): void;
 }
 
-const slowFrame = 90; // milliseconds
+const slowFrame = 85; // milliseconds
 const fastFrame = 30;
 const restAfter = 180;
+const leastShare = 0.02;
+
+/** The share of the points to draw in the next frame of a movement, after one with `share` took so many milliseconds. */
+export function nextShare(share: number, took: number): number {
+  if (took > slowFrame) return Math.max(leastShare, share * Math.max(0.2, (0.75 * slowFrame) / took));
+  return took < fastFrame ? Math.min(1, share * 1.15) : share;
+}
 
 /**
  * Draws the scene into a canvas when something has changed, and not otherwise. While the view moves and frames take long,
@@ -43,6 +50,8 @@ export class Stage {
   private movedAt = -Infinity;
   private share = 1;
   private shareOfFrame = 1;
+  private wasMoving = false;
+  private moved = false;
 
   pointSize = 2;
   /** The distance of neighbouring points, in units of the scene: near points grow to that. */
@@ -145,7 +154,10 @@ export class Stage {
   }
 
   requestFrame(moving = false): void {
-    if (moving) this.movedAt = performance.now();
+    if (moving) {
+      this.movedAt = performance.now();
+      this.moved = true;
+    }
     if (this.requested) return;
     this.requested = true;
     requestAnimationFrame(() => this.frame());
@@ -160,13 +172,14 @@ export class Stage {
   private frame(): void {
     this.requested = false;
     const now = performance.now();
-    const moving = now - this.movedAt < restAfter;
+    // A slow frame may come long after the movement that asked for it.
+    const moving = this.moved || now - this.movedAt < restAfter;
+    this.moved = false;
     const took = now - this.lastFrame;
     this.lastFrame = now;
-    if (moving && took < 1000) {
-      if (took > slowFrame) this.share = Math.max(0.05, this.share * 0.7);
-      else if (took < fastFrame) this.share = Math.min(1, this.share * 1.15);
-    }
+    // The time since a frame at rest says nothing.
+    if (moving && this.wasMoving) this.share = nextShare(this.share, took);
+    this.wasMoving = moving;
     this.draw(moving ? this.share : 1);
     // Once more when the view has come to rest.
     if (moving && this.share < 1) {

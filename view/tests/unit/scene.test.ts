@@ -6,6 +6,7 @@ import { attributesOf, columnOf, distributionOf } from '../../src/scene/attribut
 import { type Paint, paintPiece } from '../../src/scene/paint.ts';
 import { spreadingStride } from '../../src/scene/PointObject.ts';
 import { makeRamp, parseColor } from '../../src/scene/ramp.ts';
+import { nextShare } from '../../src/scene/Stage.ts';
 import { hillshade, isThere, trianglesOf } from '../../src/scene/SurfaceObject.ts';
 import { pickSurface } from '../../src/tools/pick.ts';
 import { sectionOf } from '../../src/tools/section.ts';
@@ -184,4 +185,14 @@ test('a cross-section holds what lies in its strip, in order of the distance', a
   });
   assert.equal(sectionOf(cloud, [x0, y0], [x0, y0], 10, () => true).index.length, 0);
   assert.equal(sectionOf(surfaceOf(page), [x0, y0 + 200], [x0 + 500, y0 + 200], 1, () => true).index.length, 126);
+});
+
+test('slow frames lead to fewer points, fast ones to more, until they are of use', () => {
+  // A machine that takes a microsecond a point and ten milliseconds besides.
+  let share = 1;
+  for (let frame = 0; frame < 12; ++frame) share = nextShare(share, 10 + 1000 * share);
+  const took = 10 + 1000 * share;
+  assert.ok(took > 30 && took < 100, String(took));
+  assert.equal(nextShare(1, 5), 1);
+  assert.ok(nextShare(0.02, 5000) >= 0.02);
 });
