@@ -106,6 +106,8 @@ std::optional<PackedColumn> packIntegers(std::span<const std::optional<std::int6
 
 template <class T>
 PackedColumn packFloats(std::span<const T> values) {
+    // Every float has nine digits of its own; only few of them are decimals that somebody meant.
+    constexpr unsigned finest = sizeof(T) == sizeof(float) ? 6 : finestDecimal;
     unsigned decimals = 0;
     for (const T value : values) {
         if (std::isnan(value))
@@ -114,7 +116,7 @@ PackedColumn packFloats(std::span<const T> values) {
         if (!std::isfinite(value) || (value == 0 && std::signbit(value)))
             return packBits(values);
         while (!isDecimal(value, decimals)) {
-            if (++decimals > finestDecimal)
+            if (++decimals > finest)
                 return packBits(values);
         }
     }

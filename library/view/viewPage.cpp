@@ -349,9 +349,14 @@ Json fileEntries(const Inputs& inputs) {
     return files;
 }
 
+/// A document on one line. Names come from files: what is not UTF-8 in them is replaced by U+FFFD.
+std::string jsonText(const Json& document) {
+    return document.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 /// A manifest as the text of a script element: nothing in it may end the element.
 std::string manifestText(const Json& manifest) {
-    const std::string json = manifest.dump(-1, ' ', false, Json::error_handler_t::replace);
+    const std::string json = jsonText(manifest);
     std::string text = "<script type=\"application/json\" id=\"manifest\">";
     for (const char character : json) {
         if (character == '<')
@@ -441,7 +446,7 @@ ViewPage makeViewPage(const Inputs& inputs, const ViewPageOptions& options, Prog
         manifest["unit"] = "";
         manifest["files"] = fileEntries(inputs);
         Json slices = sliceEntries(layers, pieces, progress);
-        const std::uint64_t bytes = pieces.bytes() + templateBytes() + slices.dump().size() * 2 + 20'000;
+        const std::uint64_t bytes = pieces.bytes() + templateBytes() + jsonText(slices).size() + 20'000;
         if (!options.points && bytes > ViewPageOptions::usualBytes && share > 1e-4) {
             share *= 0.97 * static_cast<double>(ViewPageOptions::usualBytes) / static_cast<double>(bytes);
             isReduced = true;

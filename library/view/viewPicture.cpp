@@ -103,36 +103,58 @@ bool hasRole(const std::vector<Drawn>& grids, std::string_view role) {
 class Values {
 public:
     Values(const Drawn& grid, Colors colors, const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) {
-        for (const ViewField& field : grid.fields) {
-            if (roleOf(colors).empty() || field.role != roleOf(colors))
-                continue;
-            const auto creator = field.field->getCreator(fragment);
-            if (!creator)
-                continue;
-            const auto array = creator->create(false);
-            bytes_ = Anchor::dynamicCast<Sheaf::TypedArray<unsigned char>>(array);
-            words_ = Anchor::dynamicCast<Sheaf::TypedArray<unsigned short>>(array);
-            colors_ = Anchor::dynamicCast<Sheaf::TypedArray<Sheaf::Element::Color>>(array);
+        if (roleOf(colors).empty())
+            return;
+        const auto add = [&](std::string_view role) {
+            for (const ViewField& field : grid.fields) {
+                const auto creator =
+                    field.role == role ? field.field->getCreator(fragment) : Sheaf::Field::Creator();
+                if (creator)
+                    parts_.push_back(Part(creator->create(false), field.component));
+            }
+        };
+        add(roleOf(colors));
+        if (colors == Colors::RGB) {
+            add("green");
+            add("blue");
         }
     }
 
     [[nodiscard]] std::uint32_t operator()(std::size_t i) const {
-        if (bytes_)
-            return i < bytes_->base_vector().size() ? bytes_->base_vector()[i] : 0U;
-        if (words_)
-            return i < words_->base_vector().size() ? words_->base_vector()[i] : 0U;
-        if (colors_ && i < colors_->base_vector().size()) {
-            const auto& color = colors_->base_vector()[i];
-            return static_cast<std::uint32_t>(color[0]) << 16 | static_cast<std::uint32_t>(color[1]) << 8 |
-                   color[2];
-        }
-        return 0;
+        std::uint32_t value = 0;
+        for (const Part& part : parts_)
+            value = value << 8 | part(i);
+        return value;
     }
 
 private:
-    Anchor::StrongPtr<Sheaf::TypedArray<unsigned char>> bytes_;
-    Anchor::StrongPtr<Sheaf::TypedArray<unsigned short>> words_;
-    Anchor::StrongPtr<Sheaf::TypedArray<Sheaf::Element::Color>> colors_;
+    /// A component of an array of one of the types that attributes with roles have.
+    class Part {
+    public:
+        Part(const Anchor::StrongPtr<Anchor::Cacheable>& array, std::size_t component)
+            : bytes_(Anchor::dynamicCast<Sheaf::TypedArray<unsigned char>>(array)),
+              words_(Anchor::dynamicCast<Sheaf::TypedArray<unsigned short>>(array)),
+              colors_(Anchor::dynamicCast<Sheaf::TypedArray<Sheaf::Element::Color>>(array)),
+              component_(component) {}
+
+        [[nodiscard]] std::uint32_t operator()(std::size_t i) const {
+            if (bytes_)
+                return i < bytes_->base_vector().size() ? bytes_->base_vector()[i] : 0U;
+            if (words_)
+                return i < words_->base_vector().size() ? words_->base_vector()[i] : 0U;
+            if (colors_)
+                return i < colors_->base_vector().size() ? colors_->base_vector()[i][component_] : 0U;
+            return 0;
+        }
+
+    private:
+        Anchor::StrongPtr<Sheaf::TypedArray<unsigned char>> bytes_;
+        Anchor::StrongPtr<Sheaf::TypedArray<unsigned short>> words_;
+        Anchor::StrongPtr<Sheaf::TypedArray<Sheaf::Element::Color>> colors_;
+        std::size_t component_;
+    };
+
+    std::vector<Part> parts_;
 };
 
 /// Walks over the positions of the grids, twice the same way.

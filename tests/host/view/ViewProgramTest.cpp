@@ -77,8 +77,9 @@ TEST_F(ViewPageProgramTest, AFileThatStandsThereStaysUnlessItMayGo) {
 TEST_F(ViewPageProgramTest, WithoutAnOutputAPageInTheCacheIsOpened) {
     // What is opened notes its arguments.
     fs::create_directory(place_ / "bin");
-    ::Support::writeBytes(place_ / "bin/xdg-open",
-                          "#!/bin/sh\nprintf '%s' \"$*\" > \"$XDG_CACHE_HOME/note\" && mv \"$XDG_CACHE_HOME/note\" \"$XDG_CACHE_HOME/opened\"\n");
+    ::Support::writeBytes(
+        place_ / "bin/xdg-open",
+        "#!/bin/sh\nprintf '%s' \"$*\" > \"$XDG_CACHE_HOME/note\" && mv \"$XDG_CACHE_HOME/note\" \"$XDG_CACHE_HOME/opened\"\n");
     fs::permissions(place_ / "bin/xdg-open", fs::perms::owner_all);
     const auto withCache = [&] {
         ::setenv("XDG_CACHE_HOME", (place_ / "cache").c_str(), 1);
@@ -104,7 +105,8 @@ TEST_F(ViewPageProgramTest, WithoutADesktopThePlaceOfThePageIsSaid) {
         ::setenv("PATH", (place_ / "empty").c_str(), 1);
     });
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_THAT(result.err, AllOf(HasSubstr("there is no xdg-open here"), HasSubstr("home/.cache/tidewatch/in.h5.html")));
+    EXPECT_THAT(result.err,
+                AllOf(HasSubstr("there is no xdg-open here"), HasSubstr("home/.cache/tidewatch/in.h5.html")));
     const auto homeless = run({"in.h5"}, [&] {
         ::unsetenv("XDG_CACHE_HOME");
         ::unsetenv("HOME");

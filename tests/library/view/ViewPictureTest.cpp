@@ -6,6 +6,7 @@
 #include "library/view/Canvas.hpp"
 #include "library/view/PointClasses.hpp"
 #include "library/view/Relief.hpp"
+#include "sheaf/UniformCartesianArray.hpp"
 #include "support/BundleBuilder.hpp"
 
 #include <algorithm>
@@ -197,6 +198,24 @@ TEST_F(ViewPictureTest, EveryColouringLooksDifferent) {
     EXPECT_EQ(surface.points, 240'400U);
     elevation.colors = Colors::Intensity;
     EXPECT_THROW((void)make(elevation), Anchor::ModelError);
+}
+
+TEST_F(ViewPictureTest, ThreeBandsOfBytesArePictures) {
+    const Sheaf::MultiIndex<3> extents{{40, 30, 1}};
+    const auto band = [&](unsigned char value) {
+        return Anchor::makeStrong<Sheaf::HeldCreator>(
+            Sheaf::makeArray(Sheaf::Extents(extents), std::vector<unsigned char>(1200, value)));
+    };
+    GridBuilder(*bundle_, 0, "photo")
+        .field("Positions", "",
+               Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
+                   Geom::PhysicalSpace::point{0, 0, 0}, Geom::PhysicalSpace::vector{1, 1, 1}, extents)))
+        .field("Band1", "", band(200))
+        .field("Band2", "", band(100))
+        .field("Band3", "", band(50));
+    ViewPictureOptions options;
+    options.size = {300, 240};
+    EXPECT_GT(pixelsLike(make(options).image, {200, 100, 50}), 10'000U);
 }
 
 TEST_F(ViewPictureTest, OddCloudsAreDrawnOrRefused) {
