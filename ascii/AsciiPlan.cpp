@@ -30,17 +30,17 @@ std::string nameOf(const std::type_info& type) {
     return std::string(Sheaf::elementTypeName(type));
 }
 
-AsciiPlan::CellTypes cellTypesFor(const Sheaf::FieldFragment& stop, const AsciiSettings& settings) {
-    const auto& field = stop.representation.findField(settings.filterField.c_str());
+AsciiPlan::CellTypes cellTypesFor(const Sheaf::FieldFragment& item, const AsciiSettings& settings) {
+    const auto& field = item.representation.findField(settings.filterField.c_str());
     if (!field)
         return AsciiPlan::CellTypes::NoField;
-    return field->getCreator(stop.fragment) ? AsciiPlan::CellTypes::Stated : AsciiPlan::CellTypes::NoFragment;
+    return field->getCreator(item.fragment) ? AsciiPlan::CellTypes::Stated : AsciiPlan::CellTypes::NoFragment;
 }
 
-/// On a uniform lattice.
-void planGrid(Fragment& fragment, const fs::path& path, const Sheaf::FieldFragment& stop,
+/// Plans the file of a fragment on a uniform lattice.
+void planGrid(Fragment& fragment, const fs::path& path, const Sheaf::FieldFragment& item,
               const AsciiSettings& settings, const Sheaf::UniformCartesianArray& lattice) {
-    const std::type_info& type = stop.field.getElementType();
+    const std::type_info& type = item.field.getElementType();
     if (!isNumber(type)) {
         if (fragment.field != positionsName)
             fragment.whyLeftOut = "only numbers can be written on a lattice, not " + nameOf(type);
@@ -48,7 +48,7 @@ void planGrid(Fragment& fragment, const fs::path& path, const Sheaf::FieldFragme
     }
     Geom::BoundingBox box;
     lattice.expand(box);
-    const auto grid = GridFragment::of(lattice, box, stop.fragment);
+    const auto grid = GridFragment::of(lattice, box, item.fragment);
     if (!grid) {
         fragment.whyLeftOut =
             "a grid file holds one layer, and its lattice has " + std::to_string(lattice.extents()[2]);
@@ -58,7 +58,7 @@ void planGrid(Fragment& fragment, const fs::path& path, const Sheaf::FieldFragme
     fragment.file = grid->path(path, settings.tileSuffix);
     fragment.lattice = grid->described();
     fragment.lattice->asCharacters = type == typeid(unsigned char) && settings.precision != 0;
-    fragment.cellTypes = cellTypesFor(stop, settings);
+    fragment.cellTypes = cellTypesFor(item, settings);
 }
 
 std::string whyNothing(const AsciiPlan& plan, const AsciiSettings& settings) {
@@ -102,47 +102,47 @@ bool isSelected(const Sheaf::Skeleton& skeleton, const Sheaf::Skeleton& referenc
     }
 }
 
-FragmentPlace placeOf(const Sheaf::FieldFragment& stop, bool append, int refinementLevel) {
+FragmentPlace placeOf(const Sheaf::FieldFragment& item, bool append, int refinementLevel) {
     FragmentPlace place;
     if (!append)
-        place.folders.push_back(stop.id.name());
+        place.folders.push_back(item.id.name());
     if (refinementLevel != -1)
-        place.folders.push_back("Skeleton" + std::to_string(stop.skeleton.refinementLevel()));
-    place.stem = append          ? stop.id.name()
-                 : stop.fragment ? stop.fragment->name()
+        place.folders.push_back("Skeleton" + std::to_string(item.skeleton.refinementLevel()));
+    place.stem = append          ? item.id.name()
+                 : item.fragment ? item.fragment->name()
                                  : std::string("Unfragmented");
     return place;
 }
 
-Fragment plannedFragment(const Sheaf::FieldFragment& stop, const AsciiSettings& settings) {
+Fragment plannedFragment(const Sheaf::FieldFragment& item, const AsciiSettings& settings) {
     Fragment fragment;
-    fragment.field = stop.id.name();
-    fragment.fragment = stop.fragment;
+    fragment.field = item.id.name();
+    fragment.fragment = item.fragment;
     fragment.isSelected = true;
-    const std::type_info& type = stop.field.getElementType();
+    const std::type_info& type = item.field.getElementType();
     if (!AsciiPlan::hasWriter(type)) {
         fragment.whyLeftOut = "there is no writer for " + nameOf(type);
         return fragment;
     }
-    const FragmentPlace place = placeOf(stop, settings.append, settings.refinementLevel);
+    const FragmentPlace place = placeOf(item, settings.append, settings.refinementLevel);
     fs::path path;
     for (const std::string& folder : place.folders)
         path /= folder;
     path /= place.stem;
 
-    const auto positions = positionsOf(stop.representation, stop.fragment);
+    const auto positions = positionsOf(item.representation, item.fragment);
     const auto array = positions ? positions->available() : nullptr;
     fragment.isCertain = !positions || array;
     if (const auto lattice = Anchor::dynamicCast<Sheaf::UniformCartesianArray>(array)) {
-        planGrid(fragment, path, stop, settings, *lattice);
-    } else if (stop.data->elementType() != type) {
+        planGrid(fragment, path, item, settings, *lattice);
+    } else if (item.data->elementType() != type) {
         fragment.whyLeftOut = "its array is not of the field's type";
     } else {
         fragment.form = Form::List;
         fragment.file = elementsPath(path);
     }
     if (fragment.form != Form::None) {
-        const auto extents = stop.data->extents();
+        const auto extents = item.data->extents();
         fragment.elements = extents ? extents->elementCount().value_or(0) : 0;
     }
     return fragment;
@@ -157,6 +157,20 @@ bool AsciiPlan::hasWriter(const std::type_info& elementType) noexcept {
     return false;
 }
 
+std::set<std::string> AsciiPlan::fieldsRead() const {
+    // Positions decide which fragments are lattices, whatever is written; the cell types decide which cells are
+    // written.
+    std::set<std::string> fields{"Positions"};
+    for (const Fragment& fragment : fragments) {
+        if (fragment.form == Form::None && fragment.isCertain)
+            continue;
+        fields.insert(fragment.field);
+        if (fragment.form == Form::Grid || !fragment.isCertain)
+            fields.insert(cellTypeField);
+    }
+    return fields;
+}
+
 std::uint64_t AsciiPlan::elements() const noexcept {
     std::uint64_t sum = 0;
     for (const Fragment& fragment : fragments)
@@ -167,22 +181,23 @@ std::uint64_t AsciiPlan::elements() const noexcept {
 AsciiPlan AsciiPlan::of(const Sheaf::Grid& grid, const AsciiSettings& settings,
                         const std::function<bool(const std::string&)>& useField) {
     AsciiPlan plan;
+    plan.cellTypeField = settings.filterField;
     const ConvLib::ReferenceVertices reference = ConvLib::findReferenceVertices(grid);
     if (!reference.representation) {
         plan.obstacle = ConvLib::whyNoReference(reference);
         return plan;
     }
-    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
-        if (!useField(stop.id.name()))
+    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& item) {
+        if (!useField(item.id.name()))
             return true;
-        if (isSelected(stop.skeleton, *reference.skeleton, settings.refinementLevel)) {
-            plan.fragments.push_back(plannedFragment(stop, settings));
+        if (isSelected(item.skeleton, *reference.skeleton, settings.refinementLevel)) {
+            plan.fragments.push_back(plannedFragment(item, settings));
         } else {
-            Fragment passedOver;
-            passedOver.field = stop.id.name();
-            passedOver.fragment = stop.fragment;
-            passedOver.isExcluded = stop.skeleton.exclusionMark() != 0;
-            plan.fragments.push_back(std::move(passedOver));
+            Fragment skipped;
+            skipped.field = item.id.name();
+            skipped.fragment = item.fragment;
+            skipped.isExcluded = item.skeleton.exclusionMark() != 0;
+            plan.fragments.push_back(std::move(skipped));
         }
         return true;
     });

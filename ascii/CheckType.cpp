@@ -10,7 +10,7 @@ namespace ExportLib {
 std::filesystem::path elementsPath(std::filesystem::path path) {
     if (path.stem() == positionsName)
         path.replace_filename("XYZ_Coordinates");
-    // Appended as text: what looks like an extension in a fragment's name is a part of the name.
+    // Appended as text: a dot in a fragment's name does not start an extension.
     path += ".asc";
     return path;
 }

@@ -13,10 +13,10 @@
 #include <string>
 #include <string_view>
 
-/// The element types that have a writer, in the order in which they are asked: ROW(TYPE) for each. A new one
-/// is a row here and, unless it is a number, an elementText of its own.
+/// The element types that have a writer, in the order in which they are tried: ROW(TYPE) for each. A new one
+/// is a row here and, unless it is a number, its own elementText.
 ///
-/// The 64-bit integer is "unsigned long long", which typeid tells from std::uint64_t on Linux.
+/// The 64-bit integer is "unsigned long long", which for typeid differs from std::uint64_t on Linux.
 #define TIDEWATCH_ASCII_ELEMENT_TYPES(ROW)                                                                   \
     ROW(float)                                                                                               \
     ROW(double)                                                                                              \
@@ -34,17 +34,17 @@
 
 namespace ExportLib {
 
-/// The field whose values are the places of the others.
+/// The field with the positions of the values of all other fields.
 inline constexpr std::string_view positionsName = "Positions";
 
-/// Everything that a writer needs to know about one fragment of one field. It lives for one dispatch and owns
-/// nothing but its path; what it refers to outlives it.
+/// Everything that a writer needs to know about one fragment of one field. It exists for one dispatch and
+/// owns nothing but its path; everything it refers to outlives it.
 struct CheckType {
     /// The creator of the fragment's values.
     const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& data;
     /// The field; its element type decides which writer takes the fragment.
     const Sheaf::Field& field;
-    /// What holds the field, its positions and its cell types.
+    /// Contains the field, its positions and its cell types.
     const Sheaf::Representation& representation;
     /// The path of the output file without its extension, which the writer appends.
     std::filesystem::path outputPath;
@@ -57,13 +57,13 @@ struct CheckType {
     bool append;
     bool tileSuffix;
 
-    // Behind the members of the contract: what our converter base adds to it.
+    // The members above are part of the contract with hosts; the following are our own.
 
-    /// Whether each line reaches the system as soon as it is complete.
+    /// Whether each line is handed to the system as soon as it is complete.
     bool flushLines = true;
-    /// Set by the writer: the file, where it opened one.
+    /// Set by the writer: the file, if it opened one.
     std::optional<ConvLib::WrittenFile> written = {};
-    /// Asked whether to go on, and its observer is told what becomes of the values; may be null.
+    /// Asked whether to continue; its observer is notified of changed values. May be null.
     const ConvLib::BasicConverterDefs* run = nullptr;
     /// The name of the field, for the observer.
     std::string_view fieldName = {};
@@ -74,8 +74,8 @@ struct CheckType {
     /// The writer for one element type.
     template <class T>
     struct exec {
-        /// False when the field's elements are not of type T. Otherwise true, whether or not there was
-        /// something to write: nobody else needs to be asked. Throws what creators of arrays throw.
+        /// False if the field's elements are not of type T. Otherwise true, whether or not there was
+        /// something to write: no other writer needs to be tried. Throws what creators of arrays throw.
         static bool Break(CheckType& c);
     };
 };
@@ -84,7 +84,7 @@ struct CheckType {
 TIDEWATCH_ASCII_ELEMENT_TYPES(TIDEWATCH_ROW)
 #undef TIDEWATCH_ROW
 
-/// Offers the fragment to the writers in order until one takes it; nothing happens where none does.
+/// Offers the fragment to the writers in order until one accepts it; nothing happens if none does.
 void dispatch(CheckType& c);
 
 } // namespace ExportLib

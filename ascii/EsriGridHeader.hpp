@@ -8,10 +8,10 @@
 
 namespace ExportLib {
 
-/// The header of an ESRI ASCII grid (Esri, "Esri ASCII raster format"): six lines of a key and a value. Rows
-/// of values follow, the northernmost first; NODATA_VALUE stands where a cell has no value.
+/// The header of an ESRI ASCII grid (Esri, "Esri ASCII raster format"): six lines of a key and a value. Rows of values
+/// follow, the northernmost first; NODATA_VALUE marks a cell without a value.
 struct EsriGridHeader {
-    /// What a cell without a value is written as, in the header and in rows.
+    /// The text for a cell without a value, in the header and in rows.
     static constexpr std::string_view noData = "-9999.";
 
     std::uint64_t columns = 0;
@@ -19,7 +19,7 @@ struct EsriGridHeader {
     /// The centre of the lower left cell, in coordinate units.
     double lowerLeftX = 0;
     double lowerLeftY = 0;
-    /// The format knows square cells only.
+    /// The format only supports square cells.
     double cellSize = 0;
 
     /// A length as written to the file, rounded to three decimals like coordinates and the cell size; coordinate units.

@@ -3,6 +3,7 @@
 
 #include "anchor/Console.hpp"
 #include "ascii/CheckType.hpp"
+#include "ascii/TextFile.hpp"
 #include "ascii/createDirectory.hpp"
 #include "ascii/fragmentRules.hpp"
 #include "convlib/ExporterRegistration.hpp"
@@ -30,14 +31,14 @@ bool isDirectory(const fs::path& path) {
 }
 
 /// One run over the bundle.
-class Walk {
+class GridWriter {
 public:
-    /// `recordFile` is called each time that a file has been written.
-    Walk(ExportPointCloudToASCII& exporter, std::function<void(ConvLib::WrittenFile)> recordFile)
+    /// `recordFile` is called each time a file has been written.
+    GridWriter(ExportPointCloudToASCII& exporter, std::function<void(ConvLib::WrittenFile)> recordFile)
         : exporter_(exporter),
           recordFile_(std::move(recordFile)) {}
 
-    /// Finds or makes the folder that everything goes to; false when there is none.
+    /// Finds or creates the root folder of the output; false if there is none.
     bool findRoot() {
         root_ = exporter_.OutputPath;
         if (!isDirectory(root_)) {
@@ -59,20 +60,20 @@ public:
         if (!reference.representation)
             return;
 
-        // Progress wants a total beforehand. Only names are looked at, so it may exceed the number of files.
+        // Progress needs a total in advance. Only names are considered, so it may exceed the number of files.
         std::uint64_t total = 0;
-        grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
-            if (exporter_.UseThisField(stop.id.name()))
+        grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& item) {
+            if (exporter_.UseThisField(item.id.name()))
                 ++total;
             return true;
         });
         std::uint64_t current = 0;
-        grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
-            if (exporter_.UseThisField(stop.id.name())) {
-                report(stop.id.name(), current, total);
+        grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& item) {
+            if (exporter_.UseThisField(item.id.name())) {
+                report(item.id.name(), current, total);
                 exporter_.askWhetherToStop();
-                if (isSelected(stop.skeleton, *reference.skeleton, exporter_.RefLevel))
-                    exportFragment(stop);
+                if (isSelected(item.skeleton, *reference.skeleton, exporter_.RefLevel))
+                    exportFragment(item);
             }
             return true;
         });
@@ -80,34 +81,34 @@ public:
 
 private:
     void report(const std::string& fieldName, std::uint64_t& current, std::uint64_t total) {
-        // A refusal does not stop the export: hosts that want to stop it throw.
+        // False does not stop the export: hosts that want to stop it throw.
         if (exporter_.Progress)
             exporter_.Progress->progress("KxtoASCII, " + fieldName + " #", current++, total);
     }
 
-    void tellOf(const Sheaf::FieldFragment& stop) {
+    void reportFragment(const Sheaf::FieldFragment& item) {
         const AsciiSettings settings{exporter_.FilterField, exporter_.RefLevel, exporter_.Precision,
                                      exporter_.Append, exporter_.TileSuffix};
-        exporter_.Observer()->fragmentBegins(stop.id.name(),
-                                             stop.fragment ? stop.fragment->name() : std::string(),
-                                             plannedFragment(stop, settings).elements);
+        exporter_.Observer()->fragmentBegins(item.id.name(),
+                                             item.fragment ? item.fragment->name() : std::string(),
+                                             plannedFragment(item, settings).elements);
     }
 
-    void exportFragment(const Sheaf::FieldFragment& stop) {
+    void exportFragment(const Sheaf::FieldFragment& item) {
         if (exporter_.Observer())
-            tellOf(stop);
-        const FragmentPlace place = placeOf(stop, exporter_.Append, exporter_.RefLevel);
+            reportFragment(item);
+        const FragmentPlace place = placeOf(item, exporter_.Append, exporter_.RefLevel);
         fs::path directory = root_;
         for (const std::string& folder : place.folders) {
             directory /= folder;
             if (!makeDirectory(directory))
                 return;
         }
-        CheckType check{stop.data,
-                        stop.field,
-                        stop.representation,
+        CheckType check{item.data,
+                        item.field,
+                        item.representation,
                         directory / place.stem,
-                        stop.fragment,
+                        item.fragment,
                         exporter_.CellTypeFilter,
                         exporter_.FilterField,
                         exporter_.Precision,
@@ -116,16 +117,30 @@ private:
                         exporter_.FlushLines(),
                         {},
                         &exporter_,
-                        stop.id.name()};
+                        item.id.name()};
         dispatch(check);
-        if (check.written)
-            record(*std::move(check.written));
+        if (!check.written)
+            return;
+        const fs::path file = check.written->path;
+        record(*std::move(check.written));
+        writeReferenceSystem(file);
+    }
+
+    /// Beside a grid, where the host has a text for it. A file that several grids are added to has none: it stays one
+    /// text for a file that was there before.
+    void writeReferenceSystem(fs::path grid) {
+        const std::string& text = exporter_.additions().prj;
+        if (text.empty() || exporter_.Append || grid.extension() != ".grd")
+            return;
+        TextFile file(grid.replace_extension(".prj"), false, exporter_.FlushLines());
+        file.lines().text(text);
+        record(file.close(1));
     }
 
     bool makeDirectory(const fs::path& directory) {
         if (createDirectory(directory))
             return true;
-        // The wording is what hosts look for, its spelling included.
+        // Hosts look for this text, including its spelling.
         exporter_.Errors.push_back("Cannot crete directory: " + directory.string());
         return false;
     }
@@ -133,7 +148,8 @@ private:
     void record(ConvLib::WrittenFile file) {
         if (exporter_.Append) {
             ConvLib::WrittenFile& sum = appended_[file.path];
-            sum = {file.path, sum.bytes + file.bytes, sum.items + file.items, sum.failed || file.failed};
+            sum = {file.path, sum.bytes + file.bytes, sum.items + file.items, sum.failed || file.failed,
+                   sum.error != 0 ? sum.error : file.error};
             file = sum;
         }
         recordFile_(std::move(file));
@@ -148,8 +164,8 @@ private:
 } // namespace
 
 ExportPointCloudToASCII::ExportPointCloudToASCII() {
-    constexpr double most = std::numeric_limits<double>::infinity();
-    CellTypeFilter.add(-most, most);
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    CellTypeFilter.add(-infinity, infinity);
 }
 
 ExportPointCloudToASCII::~ExportPointCloudToASCII() = default;
@@ -171,12 +187,12 @@ bool ExportPointCloudToASCII::Run() {
         Errors.emplace_back("bundleptr is null");
         return false;
     }
-    // The base decides what becomes of its parameters at the start of a run. This one hands them over as text
-    // for hosts to show, so there is nothing left to do with it here.
+    // At the start of a run the base class decides what to do with its parameters. Ours only returns them as
+    // text, for hosts to show, so there is nothing left to do here.
     static_cast<void>(printParameters());
 
-    Walk walk(*this, [this](ConvLib::WrittenFile file) { recordWrittenFile(std::move(file)); });
-    if (!walk.findRoot())
+    GridWriter writer(*this, [this](ConvLib::WrittenFile file) { recordWrittenFile(std::move(file)); });
+    if (!writer.findRoot())
         return false;
     for (const auto& [time, weakSlice] : bundle->slices()) {
         const auto slice = weakSlice.lock();
@@ -186,7 +202,7 @@ bool ExportPointCloudToASCII::Run() {
         slice->accessSlice();
         for (const auto& [name, weakGrid] : slice->grids()) {
             if (const auto grid = weakGrid.lock())
-                walk.exportGrid(time, name, *grid);
+                writer.exportGrid(time, name, *grid);
         }
     }
     return true;

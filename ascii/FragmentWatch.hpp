@@ -11,12 +11,12 @@
 
 namespace ExportLib {
 
-/// Goes along with the writing of one fragment: asks the exporter's host whether to go on, and, where there is an
-/// observer, tells it what became of the values.
+/// Accompanies the writing of one fragment: calls the host's stop question, and reports to the observer, if there is
+/// one, how values changed.
 template <class T, bool isObserved>
 class FragmentWatch {
 public:
-    /// Elements that a writer writes between two calls of wrote(), at most.
+    /// The maximum number of elements that a writer writes between two calls of wrote().
     static constexpr std::uint64_t block = ConvLib::BasicConverterDefs::stopInterval;
 
     FragmentWatch(const CheckType& c, unsigned int decimals)
@@ -26,10 +26,10 @@ public:
           rounding_(decimals) {}
 
     /// An element is written.
-    void look(const T& element) {
+    void add(const T& element) {
         if constexpr (isObserved) {
             if (!isPositions_)
-                rounding_.look(element);
+                rounding_.add(element);
         }
     }
 

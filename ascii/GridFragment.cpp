@@ -16,7 +16,7 @@ namespace {
 
 using Creator = Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>;
 
-/// The overlap where the fragment states one.
+/// The overlap, if the fragment states one.
 template <int Number>
 std::optional<Sheaf::MultiIndex<3>> overlapOf(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) {
     Sheaf::MultiIndex<3> overlap{};
@@ -25,7 +25,7 @@ std::optional<Sheaf::MultiIndex<3>> overlapOf(const Anchor::StrongPtr<Sheaf::Fra
     return overlap;
 }
 
-/// The whole part of a coordinate as 32 bits hold it.
+/// The integer part of a coordinate, clamped to 32 bits.
 std::int32_t wholePart(double coordinate) {
     using Limits = std::numeric_limits<std::int32_t>;
     if (std::isnan(coordinate))
@@ -85,7 +85,7 @@ std::optional<GridFragment> GridFragment::make(const CheckType& c,
 }
 
 std::filesystem::path GridFragment::path(std::filesystem::path path, bool tileSuffix) const {
-    // Appended as text: what looks like an extension in a fragment's name is a part of the name.
+    // Appended as text: a dot in a fragment's name does not start an extension.
     if (tileSuffix) {
         for (const double coordinate : {cornerX_, cornerY_})
             (path += "_") += std::to_string(wholePart(coordinate));
@@ -126,15 +126,15 @@ EsriGridHeader GridFragment::header() const noexcept {
 
 AsciiPlan::Lattice GridFragment::described() const {
     const double cell = EsriGridHeader::asWritten(cellSize_);
-    // Cells are counted from the corner, so the farthest one is off most.
+    // Cells are counted from the corner, so the farthest one is displaced most.
     const auto loss = [&](double corner, double spacing, std::uint64_t count) {
         const auto last = static_cast<double>(count > 0 ? count - 1 : 0);
         const double written = EsriGridHeader::asWritten(corner);
-        const double most =
+        const double largest =
             std::max(std::abs(written - corner), std::abs(written + last * cell - (corner + last * spacing)));
         const double noise = 8 * std::numeric_limits<double>::epsilon() *
                              std::max(std::abs(corner), std::abs(corner + last * spacing));
-        return most > noise ? most : 0;
+        return largest > noise ? largest : 0;
     };
     AsciiPlan::Lattice lattice;
     lattice.spacingX = cellSize_;

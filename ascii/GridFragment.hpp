@@ -19,31 +19,31 @@ namespace ExportLib {
 [[nodiscard]] Sheaf::Field::Creator positionsOf(const Sheaf::Representation& representation,
                                                 const Anchor::StrongPtr<Sheaf::FragmentID>& fragment);
 
-/// The positions of the fragment where they are a uniform grid, else null. Makes the array of positions.
+/// The positions of the fragment if they are a uniform grid, else null. Creates the array of positions.
 [[nodiscard]] Anchor::StrongPtr<Sheaf::UniformCartesianArray> uniformPositions(const CheckType& c);
 
-/// One fragment of a uniform grid as a grid file shows it: without the cells that it shares with its
-/// neighbours. Independent of the element type of the values.
+/// One fragment of a uniform grid as in a grid file: without the cells that it shares with its neighbours. Independent
+/// of the element type of the values.
 class GridFragment {
 public:
     using CellTypes = Sheaf::MemArray<3, unsigned char>;
 
-    /// A fragment (which may be null) of a lattice with its bounding box; nothing where the lattice has not exactly one
-    /// layer. Overlaps that the fragment does not state are none.
+    /// A fragment (which may be null) of a lattice with its bounding box; nullopt unless the lattice has exactly one
+    /// layer. Overlaps that the fragment does not state are 0.
     [[nodiscard]] static std::optional<GridFragment> of(const Sheaf::UniformCartesianArray& lattice,
                                                         const Geom::BoundingBox& box,
                                                         const Anchor::StrongPtr<Sheaf::FragmentID>& fragment);
 
-    /// Nothing, and a console message, where the grid is not flat. Tells on the console which overlaps the
-    /// fragment does not state; they are none then.
+    /// Nullopt, with a console message, if the grid is not flat. Names on the console the overlaps that the fragment
+    /// does not state; they are 0.
     [[nodiscard]] static std::optional<GridFragment> make(const CheckType& c,
                                                           const Sheaf::UniformCartesianArray& lattice);
 
-    /// The path of the grid's file, from the path without its extension: with the extension and, where the exporter
-    /// wants it, the lower left corner. Coordinates beyond 32 bits are taken for the limit of 32 bits, and a NaN for 0.
+    /// The path of the grid's file, from the path without its extension: with the extension and, with `tileSuffix`, the
+    /// lower left corner. Coordinates beyond 32 bits are clamped to 32 bits, and NaN becomes 0.
     [[nodiscard]] std::filesystem::path path(std::filesystem::path path, bool tileSuffix) const;
 
-    /// The cell types of this fragment; null, and a console message, where there are none or too few.
+    /// The cell types of this fragment; null, with a console message, if there are none or too few.
     [[nodiscard]] Anchor::StrongPtr<CellTypes> cellTypes(const CheckType& c) const;
 
     /// Whether an array has an element for every cell of the fragment.
@@ -54,20 +54,20 @@ public:
                extents.elementCount() == array.base_vector().size();
     }
 
-    /// Whether the overlaps leave a part of the fragment, be it an empty one.
+    /// Whether the overlaps do not exceed the fragment; they may leave nothing of it.
     [[nodiscard]] bool overlapsFit() const noexcept;
 
     [[nodiscard]] EsriGridHeader header() const noexcept;
 
-    /// What the file says of the lattice, and how far that is from the truth.
+    /// The lattice as the file describes it, and the error of that description.
     [[nodiscard]] AsciiPlan::Lattice described() const;
 
-    // The cells that are written, where the overlaps fit: columns firstColumn() to endColumn() - 1 of the
-    // rows 0 to rowCount() - 1.
+    // The cells that are written, if the overlaps fit: columns firstColumn() to endColumn() - 1 of the rows 0 to
+    // rowCount() - 1.
     //
-    // The columns begin behind the low overlap; the rows do not, only their number is reduced by it. Surveys
-    // that were tiled with overlaps have been delivered like that, and their parts are put together again by
-    // programs that know of it, so it stays. The ends are counted in 32 bits, as those programs do.
+    // The columns start after the low overlap; the rows do not, only their number is reduced by it. Surveys tiled with
+    // overlaps have been delivered like that, and the programs that reassemble them rely on it, so it stays. The ends
+    // are computed in 32 bits, as in those programs.
 
     [[nodiscard]] std::uint64_t firstColumn() const noexcept { return low_[0]; }
     [[nodiscard]] std::uint64_t endColumn() const noexcept {
@@ -94,10 +94,10 @@ private:
 /// Which of the 256 cell types a filter accepts.
 [[nodiscard]] std::array<bool, 256> acceptedCellTypes(const Geom::MultiRange<double>& filter);
 
-/// Tells on the console that the cell types are not of the kind that a grid needs.
+/// Reports on the console that the cell types are unsuitable for a grid.
 void reportUnusableCells();
 
-/// Tells on the console that the overlaps leave less than nothing of the fragment.
+/// Reports on the console that the overlaps exceed the fragment.
 void reportLargeOverlap();
 
 } // namespace ExportLib

@@ -10,11 +10,11 @@
 
 namespace ExportLib {
 
-/// An output file of the ASCII exporter. What cannot be opened or written is written to no effect, and the
-/// record tells.
+/// An output file of the ASCII exporter. If it cannot be opened or written, writing has no effect and the
+/// record is marked as failed.
 class TextFile {
 public:
-    /// Opens the file, with its content before where `append` is set; the file exists from here on.
+    /// Opens the file, which exists from then on; keeps its content if `append` is true.
     TextFile(const std::filesystem::path& path, bool append, bool flushLines);
 
     [[nodiscard]] ConvLib::LineWriter& lines() noexcept { return lines_; }
@@ -25,6 +25,7 @@ public:
 private:
     std::filesystem::path path_;
     std::ofstream stream_;
+    int openError_;
     ConvLib::LineWriter lines_;
 };
 

@@ -10,17 +10,17 @@
 
 namespace ExportLib {
 
-/// Counts floating-point numbers that a text of so many decimals changes, by more than the noise of their type. Numbers
-/// that are not finite are kept by any text.
+/// Counts floating-point numbers that change by more than the noise of their type when written with a number of
+/// decimals. Numbers that are not finite never change.
 template <std::floating_point T>
 class NumberRounding {
 public:
     explicit NumberRounding(unsigned int decimals)
-        : scale_(std::pow(Wide(10), static_cast<Wide>(std::min(decimals, mostDecimals)))) {}
+        : scale_(std::pow(Wide(10), static_cast<Wide>(std::min(decimals, maxDecimals)))) {}
 
-    void look(T value) {
+    void add(T value) {
         const Wide scaled = static_cast<Wide>(value) * scale_;
-        // Beyond its digits a number has no decimals left to lose. NaN ends here, too.
+        // A number this large has no decimals to lose. NaN ends here, too.
         if (!(std::fabs(scaled) < 1 / std::numeric_limits<Wide>::epsilon()))
             return;
         const Wide loss = std::fabs(nearest(scaled) / scale_ - static_cast<Wide>(value));
@@ -31,17 +31,17 @@ public:
     }
 
     [[nodiscard]] std::uint64_t count() const noexcept { return count_; }
-    /// The greatest change.
+    /// The largest change.
     [[nodiscard]] double worst() const noexcept { return static_cast<double>(worst_); }
 
 private:
-    // Floats are computed in double: float arithmetic would add rounding errors of its own.
+    // Floats are computed in double: float arithmetic would add its own rounding errors.
     using Wide = std::conditional_t<std::same_as<T, float>, double, T>;
-    static constexpr unsigned int mostDecimals = 300;
+    static constexpr unsigned int maxDecimals = 300;
 
     [[nodiscard]] static Wide nearest(Wide value) {
         if constexpr (std::same_as<Wide, double>) {
-            // Where whole numbers are all that a double of this size can be, adding rounds to one.
+            // Doubles of this size are whole numbers, so the addition rounds to one.
             constexpr double shifter = 0x1.8p52;
             if (std::fabs(value) < 0x1p51)
                 return (value + shifter) - shifter;
@@ -54,11 +54,11 @@ private:
     std::uint64_t count_ = 0;
 };
 
-/// What has no decimals to lose: integers and colours.
+/// For integers and colours, which have no decimals to lose.
 struct NoRounding {
     explicit NoRounding(unsigned int) {}
     template <class T>
-    void look(const T&) {}
+    void add(const T&) {}
     [[nodiscard]] static std::uint64_t count() noexcept { return 0; }
     [[nodiscard]] static double worst() noexcept { return 0; }
 };
@@ -68,10 +68,10 @@ template <class T>
 class ComponentRounding {
 public:
     explicit ComponentRounding(unsigned int decimals) : numbers_(decimals) {}
-    void look(const T& element) {
-        numbers_.look(element.x);
-        numbers_.look(element.y);
-        numbers_.look(element.z);
+    void add(const T& element) {
+        numbers_.add(element.x);
+        numbers_.add(element.y);
+        numbers_.add(element.z);
     }
     [[nodiscard]] std::uint64_t count() const noexcept { return numbers_.count(); }
     [[nodiscard]] double worst() const noexcept { return numbers_.worst(); }
@@ -96,7 +96,7 @@ struct TextRoundingOf<T> {
     using type = ComponentRounding<T>;
 };
 
-/// Counts what text of so many decimals changes of elements of any type that has a writer.
+/// Counts the changes for elements of any type that has a writer.
 template <class T>
 using TextRounding = typename TextRoundingOf<T>::type;
 

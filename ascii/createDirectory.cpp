@@ -7,8 +7,8 @@ namespace ExportLib {
 
 bool createDirectory(const std::filesystem::path& directory) {
     std::filesystem::create_directories(directory);
-    // Judged by the error's value: what the system says about value 0 differs from platform to platform. The
-    // folder itself is asked because not every standard library takes a plain file in its place for an error.
+    // Judged by the error's value: the system's text for value 0 differs between platforms. The folder itself
+    // is checked because not every standard library reports an error if a plain file is in its place.
     std::error_code error;
     return std::filesystem::is_directory(directory, error) && error.value() == 0;
 }

@@ -5,8 +5,8 @@
 
 namespace ExportLib {
 
-/// Makes a folder with all the folders above it that are missing; one that is there already is fine. Tells
-/// whether the folder is there afterwards. Throws std::filesystem::filesystem_error when making it fails.
+/// Creates a folder and its missing parent folders; an existing folder is fine. Returns whether the folder
+/// exists afterwards. Throws std::filesystem::filesystem_error if creating it fails.
 [[nodiscard]] bool createDirectory(const std::filesystem::path& directory);
 
 } // namespace ExportLib

@@ -12,11 +12,11 @@
 
 namespace ExportLib {
 
-/// A number that stands for itself, as opposed to the components of a point, a vector or a colour.
+/// A single number, as opposed to the components of a point, a vector or a colour.
 template <class T>
 concept Scalar = std::is_arithmetic_v<T>;
 
-/// Decimals where no other number is asked for.
+/// The default number of decimals.
 inline constexpr unsigned int defaultDecimals = AsciiPlan::coordinateDecimals;
 
 /// The decimals of floating-point numbers for a precision.
@@ -24,17 +24,16 @@ inline constexpr unsigned int defaultDecimals = AsciiPlan::coordinateDecimals;
     return precision == 0 ? defaultDecimals : precision;
 }
 
-/// Appends a blank and a number: with `precision` decimals, or six where the precision is 0.
+/// Appends a blank and a number: with `precision` decimals, or six if the precision is 0.
 template <std::floating_point T>
 void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
-    constexpr unsigned int most = std::numeric_limits<int>::max();
+    constexpr unsigned int max = std::numeric_limits<int>::max();
     line.character(' ');
-    line.fixed(value, static_cast<int>(std::min(decimalsFor(precision), most)));
+    line.fixed(value, static_cast<int>(std::min(decimalsFor(precision), max)));
 }
 
-/// Appends a blank and an integer in decimal. Only for bytes does the precision make a difference: unless it
-/// is 0, a byte becomes the character of that code. Files with such grids are about, and their readers rely
-/// on it.
+/// Appends a blank and an integer in decimal. The precision only matters for bytes: unless it is 0, a byte
+/// becomes the character of that code. Such grid files exist, and their readers rely on it.
 template <std::integral T>
 void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
     line.character(' ');
@@ -44,8 +43,8 @@ void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
         line.integer(value);
 }
 
-/// Appends an element in its default form, which begins with a blank: a number alone, or components of which
-/// each follows a blank.
+/// Appends an element in its default form: a blank and the number, or a blank and the component for each
+/// component.
 template <Scalar T>
 void elementText(ConvLib::LineWriter& line, T value) {
     toText(line, value, 0);

@@ -9,22 +9,22 @@
 
 namespace ExportLib {
 
-/// Whether the exporter takes a skeleton at its RefLevel.
+/// Whether the exporter selects a skeleton at its RefLevel.
 [[nodiscard]] bool isSelected(const Sheaf::Skeleton& skeleton, const Sheaf::Skeleton& reference,
                               int refinementLevel);
 
 /// Where a fragment goes below the output folder.
 struct FragmentPlace {
-    /// One in the other, outermost first; empty for the output folder itself.
+    /// Nested folders, outermost first; empty for the output folder itself.
     std::vector<std::string> folders;
     /// The name of the file without its extension.
     std::string stem;
 };
 
-[[nodiscard]] FragmentPlace placeOf(const Sheaf::FieldFragment& stop, bool append, int refinementLevel);
+[[nodiscard]] FragmentPlace placeOf(const Sheaf::FieldFragment& item, bool append, int refinementLevel);
 
-/// What becomes of a fragment of a skeleton that is taken, as far as is known without making arrays.
-[[nodiscard]] AsciiPlan::Fragment plannedFragment(const Sheaf::FieldFragment& stop,
+/// What becomes of a fragment of a selected skeleton, as far as is known without creating arrays.
+[[nodiscard]] AsciiPlan::Fragment plannedFragment(const Sheaf::FieldFragment& item,
                                                   const AsciiSettings& settings);
 
 } // namespace ExportLib

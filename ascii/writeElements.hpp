@@ -14,24 +14,24 @@
 
 namespace ExportLib {
 
-/// The path of a text file, from the path without its extension. Positions go by the name that users look for.
+/// The path of a text file, from the path without its extension. Positions get the name that users expect.
 [[nodiscard]] std::filesystem::path elementsPath(std::filesystem::path path);
 
-/// Calls write(block) for one piece of the elements after the other, each of a size after which hosts are asked.
+/// Calls write(element) for each of the elements, and the stop question after each block of them.
 template <class T, bool isObserved, class Write>
 void writeInBlocks(std::span<const T> elements, FragmentWatch<T, isObserved>& watch, Write&& write) {
     while (!elements.empty()) {
         const auto block = elements.first(std::min<std::size_t>(elements.size(), watch.block));
         for (const T& element : block) {
             write(element);
-            watch.look(element);
+            watch.add(element);
         }
         watch.wrote(block);
         elements = elements.subspan(block.size());
     }
 }
 
-/// Writes a line an element, in storage order.
+/// Writes one line per element, in storage order.
 template <class T, bool isObserved>
 std::uint64_t writeList(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& elements,
                         FragmentWatch<T, isObserved>& watch) {
@@ -42,29 +42,29 @@ std::uint64_t writeList(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& 
     return elements.base_vector().size();
 }
 
-/// Writes a line a row, every element followed by a blank; rows without columns are empty lines. Writes
-/// nothing where the array has not got all of the columns and rows that its creator promised.
+/// Writes one line per row, every element followed by a blank; rows without columns are empty lines. Writes nothing if
+/// the array does not have all the columns and rows that its creator stated.
 template <class T, bool isObserved>
 std::uint64_t writeTable(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& elements,
-                         const Sheaf::Extents& promised, FragmentWatch<T, isObserved>& watch) {
+                         const Sheaf::Extents& stated, FragmentWatch<T, isObserved>& watch) {
     const auto* const table = dynamic_cast<const Sheaf::MemArray<2, T>*>(&elements);
-    if (table == nullptr || table->extents()[0] < promised[0] || table->extents()[1] < promised[1] ||
+    if (table == nullptr || table->extents()[0] < stated[0] || table->extents()[1] < stated[1] ||
         table->extents().elementCount() != table->base_vector().size())
         return 0;
-    for (std::uint64_t row = 0; row < promised[1]; ++row) {
+    for (std::uint64_t row = 0; row < stated[1]; ++row) {
         const std::span<const T> all = table->base_vector();
-        writeInBlocks(all.subspan(row * table->extents()[0], promised[0]), watch, [&](const T& element) {
+        writeInBlocks(all.subspan(row * table->extents()[0], stated[0]), watch, [&](const T& element) {
             elementText(lines, element);
             lines.character(' ');
         });
         lines.endLine();
-        // Rows may be without columns, and many.
+        // There may be many rows without columns.
         watch.wrote(1);
     }
-    return promised[0] * promised[1];
+    return stated[0] * stated[1];
 }
 
-/// Writes elements to a file that is open: a table where the array has two axes, a list otherwise.
+/// Writes elements to an open file: a table if the array has two axes, else a list.
 template <class T, bool isObserved>
 std::uint64_t writeTo(TextFile& file, const CheckType& c, const Sheaf::TypedArray<T>& elements) {
     FragmentWatch<T, isObserved> watch(c, defaultDecimals);
@@ -76,7 +76,7 @@ std::uint64_t writeTo(TextFile& file, const CheckType& c, const Sheaf::TypedArra
     return count;
 }
 
-/// Writes a fragment's elements as text. No file where there is no array of such elements.
+/// Writes a fragment's elements as text. Creates no file if there is no array of such elements.
 template <class T>
 void writeElements(CheckType& c) {
     const auto elements = Anchor::dynamicCast<Sheaf::TypedArray<T>>(c.data->create(false));

@@ -12,8 +12,8 @@
 
 namespace ExportLib {
 
-/// Writes the header and the cells of a fragment, northernmost row first, and gives the number of cells. A
-/// value has a blank on either side; a cell without a value has one behind it only.
+/// Writes the header and the cells of a fragment, northernmost row first, and returns the number of cells. A
+/// value has a blank on either side; a cell without a value has one only after it.
 template <Scalar T, bool isObserved>
 std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragment,
                          const GridFragment::CellTypes& types, const Sheaf::MemArray<3, T>& values,
@@ -32,7 +32,7 @@ std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragmen
             for (; column < blockEnd; ++column) {
                 if (accepted[typesOfRow[column]]) {
                     toText(lines, valuesOfRow[column], precision);
-                    watch.look(valuesOfRow[column]);
+                    watch.add(valuesOfRow[column]);
                 } else {
                     lines.text(EsriGridHeader::noData);
                 }
@@ -40,7 +40,7 @@ std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragmen
             }
         }
         lines.endLine();
-        // Rows may be without columns, and many.
+        // There may be many rows without columns.
         watch.wrote(1);
     }
     return begin < end ? rows * (end - begin) : 0;
@@ -56,9 +56,9 @@ std::uint64_t writeCells(TextFile& file, const CheckType& c, const GridFragment&
     return cells;
 }
 
-/// Writes a fragment of numbers on a uniform grid as an ESRI ASCII grid. The file exists once the fragment is
-/// known to be flat; it stays empty where cell types or values are missing or do not cover the grid, and
-/// where overlaps leave less than nothing of it.
+/// Writes a fragment of numbers on a uniform grid as an ESRI ASCII grid. The file is created once the
+/// fragment is known to be flat; it stays empty if cell types or values are missing or do not cover the grid,
+/// or if overlaps exceed it.
 template <Scalar T>
 void writeEsriGrid(CheckType& c, const Sheaf::UniformCartesianArray& lattice) {
     const auto fragment = GridFragment::make(c, lattice);
@@ -69,7 +69,7 @@ void writeEsriGrid(CheckType& c, const Sheaf::UniformCartesianArray& lattice) {
     if (const auto types = fragment->cellTypes(c)) {
         const auto values = Anchor::dynamicCast<Sheaf::MemArray<3, T>>(c.data->create(false));
         if (!values || !fragment->isCoveredBy(*values))
-            // Nothing can be read without the values either: the fragment is given up with the same words.
+            // Without values there is nothing to write: the fragment is abandoned with the same message.
             reportUnusableCells();
         else if (!fragment->overlapsFit())
             reportLargeOverlap();

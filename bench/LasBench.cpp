@@ -330,7 +330,7 @@ private:
     Family& family_;
 };
 
-/// The peak of resident memory of an export, in bytes, measured in a process of its own.
+/// The peak of resident memory of an export, in bytes, measured in its own process.
 std::uint64_t peakOfExport(const std::string& path, int version) {
     std::fflush(stdout);
     const pid_t child = ::fork();

@@ -2,7 +2,7 @@
 //
 // Walks a bundle that is larger than the memory cache: the bounding box of all positions of a file of 100
 // million points (or of the number given) within the default limit of 512 MiB. Prints the peak memory of the
-// walk, measured in a process of its own, beside the size of the positions.   Usage: bench-walk [POINTS]
+// walk, measured in its own process, beside the size of the positions.   Usage: bench-walk [POINTS]
 // [FOLDER]
 #include "anchor/Cache.hpp"
 #include "convlib/Reader.hpp"
@@ -90,7 +90,7 @@ void walkSurvey(const std::string& path) {
                box.upper().y, box.upper().z, seconds.count());
 }
 
-/// Does the work in a process of its own; gives the peak of its resident memory in bytes.
+/// Does the work in its own process; gives the peak of its resident memory in bytes.
 std::uint64_t peakMemoryOf(const std::function<void()>& work) {
     std::fflush(stdout);
     const pid_t child = ::fork();

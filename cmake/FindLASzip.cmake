@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 #
-# Finds the LASzip library with its C interface; gives the target LASzip::LASzip.
+# Finds the LASzip library with its C interface; defines the target LASzip::LASzip.
 
 find_path(LASzip_INCLUDE_DIR laszip/laszip_api.h)
 find_library(LASzip_LIBRARY laszip)

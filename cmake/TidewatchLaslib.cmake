@@ -5,16 +5,16 @@
 include_guard(GLOBAL)
 include(CheckCXXSourceCompiles)
 
-# LAS_TOOLS_VERSION of the oldest release that may be taken, which is the one that the exporter's files were compared with.
-# Releases before August 2017 cannot compress the point formats of LAS 1.4, and leave bytes in their records to chance;
-# those in between have not been tried. Passing one over costs nothing: laslib/ writes the same files.
+# LAS_TOOLS_VERSION of the oldest release to accept, which is the one that the exporter's files were compared with.
+# Releases before August 2017 cannot compress the point formats of LAS 1.4, and leave bytes of their records
+# uninitialised; those in between have not been tried. Rejecting one costs nothing: laslib/ writes the same files.
 set(TIDEWATCH_OLDEST_LASLIB 221128)
 
 # tidewatch_find_laslib(VARIABLE): the target of a LASlib that can become part of a dynamic library, or an empty text.
 # Sets TIDEWATCH_LASLIB_HALTS, too.
 function(tidewatch_find_laslib result)
     set(${result} "" PARENT_SCOPE)
-    # Asked anew each time: in the cache, the answers would outlive the LASlib that they are about.
+    # Checked again each time: cached answers would outlive the LASlib that they are about.
     unset(TIDEWATCH_LASLIB_IS_RECENT CACHE)
     unset(TIDEWATCH_LASLIB_IS_SUITABLE CACHE)
     unset(TIDEWATCH_LASLIB_HALTS CACHE)
@@ -28,12 +28,12 @@ function(tidewatch_find_laslib result)
     if(NOT library)
         return()
     endif()
-    # Newer packages give the library under two names, and the checks below do not know it by the second.
+    # Newer packages define the library under two names, and the checks below do not know the second.
     get_target_property(aliased ${library} ALIASED_TARGET)
     if(aliased)
         set(library ${aliased})
     endif()
-    # A shared one would mix its symbols with those of the LASzip library, which the readers load.
+    # A shared library would mix its symbols with those of the LASzip library, which the readers load.
     get_target_property(type ${library} TYPE)
     if(NOT type STREQUAL "STATIC_LIBRARY")
         message(STATUS "LASlib in ${LASlib_DIR} is passed over: it is not a static library")

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # The Point Cloud Library, which may be absent: the target tidewatch-pcl, which then also defines TIDEWATCH_HAS_PCL.
-# Its own package file is not used: that looks for everything any part of PCL needs, graphics included, and stops where
-# one of these is half there.
+# Its own package file is not used: that searches for everything that any part of PCL needs, including graphics, and
+# stops if one of these is incomplete.
 
 include_guard(GLOBAL)
 

@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 #
-# What every target of the project has in common.
+# Settings common to all targets of the project.
 
-# tidewatch_target(NAME): language level, include roots, hidden symbols, warnings and sanitizers for one target. Nothing has
-# unique symbols: a library with one would stay loaded for ever after dlclose.
+# tidewatch_target(NAME): language level, include roots, hidden symbols, warnings and sanitizers for one target. There
+# are no unique symbols: a library with one would stay loaded after dlclose.
 function(tidewatch_target name)
     target_compile_features(${name} PUBLIC cxx_std_20)
     set_target_properties(
@@ -22,7 +22,8 @@ function(tidewatch_target name)
     endif()
 endfunction()
 
-# tidewatch_dynamic_library(NAME): one without a version that finds all it needs, on top of tidewatch_target.
+# tidewatch_dynamic_library(NAME): tidewatch_target for a dynamic library without a version and without undefined
+# symbols.
 function(tidewatch_dynamic_library name)
     tidewatch_target(${name})
     target_link_options(${name} PRIVATE -Wl,--exclude-libs,ALL)
@@ -38,7 +39,7 @@ function(tidewatch_shared_library name)
     set_target_properties(${name} PROPERTIES VERSION "${PROJECT_VERSION}" SOVERSION "${PROJECT_VERSION_MAJOR}")
 endfunction()
 
-# The sharp warnings are for developers of this project, never for those who embed it: hence a target of their own.
+# The strict warnings are for developers of this project, never for those who embed it: hence a separate target.
 add_library(tidewatch-warnings INTERFACE)
 if(PROJECT_IS_TOP_LEVEL)
     target_compile_options(
@@ -59,7 +60,7 @@ if(PROJECT_IS_TOP_LEVEL)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         target_compile_options(tidewatch-warnings INTERFACE -Wduplicated-cond -Wlogical-op)
         if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-            # False alarms where texts are joined (GCC bug 105651).
+            # False positives for string concatenation (GCC bug 105651).
             target_compile_options(tidewatch-warnings INTERFACE -Wno-restrict)
         endif()
     endif()

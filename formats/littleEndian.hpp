@@ -8,7 +8,7 @@
 #include <cstring>
 #include <type_traits>
 
-/// Numbers as files hold them: little-endian and at any alignment. The one place that knows the byte order of the
+/// Numbers as stored in files: little-endian and unaligned. The only place that depends on the byte order of the
 /// machine.
 namespace Formats {
 

@@ -7,6 +7,8 @@
 #include "anchor/Error.hpp"
 #include "fuzz/checkArray.hpp"
 #include "readers/bundle/BundleFileReader.hpp"
+#include "readers/bundle/BundleModule.hpp"
+#include "readers/source/modules.hpp"
 #include "support/Hdf5Checksums.hpp"
 #include "support/MemoryFile.hpp"
 
@@ -41,7 +43,8 @@ void readEverything(const std::string& path) {
             throw Enough{};
     };
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
-    static_cast<void>(Tidewatch::BundleFileReader().read(*bundle, path, options));
+    static_cast<void>(
+        Tidewatch::BundleFileReader(Tidewatch::Reading::InProcess).read(*bundle, path, options));
     for (const auto& [time, weakSlice] : bundle->slices()) {
         const auto slice = weakSlice.lock();
         for (const auto& [name, weakGrid] : slice->grids()) {
@@ -57,6 +60,7 @@ void readEverything(const std::string& path) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Anchor::Cache::MemCache().setLimit(std::uint64_t{16} << 20);
+    Tidewatch::provideModule(Tidewatch::ModuleKind::Bundles, Tidewatch::bundleModule());
     std::string bytes(data, data + size);
     if (size % 2 == 0)
         Support::repairChecksums(bytes);

@@ -6,7 +6,9 @@
 #include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "fuzz/checkArray.hpp"
+#include "readers/raster/RasterModule.hpp"
 #include "readers/raster/RasterReader.hpp"
+#include "readers/source/modules.hpp"
 #include "support/MemoryFile.hpp"
 
 #include <cstddef>
@@ -17,7 +19,7 @@
 namespace {
 
 void readEverything(const std::string& path) {
-    const Tidewatch::RasterReader reader;
+    const Tidewatch::RasterReader reader(Tidewatch::Reading::InProcess);
     if (!reader.recognises(path, {}))
         return;
     ConvLib::ReadOptions options;
@@ -35,6 +37,7 @@ void readEverything(const std::string& path) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Anchor::Cache::MemCache().setLimit(std::uint64_t{16} << 20);
+    Tidewatch::provideModule(Tidewatch::ModuleKind::Rasters, Tidewatch::rasterModule());
     const Support::MemoryFile file({reinterpret_cast<const char*>(data), size});
     try {
         readEverything(file.path());

@@ -1,20 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/CommandLine.hpp"
 
+#include "anchor/Error.hpp"
 #include "host/options/HelpFormat.hpp"
 #include "host/options/OptionValues.hpp"
 #include "host/options/addOption.hpp"
 #include "host/options/commonOptions.hpp"
+#include "host/report/Json.hpp"
 #include "host/report/StandardOutput.hpp"
-#include "las/ExportPointCloudToLas.hpp"
+#include "las/LasPlan.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
+#include "readers/registerReaders.hpp"
 
 #include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <set>
+#include <string_view>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -39,14 +42,12 @@ std::optional<int> pointSourceID(const std::string& text) {
 
 /// The attributes that fields can become.
 std::vector<std::string> attributeNames() {
-    // The exporter knows these by their names alone, so its map has no entries for them.
-    std::set<std::string> names{"Amplitude", "Reflectance"};
-    for (const auto& [field, attribute] : ExportLib::ExportPointCloudToLas::DefaultRenameMap())
-        names.insert(attribute);
-    return {names.begin(), names.end()};
+    auto names = ExportLib::LasPlan::attributes(true);
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
-/// "FIELD=ATTRIBUTE"; a field's name may hold a "=" itself.
+/// "FIELD=ATTRIBUTE"; the field's name may contain "=", too.
 std::optional<std::pair<std::string, std::string>> renaming(const std::string& text) {
     const std::size_t sign = text.rfind('=');
     if (sign == std::string::npos || sign == 0)
@@ -65,10 +66,10 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
     addValue(app, "--las-version", "VERSION", lasVersion, request.options.version,
              fmt::format("1.2, 1.3 or 1.4 (default 1.{})", request.options.version))
         ->group(group);
-    app.add_flag("--tiles", request.options.tiles, "a file for each fragment, its name behind OUTPUT's")
+    app.add_flag("--tiles", request.options.tiles, "one file per fragment; its name follows OUTPUT's")
         ->group(group);
     app.add_flag("--uncompressed", request.options.uncompressed,
-                 "LAS, as an OUTPUT that ends in .las also asks for")
+                 "LAS instead of LAZ; implied by an OUTPUT in .las")
         ->group(group);
     addValue(app, "--day", "N", parseNumber<int>, request.options.day,
              fmt::format("day of the year of the header (default {})", request.options.day))
@@ -77,12 +78,23 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
              fmt::format("year of the header (default {})", request.options.year))
         ->group(group);
     addValue(app, "--point-source-id", "N", pointSourceID, request.options.pointSourceID,
-             "0 to 65535: given to every point; 0 leaves points their own (default 0)")
+             "0 to 65535: assigned to every point; 0 keeps the points' own (default 0)")
         ->group(group);
     addRepeatable(
         app, "--rename", "FIELD=ATTRIBUTE", renaming,
         [&](const auto& entry) { request.options.renames[entry.first] = entry.second; },
         "store a field as a LAS attribute (repeatable)")
+        ->group(group);
+    app.add_flag(
+           "--plain", request.plain,
+           "what the exporter writes by itself: no flags, extra bytes, records or\nreference system, and "
+           "its older habits")
+        ->group(group);
+    addValue(app, "--scale", "X[,Y,Z]", parseSteps, request.options.step,
+             "steps of coordinates (default the input's, else 0.00025)")
+        ->group(group);
+    addValue(app, "--offset", "X[,Y,Z]", parseTriple, request.options.offset,
+             "offset of coordinates (default the input's, else the centre)")
         ->group(group);
     app.add_flag("--verify", request.options.verify,
                  "decode every file and compare it before it is put in place")
@@ -98,7 +110,7 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
 
 CLI::App* addPcd(CLI::App& program, PcdRequest& request) {
     CLI::App& app =
-        *program.add_subcommand("pcd", "write a PCD file: points, thinned to one a cell, with intensities");
+        *program.add_subcommand("pcd", "write a PCD file: points, thinned to one per cell, with intensities");
     const std::string group = "PCD";
     addValue(app, "--ref-level", "N", parseNumber<int>, request.options.refinementLevel,
              fmt::format("refinement level; -1 is the highest (default {})", request.options.refinementLevel))
@@ -129,9 +141,9 @@ CLI::App* addAscii(CLI::App& program, AsciiRequest& request) {
         fmt::format("refinement level; -1 is the highest, -2 all (default {})", settings.refinementLevel))
         ->group(group);
     addValue(app, "--precision", "N", parseNumber<unsigned int>, settings.precision,
-             fmt::format("decimals of the values of grids; 0 is six (default {})", settings.precision))
+             fmt::format("decimals of the values of grids; 0 means six (default {})", settings.precision))
         ->group(group);
-    app.add_flag("--append", settings.append, "a file for each field, added to where it exists")
+    app.add_flag("--append", settings.append, "one file per field; existing files are appended to")
         ->group(group);
     app.add_flag("--tile-suffix", settings.tileSuffix, "the lower left corner in the names of grids")
         ->group(group);
@@ -150,11 +162,11 @@ CLI::App* addAscii(CLI::App& program, AsciiRequest& request) {
 
 CLI::App* addInfo(CLI::App& program, InfoRequest& request) {
     CLI::App& app = *program.add_subcommand(
-        "info", "tell what the inputs hold: slices, grids, skeletons, fields, fragments");
+        "info", "show what the inputs contain: slices, grids, skeletons, fields, fragments");
     addInputs(app, request.inputs);
-    app.add_flag("--bounds", request.bounds, "read the positions to tell their bounding boxes")
+    app.add_flag("--bounds", request.bounds, "show bounding boxes, for which positions are read")
         ->group("Inputs");
-    addReport(app, request.report, "the answer as JSON");
+    addReport(app, request.report, "the output as JSON");
     finish(app, "Example:\n  tidewatch info survey.laz tides.h5");
     return &app;
 }
@@ -255,7 +267,22 @@ constexpr Command (*commandTable[])(CLI::App&) = {
     makeCommand<BundleRequest, addBundle>, makeCommand<ViewRequest, addView>,
     makeCommand<SampleRequest, addSample>};
 
-/// Insertions, deletions, replacements and swaps of neighbours that lead from one word to the other.
+constexpr std::string_view versionAsJson[] = {"--version", "--json"};
+
+/// The version, and what keeps the process that reads bundle files and rasters apart from everything else.
+std::string versionJson() {
+    Json sandbox;
+    try {
+        const Sandbox state = probeSandbox();
+        sandbox = {{"seccomp", state.seccomp}, {"landlock", state.landlock}, {"limits", state.limits}};
+    } catch (const Anchor::Error& error) {
+        sandbox = {{"error", error.what()}};
+    }
+    return jsonText(Json{{"version", TIDEWATCH_VERSION}, {"sandbox", sandbox}});
+}
+
+/// The number of insertions, deletions, replacements and swaps of neighbours that turn one word into the
+/// other.
 std::size_t editDistance(std::string_view a, std::string_view b) {
     std::vector<std::vector<std::size_t>> distance(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
     for (std::size_t i = 0; i <= a.size(); ++i) {
@@ -284,7 +311,7 @@ void checkCommandName(const CLI::App& program, const std::string& name) {
     });
     constexpr std::size_t slips = 2;
     throw UsageError(editDistance(name, *nearest) <= slips
-                         ? fmt::format("there is no command \"{}\"; do you mean {}?", name, *nearest)
+                         ? fmt::format("there is no command \"{}\"; did you mean {}?", name, *nearest)
                          : fmt::format("there is no command \"{}\"; there are {}", name, joined(names)));
 }
 
@@ -299,9 +326,10 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     CLI::App program("Exports point clouds of surveys, and shows and bundles them.", "tidewatch");
     program.formatter(std::make_shared<HelpFormat>());
     program.set_help_flag("-h,--help", "this text");
-    program.set_version_flag("--version", "tidewatch " TIDEWATCH_VERSION, "the version");
+    program.set_version_flag("--version", "tidewatch " TIDEWATCH_VERSION,
+                             "the version; with --json also what is in force where files are read");
     program.require_subcommand(1);
-    program.footer("'tidewatch COMMAND --help' tells the options of a command.\n\n"
+    program.footer("'tidewatch COMMAND --help' lists the options of a command.\n\n"
                    "Exit status: 0 done; 1 failed; 2 wrong usage; 130 interrupted.");
 
     std::vector<Command> commands;
@@ -311,16 +339,18 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     if (arguments.empty())
         throw UsageError("a command is missing; 'tidewatch --help' lists them");
     std::vector<std::string> words(arguments.begin(), arguments.end());
+    if (std::is_permutation(words.begin(), words.end(), std::begin(versionAsJson), std::end(versionAsJson)))
+        return TextRequest{versionJson()};
     if (!words.front().starts_with('-'))
         checkCommandName(program, words.front());
     for (const std::string& word : words) {
         if (word == "--")
             break;
-        // The parser would take the next argument for the missing value.
+        // The parser would use the next argument as the value.
         if (word.starts_with("--") && word.ends_with('='))
             throw UsageError(word + " has no value");
     }
-    // The parser takes them from the end.
+    // The parser expects them in reverse order.
     std::reverse(words.begin(), words.end());
     try {
         program.parse(std::move(words));

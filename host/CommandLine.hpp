@@ -20,11 +20,11 @@ struct TextRequest {
     [[nodiscard]] int run() const;
 };
 
-/// What the user asks for. Each alternative has `int run() const`, which gives the exit status.
+/// What the user requests. Each alternative has `int run() const`, which returns the exit status.
 using Request = std::variant<TextRequest, LasRequest, PcdRequest, AsciiRequest, InfoRequest, BundleRequest,
                              SampleRequest, ViewRequest>;
 
-/// Reads the arguments of the program, its name left out. Throws UsageError.
+/// Parses the arguments of the program, without its name. Throws UsageError.
 [[nodiscard]] Request parseCommandLine(std::span<const char* const> arguments);
 
 } // namespace Tidewatch

@@ -16,13 +16,13 @@ constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
 void setAction(int signal, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
-    // Libraries on the way read and write files without a thought for EINTR.
+    // The libraries read and write files without handling EINTR.
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(signal, &action, nullptr);
 }
 
-extern "C" void noteWish(int) {
+extern "C" void recordRequest(int) {
     requested = true;
     for (const int signal : signals) {
         struct sigaction current {};
@@ -38,9 +38,9 @@ void Interruption::install() {
     for (const int signal : signals) {
         struct sigaction current {};
         sigaction(signal, nullptr, &current);
-        // SIGINT is ignored in the background of a script; who sends it there all the same means it.
+        // A script's background processes ignore SIGINT; if it is sent to one explicitly, that is intended.
         if (signal != SIGHUP || current.sa_handler != SIG_IGN)
-            setAction(signal, noteWish);
+            setAction(signal, recordRequest);
     }
 }
 

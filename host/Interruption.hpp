@@ -5,22 +5,22 @@ namespace Tidewatch {
 
 /// Thrown through an exporter or a reader when the user has asked the program to stop.
 ///
-/// It is no std::exception on purpose: code on the way that turns exceptions into messages of its own must
-/// not take it for an error.
+/// It is not a std::exception on purpose: code that turns exceptions into messages must not treat it as an
+/// error.
 struct Interrupted {};
 
-/// The wish to stop: SIGINT, SIGTERM and SIGHUP.
+/// Requests to stop by SIGINT, SIGTERM and SIGHUP.
 class Interruption {
 public:
     Interruption() = delete;
 
-    /// From now on the first of these signals only notes the wish; a second one ends the process at once.
-    /// A hang-up that was ignored before (nohup) stays ignored.
+    /// From now on the first of these signals only records the request; a second one ends the process at
+    /// once. If SIGHUP was ignored before (nohup), it stays ignored.
     static void install();
 
     [[nodiscard]] static bool isRequested() noexcept;
 
-    /// Throws Interrupted when the wish has been noted.
+    /// Throws Interrupted if a request has been recorded.
     static void check();
 };
 

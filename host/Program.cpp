@@ -32,7 +32,7 @@ ExitStatus fail(const std::string& message, ExitStatus status = failed) {
 
 int runProgram(std::span<const char* const> arguments) {
     openMissingStandardStreams();
-    // A reader that has gone and a file that grows too large show as errors of the write.
+    // A closed pipe and a file that exceeds its size limit are then reported as write errors.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     Interruption::install();
@@ -44,7 +44,7 @@ int runProgram(std::span<const char* const> arguments) {
     } catch (const UsageError& error) {
         return fail(error.what(), wrongUsage);
     } catch (const std::bad_alloc&) {
-        return fail("there is not enough memory; take less at a time with --time, --grid or --field, "
+        return fail("there is not enough memory; select less with --time, --grid or --field, "
                     "or lower --memory-limit and --fragment-points");
     } catch (const std::exception& error) {
         return fail(error.what());

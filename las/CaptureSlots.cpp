@@ -51,11 +51,14 @@ using Slots = std::array<const SlotAccess*, 2>;
 /// What an array in the first of two slots means for arrays that come later.
 enum class FirstSlot { LetsIn, KeepsOut };
 
+/// Which grids have an attribute, and whether a run without a rename map knows its name.
+enum class Scope { Default, ByName, Carried };
+
 /// One LAS attribute.
 struct Attribute {
     std::string_view name;
     Slots slots;
-    bool isDefault = true;
+    Scope scope = Scope::Default;
     FirstSlot first = FirstSlot::LetsIn;
 };
 
@@ -69,7 +72,7 @@ constexpr Attribute attributes[] = {
     {"EdgeOfFlightLine", {&access<&CaptureSlots::edgeOfFlightLine>}},
     {"ScanAngleRank",
      {&access<&CaptureSlots::scanAngleRank>, &access<&CaptureSlots::scanAngle>},
-     true,
+     Scope::Default,
      // An angle in whole degrees that is there already keeps the finer one out.
      FirstSlot::KeepsOut},
     {"ScanDirectionFlag", {&access<&CaptureSlots::scanDirectionFlag>}},
@@ -77,20 +80,34 @@ constexpr Attribute attributes[] = {
     {"PointSourceID", {&access<&CaptureSlots::pointSourceID>}},
     {"GPSTime", {&access<&CaptureSlots::gpsTime>}},
     {"RGB", {&access<&CaptureSlots::rgb>}},
-    {"Reflectance", {&access<&CaptureSlots::reflectance>}, false},
-    {"Amplitude", {&access<&CaptureSlots::amplitude>, &access<&CaptureSlots::amplitudeFloat>}, false},
+    {"Reflectance", {&access<&CaptureSlots::reflectance>}, Scope::ByName},
+    {"Amplitude", {&access<&CaptureSlots::amplitude>, &access<&CaptureSlots::amplitudeFloat>}, Scope::ByName},
+    {"Synthetic", {&access<&CaptureSlots::synthetic>}, Scope::Carried},
+    {"KeyPoint", {&access<&CaptureSlots::keyPoint>}, Scope::Carried},
+    {"Withheld", {&access<&CaptureSlots::withheld>}, Scope::Carried},
+    {"Overlap", {&access<&CaptureSlots::overlap>}, Scope::Carried},
+    {"ScannerChannel", {&access<&CaptureSlots::scannerChannel>}, Scope::Carried},
+    {"NearInfrared", {&access<&CaptureSlots::nearInfrared>}, Scope::Carried},
+    {"Red", {&access<&CaptureSlots::red>}, Scope::Carried},
+    {"Green", {&access<&CaptureSlots::green>}, Scope::Carried},
+    {"Blue", {&access<&CaptureSlots::blue>}, Scope::Carried},
 };
 
-const Attribute* findAttribute(std::string_view name) {
-    const auto* const found = std::find_if(std::begin(attributes), std::end(attributes),
-                                           [&](const Attribute& one) { return one.name == name; });
+bool counts(const Attribute& one, bool carry) {
+    return carry || one.scope != Scope::Carried;
+}
+
+const Attribute* findAttribute(std::string_view name, bool carry) {
+    const auto* const found =
+        std::find_if(std::begin(attributes), std::end(attributes),
+                     [&](const Attribute& one) { return one.name == name && counts(one, carry); });
     return found != std::end(attributes) ? found : nullptr;
 }
 
 } // namespace
 
-void CaptureSlots::capture(std::string_view lasName, const Data& data) {
-    const Attribute* const found = findAttribute(lasName);
+void CaptureSlots::capture(std::string_view lasName, const Data& data, bool carry) {
+    const Attribute* const found = findAttribute(lasName, carry);
     if (found == nullptr)
         return;
     for (std::size_t number = 0; number < found->slots.size() && found->slots[number] != nullptr; ++number) {
@@ -115,17 +132,18 @@ void CaptureSlots::forEachFilled(
     }
 }
 
-std::optional<std::size_t> CaptureSlots::slotOf(std::string_view lasName, const std::type_info& elementType) {
-    const std::vector<const std::type_info*> types = elementTypes(lasName);
+std::optional<std::size_t> CaptureSlots::slotOf(std::string_view lasName, const std::type_info& elementType,
+                                                bool carry) {
+    const std::vector<const std::type_info*> types = elementTypes(lasName, carry);
     const auto found = std::find_if(types.begin(), types.end(),
                                     [&](const std::type_info* type) { return *type == elementType; });
     return found != types.end() ? std::optional(static_cast<std::size_t>(found - types.begin()))
                                 : std::nullopt;
 }
 
-std::vector<const std::type_info*> CaptureSlots::elementTypes(std::string_view lasName) {
+std::vector<const std::type_info*> CaptureSlots::elementTypes(std::string_view lasName, bool carry) {
     std::vector<const std::type_info*> types;
-    if (const Attribute* const found = findAttribute(lasName)) {
+    if (const Attribute* const found = findAttribute(lasName, carry)) {
         for (const SlotAccess* const slot : found->slots) {
             if (slot != nullptr)
                 types.push_back(&slot->elementType);
@@ -134,21 +152,23 @@ std::vector<const std::type_info*> CaptureSlots::elementTypes(std::string_view l
     return types;
 }
 
-std::vector<std::string> CaptureSlots::names() {
+std::vector<std::string> CaptureSlots::names(bool carry) {
     std::vector<std::string> names;
-    for (const Attribute& one : attributes)
-        names.emplace_back(one.name);
+    for (const Attribute& one : attributes) {
+        if (counts(one, carry))
+            names.emplace_back(one.name);
+    }
     return names;
 }
 
-bool CaptureSlots::isAttribute(std::string_view lasName) {
-    return findAttribute(lasName) != nullptr;
+bool CaptureSlots::isAttribute(std::string_view lasName, bool carry) {
+    return findAttribute(lasName, carry) != nullptr;
 }
 
 std::map<std::string, std::string> CaptureSlots::defaultNames() {
     std::map<std::string, std::string> names;
     for (const Attribute& one : attributes) {
-        if (one.isDefault)
+        if (one.scope == Scope::Default)
             names.emplace(one.name, one.name);
     }
     return names;

@@ -44,10 +44,22 @@ public:
     Slot<float> reflectance;
     Slot<unsigned short> amplitude;
     Slot<float> amplitudeFloat;
+    // Of grids that are carried.
+    Slot<unsigned char> synthetic;
+    Slot<unsigned char> keyPoint;
+    Slot<unsigned char> withheld;
+    Slot<unsigned char> overlap;
+    Slot<unsigned char> scannerChannel;
+    Slot<unsigned short> nearInfrared;
+    Slot<unsigned short> red;
+    Slot<unsigned short> green;
+    Slot<unsigned short> blue;
 
     /// Puts an array into the slot of a LAS attribute. An array of another element type than the attribute
-    /// takes, and a name that is no attribute's, change nothing.
-    void capture(std::string_view lasName, const Anchor::StrongPtr<Anchor::Cacheable>& data);
+    /// takes, and a name that is no attribute's, change nothing. Here and below, attributes of carried grids count
+    /// where `carry` says so.
+    void capture(std::string_view lasName, const Anchor::StrongPtr<Anchor::Cacheable>& data,
+                 bool carry = false);
 
     /// Lets go of all arrays.
     void clear() { *this = {}; }
@@ -58,15 +70,16 @@ public:
 
     /// Which of an attribute's slots takes arrays of an element type, by its number; nothing where none does. Values
     /// in slot 0 go before those in slot 1.
-    [[nodiscard]] static std::optional<std::size_t> slotOf(std::string_view lasName,
-                                                           const std::type_info& elementType);
+    [[nodiscard]] static std::optional<std::size_t>
+    slotOf(std::string_view lasName, const std::type_info& elementType, bool carry = false);
 
     /// The element types that an attribute takes, in the order of its slots.
-    [[nodiscard]] static std::vector<const std::type_info*> elementTypes(std::string_view lasName);
+    [[nodiscard]] static std::vector<const std::type_info*> elementTypes(std::string_view lasName,
+                                                                         bool carry = false);
 
     /// All attributes.
-    [[nodiscard]] static std::vector<std::string> names();
-    [[nodiscard]] static bool isAttribute(std::string_view lasName);
+    [[nodiscard]] static std::vector<std::string> names(bool carry = false);
+    [[nodiscard]] static bool isAttribute(std::string_view lasName, bool carry = false);
 
     /// The attributes that fields of the same name become when nothing else is asked for.
     [[nodiscard]] static std::map<std::string, std::string> defaultNames();

@@ -2,16 +2,22 @@
 #include "las/ExportPointCloudToLas.hpp"
 
 #include "anchor/Cache.hpp"
+#include "anchor/Error.hpp"
 #include "convlib/ExporterRegistration.hpp"
 #include "convlib/ReferenceVertices.hpp"
 #include "las/CaptureSlots.hpp"
 #include "las/LasBox.hpp"
+#include "las/LasLayout.hpp"
 #include "las/lasRules.hpp"
 #include "sheaf/Grid.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 
+#include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <utility>
 
 namespace ExportLib {
@@ -27,6 +33,17 @@ using Fragment = Anchor::StrongPtr<Sheaf::FragmentID>;
 std::uint32_t mebibytesInUse() {
     const auto bytes = static_cast<double>(Anchor::Cache::MemCache().bytesInUse());
     return static_cast<std::uint32_t>(static_cast<std::uint64_t>(bytes * 9.5367431640625e-07));
+}
+
+void appendTriple(std::string& text, const char* label, const std::optional<std::array<double, 3>>& triple) {
+    if (!triple)
+        return;
+    text += label;
+    for (const double number : *triple) {
+        char digits[32];
+        text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+        text += " ";
+    }
 }
 
 /// The export of one grid.
@@ -51,6 +68,8 @@ private:
     [[nodiscard]] Anchor::StrongPtr<LasBox> makeBox(const Box& bounds, const Fragment& fragment,
                                                     bool tiled) const;
     void fillSlots(const Fragment& fragment);
+    void fillExtras(const Fragment& fragment);
+    void planLayout();
 
     ExportPointCloudToLas& exporter_;
     const LasBox::Host& host_;
@@ -60,6 +79,7 @@ private:
     Box bounds_{new Geom::BoundingBox};
     std::map<const Sheaf::CreativeArrayBase*, Box> boundsOfFragments_;
     Anchor::StrongPtr<LasBox> tile_;
+    BeyondContract beyond_;
 };
 
 bool GridStep::run() {
@@ -76,6 +96,7 @@ bool GridStep::exportFragments() {
     positions_ = representation_->Positions();
     const std::vector<Fragment> fragments = positions_->getFragmentIDs();
     expandBounds();
+    planLayout();
     std::uint64_t write = 1;
     for (const Fragment& fragment : fragments) {
         // A refusal costs this fragment only: the next one asks again.
@@ -85,6 +106,16 @@ bool GridStep::exportFragments() {
             return false;
     }
     return true;
+}
+
+/// What a host asks for beyond the contract. Nothing is asked of it where it asks for nothing.
+void GridStep::planLayout() {
+    beyond_.settings = LasSettings::of(exporter_);
+    beyond_.additions = exporter_.additions();
+    if (exporter_.Carry() || exporter_.Conforming())
+        beyond_.layout =
+            LasLayout::of(*grid_, *representation_, beyond_.settings, exporter_.RenameMap,
+                          [&](const std::string& field) { return exporter_.UseThisField(field); });
 }
 
 /// The box of the whole field, which needs all of its arrays.
@@ -150,7 +181,7 @@ bool GridStep::exportFragment(const Fragment& fragment) {
     }
     tile_->writePoints(pointCount(*creator));
     // Memory peaks at one fragment only if it goes before the next one comes.
-    tile_->slots().clear();
+    tile_->clear();
     return true;
 }
 
@@ -158,7 +189,7 @@ Anchor::StrongPtr<LasBox> GridStep::makeBox(const Box& bounds, const Fragment& f
     return Anchor::makeStrong<LasBox>(
         exporter_.Day, exporter_.Year, bounds, *representation_,
         lasFileName(exporter_.OutputPath, fragment, tiled, exporter_.uncompressed), exporter_.Version,
-        exporter_.PointSourceID, grid_, host_);
+        exporter_.PointSourceID, grid_, host_, beyond_);
 }
 
 void GridStep::fillSlots(const Fragment& fragment) {
@@ -175,11 +206,100 @@ void GridStep::fillSlots(const Fragment& fragment) {
         // Looked up only now: the host may have changed the map while the data was made.
         [&](const std::string& name) { return attributeOf(exporter_.RenameMap, name); },
         [&](const std::string& attribute, const std::string&,
-            const Anchor::StrongPtr<Anchor::Cacheable>& data) { slots.capture(attribute, data); },
+            const Anchor::StrongPtr<Anchor::Cacheable>& data) {
+            slots.capture(attribute, data, beyond_.settings.carry);
+        },
         [](const std::string&) {});
+    fillExtras(fragment);
+}
+
+void GridStep::fillExtras(const Fragment& fragment) {
+    const auto chart = grid_->findCartesianChart(std::string(Sheaf::Grid::standardChart));
+    const auto skeleton = grid_->skeletons().findVertices(-1);
+    // The components of a field stand next to each other, and its array need not be asked for again.
+    std::string last;
+    Anchor::StrongPtr<Anchor::Cacheable> data;
+    for (ExtraBytesWriter& extra : tile_->extras()) {
+        const std::string& name = extra.description().field;
+        if (name != last) {
+            const auto field = grid_->getField(chart, name, skeleton);
+            const auto creator = field ? field->getCreator(fragment) : nullptr;
+            data = creator ? creator->create(false) : nullptr;
+            last = name;
+        }
+        extra.take(data);
+    }
 }
 
 } // namespace
+
+class ExportPointCloudToLas::Own final : public OwnSettings {
+public:
+    bool carry = false;
+    bool conforming = false;
+    std::optional<std::array<double, 3>> step;
+    std::optional<std::array<double, 3>> offset;
+
+    [[nodiscard]] std::string print() const override {
+        std::string text;
+        if (carry)
+            text += "\nCarry ";
+        if (conforming)
+            text += "\nConforming ";
+        appendTriple(text, "\nStep: ", step);
+        appendTriple(text, "\nOffset: ", offset);
+        return text;
+    }
+};
+
+const ExportPointCloudToLas::Own& ExportPointCloudToLas::own() const noexcept {
+    static const Own defaults;
+    // Nobody else sets them.
+    const OwnSettings* const settings = ownSettings();
+    return settings != nullptr ? static_cast<const Own&>(*settings) : defaults;
+}
+
+ExportPointCloudToLas::Own& ExportPointCloudToLas::own() {
+    if (ownSettings() == nullptr)
+        setOwnSettings(std::make_unique<Own>());
+    return static_cast<Own&>(*ownSettings());
+}
+
+bool ExportPointCloudToLas::Carry() const noexcept {
+    return own().carry;
+}
+
+void ExportPointCloudToLas::setCarry(bool carry) {
+    own().carry = carry;
+}
+
+bool ExportPointCloudToLas::Conforming() const noexcept {
+    return own().conforming;
+}
+
+void ExportPointCloudToLas::setConforming(bool conforming) {
+    own().conforming = conforming;
+}
+
+std::optional<std::array<double, 3>> ExportPointCloudToLas::Step() const noexcept {
+    return own().step;
+}
+
+std::optional<std::array<double, 3>> ExportPointCloudToLas::Offset() const noexcept {
+    return own().offset;
+}
+
+void ExportPointCloudToLas::setStep(const std::optional<std::array<double, 3>>& step) {
+    if (step && !std::all_of(step->begin(), step->end(), [](double s) { return std::isfinite(s) && s > 0; }))
+        throw Anchor::ModelError("LAS exporter: a step of coordinates is not a finite number above 0");
+    own().step = step;
+}
+
+void ExportPointCloudToLas::setOffset(const std::optional<std::array<double, 3>>& offset) {
+    if (offset && !std::all_of(offset->begin(), offset->end(), [](double o) { return std::isfinite(o); }))
+        throw Anchor::ModelError("LAS exporter: an offset of coordinates is not a finite number");
+    own().offset = offset;
+}
 
 ExportPointCloudToLas::ExportPointCloudToLas() = default;
 ExportPointCloudToLas::~ExportPointCloudToLas() = default;

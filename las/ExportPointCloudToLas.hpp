@@ -3,7 +3,9 @@
 
 #include "convlib/BasicConverterDefs.hpp"
 
+#include <array>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace ExportLib {
@@ -49,8 +51,33 @@ public:
     /// The point source ID of every point, where it is greater than 0.
     int PointSourceID = 0;
 
+    /// Whether grids are carried, beyond the contract (not unless set): flags, scanner channel, near infrared and 16-bit
+    /// colours; other fields as extra bytes, as their encodings say; the GPS time together with colours in LAS 1.2 and
+    /// 1.3; and of what a grid states the records, step and offset, GPS time encoding, file source ID and system
+    /// identifier. docs/las.md has the details.
+    [[nodiscard]] bool Carry() const noexcept;
+    void setCarry(bool carry);
+
+    /// Whether files follow LAS 1.4 R15 where the contract keeps older habits (not unless set): scan angles in steps of
+    /// 0.006 degrees, 8-bit colours times 256, Reflectance and Amplitude with their own point and no undescribed bytes,
+    /// counts by return of what is stored, days from 1, and the extent of the stored points.
+    [[nodiscard]] bool Conforming() const noexcept;
+    void setConforming(bool conforming);
+
+    /// The steps and offsets of coordinates, x first; nothing, as they are unless set, leaves them to the exporter.
+    /// Setting a step that is not finite and greater than 0, or an offset that is not finite, throws Anchor::ModelError.
+    [[nodiscard]] std::optional<std::array<double, 3>> Step() const noexcept;
+    [[nodiscard]] std::optional<std::array<double, 3>> Offset() const noexcept;
+    void setStep(const std::optional<std::array<double, 3>>& step);
+    void setOffset(const std::optional<std::array<double, 3>>& offset);
+
     /// The twelve names that a run without a rename map knows, each standing for itself.
     [[nodiscard]] static std::map<std::string, std::string> DefaultRenameMap();
+
+private:
+    class Own;
+    [[nodiscard]] const Own& own() const noexcept;
+    Own& own();
 };
 
 } // namespace ExportLib

@@ -3,6 +3,8 @@
 
 #include "anchor/Console.hpp"
 #include "convlib/BasicConverterDefs.hpp"
+#include "formats/las/extraBytesEntry.hpp"
+#include "formats/las/layout.hpp"
 #include "las/LasPlan.hpp"
 #include "las/fileIsComplete.hpp"
 #include "las/lasHeader.hpp"
@@ -11,8 +13,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <ctime>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -25,6 +29,9 @@
 namespace ExportLib {
 
 namespace {
+
+/// Degrees (LAS 1.4 R15, "Scan Angle" of point formats 6 to 10).
+constexpr double scanAngleStep = 0.006;
 
 // Several exporters may run in threads of their own.
 std::atomic<int> boxCount{0};
@@ -109,34 +116,118 @@ struct LasBox::Changes {
     std::uint64_t wholeAngles = 0;
     ShortChanges reflectance;
     ShortChanges amplitude;
+    // Of what lies beyond the contract.
+    std::uint64_t roundedAngles = 0;
+    double mostOfAngles = 0;
+    std::uint64_t highChannels = 0;
+    std::uint64_t overlaps = 0;
+    std::uint64_t scannerChannels = 0;
+    std::uint64_t nearInfrared = 0;
 };
 
 LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
                const Sheaf::Representation& representation, std::string fileName, const int& version,
-               const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Host host)
+               const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Host host,
+               BeyondContract beyond)
     : number_(boxCount++),
       version_(version),
       fileName_(std::move(fileName)),
       pointSourceID_(pointSourceID),
       grid_(std::move(grid)),
-      host_(std::move(host)) {
+      host_(std::move(host)),
+      beyond_(std::move(beyond)) {
+    least_.fill(std::numeric_limits<I32>::max());
+    greatest_.fill(std::numeric_limits<I32>::min());
 #ifdef TIDEWATCH_LASLIB_HALTS
     // Releases that have this switch would otherwise end the host's process with their first error.
     halt_on_error(false);
 #endif
     if (!setVersion(header_, version_))
         return;
-    setExtent(header_, cornerOf(box->lower(), *box), cornerOf(box->upper(), *box));
+    setAxes(*box);
     setIdentification(header_);
-    setCreationDate(header_, day, year, std::time(nullptr));
-    addAttributes(representation);
+    setCreationDate(header_, day, year, std::time(nullptr), beyond_.settings.conforming ? 1 : 0);
+    if (beyond_.layout)
+        addLayout();
+    else
+        addAttributes(representation);
+    addAdditions();
+    if (beyond_.settings.carry)
+        addStatement();
     if (host_.observer)
         tellAxes(*box);
     point_.init(&header_, header_.point_data_format, header_.point_data_record_length, &header_);
     opener_.set_file_name(fileName_.c_str());
+    errno = 0;
     writer_.reset(opener_.open(&header_));
-    if (!writer_)
-        failed_ = true;
+    noteFailure(!writer_);
+}
+
+void LasBox::setAxes(const Geom::BoundingBox& box) {
+    const std::array<double, 3> lower = cornerOf(box.lower(), box);
+    const std::array<double, 3> upper = cornerOf(box.upper(), box);
+    const LasSettings& settings = beyond_.settings;
+    if (!settings.carry && !settings.step && !settings.offset) {
+        setExtent(header_, lower, upper);
+        return;
+    }
+    const auto axes = axesFor(lower, upper, settings, grid_->statement());
+    for (std::size_t i = 0; i < axes.size(); ++i) {
+        const auto& [step, offset] = axes[i];
+        setAxis(header_, i, step, offset, quantizedCorner(lower[i], step, offset),
+                quantizedCorner(upper[i], step, offset));
+    }
+}
+
+/// What the layout says of the records.
+void LasBox::addLayout() {
+    const LasLayout& layout = *beyond_.layout;
+    header_.point_data_format = static_cast<U8>(layout.pointFormat);
+    header_.point_data_record_length = static_cast<U16>(layout.recordLength);
+    if (grid_->skeletons().findVertices(-1))
+        grid_->makeCartesianChart(std::string(Sheaf::Grid::standardChart), 0);
+    std::vector<std::uint8_t> entries;
+    const auto append = [&](const Sheaf::FieldEncoding& encoding) {
+        const auto entry = Formats::Las::encodeExtraBytesEntry(encoding);
+        entries.insert(entries.end(), entry.begin(), entry.end());
+    };
+    if (layout.amplitudeStart) {
+        amplitudeStart_ = static_cast<I32>(*layout.amplitudeStart);
+        append(amplitudeEncoding());
+    }
+    if (layout.reflectanceStart) {
+        reflectanceStart_ = static_cast<I32>(*layout.reflectanceStart);
+        append(reflectanceEncoding());
+    }
+    for (const LasPlan::ExtraBytes& extra : layout.extras) {
+        append(extra.encoding);
+        extras_.emplace_back(extra);
+    }
+    if (!entries.empty())
+        addExtraBytesRecord(header_, entries);
+}
+
+/// What the grid states of the file that it comes from.
+void LasBox::addStatement() {
+    const Sheaf::FileStatement& statement = grid_->statement();
+    if (statement.fileSourceId)
+        header_.file_source_ID = *statement.fileSourceId;
+    if (statement.systemIdentifier) {
+        std::fill(std::begin(header_.system_identifier), std::end(header_.system_identifier), '\0');
+        statement.systemIdentifier->copy(header_.system_identifier, sizeof header_.system_identifier);
+    }
+    if (statement.gpsTime == Sheaf::FileStatement::GpsTime::Adjusted && hasGpsTime(header_))
+        header_.global_encoding |= Formats::Las::GlobalEncoding::adjustedGpsTime;
+    for (const Sheaf::FileRecord& record : beyond_.layout->records)
+        addRecord(header_, record);
+}
+
+void LasBox::addAdditions() {
+    header_.global_encoding |= beyond_.additions.headerBits;
+    for (const Sheaf::FileRecord& record : beyond_.additions.records) {
+        if (placeOfRecord(record, version_) != RecordPlace::Nowhere)
+            addRecord(header_, record);
+    }
 }
 
 void LasBox::addAttributes(const Sheaf::Representation& representation) {
@@ -174,21 +265,50 @@ void LasBox::finish() noexcept {
     std::uint64_t bytes = 0;
     if (writer_) {
         setPointCounts(header_, total_, pointsByReturn_);
+        if (beyond_.settings.conforming)
+            setStoredExtent();
+        errno = 0;
         const bool updated = writer_->update_header(&header_, false, version_ == 4);
         // laslib/ turns the sign around where it knows of an output error.
         const I64 closed = writer_->close(true);
         writer_.reset();
         bytes = static_cast<std::uint64_t>(closed < 0 ? -closed : closed);
-        failed_ = failed_ || !updated || closed < 0;
+        noteFailure(!updated || closed < 0);
     } else if (!failed_) {
         return;
     }
     try {
-        failed_ = failed_ || !fileIsComplete(fileName_, bytes, header_, total_);
-        host_.report({fileName_, bytes, total_, failed_});
+        errno = 0;
+        if (!failed_)
+            noteFailure(!fileIsComplete(fileName_, bytes, header_, total_));
+        host_.report({fileName_, bytes, total_, failed_, error_});
     } catch (...) {
         // No memory for the record: the host sees a file that nobody has vouched for.
     }
+}
+
+void LasBox::noteFailure(bool hasFailed) noexcept {
+    if (hasFailed && !failed_)
+        error_ = errno;
+    failed_ = failed_ || hasFailed;
+}
+
+void LasBox::clear() {
+    slots_.clear();
+    for (ExtraBytesWriter& extra : extras_)
+        extra.clear();
+}
+
+/// The extent of the points as readers compute their coordinates.
+void LasBox::setStoredExtent() {
+    if (total_ == 0)
+        return;
+    const LASquantizer& q = header_;
+    const double steps[]{q.x_scale_factor, q.y_scale_factor, q.z_scale_factor};
+    const double offsets[]{q.x_offset, q.y_offset, q.z_offset};
+    for (std::size_t i = 0; i < least_.size(); ++i)
+        setAxis(header_, i, steps[i], offsets[i], least_[i] * steps[i] + offsets[i],
+                greatest_[i] * steps[i] + offsets[i]);
 }
 
 void LasBox::writePoints(std::uint32_t count) {
@@ -210,6 +330,12 @@ void LasBox::writePoints(std::uint32_t count) {
 }
 
 template <bool isExtended, bool isObserved>
+std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
+    return beyond_.layout ? writePointsOf<isExtended, isObserved, true>(count)
+                          : writePointsOf<isExtended, isObserved, false>(count);
+}
+
+template <bool isExtended, bool isObserved, bool isBeyond>
 std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     // The older formats hold 3 bits, so 6 and 7 pass although the format's own limit, which the warning
     // names, is 5. Deliberate: sensors that count to 7 keep their numbers.
@@ -237,6 +363,16 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     const auto amplitudeFloat =
         amplitudeStart_ >= 0 && !slots_.amplitude ? elements(slots_.amplitudeFloat) : Floats();
 
+    [[maybe_unused]] const bool isConforming = isBeyond && beyond_.settings.conforming;
+    [[maybe_unused]] const auto synthetic = elements(slots_.synthetic);
+    [[maybe_unused]] const auto keyPoint = elements(slots_.keyPoint);
+    [[maybe_unused]] const auto withheld = elements(slots_.withheld);
+    [[maybe_unused]] const auto overlap = elements(slots_.overlap);
+    [[maybe_unused]] const auto scannerChannel = elements(slots_.scannerChannel);
+    [[maybe_unused]] const auto nearInfrared = elements(slots_.nearInfrared);
+    [[maybe_unused]] const std::array<Shorts, 3> wideColors{elements(slots_.red), elements(slots_.green),
+                                                            elements(slots_.blue)};
+
     std::uint64_t violations = 0;
     [[maybe_unused]] Changes changes;
     const auto limited = [&](unsigned number, [[maybe_unused]] std::size_t point) {
@@ -259,6 +395,32 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     LASpoint& point = point_;
     LASwriter& writer = *writer_;
     bool accepted = true;
+    errno = 0;
+
+    const auto storeAttributes = [&](std::size_t i) {
+        if (i < reflectance.size()) {
+            const std::uint16_t raw = rawReflectance(reflectance[i]);
+            point.set_attribute(reflectanceStart_, U16{raw});
+            if constexpr (isObserved)
+                changes.reflectance.note((static_cast<double>(reflectance[i]) + 25) * 2184, raw);
+        }
+        if (i < amplitude.size()) {
+            point.set_attribute(amplitudeStart_, U16{amplitude[i]});
+        } else if (i < amplitudeFloat.size()) {
+            const std::uint16_t raw = rawAmplitude(amplitudeFloat[i]);
+            point.set_attribute(amplitudeStart_, U16{raw});
+            if constexpr (isObserved)
+                changes.amplitude.note(static_cast<double>(amplitudeFloat[i]), raw);
+        }
+    };
+    [[maybe_unused]] const auto noteStored = [&] {
+        const I32 stored[]{point.X, point.Y, point.Z};
+        for (std::size_t axis = 0; axis < least_.size(); ++axis) {
+            least_[axis] = std::min(least_[axis], stored[axis]);
+            greatest_[axis] = std::max(greatest_[axis], stored[axis]);
+        }
+    };
+    [[maybe_unused]] int overlapBit = point.extended_classification_flags >> 3;
 
     // What shares a byte is stored together: one by one, each would wait for the byte that the one before it
     // stored.
@@ -276,7 +438,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         const std::size_t end = std::min<std::size_t>(count, begin + block);
         // Counted block by block: a run that is stopped here leaves a file that tells what is in it.
         total_ += end - begin;
-        if (!slots_.returnNumber)
+        if (!isConforming && !slots_.returnNumber)
             pointsByReturn_[0] += static_cast<std::uint32_t>(end - begin);
         for (std::size_t i = begin; i < end; ++i) {
             if (i < positions.size()) {
@@ -303,7 +465,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
                 point.intensity = intensity[i];
             if (i < returnNumber.size()) {
                 ownReturn = limited(returnNumber[i], i);
-                if (ownReturn != 0)
+                if (!isConforming && ownReturn != 0)
                     ++pointsByReturn_[ownReturn - 1];
             }
             if (i < numberOfReturns.size())
@@ -323,17 +485,29 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             point.edge_of_flight_line = edge & 1;
             if (i < scanAngle.size()) {
                 point.extended_scan_angle = scanAngle[i];
+                if constexpr (isBeyond && !isExtended) {
+                    if (isConforming) {
+                        const double degrees = scanAngle[i] * scanAngleStep;
+                        point.scan_angle_rank =
+                            static_cast<I8>(std::lround(std::clamp(degrees, -90.0, 90.0)));
+                        const double change = std::abs(degrees - point.scan_angle_rank);
+                        changes.roundedAngles += change > 0 ? 1U : 0U;
+                        changes.mostOfAngles = std::max(changes.mostOfAngles, change);
+                    }
+                }
                 if constexpr (isObserved && !isExtended)
-                    changes.fineAngles += scanAngle[i] != 0 ? 1U : 0U;
+                    changes.fineAngles += !isConforming && scanAngle[i] != 0 ? 1U : 0U;
             }
             if (i < scanAngleRank.size()) {
                 point.scan_angle_rank = static_cast<I8>(scanAngleRank[i]);
                 // Stored as it is, although the wider field counts in steps of 0.006 degrees: files have always
                 // been that way, and what reads them expects whole degrees there. It wins over a finer angle.
                 if constexpr (isExtended)
-                    point.extended_scan_angle = scanAngleRank[i];
+                    point.extended_scan_angle =
+                        isConforming ? static_cast<I16>(std::lround(scanAngleRank[i] / scanAngleStep))
+                                     : I16{scanAngleRank[i]};
                 if constexpr (isObserved && isExtended)
-                    changes.wholeAngles += scanAngleRank[i] != 0 ? 1U : 0U;
+                    changes.wholeAngles += !isConforming && scanAngleRank[i] != 0 ? 1U : 0U;
             }
             if (i < userData.size())
                 point.user_data = userData[i];
@@ -346,6 +520,55 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
                 point.rgb[0] = rgb[i].red();
                 point.rgb[1] = rgb[i].green();
                 point.rgb[2] = rgb[i].blue();
+                if constexpr (isBeyond) {
+                    // LAS 1.4 R15, "Point Data Record Format 2": values of 8 bits are multiplied by 256.
+                    if (isConforming) {
+                        for (U16* const channel : {&point.rgb[0], &point.rgb[1], &point.rgb[2]})
+                            *channel = static_cast<U16>(*channel * 256U);
+                    }
+                }
+            }
+            if constexpr (isBeyond) {
+                for (std::size_t channel = 0; channel < wideColors.size(); ++channel) {
+                    if (i < wideColors[channel].size())
+                        point.rgb[channel] = wideColors[channel][i];
+                }
+                if (i < nearInfrared.size()) {
+                    point.rgb[3] = nearInfrared[i];
+                    changes.nearInfrared += nearInfrared[i] != 0 ? 1U : 0U;
+                }
+                if (i < synthetic.size())
+                    point.synthetic_flag = flag(synthetic[i], i) & 1;
+                if (i < keyPoint.size())
+                    point.keypoint_flag = flag(keyPoint[i], i) & 1;
+                if (i < withheld.size())
+                    point.withheld_flag = flag(withheld[i], i) & 1;
+                if (i < overlap.size())
+                    changes.overlaps += flag(overlap[i], i) & 1;
+                if (i < scannerChannel.size()) {
+                    changes.scannerChannels += scannerChannel[i] != 0 ? 1U : 0U;
+                    changes.highChannels += scannerChannel[i] > 3 ? 1U : 0U;
+                }
+                if constexpr (isExtended) {
+                    if (i < overlap.size())
+                        overlapBit = overlap[i] & 1;
+                    if (i < scannerChannel.size())
+                        point.extended_scanner_channel = scannerChannel[i] & 3;
+                    // Writers take three of the flags from the older fields, and compressors want both alike.
+                    point.extended_classification_flags = (point.synthetic_flag | point.keypoint_flag << 1 |
+                                                           point.withheld_flag << 2 | overlapBit << 3) &
+                                                          0xF;
+                }
+                for (ExtraBytesWriter& extra : extras_) {
+                    if (i < extra.size())
+                        extra.put(i, point.extra_bytes);
+                }
+                if (isConforming) {
+                    storeAttributes(i);
+                    if (ownReturn != 0)
+                        ++pointsByReturn_[ownReturn - 1];
+                    noteStored();
+                }
             }
 
             accepted = writer.write_point(&point) && accepted;
@@ -353,24 +576,12 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             // Only now, so each point is written with the Reflectance and Amplitude of the one before it, and the
             // first of a file with zeros. Files of the past are shifted in the same way, and programs that
             // compensate for it must not shift twice: keep the order.
-            if (i < reflectance.size()) {
-                const std::uint16_t raw = rawReflectance(reflectance[i]);
-                point.set_attribute(reflectanceStart_, U16{raw});
-                if constexpr (isObserved)
-                    changes.reflectance.note((static_cast<double>(reflectance[i]) + 25) * 2184, raw);
-            }
-            if (i < amplitude.size()) {
-                point.set_attribute(amplitudeStart_, U16{amplitude[i]});
-            } else if (i < amplitudeFloat.size()) {
-                const std::uint16_t raw = rawAmplitude(amplitudeFloat[i]);
-                point.set_attribute(amplitudeStart_, U16{raw});
-                if constexpr (isObserved)
-                    changes.amplitude.note(static_cast<double>(amplitudeFloat[i]), raw);
-            }
+            if (!isConforming)
+                storeAttributes(i);
             if (hasAttributes_)
                 writer.update_inventory(&point);
         }
-        failed_ = failed_ || !accepted;
+        noteFailure(!accepted);
     }
     if constexpr (isObserved) {
         // A copy: what others get to see does not stay in registers, in the loop either.
@@ -381,14 +592,25 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
 }
 
 void LasBox::noteSupplies(std::uint32_t count) {
-    slots_.forEachFilled([&](std::string_view attribute, std::size_t elements) {
-        if (elements == 0 || !hasRoomFor(attribute))
-            return;
-        Supply& supply = supplies_[attribute];
+    const auto note = [&](std::string_view attribute, std::size_t elements) {
+        Supply& supply = supplies_[std::string(attribute)];
         const std::uint64_t values = std::min<std::uint64_t>(elements, count);
         supply.values += values;
         supply.surplus += elements - values;
+    };
+    slots_.forEachFilled([&](std::string_view attribute, std::size_t elements) {
+        if (elements != 0 && hasRoomFor(attribute))
+            note(attribute, elements);
     });
+    for (const ExtraBytesWriter& extra : extras_) {
+        if (extra.size() != 0 && extra.description().component == 0)
+            note(extra.description().field, extra.size());
+    }
+}
+
+double LasBox::stepOf(std::size_t axis) const noexcept {
+    const double steps[]{header_.x_scale_factor, header_.y_scale_factor, header_.z_scale_factor};
+    return steps[axis];
 }
 
 /// Whether values of an attribute are stored at all.
@@ -401,6 +623,12 @@ bool LasBox::hasRoomFor(std::string_view attribute) const {
         return reflectanceStart_ >= 0;
     if (attribute == "Amplitude")
         return amplitudeStart_ >= 0;
+    if (attribute == "Red" || attribute == "Green" || attribute == "Blue")
+        return hasColor(header_);
+    if (attribute == "NearInfrared")
+        return header_.point_data_format == 8;
+    if (attribute == "Overlap" || attribute == "ScannerChannel")
+        return version_ == 4;
     return attribute != "PointSourceID" || pointSourceID_ <= 0;
 }
 
@@ -425,9 +653,10 @@ void LasBox::tell(const Changes& changes, std::uint32_t count) const {
     const PositionChanges& moved = changes.positions;
     const std::pair<std::string_view, double> axes[] = {
         {"Positions.x", moved.x}, {"Positions.y", moved.y}, {"Positions.z", moved.z}};
-    for (const auto& [axis, most] : axes) {
+    for (std::size_t i = 0; i < std::size(axes); ++i) {
+        const auto& [axis, most] = axes[i];
         if (most > PositionChanges::noise)
-            tell(axis, ValueChange::Rounded, moved.rounded, positions.size(), most * coordinateStep);
+            tell(axis, ValueChange::Rounded, moved.rounded, positions.size(), most * stepOf(i));
     }
     tell("Positions", ValueChange::Wrapped, moved.strays, positions.size());
     tell("Classification", ValueChange::Truncated, changes.highClasses, used(slots_.classification).size());
@@ -438,7 +667,8 @@ void LasBox::tell(const Changes& changes, std::uint32_t count) const {
 
     const auto tellShorts = [&](std::string_view attribute, const ShortChanges& changed, std::uint64_t values,
                                 double unit) {
-        tell(attribute, ValueChange::Shifted, values, values);
+        if (!beyond_.settings.conforming)
+            tell(attribute, ValueChange::Shifted, values, values);
         tell(attribute, ValueChange::Wrapped, changed.wrapped, values);
         tell(attribute, ValueChange::Rounded, changed.rounded, values, changed.most * unit);
     };
@@ -447,7 +677,29 @@ void LasBox::tell(const Changes& changes, std::uint32_t count) const {
     if (amplitudeStart_ >= 0)
         tellShorts("Amplitude", changes.amplitude,
                    slots_.amplitude ? used(slots_.amplitude).size() : used(slots_.amplitudeFloat).size(), 1);
+    if (beyond_.layout)
+        tellBeyond(changes, count);
     host_.observer->positionsWritten(positions);
+}
+
+void LasBox::tellBeyond(const Changes& changes, std::uint32_t count) const {
+    using ConvLib::ValueChange;
+    tell("ScanAngleRank", ValueChange::Rounded, changes.roundedAngles, count, changes.mostOfAngles);
+    tell("ScannerChannel", ValueChange::Truncated, changes.highChannels, count);
+    const auto tellUnlessRoom = [&](std::string_view attribute, std::uint64_t values) {
+        if (!hasRoomFor(attribute))
+            tell(attribute, ValueChange::Dropped, values, count);
+    };
+    tellUnlessRoom("Overlap", changes.overlaps);
+    tellUnlessRoom("ScannerChannel", changes.scannerChannels);
+    tellUnlessRoom("NearInfrared", changes.nearInfrared);
+    for (const ExtraBytesWriter& extra : extras_) {
+        const ExtraBytesWriter::Changes& changed = extra.changes();
+        const std::string& field = extra.description().field;
+        tell(field, ValueChange::Rounded, changed.rounded, extra.size(), changed.most);
+        tell(field, ValueChange::Clamped, changed.clamped, extra.size());
+        tell(field, ValueChange::Dropped, changed.lost, extra.size());
+    }
 }
 
 void LasBox::tell(std::string_view attribute, ConvLib::ValueChange change, std::uint64_t count,

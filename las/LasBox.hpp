@@ -3,10 +3,13 @@
 
 #include "anchor/ReferenceBase.hpp"
 #include "anchor/StrongPtr.hpp"
+#include "convlib/GridAdditions.hpp"
 #include "convlib/RunObserver.hpp"
 #include "convlib/WrittenFile.hpp"
 #include "geom/BoundingBox.hpp"
 #include "las/CaptureSlots.hpp"
+#include "las/ExtraBytesWriter.hpp"
+#include "las/LasLayout.hpp"
 #include "sheaf/Grid.hpp"
 #include "sheaf/Representation.hpp"
 
@@ -15,12 +18,23 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <laswriter.hpp>
 
 namespace ExportLib {
+
+/// What a host asks of a file beyond the contract.
+struct BeyondContract {
+    /// Of these, carry, conforming, step and offset count.
+    LasSettings settings = {};
+    /// Where the grid is carried, or files are to conform.
+    std::optional<LasLayout> layout = {};
+    ConvLib::GridAdditions additions = {};
+};
 
 /// One output file: its header, the point that all its points are written through, its writer and its counts.
 ///
@@ -47,7 +61,8 @@ public:
     /// made is not an error here.
     LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
            const Sheaf::Representation& representation, std::string fileName, const int& version,
-           const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Host host);
+           const int& pointSourceID, Anchor::StrongPtr<Sheaf::Grid> grid, Host host,
+           BeyondContract beyond = {});
     ~LasBox() override;
     LasBox(const LasBox&) = delete;
     LasBox& operator=(const LasBox&) = delete;
@@ -56,6 +71,11 @@ public:
     [[nodiscard]] int number() const noexcept { return number_; }
     [[nodiscard]] const LASheader& header() const noexcept { return header_; }
     [[nodiscard]] CaptureSlots& slots() noexcept { return slots_; }
+
+    /// The fields that become extra bytes of their own, whose arrays are put in before points are written.
+    [[nodiscard]] std::vector<ExtraBytesWriter>& extras() noexcept { return extras_; }
+    /// Lets go of all arrays.
+    void clear();
 
     /// Where the attributes begin in the extra bytes; -1 without them.
     [[nodiscard]] I32 reflectanceStart() const noexcept { return reflectanceStart_; }
@@ -77,13 +97,24 @@ private:
         std::uint64_t surplus = 0;
     };
 
+    void setAxes(const Geom::BoundingBox& box);
     void addAttributes(const Sheaf::Representation& representation);
+    void addLayout();
+    void addStatement();
+    void addAdditions();
     void tellAxes(const Geom::BoundingBox& box) const;
     void finish() noexcept;
+    /// Remembers a failure; the first one counts.
+    void noteFailure(bool hasFailed) noexcept;
     template <bool isExtended, bool isObserved>
     std::uint64_t writePointsOf(std::uint32_t count);
+    template <bool isExtended, bool isObserved, bool isBeyond>
+    std::uint64_t writePointsOf(std::uint32_t count);
+    void setStoredExtent();
     void noteSupplies(std::uint32_t count);
     [[nodiscard]] bool hasRoomFor(std::string_view attribute) const;
+    [[nodiscard]] double stepOf(std::size_t axis) const noexcept;
+    void tellBeyond(const Changes& changes, std::uint32_t count) const;
     void tell(const Changes& changes, std::uint32_t count) const;
     void tell(std::string_view attribute, ConvLib::ValueChange change, std::uint64_t count,
               std::uint64_t total, double most = 0) const;
@@ -94,6 +125,7 @@ private:
     int pointSourceID_;
     Anchor::StrongPtr<Sheaf::Grid> grid_;
     Host host_;
+    BeyondContract beyond_;
     /// Points of each return, the first in place 0. LAS 1.2 and 1.3 have room for 5; what the places behind
     /// count never reaches their headers.
     std::array<std::uint32_t, 15> pointsByReturn_{};
@@ -106,9 +138,15 @@ private:
     I32 amplitudeStart_ = -1;
     bool hasAttributes_ = false;
     bool failed_ = false;
+    /// Of the first failure, where the system's error number was still to be had.
+    int error_ = 0;
     CaptureSlots slots_;
+    std::vector<ExtraBytesWriter> extras_;
+    /// The least and the greatest stored integers; the least is the greater one while there is no point.
+    std::array<I32, 3> least_;
+    std::array<I32, 3> greatest_;
     /// By attribute; kept for an observer only.
-    std::map<std::string_view, Supply> supplies_;
+    std::map<std::string, Supply, std::less<>> supplies_;
 };
 
 } // namespace ExportLib

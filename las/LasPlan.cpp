@@ -4,6 +4,7 @@
 #include "convlib/ReferenceVertices.hpp"
 #include "las/CaptureSlots.hpp"
 #include "las/ExportPointCloudToLas.hpp"
+#include "las/LasLayout.hpp"
 #include "las/lasHeader.hpp"
 #include "las/lasRules.hpp"
 #include "sheaf/ElementTypes.hpp"
@@ -47,6 +48,8 @@ private:
 
     void planRecords(const Sheaf::Representation& representation);
     [[nodiscard]] Captures capture(const FragmentID& fragment);
+    [[nodiscard]] bool isExtra(const std::string& field) const;
+    [[nodiscard]] std::vector<Sheaf::Field::Creator> extrasOf(const FragmentID& fragment) const;
     bool admit(const LasPlan::Capture& one, Captures& captures);
     void lose(const std::string& field, std::string reason, bool latestVersionKeepsIt = false);
     void findLeftovers();
@@ -83,6 +86,7 @@ void Planner::run() {
         fragment.content = contentOf(*fragment.positions);
         fragment.points = pointCount(*fragment.positions);
         fragment.captures = capture(id);
+        fragment.extras = extrasOf(id);
         const bool hasPositions =
             std::any_of(fragment.captures.begin(), fragment.captures.end(),
                         [](const LasPlan::Capture& one) { return one.attribute == "Positions"; });
@@ -94,19 +98,29 @@ void Planner::run() {
 }
 
 void Planner::planRecords(const Sheaf::Representation& representation) {
-    const RecordRoom room = roomOfRecords(grid_, representation);
-    plan_.hasColors = room.colors;
-    plan_.hasReflectance = room.reflectance;
-    plan_.hasAmplitude = room.amplitude;
-    LASheader header;
-    if (!setVersion(header, settings_.version)) {
+    auto layout = LasLayout::of(grid_, representation, settings_, renames_, useField_);
+    if (!layout) {
         plan_.obstacle = "LAS 1." + std::to_string(settings_.version) + " is not written";
+        const RecordRoom room = roomOfRecords(grid_, representation);
+        plan_.hasColors = room.colors;
+        plan_.hasReflectance = room.reflectance;
+        plan_.hasAmplitude = room.amplitude;
         return;
     }
-    if (room.colors)
-        addColor(header);
-    plan_.pointFormat = header.point_data_format;
-    plan_.hasGpsTime = hasGpsTime(header);
+    plan_.hasColors = layout->hasColors;
+    plan_.hasReflectance = layout->reflectanceStart.has_value();
+    plan_.hasAmplitude = layout->amplitudeStart.has_value();
+    plan_.hasNearInfrared = layout->hasNearInfrared;
+    plan_.pointFormat = layout->pointFormat;
+    plan_.hasGpsTime = hasGpsTime(layout->pointFormat);
+    plan_.extras = std::move(layout->extras);
+    plan_.records = layout->records.size();
+    plan_.recordsLeftOut = std::move(layout->recordsLeftOut);
+    plan_.notes = std::move(layout->notes);
+    for (const LasPlan::ExtraBytes& extra : plan_.extras)
+        carried_.insert(extra.field);
+    for (const auto& [field, reason] : layout->withoutRoom)
+        lose(field, reason);
 }
 
 Planner::Captures Planner::capture(const FragmentID& fragment) {
@@ -117,7 +131,8 @@ Planner::Captures Planner::capture(const FragmentID& fragment) {
         grid_, chart_, skeleton_, fragment, useField_, [](const Sheaf::Field::Creator& data) { return data; },
         [&](const std::string& field) { return attributeOf(renames_, field); },
         [&](const std::string& attribute, const std::string& field, const Sheaf::Field::Creator& data) {
-            if (CaptureSlots::isAttribute(attribute) && admit({attribute, field, data}, captures))
+            if (CaptureSlots::isAttribute(attribute, settings_.carry) && !isExtra(field) &&
+                admit({attribute, field, data}, captures))
                 carried_.insert(field);
         },
         [&](const std::string& field) {
@@ -130,13 +145,27 @@ Planner::Captures Planner::capture(const FragmentID& fragment) {
     return captures;
 }
 
+bool Planner::isExtra(const std::string& field) const {
+    return std::any_of(plan_.extras.begin(), plan_.extras.end(),
+                       [&](const LasPlan::ExtraBytes& extra) { return extra.field == field; });
+}
+
+std::vector<Sheaf::Field::Creator> Planner::extrasOf(const FragmentID& fragment) const {
+    std::vector<Sheaf::Field::Creator> creators;
+    for (const LasPlan::ExtraBytes& extra : plan_.extras) {
+        const auto field = grid_.getField(chart_, extra.field, skeleton_);
+        creators.push_back(field ? field->getCreator(fragment) : nullptr);
+    }
+    return creators;
+}
+
 /// Whether the values of a field reach the file.
 bool Planner::admit(const LasPlan::Capture& one, Captures& captures) {
     const std::type_info& type = one.data->elementType();
-    const auto slot = CaptureSlots::slotOf(one.attribute, type);
+    const auto slot = CaptureSlots::slotOf(one.attribute, type, settings_.carry);
     if (!slot) {
         std::string types;
-        for (const std::type_info* const taken : CaptureSlots::elementTypes(one.attribute))
+        for (const std::type_info* const taken : CaptureSlots::elementTypes(one.attribute, settings_.carry))
             types.append(types.empty() ? "" : " or ").append(Sheaf::elementTypeName(*taken));
         lose(one.field,
              "it is stored as " + std::string(Sheaf::elementTypeName(type)) + ", LAS takes " + types);
@@ -145,7 +174,8 @@ bool Planner::admit(const LasPlan::Capture& one, Captures& captures) {
     const auto inSlot = [&](std::size_t number) {
         return std::find_if(captures.begin(), captures.end(), [&](const LasPlan::Capture& before) {
             return before.attribute == one.attribute &&
-                   CaptureSlots::slotOf(before.attribute, before.data->elementType()) == number;
+                   CaptureSlots::slotOf(before.attribute, before.data->elementType(), settings_.carry) ==
+                       number;
         });
     };
     const auto replace = [&](const std::string& loser, const std::string& winner) {
@@ -203,7 +233,7 @@ void Planner::findLeftovers() {
             return true;
         if (const auto lost = lost_.find(name); lost != lost_.end())
             plan_.fieldsLeftOut.insert(*lost);
-        else if (CaptureSlots::isAttribute(attributeOf(renames_, name)))
+        else if (CaptureSlots::isAttribute(attributeOf(renames_, name), settings_.carry))
             plan_.fieldsLeftOut.try_emplace(name,
                                             LasPlan::LeftOut{"it has no data for the points in the chart " +
                                                              std::string(Sheaf::Grid::standardChart)});
@@ -223,6 +253,10 @@ LasSettings LasSettings::of(const ExportPointCloudToLas& exporter) {
     settings.pointSourceID = exporter.PointSourceID;
     settings.renames = exporter.RenameMap;
     settings.outputPath = exporter.OutputPath;
+    settings.carry = exporter.Carry();
+    settings.conforming = exporter.Conforming();
+    settings.step = exporter.Step();
+    settings.offset = exporter.Offset();
     return settings;
 }
 
@@ -233,6 +267,18 @@ std::uint64_t LasPlan::points() const noexcept {
     return all;
 }
 
+std::set<std::string> LasPlan::fieldsRead() const {
+    // The box of the grid is that of its positions, whatever attribute they become.
+    std::set<std::string> fields{"Positions"};
+    for (const Fragment& fragment : fragments) {
+        for (const Capture& capture : fragment.captures)
+            fields.insert(capture.field);
+    }
+    for (const ExtraBytes& extra : extras)
+        fields.insert(extra.field);
+    return fields;
+}
+
 LasPlan LasPlan::of(const Sheaf::Grid& grid, const LasSettings& settings,
                     const std::function<bool(const std::string&)>& useField) {
     LasPlan plan;
@@ -240,8 +286,8 @@ LasPlan LasPlan::of(const Sheaf::Grid& grid, const LasSettings& settings,
     return plan;
 }
 
-std::vector<std::string> LasPlan::attributes() {
-    return CaptureSlots::names();
+std::vector<std::string> LasPlan::attributes(bool carry) {
+    return CaptureSlots::names(carry);
 }
 
 } // namespace ExportLib

@@ -2,11 +2,15 @@
 #pragma once
 
 #include "anchor/Visibility.hpp"
+#include "sheaf/FieldEncoding.hpp"
 #include "sheaf/Grid.hpp"
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -28,6 +32,11 @@ struct TIDEWATCH_API LasSettings {
     /// From fields to attributes; an empty map stands for the exporter's default.
     std::map<std::string, std::string> renames;
     std::string outputPath;
+    /// See the exporter's settings of these names.
+    bool carry = false;
+    bool conforming = false;
+    std::optional<std::array<double, 3>> step = {};
+    std::optional<std::array<double, 3>> offset = {};
 
     /// Those that an exporter has.
     [[nodiscard]] static LasSettings of(const ExportPointCloudToLas& exporter);
@@ -52,6 +61,26 @@ struct TIDEWATCH_API LasPlan {
         Sheaf::Field::Creator data;
     };
 
+    /// A number that records carry in their extra bytes, beside the attributes: a field's values, or those of one of its
+    /// components.
+    struct ExtraBytes {
+        std::string field;
+        /// From 0.
+        std::size_t component = 0;
+        /// Its name is the one in the file.
+        Sheaf::FieldEncoding encoding = {};
+        /// Where it begins in the extra bytes of a record, and how many it has.
+        std::size_t start = 0;
+        std::size_t size = 0;
+    };
+
+    /// A record of the grid's statement that does not go into the files.
+    struct RecordLeftOut {
+        std::string userId;
+        std::uint16_t recordId = 0;
+        std::string reason;
+    };
+
     /// What a fragment of the positions turns out to be.
     enum class Content {
         Points,
@@ -71,6 +100,8 @@ struct TIDEWATCH_API LasPlan {
         std::uint64_t points = 0;
         /// In the order in which the exporter takes them; one for each attribute and element type.
         std::vector<Capture> captures;
+        /// The data of each of the plan's extras; null where the fragment has none.
+        std::vector<Sheaf::Field::Creator> extras = {};
         /// Why there are no positions among the captures, in which case the exporter leaves the slice here; empty
         /// where there are.
         std::string obstacle;
@@ -95,6 +126,15 @@ struct TIDEWATCH_API LasPlan {
     bool hasColors = false;
     bool hasReflectance = false;
     bool hasAmplitude = false;
+    bool hasNearInfrared = false;
+    /// In the order of the files.
+    std::vector<ExtraBytes> extras = {};
+
+    /// Records that headers get from the grid's statement, and those that they do not get.
+    std::size_t records = 0;
+    std::vector<RecordLeftOut> recordsLeftOut = {};
+    /// What people may want to know of names in the files.
+    std::vector<std::string> notes = {};
 
     /// Fields that are no attribute.
     std::set<std::string> unknownFields;
@@ -104,12 +144,15 @@ struct TIDEWATCH_API LasPlan {
     /// Points of all fragments.
     [[nodiscard]] std::uint64_t points() const noexcept;
 
+    /// The fields whose arrays the exporter may ask for.
+    [[nodiscard]] std::set<std::string> fieldsRead() const;
+
     /// `useField` is the exporter's question whether a field may be used.
     [[nodiscard]] static LasPlan of(const Sheaf::Grid& grid, const LasSettings& settings,
                                     const std::function<bool(const std::string&)>& useField);
 
-    /// The attributes that fields can become.
-    [[nodiscard]] static std::vector<std::string> attributes();
+    /// The attributes that fields can become; more where grids are carried.
+    [[nodiscard]] static std::vector<std::string> attributes(bool carry = false);
 };
 
 } // namespace ExportLib

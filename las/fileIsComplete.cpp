@@ -34,6 +34,14 @@ std::uint32_t chunkSize(std::istream& file) {
     return numberAt<std::uint32_t>(file, place + Layout::Record::headSize + Layout::Compression::chunkSize);
 }
 
+/// Where extended records begin, or the file ends.
+std::uint64_t endOfPoints(std::istream& file, std::uint64_t size) {
+    if (numberAt<std::uint8_t>(file, Layout::Header::versionMinor) < 4 ||
+        numberAt<std::uint32_t>(file, Layout::Header::evlrCount) == 0)
+        return size;
+    return numberAt<std::uint64_t>(file, Layout::Header::evlrOffset);
+}
+
 /// The coder of the sizes of the chunks ends with two or three bytes of zeros, and all that it writes is at least the
 /// four that a decoder begins with.
 bool endsInChunkTable(std::istream& file, std::uint64_t size, std::uint64_t points) {
@@ -71,9 +79,10 @@ bool fileIsComplete(const std::string& path, std::uint64_t bytes, const LASheade
     const auto format = numberAt<std::uint8_t>(file, Layout::Header::pointFormat);
     if (!file || (format & ~Layout::compressedFlag) != header.point_data_format)
         return false;
+    const std::uint64_t end = endOfPoints(file, size);
     if ((format & Layout::compressedFlag) != 0)
-        return endsInChunkTable(file, size, points);
-    return size >= header.offset_to_point_data + points * header.point_data_record_length;
+        return end <= size && endsInChunkTable(file, end, points);
+    return end <= size && end >= header.offset_to_point_data + points * header.point_data_record_length;
 }
 
 } // namespace ExportLib

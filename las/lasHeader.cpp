@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "las/lasHeader.hpp"
 
+#include "formats/las/layout.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace ExportLib {
 
@@ -42,6 +45,23 @@ double quantizedCorner(double value) noexcept {
     return std::round(value * 4000.0) * coordinateStep;
 }
 
+double quantizedCorner(double value, double step, double offset) noexcept {
+    if (step == coordinateStep)
+        return quantizedCorner(value);
+    return std::round((value - offset) / step) * step + offset;
+}
+
+void setAxis(LASheader& header, std::size_t axis, double step, double offset, double lower, double upper) {
+    double* const steps[]{&header.x_scale_factor, &header.y_scale_factor, &header.z_scale_factor};
+    double* const offsets[]{&header.x_offset, &header.y_offset, &header.z_offset};
+    double* const lowest[]{&header.min_x, &header.min_y, &header.min_z};
+    double* const highest[]{&header.max_x, &header.max_y, &header.max_z};
+    *steps[axis] = step;
+    *offsets[axis] = offset;
+    *lowest[axis] = lower;
+    *highest[axis] = upper;
+}
+
 void setExtent(LASheader& header, const std::array<double, 3>& lower, const std::array<double, 3>& upper) {
     header.x_scale_factor = coordinateStep;
     header.y_scale_factor = coordinateStep;
@@ -63,13 +83,13 @@ void setIdentification(LASheader& header) {
     std::snprintf(header.system_identifier, sizeof header.system_identifier, "%.20s", "BluestoneSurveyGroup");
 }
 
-void setCreationDate(LASheader& header, int day, int year, std::time_t now) {
+void setCreationDate(LASheader& header, int day, int year, std::time_t now, int firstDay) {
     if (day == 0 && year == 0) {
         std::tm today{};
         ::localtime_r(&now, &today);
         // Counted from 0, where the LAS format counts from 1: files have been dated that way from the first
         // one on, and those who compare dates count on it.
-        day = today.tm_yday;
+        day = today.tm_yday + firstDay;
         year = today.tm_year + 1900;
     }
     header.file_creation_day = static_cast<U16>(day);
@@ -83,11 +103,15 @@ void addColor(LASheader& header) {
 }
 
 bool hasGpsTime(const LASheader& header) noexcept {
-    return header.point_data_format != 0 && header.point_data_format != 2;
+    return hasGpsTime(header.point_data_format);
+}
+
+bool hasGpsTime(unsigned pointFormat) noexcept {
+    return pointFormat != 0 && pointFormat != 2;
 }
 
 bool hasColor(const LASheader& header) noexcept {
-    return header.point_data_format == 2 || header.point_data_format == 7;
+    return header.point_data_format == 2 || header.point_data_format == 3 || header.point_data_format >= 7;
 }
 
 I32 addReflectance(LASheader& header) {
@@ -102,6 +126,52 @@ I32 addAmplitude(LASheader& header) {
     attribute.set_scale(1.0);
     attribute.set_offset(0.0);
     return addAttribute(header, attribute);
+}
+
+void addExtraBytesRecord(LASheader& header, std::span<const std::uint8_t> entries) {
+    auto* const data = new U8[entries.size()];
+    std::copy(entries.begin(), entries.end(), data);
+    header.add_vlr("LASF_Spec", 4, static_cast<U16>(entries.size()), data);
+}
+
+namespace {
+
+/// Not every library that this is compiled against knows of them.
+template <class Header>
+constexpr bool hasTrailingRecords = requires(Header& header) {
+    header.trailingRecords;
+};
+
+template <class Header>
+void addTrailingRecord(Header& header, const Sheaf::FileRecord& record) {
+    if constexpr (hasTrailingRecords<Header>) {
+        typename decltype(header.trailingRecords)::value_type added;
+        record.userId.copy(added.user_id, sizeof added.user_id);
+        record.description.copy(added.description, sizeof added.description);
+        added.record_id = record.recordId;
+        added.data.assign(record.bytes.begin(), record.bytes.end());
+        header.add_trailing_record(std::move(added));
+    }
+}
+
+} // namespace
+
+bool writesTrailingRecords() noexcept {
+    return hasTrailingRecords<LASheader>;
+}
+
+void addRecord(LASheader& header, const Sheaf::FileRecord& record) {
+    if (record.bytes.size() > Formats::Las::Record::largestPayload) {
+        addTrailingRecord(header, record);
+        return;
+    }
+    auto* const data = new U8[record.bytes.size()];
+    std::copy(record.bytes.begin(), record.bytes.end(), data);
+    header.add_vlr(record.userId.c_str(), record.recordId, static_cast<U16>(record.bytes.size()), data, false,
+                   record.description.c_str(), true);
+    // The call keeps one byte for a terminator, which the format does not ask for.
+    record.description.copy(header.vlrs[header.number_of_variable_length_records - 1].description,
+                            Formats::Las::textSize);
 }
 
 void setPointCounts(LASheader& header, std::uint64_t total, std::span<const std::uint32_t, 15> counts) {

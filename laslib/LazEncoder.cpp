@@ -13,13 +13,13 @@
 
 namespace {
 
-// What LASlib's release 221128 says of the compression, in place of the LASzip library's own words: files are
+// LASlib's description of the compression (release 221128) instead of the LASzip library's own: files are
 // compared byte by byte with those of LASlib.
 constexpr U16 reservedMark = 0xAABB;
 constexpr std::string_view descriptionText = "by laszip of LAStools (221128)";
 constexpr std::size_t descriptionOffset = 22;
 
-// The fields from X to the return numbers lie alike in both points.
+// The fields from X to the return numbers have the same layout in both points.
 static_assert(offsetof(LASpoint, X) == offsetof(laszip_point_struct, X));
 static_assert(offsetof(LASpoint, intensity) == offsetof(laszip_point_struct, intensity));
 static_assert(offsetof(LASpoint, scan_angle_rank) == offsetof(laszip_point_struct, scan_angle_rank));
@@ -30,8 +30,8 @@ static_assert(offsetof(LASpoint, extended_classification) ==
               offsetof(laszip_point_struct, extended_classification));
 static_assert(sizeof(LASpoint::rgb) == sizeof(laszip_point_struct::rgb));
 
-/// Copies bytes that lie at the same place in both points. Bit fields are copied by the byte that they share;
-/// nothing wider, since the processor stalls on reading together what has just been written in parts.
+/// Copies bytes that are at the same place in both points. Bit fields are copied by the byte that they share,
+/// and nothing wider, because the processor stalls on a wide read of what was just written in parts.
 template <std::size_t... place>
 void copyBytes(laszip_point_struct& to, const LASpoint& from) {
     auto* const target = reinterpret_cast<unsigned char*>(&to);
@@ -101,6 +101,7 @@ bool LazEncoder::write(const LASpoint& point) {
     copy.rgb[0] = point.rgb[0];
     copy.rgb[1] = point.rgb[1];
     copy.rgb[2] = point.rgb[2];
+    copy.rgb[3] = point.rgb[3];
     if (point.extra_bytes_number > 0)
         std::memcpy(copy.extra_bytes, point.extra_bytes, static_cast<std::size_t>(point.extra_bytes_number));
     return laszip_write_point(library_->writer) == 0;

@@ -12,7 +12,7 @@
 /// counts are written by LASwriterLAS.
 class LazEncoder {
 public:
-    /// For records of a point format and length; isReady() says whether the library takes them.
+    /// For records of a point format and length; isReady() returns whether the library accepts them.
     LazEncoder(U8 format, U16 recordLength);
     ~LazEncoder();
     LazEncoder(const LazEncoder&) = delete;
@@ -20,11 +20,11 @@ public:
 
     [[nodiscard]] bool isReady() const noexcept;
 
-    /// The variable length record, its own header included, that says how the points are compressed. Valid as
-    /// long as this object.
+    /// The variable length record, including its header, that describes the compression. Valid as long as
+    /// this object.
     [[nodiscard]] std::span<const U8> description() const noexcept;
 
-    /// Begins the points at the stream's present position. The stream must outlive this object.
+    /// Starts the points at the stream's current position. The stream must outlive this object.
     bool begin(std::ostream& stream);
 
     /// Compresses a point.

@@ -9,8 +9,8 @@
 #include <span>
 #include <type_traits>
 
-/// Puts numbers and texts one after the other into memory as LAS files hold them: little-endian, unaligned,
-/// texts padded with zeros. The caller sees to the room.
+/// Writes consecutive numbers and texts to memory as in LAS files: little-endian, unaligned, texts padded
+/// with zeros. The caller provides enough space.
 class LittleEndianWriter {
 public:
     explicit LittleEndianWriter(char* to) noexcept : to_(to) {}

@@ -9,10 +9,10 @@
 
 namespace {
 
-// Large enough that the system's cost per call vanishes, small enough to stay in the processor's cache.
+// Large enough to make the cost of system calls negligible, small enough to stay in the processor's cache.
 constexpr std::size_t blockSize = 262144;
 
-// What file systems keep in memory as one. Writing part of one costs as much as writing all of it.
+// The unit in which file systems cache files. Writing a part of one costs as much as writing all of it.
 constexpr std::size_t pageSize = 4096;
 static_assert(blockSize >= OutputFile::pieceLimit + pageSize);
 
@@ -33,13 +33,13 @@ void OutputFile::flush() {
     writeFront(static_cast<std::size_t>(pptr() - pbase()));
 }
 
-/// Writes everything but the beginning of a page, which moves to the front.
+/// Writes all complete pages; the rest moves to the front.
 void OutputFile::makeRoom() {
     const auto bytes = static_cast<std::size_t>(pptr() - pbase());
     writeFront(bytes - std::min(bytes, static_cast<std::size_t>((blockBegin_ + bytes) % pageSize)));
 }
 
-/// Writes so many bytes from the front of the block; those behind them take their place.
+/// Writes a number of bytes from the front of the block, and moves the rest to the front.
 void OutputFile::writeFront(std::size_t bytes) {
     for (std::size_t done = 0; done < bytes && !failed_;) {
         const ssize_t written =
@@ -70,7 +70,7 @@ void OutputFile::seekEnd() {
 bool OutputFile::close() {
     if (descriptor_ >= 0) {
         flush();
-        // Some file systems tell only here that a block did not find room.
+        // Some file systems report only here that a block could not be stored.
         if (::close(descriptor_) != 0)
             failed_ = true;
         descriptor_ = -1;

@@ -7,14 +7,15 @@
 #include <memory>
 #include <streambuf>
 
-/// A file being written through one block of memory. Whoever writes records packs them straight into the
-/// block; the compressor uses the same block as a stream buffer.
+/// An output file with one block of memory as its buffer. Code that writes records packs them directly into
+/// the block; the compressor uses the same block as a stream buffer.
 ///
-/// Errors are kept, not told: after one nothing more is written, but positions go on as though it were. The
-/// compressor thereby always sees a healthy stream and never meets its own ways of failing half-way.
+/// Errors are remembered, not reported: after an error nothing more is written, but positions advance as if
+/// it were. So the compressor always sees a working stream, and never runs its own error handling in the
+/// middle of a file.
 class OutputFile final : public std::streambuf {
 public:
-    /// Makes the file, or empties it.
+    /// Creates or truncates the file.
     explicit OutputFile(const char* name);
     /// Closes the file.
     ~OutputFile() override;
@@ -24,8 +25,8 @@ public:
     [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
     [[nodiscard]] bool failed() const noexcept { return failed_; }
 
-    /// Room for a piece of at most `pieceLimit` bytes at the present position; advance() then says how many
-    /// there are.
+    /// Space for at most `pieceLimit` bytes at the current position; advance() then states how many were
+    /// written there.
     [[nodiscard]] char* reserve(std::size_t bytes) {
         if (static_cast<std::size_t>(epptr() - pptr()) < bytes)
             makeRoom();
@@ -36,10 +37,10 @@ public:
 
     [[nodiscard]] U64 position() const noexcept { return blockBegin_ + static_cast<U64>(pptr() - pbase()); }
     void seek(U64 position);
-    /// Goes behind the last byte.
+    /// Seeks to the end of the file.
     void seekEnd();
 
-    /// Closes the file; false where it failed now or before. A second call only answers.
+    /// Closes the file; false if this or anything before failed. A second call only returns the result.
     bool close();
 
 protected:

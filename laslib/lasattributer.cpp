@@ -19,7 +19,7 @@ void copyText(CHAR (&to)[32], const CHAR* text) {
 } // namespace
 
 LASattribute::LASattribute(U32 type, const CHAR* attributeName, const CHAR* attributeDescription)
-    // Types count from 1 in a file; 0 there means bytes without a description.
+    // In a file types are numbered from 1; 0 means bytes without a description.
     : data_type(static_cast<U8>(type + 1)) {
     copyText(name, attributeName);
     copyText(description, attributeDescription);
@@ -43,7 +43,7 @@ U32 LASattribute::get_size() const {
 }
 
 std::array<char, LASattribute::fileSize> LASattribute::toBytes() const {
-    // Reserved bytes, and the values for "no data", least and greatest, which are never flagged, stay zero.
+    // Reserved bytes, and the "no data", min and max values, which are never flagged, stay zero.
     std::array<char, fileSize> bytes{};
     LittleEndianWriter(bytes.data() + Layout::type).put(data_type).put(options).put(name);
     LittleEndianWriter(bytes.data() + Layout::scale).put(scale).put(offset).put(description);

@@ -6,7 +6,7 @@
 #include <array>
 #include <vector>
 
-/// One entry of the extra-bytes record (LAS 1.4 R15, table 24): an attribute that records carry behind the
+/// One entry of the extra-bytes record (LAS 1.4 R15, table 24): an attribute that records have after the
 /// fields of their format.
 class LASattribute {
 public:
@@ -14,17 +14,17 @@ public:
     static constexpr std::size_t fileSize = 192;
 
     /// `type` is one of U8, I8, U16, I16, U32, I32, U64, I64, F32 and F64, counted from 0; names and
-    /// descriptions are cut at 32 bytes. Without a description there is none.
+    /// descriptions are cut at 32 bytes. The description is optional.
     LASattribute(U32 type, const CHAR* name, const CHAR* description = nullptr);
 
     /// Set the scale or offset of the attribute and flag it as present; always true.
     BOOL set_scale(F64 value);
     BOOL set_offset(F64 value);
 
-    /// Bytes of the attribute in a record; 0 for a type that is none of the list.
+    /// Bytes of the attribute in a record; 0 for a type that is not in the list.
     [[nodiscard]] U32 get_size() const;
 
-    /// The entry as it stands in a file.
+    /// The entry as it is in a file.
     [[nodiscard]] std::array<char, fileSize> toBytes() const;
 
     U8 data_type;
@@ -38,13 +38,13 @@ public:
 /// The attributes of a file, laid out one after the other in each record's extra bytes.
 class LASattributer {
 public:
-    /// Adds an attribute behind the others; gives its index, or -1 for one without a size.
+    /// Adds an attribute after the others; returns its index, or -1 for one without a size.
     I32 add_attribute(const LASattribute& attribute);
 
     /// Bytes of all attributes together.
     [[nodiscard]] I16 get_attributes_size() const;
 
-    /// Where an attribute begins in the extra bytes; -1 for an index that there is not.
+    /// Where an attribute starts in the extra bytes; -1 for an invalid index.
     [[nodiscard]] I32 get_attribute_start(I32 index) const;
 
     [[nodiscard]] const std::vector<LASattribute>& attributeList() const noexcept { return list_; }

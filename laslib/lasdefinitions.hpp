@@ -5,6 +5,7 @@
 #include "lasquantizer.hpp"
 #include "mydefs.hpp"
 
+#include <utility>
 #include <vector>
 
 /// A variable length record of a file.
@@ -21,8 +22,8 @@ struct LASvlr {
 
 /// The public header block of a file with its variable length records (LAS 1.4 R15, table 3).
 ///
-/// A new header is one of LAS 1.2, point format 0, without points, and so are its sizes; whoever changes the
-/// version or the format sets the sizes too.
+/// A new header, including its sizes, is that of a LAS 1.2 file with point format 0 and no points; code that changes
+/// the version or the format must set the sizes, too.
 class LASheader : public LASquantizer, public LASattributer {
 public:
     CHAR file_signature[4]{'L', 'A', 'S', 'F'};
@@ -60,8 +61,21 @@ public:
     U64 extended_number_of_points_by_return[15]{};
 
     std::vector<LASvlr> vlrs;
+    /// Extended records, which stand behind the points; see add_trailing_record().
+    std::vector<LASvlr> trailingRecords;
 
-    /// Makes the record that describes the attributes agree with them; with its first attribute a header gets
-    /// one. The count of records and the offset to the points follow. Always true.
+    /// Adds a record, whose user id and description are cut at 16 and 31 bytes. `data` comes from new[] and becomes the
+    /// header's. Without `keep_existing` it takes the place of one of the same ids, which keeps its description with
+    /// `keep_description`. Without a description it gets the one that LASlib gives. The count of records and the offset
+    /// to the points follow. Always true.
+    BOOL add_vlr(const CHAR* user_id, U16 record_id, U16 record_length, U8* data,
+                 BOOL keep_description = false, const CHAR* description = nullptr,
+                 BOOL keep_existing = false);
+
+    /// Adds an extended record, of LAS 1.4 only; LASlib has nothing of the kind.
+    void add_trailing_record(LASvlr record) { trailingRecords.push_back(std::move(record)); }
+
+    /// Updates the record that describes the attributes; creates it with the first attribute. Adjusts the number of
+    /// records and the offset to the points. Always true.
     BOOL update_extra_bytes_vlr();
 };

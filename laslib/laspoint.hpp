@@ -7,10 +7,10 @@
 #include "laszip.hpp"
 #include "mydefs.hpp"
 
-/// One point as it is handed to a writer, to be used again for the next one.
+/// One point as passed to a writer; reused for the next point.
 ///
 /// Fields come in two ranges: those of the older formats (0 to 5), and the wider extended ones of formats 6
-/// and up. A writer takes those that its format has. The order of the fields up to the second return numbers
+/// and up. A writer uses those that its format has. The order of the fields up to the second return numbers
 /// is that of the compressor's own point.
 class LASpoint {
 public:
@@ -44,7 +44,7 @@ public:
     F64 gps_time;
     U16 rgb[4];
 
-    /// Bytes behind the fields of the format; null where the records have none. The memory goes on to a
+    /// Bytes after the fields of the format; null if the records have none. The memory is padded to a
     /// multiple of extraBytesStep.
     U8* extra_bytes = nullptr;
     I32 extra_bytes_number = 0;
@@ -58,19 +58,19 @@ public:
     U16 num_items = 0;
 
     /// Prepares the point for records of a format and length: all fields and extra bytes zero, return 1 of 1.
-    /// False, with a message on standard error, for a format that there is not. The quantizer and attributer
-    /// are remembered, not copied.
+    /// False, with a message on standard error, for an unknown format. The quantizer and attributer are
+    /// referenced, not copied.
     BOOL init(const LASquantizer* quantizer, U8 point_type, U16 point_size,
               const LASattributer* attributer = nullptr);
 
-    /// Back to the state of a new point: no items, no extra bytes.
+    /// Resets to the state of a new point: no items, no extra bytes.
     void clean();
 
-    /// All fields to zero, but return 1 of 1.
+    /// Sets all fields to zero, but return 1 of 1.
     void zero();
 
-    /// Stores the value of an attribute that begins at `start` in the extra bytes; nothing is checked.
-    // What it changes lies behind a pointer. NOLINTNEXTLINE(readability-make-member-function-const)
+    /// Stores the value of an attribute that starts at `start` in the extra bytes; nothing is checked.
+    // Changes data behind a pointer. NOLINTNEXTLINE(readability-make-member-function-const)
     void set_attribute(I32 start, U16 value) {
         LittleEndianWriter(reinterpret_cast<char*>(extra_bytes) + start).put(value);
     }

@@ -6,10 +6,10 @@
 
 #include <algorithm>
 
-/// What a run of points comes to: how many there are, of which return, and how far they reach.
+/// Statistics of a sequence of points: their number, counts by return, and extremes.
 class LASinventory {
 public:
-    /// Points by return number: places 1 to 15 count returns, place 0 counts points without one.
+    /// Points by return number: entries 1 to 15 count returns, entry 0 counts points without one.
     I64 extended_number_of_point_records = 0;
     I64 extended_number_of_points_by_return[16]{};
     /// Extremes of the stored integers; 0 while there is no point.

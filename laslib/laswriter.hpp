@@ -12,12 +12,12 @@
 
 /// Writes the points of one file.
 ///
-/// An output error does not stop it: what follows is counted but no longer written, and every operation says
-/// false from then on.
+/// An output error does not stop it: further data is counted but no longer written, and every operation
+/// returns false from then on.
 class LASwriter {
 public:
     LASquantizer quantizer;
-    /// The points that the header has been told of, and those that have been written.
+    /// The number of points in the header, and the number that has been written.
     I64 npoints = 0;
     I64 p_count = 0;
     LASinventory inventory;
@@ -25,7 +25,7 @@ public:
     LASwriter() = default;
     LASwriter(const LASwriter&) = delete;
     LASwriter& operator=(const LASwriter&) = delete;
-    /// Closes the file where close() has not.
+    /// Closes the file unless close() already has.
     virtual ~LASwriter();
 
     /// Writes a point that was prepared for the header's format and length.
@@ -38,10 +38,10 @@ public:
     virtual BOOL update_header(const LASheader* header, BOOL use_inventory = false,
                                BOOL update_extra_bytes = false) = 0;
 
-    /// Completes the file; with `update_npoints` its count becomes p_count where it was told another.
+    /// Completes the file; with `update_npoints` the header's count becomes p_count if it differs.
     ///
-    /// Gives the bytes of the file, as a negative number when some of them did not arrive: the sign is how
-    /// this library tells of an output error that no earlier call could see. 0 after the first call.
+    /// Returns the size of the file in bytes, negated if some of them could not be written: the sign reports
+    /// an output error that no earlier call could detect. 0 after the first call.
     virtual I64 close(BOOL update_npoints = true) = 0;
 };
 
@@ -50,9 +50,9 @@ class LASwriteOpener {
 public:
     void set_file_name(const CHAR* name);
 
-    /// Makes the file and writes the header: a compressed file where the name ends in ".laz", else a plain
-    /// one. The caller deletes the writer. Null, with messages on standard error, where there is no name, the
-    /// file cannot be made, or the header's sizes or point format are not possible.
+    /// Creates the file and writes the header: a compressed file if the name ends in ".laz", else a plain
+    /// one. The caller deletes the writer. Null, with messages on standard error, if there is no name, the
+    /// file cannot be created, or the header's sizes or point format are invalid.
     LASwriter* open(const LASheader* header);
 
 private:

@@ -4,12 +4,15 @@
 #include "LittleEndian.hpp"
 #include "formats/las/PointLayout.hpp"
 #include "formats/las/layout.hpp"
+#include "formats/las/records.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -17,7 +20,7 @@ namespace {
 namespace Place = Formats::Las::Header;
 using Formats::Las::compressedFlag;
 
-/// A run of header fields as they stand in a file.
+/// A sequence of header fields as they are in a file.
 template <std::size_t size>
 using Fields = std::array<char, size>;
 
@@ -27,7 +30,7 @@ constexpr bool isExtended(U8 format) {
 
 Fields<24> legacyCounts(const LASheader& header) {
     Fields<24> bytes{};
-    // The 32-bit counts are no longer used with the formats from 6 on and have to be zero there.
+    // From format 6 on the 32-bit counts are no longer used and must be zero.
     if (!isExtended(header.point_data_format))
         LittleEndianWriter(bytes.data())
             .put(header.number_of_point_records)
@@ -60,7 +63,7 @@ Fields<140> extendedFields(const LASheader& header) {
     return bytes;
 }
 
-/// The public header block. The record that describes the compression is counted with the others.
+/// The public header block. The record that describes the compression is included in the count of records.
 std::vector<char> headerBlock(const LASheader& header, std::size_t descriptionSize) {
     std::vector<char> bytes(header.header_size);
     const bool compressed = descriptionSize != 0;
@@ -113,6 +116,24 @@ Fields<LASvlr::headerSize> vlrHeader(const LASvlr& vlr) {
     return bytes;
 }
 
+bool describesExtraBytes(const LASvlr& vlr) {
+    constexpr std::string_view user = Formats::Las::specificationUser;
+    return vlr.record_id == Formats::Las::extraBytesId &&
+           std::string_view(vlr.user_id, sizeof vlr.user_id).substr(0, user.size() + 1) ==
+               std::string(user) + '\0';
+}
+
+Fields<Formats::Las::Record::extendedHeadSize> trailingHeader(const LASvlr& record) {
+    Fields<Formats::Las::Record::extendedHeadSize> bytes;
+    LittleEndianWriter(bytes.data())
+        .put(record.reserved)
+        .put(record.user_id)
+        .put(record.record_id)
+        .put(static_cast<U64>(record.data.size()))
+        .put(record.description);
+    return bytes;
+}
+
 std::span<const char> asChars(std::span<const U8> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
@@ -132,8 +153,8 @@ void putPoint10(LittleEndianWriter& to, const LASpoint& point) {
         .put(point.point_source_ID);
 }
 
-// Records of point formats 6 and 7 (LAS 1.4 R15, tables 16 to 18). Flags and classes that were set in the
-// older, narrower fields count too.
+// Records of point formats 6 to 8 (LAS 1.4 R15, tables 16 to 19). Flags and classes that were set in the
+// older, narrower fields are included.
 void putPoint14(LittleEndianWriter& to, const LASpoint& point) {
     const int flags = (point.extended_classification_flags & 8) | point.synthetic_flag |
                       point.keypoint_flag << 1 | point.withheld_flag << 2;
@@ -156,7 +177,7 @@ void putColor(LittleEndianWriter& to, const LASpoint& point) {
     to.put(point.rgb[0]).put(point.rgb[1]).put(point.rgb[2]);
 }
 
-/// Copies in steps of a fixed size, which need no call; the last one may reach into the next record.
+/// Copies in steps of a fixed size, which need no function call; the last one may reach into the next record.
 void putExtraBytes(char* to, const LASpoint& point) {
     constexpr I32 step = LASpoint::extraBytesStep;
     for (I32 i = 0; i < point.extra_bytes_number; i += step)
@@ -199,11 +220,14 @@ bool LASwriterLAS::open(const CHAR* fileName, const LASheader& header, bool comp
     recordLength_ = header.point_data_record_length;
     quantizer = static_cast<const LASquantizer&>(header);
     npoints = static_cast<I64>(header.number_of_point_records);
+    if (versionMinor_ >= 4)
+        trailingRecords_ = header.trailingRecords;
 
     append(headerBlock(header, description.size()));
     for (const LASvlr& vlr : header.vlrs) {
         append(vlrHeader(vlr));
-        attributesBegin_ = file_->position();
+        if (describesExtraBytes(vlr))
+            attributesBegin_ = file_->position();
         append(asChars(vlr.data));
     }
     append(asChars(description));
@@ -236,8 +260,10 @@ BOOL LASwriterLAS::write_point(const LASpoint* point) {
     LittleEndianWriter to(file_->reserve(std::size_t{recordLength_} + LASpoint::extraBytesStep));
     if (isExtended(format_)) {
         putPoint14(to, *point);
-        if (format_ == 7)
+        if (format_ >= 7)
             putColor(to, *point);
+        if (format_ == 8)
+            to.put(point->rgb[3]);
     } else {
         putPoint10(to, *point);
         if (format_ == 1 || format_ == 3)
@@ -269,6 +295,19 @@ BOOL LASwriterLAS::update_header(const LASheader* header, BOOL use_inventory, BO
     return isHealthy();
 }
 
+void LASwriterLAS::appendTrailingRecords() {
+    if (trailingRecords_.empty())
+        return;
+    Fields<12> place;
+    LittleEndianWriter(place.data()).put(file_->position()).put(static_cast<U32>(trailingRecords_.size()));
+    for (const LASvlr& record : trailingRecords_) {
+        append(trailingHeader(record));
+        append(asChars(record.data));
+    }
+    overwrite(Place::evlrOffset, place);
+    file_->seekEnd();
+}
+
 I64 LASwriterLAS::close(BOOL update_npoints) {
     if (!file_ || !file_->isOpen())
         return 0;
@@ -278,6 +317,7 @@ I64 LASwriterLAS::close(BOOL update_npoints) {
         encoder_.reset();
     }
     file_->seekEnd();
+    appendTrailingRecords();
     const auto bytes = static_cast<I64>(file_->position());
     if (update_npoints && p_count != npoints) {
         if (npoints != 0)

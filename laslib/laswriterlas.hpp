@@ -7,19 +7,21 @@
 
 #include <optional>
 #include <ostream>
+#include <vector>
 
 /// Writes LAS and LAZ files.
 ///
 /// A file is the header block, the header's variable length records, for LAZ one more that describes the
 /// compression, and the points. Plain points are packed record by record into the file's block; compressed
-/// ones go through the LASzip library, which writes chunks of 50 000 points and ends with their table.
+/// ones go through the LASzip library, which writes chunks of 50 000 points and finally the chunk table. Extended
+/// records, if the header has some, follow the points.
 class LASwriterLAS final : public LASwriter {
 public:
     LASwriterLAS() = default;
     ~LASwriterLAS() override;
 
-    /// Makes the file and writes everything that stands before the points. False, with a message on standard
-    /// error, where that is not possible.
+    /// Creates the file and writes everything before the points. False, with a message on standard error, if
+    /// that is not possible.
     bool open(const CHAR* fileName, const LASheader& header, bool compressed);
 
     BOOL write_point(const LASpoint* point) override;
@@ -28,6 +30,7 @@ public:
 
 private:
     void append(std::span<const char> bytes);
+    void appendTrailingRecords();
     void overwrite(U64 position, std::span<const char> bytes);
     [[nodiscard]] bool isHealthy() const noexcept;
 
@@ -38,6 +41,7 @@ private:
     U8 format_ = 0;
     U8 versionMinor_ = 0;
     U16 recordLength_ = 0;
-    /// Where the content of the record of attributes begins in the file; 0 where there is none.
+    /// Where the content of the record of attributes starts in the file; 0 if there is none.
     U64 attributesBegin_ = 0;
+    std::vector<LASvlr> trailingRecords_;
 };

@@ -7,7 +7,7 @@
 
 bool LASzip::setup(unsigned short* numItems, LASitem** items, unsigned char pointType,
                    unsigned short pointSize) {
-    const bool isExtended = pointType == 6 || pointType == 7;
+    const bool isExtended = pointType >= 6 && pointType <= 8;
     if (pointType > 3 && !isExtended)
         return false;
     std::vector<LASitem> parts;
@@ -15,6 +15,8 @@ bool LASzip::setup(unsigned short* numItems, LASitem** items, unsigned char poin
         parts.push_back({LASitem::POINT14, 30});
         if (pointType == 7)
             parts.push_back({LASitem::RGB14, 6});
+        if (pointType == 8)
+            parts.push_back({LASitem::RGBNIR14, 8});
     } else {
         parts.push_back({LASitem::POINT10, 20});
         if (pointType == 1 || pointType == 3)

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/// The number types of LASlib, under the names that it gives them. Only what the exporter and this folder
-/// use.
+/// The number types of LASlib under its names. Only those that the exporter and this folder use.
 using CHAR = char;
 using I8 = signed char;
 using I16 = short;

@@ -9,34 +9,34 @@
 
 namespace Tidewatch {
 
-/// How far the work has come, for a host that wants to show it, and where a host stops the work: whatever an
-/// operation throws ends the work and passes to the caller. As it stands here it shows nothing and stops nothing.
+/// Reports how far the work has come, and lets a host stop it: an exception thrown by any of these functions ends the
+/// work and passes to the caller. The base class shows nothing and stops nothing.
 ///
-/// Work has a size in some unit and consists of pieces; reading an array tells its share of the piece at hand. Called
+/// Work has a size in some unit and consists of pieces; reading an array reports the share of the current piece. Called
 /// on the thread that does the work, check() many times a second.
 class TIDEWATCH_API Progress : public Anchor::ReferenceBase<Progress> {
 public:
     ~Progress() override;
 
-    /// Work of a size begins, counted in a unit that is given in the plural.
+    /// Work of size `total` starts; `unit` is in the plural.
     virtual void begin(const std::string& text, double total, const std::string& unit);
 
-    /// A piece begins: so much of the work is done, and so much this piece adds.
+    /// A piece starts: `done` is the work done so far, `size` the work in this piece.
     virtual void piece(double done, double size);
 
-    /// What is being done changes.
+    /// The description of the current work changes.
     virtual void say(const std::string& text);
 
-    /// The share (0 to 1) of the piece that is done, while a file is read.
+    /// The completed share (0 to 1) of the piece, while a file is read.
     virtual void tick(const std::string& file, double share);
 
     /// The work is over.
     virtual void end();
 
-    /// Asks whether the work is to go on.
+    /// Asks whether to continue.
     virtual void check();
 
-    /// tick() as readers take it; keeps the object alive. Empty for a null reference.
+    /// tick() as a function for readers; keeps the object alive. Empty for a null reference.
     [[nodiscard]] static std::function<void(const std::string&, double)>
     ticker(Anchor::StrongPtr<Progress> progress);
 };

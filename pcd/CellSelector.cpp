@@ -16,8 +16,8 @@ std::int32_t narrowed(unsigned long long cellNumber) noexcept {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(cellNumber));
 }
 
-/// How far a number lies above another that is not greater; the difference of two 32-bit numbers needs 33
-/// bits as a signed number, but no more than 32 as an unsigned one.
+/// high - low, for low <= high; the difference of two 32-bit numbers needs 33 bits as a signed number, but only 32 as
+/// an unsigned one.
 std::uint64_t distance(std::int32_t low, std::int32_t high) noexcept {
     return static_cast<std::uint32_t>(high) - static_cast<std::uint32_t>(low);
 }
@@ -29,7 +29,7 @@ void radixSort(std::vector<Entry>& entries, std::uint64_t end, const StopQuestio
     constexpr std::size_t digits = std::size_t{1} << digitBits;
     const auto digitOf = [](const Entry& entry, int shift) { return (entry.cell() >> shift) & (digits - 1); };
 
-    // Grown in blocks: the system takes its time for so much memory.
+    // Grown in blocks, because the system is slow to provide so much memory and the host may want to stop.
     std::vector<Entry> other;
     other.reserve(entries.size());
     inBlocks(entries.size(), mayGoOn, [&](std::size_t, std::size_t last) { other.resize(last); });
@@ -181,14 +181,13 @@ std::uint64_t CellSelector::cellOf(std::size_t index) const noexcept {
            distance(lowest_.z, key.z);
 }
 
-/// What decides within a cell, the greatest winning and of equals the first: without intensities all are
-/// equal.
+/// The highest value in a cell wins, and the first of equals; without intensities all are equal.
 std::uint64_t CellSelector::brightness(std::uint64_t index) const noexcept {
     return hasIntensities_ ? intensities_[index] : 1;
 }
 
-/// One entry for each run of points in the same cell, with the index that wins in it. Scanned clouds have
-/// their neighbours in a row.
+/// One entry for each run of consecutive points in the same cell, with the winning index. In scanned clouds neighbours
+/// are often consecutive.
 template <class Entry>
 std::vector<Entry> CellSelector::collect() const {
     std::vector<Entry> entries;
@@ -220,13 +219,13 @@ std::vector<unsigned long long> CellSelector::pick(const std::vector<Entry>& sor
     });
     std::vector<unsigned long long> result;
     result.reserve(std::max(points_.size() / 2, occupied));
-    // A cell may reach beyond its block.
+    // A cell may extend beyond its block.
     std::size_t i = 0;
     inBlocks(sorted.size(), mayGoOn_, [&](std::size_t, std::size_t end) {
         while (i < end) {
-            // The search begins with point 0 and brightness 0, and only a brighter point takes over. So a cell
-            // whose points are all dark gives point 0 of the whole cloud, not one of its own. That is on purpose
-            // and must stay: each cell keeps its entry, and dark ones can be told from it.
+            // The search starts with point 0 and brightness 0, and only a brighter point replaces it. So a cell whose
+            // points are all dark yields point 0 of the whole cloud, not one of its own. That is on purpose and must
+            // stay: each cell keeps its entry, and dark cells can be recognised by it.
             std::uint64_t chosen = 0;
             std::uint64_t best = 0;
             const Entry& first = sorted[i];

@@ -10,17 +10,16 @@
 
 namespace ExportLib {
 
-/// The inside of reduceData: several ways to the same result, of which one suits a given cloud best.
+/// The implementation of reduceData: several strategies with the same result, of which one is best for a given cloud.
 ///
-/// All of them bring the points into the order of their cells, after neighbours in the same cell have become
-/// one. A table with an entry for each cell of the box has been tried and is not faster than the narrow sort,
-/// however few the cells.
+/// All of them sort the points by cell, after consecutive points in the same cell have been merged. A table with an
+/// entry for each cell of the box has been tried and is not faster than the narrow sort, however few cells there are.
 ///
-/// Refers to the points and intensities that it is made for, which must outlive it; at least one point is required.
-/// Asks `mayGoOn` throughout, in the constructor and in select().
+/// References the points and intensities, which must outlive it; at least one point is required. Calls `mayGoOn`
+/// throughout, in the constructor and in select().
 class CellSelector {
 public:
-    /// The ways, each possible for fewer clouds than the next.
+    /// The strategies, each supported for fewer clouds than the next.
     enum class Strategy {
         SortNarrow, ///< radix sort of cell numbers below 2^32 with indices below 2^32, 8 bytes together
         SortWide,   ///< radix sort of cell numbers below 2^64 with indices, 16 bytes together
@@ -31,13 +30,13 @@ public:
                  const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
                  StopQuestion mayGoOn = {});
 
-    /// Whether a strategy can tell the cells and points of this cloud apart.
+    /// Whether a strategy can distinguish the cells and points of this cloud.
     [[nodiscard]] bool supports(Strategy strategy) const noexcept;
 
     /// The fastest of the supported strategies.
     [[nodiscard]] Strategy preferred() const noexcept;
 
-    /// The result of reduceData, the same for every strategy that is supported; others must not be asked for.
+    /// The result of reduceData, the same for every supported strategy; others must not be used.
     [[nodiscard]] std::vector<unsigned long long> select(Strategy strategy) const;
 
 private:
@@ -67,13 +66,13 @@ private:
     StopQuestion mayGoOn_;
     /// The lowest number along each axis.
     Key lowest_{};
-    /// Along y and z, how many numbers there are from the lowest to the highest.
+    /// Along y and z, the count of numbers from the lowest to the highest.
     std::uint64_t extentY_ = 0;
     std::uint64_t extentZ_ = 0;
-    /// The cells of the box that the keys span, where 64 bits can number them.
+    /// The number of cells in the box that the keys span, if it fits 64 bits.
     std::uint64_t volume_ = 0;
     bool isNumbered_ = false;
-    /// How often the next point has another key than the last, plus one.
+    /// The number of runs of consecutive points with the same key.
     std::size_t runs_ = 0;
 };
 

@@ -2,11 +2,11 @@
 #include "pcd/ExportPointCloudToPCD.hpp"
 
 #include "anchor/Console.hpp"
-#include "capture/captureArray.hpp"
 #include "convlib/ExporterRegistration.hpp"
 #include "convlib/LineWriter.hpp"
 #include "convlib/NumberText.hpp"
 #include "convlib/ReferenceVertices.hpp"
+#include "pcd/GatheredArrays.hpp"
 #include "pcd/PcdPrecision.hpp"
 #include "pcd/PointShading.hpp"
 #include "pcd/addPCDHeader.hpp"
@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fstream>
 #include <limits>
 #include <span>
@@ -32,7 +33,7 @@ const ConvLib::ExporterRegistration registration;
 
 using Geom::PhysicalSpace;
 
-/// Everything of one grid that goes into its file.
+/// All data of one grid that goes into its file.
 struct Cloud {
     std::vector<PhysicalSpace::point> positions;
     std::vector<unsigned short> intensities;
@@ -48,9 +49,9 @@ struct Box {
 
 Box boundingBox(const std::vector<PhysicalSpace::point>& positions, const StopQuestion& mayGoOn) {
     // The upper corner starts at the smallest positive double, see PcdAxis.
-    constexpr double most = std::numeric_limits<double>::max();
-    constexpr double least = std::numeric_limits<double>::min();
-    Box box{{most, most, most}, {least, least, least}};
+    constexpr double max = std::numeric_limits<double>::max();
+    constexpr double smallest = std::numeric_limits<double>::min();
+    Box box{{max, max, max}, {smallest, smallest, smallest}};
     const auto widen = [](double& low, double& high, double value) {
         low = value < low ? value : low;
         high = value > high ? value : high;
@@ -71,18 +72,18 @@ PhysicalSpace::vector shiftOf(const Box& box) {
             PcdAxis::of(box.lower.z, box.upper.z).shift};
 }
 
-/// The least and the greatest intensity.
+/// The smallest and the largest intensity.
 std::pair<unsigned short, unsigned short> rangeOf(const std::vector<unsigned short>& intensities,
                                                   const StopQuestion& mayGoOn) {
-    unsigned short least = std::numeric_limits<unsigned short>::max();
-    unsigned short greatest = 0;
+    unsigned short lowest = std::numeric_limits<unsigned short>::max();
+    unsigned short highest = 0;
     inBlocks(intensities.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
         for (std::size_t i = begin; i < end; ++i) {
-            least = std::min(least, intensities[i]);
-            greatest = std::max(greatest, intensities[i]);
+            lowest = std::min(lowest, intensities[i]);
+            highest = std::max(highest, intensities[i]);
         }
     });
-    return {least, greatest};
+    return {lowest, highest};
 }
 
 void writeLines(ConvLib::LineWriter& lines, const Cloud& cloud,
@@ -113,15 +114,15 @@ void writeShadedLines(ConvLib::LineWriter& lines, const Cloud& cloud,
     });
 }
 
-void tellPositions(ConvLib::RunObserver& observer, const std::vector<PhysicalSpace::point>& positions,
-                   const StopQuestion& mayGoOn) {
+void reportPositions(ConvLib::RunObserver& observer, const std::vector<PhysicalSpace::point>& positions,
+                     const StopQuestion& mayGoOn) {
     inBlocks(positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
         observer.positionsWritten(std::span(positions).subspan(begin, end - begin));
     });
 }
 
-/// Tells what becomes of a cloud of which the file holds `kept` points.
-void tellChanges(ConvLib::RunObserver& observer, const Cloud& cloud, std::size_t kept, int precision) {
+/// Reports the changes of a cloud of which the file contains `kept` points.
+void reportChanges(ConvLib::RunObserver& observer, const Cloud& cloud, std::size_t kept, int precision) {
     using ConvLib::ValueChange;
     if (kept != cloud.positions.size())
         observer.valuesChanged(
@@ -168,28 +169,31 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
 
     const Anchor::StrongPtr<ConvLib::RunObserver> observer = Observer();
     const StopQuestion mayGoOn = [this] { askWhetherToStop(); };
-    Cloud cloud;
+    GatheredArrays<PhysicalSpace::point> positions;
+    GatheredArrays<unsigned short> intensities;
     const auto collect = [&](const CloudFragment& fragment) {
         mayGoOn();
         if (observer)
             observer->fragmentBegins(fragment.field, {}, fragment.planned().elements);
         if (fragment.role == PcdPlan::Role::Positions)
-            captureArray(cloud.positions, fragment.data);
+            positions.add(fragment.data);
         else if (fragment.role == PcdPlan::Role::Intensity)
-            captureArray(cloud.intensities, fragment.data);
+            intensities.add(fragment.data);
     };
     forEachCloudFragment(
         grid, *reference.skeleton, RefLevel, [this](const std::string& field) { return UseThisField(field); },
         collect);
-    // Without a position there is neither a box nor a height to speak of, and what stands at the path stays.
+    Cloud cloud{positions.join(), intensities.join()};
+    // Without a position there is neither a box nor a height to speak of, and an existing file stays.
     if (cloud.positions.empty())
         return;
 
-    // Every grid opens the same path: the file holds the last one. Hosts rely on finding one file.
+    // Every grid opens the same path: the file ends up with the last one. Hosts rely on finding one file.
     std::ofstream out(OutputPath, std::ios::out | std::ios::trunc);
+    int error = out.is_open() ? 0 : errno;
 
     if (observer)
-        tellPositions(*observer, cloud.positions, mayGoOn);
+        reportPositions(*observer, cloud.positions, mayGoOn);
     Box box = boundingBox(cloud.positions, mayGoOn);
     const PhysicalSpace::vector shift = shiftOf(box);
     inBlocks(cloud.positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
@@ -201,9 +205,9 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
     const std::vector<unsigned long long> indices =
         reduceData(CellSize, cloud.positions, cloud.intensities, box.lower, box.upper, mayGoOn);
     if (observer)
-        tellChanges(*observer, cloud, indices.size(), Precision);
+        reportChanges(*observer, cloud, indices.size(), Precision);
 
-    // The header counts the points before thinning unless the host asks for exact counts: deliberate, since
+    // The header counts the points before thinning unless the host asks for exact counts: deliberate, because
     // the numbers are read as the size of the survey.
     const std::uint64_t count = ExactCounts ? indices.size() : cloud.positions.size();
     const PCDLayout layout = cloud.isShaded() ? PCDLayout::Intensity : PCDLayout::Plain;
@@ -214,15 +218,20 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
 
     ConvLib::LineWriter lines(out, FlushLines());
     if (layout == PCDLayout::Intensity) {
-        const auto [least, greatest] = rangeOf(cloud.intensities, mayGoOn);
-        writeShadedLines(lines, cloud, indices, Precision, PointShading(heights, least, greatest), mayGoOn);
+        const auto [lowest, highest] = rangeOf(cloud.intensities, mayGoOn);
+        writeShadedLines(lines, cloud, indices, Precision, PointShading(heights, lowest, highest), mayGoOn);
     } else {
         writeLines(lines, cloud, indices, Precision, mayGoOn);
     }
     lines.finish();
+    if (error == 0)
+        error = lines.error();
+    errno = 0;
     out.close();
-    recordWrittenFile(
-        {OutputPath, pcdHeader(layout, count, shift).size() + lines.bytes(), indices.size(), out.fail()});
+    if (error == 0 && out.fail())
+        error = errno;
+    recordWrittenFile({OutputPath, pcdHeader(layout, count, shift).size() + lines.bytes(), indices.size(),
+                       out.fail(), error});
 }
 
 } // namespace ExportLib

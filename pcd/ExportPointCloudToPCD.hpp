@@ -12,12 +12,12 @@ class Grid;
 namespace ExportLib {
 
 /// Writes point clouds as PCD text: shifted to a local integer origin, thinned to one point per cubic cell,
-/// and, where every point has an intensity, with a normalised intensity and a colour mixed from height and
+/// and, if every point has an intensity, with a normalised intensity and a colour mixed from height and
 /// intensity.
 ///
 /// OutputPath is the file. Every grid of every slice is written to it, so it ends up holding the last one.
 /// The fields used are "Positions" (Geom::PhysicalSpace::point) and "Intensity" (16-bit unsigned) of the
-/// selected skeletons; all points of a grid are in memory at once. Output errors show in writtenFiles() only.
+/// selected skeletons; all points of a grid are in memory at once. Output errors show only in writtenFiles().
 class TIDEWATCH_API ExportPointCloudToPCD : public ConvLib::BasicConverterDefs {
 public:
     ExportPointCloudToPCD();
@@ -28,13 +28,13 @@ public:
     /// The refinement level whose skeletons are exported; -1: the highest homogeneous vertex refinement of
     /// the grid.
     int RefLevel = -1;
-    /// Significant digits of the numbers in data lines, as a C++ stream takes them: 0 gives one digit, a
-    /// negative number six.
+    /// Significant digits of the numbers in data lines, as for a C++ stream: 0 gives one digit, a negative
+    /// number six.
     int Precision = 8;
-    /// Edge length of the cells, in coordinate units. Not guarded: 0 makes one cell of the whole cloud.
+    /// Edge length of the cells, in coordinate units. Not validated: 0 puts the whole cloud into one cell.
     double CellSize = 0.1;
     /// Whether WIDTH and POINTS count the lines that follow. By default they count the points before
-    /// thinning, as they always have; some readers refuse a file whose counts exceed its lines.
+    /// thinning, as they always have; some readers reject a file whose counts exceed its lines.
     bool ExactCounts = false;
 
 private:

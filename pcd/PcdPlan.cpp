@@ -5,6 +5,7 @@
 #include "pcd/cloudFragments.hpp"
 #include "sheaf/ElementTypes.hpp"
 
+#include <algorithm>
 #include <typeinfo>
 
 namespace ExportLib {
@@ -22,7 +23,7 @@ std::string whyNoPoints(const PcdPlan& plan, const std::function<bool(const std:
             return {};
     }
     for (const Fragment& fragment : plan.fragments) {
-        // What was stated fits, and the array does not.
+        // The creator stated suitable data, but the array is unsuitable.
         if (fragment.role == Role::Positions && fragment.isCertain && !fragment.whyLeftOut.empty() &&
             fragment.elementType == Sheaf::elementTypeName(typeid(Geom::PhysicalSpace::point)))
             return fragment.whyLeftOut;
@@ -42,6 +43,22 @@ std::uint64_t PcdPlan::elements(Role role) const noexcept {
 
 std::uint64_t PcdPlan::elements() const noexcept {
     return elements(Role::Positions) + elements(Role::Intensity);
+}
+
+std::uint64_t PcdPlan::memory() const noexcept {
+    // Positions and intensities; then their cells with the numbers of the points (CellSelector), which become the
+    // numbers of those that are kept.
+    constexpr std::uint64_t bytesPerPoint = 48;
+    return std::max(elements(Role::Positions), elements(Role::Intensity)) * bytesPerPoint;
+}
+
+std::set<std::string> PcdPlan::fieldsRead() const {
+    std::set<std::string> fields;
+    for (const Fragment& fragment : fragments) {
+        if (fragment.role != Role::None)
+            fields.insert(fragment.field);
+    }
+    return fields;
 }
 
 bool PcdPlan::isShaded() const noexcept {

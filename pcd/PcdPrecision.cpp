@@ -13,10 +13,10 @@ namespace ExportLib {
 
 namespace {
 
-/// Significant digits that tell any two doubles apart.
+/// Significant digits that distinguish any two doubles.
 constexpr int fullPrecision = std::numeric_limits<double>::max_digits10;
 
-/// The unit of the last of so many significant digits.
+/// The unit of the last significant digit.
 double lastUnit(double magnitude, int digits) {
     return std::pow(10.0, std::floor(std::log10(magnitude)) - digits + 1);
 }
@@ -24,8 +24,8 @@ double lastUnit(double magnitude, int digits) {
 } // namespace
 
 PcdAxis PcdAxis::of(double lower, double upper) noexcept {
-    // The box's upper corner starts at the smallest positive double, not at the most negative one. Shifts in files of
-    // the past depend on it, so it stays.
+    // The box's upper corner starts at the smallest positive double, not at the most negative one. Shifts in existing
+    // files depend on it, so it stays.
     const double top = std::max(upper, std::numeric_limits<double>::min());
     const double shift = std::floor((top - lower) * 0.5 + lower);
     return {shift, std::max(std::abs(lower - shift), std::abs(upper - shift))};
@@ -37,7 +37,7 @@ double PcdAxis::rounding(int precision) const noexcept {
 }
 
 bool PcdAxis::keeps(double step, int precision) const noexcept {
-    // Steps such as 0.01 are no exact doubles.
+    // Steps such as 0.01 are not exact in binary.
     constexpr double sameEnough = 1 + 1e-9;
     return rounding(precision) * 2 <= step * sameEnough;
 }

@@ -8,18 +8,18 @@ namespace ExportLib {
 
 // Both scales are reciprocals that multiply, the intensity's in single precision: a division would round some
 // values differently, and files are compared byte by byte.
-PointShading::PointShading(const HeightQuantiles& heights, unsigned short leastIntensity,
-                           unsigned short greatestIntensity) noexcept
+PointShading::PointShading(const HeightQuantiles& heights, unsigned short minIntensity,
+                           unsigned short maxIntensity) noexcept
     : lowHeight_(heights.low),
       heightScale_(1.0 / (heights.high - heights.low)),
-      leastIntensity_(leastIntensity),
-      intensityScale_(1.0F / static_cast<float>(greatestIntensity - leastIntensity)) {}
+      minIntensity_(minIntensity),
+      intensityScale_(1.0F / static_cast<float>(maxIntensity - minIntensity)) {}
 
 float PointShading::color(double height, float intensity) const noexcept {
     double t = (height - lowHeight_) * heightScale_;
     int green = 255;
     int blue = 0;
-    // Written so that a t that is not a number takes the first branch.
+    // Written so that NaN takes the first branch.
     if (!(t < 1.0)) {
         t = 1.0;
     } else if (t <= 0.0) {
@@ -34,8 +34,7 @@ float PointShading::color(double height, float intensity) const noexcept {
     if (t > 0.5)
         red -= static_cast<int>((t - 0.5) * 510.0);
 
-    // Intensities that are all equal normalise to not-a-number, whose grey level is 0; everything else lies
-    // in 0 to 255.
+    // Equal intensities normalise to NaN, whose grey level is 0; everything else is in 0 to 255.
     const double level = static_cast<double>(intensity) * 255.0;
     const int grey = level >= 0.0 && level < 256.0 ? static_cast<int>(level) : 0;
 

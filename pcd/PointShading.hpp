@@ -11,13 +11,13 @@ namespace ExportLib {
 /// from blue at the low height over yellow half way to green at the high height.
 class PointShading {
 public:
-    /// Heights between which the ramp runs, in coordinate units, and the least and greatest intensity.
-    PointShading(const HeightQuantiles& heights, unsigned short leastIntensity,
-                 unsigned short greatestIntensity) noexcept;
+    /// Heights between which the ramp runs, in coordinate units, and the smallest and largest intensity.
+    PointShading(const HeightQuantiles& heights, unsigned short minIntensity,
+                 unsigned short maxIntensity) noexcept;
 
-    /// The intensity from 0 (least) to 1 (greatest); not a number where all intensities are equal.
+    /// The intensity from 0 (smallest) to 1 (largest); NaN if all intensities are equal.
     [[nodiscard]] float intensity(unsigned short value) const noexcept {
-        return static_cast<float>(value - leastIntensity_) * intensityScale_;
+        return static_cast<float>(value - minIntensity_) * intensityScale_;
     }
 
     /// The colour at a height for a normalised intensity, packed as PCD stores it: the bits 0x00RRGGBB of a
@@ -27,7 +27,7 @@ public:
 private:
     double lowHeight_;
     double heightScale_;
-    int leastIntensity_;
+    int minIntensity_;
     float intensityScale_;
 };
 

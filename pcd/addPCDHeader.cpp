@@ -40,7 +40,7 @@ void write(std::ofstream& out, std::string_view text, bool flushLines) {
 std::string pcdHeaderCommon(const Geom::PhysicalSpace::vector& shift) {
     std::string text(titleLine);
     text += "# exported by Tidewatch\n";
-    // The blank behind the last component belongs to the line.
+    // The blank after the last component is part of the line.
     text += "# shifted by " + shiftText(shift) + " \n";
     text += "VERSION .7\n";
     return text;
@@ -50,7 +50,7 @@ std::string pcdHeader(PCDLayout layout, std::uint64_t pointCount, const Geom::Ph
     const std::string count = std::to_string(pointCount);
     std::string text = pcdHeaderCommon(shift);
     if (layout == PCDLayout::Intensity) {
-        // This layout has always said its title twice. Files are compared byte by byte with earlier exports,
+        // This layout has always had its title twice. Files are compared byte by byte with earlier exports,
         // and readers skip comment lines, so it stays.
         text += titleLine;
         text += "FIELDS x y z intensity rgb\n"

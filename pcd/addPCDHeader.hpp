@@ -10,9 +10,9 @@
 namespace ExportLib {
 
 /// The header of a PCD file, version .7, data in text ("The PCD (Point Cloud Data) file format" of the Point
-/// Cloud Library), with the shift that was subtracted from all coordinates: it stands in a comment for
-/// people, and as the translation of VIEWPOINT for programs. The shift has eight significant digits there, so
-/// one of more digits is rounded.
+/// Cloud Library), with the shift that was subtracted from all coordinates: in a comment for people, and as
+/// the translation of VIEWPOINT for programs. The shift is written with eight significant digits, so one with
+/// more digits is rounded.
 enum class PCDLayout {
     /// Fields x y z.
     Plain,
@@ -20,7 +20,7 @@ enum class PCDLayout {
     Intensity
 };
 
-/// The four lines that both layouts begin with.
+/// The four lines with which both layouts start.
 [[nodiscard]] std::string pcdHeaderCommon(const Geom::PhysicalSpace::vector& shift);
 
 /// The whole header of a layout for a number of points.

@@ -53,7 +53,7 @@ bool isArrayOf(const Anchor::StrongPtr<Anchor::Cacheable>& data) {
     return Anchor::dynamicCast<Sheaf::TypedArray<T>>(data) != nullptr;
 }
 
-/// What an array that is in memory already says against its use; empty where nothing does.
+/// Why an array in memory cannot be used; empty if it can.
 std::string whyUnfit(PcdPlan::Role role, const Anchor::StrongPtr<Anchor::Cacheable>& data) {
     if (role == PcdPlan::Role::Intensity)
         return isArrayOf<unsigned short>(data) ? "" : "its array is not of the type that is stated";

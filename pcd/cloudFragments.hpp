@@ -17,16 +17,16 @@ struct CloudFragment {
     PcdPlan::Role role;
     const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& data;
 
-    /// Whether the elements are said to be of the type that the role takes.
+    /// Whether the stated element type is the one that the role requires.
     [[nodiscard]] bool fits() const;
-    /// What becomes of it, as far as is known without making the array.
+    /// What becomes of it, as far as is known without creating the array.
     [[nodiscard]] PcdPlan::Fragment planned() const;
 };
 
-/// Visits everything that the exporter collects from: the fragments of the skeletons that are not marked as excluded
-/// and, by `refinementLevel`, are the reference (-1) or have that level, of the fields that are wanted. The level is
-/// read at each skeleton's field, since a host may set it when it is asked for the field before. False where no
-/// selected skeleton holds data.
+/// Visits everything from which the exporter collects: the selected fields' fragments on all skeletons that are not
+/// marked as excluded and, by `refinementLevel`, are the reference (-1) or have that level. The level is read again for
+/// each field, because a host may change it when it is asked about the field before. False if no selected skeleton has
+/// data.
 bool forEachCloudFragment(const Sheaf::Grid& grid, const Sheaf::Skeleton& reference,
                           const int& refinementLevel, const std::function<bool(const std::string&)>& useField,
                           const std::function<void(const CloudFragment&)>& visit);

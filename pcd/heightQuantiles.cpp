@@ -32,7 +32,7 @@ HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& p
             heights.push_back(points[i].z);
     });
 
-    // "Less than" alone orders no list that holds not-a-number, so these go to the end first.
+    // "Less than" is not an ordering with NaN, so NaN heights are moved to the end first.
     const auto numbersEnd =
         std::partition(heights.begin(), heights.end(), [](double z) { return !std::isnan(z); });
     const auto k = static_cast<std::ptrdiff_t>(heights.size() / 20);
@@ -40,7 +40,7 @@ HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& p
     const auto high = heights.begin() + 19 * k;
     if (low < numbersEnd)
         select(heights.begin(), low, numbersEnd, mayGoOn);
-    // What stands behind the low entry is not below it, so the search for the high one can begin there.
+    // Entries after the low one are not below it, so the search for the high one can start there.
     if (low < high && high < numbersEnd)
         select(low + 1, high, numbersEnd, mayGoOn);
     return {*low, *high};

@@ -8,17 +8,17 @@
 
 namespace ExportLib {
 
-/// Heights that leave about 5 % of the points below and above, in coordinate units.
+/// Heights with about 5 % of the points below and above them, in coordinate units.
 struct HeightQuantiles {
     double low = 0.0;
     double high = 0.0;
 };
 
 /// The entries k and 19 * k, counted from 0, of the z coordinates in ascending order, where k is a twentieth
-/// of their number, rounded down. Fewer than 20 points give the lowest height twice. Heights that are not a
-/// number are ordered behind all others. Without points both heights are 0.
+/// of their number, rounded down. Fewer than 20 points give the lowest height twice. NaN heights are ordered
+/// after all others. Without points both heights are 0.
 ///
-/// Cost: linear on average, and 8 bytes a point; nothing is sorted in full. Asks `mayGoOn` throughout.
+/// Cost: linear on average, and 8 bytes per point; there is no full sort. Calls `mayGoOn` throughout.
 [[nodiscard]] HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& points,
                                               const StopQuestion& mayGoOn = {});
 

@@ -9,10 +9,10 @@
 
 namespace ExportLib {
 
-/// Asked often during long work: a host that wants to stop throws. Empty where nobody is to be asked.
+/// Called often during long work: a host that wants to stop throws. May be empty.
 using StopQuestion = std::function<void()>;
 
-/// Calls work(begin, end) for one block of `count` items after the other, and asks before each.
+/// Calls work(begin, end) for successive blocks of `count` items, and the stop question before each.
 template <class Work>
 void inBlocks(std::size_t count, const StopQuestion& mayGoOn, Work&& work) {
     constexpr std::size_t size = ConvLib::BasicConverterDefs::stopInterval;
@@ -23,8 +23,8 @@ void inBlocks(std::size_t count, const StopQuestion& mayGoOn, Work&& work) {
     }
 }
 
-/// "Less than" for the algorithms of the standard library, asking once in so many calls. `calls` counts them for all
-/// copies, which the algorithms make for each of their steps; it and the question, which is not empty, must outlive
+/// "Less than" for standard algorithms that calls the stop question once per `interval` comparisons. `calls` counts for
+/// all copies, because algorithms copy comparison objects; it and the question, which must not be empty, must outlive
 /// them.
 class AskingLess {
 public:
@@ -40,7 +40,7 @@ public:
     }
 
 private:
-    // A comparison is cheaper than an item of any other work.
+    // A comparison is cheaper than processing any other item.
     static constexpr std::size_t interval = 4 * ConvLib::BasicConverterDefs::stopInterval;
 
     const StopQuestion* mayGoOn_;

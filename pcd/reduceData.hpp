@@ -9,13 +9,12 @@
 
 namespace ExportLib {
 
-/// The cell number of a coordinate: (value - origin) / cellSize without its fraction, as an unsigned number
-/// of 64 bits.
+/// The cell number of a coordinate: (value - origin) / cellSize without its fraction, as an unsigned 64-bit
+/// number.
 ///
-/// Negative quotients are truncated toward zero as well and become the two's complement of their magnitude. A
-/// quotient that is not a number, infinite or beyond 64 bits gives 0; so does every coordinate where the cell
-/// size is 0 (or a coordinate that is the origin, then not a number). Nothing else depends on the cell size
-/// being positive.
+/// Negative quotients are truncated toward zero, too, and become the two's complement of their magnitude. A
+/// quotient that is NaN, infinite or beyond 64 bits gives 0; so with a cell size of 0 every coordinate does.
+/// Nothing else depends on the cell size being positive.
 [[nodiscard]] inline unsigned long long quant(double value, double origin, double cellSize) noexcept {
     const double quotient = (value - origin) / cellSize;
     if (quotient >= -0x1p63 && quotient < 0x1p63)
@@ -25,27 +24,28 @@ namespace ExportLib {
     return 0;
 }
 
-/// The indices of the points that are left when a cloud is thinned to one point a cubic cell.
+/// The indices of the points that remain when a cloud is thinned to one point per cubic cell.
 ///
 /// The key of a point's cell is the triple of its cell numbers along x, y and z, each narrowed to its low 32
-/// bits and taken as signed: cells that are 2^32 apart share a key. The result has one entry for each key
-/// that occurs, in lexicographic order of the keys.
+/// bits and interpreted as signed: cells that are 2^32 apart share a key. The result has one entry for each
+/// key that occurs, in lexicographic order of the keys.
 ///
-/// Where there is an intensity for every point, the brightest point of a cell is left, of equally bright ones
-/// the first. Otherwise the first point of each cell is left. A cell whose intensities are all 0 yields index
-/// 0, the first point of the cloud, whichever cell that lies in; several such cells yield it several times.
+/// If there is an intensity for every point, the brightest point of a cell remains, the first of equally
+/// bright ones. Otherwise the first point of each cell remains. A cell whose intensities are all 0 yields
+/// index 0, the first point of the cloud, whichever cell that is in; several such cells yield it several
+/// times.
 ///
 /// Coordinates and cell sizes may have any value, see quant; a cell size of 0 gives one cell. `upper` is not
-/// used. Throws std::length_error or std::bad_alloc where there is no room for the result or the work on it.
+/// used. Throws std::length_error or std::bad_alloc if there is not enough memory.
 ///
-/// Cost: linear in the points unless their cells span more than 64 bits, then n log n; up to 40 bytes a point
-/// besides the arguments, the result included.
+/// Cost: linear in the points unless their cells span more than 64 bits, then n log n; up to 40 bytes per
+/// point besides the arguments, including the result.
 [[nodiscard]] std::vector<unsigned long long>
 reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
            const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
            const Geom::PhysicalSpace::point& upper);
 
-/// The same, asking `mayGoOn` throughout.
+/// The same, calling `mayGoOn` throughout.
 [[nodiscard]] std::vector<unsigned long long>
 reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
            const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,

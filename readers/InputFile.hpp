@@ -22,6 +22,8 @@ public:
     ~InputFile();
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
+    /// The system's number of the open file, valid while this object lives.
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
     /// Bytes when it was opened.
     [[nodiscard]] std::uint64_t size() const noexcept { return state_.size; }
     /// When it was opened.

@@ -14,7 +14,7 @@ std::string addSingleGrid(Sheaf::Bundle& bundle, const std::string& path, const 
     try {
         const auto chart = grid->declareCartesianChart(std::string(Sheaf::Grid::standardChart));
         const auto vertices = grid->skeletons().make({})->representations().make(chart);
-        fill({*grid, *vertices});
+        fill({*grid, *chart, *vertices});
     } catch (...) {
         slice->removeGrid(name);
         if (isNewSlice)

@@ -13,6 +13,8 @@ namespace Tidewatch {
 /// ReadOptions::SliceTime, with the standard chart and one vertex skeleton without refinement.
 struct SingleGrid {
     Sheaf::Grid& grid;
+    /// The standard chart.
+    Sheaf::CartesianChart& chart;
     /// Of the vertices in the standard chart.
     Sheaf::Representation& vertices;
 };

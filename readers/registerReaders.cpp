@@ -3,19 +3,17 @@
 
 #include "readers/bundle/BundleFileReader.hpp"
 #include "readers/las/LasReader.hpp"
-#ifdef TIDEWATCH_RASTER_LIBRARY
-#include "readers/raster/RasterGate.hpp"
-#endif
+#include "readers/raster/RasterReader.hpp"
 
 namespace Tidewatch {
 
-void registerReaders() {
+void registerReaders(Reading reading) {
     // A reader takes the place of an earlier one of its name.
     ConvLib::registerReader(Anchor::makeStrong<LasReader>());
-    ConvLib::registerReader(Anchor::makeStrong<BundleFileReader>());
-#ifdef TIDEWATCH_RASTER_LIBRARY
+    ConvLib::registerReader(Anchor::makeStrong<BundleFileReader>(reading));
+#ifdef TIDEWATCH_RASTERS
     // The last to be asked, since some of its formats are plain text.
-    ConvLib::registerReader(Anchor::makeStrong<RasterGate>());
+    ConvLib::registerReader(Anchor::makeStrong<RasterReader>(reading));
 #endif
 }
 

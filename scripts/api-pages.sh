@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Makes pages from the comments of the installed headers, in build/api/html; a warning of Doxygen is an error.
+# Generates pages from the comments of the installed headers, in build/api/html; a warning of Doxygen is an
+# error.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

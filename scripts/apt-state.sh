@@ -1,11 +1,11 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# For other scripts to source: apt with sources and a state of its own, so that the machine's sources, preferences and
-# lists stay as they are. A source of another release among them would offer upgrades of everything else.
+# For other scripts to source: apt with its own sources and state, so that the machine's sources, preferences and lists
+# stay as they are. Adding a source of another release to them would offer upgrades of everything else.
 
-# Prints the address of the Debian archive that the machine uses, whatever address it has and whichever way its sources
-# are written; nothing where there is none. Only sources whose lists have been fetched are told.
+# Prints the address of the Debian archive that the machine uses, whatever its address and the format of its sources,
+# and nothing if there is none. Only sources whose lists have been fetched are considered.
 # Usage: debian_archive CODENAME
 debian_archive() {
     # shellcheck disable=SC2016 # the placeholders are for apt
@@ -15,7 +15,7 @@ debian_archive() {
                      print $5; found = 1 }'
 }
 
-# Makes FOLDER/apt.conf, to be given as "apt-get -c". What is downloaded is checked against Debian's keys.
+# Creates FOLDER/apt.conf for "apt-get -c". Downloads are verified with Debian's keys.
 # Usage: make_apt_state FOLDER ARCHIVE deb|deb-src RELEASE...
 make_apt_state() {
     local folder=$1 archive=$2 type=$3 index=Packages
@@ -31,8 +31,8 @@ Architectures: $(dpkg --print-architecture)
 Targets: $index
 Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
 TEXT
-    # Read after the machine's own configuration (proxies and the like stay in force). Its hooks are dropped, since they
-    # work on the system's lists, and so is any leave to take unsigned packages.
+    # Read after the machine's own configuration, so proxies and the like stay in force. Its hooks are dropped, because
+    # they work on the system's lists, and so is any permission to accept unsigned packages.
     cat >"$folder/apt.conf" <<TEXT
 #clear APT::Update::Pre-Invoke;
 #clear APT::Update::Post-Invoke;

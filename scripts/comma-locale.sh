@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Runs a command under a locale with decimal commas and digit grouping (de_DE), which is made in FOLDER: nothing is
-# installed on the system. TIDEWATCH_TEST_LOCALE tells test programs its name, so that they can make it the global one.
+# Runs a command under a locale with decimal commas and digit grouping (de_DE), which is created in FOLDER: nothing is
+# installed on the system. TIDEWATCH_TEST_LOCALE is set to its name, so that test programs can make it the global
+# locale.
 set -euo pipefail
 
 if (($# < 2)); then
@@ -20,7 +21,7 @@ if [[ ! -e $folder/$name/LC_NUMERIC ]]; then
     localedef -i de_DE -f UTF-8 "$folder/$name" || (($? == 1))
 fi
 
-# C programs fall back to the C locale without a word where a locale cannot be loaded, so ask one.
+# C programs silently fall back to the C locale if a locale cannot be loaded, so check with one.
 keywords=$(LOCPATH=$folder LC_ALL=$name locale decimal_point thousands_sep)
 if [[ $keywords != $',\n.' ]]; then
     echo "comma-locale: the locale in $folder does not work: ${keywords//$'\n'/ }" >&2

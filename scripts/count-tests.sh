@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Counts the tests in a file that "ctest --output-junit" wrote: "1508 passed, 105 skipped: no sample data (90), no PCL
-# (15)". What stands before the first colon of a test's reason is what it is counted under. Fails where a test is
-# skipped without a reason.   Usage: scripts/count-tests.sh FILE
+# (15)". Skips are counted by the text before the first colon of their reason. Fails if a test is skipped without a
+# reason.
+# Usage: scripts/count-tests.sh FILE
 set -euo pipefail
 
 LC_ALL=C awk '
@@ -32,7 +33,7 @@ LC_ALL=C awk '
             printf ", %d failed", failed
         if (skips) {
             printf ", %d skipped:", skips
-            # The most frequent reason first, and of equals the first by name.
+            # The most frequent reason first, equally frequent ones by name.
             while (length(reasons) > 0) {
                 best = ""
                 for (reason in reasons)

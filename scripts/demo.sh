@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# From a fresh machine to exported files: installs what a build needs, builds the program, makes a sample survey, looks
-# into it and exports it. Everything it writes is under build/demo.
+# From a fresh machine to exported files: installs what a build needs, builds the program, creates a sample survey,
+# shows its contents and exports it. Everything it writes is under build/demo.
 set -euo pipefail
 
 if (($# > 0)); then

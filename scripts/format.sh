@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Formats every C++ file that git tracks; with --check it changes nothing, and fails where a file is not formatted.
-# Ends with status 77, having done nothing, where clang-format is not of the release that .clang-format was written for:
-# every release lays out some things differently.
+# Formats every C++ file that git tracks; with --check it changes nothing, and fails if a file is not formatted. Exits
+# with status 77, without doing anything, if clang-format is not the release that .clang-format was written for: every
+# release formats some things differently.
 set -euo pipefail
 
 release=14

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Tries what the README says a fresh machine can do: in a bare Debian of each release that is named, with nothing but the
-# last commit, it runs scripts/demo.sh and scripts/test.sh, installs what the demonstration built and builds the examples
-# with it. Needs root, debootstrap, some GB under /var/tmp and some minutes; leaves nothing behind.
+# Tests the README's instructions on a fresh machine: in a minimal Debian of each given release, with only the last
+# commit, it runs scripts/demo.sh and scripts/test.sh, installs what the demonstration built and builds the examples
+# with it. Needs root, debootstrap, some GB under /var/tmp and some minutes; removes everything at the end.
 set -euo pipefail
 
 usage() {
@@ -37,7 +37,7 @@ chmod 755 "$root"
 
 at_exit() {
     local status=$?
-    # Never through a mount.
+    # Never delete through a mount.
     if mountpoint -q "$root/proc"; then
         umount "$root/proc" || exit 1
     fi
@@ -50,7 +50,7 @@ trap 'exit 1' INT TERM
 step() { printf '\n######## %s: %s\n' "$release" "$*"; }
 fail() { echo "fresh-debian: $release: $*" >&2; exit 1; }
 
-# Runs a command line in the project's folder there, with the environment of nobody's machine in particular.
+# Runs a command line in the project's folder there, with a minimal environment.
 there() {
     chroot "$root" env -i HOME=/root LANG=C.UTF-8 PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
         bash -euc "cd /opt/tidewatch && $1"

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Builds the HDF5 and LASzip libraries from Debian's sources into build/fuzz-libraries, with AddressSanitizer and with
-# what libFuzzer counts, so that it sees what these libraries read beyond memory, and finds its way in them. For
-# "scripts/fuzz.sh --instrumented"; runs on Debian 12 and 13, changes nothing on the system, and does nothing where the
-# libraries have been built.
+# Builds the HDF5 and LASzip libraries from Debian's sources into build/fuzz-libraries, with AddressSanitizer and
+# libFuzzer's coverage instrumentation, so that out-of-bounds accesses in these libraries are detected and the fuzzers
+# can explore them. For "scripts/fuzz.sh --instrumented"; runs on Debian 12 and 13, changes nothing on the system, and
+# does nothing if the libraries have already been built.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source-path=SCRIPTDIR
@@ -33,7 +33,7 @@ mkdir -p "$prefix/scratch/sources"
 echo "fuzz-libraries: downloading the sources ${sources[*]}"
 make_apt_state "$prefix/scratch/apt" "$archive" deb-src "${releases[@]}"
 apt-get -qq -c "$prefix/scratch/apt/apt.conf" update
-# As their authors released them: what Debian changes concerns how they are built.
+# Without Debian's patches, which only concern how they are built.
 (cd "$prefix/scratch/sources" && apt-get -qq -c "$prefix/scratch/apt/apt.conf" -o APT::Sandbox::User=root source \
     --download-only --tar-only --only-source "${sources[@]}")
 for archive in "$prefix"/scratch/sources/*; do
@@ -41,10 +41,10 @@ for archive in "$prefix"/scratch/sources/*; do
     rm "$archive"
 done
 
-# Programs that make parts of HDF5 while it is built lose memory.
+# Programs that run during HDF5's build leak memory.
 export ASAN_OPTIONS=detect_leaks=0
 
-# Runs a command with its output in a file, the end of which is shown where the command fails.
+# Runs a command with its output in a file, the end of which is shown if the command fails.
 quietly() {
     if ! "$@" >"$prefix/scratch/log" 2>&1 </dev/null; then
         tail -n 50 "$prefix/scratch/log" >&2
@@ -54,11 +54,11 @@ quietly() {
 
 # Usage: build NAME SOURCE_FOLDER OPTION...
 build() {
-    # Without the libraries' own assertions, which are not in what Debian ships either.
+    # Without the libraries' own assertions, which Debian's packages do not have either.
     local flags='-O1 -g1 -DNDEBUG -fno-omit-frame-pointer -fsanitize=address,fuzzer-no-link'
     echo "fuzz-libraries: building $1"
     mkdir "$2/build"
-    cd "$2/build" # HDF5 looks for what its checks write in the current folder
+    cd "$2/build" # HDF5 expects the output of its checks in the current folder
     quietly cmake .. -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=None \
         -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_POSITION_INDEPENDENT_CODE=ON \
         -DCMAKE_INSTALL_PREFIX="$prefix" "${@:3}"

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Builds the fuzz targets with clang, and with them the libraries and the program, and runs each target for a minute, or
-# for the seconds given. Ends at the first finding, and leaves the input that caused it in build/fuzz/findings; make it a
-# named regression test. With --instrumented, HDF5 and LASzip are built with AddressSanitizer too
-# (scripts/fuzz-libraries.sh): what they read beyond memory shows only then. Everything is in build/fuzz-instrumented then.
+# Builds the fuzz targets, the libraries and the program with clang, and runs each target for a minute, or for the given
+# number of seconds. Stops at the first finding, and leaves the input that caused it in build/fuzz/findings; turn it
+# into a named regression test. With --instrumented, HDF5 and LASzip are built with AddressSanitizer, too
+# (scripts/fuzz-libraries.sh), which is needed to detect out-of-bounds reads inside them; everything is then in
+# build/fuzz-instrumented.
 #
 # Usage: scripts/fuzz.sh [--instrumented] [SECONDS]
 set -euo pipefail

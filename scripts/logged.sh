@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 #
-# For scripts to source: how they run the steps of a build.
+# For other scripts to source: functions that run the steps of a build.
 
-# logged LOG COMMAND...: the command's output goes to the end of a file; the last lines are shown where it fails.
+# logged LOG COMMAND...: appends the command's output to a file, and shows the last lines if it fails.
 logged() {
     local log=$1
     shift

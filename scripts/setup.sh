@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs everything that building and testing needs, on a bare Debian 12 or 13, as root or through sudo. What is there
-# already is left alone, so a second run changes nothing and is quick. On other systems it installs no package: it checks
-# that everything is there, and names what is not.
+# Installs everything that building and testing needs, on a bare Debian 12 or 13, as root or through sudo. What is
+# already installed is left alone, so a second run changes nothing and is quick. On other systems it installs no
+# package: it checks that everything is there, and lists what is missing.
 set -euo pipefail
 shopt -s inherit_errexit
 
@@ -36,8 +36,9 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/apt-state.sh
 
 build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev
-    libgdal-dev libpng-dev ca-certificates)
-test_packages=(libgtest-dev libgmock-dev hdf5-tools clang-format doxygen git locales chromium fonts-dejavu-core)
+    libgdal-dev libpng-dev libproj-dev libseccomp-dev ca-certificates)
+test_packages=(libgtest-dev libgmock-dev hdf5-tools gdal-bin geotiff-bin clang-format doxygen git locales
+    chromium fonts-dejavu-core)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
@@ -46,12 +47,12 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
 as_root() {
-    # "su" leaves the user's path, and dpkg wants the folders of system programs on it.
+    # "su" keeps the user's path, and dpkg needs the folders of system programs on it.
     if ((EUID == 0)); then PATH=$PATH:/usr/sbin:/sbin "$@"; else sudo "$@"; fi
 }
 
 may_install=0
-# Ends the script, with what to do, where nothing can be installed. Usage: need_root PACKAGE...
+# If nothing can be installed, prints what to do and exits. Usage: need_root PACKAGE...
 need_root() {
     ((may_install || EUID == 0)) && return
     if have sudo && sudo true; then
@@ -70,7 +71,7 @@ need_root() {
     exit 1
 }
 
-# Runs a command with its output in a file, which is shown where the command fails.
+# Runs a command with its output in a file, which is shown if the command fails.
 quietly() {
     if ! "$@" >"$scratch/log" 2>&1 </dev/null; then
         cat "$scratch/log" >&2
@@ -96,17 +97,17 @@ lists_are_fresh=0
 refresh_lists() {
     ((lists_are_fresh)) && return
     say "refreshing the package lists"
-    # One broken source of the machine need not matter here: what cannot be installed says so below.
+    # A broken source of the machine may not matter here: if a package cannot be installed, that fails below.
     apt_get update >"$scratch/log" 2>&1 </dev/null ||
         { cat "$scratch/log" >&2; say "going on with the package lists as they are"; }
     lists_are_fresh=1
 }
 
-# Says what a command of apt-get is about to download. Usage: announce NAMES APT_GET_ARGUMENT...
+# Prints what a command of apt-get is about to download. Usage: announce NAMES APT_GET_ARGUMENT...
 announce() {
     local names=$1 size
     shift
-    # A line for each file: 'address' name size checksum. Where this fails, so does the command itself, and says why.
+    # One line per file: 'address' name size checksum. If this fails, so does the command itself, with a message.
     size=$(apt-get -qq --print-uris "$@" 2>/dev/null |
         LC_ALL=C awk -F"' " '/^\047/ { split($2, part, " "); ++files; bytes += part[2] }
                     END { if (files) printf " (%d packages to download, %.1f MB)", files, bytes / 1e6 }') || size=''
@@ -121,8 +122,8 @@ install_packages() {
     quietly apt_get install --no-install-recommends "$@"
 }
 
-# LASzip is packaged from Debian 13 on. Debian 12 takes Debian 13's package, which asks for no newer libc or libstdc++
-# than Debian 12 has. apt fetches and checks it in a state of its own.
+# LASzip is packaged from Debian 13 on. Debian 12 gets Debian 13's package, which needs no newer libc or libstdc++ than
+# Debian 12 has. apt fetches and verifies it with its own state.
 install_laszip_of_next_release() {
     local codename=$1 next=$2 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
     local architecture archive work="$scratch/apt" packages=(liblaszip8 liblaszip-api8 liblaszip-dev)
@@ -135,7 +136,7 @@ install_laszip_of_next_release() {
     make_apt_state "$work" "$archive" deb "$next"
     mkdir "$work/packages"
     if ((EUID == 0)); then
-        # apt downloads as a user of its own, who has to get in.
+        # apt downloads as another user, who needs access.
         chmod 755 "$scratch"
         chown _apt "$work/packages" 2>/dev/null || true
     fi
@@ -180,13 +181,13 @@ install_on_debian() {
     fi
 }
 
-# Prints a line for everything that is not there, whichever way it was to get there.
+# Prints a line for everything that is missing, however it should have been installed.
 find_missing() {
-    local command header flags=() headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h png.h laszip/laszip_api.h)
+    local command header flags=() headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h png.h proj.h seccomp.h laszip/laszip_api.h)
     local commands=(g++ cmake ninja pkg-config node npm)
     if ((with_tests)); then
         headers+=(gtest/gtest.h gmock/gmock.h)
-        commands+=(h5dump clang-format doxygen git localedef chromium)
+        commands+=(h5dump gdalinfo gdalsrsinfo listgeo clang-format doxygen git localedef chromium)
     fi
     ((with_fuzz)) && commands+=(clang++)
     for command in "${commands[@]}"; do
@@ -255,7 +256,7 @@ esac
 
 not_found=$(find_missing)
 if [[ -n $not_found ]]; then
-    # shellcheck disable=SC2001 # a line each
+    # shellcheck disable=SC2001 # one line each
     sed 's|^|setup: missing: |' <<<"$not_found" >&2
     case $distribution in
     debian:12 | debian:13) fail "the packages are installed, and yet the above was not found" ;;

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Sets the machine up, builds, and runs every test: the release build, the suite once more under a locale with decimal
-# commas, a project that uses the installed package, the suite under sanitizers, what runs in threads under
-# ThreadSanitizer, and a build by clang whose fuzzers run for a moment. Ends at the first stage that fails; the summary
-# counts the tests, and says why some were skipped.
+# Sets up the machine, builds, and runs every test: the release build, the suite again under a locale with decimal
+# commas, a project that uses the installed package, the suite under sanitizers, the threaded tests under
+# ThreadSanitizer, and a clang build whose fuzzers run briefly. Stops at the first stage that fails; the summary counts
+# the tests and gives the reasons for skips.
 set -euo pipefail
 
 quick=0
@@ -55,7 +55,7 @@ build() {
     cmake --build --preset "$1" -j "$jobs"
 }
 
-# A test that draws on data or a program that is absent is skipped, but a suite without tests is a fault.
+# A test whose data or program is missing is skipped, but a suite without tests is an error.
 # Usage: run_ctest PRESET TESTS [WRAPPER...], where TESTS is a regular expression; the wrapper is put before ctest.
 run_ctest() {
     local status=0 results=$PWD/build/$1/tests.xml counts
@@ -89,7 +89,7 @@ begin_stage "sanitizers: build with ASan and UBSan"
 build ci-sanitize
 
 begin_stage "sanitizers: tests"
-# An allocation beyond what the sanitizer can give ends the test: no input may make the program ask for that much.
+# An allocation that exceeds the sanitizer's limit ends the test: no input may make the program request that much.
 run_ctest ci-sanitize . env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:allocator_may_return_null=0
 

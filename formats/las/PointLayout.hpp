@@ -6,10 +6,10 @@
 
 namespace Formats::Las {
 
-/// Where the parts of a point record stand. Offsets are bytes from the record's beginning; 0 stands for a
-/// part that the format does not have.
+/// Where the parts of a point record are. Offsets are bytes from the start of the record; 0 means that the
+/// format does not have the part.
 struct PointLayout {
-    std::uint16_t naturalSize; ///< bytes without extra bytes, which follow from here on
+    std::uint16_t naturalSize; ///< bytes without extra bytes, which follow
     std::uint16_t gpsTime;
     std::uint16_t rgb;
     std::uint16_t nearInfrared;

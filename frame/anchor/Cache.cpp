@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "anchor/Cache.hpp"
 
+#include "anchor/NeverDestroyed.hpp"
+
 #include <algorithm>
 
 namespace Anchor {
 
-// Data that is dropped is collected in a vector that dies outside the lock: releasing hundreds of megabytes
-// takes time, and a destructor is free to call the cache.
+// Dropped data is collected in a vector that is destroyed outside the lock: releasing hundreds of megabytes
+// takes time, and a destructor may call the cache.
 
 Cache& Cache::MemCache() {
     // Never destroyed: owners that die at the end of the process still come to forget their data.
-    static auto* const cache = new Cache;
-    return *cache;
+    static NeverDestroyed<Cache> cache;
+    return cache.get();
 }
 
 StrongPtr<Cacheable> Cache::find(Key key) {
@@ -63,7 +65,7 @@ void Cache::trim(std::uint64_t target, std::span<const Entry> spared, Dropped& d
         const bool isSpared = std::any_of(spared.begin(), spared.end(),
                                           [&](const Entry& one) { return one.key == entry->key; });
         // A count of one means that the cache alone holds the data; nobody can take another reference
-        // meanwhile, since find() waits for the lock.
+        // meanwhile, because find() waits for the lock.
         if (isSpared || entry->data->references().strong.load(std::memory_order_acquire) > 1)
             continue;
         dropped.push_back(entry->data);

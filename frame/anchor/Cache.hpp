@@ -13,17 +13,17 @@
 
 namespace Anchor {
 
-/// Holds data that can be made again, up to a limit, and knows how many bytes it holds.
+/// Holds data that can be created again, up to a limit in bytes.
 ///
-/// Over its limit it drops the least recently used data that nobody else holds. Data in use stays and goes on
-/// counting, so a walk over a bundle larger than the limit peaks at the limit plus what the walk itself
-/// holds. All operations are safe to call from several threads.
+/// Above the limit it drops the least recently used data that nobody else holds. Data in use stays and continues to
+/// count, so traversing a bundle larger than the limit peaks at the limit plus what the traversal itself holds. All
+/// operations are thread-safe.
 class TIDEWATCH_API Cache {
 public:
     /// 512 MiB.
     static constexpr std::uint64_t defaultLimit = std::uint64_t{512} << 20;
 
-    /// Says who owns an entry; the cache only compares it.
+    /// Identifies the owner of an entry; the cache only compares it.
     using Key = const void*;
 
     /// Data to be put into the cache under its owner's key.
@@ -39,28 +39,27 @@ public:
     /// The memory cache of this process.
     [[nodiscard]] static Cache& MemCache();
 
-    /// The data of an owner, which thereby becomes the most recently used; null where the cache has none.
+    /// The data of an owner, which thereby becomes the most recently used; null if the cache has none.
     [[nodiscard]] StrongPtr<Cacheable> find(Key key);
 
-    /// Puts data that was made together into the cache, then drops other data while over the limit.
+    /// Puts data that was created together into the cache, then drops other data while above the limit.
     ///
-    /// What has just been published stays even where it exceeds the limit alone: whoever decoded several
-    /// arrays in one pass would otherwise have to decode again for each of them. The first entry replaces
-    /// older data of its owner; for the others, data that is there already is kept. Null data is passed over.
+    /// The data just published stays even if it exceeds the limit by itself: a reader that decoded several arrays in
+    /// one pass would otherwise have to decode again for each of them. The first entry replaces older data of its
+    /// owner; for the others, existing data is kept. Null data is skipped.
     void publish(std::span<const Entry> entries);
 
-    /// Drops data until `bytes` more fit below the limit, or nothing more can be dropped. Called before data
-    /// is made, so that old and new do not stand in memory together.
+    /// Drops data until `bytes` more fit below the limit, or nothing more can be dropped. Called before data is
+    /// created, so that old and new data are not in memory together.
     void makeRoom(std::uint64_t bytes);
 
-    /// Forgets the data of an owner; owners call it when they die.
+    /// Forgets the data of an owner; owners call it when they are destroyed.
     void forget(Key key) noexcept;
 
     [[nodiscard]] std::uint64_t bytesInUse() const;
     [[nodiscard]] std::uint64_t limit() const;
 
-    /// Sets the limit in bytes and drops what is then too much. 0 keeps only what is in use or was published
-    /// last.
+    /// Sets the limit in bytes and drops the excess. 0 keeps only data in use or published last.
     void setLimit(std::uint64_t bytes);
 
 private:

@@ -12,7 +12,7 @@ class TIDEWATCH_API Cacheable : public ReferenceBase<Cacheable> {
 public:
     ~Cacheable() override;
 
-    /// Bytes of memory that the data takes; constant while the cache holds it.
+    /// Size of the data in bytes; constant while the cache holds it.
     [[nodiscard]] virtual std::uint64_t byteSize() const noexcept = 0;
 };
 

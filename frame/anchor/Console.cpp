@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "anchor/Console.hpp"
 
+#include "anchor/NeverDestroyed.hpp"
+
 #include <charconv>
 #include <cstdio>
 #include <mutex>
@@ -17,8 +19,8 @@ struct SharedSink {
 
 SharedSink& sharedSink() {
     // Never destroyed: messages may still come from destructors that run at the end of the process.
-    static auto* const shared = new SharedSink;
-    return *shared;
+    static NeverDestroyed<SharedSink> shared;
+    return shared.get();
 }
 
 } // namespace
@@ -34,7 +36,7 @@ Console::~Console() {
             std::fwrite(text_.data(), 1, text_.size(), stderr);
         }
     } catch (...) {
-        // A message that cannot be shown must not end the export that it speaks of.
+        // A message that cannot be shown must not end the export that it is about.
     }
 }
 

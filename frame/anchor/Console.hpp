@@ -11,7 +11,7 @@
 
 namespace Anchor {
 
-/// One console message: a temporary that collects text and hands it over as a whole when it is destroyed.
+/// One console message: a temporary object that collects text and emits it as a whole when it is destroyed.
 ///
 ///     Anchor::Console() << "Data at T=" << time;
 ///
@@ -19,8 +19,8 @@ namespace Anchor {
 /// digits as printf's "%g" does.
 class TIDEWATCH_API Console {
 public:
-    /// Receives each message once, without a line end. Called on the thread that wrote the message, never by
-    /// two threads at once. It must not write console messages itself; what it throws is swallowed.
+    /// Receives each message once, without a newline. Called on the thread that wrote the message, never by
+    /// two threads at once. It must not write console messages itself; exceptions that it throws are ignored.
     using Sink = std::function<void(std::string_view message)>;
 
     Console() = default;
@@ -34,7 +34,7 @@ public:
     Console& operator<<(int number);
     Console& operator<<(double number);
 
-    /// Any other integer, be it a std::size_t or a std::int64_t.
+    /// Any other integer type, such as std::size_t or std::int64_t.
     template <std::integral T>
     Console& operator<<(T number) {
         if constexpr (std::is_signed_v<T>)
@@ -43,8 +43,8 @@ public:
             return decimal(static_cast<unsigned long long>(number));
     }
 
-    /// Sends messages to a sink of the host's from now on; an empty sink stands for standard error, a line a
-    /// message, which is also where messages go before the first call. Returns the sink that was in place.
+    /// Sends messages to the host's sink from now on; an empty sink means standard error, one line per
+    /// message, which is also the default. Returns the previous sink.
     static Sink setSink(Sink sink);
 
 private:

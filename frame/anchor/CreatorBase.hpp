@@ -6,16 +6,16 @@
 
 namespace Anchor {
 
-/// Makes data on demand. `Base` is the class of data that this family of creators makes (all of them
+/// Creates data on demand. `Base` is the class of the data that this family of creators creates (always
 /// Cacheable).
 template <class Base>
 class TIDEWATCH_API CreatorBase : public Creature {
 public:
     /// The data as a Cacheable; take a strong reference for as long as it is read.
     ///
-    /// `create(false)` gives the data that is there already, and makes and keeps it where there is none;
-    /// `create(true)` makes it anew. Null where there is no data to be had. Throws Anchor::Error when the
-    /// data exists but cannot be made (a file that is damaged or gone).
+    /// `create(false)` returns existing data, and creates and keeps it if there is none; `create(true)`
+    /// always creates it again. Null if there is no data. Throws Anchor::Error if the data exists but cannot
+    /// be created (a damaged or missing file).
     [[nodiscard]] virtual StrongPtr<Cacheable> create(bool anew) const = 0;
 
 protected:

@@ -9,9 +9,8 @@ namespace Anchor {
 
 /// Root of every error that this project throws on purpose.
 ///
-/// The message names who met the problem, the object concerned and the cause, in the form
-/// "file: object: what is wrong". Destructors stand out of line, so that one library can catch what another
-/// throws.
+/// The message names the file, the object concerned and the cause, in the form "file: object: what is wrong".
+/// Destructors are defined out of line, so that one library can catch what another throws.
 class TIDEWATCH_API Error : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -38,7 +37,7 @@ public:
     ~FormatError() override;
 };
 
-/// Something asked for exceeds a limit that the host has set, memory above all.
+/// A request exceeds a limit that the host has set, in most cases for memory.
 class TIDEWATCH_API LimitError : public Error {
 public:
     using Error::Error;
@@ -47,8 +46,8 @@ public:
     ~LimitError() override;
 };
 
-/// The data model was asked for something that it cannot hold: a time that is not a number, a name taken
-/// twice.
+/// The data model was asked to hold something that it cannot: a time that is NaN, a name that is already
+/// taken.
 class TIDEWATCH_API ModelError : public Error {
 public:
     using Error::Error;

@@ -11,18 +11,18 @@
 
 namespace Anchor {
 
-/// Which file it is, whatever its names: device and inode.
+/// Identifies a file independently of its names: device and inode.
 struct TIDEWATCH_API FileIdentity {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
 
     friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 
-    /// The file at a path, links followed; nullopt where there is none.
+    /// The file at a path, following links; nullopt if there is none.
     [[nodiscard]] static std::optional<FileIdentity> of(const std::filesystem::path& path);
 };
 
-/// Which file it is and in which state: a file that has been written to since has another one.
+/// Identifies a file and its state: writing to the file changes its state.
 struct TIDEWATCH_API FileState {
     FileIdentity identity;
     /// In bytes.
@@ -36,7 +36,7 @@ struct TIDEWATCH_API FileState {
 
     friend bool operator==(const FileState&, const FileState&) = default;
 
-    /// The state of the file at a path, links followed; nullopt where there is none.
+    /// The state of the file at a path, following links; nullopt if there is none.
     [[nodiscard]] static std::optional<FileState> of(const std::filesystem::path& path);
 };
 

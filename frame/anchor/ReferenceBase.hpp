@@ -8,15 +8,16 @@
 
 namespace Anchor {
 
-/// The counts of one object. The record outlives the object for as long as weak references look at it.
+/// The reference counts of one object. The record outlives the object as long as there are weak references to
+/// it.
 ///
-/// `strong` counts strong references; once it has fallen to zero the object dies and the count never rises
+/// `strong` counts strong references; when it falls to zero the object is destroyed and the count never rises
 /// again. `watchers` counts weak references, and one more for the object itself.
 struct TIDEWATCH_API ReferenceRecord {
     std::atomic<std::uint32_t> strong{0};
     std::atomic<std::uint32_t> watchers{1};
 
-    /// Takes a strong reference unless the object is gone or was never held.
+    /// Takes a strong reference unless the object has been destroyed or was never held.
     [[nodiscard]] bool tryAcquire() noexcept {
         std::uint32_t count = strong.load(std::memory_order_relaxed);
         while (count != 0) {
@@ -37,9 +38,9 @@ struct TIDEWATCH_API ReferenceRecord {
 
 /// Root of everything that StrongPtr and WeakPtr refer to: it carries the reference counts.
 ///
-/// The counts belong to the object, not to its value: copies start with counts of their own. An object that
-/// no strong reference has ever held (a member or a local variable) works like any other, but weak references
-/// to it read as expired.
+/// The counts belong to the object, not to its value: copies start with their own counts. An object that no
+/// strong reference has ever held (a member or a local variable) works like any other, but weak references to
+/// it read as expired.
 class TIDEWATCH_API InterfaceBase {
 public:
     [[nodiscard]] ReferenceRecord& references() const noexcept { return *record_; }
@@ -75,8 +76,8 @@ protected:
 
 /// Base of a reference-counted class: `class Tile : public Anchor::ReferenceBase<Tile>`.
 ///
-/// The second argument is the root through which references reach the counts; StrongPtr and WeakPtr name the
-/// same one.
+/// The second argument is the root through which references reach the counts; StrongPtr and WeakPtr must use
+/// the same one.
 template <class Derived, class Root = Creature>
 class TIDEWATCH_API ReferenceBase : public Root {
 protected:

@@ -10,11 +10,11 @@
 
 namespace Anchor {
 
-/// An owning reference to a reference-counted object; the object dies with its last strong reference.
+/// An owning reference to a reference-counted object; the object is destroyed with its last strong reference.
 ///
-/// The count lives in the object, so a strong reference may be made from a plain pointer at any time, except
-/// inside the object's own constructor. Counting is atomic; one StrongPtr object itself is not meant for two
-/// threads at once. `Root` is the base through which the count is reached (Creature or InterfaceBase).
+/// The count is inside the object, so a strong reference may be created from a plain pointer at any time,
+/// except in the object's own constructor. Counting is atomic; a single StrongPtr object must not be used by
+/// two threads at once. `Root` is the base through which the count is reached (Creature or InterfaceBase).
 template <class T, class Root = Creature>
 class StrongPtr {
 public:
@@ -67,13 +67,13 @@ private:
     T* object_ = nullptr;
 };
 
-/// Makes an object and gives the first strong reference to it.
+/// Creates an object and returns the first strong reference to it.
 template <class T, class... Arguments>
 [[nodiscard]] StrongPtr<T> makeStrong(Arguments&&... arguments) {
     return StrongPtr<T>(new T(std::forward<Arguments>(arguments)...));
 }
 
-/// The same object seen as a T, or null where it is none.
+/// The same object as a T, or null if it is not a T.
 template <class T, class U, class Root>
 [[nodiscard]] StrongPtr<T, Root> dynamicCast(const StrongPtr<U, Root>& reference) noexcept {
     return StrongPtr<T, Root>(dynamic_cast<T*>(reference.get()));

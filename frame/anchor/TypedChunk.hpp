@@ -9,7 +9,7 @@
 
 namespace Anchor {
 
-/// A piece of memory that holds elements of one type side by side, shared by reference.
+/// A contiguous block of elements of one type, shared by reference.
 template <class T>
 class TIDEWATCH_API TypedChunk : public ReferenceBase<TypedChunk<T>> {
 public:

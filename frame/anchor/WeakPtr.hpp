@@ -8,10 +8,10 @@
 
 namespace Anchor {
 
-/// A reference that does not keep its object alive; it expires when the last strong reference goes.
+/// A reference that does not keep its object alive; it expires when the last strong reference is released.
 ///
-/// To use the object, take a strong reference with lock() and test it: that is safe against the object dying
-/// in another thread meanwhile.
+/// To use the object, take a strong reference with lock() and test it: that is safe even if another thread
+/// releases the object meanwhile.
 template <class T, class Root = Creature>
 class WeakPtr {
 public:
@@ -47,15 +47,15 @@ public:
 
     void reset() noexcept { *this = WeakPtr(); }
 
-    /// A strong reference to the object, or null when it is gone.
+    /// A strong reference to the object, or null if it has been destroyed.
     [[nodiscard]] StrongPtr<T, Root> lock() const noexcept {
         if (record_ == nullptr || !record_->tryAcquire())
             return {};
         return StrongPtr<T, Root>(object_, typename StrongPtr<T, Root>::Adopt{});
     }
 
-    /// True for a null reference and for one whose object is gone. False is only a snapshot: use lock() to
-    /// use the object.
+    /// True for a null reference and if the object has been destroyed. False is only a snapshot: use lock()
+    /// to access the object.
     [[nodiscard]] bool expired() const noexcept {
         return record_ == nullptr || record_->strong.load(std::memory_order_acquire) == 0;
     }

@@ -13,8 +13,8 @@ namespace Anchor {
     return static_cast<unsigned char>(character) < 0x20 || character == 0x7f;
 }
 
-/// Text from a file, fit for a message: control characters become "\x1b" and the like, so that a hostile name
-/// cannot control the terminal or forge lines. Other bytes stay as they are.
+/// Text from a file, safe to use in a message: control characters become "\x1b" and the like, so that a
+/// hostile name cannot control the terminal or forge lines. Other bytes are unchanged.
 [[nodiscard]] TIDEWATCH_API std::string printable(std::string_view text);
 
 } // namespace Anchor

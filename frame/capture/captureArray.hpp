@@ -11,9 +11,9 @@ namespace ExportLib {
 
 /// Appends all elements of a fragment's array to `out`, in storage order; `out` is never cleared.
 ///
-/// Nothing is appended for a null creator, for data that is not there, and for an array whose element type is
-/// not exactly T: intensities stored in 32 bits, say, are passed by. Throws what the creator throws when data
-/// that is there cannot be made; `out` is then as it was.
+/// Nothing is appended for a null creator, for missing data, and for an array whose element type is not
+/// exactly T: a caller that wants 16-bit intensities gets none that are stored in 32 bits. Throws what the
+/// creator throws if existing data cannot be created; `out` is then unchanged.
 template <Sheaf::ElementType T>
 void captureArray(std::vector<T>& out,
                   const Anchor::StrongPtr<Sheaf::CreativeArrayBase, Anchor::Creature>& creator);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <string_view>
 #include <utility>
 
@@ -16,14 +17,16 @@ struct BasicConverterDefs::Own {
     bool flushLines = true;
     Anchor::StrongPtr<RunObserver> observer;
     std::function<void()> stopQuestion;
-    // The grid at hand.
+    // The current grid.
     double time = 0;
     std::string grid;
     std::vector<WrittenFile> writtenFiles;
+    std::map<std::pair<double, std::string>, GridAdditions> additions;
+    std::unique_ptr<OwnSettings> settings;
     std::vector<std::string> inputFiles;
     ReadOptions readOptions;
     std::vector<Anchor::StrongPtr<InputReport>> reports;
-    // What ReadEverything has read: held here, so that the memory cache cannot drop it.
+    // The arrays that ReadEverything has read: held here, so that the memory cache cannot drop them.
     std::vector<Anchor::StrongPtr<Anchor::Cacheable>> held;
 };
 
@@ -31,7 +34,7 @@ namespace {
 
 bool matchesAny(const std::vector<std::string>& globs, const std::string& name) {
     return globs.empty() || std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
-               // Hosts hand over names as they are, also names that hold brackets.
+               // Hosts pass names as they are, including names that contain brackets.
                return glob == name || globMatches(glob, name);
            });
 }
@@ -66,8 +69,27 @@ void appendList(std::string& text, std::string_view label, const std::vector<std
         text.append(value).append(" ");
 }
 
+void appendAdditions(std::string& text, double time, const std::string& grid,
+                     const GridAdditions& additions) {
+    text.append("\nAdditions: ").append(grid).append(" ");
+    appendNumber(text, time);
+    for (const Sheaf::FileRecord& record : additions.records)
+        text.append(" ")
+            .append(record.userId)
+            .append("/")
+            .append(std::to_string(record.recordId))
+            .append(":")
+            .append(std::to_string(record.bytes.size()));
+    if (additions.headerBits != 0)
+        text.append(" HeaderBits:").append(std::to_string(additions.headerBits));
+    if (!additions.prj.empty())
+        text.append(" prj:").append(std::to_string(additions.prj.size()));
+    text += " ";
+}
+
 } // namespace
 
+BasicConverterDefs::OwnSettings::~OwnSettings() = default;
 BasicConverterDefs::BasicConverterDefs() : own_(std::make_unique<Own>()) {}
 BasicConverterDefs::~BasicConverterDefs() = default;
 
@@ -116,6 +138,10 @@ std::string BasicConverterDefs::printParameters() {
     }
     appendList(text, "Grids", GridFilter);
     appendList(text, "Fields", FieldFilter);
+    for (const auto& [key, additions] : own_->additions)
+        appendAdditions(text, key.first, key.second, additions);
+    if (own_->settings)
+        text += own_->settings->print();
     return text;
 }
 
@@ -137,6 +163,34 @@ void BasicConverterDefs::setObserver(Anchor::StrongPtr<RunObserver> observer) no
 
 void BasicConverterDefs::setStopQuestion(std::function<void()> mayGoOn) noexcept {
     own_->stopQuestion = std::move(mayGoOn);
+}
+
+void BasicConverterDefs::setAdditions(double time, const std::string& grid, GridAdditions additions) {
+    if (additions.empty())
+        own_->additions.erase({time, grid});
+    else
+        own_->additions[{time, grid}] = std::move(additions);
+}
+
+const GridAdditions& BasicConverterDefs::additions(double time, const std::string& grid) const noexcept {
+    static const GridAdditions none;
+    // By comparison, since a key of its own would have to be made, which may fail.
+    const auto found = std::find_if(own_->additions.begin(), own_->additions.end(), [&](const auto& entry) {
+        return entry.first.first == time && entry.first.second == grid;
+    });
+    return found != own_->additions.end() ? found->second : none;
+}
+
+const GridAdditions& BasicConverterDefs::additions() const noexcept {
+    return additions(own_->time, own_->grid);
+}
+
+BasicConverterDefs::OwnSettings* BasicConverterDefs::ownSettings() const noexcept {
+    return own_->settings.get();
+}
+
+void BasicConverterDefs::setOwnSettings(std::unique_ptr<OwnSettings> settings) noexcept {
+    own_->settings = std::move(settings);
 }
 
 void BasicConverterDefs::askWhetherToStop() const {

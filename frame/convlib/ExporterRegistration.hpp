@@ -8,10 +8,10 @@
 
 namespace ConvLib {
 
-/// What the source unit of an exporter does when its library is loaded, and undoes when it is unloaded: it
-/// announces the memory arrays that exporters may meet and keeps the creator of double parameters in being.
-/// Each such unit has one of these objects as a static; the counts behind it see to it that everything
-/// happens once, however many units there are.
+/// What the source file of an exporter does when its library is loaded, and undoes when it is unloaded: it
+/// announces the memory arrays that exporters may encounter and keeps the creator of double parameters alive.
+/// Each exporter's source file has one static object of this class; reference counts ensure that everything
+/// happens once, however many there are.
 class ExporterRegistration {
     template <class T>
     using Arrays =

@@ -13,8 +13,8 @@ namespace {
 /// Bytes that are not UTF-8 become characters beyond Unicode's last, U+10FFFF.
 constexpr char32_t strayByte = 0x110000;
 
-/// Takes the first character off a text that is not empty (RFC 3629; over-long forms are not told apart, since
-/// all that counts here is that equal bytes give equal characters).
+/// Removes and returns the first character of a non-empty text (RFC 3629; over-long forms are accepted, because all
+/// that matters here is that equal bytes give equal characters).
 char32_t takeCharacter(std::string_view& text) noexcept {
     const auto byteAt = [&](std::size_t place) { return static_cast<unsigned char>(text[place]); };
     const unsigned char lead = byteAt(0);
@@ -70,15 +70,15 @@ constexpr CharacterClass classes[] = {
     {"[:xdigit:]", [](char32_t c) { return isDigit(c) || isBetween(c, 'A', 'F') || isBetween(c, 'a', 'f'); }},
 };
 
-/// Takes a character off a glob, or the one behind a backslash.
+/// Removes and returns the first character of a glob, or the one after a backslash.
 char32_t takeLiteral(std::string_view& glob) noexcept {
     if (glob.size() > 1 && glob.front() == '\\')
         glob.remove_prefix(1);
     return takeCharacter(glob);
 }
 
-/// Whether the bracket expression that the glob begins with has the character; the glob then begins behind it.
-/// Nothing, and the glob as it was, for a bracket that is never closed.
+/// Whether the bracket expression at the start of the glob contains the character; removes the expression. Nullopt, and
+/// the glob unchanged, for a bracket that is never closed.
 std::optional<bool> takeBrackets(std::string_view& glob, char32_t character) noexcept {
     std::string_view rest = glob.substr(1);
     const bool isNegated = !rest.empty() && (rest.front() == '!' || rest.front() == '^');
@@ -110,7 +110,7 @@ std::optional<bool> takeBrackets(std::string_view& glob, char32_t character) noe
     return std::nullopt;
 }
 
-/// Whether the glob's first item, which is not "*", matches a character; takes the item off where it does.
+/// Whether the glob's first item, which is not "*", matches a character; if so, removes the item.
 bool takeItem(std::string_view& glob, char32_t character) noexcept {
     std::string_view rest = glob;
     bool isMatch = false;
@@ -131,8 +131,8 @@ bool takeItem(std::string_view& glob, char32_t character) noexcept {
 } // namespace
 
 bool globMatches(std::string_view glob, std::string_view name) noexcept {
-    // Where to try again, with one more character for the last "*". Stars before that one need not be tried
-    // again: what they could take, it can take too.
+    // Where to backtrack to, with one more character for the last "*". Earlier stars need no backtracking: whatever
+    // they could match, the last one can match, too.
     std::optional<std::string_view> globBehindStar;
     std::string_view nameBehindStar;
     while (!name.empty() || !glob.empty()) {

@@ -10,8 +10,8 @@
 
 namespace ConvLib {
 
-/// What is to be said about an input file that was read. Some of it is known only once arrays have been made,
-/// so ask after the work is done. Safe to ask while another thread makes arrays.
+/// Information about an input file that was read. Some of it is known only once arrays have been created, so
+/// query it after the work is done. Safe to call while another thread creates arrays.
 class TIDEWATCH_API InputReport : public Anchor::ReferenceBase<InputReport> {
 public:
     ~InputReport() override;
@@ -19,19 +19,18 @@ public:
     /// The file's path as it was given.
     [[nodiscard]] virtual std::string file() const = 0;
 
-    /// What kind of file it is, for people: "LAS 1.4, point format 7, compressed".
+    /// The kind of file as a text for the user: "LAS 1.4, point format 7, compressed".
     [[nodiscard]] virtual std::string kind() const = 0;
 
-    /// The name of the grid that the file became, where it became one; empty for a file that is a whole
-    /// bundle.
+    /// The name of the grid that the file became; empty for a file that is a whole bundle.
     [[nodiscard]] virtual std::string grid() const = 0;
 
-    /// What the file holds and the bundle does not, as far as is known by now; one short phrase each, such as
-    /// "coordinate reference system".
+    /// Contents of the file that are not in the bundle, as far as known by now; one short phrase each, such
+    /// as "coordinate reference system".
     [[nodiscard]] virtual std::vector<std::string> notCarried() const = 0;
 
-    /// The step in which the file itself stores coordinates, per axis in coordinate units; nothing where it
-    /// stores them as floating-point numbers.
+    /// The step in which the file stores coordinates, per axis in coordinate units; nullopt if it stores them
+    /// as floating-point numbers.
     [[nodiscard]] virtual std::optional<Geom::PhysicalSpace::vector> coordinateStep() const = 0;
 };
 

@@ -2,6 +2,7 @@
 #include "convlib/LineWriter.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <exception>
@@ -40,7 +41,7 @@ void LineWriter::fixed(long double value, int decimals) {
 
 template <class T>
 void LineWriter::appendFixedInPieces(T value, int decimals) {
-    // Behind the place of the last bit all decimals are 0; a host may ask for two thousand million of them.
+    // After the place of the last bit all decimals are 0; a host may ask for two billion of them.
     constexpr int lastBit = std::numeric_limits<T>::digits - std::numeric_limits<T>::min_exponent;
     const int computed = std::min(decimals, lastBit);
     commit(appendFixed(reserve(fixedTextSize<T>(computed)), value, computed));
@@ -76,10 +77,17 @@ void LineWriter::makeRoom(std::size_t size) {
 void LineWriter::flushLine() noexcept {
     handOver();
     try {
+        errno = 0;
         stream_.flush();
     } catch (const std::exception&) {
         // The stream keeps its state, which failed() shows.
     }
+    noteError();
+}
+
+void LineWriter::noteError() noexcept {
+    if (error_ == 0 && stream_.fail())
+        error_ = errno;
 }
 
 void LineWriter::handOver() noexcept {
@@ -89,10 +97,12 @@ void LineWriter::handOver() noexcept {
         return;
     bytes_ += static_cast<std::uint64_t>(size);
     try {
+        errno = 0;
         stream_.write(buffer_.get(), size);
     } catch (const std::exception&) {
         // The stream keeps its state, which failed() shows.
     }
+    noteError();
 }
 
 } // namespace ConvLib

@@ -7,13 +7,12 @@
 #include <cstdint>
 #include <cstring>
 
-// A number is turned into text in three ways, each taken only where the one before is not certain of the
-// result.
+// A number is converted to text in three ways, each used only if the one before is not certain of the result.
 //
 // 1. In double arithmetic (general notation, up to 12 digits). With k = floor(log10(value)), the product of
-//    the value and 10^(digits-1-k) is rounded to the nearest integer. The table's powers of ten are cut off
-//    and the product is rounded, which is wrong by less than 10^digits * 2^-50 in any rounding mode; so the
-//    integer is certain where the product is closer to it than one half less that error.
+//    the value and 10^(digits-1-k) is rounded to the nearest integer. The table's powers of ten are truncated and the
+//    product is rounded, with an error below 10^digits * 2^-50 in any rounding mode; so the integer is certain if the
+//    product is closer to it than one half minus that error.
 //
 // 2. In 128-bit integers. A finite value is M * 2^E with 2^63 <= M < 2^64, exactly. A power of ten is
 //    10^q = G * 2^e with 2^63 <= G < 2^64, and the table holds g = floor(G). So
@@ -66,14 +65,14 @@ struct TableOfPowers {
     constexpr T& operator[](std::int64_t power) { return entries[static_cast<std::size_t>(power - lowest)]; }
 };
 
-/// The normalised mantissas of the powers of ten, cut off to 64 bits.
+/// The normalised mantissas of the powers of ten, truncated to 64 bits.
 struct Mantissas : TableOfPowers<std::uint64_t, lowestPower, highestPower> {
-    /// Whether every entry is floor(G) and its exponent the one that floorLog2OfPowerOf10 gives.
+    /// Whether every entry is floor(G) with the exponent that floorLog2OfPowerOf10 returns.
     bool sound = true;
 
-    // Each power comes from its neighbour: a normalised 128-bit mantissa is multiplied or divided by 10 and
-    // cut off again, which loses at most three units of the last place, fewer than 2^10 over the 341 steps.
-    // So the upper half is floor(G) unless the lower half is within 2^10 of its end.
+    // Each power is computed from its neighbour: a normalised 128-bit mantissa is multiplied or divided by 10 and
+    // truncated again, which loses at most three units in the last place, fewer than 2^10 over the 341 steps. So the
+    // upper half is floor(G) unless the lower half is within 2^10 of its maximum.
     constexpr Mantissas() {
         Wide up = Wide{1} << 127;
         int upExponent = 0;
@@ -88,7 +87,8 @@ struct Mantissas : TableOfPowers<std::uint64_t, lowestPower, highestPower> {
         Wide down = Wide{1} << 127;
         int downExponent = 0;
         for (int power = -1; power >= lowestPower; --power) {
-            // down / 10 = down / 5 / 2; the quotient is shifted up until its top bit is set, its rest with it.
+            // down / 10 = down / 5 / 2; the quotient is shifted up, together with the remainder, until its top bit is
+            // set.
             const Wide quotient = down / 5;
             const Wide rest = down % 5;
             const int shift = (quotient >> 125) == 0 ? 3 : 2;
@@ -121,8 +121,8 @@ static_assert([] {
     return true;
 }());
 
-// The mantissa of a double has 11 zeros at its end, and no power beyond the exact ones has: so a comparison
-// with such an entry is a comparison with the power itself.
+// The mantissa of a double ends in 11 zero bits, and that of no power beyond the exact ones does: so a comparison with
+// such an entry is equivalent to a comparison with the power itself.
 static_assert([] {
     for (int power = lowestPower; power <= highestPower; ++power) {
         if (!isExact(power) && (mantissas[power] & 0x7ff) == 0) {
@@ -173,7 +173,7 @@ std::uint64_t eightDigits(std::uint64_t number) {
     return fourDigits[upper] | std::uint64_t{fourDigits[number - upper * 10000]} << 32;
 }
 
-/// Of eight digits, those up to the last that is not zero; at least one.
+/// The number of digits, out of eight, up to the last non-zero one; at least one.
 std::int64_t significantDigits(std::uint64_t text) {
     return static_cast<std::int64_t>((std::bit_width((text ^ eightZeros) | 1) + 7) / 8);
 }
@@ -192,7 +192,7 @@ struct Normalised {
 
 constexpr std::uint64_t hiddenBit = std::uint64_t{1} << 52;
 
-/// Takes the magnitude of a finite value other than zero apart.
+/// Splits the magnitude of a finite non-zero value into mantissa and exponent.
 Normalised normalise(double value) {
     const auto bits = std::bit_cast<std::uint64_t>(value);
     const auto biased = static_cast<std::int64_t>((bits >> 52) & 0x7ff);
@@ -203,7 +203,7 @@ Normalised normalise(double value) {
     return {fraction << shift, -1074 - shift};
 }
 
-/// Takes the magnitude of a finite value other than zero apart, where its mantissa has at most 64 bits.
+/// The same for a type whose mantissa has at most 64 bits.
 Normalised normalise(long double value) {
     static_assert(std::numeric_limits<long double>::digits <= 64);
     int exponent = 0;
@@ -224,7 +224,7 @@ Rounded roundScaled(Normalised value, std::int64_t power) {
         // Even M * G has no more than 128 bits: the scaled value is below one half.
         return {0, true};
     }
-    // From here on 65 <= shift <= 128, so the whole part and the bit of the half lie in the product's upper word.
+    // From here on 65 <= shift <= 128, so the whole part and the half bit are in the product's upper word.
     const auto upper = static_cast<std::uint64_t>(product >> 64);
     const auto lower = static_cast<std::uint64_t>(product);
     const std::int64_t halfBit = shift - 65;
@@ -254,12 +254,12 @@ void carry(Decimal& decimal, std::int64_t digits) {
     }
 }
 
-/// What the first way needs to know of a number of digits.
+/// Constants that the first way needs for a number of digits.
 struct Precision {
     std::int64_t digits;
-    /// The first number that has more digits.
+    /// The smallest number with more digits.
     std::uint64_t end;
-    /// What lifts numbers of up to eight digits to eight.
+    /// The factor that extends numbers of up to eight digits to eight.
     std::uint64_t lift;
     /// The distance from the nearest integer up to which rounding is certain.
     double certain;
@@ -271,7 +271,7 @@ struct Precision {
           certain(0.5 - static_cast<double>(end) * 0x1p-50) {}
 };
 
-/// The first way, for up to maxDoubleDigits; false where it is not certain of the result.
+/// The first way, for up to maxDoubleDigits; false if it is not certain of the result.
 inline bool roundByDouble(std::uint64_t magnitude, const Precision& precision, Decimal& decimal) {
     constexpr auto lowest = std::bit_cast<std::uint64_t>(1e-290);
     constexpr auto highest = std::bit_cast<std::uint64_t>(1e290);
@@ -279,19 +279,20 @@ inline bool roundByDouble(std::uint64_t magnitude, const Precision& precision, D
         return false;
     const auto value = std::bit_cast<double>(magnitude);
     std::int64_t exponent = floorLog10OfPowerOf2(static_cast<std::int64_t>(magnitude >> 52) - 1023);
-    // Where the power is cut off, a double just below it passes for as large; rounded, it is.
+    // If the table's power is truncated, a double just below the true power compares as equal to it; once rounded, it
+    // is equal.
     exponent += value >= doublePowers[exponent + 1] ? 1 : 0;
     const double scaled = value * doublePowers[precision.digits - 1 - exponent];
-    // Added to 2^52, a smaller number is rounded to an integer, which then stands in the low bits.
+    // Added to 2^52, a smaller number is rounded to an integer, which is then in the low bits.
     constexpr double shifter = 0x1p52;
     const double shifted = scaled + shifter;
     decimal = {std::bit_cast<std::uint64_t>(shifted) - std::bit_cast<std::uint64_t>(shifter), exponent};
-    // The rare carry is left to the second way. So is all where the host has set another rounding mode and
-    // the integer is not the nearest.
+    // The rare carry is left to the second way. So is everything if the host has set another rounding mode and the
+    // integer is not the nearest.
     return std::fabs((shifted - shifter) - scaled) < precision.certain && decimal.number < precision.end;
 }
 
-/// The second way; false where it is not certain of the result.
+/// The second way; false if it is not certain of the result.
 bool roundByInteger(std::uint64_t magnitude, int digits, Decimal& decimal) {
     const Normalised value = normalise(std::bit_cast<double>(magnitude));
     const std::int64_t binary = value.exponent + 63;
@@ -386,7 +387,7 @@ char* generalByToChars(char* out, double value, int digits) {
     return std::to_chars(out, out + generalTextSize(digits), value, std::chars_format::general, digits).ptr;
 }
 
-/// The second and the third way, and all that is no matter of rounding.
+/// The second and the third way, and everything that does not need rounding.
 char* appendCarefully(char* out, double value, int digits) {
     if (digits > maxIntegerDigits || !std::isfinite(value))
         return generalByToChars(out, value, digits);
@@ -431,7 +432,7 @@ char* appendRow(char* out, std::span<const double> values, Append append) {
 
 template <class T>
 char* fixedByToChars(char* out, T value, int decimals) {
-    // Behind the place of the last bit all decimals are 0, which needs no arithmetic.
+    // After the place of the last bit all decimals are 0, which needs no arithmetic.
     constexpr int lastBit = std::numeric_limits<T>::digits - std::numeric_limits<T>::min_exponent;
     const int computed = std::min(decimals, lastBit);
     char* end =
@@ -447,7 +448,7 @@ char* fixedByToChars(char* out, T value, int decimals) {
 template <class T>
 char* fixedText(char* out, T value, int decimals) {
     const auto places = static_cast<std::size_t>(decimals < 0 ? 6 : decimals);
-    // One bit is left for rounding, of this comparison and of the result. NaN takes the slow way too.
+    // One bit is left for rounding, of this comparison and of the result. NaN takes the slow way, too.
     if (places > maxFastDecimals ||
         !(std::fabs(value) < static_cast<T>(0x1p62) / static_cast<T>(smallPowers[places])))
         return fixedByToChars(out, value, static_cast<int>(places));

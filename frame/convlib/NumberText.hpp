@@ -10,40 +10,40 @@
 #include <limits>
 #include <span>
 
-/// Numbers as text, for every exporter that writes text.
+/// Conversion of numbers to text, for every exporter that writes text.
 ///
 /// Each function writes to `out` and returns the end of the text; nothing is terminated by a null character.
-/// The text is the one that printf writes in the C locale with rounding to nearest (a tie of the exact binary
-/// value goes to the even digit), whatever locale or rounding mode the host has set. Infinities and NaN are
-/// "inf", "-inf", "nan", "-nan".
+/// The text is what printf writes in the C locale with rounding to nearest (ties of the exact binary value go
+/// to the even digit), whatever locale or rounding mode the host has set. Infinities and NaN are "inf",
+/// "-inf", "nan", "-nan".
 ///
-/// The caller provides the room that the matching ...TextSize names. It includes some bytes of slack behind
-/// the text, which a call may overwrite, because digits are stored in words of eight.
+/// The caller provides space of the matching ...TextSize. It includes some bytes of slack after the text,
+/// which a call may overwrite because digits are stored eight at a time.
 ///
-/// Cost: 5 to 15 ns a number where integer arithmetic in 128 bits is certain of the rounding, which is nearly
-/// always so for up to 17 significant digits (general) and for values below 2^63 / 10^decimals (fixed). The
-/// rest goes through std::to_chars, which is several times slower.
+/// Cost: 5 to 15 ns per number if 128-bit integer arithmetic is certain of the rounding, which is nearly
+/// always the case for up to 17 significant digits (general) and for values below 2^63 / 10^decimals (fixed).
+/// The rest goes through std::to_chars, which is several times slower.
 namespace ConvLib {
 
-/// A double has at most 767 significant decimal digits; a greater precision changes nothing in general
+/// A double has at most 767 significant decimal digits; a higher precision changes nothing in general
 /// notation.
 inline constexpr int maxGeneralPrecision = 767;
 
-/// Room that an integer of any type needs.
+/// Space that an integer of any type needs.
 inline constexpr std::size_t integerTextSize = 20;
 
 /// The significant digits that a C++ stream of this precision writes in general notation: 0 counts as 1, a
-/// negative precision as 6, and one above maxGeneralPrecision as that.
+/// negative precision as 6, and more than maxGeneralPrecision as maxGeneralPrecision.
 constexpr int effectivePrecision(int precision) noexcept {
     return precision < 0 ? 6 : std::clamp(precision, 1, maxGeneralPrecision);
 }
 
-/// Room that appendGeneral needs: digits, sign, "0.000" before them or an exponent behind them, and slack.
+/// Space that appendGeneral needs: digits, sign, "0.000" before them or an exponent after them, and slack.
 constexpr std::size_t generalTextSize(int precision) noexcept {
     return static_cast<std::size_t>(effectivePrecision(precision)) + 32;
 }
 
-/// Room that appendFixed needs for a value of type T: digits before the point, decimals, sign, point, and
+/// Space that appendFixed needs for a value of type T: digits before the point, decimals, sign, point, and
 /// slack.
 template <std::floating_point T>
 constexpr std::size_t fixedTextSize(int decimals) noexcept {
@@ -53,11 +53,11 @@ constexpr std::size_t fixedTextSize(int decimals) noexcept {
 
 /// Writes a value as a C++ stream of the given precision does in its default notation, which is printf's
 /// "%.{precision}g": that many significant digits (see effectivePrecision) without trailing zeros, in
-/// exponent form where the exponent is below -4 or not below the precision.
+/// exponent form if the exponent is below -4 or not below the precision.
 TIDEWATCH_API char* appendGeneral(char* out, double value, int precision) noexcept;
 
-/// Writes values as appendGeneral does, with one blank between neighbours and none behind the last; needs
-/// generalTextSize(precision) for each. A row is faster than its values one by one.
+/// Writes values as appendGeneral does, with one blank between neighbours and none after the last; needs
+/// generalTextSize(precision) for each. Faster than writing the values one by one.
 TIDEWATCH_API char* appendGeneralRow(char* out, std::span<const double> values, int precision) noexcept;
 
 /// Writes a value as printf's "%.{decimals}f" does; a negative number of decimals counts as 6.

@@ -1,34 +1,36 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "anchor/Visibility.hpp"
+#include "anchor/processMemory.hpp"
 
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <string>
 
 namespace ConvLib {
 
 /// How input files are read.
 struct ReadOptions {
-    /// The time of the slice for files that do not state one.
+    /// The time of the slice for files that state none.
     double SliceTime = 0.0;
 
-    /// How many points a fragment gets where a file has no fragments of its own; 0 counts as 1.
+    /// The number of points per fragment for files without fragments; 0 counts as 1.
     std::uint64_t FragmentPoints = 1'000'000;
 
     /// The largest array, in bytes, that a reader may make; beyond it a reader throws Anchor::LimitError.
-    /// Without a value of the host's, the memory of the machine.
-    std::uint64_t MaximumArrayBytes = machineMemory();
+    /// By default three quarters of what the process may use.
+    std::uint64_t MaximumArrayBytes = Anchor::processMemory() / 4 * 3;
 
-    /// Called while arrays are read, at least some times a second, with the file and the share that is done
-    /// of the array in hand (0 to 1). May throw to stop: the exception passes through whoever asked for the
-    /// array. May be empty. It is kept for as long as arrays can be asked for.
+    /// Called while arrays are read, at least a few times per second, with the file and the completed share of the
+    /// current array (0 to 1). May throw to stop: the exception passes through the code that requested the array. May
+    /// be empty. It is kept as long as arrays can be requested.
     std::function<void(const std::string& file, double share)> Tick;
 
-    /// Bytes of physical memory of this machine; the largest number where the system does not tell.
-    [[nodiscard]] TIDEWATCH_API static std::uint64_t machineMemory() noexcept;
+    /// Whether the host is going to request the field of this name. A reader that decodes several fields in one pass
+    /// keeps only those for which this returns true, and the one requested. A requested field is always created,
+    /// whatever this returns. Called on the thread that creates an array, which may be any. Empty if the host may
+    /// request all fields.
+    std::function<bool(const std::string& field)> IsWanted;
 };
 
 } // namespace ConvLib

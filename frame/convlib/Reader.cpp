@@ -2,6 +2,7 @@
 #include "convlib/Reader.hpp"
 
 #include "anchor/Error.hpp"
+#include "anchor/NeverDestroyed.hpp"
 
 #include <algorithm>
 #include <array>
@@ -29,8 +30,8 @@ struct Readers {
 
 Readers& readers() {
     // Never destroyed: a host's static objects may unregister their readers at the end of the process.
-    static auto* const all = new Readers;
-    return *all;
+    static Anchor::NeverDestroyed<Readers> all;
+    return all.get();
 }
 
 [[noreturn]] void throwSystemError(const std::string& path, const char* what) {
@@ -48,7 +49,7 @@ std::vector<std::byte> readHead(const std::string& path) {
     struct stat status {};
     if (::fstat(file, &status) != 0)
         throwSystemError(path, "cannot look at");
-    // Readers go back and forth in their files, which pipes and devices do not allow.
+    // Readers seek in their files, which pipes and devices do not allow.
     if (!S_ISREG(status.st_mode))
         throw Anchor::FileError(path + ": is not a regular file");
     std::vector<std::byte> head(Reader::headSize);
@@ -68,14 +69,6 @@ std::vector<std::byte> readHead(const std::string& path) {
 }
 
 } // namespace
-
-std::uint64_t ReadOptions::machineMemory() noexcept {
-    const long pages = ::sysconf(_SC_PHYS_PAGES);
-    const long pageSize = ::sysconf(_SC_PAGE_SIZE);
-    if (pages <= 0 || pageSize <= 0)
-        return std::numeric_limits<std::uint64_t>::max();
-    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
-}
 
 void registerReader(Anchor::StrongPtr<Reader> reader) {
     const std::string name = reader->name();

@@ -16,10 +16,10 @@ namespace ConvLib {
 /// Reads one kind of file into a bundle.
 ///
 /// Readers are registered with the process by an explicit call, never by static initialisation, which a
-/// linker may leave out. A host may register its own.
+/// linker may drop. A host may register its own.
 class TIDEWATCH_API Reader : public Anchor::ReferenceBase<Reader> {
 public:
-    /// How many bytes from the beginning of a file recognises() gets, or fewer when the file is shorter.
+    /// How many bytes from the start of a file recognises() gets; fewer if the file is shorter.
     static constexpr std::size_t headSize = 4096;
 
     ~Reader() override;
@@ -27,28 +27,28 @@ public:
     /// The kind of file, for messages: "LAS/LAZ file".
     [[nodiscard]] virtual std::string name() const = 0;
 
-    /// Whether the file is of this reader's kind, judged by its content; the path serves where content cannot
-    /// decide.
+    /// Whether the file is of this reader's kind, judged by its content; the path is for cases in which the
+    /// content cannot decide.
     [[nodiscard]] virtual bool recognises(const std::string& path, std::span<const std::byte> head) const = 0;
 
-    /// Adds what the file holds to the bundle: its structure at once, its arrays on demand, for as long as
-    /// the bundle lives. Throws Anchor::Error naming file, object and cause; grids that this call added are
-    /// then taken out again, as far as they had come.
+    /// Adds the file's contents to the bundle: its structure at once, its arrays on demand, as long as the
+    /// bundle exists. Throws Anchor::Error naming file, object and cause; grids that this call added, even
+    /// partly, are then removed again.
     virtual Anchor::StrongPtr<InputReport> read(Sheaf::Bundle& bundle, const std::string& path,
                                                 const ReadOptions& options) const = 0;
 };
 
-/// Adds a reader behind those that are registered; a reader of the same name takes the other's place.
+/// Adds a reader after those already registered; a registered reader with the same name is replaced.
 TIDEWATCH_API void registerReader(Anchor::StrongPtr<Reader> reader);
 
-/// Takes a reader out again; an unknown name is no error.
+/// Unregisters a reader; an unknown name is not an error.
 TIDEWATCH_API void unregisterReader(const std::string& name);
 
 /// The registered readers in the order in which they are asked.
 [[nodiscard]] TIDEWATCH_API std::vector<Anchor::StrongPtr<Reader>> registeredReaders();
 
-/// Reads one file with the first registered reader that recognises it. Throws Anchor::FileError when the file
-/// cannot be opened, Anchor::FormatError when no reader recognises it, and what the reader throws.
+/// Reads one file with the first registered reader that recognises it. Throws Anchor::FileError if the file
+/// cannot be opened, Anchor::FormatError if no reader recognises it, and what the reader throws.
 TIDEWATCH_API Anchor::StrongPtr<InputReport> readFile(Sheaf::Bundle& bundle, const std::string& path,
                                                       const ReadOptions& options);
 

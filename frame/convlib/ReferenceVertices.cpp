@@ -7,7 +7,7 @@ namespace ConvLib {
 
 namespace {
 
-/// Higher refinements are not looked for.
+/// Higher refinements are ignored.
 constexpr int highestRefinement = 100000000;
 
 } // namespace

@@ -12,30 +12,30 @@
 
 namespace ConvLib {
 
-/// What becomes of values on their way into a file.
+/// What happens to values when they are written to a file.
 enum class ValueChange {
     Rounded,   ///< to the nearest value that the file can state
     Clamped,   ///< to the greatest value that the file can state
     Truncated, ///< only the lowest bits are kept
-    Wrapped,   ///< what does not fit the field's bits is cut off
+    Wrapped,   ///< bits that do not fit the field are cut off
     Dropped,   ///< the file has no room for them
-    OtherUnit, ///< stored as they are in a field of another unit
+    OtherUnit, ///< stored unchanged in a field with another unit
     Shifted,   ///< stored with a neighbour of the point they belong to
     Repeated,  ///< points without a value have that of the point before them
     Surplus,   ///< values without a point, left out
-    Thinned    ///< points left out, since others stand for them
+    Thinned    ///< points left out because others represent them
 };
 
-/// So many values of a field changed in the same way.
+/// A number of values of a field that changed in the same way.
 struct ChangedValues {
-    /// The attribute or field that they belong to: "Positions" for points, "Positions.x" for coordinates along an
-    /// axis. Several that are counted together are separated by ", ".
+    /// The attribute or field of the values: "Positions" for points, "Positions.x" for coordinates along an axis.
+    /// Several that are counted together are separated by ", ".
     std::string_view attribute;
     ValueChange change;
     std::uint64_t count;
-    /// How many values there were in all; 0 where that says nothing.
+    /// The total number of values; 0 if that is meaningless.
     std::uint64_t total = 0;
-    /// The greatest change of a value, in the unit of the attribute; 0 where that says nothing.
+    /// The largest change of a value, in the unit of the attribute; 0 if that is meaningless.
     double most = 0;
 };
 
@@ -44,40 +44,39 @@ struct StoredAxis {
     /// In coordinate units.
     double offset;
     double step;
-    /// The coordinates of the smallest and of the greatest number.
+    /// The coordinates of the smallest and the largest number.
     double lowest;
     double highest;
-    /// The box of the coordinates that the file was laid out for; `lower` above `upper` stands for none.
+    /// The box of the coordinates that the file was laid out for; `lower` above `upper` means none.
     double lower;
     double upper;
 };
 
-/// What a host can follow of a run, beyond what the exporter's contract makes it ask and report: which grid is at
-/// hand, and what becomes of values that the files cannot hold as they are. Exporters count those where they meet
-/// them; without an observer nothing is counted, and nothing costs anything.
+/// Lets a host observe a run beyond the queries and reports of the exporter's contract: which grid is current, and what
+/// happens to values that the files cannot hold unchanged. Exporters count these as they write; without an observer
+/// nothing is counted, at no cost.
 ///
-/// Called on the thread of Run(), in the order of the export. What an observer throws passes through Run().
-/// References and views are valid during the call.
+/// Called on the thread of Run(), in the order of the export. Exceptions of an observer pass through Run(). References
+/// and views are valid during the call.
 class TIDEWATCH_API RunObserver : public Anchor::ReferenceBase<RunObserver> {
 public:
     ~RunObserver() override;
 
-    /// A grid that the filters let pass is taken up. Its files follow, if there are any.
+    /// A grid that the filters let pass starts. Its files follow, if there are any.
     virtual void gridBegins(double time, const std::string& grid);
 
-    /// So many elements of one fragment of a field are about to be used, or with an empty field name so many points
-    /// with all their fields. The fragment's name is empty for data without a fragment.
+    /// Some elements of one fragment of a field are about to be used, or with an empty field name some points with all
+    /// their fields. The fragment's name is empty for data without a fragment.
     virtual void fragmentBegins(std::string_view field, std::string_view fragment, std::uint64_t elements);
 
-    /// A file that stores coordinates as numbers of steps has been laid out and will be opened next: its axes, x
+    /// A file that stores coordinates as numbers of steps has been laid out and will be opened next. Gets its axes, x
     /// first.
     virtual void fileBegins(const std::string& path, const std::array<StoredAxis, 3>& axes);
 
-    /// Positions as they were before they were written, in order; they may come in several pieces.
+    /// Positions as they were before they were written, in order; there may be several calls.
     virtual void positionsWritten(std::span<const Geom::PhysicalSpace::point> positions);
 
-    /// Values of the grid at hand that a file does not hold as they were. Told as often as an exporter likes:
-    /// counts add up.
+    /// Values of the current grid that a file does not hold unchanged. May be called repeatedly: counts add up.
     virtual void valuesChanged(const ChangedValues& values);
 
 protected:

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dial/ValueCreator.hpp"
 
+#include "anchor/NeverDestroyed.hpp"
+
 #include <map>
 #include <mutex>
 #include <typeindex>
@@ -31,8 +33,8 @@ struct SharedCreators {
 
 SharedCreators& sharedCreators() {
     // Never destroyed: libraries may be unloaded at the very end of the process.
-    static auto* const creators = new SharedCreators;
-    return *creators;
+    static Anchor::NeverDestroyed<SharedCreators> creators;
+    return creators.get();
 }
 
 } // namespace

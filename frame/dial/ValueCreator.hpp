@@ -9,7 +9,7 @@
 
 namespace Dial {
 
-/// Makes parameter values of one type, for those who know the type only at run time.
+/// Creates parameter values of one type, for code that knows the type only at run time.
 class TIDEWATCH_API ValueCreator : public Anchor::ReferenceBase<ValueCreator> {
 public:
     ~ValueCreator() override;
@@ -19,12 +19,12 @@ public:
     /// A new value, zero or empty.
     [[nodiscard]] virtual Anchor::StrongPtr<Value> make() const = 0;
 
-    /// The shared creator of values of a type; null while nobody has asked for one with SharedValueCreator.
+    /// The shared creator of values of a type; null if no SharedValueCreator of the type exists.
     [[nodiscard]] static Anchor::StrongPtr<ValueCreator> find(const std::type_info& type);
 };
 
-/// Keeps the shared creator of `VValue<T>` in being: the first of these objects makes it, the last one ends
-/// it.
+/// Keeps the shared creator of `VValue<T>` alive: the first of these objects creates it, the last one
+/// destroys it.
 template <class T>
 class TIDEWATCH_API SharedValueCreator {
 public:

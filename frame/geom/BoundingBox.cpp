@@ -10,7 +10,7 @@ bool BoundingBox::empty() const noexcept {
 }
 
 void BoundingBox::expand(const BoundingBox& other) noexcept {
-    // Axis by axis: the inverted corners of an empty axis would otherwise pass for numbers.
+    // Axis by axis: the inverted corners of an empty axis would otherwise be taken for coordinates.
     const auto join = [](double& low, double& high, double otherLow, double otherHigh) {
         if (otherLow <= otherHigh) {
             expandAxis(low, high, otherLow);

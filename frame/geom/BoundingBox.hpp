@@ -8,10 +8,10 @@
 
 namespace Geom {
 
-/// An axis-parallel box given by its lower and upper corner, in coordinate units.
+/// An axis-aligned box given by its lower and upper corner, in coordinate units.
 ///
-/// A new box is empty: its corners are the wrong way round, so the first point makes it that point. A
-/// coordinate that is not a number widens nothing.
+/// A new box is empty: its corners are inverted, so the first point becomes the box. NaN coordinates are
+/// ignored.
 class TIDEWATCH_API BoundingBox : public Anchor::ReferenceBase<BoundingBox, Anchor::InterfaceBase> {
 public:
     BoundingBox() = default;
@@ -23,17 +23,17 @@ public:
     [[nodiscard]] const PhysicalSpace::point& lower() const noexcept { return lower_; }
     [[nodiscard]] const PhysicalSpace::point& upper() const noexcept { return upper_; }
 
-    /// True while no axis has met a number.
+    /// True until some axis has got a coordinate.
     [[nodiscard]] bool empty() const noexcept;
 
-    /// Widens the box so that it holds p.
+    /// Extends the box to include p.
     void expand(const PhysicalSpace::point& p) noexcept {
         expandAxis(lower_.x, upper_.x, p.x);
         expandAxis(lower_.y, upper_.y, p.y);
         expandAxis(lower_.z, upper_.z, p.z);
     }
 
-    /// Widens the box so that it holds the other one; an empty other box changes nothing.
+    /// Extends the box to include the other one; an empty other box changes nothing.
     void expand(const BoundingBox& other) noexcept;
 
 private:

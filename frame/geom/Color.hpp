@@ -21,8 +21,8 @@ struct TIDEWATCH_API RGB : Vector<T, 3> {
     [[nodiscard]] constexpr T blue() const { return (*this)[2]; }
 };
 
-/// A vector read in a domain: `DomainVector<Vector<T, 3>, RGB, T>` and `RGB<T>` are one type, so that every
-/// exporter accepts the same colour fields whichever of the two names it uses.
+/// A vector interpreted in a domain: `DomainVector<Vector<T, 3>, RGB, T>` and `RGB<T>` are the same type, so
+/// that every exporter accepts the same colour fields, whichever of the two names it uses.
 template <class VectorType, template <class> class Domain, class T>
 requires std::is_base_of_v<VectorType, Domain<T>>
 using DomainVector = Domain<T>;

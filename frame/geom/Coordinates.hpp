@@ -7,12 +7,11 @@
 
 namespace Geom {
 
-/// Tag of the three-dimensional Cartesian coordinate system (x, y, z at right angles, one unit on all axes).
+/// Tag of the three-dimensional Cartesian coordinate system (orthogonal x, y, z with the same unit).
 struct TIDEWATCH_API Cartesian3D {};
 
-/// The geometrical quantities of a coordinate system, each a type of its own, so that a position is never
-/// taken for a direction. Components are public; nothing else is stored, so an array of them is an array of
-/// T.
+/// The geometrical quantities of a coordinate system, each a separate type, so that a position cannot be used
+/// as a direction. Components are public and nothing else is stored, so an array of them is an array of T.
 template <class System, class T>
 struct TIDEWATCH_API Coordinates;
 

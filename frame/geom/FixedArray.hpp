@@ -8,8 +8,7 @@
 
 namespace Geom {
 
-/// N values of one type, stored side by side without padding: the plain carrier of components that have no
-/// geometrical meaning of their own.
+/// N values of one type, stored contiguously: components without a geometrical meaning.
 template <class T, std::size_t N>
 struct TIDEWATCH_API FixedArray : std::array<T, N> {};
 

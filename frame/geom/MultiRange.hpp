@@ -11,8 +11,8 @@ namespace Geom {
 
 /// A list of closed value ranges with a membership test.
 ///
-/// The test is tolerant by `tolerance` at both ends, so that a value computed in floating point meets the
-/// bound it was meant to meet. A list without ranges holds nothing.
+/// The test allows for `tolerance` at both ends, so that a value computed in floating point matches the bound
+/// that it was meant to equal. A list without ranges contains nothing.
 template <class T>
 class TIDEWATCH_API MultiRange : public Anchor::ReferenceBase<MultiRange<T>> {
 public:
@@ -24,8 +24,7 @@ public:
 
     static constexpr T tolerance = T(1e-9);
 
-    /// Adds [low, high] behind the ranges that are there. A range with low > high holds at most what the
-    /// tolerance leaves of it.
+    /// Appends the range [low, high]. A range with low > high contains at most what the tolerance admits.
     void add(T low, T high) {
         ranges_.push_back({low, high});
         low_ = std::min(low_, low);
@@ -37,8 +36,7 @@ public:
 
     [[nodiscard]] bool empty() const noexcept { return ranges_.empty(); }
 
-    /// Whether the value lies in one of the ranges; linear in their number. A value that is not a number lies
-    /// in none.
+    /// Whether the value is in one of the ranges; linear in their number. NaN is in none.
     [[nodiscard]] bool contains(T value) const noexcept {
         if (!(value >= low_ - tolerance && value <= high_ + tolerance))
             return false;

@@ -5,7 +5,7 @@
 
 namespace Geom {
 
-/// The space that surveys live in: Cartesian, three-dimensional, in double precision.
+/// The space of surveys: Cartesian, three-dimensional, in double precision.
 using PhysicalSpace = Coordinates<Cartesian3D, double>;
 
 } // namespace Geom

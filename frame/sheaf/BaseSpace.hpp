@@ -29,8 +29,15 @@ public:
 
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
 
+    /// The coordinate reference system as well-known text (OGC 01-009 or ISO 19162) as it was read or made; empty where
+    /// none is known. To be set before others see the chart. x is the easting or longitude, whatever order of axes the
+    /// text states.
+    [[nodiscard]] const std::string& referenceSystem() const noexcept { return referenceSystem_; }
+    void setReferenceSystem(std::string wellKnownText) { referenceSystem_ = std::move(wellKnownText); }
+
 private:
     std::string name_;
+    std::string referenceSystem_;
 };
 
 } // namespace Sheaf

@@ -12,7 +12,7 @@ Bundle::~Bundle() = default;
 Anchor::StrongPtr<Slice> Bundle::makeSlice(double time) {
     if (!std::isfinite(time))
         throw Anchor::ModelError("a time slice whose time is not a finite number");
-    // Both zeros are one time, and the one that was not written with a sign names it.
+    // 0 and -0 are the same time, stored as 0.
     if (time == 0.0)
         time = 0.0;
     Anchor::WeakPtr<Slice>& entry = slices_[time];

@@ -9,11 +9,11 @@
 
 namespace Sheaf {
 
-/// Base of the creators that make their array from a file: the array belongs to the memory cache of the
-/// process, which may drop it at any time when nobody holds it, and it is then made again. So it must not be
-/// edited: what the file holds would come back at any time.
+/// Base class of creators that read their array from a file: the array belongs to the memory cache of the
+/// process, which may drop it whenever nobody holds it, and it is then read again. So it must not be edited:
+/// edits would be lost at any time.
 ///
-/// A reader derives one class and says how to make arrays; the dealings with the cache are settled here.
+/// A reader derives a class that creates arrays; this class deals with the cache.
 class TIDEWATCH_API CachedCreator : public CreativeArrayBase {
 public:
     ~CachedCreator() override;
@@ -26,15 +26,15 @@ public:
     [[nodiscard]] bool mayBeEdited() const noexcept final { return false; }
 
 protected:
-    /// The array of another creator that came about in the same pass.
+    /// The array of another creator that was created in the same pass.
     struct Sibling {
-        /// Held until its array is in the cache: a creator that died in between, in another thread, would
-        /// leave it there for good.
+        /// Held until its array is in the cache: if another thread destroyed the creator in between, the
+        /// array would stay there forever.
         Anchor::StrongPtr<const CachedCreator> creator;
         Anchor::StrongPtr<MemBase> array;
     };
 
-    /// What one pass made.
+    /// The arrays that one pass created.
     struct Made {
         /// This creator's own array.
         Anchor::StrongPtr<MemBase> array;
@@ -45,12 +45,12 @@ protected:
         : elementType_(&elementType),
           extents_(extents) {}
 
-    /// Makes this creator's array, and whatever other creators' arrays come about in the same pass (a
+    /// Creates this creator's array, and any arrays of other creators that result from the same pass (a
     /// compressed record holds all fields of a point). All of them go into the cache together. Called without
-    /// any lock, so by two threads at once if two ask. Throws Anchor::Error where the array cannot be made.
+    /// any lock, so possibly by two threads at once. Throws Anchor::Error if the array cannot be created.
     [[nodiscard]] virtual Made make() const = 0;
 
-    /// Bytes that make() is going to take; the cache makes room for them beforehand.
+    /// Bytes that make() is going to allocate; the cache makes room for them beforehand.
     [[nodiscard]] virtual std::uint64_t bytesToMake() const = 0;
 
 private:

@@ -54,7 +54,7 @@ bool expandByArray(Geom::BoundingBox& box, const Anchor::StrongPtr<Anchor::Cache
     return true;
 }
 
-/// `hasArray` tells whether there was an array, or what is remembered of one.
+/// `hasArray` is true if there was an array or remembered bounds of one.
 Bounds findBounds(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn,
                   bool& hasArray) {
     hasArray = true;
@@ -65,7 +65,7 @@ Bounds findBounds(const CreativeArrayBase& creator, bool mayCreate, const std::f
     Bounds bounds(new Geom::BoundingBox);
     if (!expandByArray(*bounds, data, mayGoOn))
         return nullptr;
-    // A lattice is a rule, which nobody edits.
+    // Nobody edits a lattice.
     if (!creator.mayBeEdited() || Anchor::dynamicCast<UniformCartesianArray>(data))
         creator.rememberBounds(bounds);
     return bounds;

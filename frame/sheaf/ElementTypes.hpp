@@ -12,14 +12,14 @@
 
 namespace Sheaf {
 
-/// Stands for a type in a call: `visitor(TypeTag<double>())`.
+/// Represents a type in a call: `visitor(TypeTag<double>())`.
 template <class T>
 struct TypeTag {
     using type = T;
 };
 
-/// What is fixed about an element type: its name in files and messages, the number type of its components,
-/// and how many of them one element has.
+/// Properties of an element type: its name in files and messages, the number type of its components, and the number of
+/// components.
 template <class T>
 struct ElementTraits;
 
@@ -33,10 +33,10 @@ using Color = Geom::RGB<unsigned char>;
 } // namespace Element
 
 /// The table of element types: type, name in files, number type of its components, number of components.
-/// Everything in frame/ that goes by element type is made from it, so a new type is a new row.
+/// Everything in frame/ that depends on the element type is generated from it, so a new type is a new row.
 ///
-/// The 64-bit integers are "long long", not std::int64_t: on Linux the latter is "long", which typeid takes
-/// for another type.
+/// The 64-bit integers are "long long", not std::int64_t: on Linux the latter is "long", which is a different type for
+/// typeid.
 #define TIDEWATCH_ELEMENT_TYPES(ROW)                                                                         \
     ROW(Sheaf::Element::Point, "point", double, 3)                                                           \
     ROW(Sheaf::Element::Vector, "vector", double, 3)                                                         \
@@ -75,15 +75,14 @@ concept ElementType = requires {
 
 template <class... T>
 struct TypeList {
-    /// Calls visitor(TypeTag<T>()) for the first type with predicate(TypeTag<T>()); false where there is
-    /// none.
+    /// Calls visitor(TypeTag<T>()) for the first type with predicate(TypeTag<T>()); false if there is none.
     template <class Predicate, class Visitor>
     static bool visitFirst(Predicate&& predicate, Visitor&& visitor) {
         return ((predicate(TypeTag<T>()) && (visitor(TypeTag<T>()), true)) || ...);
     }
 };
 
-/// A table's rows each begin with a comma, so something has to stand before the first.
+/// Every row starts with a comma, so something must precede the first.
 template <class First, class... T>
 using TypeListAfterFirst = TypeList<T...>;
 
@@ -92,9 +91,8 @@ using TypeListAfterFirst = TypeList<T...>;
 using ElementTypes = TypeListAfterFirst<void TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_NEXT_TYPE)>;
 #undef TIDEWATCH_NEXT_TYPE
 
-/// Calls visitor(TypeTag<T>()) once with the element type that `type` describes; false (and no call) for a
-/// type that is no element type. This is the one place where a type known at run time becomes one known at
-/// compile time.
+/// Calls visitor(TypeTag<T>()) once with the element type that `type` describes; false (and no call) for a type that is
+/// not an element type. This is the only place where a type known at run time is mapped to one known at compile time.
 template <class Visitor>
 bool visitElementType(const std::type_info& type, Visitor&& visitor) {
     return ElementTypes::visitFirst([&](auto tag) { return type == typeid(typename decltype(tag)::type); },
@@ -108,7 +106,7 @@ bool visitElementName(std::string_view name, Visitor&& visitor) {
         [&](auto tag) { return name == ElementTraits<typename decltype(tag)::type>::name; }, visitor);
 }
 
-/// The name of an element type; empty for a type that is none.
+/// The name of an element type; empty for any other type.
 [[nodiscard]] inline std::string_view elementTypeName(const std::type_info& type) {
     std::string_view name;
     visitElementType(type, [&](auto tag) { name = ElementTraits<typename decltype(tag)::type>::name; });

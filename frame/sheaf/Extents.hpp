@@ -32,10 +32,10 @@ public:
     /// The extent along an axis below the rank.
     [[nodiscard]] std::uint64_t operator[](std::size_t axis) const noexcept { return extents_[axis]; }
 
-    /// The number of elements (1 for rank 0); nothing where it exceeds 64 bits.
+    /// The number of elements (1 for rank 0); nullopt if it exceeds 64 bits.
     [[nodiscard]] std::optional<std::uint64_t> elementCount() const noexcept;
 
-    /// The bytes of that many elements of a size; nothing where they exceed 64 bits.
+    /// The size in bytes of that many elements; nullopt if it exceeds 64 bits.
     [[nodiscard]] std::optional<std::uint64_t> byteCount(std::uint64_t elementSize) const noexcept;
 
     friend bool operator==(const Extents&, const Extents&) = default;

@@ -4,6 +4,7 @@
 #include "anchor/StrongPtr.hpp"
 #include "geom/BoundingBox.hpp"
 #include "sheaf/CreativeArrayBase.hpp"
+#include "sheaf/FieldEncoding.hpp"
 #include "sheaf/FragmentID.hpp"
 
 #include <functional>
@@ -11,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 namespace Sheaf {
@@ -20,33 +22,37 @@ class TIDEWATCH_API FragmentIterator {
 public:
     virtual ~FragmentIterator();
 
-    /// Called once a fragment (a null identifier for the data of a field without fragments); false ends the
-    /// walk.
+    /// Called once per fragment (with a null identifier for the data of a field without fragments); false
+    /// ends the traversal.
     virtual bool apply(const Anchor::StrongPtr<FragmentID>& fragment,
                        const Anchor::StrongPtr<CreativeArrayBase, Anchor::Creature>& data) = 0;
 };
 
 /// A quantity on the points of a skeleton, such as "Positions" or "Intensity": the data of its fragments,
-/// each made on demand by a creator. Fragments stand in the order of their names, bytes ascending; data
-/// without a fragment first.
+/// each created on demand by a creator. Fragments are ordered by name, in ascending byte order; data without
+/// a fragment comes first.
 class TIDEWATCH_API Field : public Anchor::ReferenceBase<Field> {
 public:
     using Creator = Anchor::StrongPtr<CreativeArrayBase, Anchor::Creature>;
-    /// Says of each fragment identifier whether to visit it.
+    /// Whether to visit a fragment.
     using FragmentSelector = std::function<bool(const Anchor::StrongPtr<FragmentID>& fragment)>;
 
     explicit Field(const std::type_info& elementType) : elementType_(&elementType) {}
     ~Field() override;
 
-    /// The shared empty reference that lookups answer with when they find nothing.
+    /// The shared null reference that lookups return when they find nothing.
     [[nodiscard]] static const Anchor::StrongPtr<Field>& NullPtrField();
 
-    /// The element type that the field's arrays are meant to have; exporters choose by it. An array of
-    /// another type is possible and is passed over by whoever cannot use it.
+    /// The element type that the field's arrays should have; exporters select by it. An array of another type
+    /// is possible and is skipped by code that cannot use it.
     [[nodiscard]] const std::type_info& getElementType() const noexcept { return *elementType_; }
 
-    /// Adds the data of a fragment. A null fragment stands for the data of a field without fragments.
-    /// Throws Anchor::ModelError for a null creator and for a fragment that is there already.
+    /// How the file that it comes from stores its values, where that is known. To be set before others see the field.
+    [[nodiscard]] const std::optional<FieldEncoding>& encoding() const noexcept { return encoding_; }
+    void setEncoding(FieldEncoding encoding) { encoding_ = std::move(encoding); }
+
+    /// Adds the data of a fragment. A null fragment means the data of a field without fragments. Throws
+    /// Anchor::ModelError for a null creator and for a fragment that already exists.
     void addFragment(Anchor::StrongPtr<FragmentID> fragment, Creator data);
 
     /// The identifiers in fragment order; the one of data without a fragment is null.
@@ -56,10 +62,10 @@ public:
     /// null.
     [[nodiscard]] Creator getCreator(const Anchor::StrongPtr<FragmentID>& fragment) const;
 
-    /// Visits the fragments in order; an empty selector stands for all of them.
+    /// Visits the fragments in order; an empty selector selects all of them.
     void iterate(FragmentIterator& visitor, const FragmentSelector& selector = {}) const;
 
-    /// The same for a callable of the visitor's kind.
+    /// The same for a callable.
     void forEachFragment(
         const std::function<bool(const Anchor::StrongPtr<FragmentID>&, const Creator&)>& visit) const;
 
@@ -70,11 +76,12 @@ private:
     };
 
     const std::type_info* elementType_;
-    // No name sorts before every name, which is where data without a fragment belongs.
+    std::optional<FieldEncoding> encoding_;
+    // nullopt, for data without a fragment, sorts before every name.
     std::map<std::optional<std::string>, Piece> pieces_;
 };
 
-/// Widens a box by all fragments of a positions field, making their arrays where that is needed.
+/// Extends a box by all fragments of a positions field, creating their arrays if needed.
 TIDEWATCH_API void expandBoundingBox(const Field& positions, Geom::BoundingBox& box);
 
 } // namespace Sheaf

@@ -10,10 +10,10 @@
 
 namespace Sheaf {
 
-/// Names one piece of a grid. The data of one piece in several fields has the same name there.
+/// Identifies one piece of a grid. The data of the same piece in several fields shares the identifier.
 ///
-/// A piece of a uniform grid may say how many places at the low and at the high end of each axis it shares
-/// with its neighbours: its overlaps.
+/// A piece of a uniform grid may state its overlaps: how many places at the low and the high end of each axis
+/// it shares with its neighbours.
 class TIDEWATCH_API FragmentID : public Anchor::ReferenceBase<FragmentID> {
 public:
     explicit FragmentID(std::string name) : name_(std::move(name)) {}
@@ -21,7 +21,7 @@ public:
 
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
 
-    /// Overlap counts along x, y, z; nothing where none are stated.
+    /// Overlap counts along x, y, z; nullopt if none are stated.
     std::optional<MultiIndex<3>> overlapLow;
     std::optional<MultiIndex<3>> overlapHigh;
 
@@ -46,8 +46,8 @@ struct FragmentProperty<3> {
 /// Reads and sets a property that has one count per axis.
 template <std::size_t Dimensions, class Property>
 struct FragmentLocation {
-    /// Stores the property in `index`; false (and `index` untouched) for a null fragment and for one without
-    /// it.
+    /// Stores the property in `index`; returns false and leaves `index` unchanged for a null fragment and for
+    /// one without the property.
     [[nodiscard]] static bool get(const Anchor::StrongPtr<FragmentID>& fragment,
                                   MultiIndex<Dimensions>& index) {
         if (!fragment || !((*fragment).*Property::member))

@@ -18,7 +18,7 @@ bool Grid::isCandidate(const Chart& chart) const {
     return used;
 }
 
-Anchor::StrongPtr<BaseSpace> Grid::findCartesianChart(const std::string& name) const {
+Anchor::StrongPtr<CartesianChart> Grid::findChart(const std::string& name) const {
     const std::lock_guard lock(chartsMutex_);
     if (!name.empty()) {
         const auto found = charts_.find(name);
@@ -34,6 +34,10 @@ Anchor::StrongPtr<BaseSpace> Grid::findCartesianChart(const std::string& name) c
     return nullptr;
 }
 
+Anchor::StrongPtr<BaseSpace> Grid::findCartesianChart(const std::string& name) const {
+    return findChart(name);
+}
+
 Grid::Chart& Grid::madeChart(const std::string& name) {
     Chart& chart = charts_[name];
     if (!chart.space)
@@ -46,7 +50,7 @@ Anchor::StrongPtr<BaseSpace> Grid::makeCartesianChart(const std::string& name, u
     return madeChart(name).space;
 }
 
-Anchor::StrongPtr<BaseSpace> Grid::declareCartesianChart(const std::string& name) {
+Anchor::StrongPtr<CartesianChart> Grid::declareCartesianChart(const std::string& name) {
     const std::lock_guard lock(chartsMutex_);
     Chart& chart = madeChart(name);
     chart.declared = true;

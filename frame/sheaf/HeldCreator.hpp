@@ -6,8 +6,8 @@
 
 namespace Sheaf {
 
-/// A creator for data that a host has in memory already: it holds the array and hands it out. There is
-/// nothing to make anew, so create(true) gives the same array.
+/// A creator for data that a host already has in memory: it holds the array. There is nothing to create
+/// again, so create(true) returns the same array.
 class TIDEWATCH_API HeldCreator final : public CreativeArrayBase {
 public:
     /// Throws Anchor::ModelError for a null array.

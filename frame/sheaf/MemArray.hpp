@@ -16,7 +16,7 @@ class TIDEWATCH_API MemArray final : public TypedArray<T> {
 public:
     static_assert(N >= 1 && N <= Extents::maximumRank);
 
-    /// Throws Anchor::ModelError when the chunk is null or its size is not the product of the extents.
+    /// Throws Anchor::ModelError if the chunk is null or its size is not the product of the extents.
     MemArray(const MultiIndex<N>& extents, Anchor::StrongPtr<Anchor::TypedChunk<T>> chunk)
         : TypedArray<T>(Extents(extents), checked(extents, std::move(chunk))) {}
     ~MemArray() override = default;
@@ -29,7 +29,7 @@ public:
         return this->base_vector()[offset(place)];
     }
 
-    /// Whether the type stands in the TypeRegistry, which sets and clears this flag.
+    /// Whether the type is in the TypeRegistry, which sets and clears this flag.
     static bool TypeIsRegistered;
 
 private:
@@ -50,8 +50,8 @@ private:
     }
 };
 
-// Every array type is compiled once, in the frame's own library: nothing that an exporter library leaves
-// behind may point into that library after it has been unloaded.
+// Every array type is compiled only once, in the frame's own library, so that arrays that an exporter library
+// leaves behind do not point into that library after it has been unloaded.
 #define TIDEWATCH_ARRAYS_OF(TYPE, NAME, COMPONENT, COUNT)                                                    \
     extern template class MemArray<1, TYPE>;                                                                 \
     extern template class MemArray<2, TYPE>;                                                                 \
@@ -60,8 +60,8 @@ private:
 TIDEWATCH_ELEMENT_TYPES(TIDEWATCH_ARRAYS_OF)
 #undef TIDEWATCH_ARRAYS_OF
 
-/// Makes a memory array of the given extents (rank 1 to 4) over the elements, which it takes over.
-/// Throws Anchor::ModelError when their number is not the product of the extents, or for rank 0.
+/// Creates a memory array with the given extents (rank 1 to 4) that takes over the elements. Throws
+/// Anchor::ModelError if their number is not the product of the extents, and for rank 0.
 template <ElementType T>
 [[nodiscard]] Anchor::StrongPtr<TypedArray<T>> makeArray(const Extents& extents, std::vector<T> elements) {
     auto chunk = Anchor::makeStrong<Anchor::TypedChunk<T>>(std::move(elements));

@@ -8,7 +8,7 @@
 
 namespace Sheaf {
 
-/// Root of all arrays: what is known of one without knowing its element type.
+/// Base class of all arrays: the properties that do not depend on the element type.
 class TIDEWATCH_API MemBase : public Anchor::Cacheable {
 public:
     ~MemBase() override;

@@ -17,20 +17,20 @@ class TIDEWATCH_API FieldIterator {
 public:
     virtual ~FieldIterator();
 
-    /// Called once a field; false ends the walk.
+    /// Called once per field; false ends the traversal.
     virtual bool apply(const FieldID& id, const Field& field) = 0;
 };
 
-/// The fields of a skeleton as expressed in one base space, in the order of their names, bytes ascending.
+/// The fields of a skeleton as expressed in one base space, ordered by name, in ascending byte order.
 class TIDEWATCH_API Representation : public Anchor::ReferenceBase<Representation> {
 public:
     Representation() = default;
     ~Representation() override;
 
-    /// Adds an empty field. Throws Anchor::ModelError when the name is taken.
+    /// Adds an empty field. Throws Anchor::ModelError if the name is taken.
     Anchor::StrongPtr<Field> makeField(const std::string& name, const std::type_info& elementType);
 
-    /// The field of that name, made when missing. Throws Anchor::ModelError when it is there with another
+    /// The field of that name, created if missing. Throws Anchor::ModelError if it exists with another
     /// element type.
     Anchor::StrongPtr<Field> findOrMakeField(const std::string& name, const std::type_info& elementType);
 
@@ -49,7 +49,7 @@ public:
     /// Visits the fields in order.
     void iterate(FieldIterator& visitor) const;
 
-    /// The same for a callable of the visitor's kind; tells whether the walk came to its end.
+    /// The same for a callable; returns whether the traversal finished.
     bool forEachField(const std::function<bool(const FieldID&, const Field&)>& visit) const;
 
 private:

@@ -10,7 +10,7 @@
 
 namespace Sheaf {
 
-/// The representations of one skeleton, one a base space, in the order of their base spaces.
+/// The representations of one skeleton, one per base space, in the order of their base spaces.
 class TIDEWATCH_API RepresentationMap {
 public:
     /// A visitor over all representations.
@@ -18,7 +18,7 @@ public:
     public:
         virtual ~ConstIterator();
 
-        /// Called once a representation with the base space that it is expressed in; false ends the walk.
+        /// Called once per representation with its base space; false ends the traversal.
         virtual bool apply(const BaseSpace& space, const Representation& representation) = 0;
     };
 
@@ -26,13 +26,13 @@ public:
     [[nodiscard]] Anchor::StrongPtr<Representation>
     operator()(const Anchor::StrongPtr<BaseSpace>& space) const;
 
-    /// The representation in a base space, made when missing. Throws Anchor::ModelError for a null base
+    /// The representation in a base space, created if missing. Throws Anchor::ModelError for a null base
     /// space.
     Anchor::StrongPtr<Representation> make(const Anchor::StrongPtr<BaseSpace>& space);
 
     void iterate(ConstIterator& visitor) const;
 
-    /// The same for a callable of the visitor's kind; tells whether the walk came to its end.
+    /// The same for a callable; returns whether the traversal finished.
     bool forEach(const std::function<bool(const BaseSpace&, const Representation&)>& visit) const;
 
 private:

@@ -9,8 +9,7 @@ Skeleton::~Skeleton() = default;
 
 namespace {
 
-/// The position of the first refinement entry that differs from entry 0; the number of entries where none
-/// does.
+/// The index of the first refinement entry that differs from entry 0; the number of entries if none does.
 std::size_t firstDifference(const std::vector<std::int32_t>& refinement) noexcept {
     const auto differs = [&](std::int32_t entry) { return entry != refinement.front(); };
     return static_cast<std::size_t>(std::find_if(refinement.begin(), refinement.end(), differs) -

@@ -15,13 +15,13 @@ class TIDEWATCH_API ConstSkeletonIterator {
 public:
     virtual ~ConstSkeletonIterator();
 
-    /// Called once a field and fragment with the skeleton, the field's name and the creator of the data;
-    /// false ends the walk. A field without any fragment is not called for.
+    /// Called once per field and fragment with the skeleton, the field's name and the creator of the data;
+    /// false ends the traversal. Not called for a field without any fragment.
     virtual bool apply(const Skeleton& skeleton, const std::string& fieldName,
                        const Anchor::StrongPtr<CreativeArrayBase, Anchor::Creature>& data) = 0;
 };
 
-/// One stop of the walk over everything that a grid holds. The references are valid during the call.
+/// One item in the traversal of everything in a grid. The references are valid during the call.
 struct FieldFragment {
     const Skeleton& skeleton;
     const BaseSpace& space;
@@ -36,25 +36,25 @@ struct FieldFragment {
 class TIDEWATCH_API SkeletonMap {
 public:
     /// The vertex skeleton (dimension 0) of a homogeneous refinement level, or null; -1 finds the one of the
-    /// highest homogeneous refinement. Of several skeletons of one level the first counts.
+    /// highest homogeneous refinement. If several skeletons have the level, the first.
     [[nodiscard]] Anchor::StrongPtr<Skeleton> findVertices(int level) const;
 
-    /// The vertex skeleton of the highest homogeneous refinement that is not above a bound, or null.
+    /// The vertex skeleton of the highest homogeneous refinement that is at most `bound`, or null.
     [[nodiscard]] Anchor::StrongPtr<Skeleton> findHighestVertices(int bound) const;
 
     /// Visits every fragment of every field in every representation of every skeleton.
     void iterate(ConstSkeletonIterator& visitor) const;
 
-    /// The same walk with all there is to know about each stop; false ends it.
+    /// The same traversal with full information about each item; false ends it.
     void iterate_all(const std::function<bool(const FieldFragment&)>& visit) const;
 
-    /// Visits the skeletons in order; false ends the walk.
+    /// Visits the skeletons in order; false ends the traversal.
     void forEach(const std::function<bool(const Skeleton&)>& visit) const;
 
-    /// The skeleton of a dimension and refinement, to read or to add to, or null.
+    /// The skeleton of a dimension and refinement, or null.
     [[nodiscard]] Anchor::StrongPtr<Skeleton> find(const Skeleton::Key& key) const;
 
-    /// Adds a skeleton. Throws Anchor::ModelError when there is one of that dimension and refinement already.
+    /// Adds a skeleton. Throws Anchor::ModelError if there already is one of that dimension and refinement.
     Anchor::StrongPtr<Skeleton> make(const Skeleton::Key& key, std::int32_t exclusionMark = 0);
 
 private:

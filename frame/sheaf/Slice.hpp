@@ -20,19 +20,19 @@ public:
 
     [[nodiscard]] double time() const noexcept { return time_; }
 
-    /// The grids by name, bytes ascending. Entries may have expired; pass them over.
+    /// The grids by name, in ascending byte order. Entries may have expired; skip those.
     [[nodiscard]] const GridMap& grids() const noexcept { return grids_; }
 
-    /// Prepares the slice for reading. Everything that this framework's readers load is ready from the start,
-    /// so the answer only says whether there is a grid.
+    /// Prepares the slice for reading. Everything that the readers load is ready from the start, so the
+    /// result only says whether there is a grid.
     bool accessSlice() const;
 
-    /// Adds an empty grid, which the slice keeps alive. `origin` says where it comes from.
-    /// Throws Anchor::ModelError when the slice has a grid of that name; the message names both origins.
+    /// Adds an empty grid, which the slice keeps alive. `origin` names its source. Throws Anchor::ModelError
+    /// if the slice has a grid of that name; the message names both origins.
     Anchor::StrongPtr<Grid> makeGrid(const std::string& name, const std::string& origin = {});
 
-    /// Lets go of a grid: its entry in the map expires unless somebody else holds it. An unknown name is no
-    /// error.
+    /// Releases a grid: its entry in the map expires unless somebody else holds the grid. An unknown name is
+    /// not an error.
     void removeGrid(const std::string& name);
 
 private:

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sheaf/TypeRegistry.hpp"
 
+#include "anchor/NeverDestroyed.hpp"
+
 #include <map>
 #include <mutex>
 #include <typeindex>
@@ -22,8 +24,8 @@ struct Registered {
 
 Registered& registered() {
     // Never destroyed: libraries may be unloaded at the very end of the process.
-    static auto* const types = new Registered;
-    return *types;
+    static Anchor::NeverDestroyed<Registered> types;
+    return types.get();
 }
 
 template <std::size_t N, class T>

@@ -8,16 +8,16 @@
 
 namespace Sheaf {
 
-/// The memory-array types that loaded exporters have announced. Announcements are counted: a type stands here
-/// from its first announcement until the last one has been taken back.
+/// The memory-array types that loaded exporters have announced. Announcements are counted: a type is
+/// registered from its first announcement until the last one has been withdrawn.
 class TIDEWATCH_API TypeRegistry {
 public:
-    /// Makes an array of the extents with zero elements.
+    /// Creates an array with the given extents, all elements zero.
     using Factory = Anchor::StrongPtr<MemBase> (*)(const Extents& extents);
 
     TypeRegistry() = delete;
 
-    /// Announces `MemArray<N, T>` for as long as the object lives.
+    /// Announces `MemArray<N, T>` as long as the object exists.
     template <std::size_t N, class T>
     class TIDEWATCH_API Announcement {
     public:
@@ -27,7 +27,7 @@ public:
         Announcement& operator=(const Announcement&) = delete;
     };
 
-    /// How to make an array of that rank and element type; null where nobody announced the type.
+    /// The factory for arrays of that rank and element type; null if nobody has announced the type.
     [[nodiscard]] static Factory find(std::size_t rank, const std::type_info& elementType);
 
     /// The number of types that are announced.

@@ -8,7 +8,7 @@
 
 namespace Sheaf {
 
-/// An array of elements of type T in memory, of any rank: the elements stand in a chunk in storage order.
+/// An array of elements of type T in memory, of any rank: the elements are in a chunk in storage order.
 template <class T>
 class TIDEWATCH_API TypedArray : public MemBase {
 public:

@@ -7,10 +7,10 @@
 
 namespace Sheaf {
 
-/// Positions on a regular lattice, given by a rule instead of by memory: place (i, j, k) lies at
-/// origin + (i * spacing.x, j * spacing.y, k * spacing.z).
+/// Positions on a regular lattice, computed instead of stored: place (i, j, k) is at origin + (i * spacing.x,
+/// j * spacing.y, k * spacing.z).
 ///
-/// It is no TypedArray, so whoever wants points from memory passes it by.
+/// It is not a TypedArray, so code that needs points in memory skips it.
 class TIDEWATCH_API UniformCartesianArray final : public MemBase {
 public:
     UniformCartesianArray(const Geom::PhysicalSpace::point& origin,
@@ -25,7 +25,7 @@ public:
     /// The step from place to place along each axis, in coordinate units.
     [[nodiscard]] const Geom::PhysicalSpace::vector& spacing() const noexcept { return spacing_; }
 
-    /// Widens the box by the lattice; an empty lattice changes nothing.
+    /// Extends the box by the lattice; an empty lattice changes nothing.
     void expand(Geom::BoundingBox& box) const noexcept;
 
 private:

@@ -11,9 +11,13 @@ int BundleRequest::run() const {
     BundleExport bundle(output, overwrite, read.identities());
     ExportReport done;
     done.files.push_back(bundle.write(*read.bundle(), *out.bar()));
+    done.notes = read.notes();
+    for (const std::string& note : done.notes)
+        out.messages().warning(note);
     Losses losses;
     for (const auto& input : read.reports())
         losses.addProperties(*input);
+    BundleExport::addLosses(*read.bundle(), losses);
     done.losses = losses.list("the bundle");
     if (!out.acceptLosses(done.losses, strict))
         return 1;

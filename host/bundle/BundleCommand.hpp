@@ -13,11 +13,11 @@ struct BundleRequest {
     InputOptions inputs;
     std::string output;
     bool overwrite = false;
-    /// What the inputs hold and the bundle does not is an error, and nothing is put in place.
+    /// Whether contents of the inputs that are not in the bundle are an error; nothing is then put in place.
     bool strict = false;
     ReportOptions report;
 
-    /// Gives the exit status. Throws Anchor::Error when an input cannot be read or the file cannot be
+    /// Returns the exit status. Throws Anchor::Error if an input cannot be read or the file cannot be
     /// written, and Interrupted; then nothing has been put in place.
     [[nodiscard]] int run() const;
 };

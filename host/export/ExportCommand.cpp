@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/export/ExportCommand.hpp"
 
+#include "library/report/UsageError.hpp"
+
 #include <utility>
 
 namespace Tidewatch {
@@ -31,6 +33,21 @@ int runExport(std::string command, const ExportRequest& request, ExportOptions o
         return 1;
     report.printSummary(job.place());
     return done.errors.empty() ? 0 : 1;
+}
+
+int LasRequest::run() const {
+    LasOptions chosen = options;
+    chosen.carry = !plain;
+    chosen.conforming = !plain;
+    const auto refuse = [&](bool isGiven, const char* option) {
+        if (plain && isGiven)
+            throw UsageError(std::string("--plain and ") + option +
+                             " exclude each other: plain files are what the exporter writes by itself");
+    };
+    refuse(options.step.has_value(), "--scale");
+    refuse(options.offset.has_value(), "--offset");
+    refuse(inputs.referenceSystem.has_value(), "--crs");
+    return runExport("las", *this, chosen, lasFormat(chosen));
 }
 
 } // namespace Tidewatch

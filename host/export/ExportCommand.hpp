@@ -12,15 +12,15 @@
 
 namespace Tidewatch {
 
-/// What all export commands ask for beside the options of the export itself.
+/// What all export commands have in common besides the options of the export itself.
 struct ExportRequest {
     InputOptions inputs;
     bool printParameters = false;
     ReportOptions report;
 };
 
-/// Runs an export, tells what it did, and puts its files in place. Gives the exit status: 0, or 1 when the exporter
-/// recorded an error, nothing was written or a loss was refused. Throws Anchor::Error when an input cannot be read or a
+/// Runs an export, reports what it did, and puts its files in place. Returns the exit status: 0, or 1 if the exporter
+/// recorded an error, nothing was written or a loss was refused. Throws Anchor::Error if an input cannot be read or a
 /// file cannot be written, and Interrupted; then nothing has been put in place unless the message says otherwise.
 [[nodiscard]] int runExport(std::string command, const ExportRequest& request, ExportOptions options,
                             std::unique_ptr<const ExportFormat> format);
@@ -28,7 +28,9 @@ struct ExportRequest {
 /// `tidewatch las`
 struct LasRequest : ExportRequest {
     LasOptions options;
-    [[nodiscard]] int run() const { return runExport("las", *this, options, lasFormat(options)); }
+    /// What the exporter writes at its defaults; otherwise grids are carried and files conform.
+    bool plain = false;
+    [[nodiscard]] int run() const;
 };
 
 /// `tidewatch pcd`

@@ -6,14 +6,14 @@
 
 namespace Tidewatch {
 
-/// `tidewatch info`: what the inputs hold.
+/// `tidewatch info`: shows the contents of the inputs.
 struct InfoRequest {
     InputOptions inputs;
-    /// Read the positions where their bounding box is not known.
+    /// Whether to read the positions if their bounding box is not known.
     bool bounds = false;
     ReportOptions report;
 
-    /// Gives the exit status. Throws Anchor::Error when an input cannot be read, and Interrupted.
+    /// Returns the exit status. Throws Anchor::Error if an input cannot be read, and Interrupted.
     [[nodiscard]] int run() const;
 };
 

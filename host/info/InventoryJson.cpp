@@ -53,6 +53,13 @@ Json gridJson(const Inventory::Grid& grid) {
         {"name", grid.name}, {"origin", grid.origin}, {"points", grid.points}, {"fragments", grid.fragments}};
     if (grid.bounds)
         json["bounds"] = {{"lower", triple(grid.bounds->lower)}, {"upper", triple(grid.bounds->upper)}};
+    if (!grid.systemName.empty()) {
+        Json& system = json["reference_system"] = {{"name", grid.systemName}};
+        if (!grid.systemCode.empty())
+            system["code"] = grid.systemCode;
+    }
+    if (!grid.systemUnreadable.empty())
+        json["reference_system_not_read"] = grid.systemUnreadable;
     Json& list = json["skeletons"] = Json::array();
     for (const auto& skeleton : grid.skeletons)
         list.push_back(skeletonJson(skeleton));

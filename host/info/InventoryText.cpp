@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "anchor/printable.hpp"
 #include "host/info/inventoryTexts.hpp"
 #include "library/report/Wording.hpp"
 
@@ -73,6 +74,12 @@ void appendGrid(std::string& text, const Inventory::Grid& grid) {
     text += "\n";
     if (grid.bounds)
         text += fmt::format("    from {} to {}\n", corner(grid.bounds->lower), corner(grid.bounds->upper));
+    if (!grid.systemName.empty())
+        text += fmt::format("    coordinate reference system: {}{}\n", Anchor::printable(grid.systemName),
+                            grid.systemCode.empty() ? "" : " (" + grid.systemCode + ")");
+    if (!grid.systemUnreadable.empty())
+        text += fmt::format("    coordinate reference system, not read: {}\n",
+                            Anchor::printable(grid.systemUnreadable));
     const Columns columns = columnsOf(grid);
     for (const auto& skeleton : grid.skeletons)
         appendSkeleton(text, skeleton, columns);

@@ -7,10 +7,10 @@
 
 namespace Tidewatch {
 
-/// For people: indented, columns aligned.
+/// A text for the user: indented, columns aligned.
 [[nodiscard]] std::string inventoryText(const Inventory& inventory);
 
-/// For programs: a JSON document, ended by a newline.
+/// A JSON document with a final newline.
 [[nodiscard]] std::string inventoryJson(const Inventory& inventory);
 
 } // namespace Tidewatch

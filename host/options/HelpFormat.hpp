@@ -8,7 +8,7 @@
 
 namespace Tidewatch {
 
-/// Shows usage lines as manuals do.
+/// Shows usage lines in the style of manual pages.
 class HelpFormat final : public CLI::Formatter {
 public:
     HelpFormat() { column_width(30); }
@@ -29,7 +29,7 @@ public:
         return line + "\n";
     }
 
-    // Types and defaults stand in the texts.
+    // The help texts themselves give types and defaults.
     std::string make_option_opts(const CLI::Option* option) const override {
         return option->get_positional() || option->get_type_size() == 0 ? std::string()
                                                                         : " " + option->get_type_name();

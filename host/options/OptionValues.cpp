@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/options/OptionValues.hpp"
 
+#include <algorithm>
+#include <cstddef>
 #include <limits>
 
 namespace Tidewatch {
@@ -57,6 +59,31 @@ std::optional<std::vector<Geom::MultiRange<double>::Range>> parseRanges(std::str
             return ranges;
         text.remove_prefix(comma + 1);
     }
+}
+
+std::optional<std::array<double, 3>> parseTriple(std::string_view text) {
+    std::array<double, 3> triple{};
+    for (std::size_t i = 0; i < triple.size(); ++i) {
+        const std::size_t comma = text.find(',');
+        const auto number = finiteNumber(text.substr(0, comma));
+        if (!number)
+            return std::nullopt;
+        triple[i] = *number;
+        if (comma == std::string_view::npos) {
+            if (i == 0)
+                return std::array{*number, *number, *number};
+            return i == 2 ? std::optional(triple) : std::nullopt;
+        }
+        text.remove_prefix(comma + 1);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::array<double, 3>> parseSteps(std::string_view text) {
+    const auto steps = parseTriple(text);
+    return steps && std::all_of(steps->begin(), steps->end(), [](double step) { return step > 0; })
+               ? steps
+               : std::nullopt;
 }
 
 } // namespace Tidewatch

@@ -4,6 +4,7 @@
 #include "convlib/BasicConverterDefs.hpp"
 #include "geom/MultiRange.hpp"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <concepts>
@@ -14,10 +15,10 @@
 #include <system_error>
 #include <vector>
 
-/// The texts that options take, read as values. Nothing here depends on the locale.
+/// Parsing of option values. Independent of the locale.
 namespace Tidewatch {
 
-/// A whole text as a decimal number; nothing where it is anything else, does not fit T, or is not a number.
+/// A whole text as a decimal number; nullopt if it is anything else, does not fit T, or is NaN.
 template <class T>
 requires std::integral<T> || std::floating_point<T>
 [[nodiscard]] std::optional<T> parseNumber(std::string_view text) {
@@ -41,14 +42,20 @@ requires std::integral<T> || std::floating_point<T>
 /// A number of 1 or more.
 [[nodiscard]] std::optional<std::uint64_t> positiveCount(std::string_view text);
 
-/// A number of bytes: digits, and optionally one of K, M, G, T (powers of 1024; either case). Nothing for
-/// any other text and for more than 64 bits.
+/// A number of bytes: digits, and optionally one of K, M, G, T (powers of 1024; either case). Nullopt for any
+/// other text and for more than 64 bits.
 [[nodiscard]] std::optional<std::uint64_t> parseByteSize(std::string_view text);
 
-/// "MIN:MAX", or one value that is both. Nothing for any other text and for MIN above MAX.
+/// "MIN:MAX", or one value that is both. Nullopt for any other text and for MIN above MAX.
 [[nodiscard]] std::optional<ConvLib::BasicConverterDefs::TimeRange> parseTimeRange(std::string_view text);
 
-/// "A:B,C,...": ranges and single values. Nothing for any other text and for A above B.
+/// "A:B,C,...": ranges and single values. Nullopt for any other text and for A above B.
 [[nodiscard]] std::optional<std::vector<Geom::MultiRange<double>::Range>> parseRanges(std::string_view text);
+
+/// "X,Y,Z", or one number for all three; finite. Nothing for any other text.
+[[nodiscard]] std::optional<std::array<double, 3>> parseTriple(std::string_view text);
+
+/// The same, all of them greater than 0.
+[[nodiscard]] std::optional<std::array<double, 3>> parseSteps(std::string_view text);
 
 } // namespace Tidewatch

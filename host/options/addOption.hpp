@@ -11,8 +11,8 @@
 
 namespace Tidewatch {
 
-/// An option that takes one value each time it is given, by a function that gives nothing for a text it
-/// cannot read.
+/// Adds an option that takes one value each time it is given. `parse` returns nullopt for an invalid text;
+/// `store` gets each value.
 template <class Parse, class Store>
 CLI::Option* addRepeatable(CLI::App& app, const std::string& name, const std::string& placeholder,
                            Parse parse, Store store, const std::string& help) {
@@ -29,11 +29,11 @@ CLI::Option* addRepeatable(CLI::App& app, const std::string& name, const std::st
             },
             help)
         ->type_name(placeholder)
-        // A list would otherwise go on to take the inputs, too.
+        // The list would otherwise consume the inputs, too.
         ->allow_extra_args(false);
 }
 
-/// The same for an option that is given once.
+/// The same for an option that may be given only once.
 template <class Parse, class Target>
 CLI::Option* addValue(CLI::App& app, const std::string& name, const std::string& placeholder, Parse parse,
                       Target& target, const std::string& help) {

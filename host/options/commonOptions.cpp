@@ -21,7 +21,7 @@ namespace {
 std::optional<std::string> filePath(const std::string& text) {
     const std::string name = text.substr(text.rfind('/') + 1);
     if (name.empty() || name == "." || name == "..")
-        throw UsageError(fmt::format("--output: \"{}\" names no file", text));
+        throw UsageError(fmt::format("--output: \"{}\" is not a file name", text));
     return text;
 }
 
@@ -33,13 +33,21 @@ std::optional<OutputPattern> folderPattern(const std::string& text) {
     return OutputPattern(text);
 }
 
-std::optional<ProgressWish> progressWish(const std::string& text) {
+std::optional<ProgressMode> parseProgressMode(const std::string& text) {
     if (text == "auto")
-        return ProgressWish::Automatic;
+        return ProgressMode::Automatic;
     if (text == "always")
-        return ProgressWish::Always;
+        return ProgressMode::Always;
     if (text == "never")
-        return ProgressWish::Never;
+        return ProgressMode::Never;
+    return std::nullopt;
+}
+
+std::optional<bool> sandboxWish(const std::string& text) {
+    if (text == "auto")
+        return false;
+    if (text == "require")
+        return true;
     return std::nullopt;
 }
 
@@ -59,10 +67,10 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
                const std::string& help) {
     const std::string group = "Output";
     addValue(app, "-o,--output", placeholder, parse, output, help)->required()->group(group);
-    app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
+    app.add_flag("--overwrite", overwrite, "replace existing files")->group(group);
 }
 
-/// What all exports have in common but their output.
+/// The options of all exports except those of the output.
 void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addStrict(app, options.strict);
     addInputs(app, request.inputs);
@@ -79,15 +87,15 @@ void addFilters(CLI::App& app, Filters& filters) {
     const std::string group = "Selection (each may be given several times)";
     addRepeatable(
         app, "--time", "MIN:MAX", parseTimeRange, [&](const auto& range) { filters.times.push_back(range); },
-        "take slices of these times, both ends included, or of one time")
+        "select slices of these times, both ends included, or of one time")
         ->group(group);
     addRepeatable(
         app, "--grid", "GLOB", anyText, [&](const auto& glob) { filters.grids.push_back(glob); },
-        "take grids of these names; *, ? and [...] as in the shell")
+        "select grids with these names; *, ? and [...] as in the shell")
         ->group(group);
     addRepeatable(
         app, "--field", "GLOB", anyText, [&](const auto& glob) { filters.fields.push_back(glob); },
-        "take fields of these names")
+        "select fields with these names")
         ->group(group);
 }
 
@@ -101,14 +109,24 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
              fmt::format("cut LAS and LAZ points into pieces of N (default {})", inputs.fragmentPoints))
         ->group(group);
     addValue(app, "--memory-limit", "SIZE", parseByteSize, inputs.memoryLimit,
-             fmt::format("memory for arrays that can be read again, such as 512M or 4G (default {})",
-                         sizeText(Anchor::Cache::defaultLimit)))
+             fmt::format(
+                 "memory for arrays, such as 512M or 4G (default {} for those that can be read again, three "
+                 "quarters of the memory for one that cannot be read in parts)",
+                 sizeText(Anchor::Cache::defaultLimit)))
+        ->group(group);
+    addValue(app, "--sandbox", "WHEN", sandboxWish, inputs.requiresSandbox,
+             "auto (as far as the system has it), or require: no bundle\nfile or raster is read without it")
+        ->group(group);
+    addValue(
+        app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
+        "coordinate reference system of all grids: EPSG:25832+5783,\na file of well-known text, or none; "
+        "nothing is transformed")
         ->group(group);
 }
 
 void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp) {
     const std::string group = "Messages";
-    addValue(app, "--progress", "WHEN", progressWish, report.progress,
+    addValue(app, "--progress", "WHEN", parseProgressMode, report.progress,
              "auto (on a terminal), always or never")
         ->group(group);
     app.add_flag("-q,--quiet", report.quiet, "errors only")->group(group);
@@ -128,19 +146,18 @@ void addOptionalOutput(CLI::App& app, std::optional<std::string>& output, bool& 
 }
 
 void addStrict(CLI::App& app, bool& strict) {
-    app.add_flag("--strict", strict, "an error, and no output, where anything would be lost")
-        ->group("Output");
+    app.add_flag("--strict", strict, "treat losses as errors, and write nothing")->group("Output");
 }
 
 void addFileExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addOutput(app, "OUTPUT", filePattern, options.output, options.overwrite,
-              "the file to write; {grid} and {time} in it\ngive each grid or time a file of its own");
+              "the file to write; {grid} and {time} in it\ngive each grid or time its own file");
     addExport(app, request, options);
 }
 
 void addFolderExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addOutput(app, "DIRECTORY", folderPattern, options.output, options.overwrite,
-              "the folder to fill; {grid} and {time} in it\ngive each grid or time a folder of its own");
+              "the folder to fill; {grid} and {time} in it\ngive each grid or time its own folder");
     addExport(app, request, options);
 }
 

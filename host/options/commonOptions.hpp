@@ -10,7 +10,7 @@
 
 #include <CLI/CLI.hpp>
 
-/// Options that several commands have. What they are read into outlives the parsing.
+/// Options that several commands share. The objects that receive the values must outlive the parsing.
 namespace Tidewatch {
 
 void addInputs(CLI::App& command, InputOptions& inputs);
@@ -29,13 +29,13 @@ void addBundleFile(CLI::App& command, std::string& output, bool& overwrite);
 /// `--strict` of a command that writes files.
 void addStrict(CLI::App& command, bool& strict);
 
-/// What an export into files has in common with others: everything but its own settings.
+/// All options of an export into files except those of its format.
 void addFileExport(CLI::App& command, ExportRequest& request, ExportOptions& options);
 
 /// The same for an export that fills a folder.
 void addFolderExport(CLI::App& command, ExportRequest& request, ExportOptions& options);
 
-/// Closes a command: its help option comes last.
+/// Completes a command: its help option comes last.
 void finish(CLI::App& command, const std::string& footer);
 
 } // namespace Tidewatch

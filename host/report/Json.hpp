@@ -10,7 +10,7 @@ namespace Tidewatch {
 /// JSON whose members stay in the order in which they were set.
 using Json = nlohmann::ordered_json;
 
-/// A document for standard output. Names come from files: what is not UTF-8 in them is replaced by U+FFFD.
+/// A document for standard output. Names from files may contain invalid UTF-8, which is replaced by U+FFFD.
 [[nodiscard]] inline std::string jsonText(const Json& document) {
     return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -33,9 +33,9 @@ std::string_view cut(std::string_view text, std::size_t width) {
 
 } // namespace
 
-Messages::Messages(Loudness loudness, std::FILE* stream)
+Messages::Messages(Verbosity verbosity, std::FILE* stream)
     : stream_(stream),
-      quiet_(loudness == Loudness::Quiet),
+      quiet_(verbosity == Verbosity::Quiet),
       earlierSink_(Anchor::Console::setSink([this](std::string_view message) { note(message); })) {}
 
 Messages::~Messages() {
@@ -43,13 +43,13 @@ Messages::~Messages() {
     try {
         status({});
     } catch (...) {
-        // The status line stays on the screen; nothing else is lost.
+        // The only consequence is that the status line stays on the screen.
     }
 }
 
 void Messages::line(std::string_view text) {
     const std::string below = std::exchange(status_, {});
-    // Carriage return and "erase to the end of the line" (ECMA-48 EL) take the status line away.
+    // Carriage return and "erase to the end of the line" (ECMA-48 EL) remove the status line.
     std::string all = below.empty() ? "" : "\r\x1b[K";
     all.append(text).append("\n").append(below);
     std::fwrite(all.data(), 1, all.size(), stream_);

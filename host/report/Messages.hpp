@@ -9,29 +9,30 @@
 
 namespace Tidewatch {
 
-/// The program's standard error: lines of text, and below them, on a terminal, one status line that is drawn
-/// anew in place.
+/// The program's standard error: lines of text, and below them, on a terminal, one status line that is
+/// redrawn in place.
 ///
-/// Used by one thread. While it lives, console messages of the libraries come here too, a line each.
+/// For use by one thread. As long as it exists, console messages of the libraries go here, too, one line
+/// each.
 class Messages {
 public:
-    enum class Loudness {
+    enum class Verbosity {
         /// Everything.
         Normal,
         /// Errors only.
         Quiet
     };
 
-    /// `stream` stays the caller's.
-    explicit Messages(Loudness loudness, std::FILE* stream = stderr);
+    /// The caller owns `stream`.
+    explicit Messages(Verbosity verbosity, std::FILE* stream = stderr);
     ~Messages();
     Messages(const Messages&) = delete;
     Messages& operator=(const Messages&) = delete;
 
-    /// A line as it stands, also when quiet: what somebody has asked for.
+    /// Writes a line as it is, even when quiet: for output that was requested.
     void line(std::string_view text);
 
-    /// A line as it stands, unless quiet.
+    /// Writes a line as it is, unless quiet.
     void note(std::string_view text);
 
     /// "tidewatch: warning: TEXT", unless quiet.
@@ -40,11 +41,10 @@ public:
     /// "tidewatch: TEXT".
     void error(std::string_view text);
 
-    /// Shows a status line, cut to the width of the terminal, in the place of the one before; empty takes it
-    /// away.
+    /// Replaces the status line, cut to the width of the terminal; an empty text removes it.
     void status(std::string_view text);
 
-    /// Whether the stream is a terminal on which a status line can be drawn anew.
+    /// Whether the stream is a terminal on which a status line can be redrawn.
     [[nodiscard]] bool canRedraw() const;
 
 private:

@@ -17,7 +17,7 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr std::chrono::milliseconds redrawInterval{100};
 constexpr std::chrono::seconds lineInterval{1};
-// Rates from less than this jump about.
+// Rates over a shorter time fluctuate.
 constexpr Seconds settlingTime{0.5};
 constexpr int barWidth = 24;
 
@@ -53,12 +53,12 @@ std::string progressLine(const ProgressState& state) {
     return line;
 }
 
-ProgressBar::ProgressBar(ProgressWish wish, Messages& messages, std::function<Clock::time_point()> now)
+ProgressBar::ProgressBar(ProgressMode mode, Messages& messages, std::function<Clock::time_point()> now)
     : messages_(messages),
       now_(std::move(now)) {
-    if (wish != ProgressWish::Never && messages_.canRedraw())
+    if (mode != ProgressMode::Never && messages_.canRedraw())
         mode_ = Mode::Redraw;
-    else if (wish == ProgressWish::Always)
+    else if (mode == ProgressMode::Always)
         mode_ = Mode::Lines;
 }
 

@@ -16,20 +16,20 @@
 namespace Tidewatch {
 
 /// When progress is shown.
-enum class ProgressWish {
+enum class ProgressMode {
     /// On a terminal.
     Automatic,
-    /// Also where standard error is redirected, there as lines.
+    /// Also if standard error is redirected, then as lines.
     Always,
     Never
 };
 
-/// What a line of progress says.
+/// The content of a progress line.
 struct ProgressState {
     std::string text;
-    /// 0 to 1; nothing where the end is not known.
+    /// 0 to 1; nullopt if the end is not known.
     std::optional<double> share;
-    /// Units per second; nothing while too little is known.
+    /// Units per second; nullopt until it can be estimated.
     std::optional<double> rate;
     /// What is counted, in the plural: "points".
     std::string unit;
@@ -39,25 +39,25 @@ struct ProgressState {
 /// "reading [######------------------]  25 %  3.2 M points/s  0:12 left".
 [[nodiscard]] std::string progressLine(const ProgressState& state);
 
-/// Shows how far the work has come, and is where the work is interrupted: every call throws Interrupted once
-/// the user has asked to stop.
+/// Shows the progress of the work, and interrupts it: every call throws Interrupted once the user has asked
+/// to stop.
 ///
-/// Drawing is throttled by the clock, so calls may come as often as they like.
+/// Drawing is throttled by the clock, so calls may be as frequent as the caller likes.
 class ProgressBar final : public Progress {
 public:
     using Clock = std::chrono::steady_clock;
 
     /// `messages` must outlive the bar. `now` replaces the clock in tests.
-    ProgressBar(ProgressWish wish, Messages& messages, std::function<Clock::time_point()> now = &Clock::now);
+    ProgressBar(ProgressMode mode, Messages& messages, std::function<Clock::time_point()> now = &Clock::now);
     ~ProgressBar() override;
 
     void begin(const std::string& text, double total, const std::string& unit) override;
     void piece(double done, double size) override;
     /// Draws at once.
     void say(const std::string& text) override;
-    /// Without begun work the file itself is the work.
+    /// Unless begin() was called, the file itself is the work.
     void tick(const std::string& file, double share) override;
-    /// The bar goes away.
+    /// Removes the bar.
     void end() override;
     void check() override;
 

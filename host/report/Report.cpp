@@ -10,9 +10,9 @@ namespace Tidewatch {
 
 Report::Report(const ReportOptions& options, std::string command)
     : options_(options),
-      messages_(options.quiet ? Messages::Loudness::Quiet : Messages::Loudness::Normal),
+      messages_(options.quiet ? Messages::Verbosity::Quiet : Messages::Verbosity::Normal),
       bar_(
-          Anchor::makeStrong<ProgressBar>(options.quiet ? ProgressWish::Never : options.progress, messages_)),
+          Anchor::makeStrong<ProgressBar>(options.quiet ? ProgressMode::Never : options.progress, messages_)),
       command_(std::move(command)) {}
 
 bool Report::acceptLosses(const std::vector<Loss>& losses, bool strict) {
@@ -24,7 +24,7 @@ bool Report::acceptLosses(const std::vector<Loss>& losses, bool strict) {
     }
     if (!strict || losses.empty())
         return true;
-    messages_.error("nothing was put in place, since --strict refuses losses");
+    messages_.error("nothing was put in place, because --strict refuses losses");
     return false;
 }
 

@@ -11,15 +11,15 @@
 
 namespace Tidewatch {
 
-/// What a command says while it works and at the end.
+/// What a command prints while it works and at the end.
 struct ReportOptions {
-    ProgressWish progress = ProgressWish::Automatic;
-    /// Errors, and what was asked for by an option of its own; nothing else.
+    ProgressMode progress = ProgressMode::Automatic;
+    /// Print only errors and output that an option requested.
     bool quiet = false;
     bool json = false;
 };
 
-/// All that a command says: messages and progress while it works, losses, and the summary of what is in
+/// The output of a command: messages and progress while it works, losses, and the summary of the files in
 /// place.
 class Report {
 public:
@@ -28,10 +28,10 @@ public:
     [[nodiscard]] Messages& messages() noexcept { return messages_; }
     [[nodiscard]] const Anchor::StrongPtr<ProgressBar>& bar() const noexcept { return bar_; }
 
-    /// Tells the losses: as warnings, or when `strict` as errors. False when they are not to be accepted.
+    /// Prints the losses: as warnings, or if `strict` as errors. False if they are not accepted.
     [[nodiscard]] bool acceptLosses(const std::vector<Loss>& losses, bool strict);
 
-    /// Writes what is in place to standard output. Throws Anchor::FileError.
+    /// Writes the summary of the files in place to standard output. Throws Anchor::FileError.
     void printSummary(const ExportReport& report) const;
 
 private:

@@ -22,7 +22,7 @@ void writeStandardOutput(std::string_view text) {
 
 void openMissingStandardStreams() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        // The lowest free number is given out first, so this fills exactly the one that is missing.
+        // The system assigns the lowest free number, so this opens exactly the missing one.
         if (::fcntl(descriptor, F_GETFD) < 0 && errno == EBADF)
             ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }

@@ -5,12 +5,12 @@
 
 namespace Tidewatch {
 
-/// Writes all of a text to standard output at once. Throws Anchor::FileError when it cannot be written, a
-/// closed reader included.
+/// Writes a whole text to standard output at once. Throws Anchor::FileError if it cannot be written, for
+/// example to a closed pipe.
 void writeStandardOutput(std::string_view text);
 
-/// Opens descriptors 0 to 2 where the program was started without them, so that no output file gets one of
-/// these numbers. Nothing can be written to one that was opened here.
+/// Opens those of the descriptors 0 to 2 without which the program was started, so that no output file gets
+/// one of these numbers. The descriptors opened here cannot be written to.
 void openMissingStandardStreams();
 
 } // namespace Tidewatch

@@ -13,7 +13,7 @@ std::string summaryText(const ExportReport& report) {
     std::string text;
     for (const ExportReport::File& file : report.files)
         text += fmt::format("{}: {} {}, {} bytes{}\n", file.path, file.items, file.unit, file.bytes,
-                            file.bytesBefore != 0 ? fmt::format(", added to {} bytes", file.bytesBefore)
+                            file.bytesBefore != 0 ? fmt::format(", appended to {} bytes", file.bytesBefore)
                                                   : std::string());
     return text;
 }

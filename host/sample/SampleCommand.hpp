@@ -15,7 +15,7 @@ struct SampleRequest {
     bool overwrite = false;
     ReportOptions report;
 
-    /// Gives the exit status. Throws Anchor::Error when the file cannot be written, and Interrupted; then
+    /// Returns the exit status. Throws Anchor::Error if the file cannot be written, and Interrupted; then
     /// nothing has been put in place.
     [[nodiscard]] int run() const;
 };

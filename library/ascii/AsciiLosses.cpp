@@ -26,12 +26,13 @@ using Fragment = AsciiPlan::Fragment;
 /// A fragment that became a file.
 struct Written {
     const Fragment* fragment;
-    /// The place in the exporter's record.
+    /// The index in the exporter's record.
     std::size_t file;
 };
 
-/// The planned fragments of which files were written: both lists go by the exporter's order.
-std::vector<Written> writtenOf(const ExportedGrid& exported, const AsciiPlan& plan) {
+/// The planned fragments for which files were written: both lists are in the exporter's order.
+std::vector<Written> writtenFragments(const ExportedGrid& exported, const AsciiPlan& plan,
+                                      std::span<const ConvLib::WrittenFile> record) {
     std::vector<Written> written;
     auto next = plan.fragments.begin();
     for (const ExportedGrid::Fragment& taken : exported.fragments) {
@@ -41,8 +42,11 @@ std::vector<Written> writtenOf(const ExportedGrid& exported, const AsciiPlan& pl
         });
         if (next == plan.fragments.end())
             break;
-        for (std::size_t file = taken.firstFile; file != taken.endFile; ++file)
-            written.push_back({&*next, file});
+        for (std::size_t file = taken.firstFile; file != taken.endFile; ++file) {
+            // The reference system beside a grid is not the fragment.
+            if (!record[file].path.ends_with(".prj"))
+                written.push_back({&*next, file});
+        }
         ++next;
     }
     return written;
@@ -54,7 +58,7 @@ public:
            std::span<const ConvLib::WrittenFile> record, Losses& losses)
         : exported_(exported),
           planned_(planned),
-          written_(writtenOf(exported, planned.plan)),
+          written_(writtenFragments(exported, planned.plan, record)),
           settings_(settings),
           record_(record),
           losses_(losses),
@@ -71,7 +75,7 @@ public:
 
 private:
     void findFields();
-    void findUntakenFields();
+    void findUnselectedFields();
     void findEmptyFiles();
     void findSharedFiles();
     void findLattices();
@@ -79,7 +83,8 @@ private:
     void findCoordinateRounding();
     void findValues();
 
-    /// How many items a file got from one fragment; records of files that are added to sum up.
+    /// The number of items that a file got from one fragment; records of files that are appended to are
+    /// cumulative.
     [[nodiscard]] std::uint64_t itemsOf(const Written& written) const;
     [[nodiscard]] std::string whyEmpty(const Fragment& fragment) const;
 
@@ -117,21 +122,21 @@ void Finder::findFields() {
     for (const auto& [field, reason] : leftOut)
         add("fields", "{} is left out: {}", field, reason);
     if (settings_.refinementLevel == -1)
-        findUntakenFields();
+        findUnselectedFields();
 }
 
-/// A level that is asked for is a filter; that the highest one stands for it has to be told.
-void Finder::findUntakenFields() {
+/// A requested level is a filter; the default, which takes only the highest level, causes a loss.
+void Finder::findUnselectedFields() {
     std::set<std::string> taken;
-    std::set<std::string> untaken;
+    std::set<std::string> unselected;
     for (const Fragment& fragment : planned_.plan.fragments) {
         if (!fragment.isExcluded)
-            (fragment.isSelected ? taken : untaken).insert(fragment.field);
+            (fragment.isSelected ? taken : unselected).insert(fragment.field);
     }
-    for (const std::string& field : untaken) {
+    for (const std::string& field : unselected) {
         if (!taken.contains(field))
             add("fields",
-                "{} is left out: it lies on other skeletons than the vertices of the highest level; "
+                "{} is left out: it is only on skeletons other than the vertices of the highest level; "
                 "--ref-level -2 takes all",
                 field);
     }
@@ -164,13 +169,13 @@ void Finder::findEmptyFiles() {
         add("empty", "{}: {} without a value: {}", which.first, counted(count, "fragment"), which.second);
 }
 
-/// Skeletons of one level, charts and fragments may come to one name.
+/// Skeletons of the same level, charts and fragments may get the same file name.
 void Finder::findSharedFiles() {
     std::map<std::string, std::size_t> timesWritten;
     for (const Written& written : written_)
         ++timesWritten[record_[written.file].path];
     std::size_t overwritten = 0;
-    std::size_t chained = 0;
+    std::size_t appended = 0;
     for (const Written& written : written_) {
         const auto entry = timesWritten.find(record_[written.file].path);
         if (entry == timesWritten.end())
@@ -178,22 +183,23 @@ void Finder::findSharedFiles() {
         if (entry->second > 1 && !settings_.append)
             ++overwritten;
         if (entry->second > 1 && settings_.append && written.fragment->lattice)
-            ++chained;
+            ++appended;
         timesWritten.erase(entry);
     }
     if (overwritten != 0)
         add("overwritten",
-            "{} of several skeletons or charts came to one name, of which the last is kept; "
+            "{} written for several skeletons or charts, of which only the last is kept; "
             "--ref-level keeps levels apart",
             counted(overwritten, "file"));
-    if (chained != 0)
+    if (appended != 0)
         add("joined",
-            "{} with the grids of several fragments one behind the other, of which programs read the first",
-            counted(chained, "file"));
+            "{} with the grids of several fragments one after the other, of which most programs read only "
+            "the first",
+            counted(appended, "file"));
 }
 
 void Finder::findLattices() {
-    // The fields of one fragment stand on the same lattice.
+    // The fields of one fragment share a lattice.
     std::set<std::string> roundings;
     std::uint64_t shift = 0;
     for (const Written& written : written_) {
@@ -208,7 +214,7 @@ void Finder::findLattices() {
         add("rounding", "{}", rounding);
     if (shift != 0)
         add("shift",
-            "the values of fragments that overlap their southern neighbour stand up to {} too far north",
+            "the values of fragments that overlap their southern neighbour are up to {} too far north",
             counted(shift, "row"));
 }
 
@@ -232,7 +238,7 @@ void Finder::findCoordinateRounding() {
         if (const auto axis = exported_.survey.axis(number))
             finest = std::min(finest, axis->stepToKeep(statedSteps[number]));
     }
-    // A step that was computed, as 1 / 1000000.
+    // Tolerates a step that was computed, such as 1 / 1000000.
     if (finest < textStep * (1 - 1e-9))
         add("rounding",
             "coordinates are rounded by up to {:.2g}, more than the input's step of {:.2g} allows; text has "

@@ -13,8 +13,7 @@ namespace Tidewatch {
 using ExportLib::AsciiSettings;
 using PlannedTexts = PlannedGrids<ExportLib::AsciiPlan>;
 
-/// What text files do not carry of a grid, or not as it was. `record` is the exporter's record of written
-/// files.
+/// Adds what text files drop or change of a grid. `record` is the exporter's record of written files.
 void addAsciiLosses(const ExportedGrid& exported, const PlannedTexts::Grid& planned,
                     const AsciiSettings& settings, std::span<const ConvLib::WrittenFile> record,
                     Losses& losses);

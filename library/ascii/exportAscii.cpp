@@ -3,9 +3,13 @@
 
 #include "ascii/ExportPointCloudToASCII.hpp"
 #include "library/ascii/AsciiLosses.hpp"
+#include "library/crs/gridSystem.hpp"
 #include "library/export/PlannedGrids.hpp"
+#include "library/export/propertyLosses.hpp"
 #include "library/report/Wording.hpp"
 
+#include <algorithm>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -24,6 +28,14 @@ AsciiPlan planOf(const Sheaf::Grid& grid, const AsciiSettings& settings, Selecti
                          [&](const std::string& field) { return selection.UseThisField(field); });
 }
 
+/// What goes into .prj files, which stand beside grids that have files of their own.
+WrittenSystem prjOf(const Sheaf::Grid& grid, const AsciiPlan& plan, const AsciiSettings& settings) {
+    const bool hasGrids = std::any_of(plan.fragments.begin(), plan.fragments.end(), [](const auto& fragment) {
+        return fragment.form == AsciiPlan::Form::Grid;
+    });
+    return hasGrids && !settings.append ? systemForPrj(grid) : WrittenSystem();
+}
+
 class AsciiRun final : public ExportRun {
 public:
     AsciiRun(const AsciiOptions& options, const ExportFormat::Context& context, const RunScope& scope)
@@ -31,6 +43,7 @@ public:
           planned_(
               context, scope,
               [&](const Sheaf::Grid& grid) { return planOf(grid, options.settings, context.selection); }),
+          bundle_(context.inputs.bundle()),
           recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.FilterField = options.settings.filterField;
@@ -43,10 +56,19 @@ public:
         for (const auto& range : options.cellTypes)
             exporter_.CellTypeFilter.add(range.low, range.high);
         context.progress->begin("writing", planned_.elements(), "values");
+        context.selection.forEachGrid(
+            *bundle_, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+                if (scope.admits(time) && scope.admits(name))
+                    systems_[{time, name}] =
+                        prjOf(grid, planOf(grid, options.settings, context.selection), options.settings);
+            });
+        for (const auto& [key, system] : systems_)
+            exporter_.setAdditions(key.first, key.second, system.additions);
     }
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
     RunRecorder& recorder() override { return *recorder_; }
+    std::set<std::string> fieldsRead() const override { return planned_.fieldsRead(); }
 
     std::string moreSettings() const override {
         std::string text = exporter_.TileSuffix ? "\nTileSuffix " : "";
@@ -64,11 +86,18 @@ public:
     void findLosses(const ExportedGrid& exported, Losses& losses) const override {
         if (const PlannedTexts::Grid* const grid = planned_.find(exported))
             addAsciiLosses(exported, *grid, options_.settings, exporter_.writtenFiles(), losses);
+        const auto system = systems_.find({exported.time, exported.name});
+        KeptProperties kept;
+        kept.referenceSystem = system != systems_.end() && !system->second.additions.prj.empty();
+        addPropertyLosses(exported, *bundle_, kept, losses);
     }
 
 private:
     const AsciiOptions& options_;
     PlannedTexts planned_;
+    Anchor::StrongPtr<Sheaf::Bundle> bundle_;
+    /// By time and grid.
+    std::map<std::pair<double, std::string>, WrittenSystem> systems_;
     Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToASCII exporter_;
 };
@@ -81,7 +110,7 @@ public:
     std::string_view extension() const override { return {}; }
     std::string_view unit() const override { return "points"; }
     std::string_view unitOf(const fs::path& file) const override {
-        return file.extension() == ".grd" ? "cells" : unit();
+        return file.extension() == ".grd" ? "cells" : file.extension() == ".prj" ? "text" : unit();
     }
 
     bool fillsFolder() const override { return true; }
@@ -92,9 +121,15 @@ public:
         const auto addFilesOf = [&](double time, const std::string& name, const Sheaf::Grid& grid) {
             if (!scope.admits(time) || !scope.admits(name))
                 return;
-            for (const auto& fragment : planOf(grid, options_.settings, context.selection).fragments) {
-                if (fragment.form != AsciiPlan::Form::None && fragment.isCertain)
-                    files.insert(fs::path(scope.output) / fragment.file);
+            const AsciiPlan plan = planOf(grid, options_.settings, context.selection);
+            const bool hasPrj = !prjOf(grid, plan, options_.settings).additions.prj.empty();
+            for (const auto& fragment : plan.fragments) {
+                if (fragment.form == AsciiPlan::Form::None || !fragment.isCertain)
+                    continue;
+                fs::path file = fs::path(scope.output) / fragment.file;
+                files.insert(file);
+                if (hasPrj && fragment.form == AsciiPlan::Form::Grid)
+                    files.insert(file.replace_extension(".prj"));
             }
         };
         context.selection.forEachGrid(*context.inputs.bundle(), addFilesOf);

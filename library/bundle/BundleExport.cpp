@@ -2,7 +2,9 @@
 #include "library/bundle/BundleExport.hpp"
 
 #include "anchor/Error.hpp"
+#include "library/export/propertyLosses.hpp"
 #include "library/info/Inventory.hpp"
+#include "library/input/Filters.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
 #include "readers/bundle/BundleFileWriter.hpp"
@@ -32,7 +34,8 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
     const fs::path place = state_->path.parent_path();
     std::optional<StagingFolder>& folder = state_->folder;
     folder.emplace(place.empty() ? fs::path(".") : place);
-    const fs::path staged = folder->path() / state_->path.filename();
+    const StagingFolder::Run run = folder->beginRun();
+    const fs::path staged = run.path() / state_->path.filename();
     BundleFileWriteOptions options;
     options.Progress = [&](std::uint64_t done, std::uint64_t total) {
         if (done == 0)
@@ -42,17 +45,23 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
     try {
         writeBundleFile(bundle, staged.string(), options);
     } catch (const Anchor::FileError& error) {
-        // Users know the file by its final name.
+        // The user only knows the final name of the file.
         std::string message = error.what();
         if (message.starts_with(staged.string()))
             message.replace(0, staged.string().size(), state_->path.string());
         throw Anchor::FileError(message);
     }
     progress.end();
-    state_->placement.add(staged, state_->path);
+    state_->placement.add(run.name() / state_->path.filename(), state_->path);
     return {state_->path.string(), Inventory::of(bundle, {}, false).points(),
             fs::file_size(staged), "points",
             std::nullopt,          std::nullopt};
+}
+
+void BundleExport::addLosses(const Sheaf::Bundle& bundle, Losses& losses) {
+    Selection(Filters{}).forEachGrid(bundle, [&](double time, const std::string& name, const Sheaf::Grid&) {
+        addPropertyLosses({time, name}, bundle, {}, losses);
+    });
 }
 
 void BundleExport::commit() {

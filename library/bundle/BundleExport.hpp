@@ -5,6 +5,7 @@
 #include "anchor/Visibility.hpp"
 #include "library/Progress.hpp"
 #include "library/export/ExportReport.hpp"
+#include "library/report/Losses.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <memory>
@@ -13,16 +14,19 @@
 
 namespace Tidewatch {
 
-/// A bundle file that is written beside its place and put there once it is complete and wanted.
+/// Writes a bundle file to a temporary folder, and puts it in place on request.
 class TIDEWATCH_API BundleExport {
 public:
-    /// Throws Anchor::FileError when nothing may be put at `path` (see Placement), before any work.
+    /// Throws Anchor::FileError if nothing may be put at `path` (see Placement), before any work.
     BundleExport(std::string path, bool overwrite, std::vector<Anchor::FileIdentity> inputs);
     ~BundleExport();
 
-    /// Writes the bundle into a folder for unfinished files. Gives the file's line of a report. Throws
+    /// Writes the bundle into a folder for unfinished files. Returns the file's entry of a report. Throws
     /// Anchor::Error and what the progress object throws.
     [[nodiscard]] ExportReport::File write(const Sheaf::Bundle& bundle, Progress& progress);
+
+    /// What bundle files do not hold of the grids of a bundle.
+    static void addLosses(const Sheaf::Bundle& bundle, Losses& losses);
 
     /// Puts the written file in place. Throws Anchor::FileError; then nothing has been put in place.
     void commit();

@@ -11,7 +11,7 @@ namespace {
 
 constexpr double powersOfTen[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
 
-/// The nearest whole number, without the call that std::rint is where the processor's own is not to be used.
+/// The nearest whole number, without a call of std::rint, which is a function on baseline x86-64 processors.
 double nearest(double value) {
     constexpr double shifter = 0x1.8p52;
     return std::abs(value) < 0x1p51 ? (value + shifter) - shifter : std::rint(value);
@@ -54,7 +54,7 @@ void CoordinateSurvey::lookAlong(Progress& axis, std::span<const Geom::PhysicalS
     axis.upper = upper;
     axis.isEmpty = false;
 
-    // Coordinates come from sums of an offset and a multiple of a scale, each rounded at the magnitude of the
+    // Coordinates are sums of an offset and a multiple of a scale, each rounded at the magnitude of the
     // range.
     const double tolerance =
         4 * std::numeric_limits<double>::epsilon() * std::max(std::abs(lower), std::abs(upper));
@@ -63,7 +63,7 @@ void CoordinateSurvey::lookAlong(Progress& axis, std::span<const Geom::PhysicalS
     double stepsPerUnit = powersOfTen[axis.decimals];
     for (const auto& point : points) {
         const double value = point.*coordinate;
-        // False for what is not finite, too.
+        // isMultiple() is false for values that are not finite, too.
         if (isMultiple(value, stepsPerUnit, tolerance) || !std::isfinite(value))
             continue;
         do {

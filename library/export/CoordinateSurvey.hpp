@@ -11,24 +11,24 @@
 
 namespace Tidewatch {
 
-/// What is learnt of the coordinates of a cloud by looking through them once: their range and the step they
-/// stand on.
+/// Collects the range of a cloud's coordinates and the step of which they are multiples, in one pass.
 ///
-/// Cost: a few nanoseconds a point. Coordinates that are not finite count as points and tell nothing else.
+/// Cost: a few nanoseconds per point. Coordinates that are not finite count as points and are otherwise
+/// ignored.
 class CoordinateSurvey {
 public:
     static constexpr std::size_t axes = 3;
 
-    /// What is known of one axis.
+    /// The coordinates along one axis.
     struct Axis {
         double lower;
         double upper;
         /// The coarsest of 1, 0.1, ... 1e-9 of which every coordinate is a multiple within the rounding of
-        /// doubles of this range; nothing where there is none.
+        /// doubles of this range; nullopt if there is none.
         std::optional<double> decimalStep;
 
-        /// The step to which coordinates are to be kept: the one that the input states (0: it states none),
-        /// else the decimal step, else the resolution of doubles of this range.
+        /// The step that an output should preserve: the one that the input states (0: it states none), else
+        /// the decimal step, else the resolution of doubles of this range.
         [[nodiscard]] double stepToKeep(double statedStep) const;
     };
 
@@ -36,7 +36,7 @@ public:
 
     [[nodiscard]] std::uint64_t points() const noexcept { return points_; }
 
-    /// An axis (0 is x); nothing while it has met no finite coordinate.
+    /// An axis (0 is x); nullopt if it has no finite coordinates.
     [[nodiscard]] std::optional<Axis> axis(std::size_t number) const;
 
 private:
@@ -45,7 +45,7 @@ private:
     struct Progress {
         double lower;
         double upper;
-        int decimals; // finestDecimal + 1: no step
+        int decimals; // finestDecimal + 1 means no step
         bool isEmpty = true;
     };
 

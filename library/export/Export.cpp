@@ -2,6 +2,7 @@
 #include "library/export/Export.hpp"
 
 #include "anchor/Error.hpp"
+#include "library/output/FolderLock.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
 #include "library/report/Wording.hpp"
@@ -28,25 +29,32 @@ namespace {
 
 /// Where a file came from.
 struct Origin {
-    /// The grids that it was written for.
+    /// The grids for which it was written.
     std::vector<const ExportedGrid*> grids;
-    /// The last entry of the exporter's record that tells of it.
+    /// The last entry for it in the exporter's record.
     std::size_t lastRecord = 0;
 };
 
-fs::path relativeTo(const StagingFolder& folder, const ConvLib::WrittenFile& file) {
+fs::path relativeTo(const StagingFolder::Run& folder, const ConvLib::WrittenFile& file) {
     return fs::path(file.path).lexically_relative(folder.path());
+}
+
+/// The text with another name for a folder.
+std::string renamed(std::string text, const std::string& folder, const std::string& by) {
+    for (std::size_t place = 0; (place = text.find(folder, place)) != std::string::npos; place += by.size())
+        text.replace(place, folder.size(), by);
+    return text;
 }
 
 } // namespace
 
-class Export::Course {
+class Export::Impl {
 public:
-    Course(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
-           Anchor::StrongPtr<Progress> progress);
-    ~Course();
-    Course(const Course&) = delete;
-    Course& operator=(const Course&) = delete;
+    Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
+         Anchor::StrongPtr<Progress> progress);
+    ~Impl();
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
 
     const ExportReport& write();
     const ExportReport& place();
@@ -57,12 +65,14 @@ private:
 
     void checkPlaces(const std::vector<RunScope>& scopes);
     bool runOnce(const RunScope& scope);
-    void collectFiles(ExportRun& run, const StagingFolder& folder);
+    void collectFiles(ExportRun& run, const StagingFolder::Run& folder);
     void noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids);
     void noteSharedFiles(const std::vector<std::string>& files, const Grids& grids);
     void noteProperties();
     [[nodiscard]] std::string whyNothing() const;
-    [[nodiscard]] Placement::Manner manner() const;
+    [[nodiscard]] Placement::Mode mode() const;
+    /// Where the unfinished files are.
+    [[nodiscard]] fs::path folder() const { return options_.output.fixedFolder(format_->fillsFolder()); }
 
     const Inputs& inputs_;
     ExportOptions options_;
@@ -70,35 +80,36 @@ private:
     Anchor::StrongPtr<Progress> progress_;
     Selection selection_;
     Placement placement_;
-    std::vector<std::unique_ptr<StagingFolder>> folders_;
+    std::optional<StagingFolder> staging_;
     Losses losses_;
     std::vector<std::string> skipped_;
     std::set<std::string> exported_;
     ExportReport report_;
 };
 
-Export::Course::Course(const Inputs& inputs, ExportOptions options,
-                       std::unique_ptr<const ExportFormat> format, Anchor::StrongPtr<Progress> progress)
+Export::Impl::Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
+                   Anchor::StrongPtr<Progress> progress)
     : inputs_(inputs),
       options_(std::move(options)),
       format_(std::move(format)),
       progress_(progress ? std::move(progress) : Anchor::makeStrong<Progress>()),
       selection_(options_.filters),
-      placement_(options_.overwrite, inputs_.identities()) {}
-
-Export::Course::~Course() {
-    // A folder may lie in one that an earlier one made.
-    while (!folders_.empty())
-        folders_.pop_back();
+      placement_(options_.overwrite, inputs_.identities()) {
+    report_.notes = inputs_.notes();
 }
 
-Placement::Manner Export::Course::manner() const {
-    return format_->addsToFiles() ? Placement::Manner::Append : Placement::Manner::Replace;
+Export::Impl::~Impl() = default;
+
+Placement::Mode Export::Impl::mode() const {
+    return format_->addsToFiles() ? Placement::Mode::Append : Placement::Mode::Replace;
 }
 
-const ExportReport& Export::Course::write() {
+const ExportReport& Export::Impl::write() {
     const std::vector<RunScope> scopes = planRuns(options_.output, selection_, *inputs_.bundle());
     checkPlaces(scopes);
+    staging_.emplace(folder());
+    for (const std::string& leftover : staging_->leftovers())
+        report_.notes.push_back(leftover);
     for (const RunScope& scope : scopes)
         report_.completed = runOnce(scope) && report_.completed;
     progress_->end();
@@ -109,40 +120,44 @@ const ExportReport& Export::Course::write() {
     return report_;
 }
 
-const ExportReport& Export::Course::place() {
+const ExportReport& Export::Impl::place() {
     if (!report_.completed)
         return report_;
     progress_->check();
-    placement_.commit([this] { progress_->check(); });
+    const auto check = [this] { progress_->check(); };
+    std::optional<FolderLock> lock;
+    if (format_->addsToFiles())
+        lock.emplace(
+            folder(), [this](const std::string& text) { progress_->say(text); }, check);
+    placement_.commit(check);
+    for (ExportReport::File& file : report_.files)
+        file.bytesBefore = placement_.bytesBefore(file.path);
     report_.placed = true;
     return report_;
 }
 
-const ExportReport& Export::Course::placeUnlessRefused() {
+const ExportReport& Export::Impl::placeUnlessRefused() {
     const bool isRefused = report_.files.empty() || (options_.strict && !report_.losses.empty());
     return isRefused ? report_ : place();
 }
 
-void Export::Course::checkPlaces(const std::vector<RunScope>& scopes) {
+void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
     for (const RunScope& scope : scopes) {
         if (format_->fillsFolder())
             Placement::checkFolder(scope.output);
         for (const fs::path& file : format_->expectedFiles({inputs_, selection_, progress_}, scope))
-            placement_.check(file, manner());
+            placement_.check(file, mode());
     }
 }
 
-bool Export::Course::runOnce(const RunScope& scope) {
-    const fs::path output = scope.output;
-    // A folder may lie on another file system than the one around it.
-    const fs::path place = format_->fillsFolder() ? output : output.parent_path();
-    folders_.push_back(std::make_unique<StagingFolder>(place.empty() ? fs::path(".") : place));
-    const StagingFolder& folder = *folders_.back();
+bool Export::Impl::runOnce(const RunScope& scope) {
+    const StagingFolder::Run folder = staging_->beginRun();
 
     const auto run = format_->makeRun({inputs_, selection_, progress_}, scope);
+    inputs_.expectFields(run->fieldsRead());
     ConvLib::BasicConverterDefs& exporter = run->exporter();
     exporter.bundleptr = inputs_.bundle();
-    // Only finished files are shown, so nobody waits for single lines.
+    // Only finished files are put in place, so nobody waits for single lines.
     exporter.setFlushLines(false);
     options_.filters.applyTo(exporter);
     if (options_.showSettings) {
@@ -157,13 +172,17 @@ bool Export::Course::runOnce(const RunScope& scope) {
     const bool completed = exporter.Run();
     run->recorder().finish(exporter.writtenFiles());
     progress_->check();
-    report_.errors.insert(report_.errors.end(), exporter.Errors.begin(), exporter.Errors.end());
+    // Users know the output by its own name.
+    const fs::path output = scope.output;
+    const std::string place = format_->fillsFolder() ? output.string() : output.parent_path().string();
+    for (const std::string& error : exporter.Errors)
+        report_.errors.push_back(renamed(error, folder.path().string(), place.empty() ? "." : place));
     if (completed)
         collectFiles(*run, folder);
     return completed;
 }
 
-void Export::Course::collectFiles(ExportRun& run, const StagingFolder& folder) {
+void Export::Impl::collectFiles(ExportRun& run, const StagingFolder::Run& folder) {
     const RunScope& scope = run.recorder().scope();
     const auto target = [&](const fs::path& file) { return format_->placeOf(scope, file); };
     const auto& record = run.exporter().writtenFiles();
@@ -190,7 +209,7 @@ void Export::Course::collectFiles(ExportRun& run, const StagingFolder& folder) {
         const auto& [grids, number] = originOf.at(file);
         const fs::path place = target(file);
         run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
-        placement_.add(folder.path() / file, place, manner());
+        placement_.add(folder.name() / file, place, mode());
         noteFile(place, record[number], grids);
         if (format_->addsToFiles())
             inFiles.insert(grids.begin(), grids.end());
@@ -209,7 +228,7 @@ void Export::Course::collectFiles(ExportRun& run, const StagingFolder& folder) {
         noteSharedFiles(names, grids);
 }
 
-void Export::Course::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
+void Export::Impl::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
     ExportReport::File file{path.string(),
                             written.items,
                             written.bytes,
@@ -229,15 +248,10 @@ void Export::Course::noteFile(const fs::path& path, const ConvLib::WrittenFile& 
         if (!differs(&ExportedGrid::time))
             file.time = last.time;
     }
-    if (format_->addsToFiles()) {
-        std::error_code isNew;
-        const std::uintmax_t size = fs::file_size(path, isNew);
-        file.bytesBefore = isNew ? 0 : size;
-    }
     report_.files.push_back(std::move(file));
 }
 
-void Export::Course::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
+void Export::Impl::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
     constexpr std::size_t namedFiles = 3;
     std::vector<std::string> named = files;
     if (named.size() > namedFiles)
@@ -251,7 +265,7 @@ void Export::Course::noteSharedFiles(const std::vector<std::string>& files, cons
     for (const ExportedGrid* const grid : grids)
         names.push_back(gridAtTime(grid->name, grid->time));
     if (format_->addsToFiles()) {
-        text += joined(names) + " one behind the other";
+        text += joined(names) + " one after the other";
     } else {
         text += names.back() + ", which overwrote ";
         names.pop_back();
@@ -261,14 +275,14 @@ void Export::Course::noteSharedFiles(const std::vector<std::string>& files, cons
                 text + "; {grid} or {time} in OUTPUT keeps them apart");
 }
 
-void Export::Course::noteProperties() {
+void Export::Impl::noteProperties() {
     for (const auto& report : inputs_.reports()) {
         if (report->grid().empty() || exported_.contains(report->grid()))
             losses_.addProperties(*report);
     }
 }
 
-std::string Export::Course::whyNothing() const {
+std::string Export::Impl::whyNothing() const {
     if (!skipped_.empty())
         return joined(skipped_, "; ");
     std::vector<std::string> grids;
@@ -276,25 +290,25 @@ std::string Export::Course::whyNothing() const {
                                      [&](double time, const std::string& name, const Sheaf::Grid&) {
                                          grids.push_back(gridAtTime(name, time));
                                      });
-    return grids.empty() ? "the inputs hold no grid" : "the filters leave out " + joined(grids);
+    return grids.empty() ? "the inputs contain no grid" : "the filters leave out " + joined(grids);
 }
 
 Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
                Anchor::StrongPtr<Progress> progress)
-    : course_(std::make_unique<Course>(inputs, std::move(options), std::move(format), std::move(progress))) {}
+    : impl_(std::make_unique<Impl>(inputs, std::move(options), std::move(format), std::move(progress))) {}
 
 Export::~Export() = default;
 
 const ExportReport& Export::write() {
-    return course_->write();
+    return impl_->write();
 }
 
 const ExportReport& Export::place() {
-    return course_->place();
+    return impl_->place();
 }
 
 const ExportReport& Export::placeUnlessRefused() {
-    return course_->placeUnlessRefused();
+    return impl_->placeUnlessRefused();
 }
 
 } // namespace Tidewatch

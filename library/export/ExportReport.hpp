@@ -10,30 +10,30 @@
 
 namespace Tidewatch {
 
-/// What an export did, or is about to put in place.
+/// What an export did, or will put in place.
 struct ExportReport {
     struct File {
         std::string path;
         std::uint64_t items = 0;
         std::uint64_t bytes = 0;
-        /// What the items are, in the plural: "points".
+        /// The unit of the items, in the plural: "points".
         std::string unit;
-        /// Where the file holds one grid.
+        /// Set if the file contains one grid.
         std::optional<std::string> grid;
         std::optional<double> time;
-        /// What the file held before, where it was added to.
+        /// The previous size of a file that was appended to.
         std::uint64_t bytesBefore = 0;
     };
 
     std::vector<File> files;
     std::vector<Loss> losses;
-    /// What is neither a loss nor a fault and yet worth knowing.
+    /// Remarks that are neither a loss nor an error.
     std::vector<std::string> notes;
-    /// What the exporter said went wrong. Files that are complete are put in place all the same.
+    /// Errors that the exporter recorded. Complete files are put in place anyway.
     std::vector<std::string> errors;
-    /// Whether the exporters came to their end; otherwise nothing is put in place.
+    /// Whether the exporters finished; otherwise nothing is put in place.
     bool completed = true;
-    /// Why there are no files; empty where there are.
+    /// Why there are no files; empty if there are.
     std::string whyNothing;
     /// Whether the files are in place.
     bool placed = false;

@@ -9,22 +9,23 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
 namespace Tidewatch {
 
-/// What an exporter's plans say of the grids of one run, beside what the inputs state of them.
+/// An exporter's plans for the grids of one run, with the coordinate steps of the inputs.
 template <class Plan>
 class PlannedGrids {
 public:
     struct Grid {
         Plan plan;
-        /// The step in which the input stores coordinates; nothing where it stores them as floating-point numbers.
+        /// The step in which the input stores coordinates; nullopt if it stores them as floating-point numbers.
         std::optional<Geom::PhysicalSpace::vector> inputStep;
     };
 
-    /// Has a plan made, before the run, for every grid that the run is going to take up.
+    /// Makes a plan for every grid that the run will export. To be called before the run.
     PlannedGrids(const ExportFormat::Context& context, const RunScope& scope,
                  const std::function<Plan(const Sheaf::Grid&)>& planOf) {
         context.selection.forEachGrid(
@@ -44,7 +45,22 @@ public:
         return found != grids_.end() ? &found->second : nullptr;
     }
 
-    /// Everything that the exporter is going to use, for the progress.
+    /// Calls `visit` with the time, the name and the plan of each grid.
+    template <class Visit>
+    void forEach(Visit&& visit) const {
+        for (const auto& [key, grid] : grids_)
+            visit(key.first, key.second, grid.plan);
+    }
+
+    /// The fields that the exporter may read.
+    [[nodiscard]] std::set<std::string> fieldsRead() const {
+        std::set<std::string> fields;
+        for (const auto& [key, grid] : grids_)
+            fields.merge(grid.plan.fieldsRead());
+        return fields;
+    }
+
+    /// The number of elements that the exporter will use, for the progress.
     [[nodiscard]] double elements() const {
         double sum = 0;
         for (const auto& [key, grid] : grids_)

@@ -22,11 +22,11 @@ class BasicConverterDefs;
 
 namespace Tidewatch {
 
-/// Which files one grid and its fragments became, and what its values went through on the way.
+/// The files that one grid and its fragments became, and how its values changed.
 struct ExportedGrid {
     double time;
     std::string name;
-    /// Places in the exporter's record of written files: from the first to before the last.
+    /// Indices into the exporter's record of written files: [firstFile, endFile).
     std::size_t firstFile = 0;
     std::size_t endFile = 0;
 
@@ -41,7 +41,7 @@ struct ExportedGrid {
     /// In the order of the run.
     std::vector<Fragment> fragments = {};
 
-    /// What an exporter counted of values that changed in one way, added up.
+    /// The sum of an exporter's counts of values that changed in one way.
     struct Change {
         std::uint64_t count = 0;
         std::uint64_t total = 0;
@@ -49,26 +49,27 @@ struct ExportedGrid {
     };
     /// By attribute.
     std::map<std::pair<std::string, ConvLib::ValueChange>, Change> changes = {};
-    /// Of the positions that were written.
+    /// The survey of the positions that were written.
     CoordinateSurvey survey = {};
 
     [[nodiscard]] bool hasFiles() const noexcept { return firstFile != endFile; }
 
-    /// How values of an attribute changed in a way; all zeros where none did.
+    /// How values of an attribute changed in one way; all zeros if none did.
     [[nodiscard]] Change changed(const std::string& attribute, ConvLib::ValueChange change) const;
 };
 
-/// Follows one run of an exporter: narrows it to its scope, passes the questions of the progress object to it, and
-/// notes which grid became which files and how its values changed.
+/// Observes one run of an exporter: restricts it to its scope, connects it to the progress object, and records which
+/// grid became which files and how its values changed.
 class TIDEWATCH_API RunRecorder : public ConvLib::RunObserver {
 public:
     RunRecorder(RunScope scope, Anchor::StrongPtr<Progress> progress);
     ~RunRecorder() override;
 
-    /// Sets the filters of an exporter, whose own filters let the grids of the scope pass, and follows it from now on.
+    /// Sets the filters of an exporter, whose own filters must let the grids of the scope pass, and observes it from
+    /// now on.
     void follow(ConvLib::BasicConverterDefs& exporter);
 
-    /// The run is over; `record` is what the exporter wrote.
+    /// The run is over; `record` is the exporter's record of written files.
     virtual void finish(std::span<const ConvLib::WrittenFile> record);
 
     [[nodiscard]] const RunScope& scope() const noexcept { return scope_; }

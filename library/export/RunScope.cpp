@@ -42,7 +42,7 @@ std::vector<RunScope> planRuns(const OutputPattern& pattern, const Selection& se
         scope.output = pattern.fill(grid, time);
         const auto place = std::filesystem::absolute(scope.output).lexically_normal();
         if (const auto [entry, isNew] = runOf.try_emplace(place, runs.size()); !isNew)
-            throw Anchor::FileError(fmt::format("{}: both {} and {} come to this name", scope.output,
+            throw Anchor::FileError(fmt::format("{}: both {} and {} get this name", scope.output,
                                                 described(runs[entry->second]), described(scope)));
         runs.push_back(std::move(scope));
     });

@@ -11,9 +11,9 @@
 
 namespace Tidewatch {
 
-/// What one run of an exporter takes, and where its output goes.
+/// What one run of an exporter exports, and where its output goes.
 struct RunScope {
-    /// The one time or grid of the run; nothing stands for all that the filters let pass.
+    /// The only time or grid of the run; nullopt means all that the filters let pass.
     std::optional<double> time;
     std::optional<std::string> grid;
     std::string output;
@@ -22,8 +22,8 @@ struct RunScope {
     [[nodiscard]] bool admits(const std::string& runGrid) const { return !grid || *grid == runGrid; }
 };
 
-/// The runs that an output pattern asks for: one, or one for each chosen grid, time, or grid at a time, in
-/// the order of the bundle. Throws Anchor::FileError when two runs come to one output, and what
+/// The runs that an output pattern requires: one, or one for each selected grid, time, or combination of
+/// both, in the order of the bundle. Throws Anchor::FileError if two runs have the same output, and what
 /// OutputPattern::fill() throws.
 [[nodiscard]] std::vector<RunScope> planRuns(const OutputPattern& pattern, const Selection& selection,
                                              const Sheaf::Bundle& bundle);

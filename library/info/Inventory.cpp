@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/info/Inventory.hpp"
 
+#include "library/crs/gridSystem.hpp"
 #include "sheaf/ElementTypes.hpp"
 
 #include <limits>
@@ -69,7 +70,7 @@ Inventory::Skeleton skeletonOf(const Sheaf::Skeleton& skeleton,
     return entry;
 }
 
-/// Nothing where some of the positions would have to be read and may not be.
+/// Nullopt if some of the positions would have to be read but may not be.
 std::optional<Inventory::Box> boundsOf(const Sheaf::Grid& grid, bool readPositions) {
     Geom::BoundingBox box;
     bool isComplete = true;
@@ -96,6 +97,15 @@ Inventory::Grid gridOf(const std::string& name, const Sheaf::Grid& grid, bool re
         entry.skeletons.push_back(skeletonOf(skeleton, chart));
         return true;
     });
+    const GridSystem system = GridSystem::of(grid);
+    if (system.system) {
+        entry.systemName = system.system->name();
+        entry.systemCode = system.system->codeText();
+    } else if (!system.text.empty()) {
+        entry.systemUnreadable = "its well-known text";
+    }
+    if (!system.unreadable.empty())
+        entry.systemUnreadable = system.unreadable;
     entry.bounds = boundsOf(grid, readPositions);
     return entry;
 }
@@ -134,7 +144,7 @@ Inventory Inventory::of(const Sheaf::Bundle& bundle,
         }
         inventory.slices.push_back(std::move(entry));
     }
-    // Some of what reports say is known only once arrays have been made.
+    // Some contents of the reports are known only once arrays have been created.
     for (const auto& report : reports)
         inventory.inputs.push_back(
             {report->file(), report->kind(), report->notCarried(), report->coordinateStep()});

@@ -13,7 +13,7 @@
 
 namespace Tidewatch {
 
-/// What a bundle and the files it was read from hold, as plain values for showing.
+/// The contents of a bundle and of its input files, as plain values for display.
 struct TIDEWATCH_API Inventory {
     struct Input {
         std::string file;
@@ -26,7 +26,7 @@ struct TIDEWATCH_API Inventory {
         std::string elementType;
         std::uint64_t fragments = 0;
         std::uint64_t elements = 0;
-        /// The extents (x first) where the field has one piece of two or more axes.
+        /// The extents (x first) if the field is a single array with two or more axes.
         std::vector<std::uint64_t> extents;
     };
     struct Representation {
@@ -49,12 +49,17 @@ struct TIDEWATCH_API Inventory {
     struct Grid {
         std::string name;
         std::string origin;
-        /// Points of the vertices that exporters choose unless told otherwise: the highest homogeneous
-        /// refinement.
+        /// Points of the vertices that exporters use by default: the highest homogeneous refinement.
         std::uint64_t points = 0;
         std::uint64_t fragments = 0;
         std::vector<Skeleton> skeletons;
-        /// The box of all positions, as far as it was to be found out.
+        /// The coordinate reference system: its name, and its code ("EPSG:25832+5783") where it has one. Both are
+        /// empty if there is none.
+        std::string systemName;
+        std::string systemCode;
+        /// What of it cannot be read, for people; empty for nothing.
+        std::string systemUnreadable;
+        /// The box of all positions, if it is known.
         std::optional<Box> bounds;
     };
     struct Slice {
@@ -68,7 +73,7 @@ struct TIDEWATCH_API Inventory {
     [[nodiscard]] std::uint64_t grids() const;
     [[nodiscard]] std::uint64_t points() const;
 
-    /// Takes stock. With `readPositions` the positions are read where their box is not known, which may take
+    /// Makes the inventory. With `readPositions` positions are read if their box is not known, which may take
     /// as long as reading the files; otherwise nothing is read. Throws what creators throw.
     [[nodiscard]] static Inventory of(const Sheaf::Bundle& bundle,
                                       std::span<const Anchor::StrongPtr<ConvLib::InputReport>> reports,

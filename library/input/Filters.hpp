@@ -10,7 +10,7 @@
 
 namespace Tidewatch {
 
-/// Which times, grids and fields an export is to take; empty lists take everything.
+/// Which times, grids and fields to export; empty lists select everything.
 struct TIDEWATCH_API Filters {
     std::vector<ConvLib::BasicConverterDefs::TimeRange> times;
     std::vector<std::string> grids;
@@ -20,7 +20,7 @@ struct TIDEWATCH_API Filters {
     void applyTo(ConvLib::BasicConverterDefs& converter) const;
 };
 
-/// Answers what the filters choose, in the words of the converter base itself, before any exporter runs.
+/// Applies the filters before any exporter runs, with the rules of the converter base class itself.
 class TIDEWATCH_API Selection final : public ConvLib::BasicConverterDefs {
 public:
     explicit Selection(const Filters& filters);
@@ -29,7 +29,7 @@ public:
     /// There is nothing to convert: false.
     bool Run() override;
 
-    /// Visits the chosen grids of the chosen slices in the order of exporters.
+    /// Visits the selected grids of the selected slices in the exporters' order.
     void forEachGrid(const Sheaf::Bundle& bundle,
                      const std::function<void(double time, const std::string& name, const Sheaf::Grid& grid)>&
                          visit) const;

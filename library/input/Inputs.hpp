@@ -9,52 +9,84 @@
 #include "sheaf/Bundle.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
 
 namespace Tidewatch {
 
-/// What is to be read, and how.
+/// What to read, and how.
 struct InputOptions {
     std::vector<std::string> files;
-    /// The time of inputs that do not state one.
+    /// The time of inputs that state none.
     double sliceTime = ConvLib::ReadOptions().SliceTime;
     std::uint64_t fragmentPoints = ConvLib::ReadOptions().FragmentPoints;
-    /// The limit of the memory cache in bytes; nothing leaves it as it is.
+    /// The most memory in bytes for arrays: the cache of those that can be read again, each single array, and what an
+    /// exporter has in memory together. nullopt leaves the cache as it is and allows the others three quarters of what
+    /// the process may use.
     std::optional<std::uint64_t> memoryLimit;
+    /// Refuses bundle files and rasters where the process that reads them cannot be locked: requireSandbox().
+    bool requiresSandbox = false;
+    /// Leaves out inputs that cannot be read, unless none can: see Inputs::failures().
+    bool skipsUnreadable = false;
+    /// The coordinate reference system of all grids, as `--crs` takes it: codes ("EPSG:25832+5783"), a file of well-known
+    /// text, or "none"; nullopt leaves each as it is.
+    std::optional<std::string> referenceSystem = {};
 };
 
 /// The input files as one bundle. Inputs that share a time share the slice.
 class TIDEWATCH_API Inputs {
 public:
-    /// Reads the structure of all files; arrays follow on demand. `progress` is told while arrays are read, as long as
-    /// they can be asked for; it may be null. Sets the limit of the memory cache. Throws Anchor::Error for a file that
-    /// cannot be read, and for two grids of one name in one slice.
+    /// Reads the structure of all files; arrays follow on demand. `progress`, which may be null, is called whenever
+    /// arrays are read, as long as they can be requested. Sets the limit of the memory cache. Throws Anchor::Error, once
+    /// all files have been tried, for those that cannot be read, a line each, and for two grids with the same name in one
+    /// slice.
     explicit Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress = {});
 
-    /// A bundle that a host has in memory; it is kept alive.
+    /// Uses a bundle that a host has in memory, and keeps it alive.
     explicit Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle);
 
     [[nodiscard]] const Anchor::StrongPtr<Sheaf::Bundle>& bundle() const noexcept { return bundle_; }
 
-    /// What is to be said about the files, in their order.
+    /// The reports about the files, in their order.
     [[nodiscard]] std::span<const Anchor::StrongPtr<ConvLib::InputReport>> reports() const noexcept {
         return reports_;
     }
+
+    /// What is wrong with the inputs that were left out.
+    [[nodiscard]] const std::vector<std::string>& failures() const noexcept { return failures_; }
 
     /// The report of the file that became a grid; null for grids of files that are whole bundles.
     [[nodiscard]] Anchor::StrongPtr<ConvLib::InputReport> reportOf(const std::string& grid,
                                                                    const std::string& origin) const;
 
+    /// Announces to the readers that only these fields will be requested, until the next call; initially all may be.
+    /// Other fields are still available on request, possibly by another pass over the file. Safe while arrays are
+    /// created.
+    void expectFields(std::set<std::string> fields) const;
+
+    /// The most memory in bytes for data that has to be in memory together.
+    [[nodiscard]] std::uint64_t memoryLimit() const noexcept { return memoryLimit_; }
+
+    /// What is to be said of reference systems that were replaced, one text each.
+    [[nodiscard]] const std::vector<std::string>& notes() const noexcept { return notes_; }
+
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
 
 private:
+    class ExpectedFields;
+
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> reports_;
     std::vector<Anchor::FileIdentity> identities_;
+    std::shared_ptr<ExpectedFields> expected_;
+    std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;
+    std::vector<std::string> failures_;
+    std::vector<std::string> notes_;
 };
 
 } // namespace Tidewatch

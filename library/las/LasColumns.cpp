@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/las/LasColumns.hpp"
 
+#include "sheaf/ElementTypes.hpp"
+
+#include <cstring>
 #include <string_view>
 
 namespace Tidewatch {
@@ -25,6 +28,37 @@ LasColumns LasColumns::load(const std::vector<ExportLib::LasPlan::Capture>& capt
         });
     }
     return columns;
+}
+
+LasColumns LasColumns::load(const ExportLib::LasPlan& plan, const ExportLib::LasPlan::Fragment& fragment) {
+    LasColumns columns = load(fragment.captures);
+    for (std::size_t i = 0; i < plan.extras.size(); ++i) {
+        const auto& creator = fragment.extras.at(i);
+        columns.extras.push_back(
+            {creator ? Anchor::dynamicCast<Sheaf::MemBase>(creator->create(false)) : nullptr,
+             plan.extras[i].component});
+    }
+    return columns;
+}
+
+std::optional<double> LasColumns::Extra::value(std::size_t place) const {
+    std::optional<double> found;
+    if (!array)
+        return found;
+    Sheaf::visitElementType(array->elementType(), [&](auto tag) {
+        using Element = typename decltype(tag)::type;
+        using Number = typename Sheaf::ElementTraits<Element>::Component;
+        const auto typed = Anchor::dynamicCast<Sheaf::TypedArray<Element>>(array);
+        if (!typed || place >= typed->base_vector().size())
+            return;
+        Number number{};
+        std::memcpy(&number,
+                    reinterpret_cast<const std::byte*>(&typed->base_vector()[place]) +
+                        component * sizeof number,
+                    sizeof number);
+        found = static_cast<double>(number);
+    });
+    return found;
 }
 
 } // namespace Tidewatch

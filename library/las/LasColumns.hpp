@@ -4,16 +4,18 @@
 #include "geom/Color.hpp"
 #include "geom/PhysicalSpace.hpp"
 #include "las/LasPlan.hpp"
+#include "sheaf/MemBase.hpp"
 #include "sheaf/TypedArray.hpp"
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
 namespace Tidewatch {
 
-/// The values of one fragment's points, an array for each attribute that is there. The arrays stay in memory
-/// for as long as the object lives.
+/// The values of one fragment's points, an array for each attribute that is present. The arrays stay in
+/// memory as long as the object exists.
 struct LasColumns {
     template <class T>
     using Column = Anchor::StrongPtr<Sheaf::TypedArray<T>>;
@@ -34,6 +36,26 @@ struct LasColumns {
     Column<float> reflectance;
     Column<unsigned short> amplitude;
     Column<float> amplitudeFloat;
+    Column<unsigned char> synthetic;
+    Column<unsigned char> keyPoint;
+    Column<unsigned char> withheld;
+    Column<unsigned char> overlap;
+    Column<unsigned char> scannerChannel;
+    Column<unsigned short> nearInfrared;
+    Column<unsigned short> red;
+    Column<unsigned short> green;
+    Column<unsigned short> blue;
+
+    /// A number that becomes extra bytes: a component of the elements of an array, which may be null.
+    struct Extra {
+        Anchor::StrongPtr<Sheaf::MemBase> array;
+        std::size_t component;
+
+        /// Nothing beyond the end.
+        [[nodiscard]] std::optional<double> value(std::size_t place) const;
+    };
+    /// One for each of the plan's.
+    std::vector<Extra> extras;
 
     /// Calls visitor(name of the attribute, column) for each of them.
     template <class Visitor>
@@ -45,8 +67,10 @@ struct LasColumns {
         visit(*this, visitor);
     }
 
-    /// Makes the arrays of a fragment. Throws what creators throw.
+    /// Creates the arrays of a fragment. Throws what creators throw.
     [[nodiscard]] static LasColumns load(const std::vector<ExportLib::LasPlan::Capture>& captures);
+    [[nodiscard]] static LasColumns load(const ExportLib::LasPlan& plan,
+                                         const ExportLib::LasPlan::Fragment& fragment);
 
 private:
     template <class Columns, class Visitor>
@@ -67,10 +91,19 @@ private:
         visitor("Reflectance", columns.reflectance);
         visitor("Amplitude", columns.amplitude);
         visitor("Amplitude", columns.amplitudeFloat);
+        visitor("Synthetic", columns.synthetic);
+        visitor("KeyPoint", columns.keyPoint);
+        visitor("Withheld", columns.withheld);
+        visitor("Overlap", columns.overlap);
+        visitor("ScannerChannel", columns.scannerChannel);
+        visitor("NearInfrared", columns.nearInfrared);
+        visitor("Red", columns.red);
+        visitor("Green", columns.green);
+        visitor("Blue", columns.blue);
     }
 };
 
-/// The values of a column; none where there is none.
+/// The values of a column; empty if there is no column.
 template <class T>
 [[nodiscard]] std::span<const T> valuesOf(const LasColumns::Column<T>& column) noexcept {
     return column ? std::span<const T>(column->base_vector()) : std::span<const T>();

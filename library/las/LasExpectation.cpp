@@ -9,14 +9,14 @@ namespace Tidewatch {
 
 namespace {
 
-/// The value of a column at a place, handed to `use` where there is one.
+/// Calls use(value) with the value of a column at an index, if there is one.
 template <class T, class Use>
 void with(const LasColumns::Column<T>& column, std::size_t i, Use use) {
     if (column && i < column->base_vector().size())
         use(column->base_vector()[i]);
 }
 
-/// The low 16 bits of a whole number; 0 for what is not one of 32 bits.
+/// The low 16 bits of a whole number; 0 if it does not fit 32 bits.
 std::uint16_t low16(double whole) {
     constexpr double limit = 2147483648.0;
     if (!(whole > -limit && whole < limit))
@@ -30,8 +30,9 @@ LasExpectation::LasExpectation(const ExportLib::LasPlan& plan, const ExportLib::
                                const std::array<double, 3>& offsets)
     : plan_(plan),
       settings_(settings) {
-    // The number 0 on each axis, until there is a position.
+    // 0 steps on each axis, until there is a position.
     point_.position = {offsets[0], offsets[1], offsets[2]};
+    point_.extras.resize(plan.extras.size());
 }
 
 void LasExpectation::take(LasColumns columns) {
@@ -39,7 +40,8 @@ void LasExpectation::take(LasColumns columns) {
 }
 
 const LasPoint& LasExpectation::point(std::size_t i) {
-    applyLateValues();
+    if (!settings_.conforming)
+        applyLateValues();
     const bool isExtended = settings_.isExtended();
     // Bits of the fields: 4 in LAS 1.4, 3 before.
     const unsigned returnLimit = isExtended ? 15 : 7;
@@ -59,20 +61,35 @@ const LasPoint& LasExpectation::point(std::size_t i) {
          [&](unsigned char value) { point_.edgeOfFlightLine = static_cast<std::uint8_t>(value & 1); });
     with(columns_.scanDirectionFlag, i,
          [&](unsigned char value) { point_.scanDirection = static_cast<std::uint8_t>(value & 1); });
-    if (isExtended)
-        with(columns_.scanAngle, i, [&](short value) { point_.scanAngle = value; });
-    with(columns_.scanAngleRank, i, [&](signed char value) { point_.scanAngle = value; });
+    with(columns_.scanAngle, i, [&](short value) {
+        if (isExtended)
+            point_.scanAngle = value;
+        else if (settings_.conforming)
+            // Steps of 0.006 degrees to whole ones, up to 90.
+            point_.scanAngle = static_cast<std::int16_t>(
+                std::round(std::min(90.0, std::max(-90.0, static_cast<double>(value) * 6 / 1000))));
+    });
+    with(columns_.scanAngleRank, i, [&](signed char value) {
+        const bool isConverted = isExtended && settings_.conforming;
+        point_.scanAngle = static_cast<std::int16_t>(isConverted ? std::round(value * 1000.0 / 6) : value);
+    });
     with(columns_.userData, i, [&](unsigned char value) { point_.userData = value; });
     if (settings_.pointSourceID > 0)
         point_.pointSourceID = low16(settings_.pointSourceID);
     else
         with(columns_.pointSourceID, i, [&](unsigned short value) { point_.pointSourceID = value; });
     with(columns_.gpsTime, i, [&](double value) { point_.gpsTime = value; });
-    with(columns_.rgb, i, [&](const auto& value) { std::copy_n(value.begin(), 3, point_.rgb.begin()); });
+    with(columns_.rgb, i, [&](const auto& value) {
+        std::transform(value.begin(), value.end(), point_.rgb.begin(), [&](unsigned char channel) {
+            return static_cast<std::uint16_t>(settings_.conforming ? channel << 8 : channel);
+        });
+    });
+    if (settings_.carry)
+        takeWhatIsCarried(i);
 
     if (plan_.hasReflectance)
         with(columns_.reflectance, i, [&](float value) {
-            // In single precision; the rounding alone needs none.
+            // In single precision, like the exporter; only the rounding is in double.
             const float steps = (value + 25.0F) * 2184.0F;
             lateReflectance_ = low16(std::round(static_cast<double>(steps)));
         });
@@ -82,7 +99,29 @@ const LasPoint& LasExpectation::point(std::size_t i) {
             with(columns_.amplitudeFloat, i,
                  [&](float value) { lateAmplitude_ = low16(std::trunc(static_cast<double>(value))); });
     }
+    if (settings_.conforming)
+        applyLateValues();
     return point_;
+}
+
+void LasExpectation::takeWhatIsCarried(std::size_t i) {
+    const auto flag = [&](const LasColumns::Column<unsigned char>& column, std::uint8_t& target) {
+        with(column, i, [&](unsigned char value) { target = value & 1; });
+    };
+    flag(columns_.synthetic, point_.synthetic);
+    flag(columns_.keyPoint, point_.keyPoint);
+    flag(columns_.withheld, point_.withheld);
+    flag(columns_.overlap, point_.overlap);
+    with(columns_.scannerChannel, i, [&](unsigned char value) { point_.scannerChannel = value & 3; });
+    with(columns_.nearInfrared, i, [&](unsigned short value) { point_.nearInfrared = value; });
+    const LasColumns::Column<unsigned short>* const channels[] = {&columns_.red, &columns_.green,
+                                                                  &columns_.blue};
+    for (std::size_t channel = 0; channel < point_.rgb.size(); ++channel)
+        with(*channels[channel], i, [&](unsigned short value) { point_.rgb[channel] = value; });
+    for (std::size_t extra = 0; extra < columns_.extras.size(); ++extra) {
+        if (const auto value = columns_.extras[extra].value(i))
+            point_.extras[extra] = value;
+    }
 }
 
 void LasExpectation::applyLateValues() {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace Tidewatch {
 
@@ -25,30 +26,39 @@ struct LasPoint {
     std::int16_t scanAngle = 0;
     std::uint16_t pointSourceID = 0;
     double gpsTime = 0;
-    std::array<std::uint8_t, 3> rgb{};
+    std::array<std::uint16_t, 3> rgb{};
+    std::uint16_t nearInfrared = 0;
+    std::uint8_t synthetic = 0;
+    std::uint8_t keyPoint = 0;
+    std::uint8_t withheld = 0;
+    std::uint8_t overlap = 0;
+    std::uint8_t scannerChannel = 0;
     /// As stored.
     std::uint16_t reflectance = 0;
     std::uint16_t amplitude = 0;
+    /// The values of the plan's extras; nothing while a file's number is still that of its first byte.
+    std::vector<std::optional<double>> extras = {};
 };
 
-/// The points that a file must hold for the fields that were handed over, in the terms of the exporter's
+/// The points that a file must contain for the fields that were exported, according to the exporter's
 /// contract: an attribute without a value keeps that of the point before, values are cut to the width of
-/// their field, and Reflectance and Amplitude come one point late. Written without a look at the exporter's
-/// own code, which it serves to check.
+/// their field, and Reflectance and Amplitude come one point late, unless files conform. Written independently of the exporter's
+/// code, which it serves to check.
 class LasExpectation {
 public:
-    /// One is for one file, whose offsets (x first) are given. The others outlive the object.
+    /// For one file with these offsets (x first). `plan` and `settings` must outlive the object.
     LasExpectation(const ExportLib::LasPlan& plan, const ExportLib::LasSettings& settings,
                    const std::array<double, 3>& offsets);
 
-    /// Goes on with the next fragment.
+    /// Continues with the next fragment.
     void take(LasColumns columns);
 
-    /// A point of the fragment; to be asked for in order, each once.
+    /// A point of the fragment; must be called in order, once for each point.
     [[nodiscard]] const LasPoint& point(std::size_t i);
 
 private:
     void applyLateValues();
+    void takeWhatIsCarried(std::size_t i);
 
     const ExportLib::LasPlan& plan_;
     const ExportLib::LasSettings& settings_;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/las/LasLosses.hpp"
 
+#include "anchor/printable.hpp"
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
@@ -36,6 +37,8 @@ public:
         findRounding();
         findValues();
         findExtraBytes();
+        if (settings_.carry)
+            findWhatIsCarried();
     }
 
 private:
@@ -44,6 +47,7 @@ private:
     void findRounding();
     void findValues();
     void findExtraBytes();
+    void findWhatIsCarried();
 
     template <class... Arguments>
     void add(std::string_view kind, fmt::format_string<Arguments...> text, Arguments&&... arguments) {
@@ -83,7 +87,7 @@ void Finder::findSupplies() {
     }
 }
 
-/// The step to which coordinates of an axis are to be kept.
+/// The step of the coordinates along an axis that the file should preserve.
 std::optional<double> Finder::stepToKeep(std::size_t axis) const {
     const double stated[] = {grid_.inputStep.x, grid_.inputStep.y, grid_.inputStep.z};
     if (stated[axis] > 0)
@@ -111,7 +115,7 @@ void Finder::findRounding() {
             continue;
         const double rounding = exported_.changed(attributes[axis], ValueChange::Rounded).most;
         const double noise = 4 * std::numeric_limits<double>::epsilon() * farthest(axis);
-        // Up to half a step a coordinate can still be told from its neighbours.
+        // With a change of up to half a step a coordinate can still be distinguished from its neighbours.
         if (rounding > *step / 2 * (1 + 1e-9) + noise && rounding > worst) {
             worst = rounding;
             stepOfWorst = *step;
@@ -124,10 +128,12 @@ void Finder::findRounding() {
             worst, stepOfWorst, shortestText(grid_.files.front().axes[0].step));
 }
 
+/// The subject of a sentence.
+std::string points(std::uint64_t number) {
+    return number == 1 ? "1 point has" : counted(number, "point") + " have";
+}
+
 void Finder::findValues() {
-    const auto points = [](std::uint64_t number) {
-        return number == 1 ? "1 point has" : counted(number, "point") + " have";
-    };
     if (const auto high = count("Classification", ValueChange::Truncated); high != 0)
         add("range",
             "{} a class above 31, of which LAS 1.{} keeps the low 5 bits; --las-version 1.4 keeps all",
@@ -145,16 +151,16 @@ void Finder::findValues() {
             "keeps them",
             settings_.version, counted(fine, "point"));
     if (count("ScanAngleRank", ValueChange::OtherUnit) != 0)
-        add("units", "ScanAngleRank stands in whole degrees in a field that counts in 0.006 degrees; "
-                     "--las-version 1.2 "
-                     "or 1.3 keeps its meaning");
+        add("units",
+            "ScanAngleRank is written in whole degrees to a field that counts in 0.006 degrees; --plain "
+            "keeps that, and --las-version 1.2 or 1.3 the meaning");
 }
 
 void Finder::findExtraBytes() {
     if (count("Reflectance", ValueChange::Shifted) + count("Amplitude", ValueChange::Shifted) != 0)
         add("shift",
             "Reflectance and Amplitude come one point late: the first point of a file has 0, and the "
-            "last value is left out");
+            "last value is left out; --plain keeps that");
     if (const auto wild = count("Reflectance", ValueChange::Wrapped); wild != 0)
         add("range", "{} outside of -25 to 5, which wrap", counted(wild, "reflectance"));
     if (const auto wild = count("Amplitude", ValueChange::Wrapped); wild != 0)
@@ -165,6 +171,38 @@ void Finder::findExtraBytes() {
         add("rounding", "reflectances are rounded by up to {:.2g}", most);
     if (const double most = exported_.changed("Amplitude", ValueChange::Rounded).most; most > 0)
         add("rounding", "amplitudes lose their fractions, up to {:.2g}", most);
+}
+
+void Finder::findWhatIsCarried() {
+    const char* const unlessExtended[] = {"Overlap", "ScannerChannel", "NearInfrared"};
+    for (const char* const attribute : unlessExtended) {
+        if (const auto dropped = count(attribute, ValueChange::Dropped); dropped != 0)
+            add("fields",
+                "{} is left out: LAS 1.{} has no room for what {} of it; --las-version 1.4 keeps it",
+                attribute, settings_.version, points(dropped));
+    }
+    if (const auto high = count("ScannerChannel", ValueChange::Truncated); high != 0)
+        add("range", "{} a ScannerChannel above 3, of which the lowest two bits are kept", points(high));
+    if (const double most = exported_.changed("ScanAngleRank", ValueChange::Rounded).most; most > 0)
+        add("rounding",
+            "scan angles are rounded to whole degrees by up to {:.2g}; --las-version 1.4 keeps them", most);
+    std::string last;
+    for (const ExportLib::LasPlan::ExtraBytes& extra : grid_.plan.extras) {
+        if (extra.field == last)
+            continue;
+        last = extra.field;
+        if (const double most = exported_.changed(last, ValueChange::Rounded).most; most > 0)
+            add("rounding", "{} is rounded by up to {:.2g}, since its input stored it in such steps", last,
+                most);
+        if (const auto clamped = count(last, ValueChange::Clamped); clamped != 0)
+            add("range", "{} of {} beyond what its input could store become the nearest that it could",
+                counted(clamped, "value"), last);
+        if (const auto lost = count(last, ValueChange::Dropped); lost != 0)
+            add("range", "{} of {} that is not a number becomes 0", counted(lost, "value"), last);
+    }
+    for (const auto& record : grid_.plan.recordsLeftOut)
+        add("properties", "record {}/{} is left out: {}", Anchor::printable(record.userId), record.recordId,
+            record.reason);
 }
 
 } // namespace

@@ -7,7 +7,7 @@
 
 namespace Tidewatch {
 
-/// What LAS files do not carry of a grid, or not as it was.
+/// Adds what LAS files drop or change of a grid.
 void addLasLosses(const ExportedGrid& exported, const LasRecorder::Grid& grid,
                   const ExportLib::LasSettings& settings, Losses& losses);
 

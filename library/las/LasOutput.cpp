@@ -55,7 +55,7 @@ std::filesystem::path LasOutput::exporterName() const {
 }
 
 std::filesystem::path LasOutput::placeOf(const std::filesystem::path& written) const {
-    // Also where a fragment's name holds a slash.
+    // Works for fragment names that contain a slash, too.
     const std::string name = written.string();
     const std::size_t ends = exporterStem.size() + extensionOf(uncompressed_).size();
     return tile(name.substr(exporterStem.size(), name.size() - ends));

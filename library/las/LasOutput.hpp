@@ -7,21 +7,21 @@
 
 namespace Tidewatch {
 
-/// Where the files of a LAS export go. The exporter replaces what it takes for an extension; here only ".las"
-/// and ".laz" count as one, whatever their case, so that "out/{time}" at 6.5 hours becomes out/6.5.laz.
+/// The paths of the files of a LAS export. The exporter replaces everything after the last dot; here only ".las" and
+/// ".laz", in any case, count as an extension, so that "out/{time}" at 6.5 hours becomes out/6.5.laz.
 class LasOutput {
 public:
-    /// `output` as the user gave it, {grid} and {time} filled in. `hasExtension` says whether its extension
-    /// is one; a grid's name that ends in ".las" has none.
+    /// `output` as the user gave it, with {grid} and {time} filled in. `hasExtension` is false if the extension is part
+    /// of a grid's name.
     LasOutput(const std::filesystem::path& output, bool hasExtension, bool uncompressed);
 
-    /// The one file of a run without tiles: the user's own spelling of the extension stays where it is right.
+    /// The one file of a run without tiles: a suitable extension keeps the user's spelling.
     [[nodiscard]] std::filesystem::path file() const { return tile(""); }
 
-    /// The name that the exporter gets, which is the same for all outputs.
+    /// The output name for the exporter, the same for all outputs.
     [[nodiscard]] std::filesystem::path exporterName() const;
 
-    /// The place of a file that the exporter writes under a name of its own making, relative to the folder of
+    /// The destination of a file that the exporter wrote at `written`, which is relative to the folder of
     /// exporterName().
     [[nodiscard]] std::filesystem::path placeOf(const std::filesystem::path& written) const;
 

@@ -21,28 +21,28 @@ constexpr char axisNames[] = {'x', 'y', 'z'};
 constexpr double PhysicalSpace::point::*coordinates[] = {&PhysicalSpace::point::x, &PhysicalSpace::point::y,
                                                          &PhysicalSpace::point::z};
 
-struct Stray {
+struct Outlier {
     std::size_t axis;
     double value;
 };
 
-/// A corner of a box that is beyond the axes of a file.
-std::optional<Stray> strayOf(const LasAxes& axes, const PhysicalSpace::point& lower,
-                             const PhysicalSpace::point& upper) {
+/// A corner of a box that is outside the axes of a file.
+std::optional<Outlier> outlierOf(const LasAxes& axes, const PhysicalSpace::point& lower,
+                                 const PhysicalSpace::point& upper) {
     for (std::size_t axis = 0; axis < axes.size(); ++axis) {
         const double low = lower.*coordinates[axis];
         const double high = upper.*coordinates[axis];
         if (low > high)
             continue;
-        // An infinite coordinate leaves no limits for the others.
+        // If a coordinate is infinite, the axis has no limits for the others.
         for (const double corner : {low, high}) {
             if (std::isinf(corner))
-                return Stray{axis, corner};
+                return Outlier{axis, corner};
         }
         if (!(high <= axes[axis].highest))
-            return Stray{axis, high};
+            return Outlier{axis, high};
         if (!(low >= axes[axis].lowest))
-            return Stray{axis, low};
+            return Outlier{axis, low};
     }
     return std::nullopt;
 }
@@ -88,6 +88,13 @@ std::vector<std::pair<double, std::string>> LasRecorder::plannedGrids() const {
     return keys;
 }
 
+std::set<std::string> LasRecorder::fieldsRead() const {
+    std::set<std::string> fields;
+    for (const auto& [key, grid] : grids_)
+        fields.merge(grid.plan.fieldsRead());
+    return fields;
+}
+
 void LasRecorder::beginPass(std::uint64_t points) {
     const double size = static_cast<double>(points) / passes_;
     progress().piece(done_, size);
@@ -121,48 +128,48 @@ void LasRecorder::fileBegins(const std::string& /*path*/, const LasAxes& axes) {
         return;
     const PhysicalSpace::point lower{axes[0].lower, axes[1].lower, axes[2].lower};
     const PhysicalSpace::point upper{axes[0].upper, axes[1].upper, axes[2].upper};
-    if (strayOf(axes, lower, upper)) {
-        const Geom::BoundingBox box = boxOfStrays(axes);
-        if (const auto stray = strayOf(axes, box.lower(), box.upper()))
-            refuse(stray->axis, stray->value, axes);
+    if (outlierOf(axes, lower, upper)) {
+        const Geom::BoundingBox box = boxOfOutliers(axes);
+        if (const auto outlier = outlierOf(axes, box.lower(), box.upper()))
+            refuse(outlier->axis, outlier->value, axes);
     }
     current_->files.push_back({axes, {}});
 }
 
-/// The box of those fragments of the coming file that reach beyond its axes and are points. Lattices are in the
-/// box of a file and in no file.
-Geom::BoundingBox LasRecorder::boxOfStrays(const LasAxes& axes) const {
-    Geom::BoundingBox strays;
+/// The box of those fragments of points of the next file that reach beyond its axes. Lattices count in the box of a
+/// file but are not written.
+Geom::BoundingBox LasRecorder::boxOfOutliers(const LasAxes& axes) const {
+    Geom::BoundingBox outliers;
     bool hasPoints = false;
     for (const LasPlan::Fragment& fragment : current_->plan.fragments) {
         if (settings_.tiles && &fragment != current_->last)
             continue;
         const auto box = Sheaf::boundsOf(*fragment.positions, true, [this] { progress().check(); });
-        // The file is refused for one fragment of points; others need not be read again for the message.
-        if (box && strayOf(axes, box->lower(), box->upper()) &&
+        // One fragment of points is enough to refuse the file; others need not be read again for the message.
+        if (box && outlierOf(axes, box->lower(), box->upper()) &&
             !isLattice(hasPoints ? fragment.positions->available() : fragment.positions->create(false))) {
-            strays.expand(*box);
+            outliers.expand(*box);
             hasPoints = true;
         }
     }
-    return strays;
+    return outliers;
 }
 
 void LasRecorder::valuesChanged(const ConvLib::ChangedValues& values) {
     RunRecorder::valuesChanged(values);
-    hasStrays_ =
-        hasStrays_ || (values.attribute == "Positions" && values.change == ConvLib::ValueChange::Wrapped);
+    hasOutliers_ =
+        hasOutliers_ || (values.attribute == "Positions" && values.change == ConvLib::ValueChange::Wrapped);
 }
 
 void LasRecorder::positionsWritten(std::span<const PhysicalSpace::point> positions) {
     if (current_ == nullptr || current_->files.empty())
         return;
     File& file = current_->files.back();
-    if (hasStrays_) {
+    if (hasOutliers_) {
         for (std::size_t axis = 0; axis < file.axes.size(); ++axis) {
             for (const PhysicalSpace::point& point : positions) {
                 const double value = point.*coordinates[axis];
-                // Also false for what is not a number.
+                // False for NaN, too.
                 if (!(value >= file.axes[axis].lowest && value <= file.axes[axis].highest))
                     refuse(axis, value, file.axes);
             }
@@ -171,7 +178,7 @@ void LasRecorder::positionsWritten(std::span<const PhysicalSpace::point> positio
     if (current_->last != nullptr)
         file.fragments.push_back(current_->last);
     current_->lastWasWritten = true;
-    // An input that states its steps need not be asked for them.
+    // The coordinates need to be surveyed only if the input does not state their step.
     const PhysicalSpace::vector& step = current_->inputStep;
     if (!(step.x > 0 && step.y > 0 && step.z > 0))
         RunRecorder::positionsWritten(positions);
@@ -187,18 +194,18 @@ void LasRecorder::refuse(std::size_t axis, double value, const LasAxes& axes) co
         message += "finite numbers";
     } else {
         message += fmt::format("32-bit numbers of steps of {}", shortestText(stored.step));
-        // Without limits the other points are too far apart already.
+        // Without limits the other points by themselves are too far apart.
         if (std::isfinite(stored.offset))
             message += fmt::format(", here from {} to {}", coordinateText(stored.lowest),
                                    coordinateText(stored.highest));
         if (!settings_.tiles)
-            message += "; --tiles gives each fragment limits of its own";
+            message += "; --tiles gives each fragment its own limits";
     }
     throw Anchor::Error(message);
 }
 
 const LasPlan::Fragment* fragmentWithoutPositions(const LasRecorder::Grid& grid) {
-    // A lattice is taken up and passed by, too.
+    // A lattice is started and skipped, too.
     return grid.last != nullptr && !grid.lastWasWritten && !isLattice(grid.last->positions->create(false))
                ? grid.last
                : nullptr;

@@ -27,7 +27,7 @@ public:
     template <class T>
     [[nodiscard]] T at(std::size_t place) const {
         if (place + sizeof(T) > size_)
-            throw Anchor::FormatError(path_ + ": header: the file ends in it");
+            throw Anchor::FormatError(path_ + ": header: the file ends inside it");
         return Formats::loadLittleEndian<T>(bytes_.data() + place);
     }
 
@@ -46,7 +46,7 @@ LasStatement LasStatement::read(const std::string& path) {
     statement.versionMinor = header.at<std::uint8_t>(Place::versionMinor);
     if (header.at<std::uint32_t>(0) != signature || header.at<std::uint8_t>(Place::versionMajor) != 1 ||
         statement.versionMinor < 2 || statement.versionMinor > 4)
-        throw Anchor::FormatError(path + ": header: is none of LAS 1.2 to 1.4");
+        throw Anchor::FormatError(path + ": header: is not LAS 1.2 to 1.4");
     static_cast<void>(header.at<std::uint8_t>(Formats::Las::smallestHeader - 1));
 
     const unsigned format = header.at<std::uint8_t>(Place::pointFormat);

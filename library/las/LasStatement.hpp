@@ -8,22 +8,22 @@
 
 namespace Tidewatch {
 
-/// What the header of a LAS or LAZ file states, as far as the program compares it with what was to be written
-/// (LAS 1.4 R15, "Public Header Block").
+/// The header fields of a LAS or LAZ file that the program compares with their expected values (LAS 1.4 R15,
+/// "Public Header Block").
 struct LasStatement {
     unsigned versionMinor = 0;
     unsigned pointFormat = 0;
     bool compressed = false;
     std::uint64_t points = 0;
-    /// Points of the first return in place 0: 15 returns in LAS 1.4, 5 before.
+    /// Points by return, starting with the first return: 15 counts in LAS 1.4, 5 before.
     std::vector<std::uint64_t> pointsByReturn;
     std::array<double, 3> step{};
     std::array<double, 3> offset{};
     std::array<double, 3> lower{};
     std::array<double, 3> upper{};
 
-    /// Throws Anchor::FileError where the file cannot be read, Anchor::FormatError where it is too short for
-    /// a header or none of LAS 1.2 to 1.4.
+    /// Throws Anchor::FileError if the file cannot be read, Anchor::FormatError if it is too short for a
+    /// header or not LAS 1.2 to 1.4.
     [[nodiscard]] static LasStatement read(const std::string& path);
 };
 

@@ -14,7 +14,9 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <optional>
 #include <string_view>
+#include <typeinfo>
 #include <utility>
 
 #include <fmt/format.h>
@@ -33,16 +35,25 @@ using Geom::PhysicalSpace;
 
 constexpr std::string_view axisNames[] = {"x", "y", "z"};
 
-/// The point data format of a version: colours add one (LAS 1.4 R15, "Point Data Record Formats").
-unsigned pointFormatOf(const LasSettings& settings, bool hasColors) {
-    return (settings.isExtended() ? 6U : 1U) + (hasColors ? 1U : 0U);
+/// The point data format that a grid asks for (LAS 1.4 R15, "Point Data Record Formats"), and the contract's habit of
+/// giving up the time for colours in older versions.
+unsigned pointFormatOf(const LasSettings& settings, const LasPlan& plan) {
+    if (settings.isExtended())
+        return plan.hasNearInfrared ? 8U : plan.hasColors ? 7U : 6U;
+    const bool hasTime = std::any_of(plan.fragments.begin(), plan.fragments.end(), [](const auto& fragment) {
+        return std::any_of(fragment.captures.begin(), fragment.captures.end(),
+                           [](const auto& capture) { return capture.attribute == "GPSTime"; });
+    });
+    if (!plan.hasColors)
+        return 1;
+    return settings.carry && hasTime ? 3U : 2U;
 }
 
 bool hasGpsTime(unsigned pointFormat) {
     return pointFormat != 2;
 }
 
-/// A written file as the readers see it.
+/// A written file as read by the readers.
 class ReadBack {
 public:
     ReadBack(const std::string& path, ConvLib::ReadOptions options)
@@ -50,24 +61,30 @@ public:
         ConvLib::readFile(*bundle_, path, options);
         for (const auto& [time, slice] : bundle_->slices()) {
             for (const auto& [name, grid] : slice.lock()->grids())
-                plan_ = LasPlan::of(*grid.lock(), LasSettings(), [](const std::string&) { return true; });
+                plan_ = LasPlan::of(*grid.lock(), everything(), [](const std::string&) { return true; });
         }
     }
 
-    /// Which of its fields is which attribute.
+    /// The assignment of its fields to attributes.
     [[nodiscard]] const LasPlan& plan() const noexcept { return plan_; }
 
 private:
+    static LasSettings everything() {
+        LasSettings settings;
+        settings.carry = true;
+        return settings;
+    }
+
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     LasPlan plan_;
 };
 
-/// Goes through the points of a written file in order.
+/// Iterates over the points of a written file.
 class Points {
 public:
     explicit Points(const LasPlan& plan) : plan_(plan) {}
 
-    /// Goes to the next point; false behind the last one.
+    /// Advances to the next point; false after the last one.
     bool next() {
         ++place_;
         while (place_ >= size_) {
@@ -75,14 +92,14 @@ public:
                 return false;
             const LasPlan::Fragment& fragment = plan_.fragments[nextFragment_++];
             columns_ = {};
-            columns_ = LasColumns::load(fragment.captures);
+            columns_ = LasColumns::load(plan_, fragment);
             size_ = valuesOf(columns_.positions).size();
             place_ = 0;
         }
         return true;
     }
 
-    /// The columns of the current point's fragment, and its place in them.
+    /// The columns of the current point's fragment, and its index in them.
     [[nodiscard]] const LasColumns& columns() const noexcept { return columns_; }
     [[nodiscard]] std::size_t place() const noexcept { return place_; }
 
@@ -94,15 +111,25 @@ private:
     std::size_t nextFragment_ = 0;
 };
 
-/// Compares points, and keeps what is asked about all of them.
+/// Compares points, and collects counts and the box of all of them.
 class Comparison {
 public:
+    /// `found` is the plan of the file itself.
     Comparison(const std::string& name, const LasPlan& plan, const LasSettings& settings,
-               const LasStatement& statement)
+               const LasStatement& statement, const LasPlan& found)
         : name_(name),
           plan_(plan),
           settings_(settings),
-          statement_(statement) {}
+          statement_(statement) {
+        for (const LasPlan::ExtraBytes& extra : plan.extras) {
+            const auto place = std::find_if(found.extras.begin(), found.extras.end(), [&](const auto& one) {
+                return one.encoding.name == extra.encoding.name;
+            });
+            if (place == found.extras.end())
+                fail(name, fmt::format("it has no extra bytes \"{}\"", extra.encoding.name));
+            extras_.push_back(static_cast<std::size_t>(place - found.extras.begin()));
+        }
+    }
 
     void compare(std::uint64_t number, const LasPoint& expected, const LasColumns& file, std::size_t i) {
         number_ = number;
@@ -127,10 +154,23 @@ public:
         if (hasGpsTime(statement_.pointFormat))
             sameBits("GPSTime", valueAt(file.gpsTime, i, "GPSTime"), expected.gpsTime);
         if (plan_.hasColors) {
-            const auto& color = valueAt(file.rgb, i, "RGB");
-            for (std::size_t channel = 0; channel < expected.rgb.size(); ++channel)
-                same("RGB", color[channel], expected.rgb[channel]);
+            same("RGB", valueAt(file.red, i, "RGB"), expected.rgb[0]);
+            same("RGB", valueAt(file.green, i, "RGB"), expected.rgb[1]);
+            same("RGB", valueAt(file.blue, i, "RGB"), expected.rgb[2]);
         }
+        if (plan_.hasNearInfrared)
+            same("NearInfrared", valueAt(file.nearInfrared, i, "NearInfrared"), expected.nearInfrared);
+        same("Synthetic", valueAt(file.synthetic, i, "Synthetic"), expected.synthetic);
+        same("KeyPoint", valueAt(file.keyPoint, i, "KeyPoint"), expected.keyPoint);
+        same("Withheld", valueAt(file.withheld, i, "Withheld"), expected.withheld);
+        if (settings_.isExtended()) {
+            same("Overlap", valueAt(file.overlap, i, "Overlap"), expected.overlap);
+            same("ScannerChannel", valueAt(file.scannerChannel, i, "ScannerChannel"),
+                 expected.scannerChannel);
+        }
+        for (std::size_t extra = 0; extra < extras_.size(); ++extra)
+            compareExtra(plan_.extras[extra].encoding, file.extras.at(extras_[extra]), i,
+                         expected.extras.at(extra));
         if (plan_.hasReflectance) {
             const double value = static_cast<double>(valueAt(file.reflectance, i, "Reflectance"));
             same("Reflectance", std::lround((value + 25) * 2184), long{expected.reflectance});
@@ -184,9 +224,66 @@ private:
     }
 
     void sameBits(std::string_view attribute, double found, double expected) const {
-        // What is not a number is kept as it is, too.
+        // NaN must stay NaN.
         if (found != expected && !(std::isnan(found) && std::isnan(expected)))
             differ(attribute, shortestText(found), shortestText(expected));
+    }
+
+    /// What a number type of extra bytes holds at most, as values; nothing for floating-point numbers.
+    struct Range {
+        double lowest;
+        double highest;
+    };
+    [[nodiscard]] static std::optional<Range> rangeOf(const Sheaf::FieldEncoding& encoding) {
+        std::optional<Range> range;
+        const auto take = [&](auto zero) {
+            using Limits = std::numeric_limits<decltype(zero)>;
+            if (*encoding.type == typeid(zero))
+                range = {static_cast<double>(Limits::lowest()), static_cast<double>(Limits::max())};
+        };
+        take(static_cast<unsigned char>(0));
+        take(static_cast<signed char>(0));
+        take(static_cast<unsigned short>(0));
+        take(static_cast<short>(0));
+        take(0U);
+        take(0);
+        take(0ULL);
+        take(0LL);
+        return range;
+    }
+
+    void compareExtra(const Sheaf::FieldEncoding& encoding, const LasColumns::Extra& column, std::size_t i,
+                      std::optional<double> expected) const {
+        const std::optional<double> found = column.value(i);
+        const std::string what = fmt::format("extra bytes \"{}\"", encoding.name);
+        if (!found)
+            fail(name_, "it has no " + what);
+        const double scale = encoding.scale.value_or(1.0);
+        const double offset = encoding.offset.value_or(0.0);
+        const auto range = rangeOf(encoding);
+        // Bytes that nothing was put into are zeros.
+        double value = expected.value_or(offset);
+        if (std::isnan(value)) {
+            if (encoding.noData && !std::isnan(*encoding.noData))
+                value = static_cast<double>(*encoding.noData) * scale + offset;
+            else if (range)
+                value = offset;
+        }
+        double tolerance = 8 * std::numeric_limits<double>::epsilon() * (std::abs(value) + std::abs(offset));
+        if (range) {
+            const double ends[] = {range->lowest * scale + offset, range->highest * scale + offset};
+            value = std::clamp(value, std::min(ends[0], ends[1]), std::max(ends[0], ends[1]));
+            tolerance += std::abs(scale) * 0.5 * (1 + 1e-6);
+        } else if (*encoding.type == typeid(float)) {
+            tolerance +=
+                std::abs(value - offset) * static_cast<double>(std::numeric_limits<float>::epsilon());
+        }
+        // The reader makes some values floats.
+        if (column.array->elementType() == typeid(float))
+            tolerance += std::abs(value) * static_cast<double>(std::numeric_limits<float>::epsilon());
+        if (std::isnan(*found) ? !std::isnan(value)
+                               : *found != value && !(std::abs(*found - value) <= tolerance))
+            differ(what, shortestText(*found), shortestText(value));
     }
 
     void comparePosition(const PhysicalSpace::point& expected, const PhysicalSpace::point& found) {
@@ -225,7 +322,7 @@ private:
         if (!fitsBox || !holdsPoints)
             fail(name_,
                  fmt::format("the header states {0} from {1} to {2}, its points reach from {3} to {4}, "
-                             "those handed over from {5} to {6}",
+                             "the exported ones from {5} to {6}",
                              axisNames[axis], coordinateText(stated[0]), coordinateText(stated[1]),
                              coordinateText(foundLower), coordinateText(foundUpper), coordinateText(lower),
                              coordinateText(upper)));
@@ -235,6 +332,8 @@ private:
     const LasPlan& plan_;
     const LasSettings& settings_;
     const LasStatement& statement_;
+    /// For each of the plan's extras its place among those of the file.
+    std::vector<std::size_t> extras_;
     std::uint64_t number_ = 0;
     Geom::BoundingBox box_;
     std::array<std::uint64_t, 16> pointsByReturn_{};
@@ -253,32 +352,32 @@ void LasVerification::checkCount(const File& file) const {
     options.FragmentPoints = std::numeric_limits<std::uint64_t>::max();
     if (const std::uint64_t found = ReadBack(file.path, options).plan().points(); found != file.points)
         fail(file.name,
-             fmt::format("it holds {}, {} were written", counted(found, "point"), grouped(file.points)));
+             fmt::format("it contains {}, {} were written", counted(found, "point"), grouped(file.points)));
 }
 
 std::vector<std::string> LasVerification::compare(const File& file, const LasPlan& plan,
                                                   const LasRecorder::File& written) const {
     const LasStatement statement = LasStatement::read(file.path);
-    const unsigned pointFormat = pointFormatOf(settings_, plan.hasColors);
+    const unsigned pointFormat = pointFormatOf(settings_, plan);
     if (statement.versionMinor != static_cast<unsigned>(settings_.version) ||
         statement.pointFormat != pointFormat)
         fail(file.name,
              fmt::format("it is LAS 1.{}, point format {}; LAS 1.{}, point format {} was expected",
                          statement.versionMinor, statement.pointFormat, settings_.version, pointFormat));
-    Comparison comparison(file.name, plan, settings_, statement);
-    comparison.compareAxes(written.axes);
     ConvLib::ReadOptions options;
-    // Small beside the fragments that are compared with.
+    // Small compared with the fragments of the input.
     options.FragmentPoints = 100'000;
     options.Tick = tick;
     const ReadBack readBack(file.path, options);
+    Comparison comparison(file.name, plan, settings_, statement, readBack.plan());
+    comparison.compareAxes(written.axes);
     Points points(readBack.plan());
     LasExpectation expectation(plan, settings_, statement.offset);
     std::uint64_t number = 0;
     for (const LasPlan::Fragment* const fragment : written.fragments) {
         if (beginPass)
             beginPass(fragment->points);
-        expectation.take(LasColumns::load(fragment->captures));
+        expectation.take(LasColumns::load(plan, *fragment));
         for (std::size_t i = 0; i < fragment->points; ++i) {
             if (!points.next())
                 fail(file.name, fmt::format("it ends after {}", counted(number, "point")));
@@ -287,7 +386,7 @@ std::vector<std::string> LasVerification::compare(const File& file, const LasPla
         expectation.take({});
     }
     if (points.next())
-        fail(file.name, fmt::format("it goes on after {}", counted(number, "point")));
+        fail(file.name, fmt::format("it continues after {}", counted(number, "point")));
     comparison.compareExtent(written.axes);
     return comparison.returnCountDifferences();
 }

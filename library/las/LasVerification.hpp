@@ -11,7 +11,7 @@
 
 namespace Tidewatch {
 
-/// Compares LAS and LAZ files with what the exporter was given, through the readers that every input takes.
+/// Compares LAS and LAZ files with the exported data, through the same readers that read inputs.
 class LasVerification {
 public:
     /// `settings` outlives the object.
@@ -19,26 +19,26 @@ public:
 
     /// Called while points are decoded; see ConvLib::ReadOptions.
     std::function<void(const std::string& file, double share)> tick;
-    /// Called before so many points are decoded.
+    /// Called before a number of points are decoded.
     std::function<void(std::uint64_t points)> beginPass;
 
     /// A file at `path`, called `name` in messages.
     struct File {
         std::string path;
         std::string name;
-        /// Points that the exporter says it wrote.
+        /// The number of points in the exporter's record.
         std::uint64_t points;
     };
 
-    /// Compares the number of points with the header, and has the records of the header and the chunk table
-    /// of a LAZ file validated. Decodes nothing. Throws Anchor::FormatError.
+    /// Compares the number of points with the header, and validates the header's records and the chunk table of a LAZ
+    /// file. Decodes nothing. Throws Anchor::FormatError.
     void checkCount(const File& file) const;
 
     /// Decodes the whole file and compares every attribute of every point with the arrays of the fragments
-    /// that went into it, and the header with the axes and the box that the exporter announced. Which field
-    /// became which attribute is the plan's word; what their values must have become is worked out here. Gives
-    /// what is different and yet no fault, for people: the counts by return in the header follow rules of their
-    /// own. Throws Anchor::FormatError for the first difference, and what creators and `tick` throw.
+    /// that went into it, and the header with the axes and the box that the exporter announced. The assignment of
+    /// fields to attributes is the plan's; the expected values are computed independently. Returns messages about
+    /// differences that are not errors: the counts by return in the header follow their own rules. Throws
+    /// Anchor::FormatError for the first difference, and what creators and `tick` throw.
     [[nodiscard]] std::vector<std::string> compare(const File& file, const ExportLib::LasPlan& plan,
                                                    const LasRecorder::File& written) const;
 

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/las/exportLas.hpp"
 
+#include "anchor/printable.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 #include "las/LasPlan.hpp"
+#include "library/crs/gridSystem.hpp"
+#include "library/export/propertyLosses.hpp"
 #include "library/las/LasLosses.hpp"
 #include "library/las/LasOutput.hpp"
 #include "library/las/LasRecorder.hpp"
@@ -10,7 +13,9 @@
 #include "library/report/Wording.hpp"
 
 #include <cstddef>
+#include <map>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -31,6 +36,10 @@ void configure(ExportLib::ExportPointCloudToLas& exporter, const LasOptions& opt
     exporter.uncompressed = options.uncompressed || LasOutput::endsInLas(options.output.text());
     exporter.PointSourceID = options.pointSourceID;
     exporter.RenameMap = options.renames;
+    exporter.setCarry(options.carry);
+    exporter.setConforming(options.conforming);
+    exporter.setStep(options.step);
+    exporter.setOffset(options.offset);
 }
 
 class LasRun final : public ExportRun {
@@ -39,15 +48,20 @@ public:
            const RunScope& scope)
         : options_(options),
           settings_(settings),
+          bundle_(context.inputs.bundle()),
           progress_(context.progress),
-          // The exporter reads the positions for their box, then everything; the check reads it once more.
+          // The exporter reads the positions for their box, then everything; the verification reads
+          // everything again.
           recorder_(Anchor::makeStrong<LasRecorder>(scope, context.inputs, context.selection, settings_,
                                                     options.verify ? 3U : 2U, context.progress)) {
         configure(exporter_, options);
+        if (options.carry)
+            addSystems(context, scope);
     }
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
     RunRecorder& recorder() override { return *recorder_; }
+    std::set<std::string> fieldsRead() const override { return recorder_->fieldsRead(); }
 
     std::string moreSettings() const override;
 
@@ -62,14 +76,45 @@ public:
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
-    void findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragment& last, Losses& losses) const;
+    void addSystems(const ExportFormat::Context& context, const RunScope& scope);
+    void addNotes(const ExportedGrid& exported, const LasPlan& plan, std::vector<std::string>& notes);
+    void findSkippedFragments(const ExportedGrid& exported, const LasPlan::Fragment& last,
+                              Losses& losses) const;
 
     const LasOptions& options_;
     const LasSettings& settings_;
+    Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     Anchor::StrongPtr<Progress> progress_;
     Anchor::StrongPtr<LasRecorder> recorder_;
     ExportLib::ExportPointCloudToLas exporter_;
+    /// By time and grid.
+    std::map<std::pair<double, std::string>, WrittenSystem> systems_;
+    std::set<std::pair<double, std::string>> noted_;
 };
+
+void LasRun::addSystems(const ExportFormat::Context& context, const RunScope& scope) {
+    context.selection.forEachGrid(*context.inputs.bundle(),
+                                  [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+                                      if (!scope.admits(time) || !scope.admits(name))
+                                          return;
+                                      WrittenSystem written = systemForLas(grid, settings_.version);
+                                      exporter_.setAdditions(time, name, written.additions);
+                                      systems_.try_emplace({time, name}, std::move(written));
+                                  });
+}
+
+/// Once a grid, whatever the number of its files.
+void LasRun::addNotes(const ExportedGrid& exported, const LasPlan& plan, std::vector<std::string>& notes) {
+    if (!noted_.emplace(exported.time, exported.name).second)
+        return;
+    std::vector<std::string> all = plan.notes;
+    if (const auto system = systems_.find({exported.time, exported.name}); system != systems_.end())
+        all.push_back(system->second.note);
+    for (const std::string& note : all) {
+        if (!note.empty())
+            notes.push_back(gridAtTime(exported.name, exported.time) + ": " + Anchor::printable(note));
+    }
+}
 
 std::string LasRun::moreSettings() const {
     std::string text;
@@ -89,6 +134,8 @@ void LasRun::check(const FinishedFile& file, std::vector<std::string>& notes) {
     const LasVerification::File written{file.path.string(), file.target.string(), file.record.items};
     verification.checkCount(written);
     const LasRecorder::Grid* const grid = recorder_->find(file.grid);
+    if (grid != nullptr)
+        addNotes(file.grid, grid->plan, notes);
     if (!options_.verify || grid == nullptr)
         return;
     verification.tick = Progress::ticker(progress_);
@@ -97,7 +144,8 @@ void LasRun::check(const FinishedFile& file, std::vector<std::string>& notes) {
     const std::vector<std::string> differences =
         verification.compare(written, grid->plan, grid->files.at(file.number - file.grid.firstFile));
     if (!differences.empty())
-        notes.push_back(fmt::format("{}: the exporter counts points by return in its own way: {}",
+        notes.push_back(fmt::format("{}: the exporter counts points by return in its own way, which --plain "
+                                    "keeps: {}",
                                     written.name, joined(differences, "; ")));
 }
 
@@ -106,26 +154,31 @@ void LasRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
     if (grid == nullptr)
         return;
     addLasLosses(exported, *grid, settings_, losses);
+    addPropertyLosses(exported, *bundle_,
+                      {settings_.carry, settings_.carry, settings_.carry, settings_.carry}, losses);
+    if (const auto system = systems_.find({exported.time, exported.name});
+        system != systems_.end() && !system->second.loss.empty())
+        losses.addOf(gridAtTime(exported.name, exported.time), "properties",
+                     "coordinate reference system: " + system->second.loss);
     if (const LasPlan::Fragment* const last = fragmentWithoutPositions(*grid))
-        findWhatWasLeft(exported, *last, losses);
+        findSkippedFragments(exported, *last, losses);
 }
 
 /// The exporter leaves a slice at the first fragment without positions.
-void LasRun::findWhatWasLeft(const ExportedGrid& exported, const LasPlan::Fragment& last,
-                             Losses& losses) const {
+void LasRun::findSkippedFragments(const ExportedGrid& exported, const LasPlan::Fragment& last,
+                                  Losses& losses) const {
     std::set<std::string> left;
     for (const auto& [time, grid] : recorder_->plannedGrids()) {
         if (time == exported.time && grid > exported.name)
             left.insert(fmt::format("\"{}\"", grid));
     }
     const std::string& why = last.obstacle;
-    losses.add(
-        "skipped",
-        fmt::format("{}: fragment \"{}\" has no positions to export{}; nothing behind it at "
-                    "that time is exported{}",
-                    gridAtTime(exported.name, exported.time), last.name,
-                    why.empty() ? std::string() : " (" + why + ")",
-                    left.empty() ? std::string() : ", and no grid " + joined({left.begin(), left.end()})));
+    losses.add("skipped", fmt::format("{}: fragment \"{}\" has no positions to export{}; nothing after it at "
+                                      "that time is exported{}",
+                                      gridAtTime(exported.name, exported.time), last.name,
+                                      why.empty() ? std::string() : " (" + why + ")",
+                                      left.empty() ? std::string()
+                                                   : ", and no grid " + joined({left.begin(), left.end()})));
 }
 
 class LasFormat final : public ExportFormat {

@@ -2,10 +2,12 @@
 #include "library/output/OutputPattern.hpp"
 
 #include "anchor/Error.hpp"
+#include "anchor/names.hpp"
+#include "anchor/printable.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 
-#include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -33,17 +35,18 @@ OutputPattern::OutputPattern(std::string text) : text_(std::move(text)) {
             pieces_.push_back({Kind::Time, {}});
             perTime_ = true;
         } else {
-            throw UsageError(fmt::format(
-                "OUTPUT {}: {{{}}} stands for nothing; there are {{grid}} and {{time}}", text_, name));
+            throw UsageError(
+                fmt::format("OUTPUT {}: {{{}}} is unknown; there are {{grid}} and {{time}}", text_, name));
         }
         place = close + 1;
     }
 }
 
 std::string OutputPattern::fill(const std::string& grid, double time) const {
-    if (perGrid_ && !isPathComponent(grid))
+    if (const std::string_view fault = Anchor::nameFault(grid); perGrid_ && !fault.empty())
         throw Anchor::FormatError(
-            fmt::format("{}: a grid is named \"{}\", which cannot be part of a file name", text_, grid));
+            fmt::format("{}: the name of a grid, \"{}\", {}, so it cannot be part of a file name", text_,
+                        Anchor::printable(grid), fault));
     std::string path;
     for (const Piece& piece : pieces_) {
         switch (piece.kind) {
@@ -61,12 +64,14 @@ std::string OutputPattern::fill(const std::string& grid, double time) const {
     return path;
 }
 
-bool isPathComponent(const std::string& name) {
-    const auto isUnfit = [](char character) {
-        const auto byte = static_cast<unsigned char>(character);
-        return byte < 0x20 || byte == 0x7f || byte == '/' || byte == '\\';
-    };
-    return !name.empty() && name != "." && name != ".." && std::none_of(name.begin(), name.end(), isUnfit);
+std::filesystem::path OutputPattern::fixedFolder(bool isFolder) const {
+    const bool isWhole = isFolder && !perGrid_ && !perTime_;
+    // Behind the last separator before the first brace is a name that may differ from run to run.
+    const std::string first =
+        pieces_.empty() || pieces_.front().kind != Kind::Text ? "" : pieces_.front().text;
+    const std::filesystem::path folder =
+        isWhole ? std::filesystem::path(text_) : std::filesystem::path(first).parent_path();
+    return folder.empty() ? "." : folder;
 }
 
 } // namespace Tidewatch

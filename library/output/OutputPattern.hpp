@@ -3,30 +3,34 @@
 
 #include "anchor/Visibility.hpp"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
 namespace Tidewatch {
 
-/// The OUTPUT of an export command: a path in which {grid} and {time} stand for the name of a grid and for a
-/// time in its shortest decimal form.
+/// The OUTPUT of an export command: a path in which {grid} and {time} are replaced by the name of a grid and
+/// by a time in its shortest decimal form.
 class TIDEWATCH_API OutputPattern {
 public:
-    /// An empty pattern; stands in until one is given.
+    /// An empty pattern.
     OutputPattern() = default;
 
-    /// Throws UsageError for an empty text and for anything in braces that is neither of the two. A brace
-    /// without a partner stands for itself.
+    /// Throws UsageError for an empty text and for anything else in braces. An unmatched brace is literal.
     OutputPattern(std::string text);
     OutputPattern(const char* text) : OutputPattern(std::string(text)) {}
 
     [[nodiscard]] const std::string& text() const noexcept { return text_; }
 
-    /// Whether each grid gets an output of its own.
+    /// Whether each grid gets its own output.
     [[nodiscard]] bool isPerGrid() const noexcept { return perGrid_; }
 
-    /// Whether each time gets an output of its own.
+    /// Whether each time gets its own output.
     [[nodiscard]] bool isPerTime() const noexcept { return perTime_; }
+
+    /// The folder that is part of every output, whatever the grid and the time: that of the text before the first
+    /// brace, or the whole text, if it `isFolder`. "." if there is none.
+    [[nodiscard]] std::filesystem::path fixedFolder(bool isFolder) const;
 
     /// The path for a grid and a time; what the pattern does not name is not looked at. Throws
     /// Anchor::FormatError for a grid name that would not be one path component: the name comes from inside
@@ -45,9 +49,5 @@ private:
     bool perGrid_ = false;
     bool perTime_ = false;
 };
-
-/// Whether a name can stand as one component of a path: not empty, not "." or "..", no separator, no control
-/// character.
-[[nodiscard]] bool isPathComponent(const std::string& name);
 
 } // namespace Tidewatch

@@ -2,12 +2,16 @@
 #include "library/output/Placement.hpp"
 
 #include "anchor/Error.hpp"
+#include "library/output/joinFiles.hpp"
+#include "library/output/systemFiles.hpp"
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <memory>
+#include <new>
 #include <set>
 #include <string>
 #include <unistd.h>
@@ -22,37 +26,77 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void bringToDisk(const fs::path& path) {
-    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool done = file >= 0 && ::fsync(file) == 0;
-    const int error = errno;
-    if (file >= 0)
-        ::close(file);
-    if (!done)
-        throw Anchor::FileError(
-            fmt::format("{}: cannot bring the file to the disk: {}", path.string(), systemMessage(error)));
+/// Gives the file the mode of the one that it replaces, and flushes it to the disk.
+void makeReplacement(const fs::path& path, const struct stat& replaced) {
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const auto require = [&](int error) {
+        if (error != 0)
+            throw Anchor::FileError(
+                fmt::format("{}: cannot be flushed to the disk: {}", path.string(), systemMessage(error)));
+    };
+    require(file.isOpen() ? takeOverMode(file, replaced) : errno);
+    require(::fsync(file.number()) == 0 ? 0 : errno);
+    require(file.close());
 }
 
 /// 0, or the error number.
-int renameFile(const fs::path& from, const fs::path& to, bool overwrite) {
+int renameFile(const char* from, const char* to, bool overwrite) noexcept {
     if (!overwrite) {
         // Closes the gap between the check and the rename, during which somebody else may have made the file.
-        if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
             return 0;
         if (errno != EINVAL && errno != ENOSYS)
             return errno;
-        // Some file systems know no such rename.
+        // Some file systems do not support this rename.
     }
-    return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+    return std::rename(from, to) == 0 ? 0 : errno;
 }
 
-/// One form for all paths that lead to a place; a link that stands there is the place.
+/// A canonical form of a path; a symbolic link at the path itself is not followed.
 fs::path placeOf(const fs::path& path) {
     const fs::path normal = fs::absolute(path).lexically_normal();
     return fs::weakly_canonical(normal.parent_path()) / normal.filename();
 }
 
+/// The nearest folder above a path that exists.
+fs::path existingFolder(const fs::path& target) {
+    std::error_code ignored;
+    fs::path folder = fs::absolute(target).parent_path();
+    while (!fs::exists(folder, ignored) && folder.has_relative_path())
+        folder = folder.parent_path();
+    return folder;
+}
+
 } // namespace
+
+/// The folders that a placement creates; those that are still empty at the end are removed.
+class Placement::CreatedFolders {
+public:
+    CreatedFolders() = default;
+    CreatedFolders(const CreatedFolders&) = delete;
+    CreatedFolders& operator=(const CreatedFolders&) = delete;
+    ~CreatedFolders() {
+        for (; !folders_.empty(); folders_.pop_back())
+            ::rmdir(folders_.back().c_str());
+    }
+
+    void create(const fs::path& folder) {
+        std::error_code ignored;
+        if (folder.empty() || fs::exists(folder, ignored))
+            return;
+        create(folder.parent_path());
+        folders_.reserve(folders_.size() + 1);
+        fs::path name = folder;
+        if (::mkdir(folder.c_str(), 0777) == 0)
+            folders_.push_back(std::move(name));
+        else if (errno != EEXIST)
+            throw Anchor::FileError(
+                fmt::format("{}: cannot create the folder: {}", folder.string(), systemMessage(errno)));
+    }
+
+private:
+    std::vector<fs::path> folders_; // outermost first
+};
 
 Placement::Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs)
     : overwrite_(overwrite),
@@ -61,84 +105,128 @@ Placement::Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs)
 void Placement::checkFolder(const fs::path& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) == 0 ? !S_ISDIR(status.st_mode) : errno == ENOTDIR)
-        throw Anchor::FileError(path.string() + ": is no folder");
+        throw Anchor::FileError(path.string() + ": is not a folder");
 }
 
-void Placement::check(const fs::path& target, Manner manner) const {
+void Placement::check(const fs::path& target, Mode mode) const {
     struct stat status {};
     if (::stat(target.c_str(), &status) != 0) {
         if (errno == ENOTDIR)
-            throw Anchor::FileError(target.string() + ": a part of the path is no folder");
+            throw Anchor::FileError(target.string() + ": a part of the path is not a folder");
         struct stat link {};
         if (errno == ENOENT && ::lstat(target.c_str(), &link) == 0) {
-            if (manner == Manner::Append)
-                throw Anchor::FileError(target.string() + ": a link that leads nowhere stands there");
+            if (mode == Mode::Append)
+                throw Anchor::FileError(target.string() + ": is a broken link");
             if (!overwrite_)
-                throw Anchor::FileError(target.string() +
-                                        ": a link stands there already; --overwrite replaces it");
+                throw Anchor::FileError(target.string() + ": is already a link; --overwrite replaces it");
         }
         return;
     }
     if (S_ISDIR(status.st_mode))
-        throw Anchor::FileError(target.string() + ": a folder stands where the file is to go");
+        throw Anchor::FileError(target.string() + ": is a folder");
     if (!S_ISREG(status.st_mode))
-        throw Anchor::FileError(target.string() + ": something stands there that is no ordinary file");
-    const Anchor::FileIdentity identity{status.st_dev, status.st_ino};
+        throw Anchor::FileError(target.string() + ": exists and is not a regular file");
+    const Anchor::FileIdentity identity = Anchor::FileState(status).identity;
     if (std::find(inputs_.begin(), inputs_.end(), identity) != inputs_.end())
         throw Anchor::FileError(target.string() + ": the output is one of the inputs");
-    if (!overwrite_ && manner == Manner::Replace)
-        throw Anchor::FileError(target.string() + ": exists already; --overwrite replaces it");
+    if (!overwrite_ && mode == Mode::Replace)
+        throw Anchor::FileError(target.string() + ": already exists; --overwrite replaces it");
 }
 
-void Placement::add(fs::path staged, fs::path target, Manner manner) {
-    moves_.push_back({std::move(staged), std::move(target), manner, std::nullopt});
+void Placement::add(fs::path staged, fs::path target, Mode mode) {
+    moves_.push_back({std::move(staged), std::move(target), mode, std::nullopt});
 }
 
-void Placement::settle(Move& move) const {
-    check(move.target, move.manner);
-    if (move.manner == Manner::Append && fs::is_symlink(move.target))
+void Placement::resolveTarget(Move& move) const {
+    check(move.target, move.mode);
+    if (move.mode == Mode::Append && fs::is_symlink(move.target))
         move.target = fs::canonical(move.target);
 }
 
 void Placement::prepare(Move& move, const std::function<void()>& check) {
-    if (!fs::exists(move.target))
+    struct stat status {};
+    if (::lstat(move.target.c_str(), &status) != 0)
         return;
-    if (move.manner == Manner::Append) {
+    if (move.mode == Mode::Append) {
         JoinedFile joined = joinFiles(move.target, move.staged, check);
         move.staged = std::move(joined.path);
         move.before = joined.head;
+    } else {
+        // A link has no mode of its own.
+        if (!S_ISREG(status.st_mode) && ::stat(move.staged.c_str(), &status) != 0)
+            return;
+        makeReplacement(move.staged, status);
     }
-    bringToDisk(move.staged);
+}
+
+void Placement::checkMount(const Move& move) {
+    const fs::path folder = existingFolder(move.target);
+    const auto from = Mount::of(move.staged);
+    const auto to = Mount::of(folder);
+    if (from && to && *from != *to)
+        throw Anchor::FileError(
+            fmt::format("{}: {} lies on another file system than the rest of the output; nothing was "
+                        "put in place. Export to that folder by itself",
+                        move.target.string(), folder.string()));
 }
 
 void Placement::commit(const std::function<void()>& check) {
     std::set<fs::path> targets;
     for (Move& move : moves_) {
-        settle(move);
+        resolveTarget(move);
         if (!targets.insert(placeOf(move.target)).second)
             throw Anchor::FileError(move.target.string() + ": two files are to go there");
+        checkMount(move);
     }
     for (Move& move : moves_)
         prepare(move, check);
+    CreatedFolders folders;
+    for (const Move& move : moves_) {
+        folders.create(move.target.parent_path());
+        if (move.before)
+            bytesBefore_[move.target] = move.before->size;
+    }
     for (const Move& move : moves_) {
         if (move.before && Anchor::FileState::of(move.target) != move.before)
             throw Anchor::FileError(move.target.string() +
-                                    ": the file was changed while it was to be added to");
+                                    ": the file was changed while it was being appended to");
     }
-    std::vector<std::string> placed;
-    for (const Move& move : moves_) {
-        std::error_code error;
-        if (const fs::path folder = move.target.parent_path(); !folder.empty())
-            fs::create_directories(folder, error);
-        const bool replaces = overwrite_ || move.before.has_value();
-        const int failure = error ? error.value() : renameFile(move.staged, move.target, replaces);
-        if (failure != 0)
-            throw Anchor::FileError(fmt::format(
-                "{}: cannot be put in place: {} ({})", move.target.string(), systemMessage(failure),
-                placed.empty() ? "nothing was put in place" : "in place already: " + joined(placed)));
-        placed.push_back(move.target.string());
-    }
+    renameAll();
     moves_.clear();
+}
+
+void Placement::renameAll() const {
+    // Memory for the message about a rename that fails, in case there is no other by then.
+    std::size_t messageSize = 4096;
+    for (const Move& move : moves_)
+        messageSize += 8 * move.target.native().size();
+    auto reserve = std::make_unique<char[]>(messageSize);
+    for (std::size_t number = 0; number != moves_.size(); ++number) {
+        const Move& move = moves_[number];
+        const int failure =
+            renameFile(move.staged.c_str(), move.target.c_str(), overwrite_ || move.before.has_value());
+        if (failure == 0)
+            continue;
+        const auto fail = [&] {
+            std::string placed;
+            for (std::size_t done = 0; done != number; ++done)
+                placed += (done == 0 ? "in place already: " : ", ") + moves_[done].target.string();
+            throw Anchor::FileError(fmt::format("{}: cannot be put in place: {} ({})", move.target.string(),
+                                                systemMessage(failure),
+                                                placed.empty() ? "nothing was put in place" : placed));
+        };
+        try {
+            fail();
+        } catch (const std::bad_alloc&) {
+            reserve.reset();
+            fail();
+        }
+    }
+}
+
+std::uint64_t Placement::bytesBefore(const fs::path& target) const {
+    const auto found = bytesBefore_.find(target);
+    return found != bytesBefore_.end() ? found->second : 0;
 }
 
 } // namespace Tidewatch

@@ -1,16 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/output/StagingFolder.hpp"
 
+#include "anchor/Console.hpp"
 #include "anchor/Error.hpp"
+#include "anchor/printable.hpp"
 #include "library/report/Wording.hpp"
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
 #include <map>
+#include <optional>
+#include <string_view>
 #include <system_error>
+#include <unistd.h>
+#include <utility>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
+#include <sys/file.h>
 #include <sys/statvfs.h>
 
 namespace Tidewatch {
@@ -19,24 +29,75 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The streams of exporters do not tell why they failed; a device without room is the usual cause.
+constexpr std::string_view namePrefix = "tidewatch-";
+constexpr const char* noteName = "note";
+constexpr std::string_view noteTitle = "unfinished files of tidewatch";
+
+/// Who made a folder of unfinished files.
+struct Maker {
+    std::string host;
+    /// Changes with every start of the machine.
+    std::string boot;
+    std::string process;
+
+    static Maker thisProcess() {
+        std::array<char, 256> host{};
+        (void)::gethostname(host.data(), host.size() - 1);
+        std::string boot;
+        std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), boot);
+        return {host.data(), boot, std::to_string(::getpid())};
+    }
+
+    [[nodiscard]] std::string text() const {
+        return fmt::format("{}\nhost {}\nboot {}\nprocess {}\n", noteTitle, host, boot, process);
+    }
+
+    /// nullopt if it is not such a note.
+    static std::optional<Maker> parse(std::string_view text) {
+        const auto line = [&](std::string_view label) -> std::optional<std::string> {
+            const std::size_t end = text.find('\n');
+            if (end == std::string_view::npos || !text.starts_with(label))
+                return std::nullopt;
+            std::string value(text.substr(label.size(), end - label.size()));
+            text.remove_prefix(end + 1);
+            return value;
+        };
+        const auto title = line(noteTitle);
+        auto host = title ? line("host ") : std::nullopt;
+        auto boot = host ? line("boot ") : std::nullopt;
+        auto process = boot ? line("process ") : std::nullopt;
+        return process ? std::optional(Maker{*host, *boot, *process}) : std::nullopt;
+    }
+};
+
+/// Why a stream may have failed that does not say it itself.
 std::string likelyCause(const fs::path& folder) {
     struct statvfs room {};
-    if (::statvfs(folder.c_str(), &room) == 0 && room.f_bavail == 0)
+    if (::statvfs(folder.c_str(), &room) != 0)
+        return ": " + systemMessage(errno);
+    if (room.f_bavail == 0)
         return ": " + systemMessage(ENOSPC);
-    return {};
+    if (room.f_files != 0 && room.f_favail == 0)
+        return ": " + systemMessage(ENOSPC) + " for another file (the file system has no inodes left)";
+    return ": not everything arrived, and the system gave no reason";
+}
+
+std::string causeOf(const ConvLib::WrittenFile& file, const fs::path& folder) {
+    return file.error != 0 ? ": " + systemMessage(file.error) : likelyCause(folder);
+}
+
+bool tryToLock(const Descriptor& file) {
+    return ::flock(file.number(), LOCK_EX | LOCK_NB) == 0;
 }
 
 } // namespace
 
-StagingFolder::StagingFolder(const fs::path& place) {
+StagingFolder::StagingFolder(const fs::path& place) : place_(place) {
     try {
         makePlace(place);
-        std::string pattern = (place / "tidewatch-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr)
-            throw Anchor::FileError(fmt::format("{}: cannot make a folder for unfinished files there: {}",
-                                                place.string(), systemMessage(errno)));
-        path_ = pattern;
+        placeHandle_ = Descriptor(::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        makeFolder();
+        removeOrphans();
     } catch (...) {
         remove();
         throw;
@@ -53,26 +114,105 @@ void StagingFolder::makePlace(const fs::path& place) {
     for (fs::path folder = place; !folder.empty() && !fs::exists(folder, ignored);
          folder = folder.parent_path())
         missing.push_back(folder);
+    madeFolders_.reserve(missing.size());
     for (; !missing.empty(); missing.pop_back()) {
-        const fs::path& outermost = missing.back();
+        fs::path& outermost = missing.back();
         if (::mkdir(outermost.c_str(), 0777) == 0)
-            madeFolders_.push_back(outermost);
+            madeFolders_.push_back(std::move(outermost));
         else if (errno != EEXIST)
             throw Anchor::FileError(
-                fmt::format("{}: cannot make the folder: {}", outermost.string(), systemMessage(errno)));
+                fmt::format("{}: cannot create the folder: {}", outermost.string(), systemMessage(errno)));
+    }
+}
+
+void StagingFolder::makeFolder() {
+    const auto fail = [&](int error) {
+        throw Anchor::FileError(fmt::format("{}: cannot create a folder for unfinished files there: {}",
+                                            place_.string(), systemMessage(error)));
+    };
+    if (!placeHandle_.isOpen())
+        fail(errno);
+    std::string pattern = (place_ / (std::string(namePrefix) + "XXXXXX")).string();
+    std::string name(namePrefix.size() + 6, '\0');
+    if (::mkdtemp(pattern.data()) == nullptr)
+        fail(errno);
+    // From here on there is something to remove; the name has the room already.
+    name.assign(pattern, pattern.size() - name.size());
+    name_.swap(name);
+    const fs::path folder = pattern;
+    note_ = Descriptor(::open((folder / noteName).c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!note_.isOpen())
+        fail(errno);
+    // On file systems without locks nobody takes the folder for an orphan, since nobody gets a lock.
+    (void)tryToLock(note_);
+    const std::string text = Maker::thisProcess().text();
+    if (const int error = writeAll(note_, text.data(), text.size()); error != 0)
+        fail(error);
+}
+
+StagingFolder::Run::Run(fs::path name) : name_(std::move(name)) {
+    const bool isMade = ::mkdir(name_.c_str(), 0777) == 0;
+    if (isMade)
+        handle_ = Descriptor(::open(name_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!handle_.isOpen())
+        throw Anchor::FileError(fmt::format("{}: cannot create a folder for unfinished files there: {}",
+                                            name_.parent_path().parent_path().string(),
+                                            systemMessage(errno)));
+    path_ = fmt::format("/proc/self/fd/{}", handle_.number());
+    // Where /proc is not mounted the name has to do.
+    if (::access(path_.c_str(), W_OK) != 0)
+        path_ = name_;
+}
+
+StagingFolder::Run StagingFolder::beginRun() {
+    return Run(place_ / name_ / std::to_string(runs_++));
+}
+
+void StagingFolder::removeOrphans() {
+    const Maker self = Maker::thisProcess();
+    std::error_code ignored;
+    for (fs::directory_iterator entry(place_, ignored), end; !ignored && entry != end;
+         entry.increment(ignored)) {
+        const std::string name = entry->path().filename().string();
+        if (!name.starts_with(namePrefix) || name.size() != namePrefix.size() + 6 || name == name_)
+            continue;
+        const Descriptor note(::open((entry->path() / noteName).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        std::array<char, 1024> text{};
+        const ssize_t size = note.isOpen() ? ::pread(note.number(), text.data(), text.size(), 0) : -1;
+        const auto maker =
+            size > 0 ? Maker::parse({text.data(), static_cast<std::size_t>(size)}) : std::nullopt;
+        if (!maker)
+            continue;
+        if (maker->host != self.host || maker->boot != self.boot) {
+            leftovers_.push_back(fmt::format(
+                "{}: unfinished files of process {} on {}; remove them if it has ended",
+                entry->path().string(), Anchor::printable(maker->process), Anchor::printable(maker->host)));
+        } else if (tryToLock(note)) {
+            removeTree(placeHandle_.number(), name.c_str());
+        }
     }
 }
 
 void StagingFolder::remove() noexcept {
-    std::error_code ignored;
-    if (!path_.empty())
-        fs::remove_all(path_, ignored);
+    if (!name_.empty()) {
+        const int error = removeTree(placeHandle_.number(), name_.c_str());
+        if (error != 0) {
+            try {
+                Anchor::Console() << (place_ / name_).string()
+                                  << ": unfinished files cannot be removed: " << systemMessage(error);
+            } catch (...) {
+                // No memory for the message.
+            }
+        }
+        name_.clear();
+    }
     for (; !madeFolders_.empty(); madeFolders_.pop_back())
         ::rmdir(madeFolders_.back().c_str());
 }
 
-std::vector<fs::path> StagingFolder::verify(std::span<const ConvLib::WrittenFile> record,
-                                            const std::function<fs::path(const fs::path&)>& target) const {
+std::vector<fs::path>
+StagingFolder::Run::verify(std::span<const ConvLib::WrittenFile> record,
+                           const std::function<fs::path(const fs::path&)>& target) const {
     // An exporter may write a file several times over; the bytes of the last time are those that count.
     std::map<fs::path, std::uint64_t> bytesOf;
     for (const ConvLib::WrittenFile& file : record) {
@@ -81,18 +221,18 @@ std::vector<fs::path> StagingFolder::verify(std::span<const ConvLib::WrittenFile
             throw Anchor::FileError(file.path + ": was written outside of the folder for unfinished files");
         if (file.failed)
             throw Anchor::FileError(
-                fmt::format("{}: writing failed{}", target(relative).string(), likelyCause(path_)));
+                fmt::format("{}: writing failed{}", target(relative).string(), causeOf(file, path_)));
         bytesOf[relative] = file.bytes;
     }
     for (const auto& [relative, bytes] : bytesOf) {
         std::error_code error;
         const std::uint64_t size = fs::file_size(path_ / relative, error);
         if (error)
-            throw Anchor::FileError(
-                fmt::format("{}: the written file is gone: {}", target(relative).string(), error.message()));
+            throw Anchor::FileError(fmt::format("{}: the written file is missing: {}",
+                                                target(relative).string(), error.message()));
         if (size != bytes)
-            throw Anchor::FileError(fmt::format("{}: {} bytes were written, but the file has {}{}",
-                                                target(relative).string(), bytes, size, likelyCause(path_)));
+            throw Anchor::FileError(fmt::format("{}: {} bytes were written, but the file has {}",
+                                                target(relative).string(), bytes, size));
     }
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path_)) {
         const fs::path relative = entry.path().lexically_relative(path_);

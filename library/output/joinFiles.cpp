@@ -2,10 +2,11 @@
 #include "library/output/joinFiles.hpp"
 
 #include "anchor/Error.hpp"
+#include "library/output/systemFiles.hpp"
 #include "library/report/Wording.hpp"
 
 #include <cerrno>
-#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
 #include <string>
@@ -13,7 +14,6 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 namespace Tidewatch {
 
@@ -23,37 +23,20 @@ namespace {
 
 constexpr std::size_t blockSize = std::size_t{1} << 20;
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor() {
-        if (number_ >= 0)
-            ::close(number_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    [[nodiscard]] bool isOpen() const noexcept { return number_ >= 0; }
-    [[nodiscard]] int number() const noexcept { return number_; }
-
-private:
-    int number_;
-};
-
-/// One joining of files, for messages that name the file that the user knows.
+/// Two files becoming one; messages name the file that the user knows.
 class Joining {
 public:
     Joining(const fs::path& head, const fs::path& tail, const std::function<void()>& check)
         : head_(head),
           check_(check),
           path_((tail.parent_path() / "joined-XXXXXX").string()),
-          out_(::mkstemp(path_.data())),
-          block_(blockSize) {
+          block_(blockSize),
+          out_(::mkostemp(path_.data(), O_CLOEXEC)) {
         if (!out_.isOpen())
-            fail();
+            fail(errno);
     }
     ~Joining() {
-        if (!isDone_ && out_.isOpen())
+        if (!isDone_)
             ::unlink(path_.c_str());
     }
     Joining(const Joining&) = delete;
@@ -61,53 +44,67 @@ public:
 
     JoinedFile run(const fs::path& tail) {
         const struct stat status = copy(head_);
-        if (::fchmod(out_.number(), status.st_mode & 07777) != 0)
-            fail();
         copy(tail);
+        require(takeOverMode(out_, status));
+        if (::fsync(out_.number()) != 0)
+            fail(errno);
+        struct stat joined {};
+        if (::fstat(out_.number(), &joined) != 0)
+            fail(errno);
+        require(out_.close());
+        if (static_cast<std::uint64_t>(joined.st_size) != written_)
+            throw Anchor::FileError(
+                fmt::format("{}: cannot be added to: {} bytes were written, and {} arrived", head_.string(),
+                            written_, joined.st_size));
+        JoinedFile result{path_, Anchor::FileState(status)};
         isDone_ = true;
-        return {path_, Anchor::FileState(status)};
+        return result;
     }
 
 private:
-    /// Gives the state of the file before it was read.
+    /// Returns the state of the file before it was read.
     struct stat copy(const fs::path& path) {
         const Descriptor in(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
         struct stat status {};
         if (!in.isOpen() || ::fstat(in.number(), &status) != 0)
-            fail();
+            fail(errno);
+        std::uint64_t copied = 0;
         for (;;) {
             if (check_)
                 check_();
             const ssize_t got = ::read(in.number(), block_.data(), block_.size());
             if (got == 0)
-                return status;
-            if (got > 0)
-                write(static_cast<std::size_t>(got));
-            else if (errno != EINTR)
-                fail();
+                break;
+            if (got > 0) {
+                require(writeAll(out_, block_.data(), static_cast<std::size_t>(got)));
+                copied += static_cast<std::uint64_t>(got);
+            } else if (errno != EINTR) {
+                fail(errno);
+            }
         }
+        written_ += copied;
+        if (copied != static_cast<std::uint64_t>(status.st_size))
+            throw Anchor::FileError(fmt::format("{}: cannot be added to: {} bytes were read of {}",
+                                                head_.string(), copied, status.st_size));
+        return status;
     }
 
-    void write(std::size_t size) {
-        for (std::size_t done = 0; done != size;) {
-            const ssize_t put = ::write(out_.number(), block_.data() + done, size - done);
-            if (put >= 0)
-                done += static_cast<std::size_t>(put);
-            else if (errno != EINTR)
-                fail();
-        }
+    void require(int error) const {
+        if (error != 0)
+            fail(error);
     }
 
-    [[noreturn]] void fail() const {
+    [[noreturn]] void fail(int error) const {
         throw Anchor::FileError(
-            fmt::format("{}: cannot be added to: {}", head_.string(), systemMessage(errno)));
+            fmt::format("{}: cannot be added to: {}", head_.string(), systemMessage(error)));
     }
 
     const fs::path& head_;
     const std::function<void()>& check_;
     std::string path_;
-    Descriptor out_;
     std::vector<char> block_;
+    Descriptor out_;
+    std::uint64_t written_ = 0;
     bool isDone_ = false;
 };
 

@@ -8,7 +8,7 @@
 
 namespace Tidewatch {
 
-/// A new file that holds what two others hold.
+/// A new file with the contents of two others.
 struct JoinedFile {
     std::filesystem::path path;
     /// The state of the first of them when it was read.
@@ -16,9 +16,9 @@ struct JoinedFile {
 };
 
 /// Writes what `head` holds and then what `tail` holds into a new file in the folder of `tail`, with the
-/// permissions of `head`. Both stay as they are. Throws Anchor::FileError naming `head` when one cannot be
-/// read or the new one cannot be written, and what `check` throws, which is called for each block (it may be empty); the
-/// new file is then removed.
+/// permissions of `head`, and flushes it to the disk. Both stay as they are. Throws Anchor::FileError naming `head` when
+/// one cannot be read or the new one cannot be written, and what `check` throws, which is called for each block (it may
+/// be empty); the new file is then removed.
 [[nodiscard]] JoinedFile joinFiles(const std::filesystem::path& head, const std::filesystem::path& tail,
                                    const std::function<void()>& check = {});
 

@@ -13,7 +13,7 @@ namespace {
 
 struct SteppedAxis {
     ExportLib::PcdAxis written;
-    /// To which the input's coordinates are to be kept.
+    /// The step of the input's coordinates that the file should preserve.
     double step;
 };
 

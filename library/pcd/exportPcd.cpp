@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/pcd/exportPcd.hpp"
 
+#include "anchor/Error.hpp"
 #include "convlib/NumberText.hpp"
 #include "library/export/PlannedGrids.hpp"
+#include "library/export/propertyLosses.hpp"
 #include "library/pcd/PcdRounding.hpp"
 #include "library/report/Wording.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
@@ -31,17 +33,20 @@ public:
                            return context.selection.UseThisField(field);
                        });
                    }),
+          bundle_(context.inputs.bundle()),
           recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.RefLevel = options.refinementLevel;
         exporter_.Precision = options.precision;
         exporter_.CellSize = options.cellSize;
         exporter_.ExactCounts = options.exactCounts;
+        checkMemory(context);
         context.progress->begin("writing", planned_.elements(), "values");
     }
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
     RunRecorder& recorder() override { return *recorder_; }
+    std::set<std::string> fieldsRead() const override { return planned_.fieldsRead(); }
 
     std::string moreSettings() const override {
         return fmt::format("\nRefLevel: {} \nPrecision: {} \nCellSize: {} {}", exporter_.RefLevel,
@@ -52,12 +57,13 @@ public:
     std::string whySkipped(const ExportedGrid& exported) const override {
         const PlannedPcds::Grid* const grid = planned_.find(exported);
         return grid != nullptr && !grid->plan.obstacle.empty() ? grid->plan.obstacle
-                                                               : "its arrays of positions hold no points";
+                                                               : "its arrays of positions contain no points";
     }
 
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
+    void checkMemory(const ExportFormat::Context& context) const;
     void findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
     void findIntensityLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
     void findRounding(const ExportedGrid& exported,
@@ -65,9 +71,26 @@ private:
     void findCountLoss(const ExportedGrid& exported, Losses& losses) const;
 
     PlannedPcds planned_;
+    Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToPCD exporter_;
 };
+
+/// Says what the largest grid needs, and refuses it before the work where that is more than allowed.
+void PcdRun::checkMemory(const ExportFormat::Context& context) const {
+    const std::uint64_t allowed = context.inputs.memoryLimit();
+    planned_.forEach([&](double time, const std::string& name, const PcdPlan& plan) {
+        const std::uint64_t needed = plan.memory();
+        if (needed > allowed)
+            throw Anchor::LimitError(fmt::format(
+                "{}: {} need {} of memory to be thinned together, and {} are allowed; take a part with --time or --grid, "
+                "or raise --memory-limit",
+                gridAtTime(name, time), counted(plan.elements(PcdPlan::Role::Positions), "point"),
+                memoryText(needed), memoryText(allowed)));
+        context.progress->say(
+            fmt::format("{} needs {} of memory", gridAtTime(name, time), memoryText(needed)));
+    });
+}
 
 void PcdRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
     const PlannedPcds::Grid* const grid = planned_.find(exported);
@@ -77,6 +100,7 @@ void PcdRun::findLosses(const ExportedGrid& exported, Losses& losses) const {
     findIntensityLoss(exported, grid->plan, losses);
     findRounding(exported, grid->inputStep, losses);
     findCountLoss(exported, losses);
+    addPropertyLosses(exported, *bundle_, {}, losses);
 }
 
 void PcdRun::findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const {

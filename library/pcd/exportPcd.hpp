@@ -7,7 +7,7 @@
 
 namespace Tidewatch {
 
-/// An export to PCD. The settings are those of ExportLib::ExportPointCloudToPCD, and so are their defaults.
+/// An export to PCD. The settings and their defaults are those of ExportLib::ExportPointCloudToPCD.
 struct TIDEWATCH_API PcdOptions : ExportOptions {
     PcdOptions();
 
@@ -20,7 +20,7 @@ struct TIDEWATCH_API PcdOptions : ExportOptions {
 /// The format for an Export.
 [[nodiscard]] TIDEWATCH_API std::unique_ptr<const ExportFormat> pcdFormat(const PcdOptions& options);
 
-/// Writes the chosen grids of the inputs as PCD and puts the files in place, see Export::placeUnlessRefused().
+/// Writes the selected grids of the inputs as PCD and puts the files in place, see Export::placeUnlessRefused().
 TIDEWATCH_API ExportReport exportPcd(const Inputs& inputs, const PcdOptions& options,
                                      const Anchor::StrongPtr<Progress>& progress = {});
 

@@ -10,23 +10,23 @@
 
 namespace Tidewatch {
 
-/// What an export does not carry, or not as it was.
+/// Something that an export drops or changes.
 struct Loss {
-    /// For programs; docs/program.md lists them.
+    /// For programs; docs/program.md lists the kinds.
     std::string kind;
-    /// For people.
+    /// A text for the user.
     std::string message;
 };
 
-/// Collects losses; fields that are not carried become one entry, whatever number of grids they belong to.
+/// Collects losses; all dropped fields become one entry, however many grids they belong to.
 class TIDEWATCH_API Losses {
 public:
     void add(std::string_view kind, std::string message);
-    /// A loss of one of several grids or files, named by `where`; what is said of several of them in the same
-    /// words becomes one entry.
+    /// A loss of one of several grids or files, named by `where`; losses with the same kind and text become
+    /// one entry.
     void addOf(std::string_view where, std::string_view kind, std::string text);
     void addField(const std::string& name);
-    /// What an input file holds and its part of the bundle does not.
+    /// Adds the contents of an input file that are not in the bundle.
     void addProperties(const ConvLib::InputReport& input);
 
     /// All of them, fields first. `format` is the name of the written format: "PCD".
@@ -35,7 +35,7 @@ public:
 private:
     struct Entry {
         Loss loss;
-        /// What the message is about; empty where it says so itself.
+        /// The grids or files concerned; empty if the message names them itself.
         std::vector<std::string> where;
     };
 

@@ -5,7 +5,7 @@
 
 namespace Tidewatch {
 
-/// Options ask for something that makes no sense; the program then ends with status 2.
+/// Invalid options or arguments; the program then ends with status 2.
 class TIDEWATCH_API UsageError : public Anchor::Error {
 public:
     using Error::Error;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/report/Wording.hpp"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <system_error>
@@ -36,6 +37,15 @@ std::string grouped(std::uint64_t number) {
 
 std::string counted(std::uint64_t number, std::string_view what) {
     return fmt::format("{} {}{}", grouped(number), what, number == 1 ? "" : "s");
+}
+
+std::string memoryText(std::uint64_t bytes) {
+    static constexpr std::array units{"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    auto value = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (; value >= 1024 && unit + 1 < units.size(); ++unit)
+        value /= 1024;
+    return unit == 0 ? fmt::format("{} {}", bytes, units[0]) : fmt::format("{:.3g} {}", value, units[unit]);
 }
 
 std::string gridAtTime(std::string_view grid, double time) {

@@ -8,21 +8,24 @@
 #include <string_view>
 #include <vector>
 
-/// Numbers and names as the program's messages show them. Nothing here depends on the locale.
+/// Numbers and names as shown in the program's messages. Independent of the locale.
 namespace Tidewatch {
 
 /// The shortest decimal text that reads back as the same number: "2.5", "1e+22".
 [[nodiscard]] TIDEWATCH_API std::string shortestText(double value);
 
-/// A coordinate for people: at most nine decimals and no exponent, "1536870.91175"; what is too large for
-/// that or no finite number as shortestText() has it.
+/// A coordinate for the user: at most nine decimals and no exponent, "1536870.91175"; like shortestText() for
+/// numbers that are too large for that or not finite.
 [[nodiscard]] TIDEWATCH_API std::string coordinateText(double value);
 
-/// A number for people, its digits in groups of three: "1 000 000".
+/// A number for the user, its digits in groups of three: "1 000 000".
 [[nodiscard]] TIDEWATCH_API std::string grouped(std::uint64_t number);
 
-/// A grouped number with what it counts, `what` given in the singular: "1 point", "110 000 points".
+/// A grouped number with its unit, given in the singular: "1 point", "110 000 points".
 [[nodiscard]] TIDEWATCH_API std::string counted(std::uint64_t number, std::string_view what);
+
+/// Bytes in the largest unit that leaves a number of 1 or more, to three digits: "1.5 GiB".
+[[nodiscard]] TIDEWATCH_API std::string memoryText(std::uint64_t bytes);
 
 /// `grid "dunes" at time 2.5`.
 [[nodiscard]] TIDEWATCH_API std::string gridAtTime(std::string_view grid, double time);
@@ -30,7 +33,7 @@ namespace Tidewatch {
 [[nodiscard]] TIDEWATCH_API std::string joined(const std::vector<std::string>& texts,
                                                std::string_view separator = ", ");
 
-/// What the system says of an error number.
+/// The system's text for an error number.
 [[nodiscard]] TIDEWATCH_API std::string systemMessage(int errorNumber);
 
 } // namespace Tidewatch

@@ -9,8 +9,8 @@ namespace Tidewatch {
 
 namespace {
 
-/// Spreads the bits of a number so that neighbours have nothing in common (the finaliser of SplitMix64, after
-/// Steele, Lea and Flood, "Fast splittable pseudorandom number generators", 2014).
+/// Mixes the bits of a number so that consecutive numbers give uncorrelated results (the finaliser of
+/// SplitMix64, after Steele, Lea and Flood, "Fast splittable pseudorandom number generators", 2014).
 std::uint64_t scatter(std::uint64_t number) noexcept {
     number = (number ^ (number >> 30)) * 0xbf58476d1ce4e5b9U;
     number = (number ^ (number >> 27)) * 0x94d049bb133111ebU;
@@ -88,7 +88,7 @@ double CoastModel::noise(double x, double y, double scale, std::uint64_t layer) 
     const double column = std::floor(x / scale);
     const double row = std::floor(y / scale);
     const auto corner = [&](double dx, double dy) {
-        // Places lie within some kilometres, so both numbers fit 24 bits.
+        // Coordinates are at most some kilometres, so both numbers fit 24 bits.
         const auto i = static_cast<std::uint64_t>(static_cast<std::int64_t>(column + dx) + 0x800000);
         const auto j = static_cast<std::uint64_t>(static_cast<std::int64_t>(row + dy) + 0x800000);
         return random_.unit(layer << 48 | i << 24 | j) * 2.0 - 1.0;
@@ -101,7 +101,7 @@ double CoastModel::noise(double x, double y, double scale, std::uint64_t layer) 
 }
 
 CoastModel::Ground CoastModel::ground(double x, double y) const noexcept {
-    // The shoreline swings to and fro, the dyke runs straight.
+    // The shoreline meanders, the dyke is straight.
     const double swing = noise(x, 0.0, 260.0, 1) * 28.0 * (1.0 - smoothStep(560.0, 640.0, y));
     double height = profileHeight(std::clamp(y + swing, 0.0, width));
     if (y < 440.0) {

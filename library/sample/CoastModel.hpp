@@ -5,10 +5,10 @@
 
 namespace Tidewatch {
 
-/// Random numbers by counting: the same numbers on every machine, in any order, without a state.
+/// Counter-based random numbers: the same numbers on every machine, in any order, without a state.
 class CountedRandom {
 public:
-    /// A stream of its own for each pair of seed and stream number.
+    /// Each pair of seed and stream number has its own random numbers.
     CountedRandom(std::uint64_t seed, std::uint64_t stream) noexcept;
 
     /// 64 random bits for a number.
@@ -41,13 +41,13 @@ public:
         Cover cover;
     };
 
-    /// The ground, without what stands or grows on it.
+    /// The ground, without plants and buildings.
     [[nodiscard]] Ground ground(double x, double y) const noexcept;
 
     /// The height of plants above the ground; 0 where none grow.
     [[nodiscard]] double plants(double x, double y, Cover cover) const noexcept;
 
-    /// The height above the ground of the roof over a place; 0 where no house stands.
+    /// The height above the ground of the roof over a place; 0 if there is no house.
     [[nodiscard]] static double roof(double x, double y) noexcept;
 
     /// The surface of the water at a tide, with its waves.

@@ -42,7 +42,7 @@ struct Echoes {
     void add(const Echo& echo) { list[count++] = echo; }
 };
 
-/// What a surface sends back: its reflectance in decibels and its colour.
+/// Properties of a surface: its reflectance in decibels and its colour.
 struct Surface {
     float reflectance;
     std::array<int, 3> color;
@@ -87,7 +87,7 @@ double toMillimetres(double value) {
     return std::round(value * 1000.0) / 1000.0;
 }
 
-/// The fields in the making. The order of its members is that of columns().
+/// The fields while they are computed. The order of the members is that of columns().
 struct Columns {
     std::vector<PhysicalSpace::point> positions;
     std::vector<unsigned short> intensity;
@@ -138,7 +138,7 @@ const std::array<SampleScan::Column, 14> columnList{{{"Positions", typeid(Physic
                                                      {"Reflectance", typeid(float)},
                                                      {"Amplitude", typeid(unsigned short)}}};
 
-/// What a pulse at a place meets, highest first. `chance` is a random value in [0, 1).
+/// The surfaces that a pulse at a place hits, highest first. `chance` is a random value in [0, 1).
 Echoes echoesAt(const CoastModel& coast, double x, double y, double tide, double chance) {
     Echoes echoes;
     const CoastModel::Ground ground = coast.ground(x, y);
@@ -146,7 +146,7 @@ Echoes echoesAt(const CoastModel& coast, double x, double y, double tide, double
     const bool isReached = y < 640.0 || ground.cover == Cover::Ditch;
     if (isReached && ground.height < water) {
         echoes.add({water, Water, ground.cover});
-        // Green light reaches the bottom of clear, shallow water now and then.
+        // Green light sometimes reaches the bottom of clear, shallow water.
         if (water - ground.height < 3.0 && chance < 0.3)
             echoes.add({ground.height, Ground, Cover::Seabed});
         return echoes;
@@ -207,8 +207,7 @@ std::vector<Anchor::StrongPtr<Sheaf::MemBase>> SampleScan::make() const {
 
     std::uint64_t number = 0;
     while (number < points_) {
-        // A pulse belongs to the place of its first echo in the order of points, so the number of points is
-        // exact.
+        // The number of a pulse is that of its first point, so the number of points is exact.
         const auto chance = [&](std::uint64_t which) { return random_.unit(number * 8 + which); };
         const double progress = static_cast<double>(number) / count;
         const double line = std::floor(progress * lines);

@@ -14,8 +14,8 @@
 
 namespace Tidewatch {
 
-/// A piece of a laser scan of the coast: so many points in the order in which a scanner would have met them,
-/// made when they are asked for. Made again, they are the same.
+/// A part of a laser scan of the coast: a number of points in scan order, generated on demand and
+/// reproducibly.
 class SampleScan {
 public:
     /// The part of the coast that is scanned, in its local coordinates; flown along x, scanned across y.
@@ -29,13 +29,13 @@ public:
         const std::type_info& elementType;
     };
 
-    /// `tide` is the level of the sea, `time` the second at which the piece begins; `corner` is added to
+    /// `tide` is the level of the sea, `time` the second at which the part starts; `corner` is added to
     /// coordinates.
     SampleScan(std::shared_ptr<const CoastModel> coast, const CountedRandom& random, const Area& area,
                const Geom::PhysicalSpace::vector& corner, unsigned short strip, double tide, double time,
                std::uint64_t points);
 
-    /// The fields: every attribute of LAS points in the element type that exporters of LAS expect.
+    /// The fields: every attribute of LAS points with the element type that the LAS exporter expects.
     [[nodiscard]] static std::span<const Column> columns();
 
     /// Bytes of all fields of one point.
@@ -43,7 +43,7 @@ public:
 
     [[nodiscard]] std::uint64_t size() const noexcept { return points_; }
 
-    /// One array a field, in the order of columns().
+    /// One array per field, in the order of columns().
     [[nodiscard]] std::vector<Anchor::StrongPtr<Sheaf::MemBase>> make() const;
 
 private:

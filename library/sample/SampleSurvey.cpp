@@ -25,7 +25,7 @@ namespace {
 
 using Geom::PhysicalSpace;
 
-/// The lower left corner of the coast, in the manner of UTM zone 32.
+/// The lower left corner of the coast, similar to UTM zone 32.
 constexpr PhysicalSpace::vector corner{431000.0, 5921000.0, 0.0};
 
 struct Tide {
@@ -40,7 +40,7 @@ constexpr std::uint64_t thinning = 8;
 
 class ScanCreator;
 
-/// One fragment of the scan: how to make it, and the creators of its fields, which are all served by one
+/// One fragment of the scan: its generator, and the creators of its fields, all of which are filled in one
 /// pass.
 struct ScanFragment {
     SampleScan scan;
@@ -75,7 +75,7 @@ private:
     std::size_t column_;
 };
 
-/// An array that a function makes.
+/// An array that a function creates.
 template <class T>
 class FunctionCreator final : public Sheaf::CachedCreator {
 public:
@@ -100,7 +100,7 @@ Sheaf::Representation& makeVertices(Sheaf::Grid& grid, std::vector<std::int32_t>
                 .make(grid.declareCartesianChart(std::string(Sheaf::Grid::standardChart)));
 }
 
-/// Adds the fields of a scan of so many points. Fragments have the same names at every refinement.
+/// Adds the fields of a scan with a number of points. Fragments have the same names at every refinement.
 void addScan(Sheaf::Grid& grid, std::vector<std::int32_t> refinement,
              const std::shared_ptr<const CoastModel>& coast, std::uint64_t seed, std::size_t slice,
              std::uint64_t points) {
@@ -113,7 +113,7 @@ void addScan(Sheaf::Grid& grid, std::vector<std::int32_t> refinement,
     const std::uint64_t pieces = (points / stripCount + fragmentPoints) / fragmentPoints;
     for (std::uint64_t strip = 0; strip < stripCount; ++strip) {
         for (std::uint64_t piece = 0; piece < pieces; ++piece) {
-            // Cut so that the numbers add up whatever they are.
+            // Divided so that the numbers always add up.
             const std::uint64_t number = strip * pieces + piece;
             const auto cut = [&](std::uint64_t k) {
                 const std::uint64_t whole = points / (stripCount * pieces);
@@ -145,7 +145,7 @@ constexpr double cell = 2.0;
 constexpr std::uint64_t columnCount = 600;
 constexpr std::uint64_t rowCount = 400;
 
-/// What the elevation grid says about the middle of one of its cells.
+/// The values of the elevation grid at the centre of a cell.
 struct Cell {
     float height;
     double waterDepth;
@@ -156,7 +156,7 @@ Cell cellAt(const CoastModel& coast, double tide, std::uint64_t column, std::uin
     const double x = (static_cast<double>(column) + 0.5) * cell;
     const double y = (static_cast<double>(row) + 0.5) * cell;
     const CoastModel::Ground ground = coast.ground(x, y);
-    // Water that the tide does not reach behind the dyke is none of the sea's.
+    // Water behind the dyke, where the tide does not reach, does not belong to the sea.
     const bool isSea = y < 640.0 && ground.height < tide;
     Cell result{static_cast<float>(ground.height), isSea ? tide - ground.height : 0.0, 1};
     if (isSea)

@@ -31,8 +31,9 @@ ViewFile::~ViewFile() = default;
 
 ExportReport::File ViewFile::place(std::span<const std::string> pieces, std::uint64_t points) {
     const fs::path folder = state_->path.parent_path();
-    const StagingFolder staging(folder.empty() ? fs::path(".") : folder);
-    const fs::path staged = staging.path() / state_->path.filename();
+    StagingFolder staging(folder.empty() ? fs::path(".") : folder);
+    const StagingFolder::Run run = staging.beginRun();
+    const fs::path staged = run.path() / state_->path.filename();
     const auto fail = [&] {
         throw Anchor::FileError(
             fmt::format("{}: cannot be written: {}", state_->path.string(), systemMessage(errno)));
@@ -53,7 +54,7 @@ ExportReport::File ViewFile::place(std::span<const std::string> pieces, std::uin
         errno = reason;
         fail();
     }
-    state_->placement.add(staged, state_->path);
+    state_->placement.add(run.name() / state_->path.filename(), state_->path);
     state_->placement.commit();
     return {state_->path.string(), points, bytes, "points", std::nullopt, std::nullopt};
 }

@@ -6,6 +6,7 @@
 #include "library/view/PointClasses.hpp"
 #include "library/view/ViewPart.hpp"
 #include "library/view/pageTemplate.hpp"
+#include "library/view/viewSystem.hpp"
 #include "sheaf/TypedArray.hpp"
 
 #include <algorithm>
@@ -426,6 +427,7 @@ ViewPage makeViewPage(const Inputs& inputs, const ViewPageOptions& options, Prog
     std::vector<Layer> layers = findLayers(*inputs.bundle(), selection);
     if (layers.empty())
         throw Anchor::ModelError("there is nothing to show: no chosen grid has positions");
+    const ViewSystem system = viewSystem(*inputs.bundle(), selection);
     shareOut(layers, options.points.value_or(ViewPageOptions::defaultPoints));
     LayerReader(selection, progress).read(layers);
 
@@ -442,8 +444,8 @@ ViewPage makeViewPage(const Inputs& inputs, const ViewPageOptions& options, Prog
         manifest["format"] = 1;
         manifest["title"] = options.title;
         manifest["program"] = options.program;
-        manifest["system"] = nullptr;
-        manifest["unit"] = "";
+        manifest["system"] = system.title.empty() ? Json() : Json(system.title);
+        manifest["unit"] = system.unit;
         manifest["files"] = fileEntries(inputs);
         Json slices = sliceEntries(layers, pieces, progress);
         const std::uint64_t bytes = pieces.bytes() + templateBytes() + jsonText(slices).size() + 20'000;

@@ -8,6 +8,7 @@
 #include "library/view/Relief.hpp"
 #include "library/view/ViewColumn.hpp"
 #include "library/view/ViewFields.hpp"
+#include "library/view/viewSystem.hpp"
 #include "sheaf/ElementTypes.hpp"
 #include "sheaf/TypedArray.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
@@ -447,12 +448,13 @@ void drawLegend(Canvas& canvas, const Legend& legend, const Layout& layout, std:
     }
 }
 
-void drawScaleBar(Canvas& canvas, const Layout& layout, double edge, std::int64_t bottom) {
+void drawScaleBar(Canvas& canvas, const Layout& layout, double edge, const std::string& unit,
+                  std::int64_t bottom) {
     const std::int64_t scale = layout.scale;
     const double length = niceBelow(edge * static_cast<double>(90 * scale));
     const auto pixels = static_cast<std::int64_t>(length / edge + 0.5);
     const std::int64_t y = bottom - layout.margin - 3 * scale;
-    canvas.text(layout.margin, y - 13 * scale, shortestText(length) + " units", scale, ink);
+    canvas.text(layout.margin, y - 13 * scale, shortestText(length) + " " + unit, scale, ink);
     canvas.fill(layout.margin, y, pixels, scale, ink);
     canvas.fill(layout.margin, y - 3 * scale, scale, 4 * scale, ink);
     canvas.fill(layout.margin + pixels - scale, y - 3 * scale, scale, 4 * scale, ink);
@@ -531,9 +533,13 @@ ViewPicture makeViewPicture(const Inputs& inputs, const ViewPictureOptions& opti
     if (colors != Colors::RGB)
         drawLegend(canvas, legend, layout, width - layout.right + layout.margin,
                    layout.right - 2 * layout.margin, mapHeight);
-    drawScaleBar(canvas, layout, relief.area().edge, height);
+    const ViewSystem known = viewSystem(*inputs.bundle(), Selection(options.filters));
+    // The letters of pictures have no sign for degrees.
+    const std::string unit = known.unit == "\xC2\xB0" ? "deg" : known.unit;
+    drawScaleBar(canvas, layout, relief.area().edge, unit.empty() ? "units" : unit, height);
     drawNorthArrow(canvas, layout, layout.margin + 130 * scale, height);
-    const std::string system = "System: not stated";
+    const std::string system =
+        cut("System: " + (known.title.empty() ? "not stated" : known.title), width / 2, scale);
     canvas.text(width - layout.margin - Canvas::textWidth(system, scale), height - layout.margin - 7 * scale,
                 system, scale, soft);
     return picture;

@@ -1,33 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/bundle/BundleFileReader.hpp"
 
-#include "readers/bundle/BundleArrayCreator.hpp"
-#include "readers/bundle/BundleFileWalk.hpp"
+#include "readers/source/readInput.hpp"
 
 #include <algorithm>
 #include <array>
-#include <memory>
-#include <utility>
 
 namespace Tidewatch {
-
-namespace {
-
-class BundleReport final : public ConvLib::InputReport {
-public:
-    explicit BundleReport(std::string file) : file_(std::move(file)) {}
-
-    [[nodiscard]] std::string file() const override { return file_; }
-    [[nodiscard]] std::string kind() const override { return "bundle file"; }
-    [[nodiscard]] std::string grid() const override { return {}; }
-    [[nodiscard]] std::vector<std::string> notCarried() const override { return {}; }
-    [[nodiscard]] std::optional<Geom::PhysicalSpace::vector> coordinateStep() const override { return {}; }
-
-private:
-    std::string file_;
-};
-
-} // namespace
 
 BundleFileReader::~BundleFileReader() = default;
 
@@ -45,8 +24,7 @@ bool BundleFileReader::recognises(const std::string&, std::span<const std::byte>
 
 Anchor::StrongPtr<ConvLib::InputReport> BundleFileReader::read(Sheaf::Bundle& bundle, const std::string& path,
                                                                const ConvLib::ReadOptions& options) const {
-    BundleFileWalk(bundle, std::make_shared<const BundleSource>(path, options)).run();
-    return Anchor::makeStrong<BundleReport>(path);
+    return readInput(bundle, std::make_shared<Input>(path, options, ModuleKind::Bundles, reading_));
 }
 
 } // namespace Tidewatch

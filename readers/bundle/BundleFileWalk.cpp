@@ -3,15 +3,15 @@
 
 #include "anchor/Error.hpp"
 #include "readers/bundle/BundleFormat.hpp"
+#include "readers/bundle/arrayOf.hpp"
 #include "readers/bundle/hdf5/Dataset.hpp"
 #include "readers/names.hpp"
 #include "sheaf/ElementTypes.hpp"
-#include "sheaf/HeldCreator.hpp"
-#include "sheaf/UniformCartesianArray.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <utility>
 
 namespace Tidewatch {
 
@@ -59,13 +59,13 @@ std::array<double, 3> triple(const Hdf5::Object& object, const char* attribute) 
 }
 
 /// Three counts; nothing where there is no such attribute.
-std::optional<Sheaf::MultiIndex<3>> counts(const Hdf5::Object& object, const char* attribute) {
+std::optional<std::array<std::uint64_t, 3>> counts(const Hdf5::Object& object, const char* attribute) {
     const auto values = object.integers<std::uint64_t>(attribute);
     if (!values)
         return std::nullopt;
     if (values->size() != 3)
         object.fail(attributeFault(attribute, "is not three counts"));
-    return Sheaf::MultiIndex<3>{(*values)[0], (*values)[1], (*values)[2]};
+    return std::array<std::uint64_t, 3>{(*values)[0], (*values)[1], (*values)[2]};
 }
 
 bool isUniform(const Hdf5::Object& object) {
@@ -75,46 +75,54 @@ bool isUniform(const Hdf5::Object& object) {
     return kind.has_value();
 }
 
-/// The element type that a field or dataset states; null where it states none.
-const std::type_info* statedElement(const Hdf5::Object& object) {
+/// The element type that a field or dataset states; empty where it states none.
+std::string statedElement(const Hdf5::Object& object) {
     const auto name = object.text(BundleFormat::element);
-    if (!name)
-        return nullptr;
-    const std::type_info* element = nullptr;
-    if (!Sheaf::visitElementName(*name, [&](auto tag) { element = &typeid(typename decltype(tag)::type); }))
+    if (name && !Sheaf::visitElementName(*name, [](auto) {}))
         object.fail("has an element type that is not known here: \"" + *name + "\"");
-    return element;
+    return name.value_or("");
+}
+
+constexpr std::string_view pointName = Sheaf::ElementTraits<Sheaf::Element::Point>::name;
+
+Structure::Piece uniformPiece(const Hdf5::Object& group) {
+    Structure::Piece piece;
+    piece.lattice.emplace();
+    piece.lattice->origin = triple(group, BundleFormat::origin);
+    piece.lattice->spacing = triple(group, BundleFormat::spacing);
+    if (!std::all_of(piece.lattice->spacing.begin(), piece.lattice->spacing.end(), BundleFormat::isSpacing))
+        group.fail(attributeFault(BundleFormat::spacing, "is not above 0 in every direction"));
+    const auto extents = counts(group, BundleFormat::extents);
+    if (!extents)
+        group.fail(attributeFault(BundleFormat::extents, "is missing"));
+    piece.array.object = group.path();
+    piece.array.element = pointName;
+    piece.array.extents.assign(extents->begin(), extents->end());
+    return piece;
 }
 
 } // namespace
 
-BundleFileWalk::BundleFileWalk(Sheaf::Bundle& bundle, std::shared_ptr<const BundleSource> source)
-    : bundle_(bundle),
-      source_(std::move(source)),
-      linksLeft_(source_->file.size() / leastBytesOfLink) {}
+BundleFileWalk::BundleFileWalk(const Hdf5::OpenFile& file, const Source::Tick& tick)
+    : file_(file),
+      tick_(tick),
+      linksLeft_(file.size() / leastBytesOfLink) {}
 
-BundleFileWalk::~BundleFileWalk() {
-    if (isDone_)
-        return;
-    for (const auto& [slice, grid] : addedGrids_)
-        slice->removeGrid(grid);
-    for (const double time : addedSlices_)
-        bundle_.removeSlice(time);
-}
-
-void BundleFileWalk::run() {
-    const Hdf5::Object root = source_->file.root();
+Structure BundleFileWalk::run() {
+    Structure structure;
+    structure.kind = "bundle file";
+    const Hdf5::Object root = file_.root();
     checkFormat(root);
     const Hdf5::Object slices = root.child(BundleFormat::slices);
     for (const std::string& key : members(slices))
-        readSlice(slices.child(key));
-    isDone_ = true;
+        structure.slices.push_back(readSlice(slices.child(key)));
+    return structure;
 }
 
 void BundleFileWalk::checkFormat(const Hdf5::Object& root) const {
     const auto format = root.text(BundleFormat::formatAttribute);
     if (!format)
-        throw Anchor::FormatError(source_->file.path() +
+        throw Anchor::FormatError(file_.path() +
                                   ": is an HDF5 file, but no bundle file (it has no attribute \"format\")");
     if (*format != BundleFormat::formatName)
         root.fail("is no bundle file: its attribute \"format\" is \"" + *format + "\"");
@@ -127,7 +135,7 @@ void BundleFileWalk::checkFormat(const Hdf5::Object& root) const {
         root.fail("the bundle file has the version " + std::to_string(version) + ", which does not exist");
 }
 
-void BundleFileWalk::readSlice(const Hdf5::Object& group) {
+Structure::Slice BundleFileWalk::readSlice(const Hdf5::Object& group) {
     const auto time = group.numbers(BundleFormat::time);
     if (!time)
         group.fail(attributeFault(BundleFormat::time, "is missing"));
@@ -136,131 +144,95 @@ void BundleFileWalk::readSlice(const Hdf5::Object& group) {
     if (!times_.insert(time->front()).second)
         group.fail("two slices have one time");
 
-    const auto existing = bundle_.slices().find(time->front());
-    const bool isNew = existing == bundle_.slices().end() || existing->second.expired();
-    const auto slice = bundle_.makeSlice(time->front());
-    if (isNew)
-        addedSlices_.push_back(time->front());
-    const auto grids = findGroup(group, BundleFormat::grids);
-    if (!grids)
-        return;
-    for (const std::string& name : namedMembers(*grids, "grid"))
-        readGrid(grids->child(name), name, *slice);
+    Structure::Slice slice;
+    slice.time = time->front();
+    if (const auto grids = findGroup(group, BundleFormat::grids)) {
+        for (const std::string& name : namedMembers(*grids, "grid"))
+            slice.grids.push_back(readGrid(grids->child(name), name));
+    }
+    return slice;
 }
 
-void BundleFileWalk::readGrid(const Hdf5::Object& group, const std::string& name, Sheaf::Slice& slice) {
-    const auto grid = slice.makeGrid(name, source_->file.path());
-    addedGrids_.emplace_back(&slice, name);
+Structure::Grid BundleFileWalk::readGrid(const Hdf5::Object& group, const std::string& name) {
+    Structure::Grid grid;
+    grid.name = name;
     if (const auto charts = findGroup(group, BundleFormat::charts))
-        readCharts(*charts, *grid);
+        grid.charts = namedMembers(*charts, "chart");
     if (const auto fragments = findGroup(group, BundleFormat::fragments))
-        readFragments(*fragments, *grid);
-    const auto skeletons = findGroup(group, BundleFormat::skeletons);
-    if (!skeletons)
-        return;
-    for (const std::string& key : members(*skeletons))
-        readSkeleton(skeletons->child(key), *grid);
+        grid.fragments = readFragments(*fragments);
+    if (const auto skeletons = findGroup(group, BundleFormat::skeletons)) {
+        for (const std::string& key : members(*skeletons))
+            grid.skeletons.push_back(readSkeleton(skeletons->child(key)));
+    }
+    return grid;
 }
 
-void BundleFileWalk::readCharts(const Hdf5::Object& group, Sheaf::Grid& grid) {
-    for (const std::string& name : namedMembers(group, "chart"))
-        grid.declareCartesianChart(name);
-}
-
-void BundleFileWalk::readFragments(const Hdf5::Object& group, Sheaf::Grid& grid) {
+std::vector<Structure::Fragment> BundleFileWalk::readFragments(const Hdf5::Object& group) {
+    std::vector<Structure::Fragment> fragments;
     for (const std::string& name : namedMembers(group, "fragment")) {
         const Hdf5::Object member = group.child(name);
-        const auto fragment = grid.makeFragment(name);
-        if (const auto low = counts(member, BundleFormat::overlapLow))
-            Sheaf::FragmentLocation<3, Sheaf::FragmentProperty<2>>::set(*fragment, *low);
-        if (const auto high = counts(member, BundleFormat::overlapHigh))
-            Sheaf::FragmentLocation<3, Sheaf::FragmentProperty<3>>::set(*fragment, *high);
+        fragments.push_back(
+            {name, counts(member, BundleFormat::overlapLow), counts(member, BundleFormat::overlapHigh)});
     }
+    return fragments;
 }
 
-void BundleFileWalk::readSkeleton(const Hdf5::Object& group, Sheaf::Grid& grid) {
-    Sheaf::Skeleton::Key key;
-    key.dimension = narrowInteger(group, BundleFormat::dimension);
-    key.refinement =
+Structure::Skeleton BundleFileWalk::readSkeleton(const Hdf5::Object& group) {
+    Structure::Skeleton skeleton;
+    skeleton.object = group.path();
+    skeleton.dimension = narrowInteger(group, BundleFormat::dimension);
+    skeleton.refinement =
         group.integers<std::int32_t>(BundleFormat::refinement).value_or(std::vector<std::int32_t>());
-    const std::int32_t exclusionMark = narrowInteger(group, BundleFormat::excluded, 0);
-    Anchor::StrongPtr<Sheaf::Skeleton> skeleton;
-    try {
-        skeleton = grid.skeletons().make(key, exclusionMark);
-    } catch (const Anchor::ModelError& error) {
-        group.fail(error.what());
-    }
+    skeleton.exclusionMark = narrowInteger(group, BundleFormat::excluded, 0);
     const auto representations = findGroup(group, BundleFormat::representations);
     if (!representations)
-        return;
+        return skeleton;
     for (const std::string& name : namedMembers(*representations, "chart")) {
-        const auto chart = grid.makeCartesianChart(name, 0);
-        readRepresentation(representations->child(name), grid, *skeleton->representations().make(chart));
+        const Hdf5::Object member = representations->child(name);
+        Structure::Representation& representation = skeleton.representations.emplace_back();
+        representation.chart = name;
+        for (const std::string& field : namedMembers(member, "field"))
+            representation.fields.push_back(readField(member.child(field), field));
     }
+    return skeleton;
 }
 
-void BundleFileWalk::readRepresentation(const Hdf5::Object& group, Sheaf::Grid& grid,
-                                        Sheaf::Representation& target) {
-    for (const std::string& name : namedMembers(group, "field"))
-        readField(group.child(name), name, grid, target);
-}
-
-void BundleFileWalk::readField(Hdf5::Object object, const std::string& name, Sheaf::Grid& grid,
-                               Sheaf::Representation& target) {
-    const std::type_info* element = statedElement(object);
-    if (element == nullptr && name == "Positions")
-        element = &typeid(Geom::PhysicalSpace::point);
+Structure::Field BundleFileWalk::readField(Hdf5::Object object, const std::string& name) {
+    Structure::Field field;
+    field.name = name;
+    field.element = statedElement(object);
+    if (field.element.empty() && name == "Positions")
+        field.element = pointName;
 
     if (object.isDataset() || isUniform(object)) {
-        const auto creator = makeCreator(std::move(object), element);
-        target.makeField(name, creator->elementType())->addFragment(nullptr, creator);
-        return;
-    }
-
-    std::vector<std::pair<std::string, Sheaf::Field::Creator>> pieces;
-    for (const std::string& fragment : namedMembers(object, "fragment")) {
-        const auto creator = makeCreator(object.child(fragment), element);
-        if (!pieces.empty() && pieces.front().second->elementType() != creator->elementType())
-            object.fail("its fragments have different number types, and it states no element type");
-        pieces.emplace_back(fragment, creator);
+        field.pieces.push_back(readPiece(std::move(object), field.element));
+    } else {
+        for (const std::string& fragment : namedMembers(object, "fragment")) {
+            field.pieces.push_back(readPiece(object.child(fragment), field.element));
+            field.pieces.back().fragment = fragment;
+            if (field.pieces.front().array.element != field.pieces.back().array.element)
+                object.fail("its fragments have different number types, and it states no element type");
+        }
     }
     // Without any data there is nothing to tell the type by, and nothing that could be taken for another.
-    if (element == nullptr)
-        element = pieces.empty() ? &typeid(double) : &pieces.front().second->elementType();
-    const auto field = target.makeField(name, *element);
-    for (const auto& [fragment, creator] : pieces)
-        field->addFragment(grid.makeFragment(fragment), creator);
+    if (!field.pieces.empty())
+        field.element = field.pieces.front().array.element;
+    else if (field.element.empty())
+        field.element = Sheaf::ElementTraits<double>::name;
+    return field;
 }
 
-Sheaf::Field::Creator BundleFileWalk::makeCreator(Hdf5::Object object, const std::type_info* element) const {
-    if (!object.isGroup())
-        return BundleArrayCreator::make(source_, Hdf5::Dataset(std::move(object)), element);
+Structure::Piece BundleFileWalk::readPiece(Hdf5::Object object, const std::string& element) const {
+    if (!object.isGroup()) {
+        Structure::Piece piece;
+        piece.array = arrayOf(Hdf5::Dataset(std::move(object)), element);
+        return piece;
+    }
     if (!isUniform(object))
         object.fail("is a group without the attribute \"kind\", where a fragment's data should be");
-    if (element != nullptr && *element != typeid(Geom::PhysicalSpace::point))
-        object.fail("gives uniform positions to a field of " + std::string(Sheaf::elementTypeName(*element)));
-    return makeUniform(object);
-}
-
-Sheaf::Field::Creator BundleFileWalk::makeUniform(const Hdf5::Object& group) const {
-    const auto origin = triple(group, BundleFormat::origin);
-    const auto spacing = triple(group, BundleFormat::spacing);
-    if (!std::all_of(spacing.begin(), spacing.end(), BundleFormat::isSpacing))
-        group.fail(attributeFault(BundleFormat::spacing, "is not above 0 in every direction"));
-    const auto extents = counts(group, BundleFormat::extents);
-    if (!extents)
-        group.fail(attributeFault(BundleFormat::extents, "is missing"));
-    const auto bytes = claimedBytes(Sheaf::Extents(*extents), sizeof(Geom::PhysicalSpace::point));
-    if (!bytes)
-        group.fail("has extents whose product is beyond all bounds");
-    // The lattice itself takes no memory, but whoever goes through its places takes the time, and some the
-    // memory, of an array.
-    if (*bytes > source_->options.MaximumArrayBytes)
-        group.fail<Anchor::LimitError>("stands for " + std::to_string(*bytes) + " bytes of positions, and " +
-                                       std::to_string(source_->options.MaximumArrayBytes) + " are allowed");
-    return Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
-        Geom::PhysicalSpace::point{origin[0], origin[1], origin[2]},
-        Geom::PhysicalSpace::vector{spacing[0], spacing[1], spacing[2]}, *extents));
+    if (!element.empty() && element != pointName)
+        object.fail("gives uniform positions to a field of " + element);
+    return uniformPiece(object);
 }
 
 std::vector<std::string> BundleFileWalk::members(const Hdf5::Object& group) {
@@ -268,7 +240,7 @@ std::vector<std::string> BundleFileWalk::members(const Hdf5::Object& group) {
     const std::uint64_t before = linksLeft_;
     linksLeft_ -= names.size();
     if (before / linksBetweenTicks != linksLeft_ / linksBetweenTicks)
-        source_->tick(0.0);
+        tick_(0.0);
     return names;
 }
 

@@ -27,8 +27,8 @@ struct BundleFileWriteOptions {
 /// Arrays are made one at a time and let go of again, so that a bundle larger than memory can be written.
 ///
 /// An existing file is overwritten, and a failure leaves an unfinished file behind: write to a name of your
-/// own and rename. Throws Anchor::FileError with path and cause when the file cannot be written, or is open
-/// as a bundle file that is being read; Anchor::ModelError when the bundle holds what the format cannot: a
+/// own and rename. Throws Anchor::FileError with path and cause when the file cannot be written, or is an input
+/// of which something is in a bundle, and when the library that writes it cannot be loaded; Anchor::ModelError when the bundle holds what the format cannot: a
 /// name that is unfit for a path component, a representation in another skeleton, data with and without
 /// fragments in one field, an array whose element type is not its field's, or uniform positions that are not
 /// finite or whose spacing is not above 0; and what making an array throws.

@@ -13,12 +13,13 @@
 
 namespace Tidewatch::Las {
 
-/// One entry of the extra-bytes record: what some of the bytes behind the standard parts of a point mean
-/// (LAS 1.4 R15, "Extra Bytes", record LASF_Spec / 4).
+/// What some of the bytes behind the standard parts of a point mean: an entry of the extra-bytes record, or one
+/// component of an entry of the deprecated types 11 to 30, which are pairs and triples (LAS 1.4 R15, "Extra Bytes",
+/// record LASF_Spec / 4).
 struct ExtraAttribute {
     /// The scalar types, by their numbers in the file.
     enum class Type : std::uint8_t {
-        Undescribed = 0, ///< plain bytes; the deprecated types 11 to 30 (pairs and triples) are read as such
+        Undescribed = 0, ///< plain bytes
         UInt8 = 1,
         Int8 = 2,
         UInt16 = 3,
@@ -36,11 +37,14 @@ struct ExtraAttribute {
 
     std::string name;        ///< as it stands in the file, without the zeros behind it; any bytes
     std::string description; ///< likewise
+    std::size_t entry = 0;   ///< the number of the entry, from 0
+    unsigned component = 0;  ///< from 1 in a pair or triple, else 0
     Type type = Type::Undescribed;
-    std::uint16_t offset = 0;    ///< bytes from the beginning of the point's extra bytes
-    std::uint16_t size = 0;      ///< bytes
-    std::optional<double> scale; ///< the value is stored * scale + offset; finite and not 0
-    std::optional<double> shift; ///< that offset; finite
+    std::uint16_t offset = 0;          ///< bytes from the beginning of the point's extra bytes
+    std::uint16_t size = 0;            ///< bytes
+    std::optional<double> scale;       ///< the value is stored * scale + offset; finite and not 0
+    std::optional<double> shift;       ///< that offset; finite
+    std::optional<long double> noData; ///< the stored number that stands for no value
 
     [[nodiscard]] bool isScalar() const noexcept { return type != Type::Undescribed; }
 

@@ -31,13 +31,15 @@ LasArrayCreator::makeAll(const std::shared_ptr<LasSource>& source, std::uint64_t
 LasArrayCreator::Plan LasArrayCreator::plan() const {
     const std::uint64_t points = fragment_->source->pointsOf(fragment_->index);
     const std::uint64_t most = Anchor::Cache::MemCache().limit();
+    const auto& isWanted = fragment_->source->options().IsWanted;
     Plan plan{{field_}, points * field().elementSize};
     for (std::size_t other = 0; other < fragment_->creators.size(); ++other) {
-        if (other == field_)
+        const LasField& field = fragment_->source->fields()[other];
+        if (other == field_ || (isWanted && !isWanted(field.name)))
             continue;
-        const std::uint64_t bytes = points * fragment_->source->fields()[other].elementSize;
+        const std::uint64_t bytes = points * field.elementSize;
         const auto creator = fragment_->creators[other].lock();
-        const bool comesAlong = !fragment_->source->fields()[other].isAttribute || plan.bytes + bytes <= most;
+        const bool comesAlong = !field.isMinor || plan.bytes + bytes <= most;
         if (creator && comesAlong && !creator->available()) {
             plan.fields.push_back(other);
             plan.bytes += bytes;

@@ -15,8 +15,8 @@ namespace Tidewatch {
 /// Makes the array of one field for one fragment of a LAS or LAZ file.
 ///
 /// Since decompressing a point gives all its fields, the arrays of the fragment's other fields come along
-/// where they are not in the cache already: those of the point format always, attributes of the extra bytes
-/// as far as the cache can hold them all together.
+/// where they are not in the cache already and the host wants them (ReadOptions::IsWanted): those of the
+/// point format always, attributes of the extra bytes as far as the cache can hold them all together.
 class LasArrayCreator final : public Sheaf::CachedCreator {
 public:
     /// What the creators of one fragment have in common.

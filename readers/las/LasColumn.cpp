@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LasColumn.hpp"
 
+#include "formats/las/extraBytesEntry.hpp"
 #include "formats/littleEndian.hpp"
 #include "readers/names.hpp"
 #include "sheaf/MemArray.hpp"
@@ -100,9 +101,11 @@ float toFloat(double value) noexcept {
 }
 
 LasField attributeField(std::string name, const ExtraAttribute& attribute) {
-    const bool isReflectance = attribute.name == "Reflectance" || attribute.name == "BSG_Reflectance";
+    const bool isSingle = attribute.component == 0;
+    const bool isReflectance =
+        isSingle && (attribute.name == "Reflectance" || attribute.name == "BSG_Reflectance");
     const bool isScaled = attribute.scale || attribute.shift;
-    const bool isAmplitude = attribute.name == "Amplitude";
+    const bool isAmplitude = isSingle && attribute.name == "Amplitude";
     const bool isPlainAmplitude = isAmplitude && !isScaled && attribute.type == ExtraAttribute::Type::UInt16;
     const double scale = attribute.scale.value_or(1.0);
     const double shift = attribute.shift.value_or(0.0);
@@ -123,17 +126,62 @@ LasField attributeField(std::string name, const ExtraAttribute& attribute) {
     });
 }
 
-/// The name of an attribute as a field may have it.
-std::string attributeName(const ExtraAttribute& attribute, std::size_t index) {
+/// The name of an attribute in its file; that of a component has its number behind it.
+std::string nameInFile(const ExtraAttribute& attribute) {
+    return attribute.component == 0 ? attribute.name
+                                    : fmt::format("{}_{}", attribute.name, attribute.component);
+}
+
+/// The same as a field may have it.
+std::string attributeName(const ExtraAttribute& attribute) {
     if (attribute.name.empty())
-        return fmt::format("ExtraBytes{}", index + 1);
-    if (attribute.name == "BSG_Reflectance")
+        return fmt::format("ExtraBytes{}{}", attribute.entry + 1, nameInFile(attribute));
+    if (attribute.name == "BSG_Reflectance" && attribute.component == 0)
         return "Reflectance";
-    std::string name = attribute.name;
+    std::string name = nameInFile(attribute);
     std::replace_if(name.begin(), name.end(), std::not_fn(isFitForName), '_');
     if (name == "." || name == "..")
         std::fill(name.begin(), name.end(), '_');
     return name;
+}
+
+Sheaf::FieldEncoding encodingOf(const ExtraAttribute& attribute) {
+    const auto number = static_cast<std::size_t>(attribute.type) - 1;
+    return {nameInFile(attribute), attribute.description, Formats::Las::extraBytesTypes.at(number),
+            attribute.scale,       attribute.shift,       attribute.noData};
+}
+
+/// A bit of the flags of points, 0 or 1.
+LasField flagField(std::string name, Point::Flag flag) {
+    return field(std::move(name), [flag](const Point& point) {
+        return static_cast<unsigned char>((point.flags & flag) != 0 ? 1 : 0);
+    });
+}
+
+LasField channelField(std::string name, std::size_t channel) {
+    return field(std::move(name),
+                 [channel](const Point& point) { return static_cast<unsigned short>(point.rgb[channel]); });
+}
+
+/// What points of a format have that few programs ask for.
+void addMinorFields(const Las::LasHeader& header, std::vector<LasField>& fields) {
+    const std::size_t before = fields.size();
+    fields.push_back(flagField("Synthetic", Point::Synthetic));
+    fields.push_back(flagField("KeyPoint", Point::KeyPoint));
+    fields.push_back(flagField("Withheld", Point::Withheld));
+    if (Formats::Las::isExtendedFormat(header.pointFormat)) {
+        fields.push_back(flagField("Overlap", Point::Overlap));
+        fields.push_back(memberField<unsigned char>("ScannerChannel", &Point::scannerChannel));
+    }
+    if (header.layout().rgb != 0) {
+        fields.push_back(channelField("Red", 0));
+        fields.push_back(channelField("Green", 1));
+        fields.push_back(channelField("Blue", 2));
+    }
+    if (header.layout().nearInfrared != 0)
+        fields.push_back(memberField<unsigned short>("NearInfrared", &Point::nearInfrared));
+    for (std::size_t i = before; i < fields.size(); ++i)
+        fields[i].isMinor = true;
 }
 
 /// Gives names of which none comes twice. (Looking through the fields instead would take the square of their
@@ -177,16 +225,16 @@ std::vector<LasField> lasFields(const Las::LasFile& file) {
         fields.push_back(memberField<double>("GPSTime", &Point::gpsTime));
     if (header.layout().rgb != 0)
         fields.push_back({"RGB", &typeid(Sheaf::Element::Color), sizeof(Sheaf::Element::Color), {}});
-    const std::vector<ExtraAttribute>& attributes = file.extraAttributes();
+    addMinorFields(header, fields);
     UniqueNames unique;
     for (const LasField& standard : fields)
         static_cast<void>(unique(standard.name));
-    for (std::size_t index = 0; index < attributes.size(); ++index) {
-        const ExtraAttribute& attribute = attributes[index];
+    for (const ExtraAttribute& attribute : file.extraAttributes()) {
         if (!attribute.isScalar())
             continue;
-        fields.push_back(attributeField(unique(attributeName(attribute, index)), attribute));
-        fields.back().isAttribute = true;
+        fields.push_back(attributeField(unique(attributeName(attribute)), attribute));
+        fields.back().isMinor = true;
+        fields.back().encoding = encodingOf(attribute);
     }
     return fields;
 }

@@ -4,12 +4,14 @@
 #include "anchor/StrongPtr.hpp"
 #include "readers/las/LasFile.hpp"
 #include "readers/las/Point.hpp"
+#include "sheaf/FieldEncoding.hpp"
 #include "sheaf/MemBase.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <typeinfo>
@@ -39,13 +41,17 @@ struct LasField {
     /// the whole file.
     std::function<std::unique_ptr<LasColumn>(std::uint64_t points)> makeColumn;
 
-    /// Whether it comes from the extra bytes, of which there may be thousands, and not from the point format.
-    bool isAttribute = false;
+    /// Whether it comes along with other fields only as far as the cache has room: what few programs ask for, and the
+    /// extra bytes, of which there may be thousands.
+    bool isMinor = false;
+
+    /// How the file stores the values; nothing where the format of the points says so.
+    std::optional<Sheaf::FieldEncoding> encoding = {};
 
     [[nodiscard]] bool isColours() const noexcept { return !makeColumn; }
 };
 
-/// The fields of a file: those of its point format, then one for each scalar attribute of its extra bytes.
+/// The fields of a file: those of its point format, then one for each number of its described extra bytes.
 /// Names are unique and fit to be names of fields.
 [[nodiscard]] std::vector<LasField> lasFields(const Las::LasFile& file);
 

@@ -2,6 +2,7 @@
 #include "readers/las/LasFile.hpp"
 
 #include "formats/las/layout.hpp"
+#include "formats/las/records.hpp"
 #include "formats/littleEndian.hpp"
 #include "readers/las/FormatFailure.hpp"
 
@@ -15,7 +16,9 @@ namespace Tidewatch::Las {
 
 namespace {
 
-constexpr std::uint64_t emptyGeoKeyDirectory = 8;
+std::string text(std::span<const std::uint8_t> field) {
+    return {field.begin(), std::find(field.begin(), field.end(), std::uint8_t{0})};
+}
 
 /// Reads the heads of records, many of which may be close together, without asking the system for each.
 class RecordHeads {
@@ -53,6 +56,7 @@ struct LasFile::RecordKind {
 struct LasFile::Record {
     std::string userId;
     std::uint16_t recordId;
+    std::string description;
     std::uint64_t offset; // of the payload
     std::uint64_t length; // checked to end inside the file
 };
@@ -91,11 +95,14 @@ void LasFile::readRecords(const InputFile& file, const RecordKind& kind) {
         const auto head = heads.at(place, kind.headSize, kind.name);
         place += kind.headSize;
         const auto userId = head.subspan(Formats::Las::Record::userId, Formats::Las::Record::userIdSize);
+        const auto description = head.subspan(kind.isExtended ? Formats::Las::Record::extendedDescription
+                                                              : Formats::Las::Record::description,
+                                              Formats::Las::textSize);
         const std::uint8_t* length = head.data() + Formats::Las::Record::length;
         const Record record{
-            {userId.begin(), std::find(userId.begin(), userId.end(), std::uint8_t{0})},
+            text(userId),
             Formats::loadLittleEndian<std::uint16_t>(head.data() + Formats::Las::Record::recordId),
-            place,
+            text(description), place,
             kind.isExtended ? Formats::loadLittleEndian<std::uint64_t>(length)
                             : Formats::loadLittleEndian<std::uint16_t>(length)};
         if (kind.end - place < record.length)
@@ -113,15 +120,17 @@ void LasFile::take(const Record& record, const InputFile& file) {
         file.read(record.offset, bytes, record.userId);
         return bytes;
     };
-    if (record.userId == "LASF_Projection") {
-        hasCoordinateSystem_ =
-            hasCoordinateSystem_ ||
-            (record.recordId == Formats::Las::wellKnownTextId && record.length != 0) ||
-            (record.recordId == Formats::Las::geoKeyDirectoryId && record.length > emptyGeoKeyDirectory);
-    } else if (record.userId == "LASF_Spec" && record.recordId == Formats::Las::extraBytesId) {
+    if (!Formats::Las::isBoundToItsFile(record.userId, record.recordId)) {
+        if (userRecords_.size() < mostUserRecords)
+            userRecords_.push_back(
+                {record.userId, record.recordId, record.description, record.offset, record.length});
+        else
+            ++moreUserRecords_;
+    } else if (record.userId == Formats::Las::specificationUser &&
+               record.recordId == Formats::Las::extraBytesId) {
         // More entries than one record holds continue in the next.
         ExtraAttribute::parse(payload(), header_.extraByteCount(), path_, extraAttributes_);
-    } else if (record.userId == "laszip encoded" && record.recordId == Formats::Las::laszipId &&
+    } else if (record.userId == Formats::Las::laszipUser && record.recordId == Formats::Las::laszipId &&
                header_.compressed) {
         if (description_)
             failFormat(path_, "compression record", "there are two of them");

@@ -7,6 +7,8 @@
 #include "readers/las/LazChunkTable.hpp"
 #include "readers/las/LazDescription.hpp"
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,8 +42,19 @@ public:
     /// Nothing for plain LAS files.
     [[nodiscard]] const std::optional<Compression>& compression() const noexcept { return compression_; }
 
-    /// Whether the file states a coordinate reference system (GeoTIFF keys or well-known text).
-    [[nodiscard]] bool hasCoordinateSystem() const noexcept { return hasCoordinateSystem_; }
+    /// A record that tells nothing about how points are stored, and where its payload stands.
+    struct UserRecord {
+        std::string userId;
+        std::uint16_t recordId;
+        std::string description;
+        std::uint64_t offset;
+        std::uint64_t length;
+    };
+
+    /// Those records, extended ones last. Beyond mostUserRecords the rest is only counted.
+    [[nodiscard]] const std::vector<UserRecord>& userRecords() const noexcept { return userRecords_; }
+    [[nodiscard]] std::uint64_t moreUserRecords() const noexcept { return moreUserRecords_; }
+    static constexpr std::size_t mostUserRecords = 10'000;
 
     /// Opens the file again, to read points. Throws Anchor::FileError when it is gone or has changed since.
     [[nodiscard]] InputFile open() const;
@@ -59,7 +72,8 @@ private:
     std::vector<ExtraAttribute> extraAttributes_;
     std::optional<LazDescription> description_;
     std::optional<Compression> compression_;
-    bool hasCoordinateSystem_ = false;
+    std::vector<UserRecord> userRecords_;
+    std::uint64_t moreUserRecords_ = 0;
 };
 
 } // namespace Tidewatch::Las

@@ -37,6 +37,11 @@ public:
         return Formats::loadLittleEndian<T>(bytes_.data() + place);
     }
 
+    [[nodiscard]] std::string text(std::size_t place) const {
+        const auto field = std::span(bytes_).subspan(place, Formats::Las::textSize);
+        return {field.begin(), std::find(field.begin(), field.end(), std::uint8_t{0})};
+    }
+
     [[nodiscard]] bool hasSignature() const noexcept { return std::memcmp(bytes_.data(), "LASF", 4) == 0; }
     [[nodiscard]] std::size_t available() const noexcept { return available_; }
 
@@ -66,6 +71,10 @@ void checkCoordinates(const LasHeader& header, const std::string& path) {
             failFormat(path, object, "the {} scale factor is {}", axisNames[axis], header.scale[axis]);
         if (!std::isfinite(header.offset[axis]))
             failFormat(path, object, "the {} offset is {}", axisNames[axis], header.offset[axis]);
+        constexpr double largestStored = 2147483648;
+        if (!std::isfinite(std::abs(header.scale[axis]) * largestStored + std::abs(header.offset[axis])))
+            failFormat(path, object, "the {} scale factor of {} and the offset of {} lead beyond all numbers",
+                       axisNames[axis], header.scale[axis], header.offset[axis]);
     }
 }
 
@@ -109,6 +118,9 @@ LasHeader LasHeader::read(const InputFile& file) {
     header.versionMinor = bytes.get<std::uint8_t>(Place::versionMinor);
     if (major != 1 || header.versionMinor > 4)
         failFormat(path, object, "LAS {}.{} is not known; 1.0 to 1.4 are", major, header.versionMinor);
+    if (header.versionMinor >= 1)
+        header.fileSourceId = bytes.get<std::uint16_t>(Place::fileSourceId);
+    header.systemIdentifier = bytes.text(Place::systemIdentifier);
     if (header.versionMinor >= 2)
         header.globalEncoding = bytes.get<std::uint16_t>(Place::globalEncoding);
 

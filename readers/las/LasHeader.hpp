@@ -6,23 +6,18 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 
 namespace Tidewatch::Las {
 
 /// The public header block of a LAS file, versions 1.0 to 1.4 (LAS 1.4 R15, "Public Header Block", and the
 /// same section of the older versions).
 struct LasHeader {
-    /// Bits of globalEncoding. Versions 1.0 and 1.1 do not have the field; it is 0 there.
-    enum GlobalEncoding : std::uint16_t {
-        AdjustedStandardGpsTime = 1,
-        WaveformsInside = 2,
-        WaveformsOutside = 4,
-        SyntheticReturnNumbers = 8,
-        WellKnownText = 16,
-    };
-
-    unsigned versionMinor = 0; ///< of 1.0 to 1.4
+    unsigned versionMinor = 0;      ///< of 1.0 to 1.4
+    std::uint16_t fileSourceId = 0; ///< reserved, and 0, in 1.0
+    /// Bits of Formats::Las::GlobalEncoding. Versions 1.0 and 1.1 do not have the field; it is 0 there.
     std::uint16_t globalEncoding = 0;
+    std::string systemIdentifier; ///< any bytes
     std::uint16_t headerSize = 0;
     std::uint64_t pointOffset = 0; ///< where the point data begins, in bytes from the beginning of the file
     std::uint32_t vlrCount = 0;

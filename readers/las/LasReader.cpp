@@ -43,8 +43,13 @@ private:
 
 void fillGrid(const SingleGrid& target, const std::shared_ptr<LasSource>& source) {
     std::vector<Anchor::StrongPtr<Sheaf::Field>> fields;
-    for (const LasField& field : source->fields())
+    for (const LasField& field : source->fields()) {
         fields.push_back(target.vertices.makeField(field.name, *field.elementType));
+        if (field.encoding)
+            fields.back()->setEncoding(*field.encoding);
+    }
+    target.grid.setStatement(source->statement());
+    target.chart.setReferenceSystem(source->referenceSystem());
     for (std::uint64_t index = 0; index < source->fragmentCount(); ++index) {
         const auto fragment = target.grid.makeFragment(source->fragmentName(index));
         const auto creators = LasArrayCreator::makeAll(source, index);

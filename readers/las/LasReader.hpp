@@ -22,12 +22,22 @@ namespace Tidewatch {
 /// | ScanAngleRank | 16 bits signed | steps of 0.006 degrees, in formats 6 to 10 |
 /// | GPSTime | double | formats that have it |
 /// | RGB | three bytes | formats that have it; divided by 256 where any channel of the file exceeds 255 |
+/// | Red, Green, Blue | 16 bits unsigned | formats that have them; as stored |
+/// | NearInfrared | 16 bits unsigned | formats that have it |
+/// | Synthetic, KeyPoint, Withheld | 8 bits unsigned | every format; 0 or 1 |
+/// | Overlap, ScannerChannel | 8 bits unsigned | formats 6 to 10 |
 /// | Reflectance | float | the extra bytes "Reflectance" or "BSG_Reflectance" |
 /// | Amplitude | 16 bits unsigned, or float | the extra bytes "Amplitude", unscaled 16 bits unsigned, or others |
-/// | others | as in the file; double with a scale or an offset | one field each described scalar of the extra bytes |
+/// | others | as in the file; double with a scale or an offset | one field each described number of the extra bytes |
 ///
 /// In the names of extra bytes characters that a name may not hold become "_", an empty name becomes
-/// "ExtraBytesN" (N counting the descriptions from 1), and a name that is taken gets "_2", "_3", ...
+/// "ExtraBytesN" (N counting the descriptions from 1), and a name that is taken gets "_2", "_3", ... The numbers of a
+/// pair or triple (the deprecated types 11 to 30) have "_1", "_2", "_3" behind their names. Fields of extra bytes have their
+/// encoding.
+///
+/// The grid's statement has step and offset (where steps are above 0), GPS time encoding, file source ID, system
+/// identifier, and the records that tell nothing of how points are stored, up to 64 MiB of them. The chart has the
+/// well-known text of record LASF_Projection/2112, unless the file has GeoTIFF keys and says that these count.
 ///
 /// Arrays are decoded when they are asked for, all fields of a fragment in one pass. Whether RGB is divided
 /// is found out when RGB is first asked for. The file is opened again for that and must not have changed.

@@ -3,6 +3,8 @@
 
 #include "anchor/Error.hpp"
 #include "anchor/printable.hpp"
+#include "formats/las/layout.hpp"
+#include "formats/las/records.hpp"
 #include "sheaf/ElementTypes.hpp"
 #include "sheaf/MemArray.hpp"
 
@@ -25,6 +27,11 @@ using Las::Point;
 constexpr std::uint64_t bytesPerListedArray = 400;
 
 constexpr std::size_t mostOpenSources = 64;
+
+/// Of all records that are kept in memory; real ones have some kilobytes.
+constexpr std::uint64_t mostRecordBytes = std::uint64_t{64} << 20;
+
+namespace Encoding = Formats::Las::GlobalEncoding;
 
 /// Knows which sources have their files open, and closes the least recently used when they become too many.
 class OpenSources {
@@ -84,11 +91,8 @@ Anchor::StrongPtr<Sheaf::MemBase> makeColours(const std::vector<RawColour>& raw,
 } // namespace
 
 void LasSource::Findings::take(std::span<const Point> points) noexcept {
-    for (const Point& point : points) {
-        flags |= point.flags;
-        scannerChannels |= point.scannerChannel;
+    for (const Point& point : points)
         colours = static_cast<std::uint16_t>(colours | point.rgb[0] | point.rgb[1] | point.rgb[2]);
-    }
 }
 
 LasSource::LasSource(std::string path, ConvLib::ReadOptions options)
@@ -105,6 +109,8 @@ LasSource::LasSource(std::string path, ConvLib::ReadOptions options)
     if (file_->header().layout().rgb != 0)
         seenFragments_.resize(fragmentCount_);
     unseenFragments_ = fragmentCount_;
+    readStatement();
+    findNotCarried();
 }
 
 LasSource::~LasSource() {
@@ -136,8 +142,6 @@ bool LasSource::tryToClose() {
 }
 
 void LasSource::remember(const Findings& findings) {
-    flags_.fetch_or(findings.flags, std::memory_order_relaxed);
-    scannerChannels_.fetch_or(findings.scannerChannels, std::memory_order_relaxed);
     constexpr std::uint16_t largestOfByte = 0xFF;
     if (findings.colours > largestOfByte)
         colourDepth_ = ColourDepth::Bits16;
@@ -227,35 +231,69 @@ std::vector<Anchor::StrongPtr<Sheaf::MemBase>> LasSource::decode(std::uint64_t f
     return arrays;
 }
 
-std::vector<std::string> LasSource::notCarried() const {
-    using Las::LasHeader;
-    const LasHeader& header = file_->header();
-    const unsigned flags = flags_.load(std::memory_order_relaxed);
-    std::vector<std::string> list;
-    const auto add = [&](bool present, const char* what) {
-        if (present)
-            list.emplace_back(what);
+void LasSource::readStatement() {
+    const Las::LasHeader& header = file_->header();
+    // Negative steps are read, and not worth writing again.
+    if (std::all_of(header.scale.begin(), header.scale.end(), [](double scale) { return scale > 0; })) {
+        statement_.step = header.scale;
+        statement_.offset = header.offset;
+    }
+    using Sheaf::FileStatement;
+    if (header.layout().gpsTime != 0)
+        statement_.gpsTime = (header.globalEncoding & Encoding::adjustedGpsTime) != 0
+                                 ? FileStatement::GpsTime::Adjusted
+                                 : FileStatement::GpsTime::Week;
+    statement_.fileSourceId = header.fileSourceId;
+    statement_.systemIdentifier = header.systemIdentifier;
+    const InputFile input = file_->open();
+    std::uint64_t room = mostRecordBytes;
+    for (const Las::LasFile::UserRecord& record : file_->userRecords()) {
+        if (record.length > room) {
+            notCarried_.push_back(fmt::format("record {}/{} of {} bytes", Anchor::printable(record.userId),
+                                              record.recordId, record.length));
+            continue;
+        }
+        room -= record.length;
+        Sheaf::FileRecord kept{record.userId, record.recordId, record.description, {}};
+        kept.bytes.resize(record.length);
+        input.read(record.offset, kept.bytes, record.userId);
+        statement_.records.push_back(std::move(kept));
+    }
+}
+
+std::string LasSource::referenceSystem() const {
+    const auto find = [&](std::uint16_t id) {
+        return std::find_if(statement_.records.begin(), statement_.records.end(), [&](const auto& record) {
+            return record.userId == Formats::Las::projectionUser && record.recordId == id;
+        });
     };
-    add(file_->hasCoordinateSystem(), "coordinate reference system");
-    add((flags & Point::Synthetic) != 0, "synthetic flags");
-    add((flags & Point::KeyPoint) != 0, "key-point flags");
-    add((flags & Point::Withheld) != 0, "withheld flags");
-    add((flags & Point::Overlap) != 0, "overlap flags");
-    add(scannerChannels_.load(std::memory_order_relaxed) != 0, "scanner channel");
-    add(header.layout().nearInfrared != 0, "near infrared");
-    add(header.layout().wavePacket != 0, "waveforms");
-    const bool isStandardTime = (header.globalEncoding & LasHeader::AdjustedStandardGpsTime) != 0;
-    add(header.layout().gpsTime != 0, isStandardTime ? "GPS time encoding (adjusted standard time)"
-                                                     : "GPS time encoding (seconds of the week)");
+    const auto text = find(Formats::Las::wellKnownTextId);
+    // Of files that have both, the bit says which counts.
+    const bool keysCount = (file_->header().globalEncoding & Encoding::wellKnownText) == 0 &&
+                           find(Formats::Las::geoKeyDirectoryId) != statement_.records.end();
+    if (text == statement_.records.end() || keysCount)
+        return {};
+    return {text->bytes.begin(), std::find(text->bytes.begin(), text->bytes.end(), std::uint8_t{0})};
+}
+
+void LasSource::findNotCarried() {
+    const Las::LasHeader& header = file_->header();
+    if (file_->moreUserRecords() != 0)
+        notCarried_.push_back(fmt::format("{} records behind the first {}", file_->moreUserRecords(),
+                                          Las::LasFile::mostUserRecords));
+    if ((header.globalEncoding & Encoding::syntheticReturnNumbers) != 0)
+        notCarried_.emplace_back("mark of synthetic return numbers");
+    if (header.layout().wavePacket != 0)
+        notCarried_.emplace_back("waveforms");
     std::uint32_t described = 0;
     for (const Las::ExtraAttribute& attribute : file_->extraAttributes()) {
         described += attribute.size;
         if (!attribute.isScalar())
-            list.push_back(fmt::format("extra bytes \"{}\" (no scalar)", Anchor::printable(attribute.name)));
+            notCarried_.push_back(
+                fmt::format("extra bytes \"{}\" (no number)", Anchor::printable(attribute.name)));
     }
     if (header.extraByteCount() > described)
-        list.push_back(fmt::format("{} undescribed extra bytes", header.extraByteCount() - described));
-    return list;
+        notCarried_.push_back(fmt::format("{} undescribed extra bytes", header.extraByteCount() - described));
 }
 
 } // namespace Tidewatch

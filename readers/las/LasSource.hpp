@@ -5,8 +5,8 @@
 #include "readers/las/LasColumn.hpp"
 #include "readers/las/LasFile.hpp"
 #include "readers/las/PointDecoder.hpp"
+#include "sheaf/FileStatement.hpp"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -53,20 +53,26 @@ public:
     [[nodiscard]] std::vector<Anchor::StrongPtr<Sheaf::MemBase>> decode(std::uint64_t fragment,
                                                                         std::span<const std::size_t> wanted);
 
-    /// What the file holds and the fields do not carry, as far as it is known; see ConvLib::InputReport.
-    [[nodiscard]] std::vector<std::string> notCarried() const;
+    /// What the file states beside its fields.
+    [[nodiscard]] const Sheaf::FileStatement& statement() const noexcept { return statement_; }
+
+    /// The coordinate reference system as well-known text where the file states it so; else empty.
+    [[nodiscard]] std::string referenceSystem() const;
+
+    /// What the file holds and neither fields nor statement carry; see ConvLib::InputReport.
+    [[nodiscard]] const std::vector<std::string>& notCarried() const noexcept { return notCarried_; }
 
 private:
     enum class ColourDepth { Unknown, Bits8, Bits16 };
 
     /// What is learnt from every decoded point, whatever it is decoded for.
     struct Findings {
-        std::uint8_t flags = 0;
-        std::uint8_t scannerChannels = 0;
         std::uint16_t colours = 0;
         void take(std::span<const Las::Point> points) noexcept;
     };
 
+    void readStatement();
+    void findNotCarried();
     [[nodiscard]] Las::PointDecoder& decoder();
     [[nodiscard]] bool tryToClose();
     void findColourDepth(std::uint64_t lastFragment);
@@ -79,15 +85,14 @@ private:
     std::vector<LasField> fields_;
     std::uint64_t fragmentPoints_;
     std::uint64_t fragmentCount_;
+    Sheaf::FileStatement statement_;
+    std::vector<std::string> notCarried_;
 
-    std::mutex mutex_; // guards the members up to the empty line
+    std::mutex mutex_; // guards the members from here on
     std::unique_ptr<Las::PointDecoder> decoder_;
     ColourDepth colourDepth_ = ColourDepth::Unknown;
     std::vector<bool> seenFragments_; // whose colours are known to be narrow
     std::uint64_t unseenFragments_ = 0;
-
-    std::atomic<std::uint8_t> flags_{0}; // asked for by reports while another thread decodes
-    std::atomic<std::uint8_t> scannerChannels_{0};
 };
 
 } // namespace Tidewatch

@@ -17,12 +17,13 @@ std::string Messages::failure() const {
     return failure_.empty() ? "GDAL gives no reason" : Anchor::printable(failure_);
 }
 
-void CPL_STDCALL Messages::take(CPLErr kind, CPLErrorNum, const char* text) {
+void CPL_STDCALL Messages::take(CPLErr kind, CPLErrorNum number, const char* text) {
     auto* const messages = static_cast<Messages*>(CPLGetErrorHandlerUserData());
     if (kind < CE_Failure || !messages->failure_.empty())
         return;
     try {
         messages->failure_ = text;
+        messages->number_ = number;
     } catch (...) {
         // Without memory for it there is no message. GDAL is written in C here: nothing may pass through it.
     }

@@ -18,10 +18,14 @@ public:
     /// The first failure that GDAL reported, fit for a message; a stand-in where it reported none.
     [[nodiscard]] std::string failure() const;
 
+    /// Whether that failure was one for want of memory.
+    [[nodiscard]] bool isOutOfMemory() const noexcept { return number_ == CPLE_OutOfMemory; }
+
 private:
     static void CPL_STDCALL take(CPLErr kind, CPLErrorNum number, const char* text);
 
     std::string failure_;
+    CPLErrorNum number_ = CPLE_None;
 };
 
 } // namespace Tidewatch::Raster

@@ -4,7 +4,6 @@
 #include "anchor/Error.hpp"
 #include "anchor/printable.hpp"
 #include "readers/raster/Messages.hpp"
-#include "readers/raster/companions.hpp"
 #include "readers/raster/drivers.hpp"
 #include "sheaf/ElementTypes.hpp"
 
@@ -14,13 +13,12 @@
 #include <cpl_conv.h>
 #include <cpl_string.h>
 #include <filesystem>
-#include <fstream>
 #include <gdal_priv.h>
 #include <iterator>
 #include <optional>
 #include <string_view>
 #include <system_error>
-#include <utility>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -87,9 +85,10 @@ class StrictJpeg {
     CPLConfigOptionSetter setter_{"GDAL_ERROR_ON_LIBJPEG_WARNING", "YES", false};
 };
 
-bool hasTiffSignature(const std::filesystem::path& path) {
+bool hasTiffSignature(int descriptor) {
     std::array<char, 4> head{};
-    std::ifstream(path, std::ios::binary).read(head.data(), head.size());
+    if (::pread(descriptor, head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()))
+        return false;
     const std::string_view text(head.data(), head.size());
     // TIFF 6.0, section 2, and BigTIFF.
     using namespace std::string_view_literals;
@@ -103,27 +102,41 @@ void RasterFile::Close::operator()(GDALDatasetH dataset) const {
     GDALClose(dataset);
 }
 
-RasterFile::RasterFile(std::string path) : path_(std::move(path)) {
-    if (readableDriverOf(path_).empty()) {
-        if (const std::string driver = refusedDriverOf(path_); !driver.empty())
+RasterFile::RasterFile(const SourceFiles& files)
+    : path_(files.path),
+      size_(files.files.front().size),
+      lent_(files) {
+    if (readableDriverOf(lent_).empty()) {
+        if (const std::string driver = refusedDriverOf(lent_); !driver.empty())
             fail("is of GDAL's format " + driver + ", whose files lead to other files; it is not read");
         fail("is not a raster of a format that is read");
     }
-    CPLStringList companions;
-    for (const std::string& name : companionsOf(path_)) {
-        const std::filesystem::path companion = std::filesystem::path(path_).replace_filename(name);
+    CPLStringList names;
+    for (const SourceFiles::File& file : files.files) {
         // GDAL opens a mask with whatever driver recognises it.
-        if (EQUAL(companion.extension().c_str(), ".msk") && !hasTiffSignature(companion))
-            fail("its mask " + Anchor::printable(companion.string()) + " is not a TIFF file");
-        companions.AddString(name.c_str());
+        if (EQUAL(std::filesystem::path(file.name).extension().c_str(), ".msk") &&
+            !hasTiffSignature(file.descriptor))
+            fail("its mask " +
+                 Anchor::printable(std::filesystem::path(path_).replace_filename(file.name).string()) +
+                 " is not a TIFF file");
+        names.AddString(file.name.c_str());
     }
     const Messages messages;
     const StrictJpeg strict;
-    dataset_.reset(GDALOpenEx(plainPath(path_).c_str(),
-                              GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, readableDrivers(),
-                              nullptr, companions.List()));
+    dataset_.reset(GDALOpenEx(lent_.path().c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR,
+                              readableDrivers(), nullptr, names.List()));
     if (!dataset_)
-        fail("cannot be read: " + messages.failure());
+        fail("cannot be read", messages);
+}
+
+void RasterFile::fail(const std::string& what, const Messages& messages) const {
+    if (const int reason = lent_.failure(); reason != 0)
+        throw Anchor::FileError(fmt::format("{}: cannot read: {}", Anchor::printable(path_),
+                                            std::generic_category().message(reason)));
+    if (messages.isOutOfMemory())
+        throw Anchor::LimitError(fmt::format("{}: {}: there is not enough memory: {}",
+                                             Anchor::printable(path_), what, messages.failure()));
+    fail(what + ": " + messages.failure());
 }
 
 void RasterFile::fail(const std::string& reason) const {
@@ -209,23 +222,9 @@ void RasterFile::requireWholeFile(const Description& description) const {
                                           : GDALGetDataTypeSizeBytes(GDALGetRasterDataType(bandOf(number)));
     stated *= static_cast<double>(width()) * static_cast<double>(height());
     stated = std::max(stated, endOfPixels(dataset_.get()).value_or(0));
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(path_, error);
-    if (error || static_cast<double>(size) < stated)
+    if (static_cast<double>(size_) < stated)
         fail(fmt::format("ends too early: it has {} bytes, and what its header states takes {:.0f} at least",
-                         error ? 0 : size, std::ceil(stated)));
-}
-
-bool RasterFile::isAsIn(const Description& description) const {
-    const Messages messages;
-    if (width() != description.width || height() != description.height ||
-        static_cast<std::size_t>(GDALGetRasterCount(dataset_.get())) != description.bands.size())
-        return false;
-    for (std::size_t number = 0; number < description.bands.size(); ++number) {
-        if (GDALGetRasterDataType(bandOf(number)) != description.bands[number].pixels)
-            return false;
-    }
-    return true;
+                         size_, std::ceil(stated)));
 }
 
 Band RasterFile::describeBand(std::size_t number) const {
@@ -319,7 +318,10 @@ void RasterFile::readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uin
     const auto pixelSpace = static_cast<GSpacing>(pixelSize);
     if (GDALRasterIOEx(band, GF_Read, 0, static_cast<int>(firstRow), columns, count, pixels.data(), columns,
                        count, type, pixelSpace, pixelSpace * columns, nullptr) != CE_None)
-        fail(name + " cannot be read: " + messages.failure());
+        fail(name + " cannot be read", messages);
+    // Some drivers take what cannot be read for zeros.
+    if (lent_.failure() != 0)
+        fail(name, messages);
 }
 
 void RasterFile::readBand(std::size_t band, GDALDataType type, std::span<std::byte> pixels,

@@ -2,6 +2,9 @@
 #pragma once
 
 #include "readers/raster/Description.hpp"
+#include "readers/raster/LentFiles.hpp"
+#include "readers/raster/Messages.hpp"
+#include "readers/source/Source.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -42,16 +45,14 @@ public:
     /// Told the share that is done, 0 to 1; may throw to stop.
     using Tick = std::function<void(double share)>;
 
-    /// Opens the file with one of readableDrivers(). Throws Anchor::FormatError naming the file and what is
-    /// wrong.
-    explicit RasterFile(std::string path);
+    /// Opens the first of some files with one of readableDrivers(); GDAL sees these files and no other. Throws
+    /// Anchor::FormatError naming the file and what is wrong, Anchor::FileError when the system cannot read,
+    /// Anchor::LimitError for want of memory, as all other operations do.
+    explicit RasterFile(const SourceFiles& files);
 
     /// What the file states about itself. Throws Anchor::FormatError for what cannot be a grid: no bands, a
     /// rotation, complex numbers, thousands of bands.
     [[nodiscard]] Description describe() const;
-
-    /// Whether pixels have the number and the types that an earlier description tells; cheaper than another.
-    [[nodiscard]] bool isAsIn(const Description& description) const;
 
     /// Reads a band, counted from 0, in the file's order of rows and columns. T is the element type that
     /// describe() gives for it, and `values` has room for all of its pixels. Throws Anchor::FormatError.
@@ -76,6 +77,8 @@ private:
     };
 
     [[noreturn]] void fail(const std::string& reason) const;
+    /// The same, with what GDAL said; or the error of the system, or of memory, that is behind it.
+    [[noreturn]] void fail(const std::string& what, const Messages& messages) const;
     [[nodiscard]] std::uint64_t width() const;
     [[nodiscard]] std::uint64_t height() const;
     [[nodiscard]] GDALRasterBandH bandOf(std::size_t band) const;
@@ -96,7 +99,9 @@ private:
                   std::span<std::byte> pixels, std::size_t pixelSize, const std::string& name) const;
 
     std::string path_;
-    std::unique_ptr<void, Close> dataset_;
+    std::uint64_t size_;
+    LentFiles lent_;
+    std::unique_ptr<void, Close> dataset_; // after the files
 };
 
 } // namespace Tidewatch::Raster

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What tidewatch-rasters exports: the reader of rasters, all that needs GDAL.
+#include "readers/raster/RasterModule.hpp"
+
 #include "anchor/Visibility.hpp"
-#include "readers/raster/RasterGate.hpp"
-#include "readers/raster/RasterReader.hpp"
+#include "readers/source/modules.hpp"
 
-extern "C" TIDEWATCH_API Tidewatch::MakeRasterReader tidewatch_make_raster_reader;
+extern "C" TIDEWATCH_API Tidewatch::GetModule tidewatch_module;
 
-void tidewatch_make_raster_reader(Anchor::StrongPtr<ConvLib::Reader>& reader) {
-    reader = Anchor::makeStrong<Tidewatch::RasterReader>();
+const Tidewatch::SourceModule& tidewatch_module() {
+    return Tidewatch::rasterModule();
 }

@@ -1,59 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/raster/RasterReader.hpp"
 
-#include "readers/SingleGrid.hpp"
-#include "readers/raster/RasterArrayCreator.hpp"
-#include "readers/raster/RasterFile.hpp"
-#include "readers/raster/drivers.hpp"
-#include "sheaf/HeldCreator.hpp"
-#include "sheaf/UniformCartesianArray.hpp"
+#include "anchor/Error.hpp"
+#include "readers/source/readInput.hpp"
 
-#include <memory>
+#include <filesystem>
+#include <system_error>
 #include <utility>
-
-#include <fmt/format.h>
 
 namespace Tidewatch {
 
-namespace {
-
-class RasterReport final : public ConvLib::InputReport {
-public:
-    RasterReport(std::shared_ptr<const RasterSource> source, std::string grid)
-        : source_(std::move(source)),
-          grid_(std::move(grid)) {}
-
-    [[nodiscard]] std::string file() const override { return source_->path; }
-    [[nodiscard]] std::string kind() const override {
-        const std::size_t bands = source_->description.bands.size();
-        return fmt::format("raster ({}), {} band{}", source_->description.driver, bands,
-                           bands == 1 ? "" : "s");
-    }
-    [[nodiscard]] std::string grid() const override { return grid_; }
-    [[nodiscard]] std::vector<std::string> notCarried() const override { return source_->notCarried(); }
-    [[nodiscard]] std::optional<Geom::PhysicalSpace::vector> coordinateStep() const override { return {}; }
-
-private:
-    std::shared_ptr<const RasterSource> source_;
-    std::string grid_;
-};
-
-void fillGrid(const SingleGrid& target, const std::shared_ptr<RasterSource>& source) {
-    const Raster::Description& raster = source->description;
-    const auto fragment = target.grid.makeFragment("000000");
-    const auto add = [&](const std::string& name, Anchor::StrongPtr<Sheaf::CreativeArrayBase> data) {
-        const auto field = target.vertices.makeField(name, data->elementType());
-        field->addFragment(fragment, std::move(data));
-    };
-    add("Positions", Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
-                         raster.placing.corner, raster.placing.spacing,
-                         Sheaf::MultiIndex<3>{raster.width, raster.height, 1})));
-    for (std::size_t band = 0; band < raster.bands.size(); ++band)
-        add(fmt::format("Band{}", band + 1), Anchor::makeStrong<BandCreator>(source, band));
-    add("CellType", Anchor::makeStrong<CellTypeCreator>(source));
-}
-
-} // namespace
+RasterReader::RasterReader(Reading reading) : reading_(reading) {}
 
 RasterReader::~RasterReader() = default;
 
@@ -62,16 +19,29 @@ std::string RasterReader::name() const {
 }
 
 bool RasterReader::recognises(const std::string& path, std::span<const std::byte>) const {
-    // A file of a refused format is recognised too, so that read() can say why it is refused.
-    return !Raster::readableDriverOf(path).empty() || !Raster::refusedDriverOf(path).empty();
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error))
+        return false;
+    auto input = std::make_shared<Input>(path, ConvLib::ReadOptions(), ModuleKind::Rasters, reading_);
+    const bool isRaster = input->isRecognised();
+    const std::lock_guard lock(mutex_);
+    recognised_ = isRaster ? std::move(input) : nullptr;
+    return isRaster;
 }
 
 Anchor::StrongPtr<ConvLib::InputReport> RasterReader::read(Sheaf::Bundle& bundle, const std::string& path,
                                                            const ConvLib::ReadOptions& options) const {
-    const auto source = std::make_shared<RasterSource>(path, options);
-    const std::string name =
-        addSingleGrid(bundle, path, options, [&](const SingleGrid& target) { fillGrid(target, source); });
-    return Anchor::makeStrong<RasterReport>(source, name);
+    std::shared_ptr<Input> input;
+    {
+        const std::lock_guard lock(mutex_);
+        input = std::move(recognised_);
+        recognised_ = nullptr;
+    }
+    if (input && input->path() == path && input->isAsItWas())
+        input->setOptions(options);
+    else
+        input = std::make_shared<Input>(path, options, ModuleKind::Rasters, reading_);
+    return readInput(bundle, input);
 }
 
 } // namespace Tidewatch

@@ -2,6 +2,11 @@
 #pragma once
 
 #include "convlib/Reader.hpp"
+#include "readers/registerReaders.hpp"
+#include "readers/source/Input.hpp"
+
+#include <memory>
+#include <mutex>
 
 namespace Tidewatch {
 
@@ -21,12 +26,11 @@ namespace Tidewatch {
 /// A file without georeference counts in pixels, its lower left corner at (0, 0). Rotated rasters and complex
 /// numbers are refused (Anchor::FormatError).
 ///
-/// Arrays are read when they are asked for; the file is opened again for that and must not have changed.
-/// Arrays larger than ReadOptions::MaximumArrayBytes are refused then (Anchor::LimitError). Formats that lead
-/// to other files or to the network are not read: see Raster::readableDrivers.
+/// Arrays are read when they are asked for, by a RasterSource, apart or in this process; the files must not have
+/// changed. Arrays larger than ReadOptions::MaximumArrayBytes are refused then (Anchor::LimitError).
 class RasterReader final : public ConvLib::Reader {
 public:
-    RasterReader() = default;
+    explicit RasterReader(Reading reading = Reading::Apart);
     ~RasterReader() override;
 
     [[nodiscard]] std::string name() const override;
@@ -34,6 +38,12 @@ public:
     [[nodiscard]] bool recognises(const std::string& path, std::span<const std::byte> head) const override;
     Anchor::StrongPtr<ConvLib::InputReport> read(Sheaf::Bundle& bundle, const std::string& path,
                                                  const ConvLib::ReadOptions& options) const override;
+
+private:
+    Reading reading_;
+    mutable std::mutex mutex_;
+    /// What was recognised last is read next, most of the time.
+    mutable std::shared_ptr<Input> recognised_;
 };
 
 } // namespace Tidewatch

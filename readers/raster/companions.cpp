@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cpl_port.h>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -17,8 +17,12 @@ namespace Tidewatch::Raster {
 namespace {
 
 /// GDAL compares names without regard to the case of ASCII letters; so must a list of what it may find.
-bool isSame(const std::string& a, const std::string& b) {
-    return EQUAL(a.c_str(), b.c_str());
+bool isSame(std::string_view a, std::string_view b) {
+    const auto lower = [](char letter) {
+        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+    };
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [&](char one, char other) { return lower(one) == lower(other); });
 }
 
 /// Whether a file whose name is the raster's but for the ending may be looked into.
@@ -37,7 +41,7 @@ std::vector<std::string> companionsOf(const std::string& path) {
     const std::filesystem::path raster = std::filesystem::absolute(path);
     const std::string own = raster.filename().string();
     const std::string stem = raster.stem().string();
-    std::vector<std::string> list{own};
+    std::vector<std::string> list;
     std::error_code error;
     std::filesystem::directory_iterator entry(raster.parent_path(), error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {

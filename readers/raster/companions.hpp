@@ -6,7 +6,7 @@
 
 namespace Tidewatch::Raster {
 
-/// The names of the files beside a raster that GDAL may look into, the raster's own among them: headers of
+/// The names of the files beside a raster that GDAL may look into, without the raster's own: headers of
 /// raw formats, world files, coordinate reference systems, masks and GDAL's remarks. Overviews and whatever
 /// else GDAL would open by itself are not among them. Throws Anchor::FileError when the folder cannot be
 /// listed.

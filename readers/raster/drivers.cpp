@@ -3,11 +3,8 @@
 
 #include "readers/raster/Messages.hpp"
 
-#include <filesystem>
 #include <gdal.h>
 #include <mutex>
-#include <string_view>
-#include <system_error>
 
 namespace Tidewatch::Raster {
 
@@ -20,19 +17,11 @@ constexpr const char* readable[] = {
 
 constexpr const char* refused[] = {"VRT", "WMS", "WMTS", "WCS", "HFA", "MRF", "ERS", "TIL", "DIMAP", nullptr};
 
-void registerDrivers() {
-    static std::once_flag once;
-    std::call_once(once, [] { GDALAllRegister(); });
-}
-
-std::string driverOf(const std::string& path, const char* const* drivers) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error))
-        return {};
+std::string driverOf(const LentFiles& files, const char* const* drivers) {
     registerDrivers();
     const Messages messages;
     const GDALDriverH driver =
-        GDALIdentifyDriverEx(plainPath(path).c_str(), GDAL_OF_RASTER, drivers, nullptr);
+        GDALIdentifyDriverEx(files.path().c_str(), GDAL_OF_RASTER, drivers, files.names());
     return driver != nullptr ? GDALGetDriverShortName(driver) : "";
 }
 
@@ -42,20 +31,17 @@ const char* const* readableDrivers() noexcept {
     return readable;
 }
 
-std::string plainPath(const std::string& path) {
-    // GDAL gives a meaning of its own to names such as "VRT://..." and to the folders /vsicurl, /vsizip, ...
-    std::string absolute = std::filesystem::absolute(path).string();
-    if (std::string_view(absolute).starts_with("/vsi"))
-        absolute.insert(0, "/.");
-    return absolute;
+void registerDrivers() {
+    static std::once_flag once;
+    std::call_once(once, [] { GDALAllRegister(); });
 }
 
-std::string readableDriverOf(const std::string& path) {
-    return driverOf(path, readable);
+std::string readableDriverOf(const LentFiles& files) {
+    return driverOf(files, readable);
 }
 
-std::string refusedDriverOf(const std::string& path) {
-    return driverOf(path, refused);
+std::string refusedDriverOf(const LentFiles& files) {
+    return driverOf(files, refused);
 }
 
 } // namespace Tidewatch::Raster

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "readers/raster/LentFiles.hpp"
+
 #include <string>
 
 namespace Tidewatch::Raster {
@@ -14,13 +16,13 @@ namespace Tidewatch::Raster {
 /// it.
 [[nodiscard]] const char* const* readableDrivers() noexcept;
 
-/// The file under a path that GDAL takes for nothing but the path of a file on disk.
-[[nodiscard]] std::string plainPath(const std::string& path);
+/// Lets GDAL look for its drivers, once a process.
+void registerDrivers();
 
-/// The readable driver that recognises a file by its content, or nothing.
-[[nodiscard]] std::string readableDriverOf(const std::string& path);
+/// The readable driver that recognises the first of some files by its content, or nothing.
+[[nodiscard]] std::string readableDriverOf(const LentFiles& files);
 
 /// The driver of a usual format that leads to other files, where it recognises the file, or nothing.
-[[nodiscard]] std::string refusedDriverOf(const std::string& path);
+[[nodiscard]] std::string refusedDriverOf(const LentFiles& files);
 
 } // namespace Tidewatch::Raster

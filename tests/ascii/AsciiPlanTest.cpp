@@ -286,4 +286,20 @@ TEST_F(AsciiPlanTest, TellsWhatStandsInTheWayOfAnExport) {
               "Height is left out: a grid file holds one layer, and its lattice has 2");
 }
 
+TEST_F(AsciiPlanTest, FieldsReadAreThoseOfTheFilesAndWhatTellsOfCells) {
+    GridBuilder(*bundle, 0, "g")
+        .field("Positions", "", Points{{1, 2, 3}})
+        .field("Height", "", std::vector<float>{1})
+        .field("Depth", "", std::vector<float>{1});
+    EXPECT_THAT(plan().fieldsRead(), ElementsAre("Depth", "Height", "Positions"));
+    EXPECT_THAT(plan(defaults, {"Height"}).fieldsRead(), ElementsAre("Height", "Positions"));
+    AsciiSettings settings = defaults;
+    settings.filterField = "Kind";
+    bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder(*bundle, 0, "g")
+        .field("Positions", "", heldLattice({0, 0, 0}, {1, 1, 1}, {1, 1, 1}))
+        .field("Height", "", heldArray<float>({1, 1, 1}, {1}));
+    EXPECT_THAT(plan(settings).fieldsRead(), ElementsAre("Height", "Kind", "Positions"));
+}
+
 } // namespace

@@ -182,6 +182,32 @@ TEST_F(ASCIIExport, EverySliceInItsTurnIsAnnouncedOnTheConsole) {
     EXPECT_THAT(console.messages, ElementsAre(" Data at T=-1", " Data at T=2.5"));
 }
 
+TEST_F(ASCIIExport, ReferenceSystemStandsBesideEachGridOfItsOwnFile) {
+    GridBuilder(*bundle, 0, "dem")
+        .field("Positions", "w", heldLattice({10, 20, 0}, {2, 2, 1}, {3, 1, 1}))
+        .field("Height", "w", heldArray<float>({3, 1, 1}, {1.5F, 2, 2.5F}))
+        .field("CellType", "w", heldArray<unsigned char>({3, 1, 1}, {1, 0, 3}));
+    const auto without = exported();
+    exporter.setAdditions(0, "dem", {{}, 0, "PROJCS[...]\n"});
+    auto with = exported();
+    EXPECT_EQ(with["Height/w.prj"], "PROJCS[...]\n");
+    EXPECT_EQ(with["CellType/w.prj"], "PROJCS[...]\n");
+    const auto& record = exporter.writtenFiles().back();
+    EXPECT_TRUE(record.path.ends_with("Height/w.prj"));
+    EXPECT_EQ(record.bytes, 12U);
+    EXPECT_EQ(record.items, 1U);
+    EXPECT_EQ(record.grid, "dem");
+    with.erase("Height/w.prj");
+    with.erase("CellType/w.prj");
+    EXPECT_EQ(with, without) << "nothing else changes";
+    exporter.Append = true;
+    for (const auto& [name, text] : exported())
+        EXPECT_FALSE(name.ends_with(".prj")) << name;
+    exporter.Append = false;
+    exporter.setAdditions(0, "dem", {});
+    EXPECT_EQ(exported(), without);
+}
+
 TEST_F(ASCIIExport, FieldWithoutFragmentsIsNamedUnfragmented) {
     cloud().field("Height", "", std::vector<double>{1.5});
     EXPECT_THAT(exported(), ElementsAre(Pair("Height/Unfragmented.asc", " 1.500000\n"),

@@ -17,7 +17,7 @@ template <class T>
 double roundingOf(std::vector<T> elements, unsigned int decimals) {
     ExportLib::TextRounding<T> rounding(decimals);
     for (const T& element : elements)
-        rounding.look(element);
+        rounding.add(element);
     EXPECT_EQ(rounding.count() == 0, rounding.worst() == 0);
     return rounding.worst();
 }
@@ -40,7 +40,7 @@ TEST(TextRounding, WorstLossOfAllIsTold) {
 TEST(TextRounding, EveryNumberThatChangesIsCounted) {
     ExportLib::TextRounding<double> rounding(2);
     for (const double value : {0.5, 0.125, 1.25, 7.0001, -0.001})
-        rounding.look(value);
+        rounding.add(value);
     EXPECT_EQ(rounding.count(), 3U);
 }
 

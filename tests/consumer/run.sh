@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs a build into a folder of its own, moves that folder, and builds and runs the installed examples against it: by
+# Installs a build into its own folder, moves that folder, and builds and runs the installed examples against it: by
 # CMake package, by pkg-config, and with the whole tree embedded.   Usage: tests/consumer/run.sh BUILD_DIR
 set -euo pipefail
 
@@ -23,7 +23,7 @@ examples=$(dirname "$(find "$work/prefix/share" -name exportMemory.cpp)")
 program=$work/prefix/bin/tidewatch
 compiler=${CXX:-c++}
 
-# Ninja, since setup.sh brings no make.
+# Ninja, since setup.sh does not install make.
 build_by_cmake() { # SOURCE BUILD TARGET
     logged "$work/build.log" cmake -S "$1" -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$work/prefix"
     shown "$work/build.log" cmake --build "$2" --target "$3"

@@ -73,6 +73,21 @@ TEST(BasicConverterDefs, ParametersListWhatIsSet) {
     EXPECT_EQ(converter.printSecondary(), "\nFlushLines: 0 ");
 }
 
+TEST(BasicConverterDefs, AdditionsBelongToOneGridAtOneTime) {
+    Converter converter;
+    EXPECT_TRUE(converter.additions(1, "a").empty());
+    converter.setAdditions(1, "a", {{}, 16, "text"});
+    EXPECT_EQ(converter.additions(1, "a").prj, "text");
+    EXPECT_TRUE(converter.additions(2, "a").empty());
+    EXPECT_TRUE(converter.additions(1, "b").empty());
+    EXPECT_TRUE(converter.additions().empty()) << "no grid has been taken up";
+    converter.takeUpGrid(1, "a");
+    EXPECT_EQ(converter.additions().headerBits, 16);
+    EXPECT_EQ(converter.printParameters(), "\nOutputPath:  \nAdditions: a 1 HeaderBits:16 prj:4 ");
+    converter.setAdditions(1, "a", {});
+    EXPECT_EQ(converter.printParameters(), "\nOutputPath:  ");
+}
+
 TEST(BasicConverterDefs, LinesAreFlushedUnlessSetOtherwise) {
     Converter converter;
     EXPECT_TRUE(converter.FlushLines());

@@ -8,13 +8,6 @@
 
 #include <gtest/gtest.h>
 
-// Registries and the like are never destroyed by design. Once the libraries are gone nothing points to them any more, and
-// the leak checker would take them for lost.
-extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
-extern "C" int __lsan_is_turned_off() {
-    return 1;
-}
-
 namespace {
 
 bool isMapped(const std::string& library) {

@@ -45,7 +45,7 @@ TEST(CommandLine, PcdWithoutOptionsHasTheDefaultsOfTheExporter) {
     EXPECT_EQ(request.inputs.sliceTime, 0);
     EXPECT_EQ(request.inputs.fragmentPoints, 1'000'000U);
     EXPECT_FALSE(request.inputs.memoryLimit);
-    EXPECT_EQ(request.report.progress, ProgressWish::Automatic);
+    EXPECT_EQ(request.report.progress, ProgressMode::Automatic);
     EXPECT_FALSE(request.report.quiet || request.report.json);
 }
 
@@ -100,7 +100,7 @@ TEST(CommandLine, PcdTakesAllItsOptions) {
     EXPECT_EQ(request.inputs.fragmentPoints, 10U);
     EXPECT_EQ(request.inputs.memoryLimit, std::uint64_t{4} << 30);
     EXPECT_TRUE(request.options.overwrite && request.options.strict && request.printParameters);
-    EXPECT_EQ(request.report.progress, ProgressWish::Always);
+    EXPECT_EQ(request.report.progress, ProgressMode::Always);
     EXPECT_TRUE(request.report.quiet && request.report.json);
     EXPECT_TRUE(request.options.output.isPerGrid());
 }
@@ -200,8 +200,8 @@ TEST(CommandLine, ViewTakesAllItsOptions) {
 }
 
 TEST(CommandLine, AMistypedCommandGetsASuggestion) {
-    EXPECT_EQ(usageError({"pdc", "a"}), "there is no command \"pdc\"; do you mean pcd?");
-    EXPECT_EQ(usageError({"sampel"}), "there is no command \"sampel\"; do you mean sample?");
+    EXPECT_EQ(usageError({"pdc", "a"}), "there is no command \"pdc\"; did you mean pcd?");
+    EXPECT_EQ(usageError({"sampel"}), "there is no command \"sampel\"; did you mean sample?");
     EXPECT_EQ(usageError({"frobnicate"}),
               "there is no command \"frobnicate\"; there are las, pcd, ascii, info, bundle, view, sample");
 }
@@ -248,8 +248,8 @@ TEST(CommandLine, ValuesThatMakeNoSenseAreRefused) {
 TEST(CommandLine, OutputsThatNameNoFileAreRefused) {
     for (const char* const output : {"", "out/", ".", "..", "out/..", "/"})
         EXPECT_NE(usageError({"pcd", "a", "-o", output}), "no error") << output;
-    EXPECT_THAT(usageError({"bundle", "a", "-o", "out/"}), HasSubstr("names no file"));
-    EXPECT_THAT(usageError({"pcd", "a", "-o", "{name}.pcd"}), HasSubstr("{name} stands for nothing"));
+    EXPECT_THAT(usageError({"bundle", "a", "-o", "out/"}), HasSubstr("is not a file name"));
+    EXPECT_THAT(usageError({"pcd", "a", "-o", "{name}.pcd"}), HasSubstr("{name} is unknown"));
 }
 
 TEST(CommandLine, AsciiHasTheSettingsOfItsExporterAndTheirDefaults) {

@@ -9,7 +9,7 @@
 namespace Tidewatch {
 namespace {
 
-// Each signal is raised in a process of its own, since the wish to stop cannot be taken back.
+// Each signal is raised in its own process, since a request to stop cannot be taken back.
 
 TEST(Interruption, NothingIsRequestedBeforeASignal) {
     EXPECT_FALSE(Interruption::isRequested());

@@ -21,7 +21,7 @@
 
 namespace Tidewatch {
 
-/// A test that runs the built program in a folder of its own.
+/// A test that runs the built program in its own folder.
 class ProgramFixture : public ::testing::Test {
 protected:
     /// `command` is put before all arguments.

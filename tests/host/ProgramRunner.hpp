@@ -24,7 +24,7 @@ struct ProgramResult {
     std::string err;
 };
 
-/// The built program as a process of its own.
+/// The built program as a separate process.
 class ProgramRunner {
 public:
     using Arguments = std::vector<std::string>;

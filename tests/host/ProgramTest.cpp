@@ -330,7 +330,7 @@ TEST_F(ProgramTest, AnExistingFileIsReplacedOnRequestOnly) {
     Support::writeBytes(place_ / "a.pcd", "old");
     const auto refused = run({"pcd", "in.h5", "-o", "a.pcd"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_THAT(refused.err, HasSubstr("a.pcd: exists already; --overwrite replaces it"));
+    EXPECT_THAT(refused.err, HasSubstr("a.pcd: already exists; --overwrite replaces it"));
     EXPECT_EQ(read("a.pcd"), "old");
     EXPECT_EQ(run({"pcd", "in.h5", "-o", "a.pcd", "--overwrite"}).status, 0);
     EXPECT_EQ(read("a.pcd"), exported(smallBundle()));
@@ -480,7 +480,7 @@ TEST_F(ProgramTest, ASampleIsReproducibleFromItsSeed) {
     EXPECT_NE(read("a.h5"), read("c.h5"));
     const auto refused = run({"sample", "--points", "5000", "-o", "a.h5"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_THAT(refused.err, HasSubstr("a.h5: exists already"));
+    EXPECT_THAT(refused.err, HasSubstr("a.h5: already exists"));
 }
 
 TEST_F(ProgramTest, ASampleExportsToPcd) {

@@ -318,6 +318,15 @@ TEST_F(LasPlanTest, TakesItsSettingsFromAnExporter) {
                 1U);
 }
 
+TEST_F(LasPlanTest, FieldsReadAreThoseOfTheCaptures) {
+    settings.renames = {{"Echo", "UserData"}};
+    const LasPlan plan = planOf(points()
+                                    .field("Positions", "", Points{{1, 2, 3}})
+                                    .field("Echo", "", std::vector<unsigned char>{1})
+                                    .field("Other", "", std::vector<unsigned char>{1}));
+    EXPECT_THAT(plan.fieldsRead(), ElementsAre("Echo", "Positions"));
+}
+
 TEST(LasAttributes, AreThoseThatTheExporterTakesArraysFor) {
     EXPECT_EQ(LasPlan::attributes().size(), 14U);
     const auto defaults = ExportPointCloudToLas::DefaultRenameMap();

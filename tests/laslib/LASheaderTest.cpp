@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -102,6 +103,30 @@ TEST(LASheader, AttributesGetOneRecordThatGrowsWithThem) {
     EXPECT_EQ(header.vlrs[0].record_id, 4);
     EXPECT_EQ(header.vlrs[0].reserved, 0);
     EXPECT_STREQ(header.vlrs[0].description, "by LAStools of rapidlasso GmbH");
+}
+
+TEST(LASheader, RecordsOfTheSameIdsReplaceEachOtherUnlessToldOtherwise) {
+    LASheader header;
+    header.add_vlr("Somebody", 1, 3, new U8[3]{1, 2, 3}, false, "first");
+    header.add_vlr("Somebody", 2, 0, new U8[0]);
+    EXPECT_EQ(header.offset_to_point_data, 227U + 2 * 54 + 3);
+    header.add_vlr("Somebody", 1, 1, new U8[1]{9}, true, "second");
+    ASSERT_EQ(header.vlrs.size(), 2U);
+    EXPECT_EQ(header.number_of_variable_length_records, 2U);
+    EXPECT_EQ(header.offset_to_point_data, 227U + 2 * 54 + 1);
+    EXPECT_EQ(header.vlrs[0].data, std::vector<U8>{9});
+    EXPECT_STREQ(header.vlrs[0].description, "first");
+    EXPECT_STREQ(header.vlrs[1].description, "by LAStools of rapidlasso GmbH");
+    header.add_vlr("Somebody", 1, 0, new U8[0], false, "third", true);
+    ASSERT_EQ(header.vlrs.size(), 3U);
+    EXPECT_EQ(header.offset_to_point_data, 227U + 3 * 54 + 1);
+}
+
+TEST(LASheader, LongTextsOfRecordsAreCut) {
+    LASheader header;
+    header.add_vlr("0123456789abcdefgh", 1, 0, new U8[0], false, std::string(40, 'd').c_str());
+    EXPECT_EQ(std::string(header.vlrs[0].user_id, 16), "0123456789abcdef");
+    EXPECT_EQ(std::string(header.vlrs[0].description), std::string(31, 'd'));
 }
 
 TEST(LASheader, NoAttributesGetNoRecord) {

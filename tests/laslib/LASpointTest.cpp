@@ -35,6 +35,7 @@ TEST(LASzip, ItemsOfThePointFormats) {
     EXPECT_EQ(itemsOf(3, 34), (Items{{6, 20}, {7, 8}, {8, 6}}));
     EXPECT_EQ(itemsOf(6, 30), (Items{{10, 30}}));
     EXPECT_EQ(itemsOf(7, 36), (Items{{10, 30}, {11, 6}}));
+    EXPECT_EQ(itemsOf(8, 38), (Items{{10, 30}, {12, 8}}));
 }
 
 TEST(LASzip, SizeBeyondTheFormatBecomesExtraBytes) {
@@ -45,7 +46,7 @@ TEST(LASzip, SizeBeyondTheFormatBecomesExtraBytes) {
 }
 
 TEST(LASzip, UnknownFormatIsRefused) {
-    for (const int format : {4, 5, 8, 9, 10, 11, 255})
+    for (const int format : {4, 5, 9, 10, 11, 255})
         EXPECT_TRUE(itemsOf(format, 100).empty()) << format;
 }
 

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 struct LASwriting : ::testing::Test {
     /// A header of a point format and version, with the format's own record length.
     static LASheader headerOf(U8 minor, U8 format) {
-        const U16 lengths[]{20, 28, 26, 34, 0, 0, 30, 36};
+        const U16 lengths[]{20, 28, 26, 34, 0, 0, 30, 36, 38};
         LASheader header;
         header.version_minor = minor;
         header.header_size = minor >= 4 ? 375 : minor == 3 ? 235 : 227;
@@ -55,13 +55,14 @@ struct LASwriting : ::testing::Test {
         point.rgb[0] = 1;
         point.rgb[1] = 2;
         point.rgb[2] = static_cast<U16>(i);
+        point.rgb[3] = static_cast<U16>(40000 + i);
     }
 
     Support::TemporaryFolder folder;
 };
 
 TEST_F(LASwriting, RecordsOfEveryFormatHoldTheirFields) {
-    for (const U8 format : {U8{0}, U8{1}, U8{2}, U8{3}, U8{6}, U8{7}}) {
+    for (const U8 format : {U8{0}, U8{1}, U8{2}, U8{3}, U8{6}, U8{7}, U8{8}}) {
         LASheader header = headerOf(format >= 6 ? 4 : 2, format);
         header.point_data_record_length = static_cast<U16>(header.point_data_record_length + 4);
         LASpoint point;
@@ -94,7 +95,8 @@ TEST_F(LASwriting, RecordsOfEveryFormatHoldTheirFields) {
             EXPECT_EQ(r.userData, 9);
             EXPECT_EQ(r.pointSourceId, 0x1234);
             EXPECT_EQ(r.gpsTime, format == 0 || format == 2 ? 0 : 12.5 * i);
-            EXPECT_EQ(r.rgb[2], format == 2 || format == 3 || format == 7 ? i : 0);
+            EXPECT_EQ(r.rgb[2], format == 2 || format == 3 || format >= 7 ? i : 0);
+            EXPECT_EQ(r.nearInfrared, format == 8 ? 40000 + i : 0);
             const char extraBytes[]{0, static_cast<char>(0x42 + i), 0x41, 0};
             EXPECT_EQ(r.extraBytes, std::string(extraBytes, 4));
         }
@@ -295,6 +297,53 @@ TEST_F(LASwriting, OpenRefusesHeadersWhoseSizesCannotBe) {
     ::testing::internal::CaptureStderr();
     EXPECT_FALSE(open("a.las", unknown));
     EXPECT_NE(::testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(LASwriting, ExtraBytesAreUpdatedWhereTheirRecordIs) {
+    LASheader header = headerOf(4, 6);
+    header.add_attribute(LASattribute(2, "before"));
+    header.update_extra_bytes_vlr();
+    header.point_data_record_length = 32;
+    header.add_vlr("LASF_Spec2", 4, 3, new U8[3]{1, 2, 3});
+    LASpoint point;
+    ASSERT_TRUE(point.init(&header, 6, 32));
+    const auto writer = open("a.las", header);
+    ASSERT_TRUE(writer);
+    writer->write_point(&point);
+    EXPECT_TRUE(writer->update_header(&header, false, true));
+    writer->close();
+    const auto vlrs = WrittenLas::read(folder / "a.las").vlrs();
+    ASSERT_EQ(vlrs.size(), 2U);
+    EXPECT_EQ(vlrs[0].payload.substr(4, 6), "before");
+    EXPECT_EQ(vlrs[1].payload, "\1\2\3") << "not the last record, but that of the attributes";
+}
+
+TEST_F(LASwriting, TrailingRecordsStandBehindThePointsOfTheNewestVersionOnly) {
+    for (const std::string name : {"a.las", "a.laz"}) {
+        for (const U8 minor : {U8{3}, U8{4}}) {
+            LASheader header = headerOf(minor, minor == 4 ? 6 : 1);
+            LASvlr record;
+            std::string("Somebody").copy(record.user_id, sizeof record.user_id);
+            record.record_id = 7;
+            record.data.assign(70'000, 'x');
+            header.add_trailing_record(record);
+            LASpoint point;
+            ASSERT_TRUE(point.init(&header, header.point_data_format, header.point_data_record_length));
+            const auto writer = open(name, header);
+            ASSERT_TRUE(writer);
+            writer->write_point(&point);
+            const I64 bytes = writer->close();
+            const WrittenLas file = WrittenLas::read(folder / name);
+            EXPECT_EQ(bytes, static_cast<I64>(file.bytes.size()));
+            const auto evlrs = file.evlrs();
+            ASSERT_EQ(evlrs.size(), minor == 4 ? 1U : 0U) << name;
+            if (minor == 4) {
+                EXPECT_EQ(evlrs[0].userId, "Somebody");
+                EXPECT_EQ(evlrs[0].recordId, 7);
+                EXPECT_EQ(evlrs[0].payload, std::string(70'000, 'x'));
+            }
+        }
+    }
 }
 
 TEST_F(LASwriting, OutputErrorIsKeptAndTurnsTheSignOfTheSize) {

@@ -180,4 +180,13 @@ TEST_F(PcdPlanTest, RunAnnouncesWhatIsPlanned) {
     }
 }
 
+TEST_F(PcdPlanTest, FieldsReadAreThoseThatTheFileIsMadeOf) {
+    GridBuilder(*bundle, 0, "g")
+        .field("Positions", "a", Points{{1, 2, 3}})
+        .field("Intensity", "a", std::vector<unsigned short>{7})
+        .field("Flags", "a", std::vector<int>{1});
+    EXPECT_THAT(plan().fieldsRead(), ElementsAre("Intensity", "Positions"));
+    EXPECT_THAT(plan(-1, "Intensity").fieldsRead(), ElementsAre("Positions"));
+}
+
 } // namespace

@@ -12,7 +12,7 @@ using Ascii = ExportLib::ExportPointCloudToASCII;
 using AsciiStage = Stage<Ascii>;
 using Point = Geom::PhysicalSpace::point;
 
-// Not the current folder, which stands in where OutputPath is not a folder.
+// Not the current folder, which is used where OutputPath is not a folder.
 void prepare(AsciiStage& stage) {
     stage.exporter.OutputPath = stage.path("root");
     std::filesystem::create_directory(stage.exporter.OutputPath);

@@ -23,7 +23,7 @@ void* allocateOrThrow(std::size_t size) {
 
 } // namespace
 
-// The sanitizers watch malloc and free all the same.
+// The sanitizers watch malloc and free anyway.
 void* operator new(std::size_t size) {
     return allocateOrThrow(size);
 }

@@ -67,7 +67,7 @@ inline void sign(std::string& file, std::size_t start, std::uint64_t size) {
 
 } // namespace Detail
 
-/// Makes the checksums of a damaged HDF5 file fit its content again, as whoever damages a file on purpose
+/// Makes the checksums of a damaged HDF5 file fit its content again, as somebody who damages a file on purpose
 /// would: those of the superblock, of object headers and their continuations, and of the indexes of small
 /// chunked datasets. Otherwise hardly any damage to a newer file gets past the first check.
 inline void repairChecksums(std::string& file) {

@@ -32,7 +32,7 @@ struct LazAssembly {
     static constexpr std::uint32_t variable = 0xFFFFFFFF;
 
     /// Compresses a file so that its chunks have the given numbers of points. The head states the last of
-    /// them as the chunk size, since each chunk comes from a file of its own.
+    /// them as the chunk size, since each chunk comes from its own file.
     [[nodiscard]] static LazAssembly make(const LasFileBuilder& file,
                                           const std::vector<std::uint32_t>& sizes) {
         LazAssembly assembly;

@@ -62,7 +62,8 @@ public:
     [[nodiscard]] double upper(std::size_t axis) const { return at<double>(179 + 16 * axis); }
     [[nodiscard]] double lower(std::size_t axis) const { return at<double>(187 + 16 * axis); }
 
-    [[nodiscard]] std::vector<Vlr> vlrs() const {
+    /// They have to end where the points begin, unless `mayHaveGap`.
+    [[nodiscard]] std::vector<Vlr> vlrs(bool mayHaveGap = false) const {
         std::vector<Vlr> list;
         std::size_t place = at<std::uint16_t>(94);
         for (std::uint32_t i = 0; i < at<std::uint32_t>(100); ++i) {
@@ -71,8 +72,25 @@ public:
                             text(place + 22, 32), bytes.substr(place + 54, size)});
             place += 54 + size;
         }
-        if (place != pointsBegin())
+        if (place != pointsBegin() && !mayHaveGap)
             throw std::runtime_error("the records do not end where the points begin");
+        return list;
+    }
+
+    /// Extended records, which stand behind the points and end the file.
+    [[nodiscard]] std::vector<Vlr> evlrs() const {
+        std::vector<Vlr> list;
+        if (versionMinor() < 4 || at<std::uint32_t>(243) == 0)
+            return list;
+        std::size_t place = at<std::uint64_t>(235);
+        for (std::uint32_t i = 0; i < at<std::uint32_t>(243); ++i) {
+            const std::size_t size = at<std::uint64_t>(place + 20);
+            list.push_back({at<std::uint16_t>(place), text(place + 2, 16), at<std::uint16_t>(place + 18),
+                            text(place + 28, 32), bytes.substr(place + 60, size)});
+            place += 60 + size;
+        }
+        if (place != bytes.size())
+            throw std::runtime_error("the extended records do not end with the file");
         return list;
     }
 
@@ -88,11 +106,12 @@ public:
         return list;
     }
 
-    /// The points of an uncompressed file, which has to end with the last of them.
+    /// The points of an uncompressed file, which has to end with the last of them or with extended records.
     [[nodiscard]] std::vector<LasRecord> records() const {
         if (isCompressed())
             throw std::runtime_error("a compressed file");
-        return decode(bytes.substr(pointsBegin()));
+        const std::size_t end = evlrs().empty() ? bytes.size() : at<std::uint64_t>(235);
+        return decode(bytes.substr(pointsBegin(), end - pointsBegin()));
     }
 
     std::string bytes;

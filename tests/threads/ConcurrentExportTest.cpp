@@ -31,7 +31,7 @@ using Bundle = Anchor::StrongPtr<Sheaf::Bundle>;
 /// The files of a folder by name, with their bytes.
 using Tree = std::map<std::string, std::string>;
 
-/// A cloud in the standard chart, one in a chart of its own, and a grid of heights.
+/// A cloud in the standard chart, one in its own chart, and a grid of heights.
 Bundle survey() {
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
     const auto addCloud = [](Support::GridBuilder grid) {
@@ -112,7 +112,7 @@ std::vector<Source> sources() {
              [](const auto& folder) { Tidewatch::writeBundleFile(*survey(), folder / "in.h5"); }}};
 }
 
-/// Runs an exporter into a folder, and writes what stands in its errors then into a file there.
+/// Runs an exporter into a folder, and writes what is in its errors then into a file there.
 template <class Exporter>
 void run(Exporter& exporter, const Bundle& bundle, const std::filesystem::path& folder,
          const std::string& name) {

@@ -108,6 +108,7 @@ void Dataset::readLayout() {
     case H5D_CHUNKED:
         layout_ = Layout::Chunked;
         readChunkShape(properties.get());
+        requireBuiltInFilters(properties.get());
         break;
     case H5D_VIRTUAL:
         object_.fail("is a virtual dataset, whose data lies in other files");
@@ -130,6 +131,23 @@ void Dataset::readChunkShape(hid_t properties) {
     const auto count = checkedProduct(counts, 1);
     if (!count || (*count > chunksWithoutFile && *count > object_.file().size() / leastBytesOfChunk))
         object_.fail("has more chunks than a file of this size can hold");
+}
+
+void Dataset::requireBuiltInFilters(hid_t properties) const {
+    const int count = H5Pget_nfilters(properties);
+    if (count < 0)
+        object_.failWithReason("the filters cannot be read");
+    for (int i = 0; i < count; ++i) {
+        unsigned flags = 0;
+        unsigned configuration = 0;
+        std::size_t valueCount = 0;
+        char name[64] = {};
+        const H5Z_filter_t filter = H5Pget_filter2(properties, static_cast<unsigned>(i), &flags, &valueCount,
+                                                   nullptr, sizeof name - 1, name, &configuration);
+        if (filter < H5Z_FILTER_DEFLATE || filter > H5Z_FILTER_SCALEOFFSET)
+            object_.fail("its data is filtered by \"" + std::string(name) + "\" (filter " +
+                         std::to_string(filter) + "), which is not one of HDF5's own");
+    }
 }
 
 void Dataset::read(const std::type_info& elementType, std::span<std::byte> target, std::uint64_t most,

@@ -44,6 +44,8 @@ private:
     void readShape();
     void readLayout();
     void readChunkShape(hid_t properties);
+    /// Throws for data with a filter that the library does not have built in: it would look for a plugin.
+    void requireBuiltInFilters(hid_t properties) const;
 
     /// For data without chunks, and for chunks with filters that are not ours to undo.
     void readByLibrary(const std::type_info& elementType, std::span<std::byte> target,

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <limits>
 #include <new>
 #include <span>
@@ -30,7 +31,7 @@ namespace {
 /// What the file-access properties carry for the driver; the library copies it byte by byte.
 struct DriverSettings {
     FileFailure* failure;
-    MetadataGuard* guard;
+    int descriptor;
 };
 
 /// A file as the driver sees it. The library knows it by its first member.
@@ -42,7 +43,8 @@ struct OpenedFile {
     dev_t device{};
     ino_t number{};
     FileFailure* failure = nullptr;
-    MetadataGuard* guard = nullptr;
+    /// The descriptor is the caller's.
+    bool isLent = false;
 
     /// What could not be written, in the order of the writes.
     struct Unwritten {
@@ -69,19 +71,22 @@ void note(OpenedFile& file, const char* what, int number) noexcept {
 
 H5FD_t* openFile(const char* name, unsigned flags, hid_t access, haddr_t) noexcept {
     const auto* const settings = static_cast<const DriverSettings*>(H5Pget_driver_info(access));
-    int mode = O_CLOEXEC | O_NOCTTY | ((flags & H5F_ACC_RDWR) != 0 ? O_RDWR : O_RDONLY | O_NONBLOCK);
-    mode |= (flags & H5F_ACC_TRUNC) != 0 ? O_TRUNC : 0;
-    mode |= (flags & H5F_ACC_CREAT) != 0 ? O_CREAT : 0;
-    mode |= (flags & H5F_ACC_EXCL) != 0 ? O_EXCL : 0;
     auto* const file = new (std::nothrow) OpenedFile;
     if (file == nullptr)
         return nullptr;
     if (settings != nullptr) {
         file->failure = settings->failure;
-        file->guard = settings->guard;
+        file->descriptor = settings->descriptor;
+        file->isLent = settings->descriptor >= 0;
+    }
+    if (!file->isLent) {
+        int mode = O_CLOEXEC | O_NOCTTY | ((flags & H5F_ACC_RDWR) != 0 ? O_RDWR : O_RDONLY | O_NONBLOCK);
+        mode |= (flags & H5F_ACC_TRUNC) != 0 ? O_TRUNC : 0;
+        mode |= (flags & H5F_ACC_CREAT) != 0 ? O_CREAT : 0;
+        mode |= (flags & H5F_ACC_EXCL) != 0 ? O_EXCL : 0;
+        file->descriptor = ::open(name, mode, 0666);
     }
     struct stat status {};
-    file->descriptor = ::open(name, mode, 0666);
     // A missing file is no failure yet when the library is going to make it: it first tries without.
     if (file->descriptor < 0 || ::fstat(file->descriptor, &status) != 0) {
         if (errno != ENOENT || (flags & H5F_ACC_CREAT) != 0)
@@ -94,7 +99,7 @@ H5FD_t* openFile(const char* name, unsigned flags, hid_t access, haddr_t) noexce
         file->number = status.st_ino;
         return &file->base;
     }
-    if (file->descriptor >= 0)
+    if (file->descriptor >= 0 && !file->isLent)
         ::close(file->descriptor);
     delete file;
     return nullptr;
@@ -102,13 +107,16 @@ H5FD_t* openFile(const char* name, unsigned flags, hid_t access, haddr_t) noexce
 
 herr_t closeFile(H5FD_t* base) noexcept {
     OpenedFile& file = self(base);
-    if (::close(file.descriptor) != 0 && errno != EINTR)
+    if (!file.isLent && ::close(file.descriptor) != 0 && errno != EINTR)
         note(file, "cannot write", errno);
     delete &file;
     return 0;
 }
 
 int compareFiles(const H5FD_t* a, const H5FD_t* b) noexcept {
+    // The library reads two files that are one through the first of them, whose descriptor may be gone by then.
+    if (self(a).isLent || self(b).isLent)
+        return std::less<>()(a, b) ? -1 : std::less<>()(b, a) ? 1 : 0;
     if (self(a).device != self(b).device)
         return self(a).device < self(b).device ? -1 : 1;
     if (self(a).number != self(b).number)
@@ -116,11 +124,9 @@ int compareFiles(const H5FD_t* a, const H5FD_t* b) noexcept {
     return 0;
 }
 
-herr_t tellFeatures(const H5FD_t* file, unsigned long* flags) noexcept {
-    *flags = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_DATA_SIEVE | H5FD_FEAT_AGGREGATE_SMALLDATA;
-    // The guard has to see the blocks of metadata one by one. (The library also asks about no file at all.)
-    if (file != nullptr && self(file).guard == nullptr)
-        *flags |= H5FD_FEAT_ACCUMULATE_METADATA;
+herr_t tellFeatures(const H5FD_t*, unsigned long* flags) noexcept {
+    *flags = H5FD_FEAT_AGGREGATE_METADATA | H5FD_FEAT_ACCUMULATE_METADATA | H5FD_FEAT_DATA_SIEVE |
+             H5FD_FEAT_AGGREGATE_SMALLDATA;
     return 0;
 }
 
@@ -163,25 +169,7 @@ ssize_t readUpTo(int descriptor, unsigned char* target, std::size_t size, haddr_
     return static_cast<ssize_t>(done);
 }
 
-/// Lets the guard look at a block; says on the library's error stack what it found.
-bool isAdmitted(OpenedFile& file, H5FD_mem_t type, haddr_t address,
-                std::span<const unsigned char> block) noexcept {
-    const auto fetch = [&](std::uint64_t from, std::span<unsigned char> target) {
-        return readExactly(file.descriptor, from, target);
-    };
-    try {
-        const auto fault = file.guard->fault(type, address, block, fetch);
-        if (fault)
-            H5Epush2(H5E_DEFAULT, __FILE__, __func__, __LINE__, H5E_ERR_CLS, H5E_VFL, H5E_READERROR, "%s",
-                     fault->c_str());
-        return !fault;
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-}
-
-herr_t readBlock(H5FD_t* base, H5FD_mem_t type, hid_t, haddr_t address, std::size_t size,
-                 void* buffer) noexcept {
+herr_t readBlock(H5FD_t* base, H5FD_mem_t, hid_t, haddr_t address, std::size_t size, void* buffer) noexcept {
     OpenedFile& file = self(base);
     auto* const target = static_cast<unsigned char*>(buffer);
     if (!isAddressable(address, size))
@@ -192,11 +180,8 @@ herr_t readBlock(H5FD_t* base, H5FD_mem_t type, hid_t, haddr_t address, std::siz
         return -1;
     }
     const auto filled = static_cast<std::size_t>(got);
-    if (file.unwritten.empty()) {
-        const bool isGood =
-            filled == size && (file.guard == nullptr || isAdmitted(file, type, address, {target, size}));
-        return isGood ? 0 : -1;
-    }
+    if (file.unwritten.empty())
+        return filled == size ? 0 : -1;
     std::memset(target + filled, 0, size - filled);
     for (const OpenedFile::Unwritten& block : file.unwritten) {
         const haddr_t low = std::max(address, block.address);
@@ -295,18 +280,28 @@ hid_t driver() {
 
 } // namespace
 
-bool readExactly(int descriptor, std::uint64_t address, std::span<unsigned char> target) {
-    return isAddressable(address, target.size()) &&
-           readUpTo(descriptor, target.data(), target.size(), address) == static_cast<ssize_t>(target.size());
+std::size_t readFile(int descriptor, std::uint64_t address, std::span<unsigned char> target,
+                     FileFailure& failure) {
+    if (!isAddressable(address, target.size()))
+        return 0;
+    const ssize_t got = readUpTo(descriptor, target.data(), target.size(), address);
+    if (got < 0)
+        failure = {errno, "cannot read"};
+    return got < 0 ? 0 : static_cast<std::size_t>(got);
 }
 
-PropertiesHandle fileAccess(FileFailure& failure, MetadataGuard* guard) {
+PropertiesHandle fileAccess(FileFailure& failure, int descriptor) {
     const LibraryCall call;
     PropertiesHandle properties(H5Pcreate(H5P_FILE_ACCESS));
-    const DriverSettings settings{&failure, guard};
+    const DriverSettings settings{&failure, descriptor};
     if (!properties || H5Pset_driver(properties.get(), driver(), &settings) < 0)
         return PropertiesHandle();
     return properties;
+}
+
+void prepareDriver() {
+    const LibraryCall call;
+    static_cast<void>(driver());
 }
 
 } // namespace Tidewatch::Hdf5

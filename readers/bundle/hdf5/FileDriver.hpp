@@ -2,8 +2,8 @@
 #pragma once
 
 #include "readers/bundle/hdf5/Handle.hpp"
-#include "readers/bundle/hdf5/MetadataGuard.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -24,7 +24,10 @@ struct FileFailure {
 };
 
 /// File-access properties that make the HDF5 library use this project's own file driver: files in the plain
-/// HDF5 layout, without any file lock. It differs from the library's own driver in two points.
+/// HDF5 layout, without any file lock. It differs from the library's own driver in three points.
+///
+/// Given a descriptor, which stays the caller's and has to outlive the file, it reads that and opens nothing,
+/// whatever the name that the library is told.
 ///
 /// A read beyond the end of the file fails; the library's driver gives zeros, so that a file that is cut off
 /// while it is open would pass for a good one.
@@ -34,11 +37,15 @@ struct FileFailure {
 /// could not be written is kept in memory, so that the library reads back what it wrote. So whoever writes
 /// asks `failure` after each step, and finally once the file has been closed.
 ///
-/// `failure`, and `guard` where there is one, must outlive the file. Each block of metadata has to pass the
-/// guard before the library gets it. The handle is empty when the library refuses.
-[[nodiscard]] PropertiesHandle fileAccess(FileFailure& failure, MetadataGuard* guard = nullptr);
+/// `failure` must outlive the file. The handle is empty when the library refuses.
+[[nodiscard]] PropertiesHandle fileAccess(FileFailure& failure, int descriptor = -1);
 
-/// Fills a block with bytes of a file from an address on; false when they are not all there.
-[[nodiscard]] bool readExactly(int descriptor, std::uint64_t address, std::span<unsigned char> target);
+/// Makes the driver known to the library. Before that, nothing of a file is read.
+void prepareDriver();
+
+/// Fills a block with bytes of a file from an address on. Fewer than asked for: the file ends before, or, where
+/// `failure` says so then, the system cannot read.
+[[nodiscard]] std::size_t readFile(int descriptor, std::uint64_t address, std::span<unsigned char> target,
+                                   FileFailure& failure);
 
 } // namespace Tidewatch::Hdf5

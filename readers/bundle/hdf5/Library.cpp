@@ -62,4 +62,15 @@ std::string innermostError() {
     return text;
 }
 
+bool isOutOfMemory() {
+    bool isOut = false;
+    const auto look = [](unsigned, const H5E_error2_t* entry, void* data) -> herr_t {
+        auto& found = *static_cast<bool*>(data);
+        found = found || (entry->maj_num == H5E_RESOURCE && entry->min_num == H5E_NOSPACE);
+        return 0;
+    };
+    H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, look, &isOut);
+    return isOut;
+}
+
 } // namespace Tidewatch::Hdf5

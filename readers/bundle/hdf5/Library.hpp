@@ -35,4 +35,8 @@ private:
 /// within the LibraryCall of the call that failed, before any other call.
 [[nodiscard]] std::string innermostError();
 
+/// Whether the call that failed did so for want of memory, as the library's error stack has it. To be asked as
+/// innermostError() is.
+[[nodiscard]] bool isOutOfMemory();
+
 } // namespace Tidewatch::Hdf5

@@ -4,7 +4,7 @@
 #include "anchor/printable.hpp"
 #include "readers/bundle/hdf5/NumberType.hpp"
 #include "readers/bundle/hdf5/OpenFile.hpp"
-#include "readers/bundle/hdf5/variableText.hpp"
+#include "readers/bundle/hdf5/storedAttribute.hpp"
 
 #include <algorithm>
 #include <new>
@@ -139,7 +139,34 @@ AttributeHandle Object::findAttribute(const char* name) const {
     AttributeHandle attribute(H5Aopen(id(), name, H5P_DEFAULT));
     if (!attribute)
         failWithReason(quoted(name) + " cannot be opened");
+    requireStored(attribute.get(), name);
     return attribute;
+}
+
+std::optional<StoredAttribute> Object::stored(const char* name) const {
+    const haddr_t header = headerAddress(id());
+    if (header == HADDR_UNDEF)
+        failWithReason("its header cannot be found");
+    try {
+        return storedAttribute(
+            [this](std::uint64_t address, std::span<unsigned char> target) {
+                return file_->fetch(address, target);
+            },
+            header, name);
+    } catch (const Anchor::FormatError& error) {
+        fail(quoted(name) + " " + error.what());
+    }
+}
+
+void Object::requireStored(hid_t attribute, const char* name) const {
+    const auto found = stored(name);
+    const DatatypeHandle type(H5Aget_type(attribute));
+    const std::size_t size = type ? H5Tget_size(type.get()) : 0;
+    if (size == 0)
+        failWithReason(quoted(name) + " cannot be read");
+    // Elsewhere than in the header, the library itself knows how much there is.
+    if (found && found->data.size() / size < valueCount(attribute, name))
+        fail(quoted(name) + " is cut off");
 }
 
 std::size_t Object::valueCount(hid_t attribute, const char* name) const {
@@ -176,13 +203,13 @@ std::optional<std::string> Object::text(const char* name) const {
 }
 
 std::string Object::longText(const char* name) const {
-    const haddr_t header = headerAddress(id());
-    if (header == HADDR_UNDEF)
-        failWithReason("its header cannot be found");
+    const auto found = stored(name);
+    if (!found)
+        fail(quoted(name) + " is not stored in its object's header; a text of fixed length is");
     try {
         return variableText([this](std::uint64_t address,
                                    std::span<unsigned char> target) { return file_->fetch(address, target); },
-                            header, name, mostTextBytes);
+                            *found, mostTextBytes);
     } catch (const Anchor::FormatError& error) {
         fail(quoted(name) + " " + error.what());
     }
@@ -239,6 +266,7 @@ std::optional<std::vector<double>> Object::numbers(const char* name) const {
 }
 
 void Object::failWithReason(const std::string& what) const {
+    file_->throwUnlessDamaged();
     const std::string reason = innermostError();
     fail(reason.empty() ? what : what + ": " + reason);
 }

@@ -3,6 +3,7 @@
 
 #include "anchor/Error.hpp"
 #include "readers/bundle/hdf5/Handle.hpp"
+#include "readers/bundle/hdf5/storedAttribute.hpp"
 
 #include <cstdint>
 #include <optional>
@@ -71,6 +72,10 @@ public:
 private:
     [[nodiscard]] std::string message(const std::string& what) const;
     [[nodiscard]] AttributeHandle findAttribute(const char* name) const;
+    /// What the header stores for an attribute; nothing where that is elsewhere.
+    [[nodiscard]] std::optional<StoredAttribute> stored(const char* name) const;
+    /// Throws unless an attribute has all the data that it says it has.
+    void requireStored(hid_t attribute, const char* name) const;
     /// The text of an attribute of variable length.
     [[nodiscard]] std::string longText(const char* name) const;
     /// The number of values of an attribute; bounded, so that it can be allocated.

@@ -4,38 +4,32 @@
 #include "anchor/Error.hpp"
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <utility>
-
-#include <sys/stat.h>
 
 namespace Tidewatch::Hdf5 {
 
-OpenFile::OpenFile(std::string path) : path_(std::move(path)) {
+OpenFile::OpenFile(const SourceFiles& files)
+    : path_(files.path),
+      descriptor_(files.files.front().descriptor),
+      size_(files.files.front().size) {
     const LibraryCall call;
-    const PropertiesHandle access = fileAccess(failure_, &guard_);
+    const PropertiesHandle access = fileAccess(failure_, descriptor_);
     if (access)
-        handle_ = FileHandle(H5Fopen(path_.c_str(), H5F_ACC_RDONLY, access.get()));
-    if (failure_)
-        throw Anchor::FileError(path_ + ": " + failure_.text());
+        handle_ = FileHandle(H5Fopen("input", H5F_ACC_RDONLY, access.get()));
     if (!handle_) {
-        // The driver leaves a missing file to its caller, the library, whose text has no system error in it.
-        struct stat status {};
-        if (::stat(path_.c_str(), &status) != 0)
-            throw Anchor::FileError(path_ + ": cannot open: " + std::generic_category().message(errno));
+        throwUnlessDamaged();
         throw Anchor::FormatError(path_ + ": cannot be opened as an HDF5 file: " + innermostError());
     }
-    readParameters();
-    state_ = look();
+    requireParameters();
 }
 
 Object OpenFile::root() const {
     const LibraryCall call;
     ObjectHandle handle(H5Oopen(handle_.get(), "/", H5P_DEFAULT));
-    if (!handle)
-        throw Anchor::FormatError(path_ + ": the root group cannot be opened: " + innermostError());
-    return Object(*this, "/", std::move(handle));
+    if (handle)
+        return Object(*this, "/", std::move(handle));
+    throwUnlessDamaged();
+    throw Anchor::FormatError(path_ + ": the root group cannot be opened: " + innermostError());
 }
 
 Object OpenFile::open(const std::string& path) const {
@@ -48,40 +42,27 @@ Object OpenFile::open(const std::string& path) const {
     return object;
 }
 
-void OpenFile::requireUnchanged() const {
-    if (look() != state_)
-        throw Anchor::FileError(path_ + ": has been changed since it was opened");
-}
-
 bool OpenFile::fetch(std::uint64_t address, std::span<unsigned char> target) const {
-    return readExactly(descriptor(), address, target);
+    const std::size_t filled = readFile(descriptor_, address, target, failure_);
+    if (failure_)
+        throw Anchor::FileError(path_ + ": " + failure_.text());
+    return filled == target.size();
 }
 
-int OpenFile::descriptor() const {
-    const LibraryCall call;
-    void* descriptor = nullptr;
-    if (H5Fget_vfd_handle(handle_.get(), H5P_DEFAULT, &descriptor) < 0)
-        throw Anchor::FileError(path_ + ": cannot look at the open file: " + innermostError());
-    return *static_cast<const int*>(descriptor);
+void OpenFile::throwUnlessDamaged() const {
+    if (failure_)
+        throw Anchor::FileError(path_ + ": " + failure_.text());
+    if (isOutOfMemory())
+        throw Anchor::LimitError(path_ + ": there is not enough memory to read it");
 }
 
-Anchor::FileState OpenFile::look() const {
-    struct stat status {};
-    if (::fstat(descriptor(), &status) != 0)
-        throw Anchor::FileError(path_ +
-                                ": cannot look at the open file: " + std::generic_category().message(errno));
-    return Anchor::FileState(status);
-}
-
-void OpenFile::readParameters() {
+void OpenFile::requireParameters() const {
     const PropertiesHandle properties(H5Fget_create_plist(handle_.get()));
     hsize_t userBlock = 0;
     std::size_t addressSize = 0;
     std::size_t lengthSize = 0;
-    unsigned halfOfChunkNode = 0;
     if (!properties || H5Pget_userblock(properties.get(), &userBlock) < 0 ||
-        H5Pget_sizes(properties.get(), &addressSize, &lengthSize) < 0 ||
-        H5Pget_istore_k(properties.get(), &halfOfChunkNode) < 0)
+        H5Pget_sizes(properties.get(), &addressSize, &lengthSize) < 0)
         throw Anchor::FormatError(path_ + ": the file's parameters cannot be read: " + innermostError());
     if (userBlock != 0)
         throw Anchor::FormatError(path_ + ": does not begin with the HDF5 signature");
@@ -89,7 +70,6 @@ void OpenFile::readParameters() {
         throw Anchor::FormatError(path_ + ": uses addresses of " + std::to_string(addressSize) +
                                   " bytes and sizes of " + std::to_string(lengthSize) +
                                   "; only 8 bytes are supported");
-    guard_.setEntriesOfChunkNode(std::size_t{2} * halfOfChunkNode);
 }
 
 } // namespace Tidewatch::Hdf5

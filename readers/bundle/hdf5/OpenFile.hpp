@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "anchor/FileState.hpp"
 #include "readers/bundle/hdf5/FileDriver.hpp"
 #include "readers/bundle/hdf5/Handle.hpp"
 #include "readers/bundle/hdf5/Object.hpp"
+#include "readers/source/Source.hpp"
 
 #include <cstdint>
 #include <span>
@@ -12,14 +12,13 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// An HDF5 file that is open for reading, without any file lock.
-///
-/// It keeps one file descriptor. Objects refer to the file, so it has to outlive them.
+/// An HDF5 file that is read through a descriptor, without any file lock. Objects refer to the file, so it has to
+/// outlive them.
 class OpenFile {
 public:
-    /// Opens the file. Throws Anchor::FileError when the system refuses, Anchor::FormatError when the library
-    /// does: the file is damaged, cut off or no HDF5 file at all.
-    explicit OpenFile(std::string path);
+    /// Reads the first of some files, which stay open meanwhile. Throws Anchor::FormatError when the library
+    /// refuses: the file is damaged, cut off or no HDF5 file at all.
+    explicit OpenFile(const SourceFiles& files);
 
     OpenFile(const OpenFile&) = delete;
     OpenFile& operator=(const OpenFile&) = delete;
@@ -28,7 +27,7 @@ public:
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
     /// Bytes of the file when it was opened.
-    [[nodiscard]] std::uint64_t size() const noexcept { return state_.size; }
+    [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
 
     /// The root group.
     [[nodiscard]] Object root() const;
@@ -36,25 +35,24 @@ public:
     /// The object of an absolute path inside the file; each link on the way is checked.
     [[nodiscard]] Object open(const std::string& path) const;
 
-    /// Fills a block with bytes of the file from an address on; false when they are not all there.
+    /// Fills a block with bytes of the file from an address on; false when they are not all there. Throws
+    /// Anchor::FileError when the system cannot read.
     [[nodiscard]] bool fetch(std::uint64_t address, std::span<unsigned char> target) const;
 
-    /// Throws Anchor::FileError when the file has been written to since it was opened: what the library
-    /// keeps of it in memory and what it reads from now on would not fit together.
-    void requireUnchanged() const;
+    /// To be called after a call of the library that failed, within its LibraryCall. Throws Anchor::FileError when
+    /// the system could not read, Anchor::LimitError when the library was out of memory; else there is something
+    /// wrong with the file.
+    void throwUnlessDamaged() const;
 
 private:
-    /// The system's number of the open file.
-    [[nodiscard]] int descriptor() const;
-    [[nodiscard]] Anchor::FileState look() const;
-    /// Lets the guard know what the file says about its own build.
-    void readParameters();
+    /// Refuses files of a build that this project does not read.
+    void requireParameters() const;
 
     std::string path_;
-    FileFailure failure_;
-    MetadataGuard guard_;
-    FileHandle handle_; // after those two, which the driver uses until the file is closed
-    Anchor::FileState state_;
+    int descriptor_;
+    std::uint64_t size_;
+    mutable FileFailure failure_;
+    FileHandle handle_; // after the failure, which the driver uses until the file is closed
 };
 
 } // namespace Tidewatch::Hdf5

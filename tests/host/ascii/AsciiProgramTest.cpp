@@ -132,7 +132,7 @@ TEST_F(AsciiProgramTest, OutputIsAFolderWhateverItsName) {
     Support::writeBytes(place_ / "file", "mine");
     const auto result = run({"in.h5", "-o", "file"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("file: is no folder"));
+    EXPECT_THAT(result.err, HasSubstr("file: is not a folder"));
     EXPECT_EQ(Support::readBytes(place_ / "file"), "mine");
 }
 
@@ -143,7 +143,7 @@ TEST_F(AsciiProgramTest, FilesThatExistAreReplacedOnlyWithOverwrite) {
     Support::writeBytes(place_ / "out/Id/other.asc", "mine too");
     const auto refused = run({"in.h5", "-o", "out"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_THAT(refused.err, HasSubstr("out/Id/n.asc: exists already; --overwrite replaces it"));
+    EXPECT_THAT(refused.err, HasSubstr("out/Id/n.asc: already exists; --overwrite replaces it"));
     EXPECT_THAT(tree("out"), ElementsAre(Pair("Id/n.asc", "mine"), Pair("Id/other.asc", "mine too")));
 
     EXPECT_EQ(run({"in.h5", "-o", "out", "--overwrite"}).status, 0);
@@ -157,7 +157,7 @@ TEST_F(AsciiProgramTest, TileThatExistsIsNotReplacedEither) {
     Support::writeBytes(place_ / "out/Height/w_10_20.grd", "mine");
     const auto refused = run({"in.h5", "-o", "out", "--tile-suffix"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_THAT(refused.err, HasSubstr("w_10_20.grd: exists already"));
+    EXPECT_THAT(refused.err, HasSubstr("w_10_20.grd: already exists"));
     EXPECT_THAT(tree("out"), ElementsAre(Pair("Height/w_10_20.grd", "mine")));
 }
 
@@ -169,8 +169,8 @@ TEST_F(AsciiProgramTest, AppendAddsToFilesThatExist) {
                                   "out/XYZ_Coordinates.asc: 2 points, 56 bytes\n");
     const auto again = run(arguments);
     EXPECT_EQ(again.status, 0) << again.err;
-    EXPECT_EQ(again.out, "out/Id.asc: 2 points, 7 bytes, added to 7 bytes\n"
-                         "out/XYZ_Coordinates.asc: 2 points, 56 bytes, added to 56 bytes\n");
+    EXPECT_EQ(again.out, "out/Id.asc: 2 points, 7 bytes, appended to 7 bytes\n"
+                         "out/XYZ_Coordinates.asc: 2 points, 56 bytes, appended to 56 bytes\n");
     EXPECT_EQ(Support::readBytes(place_ / "out/Id.asc"), " 7\n -8\n 7\n -8\n");
 }
 
@@ -287,7 +287,7 @@ TEST_F(AsciiProgramTest, SampleSurveyIsExportedInAllFourLayouts) {
             const auto names = namesIn(place_.path() / "out");
             EXPECT_EQ(std::set<std::string>(names.begin(), names.end()), sampleFiles(append, allLevels));
             EXPECT_THAT(result.err, HasSubstr("ScanAngleRank is left out: there is no writer for int8"));
-            EXPECT_THAT(result.err, HasSubstr(append ? "one behind the other" : "overwrote"));
+            EXPECT_THAT(result.err, HasSubstr(append ? "one after the other" : "overwrote"));
             // Three times two fragments of 300 by 400 cells, the column that they share counted once.
             const std::string height = append ? (allLevels ? "Skeleton0/Height.grd" : "Height.grd")
                                               : (allLevels ? "Height/Skeleton0/east.grd" : "Height/east.grd");
@@ -308,21 +308,57 @@ TEST_F(AsciiProgramTest, TimesAndGridsGetFoldersOfTheirOwn) {
     EXPECT_THAT(result.err, Not(HasSubstr("overwrote")));
 }
 
+TEST_F(AsciiProgramTest, GridsHaveTheirReferenceSystemBesideThem) {
+    writeSmall();
+    const auto result = run({"in.h5", "-o", "out", "--crs", "EPSG:25832"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("out/Height/w.prj: 1 text, "));
+    EXPECT_THAT(result.err,
+                HasSubstr("grid \"cloud\" at time 0: not carried: coordinate reference system ETRS89"));
+    EXPECT_THAT(result.err, Not(HasSubstr("\"dem\"")));
+    const auto files = tree("out");
+    ASSERT_TRUE(files.contains("Height/w.prj"));
+    EXPECT_THAT(files.at("Height/w.prj"), StartsWith("PROJCS[\"ETRS_1989_UTM_Zone_32N\""));
+    EXPECT_EQ(files.at("Height/w.prj").back(), '\n');
+
+    // What stands in its way is found before any work.
+    fs::remove(place_.path() / "out/Height/w.grd");
+    EXPECT_THAT(run({"in.h5", "-o", "out", "--crs", "EPSG:25832", "--grid", "dem"}).err,
+                HasSubstr("w.prj: exists already"));
+    EXPECT_EQ(run({"in.h5", "-o", "none", "--grid", "dem"}).status, 0);
+    EXPECT_FALSE(tree("none").contains("Height/w.prj"));
+    EXPECT_THAT(run({"in.h5", "-o", "added", "--crs", "EPSG:25832", "--grid", "dem", "--append"}).err,
+                HasSubstr("not carried: coordinate reference system"));
+}
+
 TEST_F(AsciiProgramTest, CloudIsATextFileForEachFieldThatHasAWriter) {
     write("in.laz", variedLas(7001));
     const auto result = run({"in.laz", "-o", "text"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(namesIn(place_.path() / "text"),
-                ElementsAre("Classification/000000.asc", "EdgeOfFlightLine/000000.asc", "GPSTime/000000.asc",
-                            "Intensity/000000.asc", "NumberOfReturns/000000.asc", "PointSourceID/000000.asc",
-                            "Positions/000000.asc", "RGB/000000.asc", "ReturnNumber/000000.asc",
-                            "ScanDirectionFlag/000000.asc", "UserData/000000.asc"));
+                ElementsAre("Blue/000000.asc", "Classification/000000.asc", "EdgeOfFlightLine/000000.asc",
+                            "GPSTime/000000.asc", "Green/000000.asc", "Intensity/000000.asc",
+                            "KeyPoint/000000.asc", "NumberOfReturns/000000.asc", "PointSourceID/000000.asc",
+                            "Positions/000000.asc", "RGB/000000.asc", "Red/000000.asc",
+                            "ReturnNumber/000000.asc", "ScanDirectionFlag/000000.asc", "Synthetic/000000.asc",
+                            "UserData/000000.asc", "Withheld/000000.asc"));
     EXPECT_THAT(result.err, HasSubstr("ScanAngleRank is left out: there is no writer for int8"));
     for (const auto& [name, text] : tree("text"))
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 7000) << name;
 }
 
 #ifdef TIDEWATCH_GDAL
+
+TEST_F(AsciiProgramTest, GdalReadsTheReferenceSystemBesideAGrid) {
+    writeSmall();
+    ASSERT_EQ(run({"in.h5", "-o", "out", "--crs", "EPSG:25832", "--grid", "dem"}).status, 0);
+    GDALAllRegister();
+    const std::string path = place_ / "out/Height/w.grd";
+    const GDALDatasetH file = GDALOpenEx(path.c_str(), GDAL_OF_RASTER, nullptr, nullptr, nullptr);
+    ASSERT_NE(file, nullptr);
+    EXPECT_THAT(GDALGetProjectionRef(file), HasSubstr("ETRS_1989_UTM_Zone_32N"));
+    GDALClose(file);
+}
 
 /// A raster as GDAL reads it.
 struct Raster {

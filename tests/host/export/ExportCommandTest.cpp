@@ -66,6 +66,7 @@ public:
 
     LabelExporter& exporter() override { return exporter_; }
     RunRecorder& recorder() override { return *recorder_; }
+    std::set<std::string> fieldsRead() const override { return {"Label"}; }
     std::string moreSettings() const override { return "\nMore: 1 "; }
     std::string whySkipped(const ExportedGrid&) const override { return "it is empty"; }
     void findLosses(const ExportedGrid& grid, Losses& losses) const override {
@@ -103,7 +104,7 @@ protected:
             Support::GridBuilder(bundle, time, name);
     }
 
-    /// The exit status; nothing when an error was thrown, whose text is then in `thrown`.
+    /// The exit status; nullopt when an error was thrown, whose text is then in `thrown`.
     std::optional<int> run(const std::string& output,
                            const std::vector<std::pair<double, std::string>>& grids,
                            const std::vector<std::string>& notCarried = {}) {
@@ -201,7 +202,7 @@ TEST_F(ExportTest, AnExistingFileIsAnErrorBeforeAnyWork) {
     format.atTheEnd = [&](LabelExporter&) { hasRun = true; };
     Support::writeBytes(folder_ / "b.lbl", "old");
     EXPECT_FALSE(run("{grid}.lbl", {{0, "a"}, {0, "b"}}));
-    EXPECT_THAT(thrown, HasSubstr("b.lbl: exists already"));
+    EXPECT_THAT(thrown, HasSubstr("b.lbl: already exists"));
     EXPECT_FALSE(hasRun);
     EXPECT_EQ(files(), (Files{{"b.lbl", "old"}}));
 
@@ -280,7 +281,7 @@ TEST_F(ExportTest, FiltersThatLeaveEverythingOutAreAnErrorThatSaysWhatThereIs) {
         "tidewatch: nothing was written: the filters leave out grid \"a\" at time 0, grid \"b\" at time 1\n");
     EXPECT_EQ(run("{grid}.lbl", {{0, "a"}}), 1);
     EXPECT_EQ(run("a.lbl", {}), 1);
-    EXPECT_EQ(err, "tidewatch: nothing was written: the inputs hold no grid\n");
+    EXPECT_EQ(err, "tidewatch: nothing was written: the inputs contain no grid\n");
 }
 
 TEST_F(ExportTest, ASkippedGridIsALossWhereOthersWereWritten) {

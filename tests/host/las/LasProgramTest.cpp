@@ -2,8 +2,11 @@
 //
 // `tidewatch las` from outside. What it writes is read by a plain reader of the published layout and, where
 // it is compressed, by laz-perf; neither shares code with the program.
+#include "convlib/Reader.hpp"
 #include "host/ProgramFixture.hpp"
 #include "host/report/Json.hpp"
+#include "las/ExportPointCloudToLas.hpp"
+#include "readers/registerReaders.hpp"
 #include "support/WrittenLas.hpp"
 #include "support/lazPerf.hpp"
 #include "support/testName.hpp"
@@ -66,7 +69,7 @@ std::vector<LasRecord> decode(const std::string& path) {
                : file.decode(file.bytes.substr(file.pointsBegin(), file.count() * file.recordLength()));
 }
 
-/// Whether the points of several files, one behind the other, stand where those of another file do, within
+/// Whether the points of several files, one after the other, stand where those of another file do, within
 /// half a step.
 void expectSamePlaces(const std::vector<std::string>& paths, const std::string& original) {
     const WrittenLas from = WrittenLas::read(original);
@@ -247,8 +250,101 @@ TEST_F(LasProgramTest, RenamedFieldsBecomeAttributesBesideTheDefaultOnes) {
     EXPECT_EQ(records.back().userData, 4);
     EXPECT_EQ(records.front().intensity, 7);
     EXPECT_EQ(records.back().intensity, 900);
-    EXPECT_THAT(run({"in.h5", "-o", "y.las", "--time", "0", "--grid", "dunes"}).err,
+    EXPECT_THAT(run({"in.h5", "-o", "y.las", "--time", "0", "--grid", "dunes", "--plain"}).err,
                 HasSubstr("LAS does not carry the field Echo\n"));
+}
+
+TEST_F(LasProgramTest, OtherFieldsBecomeExtraBytesUnlessPlain) {
+    writeSmall();
+    EXPECT_EQ(run({"in.h5", "-o", "x.las", "--time", "0", "--grid", "dunes", "--verify"}).err, "");
+    const WrittenLas file = las("x.las");
+    ASSERT_EQ(file.vlrs().size(), 1U);
+    EXPECT_EQ(file.vlrs()[0].payload.substr(4, 5), std::string("Echo\0", 5));
+    EXPECT_EQ(file.records().back().extraBytes, "\4");
+}
+
+/// Plain files are those of the exporter, whatever the program itself would add.
+TEST_F(LasProgramTest, PlainFilesHaveTheBytesThatTheExporterWritesByItself) {
+    write("in.laz", variedLas(2000));
+    writeSmall();
+    const auto written = Anchor::makeStrong<Sheaf::Bundle>();
+    registerReaders();
+    ConvLib::readFile(*written, place_ / "in.laz", {});
+    for (const int version : {2, 3, 4}) {
+        ExportLib::ExportPointCloudToLas exporter;
+        exporter.bundleptr = written;
+        exporter.OutputPath = place_ / "direct.laz";
+        exporter.Version = version;
+        exporter.Day = 5;
+        exporter.Year = 2024;
+        ASSERT_TRUE(exporter.Run());
+        EXPECT_EQ(run({"in.laz", "-o", "plain.laz", "--overwrite", "--plain", "--verify", "--day", "5",
+                       "--year", "2024", "--las-version", "1." + std::to_string(version)})
+                      .status,
+                  0);
+        EXPECT_EQ(read("plain.laz"), read("direct.laz")) << version;
+        fs::remove(place_ / "direct.laz");
+    }
+}
+
+TEST_F(LasProgramTest, PlainExcludesWhatItWouldNotHeed) {
+    writeSmall();
+    for (const ProgramRunner::Arguments& more : std::vector<ProgramRunner::Arguments>{
+             {"--scale", "0.01"}, {"--offset", "1,2,3"}, {"--crs", "EPSG:25832"}}) {
+        ProgramRunner::Arguments arguments{"in.h5", "-o", "a.laz", "--plain"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_THAT(result.err, HasSubstr("--plain and " + more.front()));
+    }
+    for (const ProgramRunner::Arguments& more : std::vector<ProgramRunner::Arguments>{{"--scale", "0"},
+                                                                                      {"--scale", "1,2"},
+                                                                                      {"--offset", "1,2,3,4"},
+                                                                                      {"--crs", "EPSG:1"},
+                                                                                      {"--crs", "x.wkt"}}) {
+        ProgramRunner::Arguments arguments{"in.h5", "-o", "a.laz"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        EXPECT_EQ(run(arguments).status, 2) << ::testing::PrintToString(more);
+    }
+    EXPECT_THAT(names(), ElementsAre("in.h5"));
+}
+
+TEST_F(LasProgramTest, ScaleAndOffsetAreThoseAskedFor) {
+    writeSmall();
+    EXPECT_EQ(run({"in.h5", "-o", "x.las", "--scale", "0.5,0.25,2", "--offset", "10", "--verify"}).status, 0);
+    const WrittenLas file = las("x.las");
+    EXPECT_EQ(file.scale(1), 0.25);
+    EXPECT_EQ(file.scale(2), 2.0);
+    EXPECT_EQ(file.offset(2), 10.0);
+}
+
+TEST_F(LasProgramTest, ReferenceSystemIsSetReplacedAndRemoved) {
+    writeSmall();
+    auto result = run({"in.h5", "-o", "x.las", "--time", "6.5", "--crs", "EPSG:25832+5783"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    WrittenLas file = las("x.las");
+    EXPECT_EQ(file.at<std::uint16_t>(6), 16);
+    ASSERT_EQ(file.vlrs().size(), 1U);
+    EXPECT_THAT(file.vlrs()[0].payload, StartsWith("COMPD_CS["));
+    result = run({"x.las", "-o", "y.las", "--las-version", "1.2", "--crs", "EPSG:25833", "--json"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(Json::parse(result.out)["notes"][0].get<std::string>(),
+                AllOf(HasSubstr("--crs replaces ETRS89 / UTM zone 32N + DHHN92 height (EPSG:25832+5783)"),
+                      HasSubstr("coordinates stay as they are")));
+    file = las("y.las");
+    ASSERT_EQ(file.vlrs().size(), 1U);
+    EXPECT_EQ(file.vlrs()[0].recordId, 34735);
+    EXPECT_EQ(run({"y.las", "-o", "z.las", "--crs", "none"}).status, 0);
+    EXPECT_THAT(las("z.las").vlrs(), IsEmpty());
+    EXPECT_THAT(ProgramRunner::run(place_.path(), {"info", "y.las"}).out,
+                HasSubstr("coordinate reference system: ETRS89 / UTM zone 33N (EPSG:25833)"));
+    const Json info = Json::parse(ProgramRunner::run(place_.path(), {"info", "y.las", "--json"}).out);
+    EXPECT_EQ(info["slices"][0]["grids"][0]["reference_system"]["code"], "EPSG:25833");
+    EXPECT_THAT(ProgramRunner::run(place_.path(), {"pcd", "y.las", "-o", "y.pcd"}).err,
+                HasSubstr("not carried: coordinate reference system ETRS89 / UTM zone 33N (EPSG:25833)"));
+    EXPECT_THAT(run({"y.las", "-o", "plain.las", "--plain"}).err,
+                HasSubstr("not carried: coordinate reference system"));
 }
 
 TEST_F(LasProgramTest, APointSourceIsGivenToAllPoints) {
@@ -273,8 +369,8 @@ TEST_F(LasProgramTest, SettingsAreShownOnRequest) {
 
 TEST_F(LasProgramTest, StrictRefusesALoss) {
     writeSmall();
-    const ProgramRunner::Arguments arguments{"in.h5", "-o",     "x.laz", "--time",
-                                             "0",     "--grid", "dunes", "--strict"};
+    const ProgramRunner::Arguments arguments{"in.h5",  "-o",    "x.laz",    "--time", "0",
+                                             "--grid", "dunes", "--strict", "--plain"};
     const auto refused = run(arguments);
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.out, "");
@@ -312,13 +408,14 @@ TEST_F(LasProgramTest, DegreesAreRoundedAndItIsSaid) {
         point.z = z;
     }
     write("in.las", degrees);
-    const auto result = run({"in.las", "-o", "x.laz"});
+    const auto result = run({"in.las", "-o", "x.laz", "--plain"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err,
                 HasSubstr("coordinates are rounded by up to 0.00012, more than the input's step of "
                           "1e-07 allows; LAS files are written in steps of 0.00025"));
-    EXPECT_EQ(run({"in.las", "-o", "y.laz", "--strict"}).status, 1);
+    EXPECT_EQ(run({"in.las", "-o", "y.laz", "--strict", "--plain"}).status, 1);
     EXPECT_THAT(names(), ElementsAre("in.las", "x.laz"));
+    EXPECT_EQ(run({"in.las", "-o", "y.laz", "--strict"}).status, 0) << "the input's own steps keep them";
 }
 
 TEST_F(LasProgramTest, AGridWithoutPositionsEndsItsSliceAndCompleteFilesAreInPlace) {
@@ -330,12 +427,11 @@ TEST_F(LasProgramTest, AGridWithoutPositionsEndsItsSliceAndCompleteFilesAreInPla
     write("in.h5", bundle);
     const auto result = run({"in.h5", "-o", "x.las", "--tiles", "--json"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(
-        result.err,
-        AllOf(HasSubstr("tidewatch: No positions to export\n"),
-              HasSubstr("grid \"b\" at time 0: fragment \"s\" has no positions to export (it has no "
-                        "position stored as a point); nothing behind it at that time is exported, and "
-                        "no grid \"c\"")));
+    EXPECT_THAT(result.err,
+                AllOf(HasSubstr("tidewatch: No positions to export\n"),
+                      HasSubstr("grid \"b\" at time 0: fragment \"s\" has no positions to export (it has no "
+                                "position stored as a point); nothing after it at that time is exported, and "
+                                "no grid \"c\"")));
     EXPECT_EQ(las("x_n.las").count(), 8U);
     EXPECT_EQ(las("x_s.las").count(), 0U);
     EXPECT_THAT(Json::parse(result.out)["errors"], ElementsAre("No positions to export"));
@@ -374,10 +470,10 @@ TEST_F(LasProgramTest, CountsByReturnThatDifferAreANoteThatStrictAccepts) {
         .field("Positions", "b", randomPoints(3))
         .field("ReturnNumber", "a", std::vector<unsigned char>{2, 2});
     write("in.h5", bundle);
-    const auto result = run({"in.h5", "-o", "x.laz", "--verify", "--json"});
+    const auto result = run({"in.h5", "-o", "x.laz", "--verify", "--json", "--plain"});
     EXPECT_EQ(result.status, 0);
     const std::string note =
-        "x.laz: the exporter counts points by return in its own way: 3 of return 1 in the "
+        "x.laz: the exporter counts points by return in its own way, which --plain keeps: 3 of return 1 in the "
         "header, 0 in the file; 2 of return 2 in the header, 5 in the file";
     EXPECT_THAT(result.err, HasSubstr("tidewatch: warning: " + note + "\n"));
     EXPECT_THAT(Json::parse(result.out)["notes"], ElementsAre(note));
@@ -393,7 +489,7 @@ TEST_F(LasProgramTest, ExistingFilesAreFoundBeforeAnyWorkUnderTheirFinalNames) {
              {"in.h5", "-o", "x"}, {"in.h5", "-o", "x.laz"}, {"in.h5", "-o", "x", "--tiles"}}) {
         const auto result = run(arguments);
         EXPECT_EQ(result.status, 1);
-        EXPECT_THAT(result.err, HasSubstr("exists already; --overwrite replaces it"));
+        EXPECT_THAT(result.err, HasSubstr("already exists; --overwrite replaces it"));
         // The exporter would have said something about its run by now.
         EXPECT_THAT(result.err, Not(HasSubstr("warning")));
     }
@@ -411,7 +507,7 @@ TEST_F(LasProgramTest, TilesOfTwoRunsThatComeToOneNameAreAnErrorBeforeAnyWork) {
     write("in.h5", bundle);
     const auto result = run({"in.h5", "-o", "{grid}.laz", "--tiles"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("a_b_c.laz: two files are to go there"));
+    EXPECT_THAT(result.err, HasSubstr("a_b_c.laz: is the target of two files"));
     EXPECT_THAT(names(), ElementsAre("in.h5"));
 }
 
@@ -545,7 +641,7 @@ class AutzenTest : public LasProgramTest, public ::testing::WithParamInterface<R
 TEST_P(AutzenTest, IndependentReadersFindTheSamePoints) {
     TIDEWATCH_NEED_SHARED(autzen, "autzen_trim.laz");
     TIDEWATCH_NEED_LAZ_PERF();
-    ProgramRunner::Arguments arguments{autzen, "-o", "out/autzen.laz"};
+    ProgramRunner::Arguments arguments{autzen, "-o", "out/autzen.laz", "--plain"};
     arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
     const auto result = run(arguments);
     EXPECT_EQ(result.status, 0) << result.err;

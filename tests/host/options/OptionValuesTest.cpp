@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/options/OptionValues.hpp"
 
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -79,6 +80,17 @@ TEST(ParseRanges, RangesAndSingleValuesComeInTheirOrder) {
 TEST(ParseRanges, OtherTextsGiveNothing) {
     for (const char* const text : {"", ",", "1,", ",1", "2:1", "1:2:3", "a", "1 ,2", "nan"})
         EXPECT_FALSE(parseRanges(text)) << text;
+}
+
+TEST(ParseTriple, IsThreeNumbersOrOneForAll) {
+    using Triple = std::array<double, 3>;
+    EXPECT_EQ(parseTriple("1,-2.5,0"), (Triple{1, -2.5, 0}));
+    EXPECT_EQ(parseTriple("0.25"), (Triple{0.25, 0.25, 0.25}));
+    for (const char* const text : {"", "1,2", "1,2,3,4", "1,,3", "a", "1,2,inf", "1;2;3", ",1"})
+        EXPECT_EQ(parseTriple(text), std::nullopt) << text;
+    EXPECT_EQ(parseSteps("0.5,1,2"), (Triple{0.5, 1, 2}));
+    EXPECT_EQ(parseSteps("0.5,0,2"), std::nullopt);
+    EXPECT_EQ(parseSteps("-1"), std::nullopt);
 }
 
 } // namespace

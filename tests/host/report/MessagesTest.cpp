@@ -32,7 +32,7 @@ protected:
 };
 
 TEST_F(MessagesTest, EachKindHasItsForm) {
-    Messages messages(Messages::Loudness::Normal, stream_.get());
+    Messages messages(Messages::Verbosity::Normal, stream_.get());
     messages.line("as it stands");
     messages.note("a note");
     messages.warning("look out");
@@ -41,7 +41,7 @@ TEST_F(MessagesTest, EachKindHasItsForm) {
 }
 
 TEST_F(MessagesTest, QuietLeavesErrorsAndWhatWasAskedFor) {
-    Messages messages(Messages::Loudness::Quiet, stream_.get());
+    Messages messages(Messages::Verbosity::Quiet, stream_.get());
     messages.line("as it stands");
     messages.note("a note");
     messages.warning("look out");
@@ -52,7 +52,7 @@ TEST_F(MessagesTest, QuietLeavesErrorsAndWhatWasAskedFor) {
 TEST_F(MessagesTest, ConsoleMessagesComeAsLinesWhileItLives) {
     Support::ConsoleCapture outside;
     {
-        const Messages messages(Messages::Loudness::Normal, stream_.get());
+        const Messages messages(Messages::Verbosity::Normal, stream_.get());
         Anchor::Console() << "Run";
         Anchor::Console() << "two\nlines";
     }
@@ -62,14 +62,14 @@ TEST_F(MessagesTest, ConsoleMessagesComeAsLinesWhileItLives) {
 }
 
 TEST_F(MessagesTest, QuietHidesConsoleMessages) {
-    const Messages messages(Messages::Loudness::Quiet, stream_.get());
+    const Messages messages(Messages::Verbosity::Quiet, stream_.get());
     Anchor::Console() << "Run";
     EXPECT_EQ(shown(), "");
 }
 
 TEST_F(MessagesTest, TheStatusLineMovesBelowOtherLinesAndGoesAtTheEnd) {
     {
-        Messages messages(Messages::Loudness::Normal, stream_.get());
+        Messages messages(Messages::Verbosity::Normal, stream_.get());
         messages.status("half");
         messages.line("text");
     }
@@ -80,7 +80,7 @@ TEST_F(MessagesTest, TheStatusLineMovesBelowOtherLinesAndGoesAtTheEnd) {
 
 TEST_F(MessagesTest, WithoutAStatusLineNothingIsErased) {
     {
-        Messages messages(Messages::Loudness::Normal, stream_.get());
+        Messages messages(Messages::Verbosity::Normal, stream_.get());
         messages.status("");
     }
     EXPECT_EQ(shown(), "");
@@ -88,8 +88,8 @@ TEST_F(MessagesTest, WithoutAStatusLineNothingIsErased) {
 
 TEST_F(MessagesTest, TheStatusLineIsCutToTheWidthBetweenCharacters) {
     {
-        Messages messages(Messages::Loudness::Normal, stream_.get());
-        // The stream is no terminal and counts as 80 columns wide, of which the last stays free.
+        Messages messages(Messages::Verbosity::Normal, stream_.get());
+        // The stream is not a terminal and counts as 80 columns wide, of which the last stays free.
         std::string text;
         for (int number = 0; number < 100; ++number)
             text += "\xc3\xbc";
@@ -102,7 +102,7 @@ TEST_F(MessagesTest, TheStatusLineIsCutToTheWidthBetweenCharacters) {
 }
 
 TEST_F(MessagesTest, AFileIsNoTerminal) {
-    const Messages messages(Messages::Loudness::Normal, stream_.get());
+    const Messages messages(Messages::Verbosity::Normal, stream_.get());
     EXPECT_FALSE(messages.canRedraw());
 }
 

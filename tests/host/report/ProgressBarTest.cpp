@@ -35,7 +35,7 @@ TEST(ProgressLine, RatesAndTimesHaveFittingUnits) {
 
 class ProgressBarTest : public ::testing::Test {
 protected:
-    Anchor::StrongPtr<ProgressBar> make(ProgressWish wish) {
+    Anchor::StrongPtr<ProgressBar> make(ProgressMode wish) {
         return Anchor::makeStrong<ProgressBar>(wish, messages_, [this] { return now_; });
     }
     std::string shown() {
@@ -52,12 +52,12 @@ protected:
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
     std::unique_ptr<std::FILE, Closer> stream_{std::tmpfile()};
-    Messages messages_{Messages::Loudness::Normal, stream_.get()};
+    Messages messages_{Messages::Verbosity::Normal, stream_.get()};
     ProgressBar::Clock::time_point now_{};
 };
 
 TEST_F(ProgressBarTest, AutomaticShowsNothingInAFile) {
-    const auto bar = make(ProgressWish::Automatic);
+    const auto bar = make(ProgressMode::Automatic);
     bar->begin("reading", 10, "points");
     bar->piece(0, 10);
     bar->tick("a", 0.5);
@@ -66,7 +66,7 @@ TEST_F(ProgressBarTest, AutomaticShowsNothingInAFile) {
 }
 
 TEST_F(ProgressBarTest, AlwaysShowsLinesInAFileThrottledByTheClock) {
-    const auto bar = make(ProgressWish::Always);
+    const auto bar = make(ProgressMode::Always);
     bar->begin("reading", 100, "points");
     bar->piece(0, 50);
     for (int tenth = 1; tenth <= 25; ++tenth) {
@@ -81,7 +81,7 @@ TEST_F(ProgressBarTest, AlwaysShowsLinesInAFileThrottledByTheClock) {
 }
 
 TEST_F(ProgressBarTest, ANewTextIsShownAtOnce) {
-    const auto bar = make(ProgressWish::Always);
+    const auto bar = make(ProgressMode::Always);
     bar->begin("reading", 2, "points");
     bar->piece(1, 1);
     bar->say("writing");
@@ -89,25 +89,25 @@ TEST_F(ProgressBarTest, ANewTextIsShownAtOnce) {
 }
 
 TEST_F(ProgressBarTest, WithoutBegunWorkAFileIsTheWork) {
-    const auto bar = make(ProgressWish::Always);
+    const auto bar = make(ProgressMode::Always);
     Progress::ticker(bar)("a.laz", 0.5);
     EXPECT_EQ(shown(), "reading a.laz [############------------]  50 %\n");
 }
 
 TEST_F(ProgressBarTest, WorkOfNoSizeHasNoShare) {
-    const auto bar = make(ProgressWish::Always);
+    const auto bar = make(ProgressMode::Always);
     bar->begin("reading", 0, "points");
     bar->piece(0, 0);
     bar->end();
     EXPECT_EQ(shown(), "reading\nreading\n");
 }
 
-// Each interruption test runs in a process of its own, since the wish to stop cannot be taken back.
+// Each interruption test runs in its own process, since a request to stop cannot be taken back.
 
 TEST_F(ProgressBarTest, EveryCallStopsOnceTheUserWantsTo) {
     EXPECT_EXIT(
         {
-            const auto bar = make(ProgressWish::Never);
+            const auto bar = make(ProgressMode::Never);
             Interruption::install();
             std::raise(SIGINT);
             int stopped = 0;

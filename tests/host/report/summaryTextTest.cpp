@@ -17,7 +17,7 @@ TEST(Summary, TextHasALineForEachFile) {
 TEST(Summary, TextSaysWhatAFileHeldBefore) {
     ExportReport summary;
     summary.files = {{"a.txt", 2, 8, "points", {}, {}, 100}};
-    EXPECT_EQ(summaryText(summary), "a.txt: 2 points, 8 bytes, added to 100 bytes\n");
+    EXPECT_EQ(summaryText(summary), "a.txt: 2 points, 8 bytes, appended to 100 bytes\n");
 }
 
 TEST(Summary, JsonHoldsEverything) {

@@ -132,8 +132,8 @@ TEST(AsciiLosses, FieldsThatLieOnOtherSkeletonsOnlyAreTold) {
     };
     EXPECT_THAT(
         Exported(build).losses(),
-        ElementsAre("fields: grid \"g\" at time 0: Coarse is left out: it lies on other skeletons than the "
-                    "vertices of the highest level; --ref-level -2 takes all"));
+        ElementsAre("fields: grid \"g\" at time 0: Coarse is left out: it is only on skeletons other than "
+                    "the vertices of the highest level; --ref-level -2 takes all"));
     AsciiSettings settings = defaults;
     for (const int level : {-2, 1}) {
         settings.refinementLevel = level;
@@ -214,7 +214,7 @@ TEST(AsciiLosses, RowsThatALowOverlapShiftsAreTold) {
             grid->makeFragment("f")->overlapLow = Sheaf::MultiIndex<3>{0, 1, 0};
         }).losses(),
         ElementsAre("shift: grid \"dem\" at time 0: the values of fragments that overlap their southern "
-                    "neighbour stand up to 1 row too far north"));
+                    "neighbour are up to 1 row too far north"));
 }
 
 TEST(AsciiLosses, BytesAsCharactersAndRoundedValuesAreTold) {
@@ -261,13 +261,13 @@ TEST(AsciiLosses, FilesOfOneGridThatComeToOneNameAreTold) {
     settings.refinementLevel = -2;
     EXPECT_THAT(
         Exported(build, settings).losses(),
-        ElementsAre("overwritten: grid \"g\" at time 0: 1 file of several skeletons or charts came to one "
-                    "name, of which the last is kept; --ref-level keeps levels apart"));
+        ElementsAre("overwritten: grid \"g\" at time 0: 1 file written for several skeletons or charts, of "
+                    "which only the last is kept; --ref-level keeps levels apart"));
     settings.append = true;
     EXPECT_THAT(Exported(build, settings).losses(), IsEmpty());
 }
 
-TEST(AsciiLosses, GridsOneBehindTheOtherInAFileAreTold) {
+TEST(AsciiLosses, SeveralGridsInOneFileAreReported) {
     AsciiSettings settings = defaults;
     settings.append = true;
     EXPECT_THAT(
@@ -281,8 +281,8 @@ TEST(AsciiLosses, GridsOneBehindTheOtherInAFileAreTold) {
             },
             settings)
             .losses(),
-        ElementsAre("joined: grid \"dem\" at time 0: 1 file with the grids of several fragments one behind "
-                    "the other, of which programs read the first"));
+        ElementsAre("joined: grid \"dem\" at time 0: 1 file with the grids of several fragments one after "
+                    "the other, of which most programs read only the first"));
 }
 
 } // namespace

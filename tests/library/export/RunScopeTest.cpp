@@ -83,7 +83,7 @@ TEST_F(PlanRuns, TwoRunsOfOneNameAreAnErrorThatNamesBoth) {
         FAIL() << "no error";
     } catch (const Anchor::FileError& error) {
         EXPECT_STREQ(error.what(),
-                     "a10.pcd: both grid \"a1\" at time 0 and grid \"a\" at time 10 come to this name");
+                     "a10.pcd: both grid \"a1\" at time 0 and grid \"a\" at time 10 get this name");
     }
 }
 

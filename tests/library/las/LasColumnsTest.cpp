@@ -41,6 +41,22 @@ TEST(LasColumns, AnArrayOfAnotherTypeIsPassedOver) {
     columns.forEach([](std::string_view name, const auto& column) { EXPECT_FALSE(column) << name; });
 }
 
+TEST(LasColumns, ExtrasAreTheComponentsOfTheirArrays) {
+    const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    Support::GridBuilder grid(*bundle, 0, "g");
+    grid.field("Positions", "", Support::Points{{1, 2, 3}, {4, 5, 6}})
+        .field("Normal", "", std::vector<Geom::PhysicalSpace::vector>{{1, 2, 3}, {4, 5, 6}})
+        .field("Zeal", "", std::vector<short>{-7});
+    ExportLib::LasSettings carrying;
+    carrying.carry = true;
+    const auto plan = ExportLib::LasPlan::of(grid.grid(), carrying, [](const std::string&) { return true; });
+    const LasColumns columns = LasColumns::load(plan, plan.fragments.at(0));
+    ASSERT_EQ(columns.extras.size(), 4U);
+    EXPECT_EQ(columns.extras[1].value(1), 5.0);
+    EXPECT_EQ(columns.extras[3].value(0), -7.0);
+    EXPECT_EQ(columns.extras[3].value(1), std::nullopt);
+}
+
 /// Whether a field of that name and element type becomes the attribute of its name.
 template <class T>
 bool isTaken(const std::string& attribute) {
@@ -49,7 +65,9 @@ bool isTaken(const std::string& attribute) {
     grid.field(attribute, "", std::vector<T>(1));
     if (attribute != "Positions")
         grid.field("Positions", "", Support::Points{{1, 2, 3}});
-    const auto plan = ExportLib::LasPlan::of(grid.grid(), {}, [](const std::string&) { return true; });
+    ExportLib::LasSettings carrying;
+    carrying.carry = true;
+    const auto plan = ExportLib::LasPlan::of(grid.grid(), carrying, [](const std::string&) { return true; });
     const auto& captures = plan.fragments.at(0).captures;
     return std::any_of(captures.begin(), captures.end(),
                        [&](const auto& one) { return one.attribute == attribute; });
@@ -57,7 +75,7 @@ bool isTaken(const std::string& attribute) {
 
 TEST(LasColumns, ThereIsAColumnForWhateverTheExporterTakes) {
     std::set<std::string> taken;
-    for (const std::string& attribute : ExportLib::LasPlan::attributes()) {
+    for (const std::string& attribute : ExportLib::LasPlan::attributes(true)) {
         Sheaf::ElementTypes::visitFirst(
             [&](auto tag) {
                 using T = typename decltype(tag)::type;

@@ -3,6 +3,7 @@
 
 #include "library/las/RecordedLas.hpp"
 
+#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -174,6 +175,96 @@ TEST_F(LasRounding, MillimetresAreKept) {
 TEST_F(LasRounding, WhatCanStillBeToldApartIsKept) {
     // The grid of this name comes from a file that states steps of 0.25, 0.5 and 1.
     EXPECT_THAT(of({{0.1234567, 0.1, 0.1}}, "stepped"), IsEmpty());
+}
+
+LasSettings carrying(int minor) {
+    LasSettings settings = version(minor);
+    settings.carry = true;
+    settings.conforming = true;
+    return settings;
+}
+
+using Bytes = std::vector<unsigned char>;
+
+TEST(LasLosses, CarriedGridsLoseNothingInTheLatestVersion) {
+    EXPECT_THAT(losses(
+                    [](GridBuilder& grid) {
+                        grid.field("Synthetic", "", Bytes{1, 0})
+                            .field("Overlap", "", Bytes{1, 0})
+                            .field("ScannerChannel", "", Bytes{3, 0})
+                            .field("NearInfrared", "", std::vector<unsigned short>{1, 2})
+                            .field("Red", "", std::vector<unsigned short>{1, 2})
+                            .field("ScanAngleRank", "", std::vector<signed char>{5, -5})
+                            .field("Reflectance", "", std::vector<float>{-25, 5})
+                            .field("Height", "", std::vector<double>{0.1, 1e300})
+                            .field("Normal", "", std::vector<Geom::PhysicalSpace::vector>(2));
+                    },
+                    carrying(4)),
+                IsEmpty());
+}
+
+TEST(LasLosses, WhatOlderVersionsHaveNoPlaceForCountsOnlyWhereItSaysSomething) {
+    const auto build = [](unsigned char value) {
+        return [value](GridBuilder& grid) {
+            grid.field("Overlap", "", Bytes{value, 0})
+                .field("ScannerChannel", "", Bytes{value, 0})
+                .field("NearInfrared", "", std::vector<unsigned short>{value, 0});
+        };
+    };
+    EXPECT_THAT(losses(build(0), carrying(2)), IsEmpty());
+    EXPECT_THAT(losses(build(1), carrying(2)),
+                ElementsAre(Pair("fields",
+                                 HasSubstr("Overlap is left out: LAS 1.2 has no room for what 1 point has")),
+                            Pair("fields", HasSubstr("ScannerChannel")),
+                            Pair("fields", HasSubstr("NearInfrared"))));
+}
+
+TEST(LasLosses, NumbersThatAnEncodingCannotHoldAreTold) {
+    EXPECT_THAT(losses(
+                    [](GridBuilder& grid) {
+                        grid.field("Height", "", std::vector<double>{0.07, 1e9})
+                            .field("Width", "",
+                                   std::vector<float>{1, std::numeric_limits<float>::quiet_NaN()});
+                        const auto set = [&](const char* name, const std::type_info& type) {
+                            grid.representation()->findField(name)->setEncoding(
+                                {name, "", &type, 0.1, std::nullopt, std::nullopt});
+                        };
+                        set("Height", typeid(short));
+                        set("Width", typeid(unsigned char));
+                    },
+                    carrying(4)),
+                ElementsAre(Pair("rounding", HasSubstr("Height is rounded by up to 0.03")),
+                            Pair("range", HasSubstr("1 value of Height beyond")),
+                            Pair("range", HasSubstr("1 value of Width that is not a number becomes 0"))));
+}
+
+TEST(LasLosses, FineAnglesAreRoundedInOlderVersions) {
+    EXPECT_THAT(
+        losses(
+            [](GridBuilder& grid) {
+                grid.field("ScanAngleRank", "", std::vector<short>{83, 0});
+            },
+            carrying(3)),
+        ElementsAre(Pair("rounding", HasSubstr("scan angles are rounded to whole degrees by up to 0.5"))));
+}
+
+TEST(LasLosses, RecordsThatDoNotFitAreTold) {
+    EXPECT_THAT(losses(
+                    [](GridBuilder& grid) {
+                        Sheaf::FileStatement statement;
+                        statement.records = {{"Somebody", 7, "", std::vector<std::uint8_t>(70'000)}};
+                        grid.grid().setStatement(std::move(statement));
+                    },
+                    carrying(2)),
+                ElementsAre(Pair("properties", HasSubstr("record Somebody/7 is left out: 70000 bytes"))));
+}
+
+TEST(LasLosses, OldHabitsAreKeptByPlain) {
+    EXPECT_THAT(losses([](GridBuilder& grid) {
+                    grid.field("ScanAngleRank", "", std::vector<signed char>{5, 0})
+                        .field("Reflectance", "", std::vector<float>{-25, 5});
+                }),
+                ElementsAre(Pair("units", HasSubstr("--plain")), Pair("shift", HasSubstr("--plain"))));
 }
 
 } // namespace

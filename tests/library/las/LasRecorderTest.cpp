@@ -158,7 +158,7 @@ TEST(LasRecorder, ACoordinateThatDoesNotFitIsAnErrorWithAxisValueAndLimits) {
     EXPECT_EQ(failure(cloud({{0, 0, 0}, {0, 1'073'743, 0}})),
               "grid \"g\" at time 0: y = 1073743 does not fit into a LAS file, whose coordinates are 32-bit "
               "numbers of steps of 0.00025, here from 0.088 to 1073741.91175; --tiles gives "
-              "each fragment limits of its own");
+              "each fragment its own limits");
 }
 
 TEST(LasRecorder, TilesHaveLimitsOfTheirOwn) {

@@ -142,6 +142,81 @@ TEST_F(LasVerificationTest, FilesOfTheExporterHoldWhatWasHandedOver) {
     }
 }
 
+void buildCarried(Sheaf::Bundle& bundle, const std::string& name) {
+    buildFull(bundle, name);
+    const auto slice = bundle.slices().begin()->second.lock();
+    const auto grid = slice->grids().begin()->second.lock();
+    const auto vertices = grid->skeletons().findVertices(-1)->representations()(grid->findCartesianChart(""));
+    std::mt19937 random(3);
+    const auto add = [&](const std::string& field, const std::type_info& type, auto make) {
+        const auto made = vertices->makeField(field, type);
+        for (const auto& id : vertices->Positions()->getFragmentIDs()) {
+            const auto points = vertices->Positions()->getCreator(id)->extents()->elementCount().value();
+            made->addFragment(id, make(static_cast<std::size_t>(points)));
+        }
+        return made;
+    };
+    for (const char* const flag : {"Synthetic", "KeyPoint", "Withheld", "Overlap", "ScannerChannel"})
+        add(flag, typeid(unsigned char),
+            [&](std::size_t n) { return Support::held(numbers<unsigned char>(n, random, 0, 3)); });
+    for (const char* const channel : {"Red", "Green", "Blue", "NearInfrared"})
+        add(channel, typeid(unsigned short),
+            [&](std::size_t n) { return Support::held(numbers<unsigned short>(n, random, 0, 65535)); });
+    add("Height", typeid(double), [&](std::size_t n) {
+        auto heights = numbers<double>(n, random, -400, 400);
+        heights.at(0) = std::numeric_limits<double>::quiet_NaN();
+        return Support::held(heights);
+    })->setEncoding({"Height above ground", "[m]", &typeid(short), 0.01, 5.0, -32768.0L});
+    add("Big", typeid(unsigned long long), [&](std::size_t n) {
+        return Support::held(std::vector<unsigned long long>(n, 18'000'000'000'000'000'000U));
+    });
+    add("Normal", typeid(Geom::PhysicalSpace::vector), [&](std::size_t n) {
+        return Support::held(std::vector<Geom::PhysicalSpace::vector>(n, {0.5, -1, 1e300}));
+    });
+    Sheaf::FileStatement statement;
+    statement.step = {0.001, 0.01, 0.5};
+    statement.offset = {7, -3, 0.25};
+    grid->setStatement(std::move(statement));
+}
+
+TEST_F(LasVerificationTest, FilesOfCarriedGridsHoldWhatWasHandedOver) {
+    for (const int version : {2, 3, 4}) {
+        for (const bool conforming : {false, true}) {
+            LasSettings settings = plain(version);
+            settings.carry = true;
+            settings.conforming = conforming;
+            settings.uncompressed = conforming;
+            EXPECT_EQ(check(buildCarried, settings).failure, "") << version << conforming;
+            settings.carry = false;
+            EXPECT_EQ(check(buildCarried, settings).failure, "") << version << conforming;
+        }
+    }
+}
+
+TEST_F(LasVerificationTest, EveryByteOfACarriedPointCounts) {
+    LasSettings settings = plain();
+    settings.carry = true;
+    settings.conforming = true;
+    const std::string whole = [&] {
+        RecordedLas recorded(buildCarried, settings);
+        return Support::readBytes(recorded.exporter().writtenFiles().at(0).path);
+    }();
+    const std::size_t begin = Support::number<std::uint32_t>(whole, 96);
+    const std::size_t length = Support::number<std::uint16_t>(whole, 105);
+    // The format's own bytes, Amplitude and Reflectance, and behind the 8 bytes of Big those of Height.
+    constexpr std::size_t naturalSize = 38;
+    std::vector<std::size_t> places{naturalSize + 12, naturalSize + 13};
+    for (std::size_t place = 0; place < naturalSize + 4; ++place)
+        places.push_back(place);
+    for (const std::size_t place : places) {
+        const auto outcome = check(buildCarried, settings, [&](std::string& bytes) {
+            char& byte = bytes.at(begin + 5 * length + place);
+            byte = static_cast<char>(byte ^ 0x55);
+        });
+        EXPECT_THAT(outcome.failure, HasSubstr("point 6")) << place;
+    }
+}
+
 TEST_F(LasVerificationTest, EachTileHoldsItsFragment) {
     LasSettings settings = plain();
     settings.tiles = true;
@@ -269,7 +344,7 @@ TEST_F(LasVerificationTest, AFileThatGoesOnIsFound) {
     };
     EXPECT_EQ(compare(), "");
     file.fragments.pop_back();
-    EXPECT_THAT(compare(), HasSubstr("it goes on after 1 point"));
+    EXPECT_THAT(compare(), HasSubstr("it continues after 1 point"));
 }
 
 TEST_F(LasVerificationTest, AxesThatAreNotThoseAnnouncedAreFound) {

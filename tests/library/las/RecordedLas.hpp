@@ -15,7 +15,7 @@
 
 namespace Tidewatch {
 
-/// Runs the LAS exporter under a recorder over what a function builds; the files lie in a folder of its own and
+/// Runs the LAS exporter under a recorder over what a function builds; the files lie in a temporary folder and
 /// are called "cloud".
 class RecordedLas {
 public:
@@ -31,6 +31,10 @@ public:
         exporter_.uncompressed = settings_.uncompressed;
         exporter_.PointSourceID = settings_.pointSourceID;
         exporter_.RenameMap = settings_.renames;
+        exporter_.setCarry(settings_.carry);
+        exporter_.setConforming(settings_.conforming);
+        exporter_.setStep(settings_.step);
+        exporter_.setOffset(settings_.offset);
         exporter_.bundleptr = inputs_.bundle();
         exporter_.OutputPath = folder_ / "cloud.las";
         filters.applyTo(exporter_);

@@ -32,6 +32,17 @@ TEST(OutputPattern, TimesHaveTheirShortestForm) {
     EXPECT_EQ(pattern.fill("g", 1.0 / 3), "0.3333333333333333");
 }
 
+TEST(OutputPattern, FixedFolderIsWhatAllOutputsShare) {
+    EXPECT_EQ(OutputPattern("out/sub/a.pcd").fixedFolder(false), "out/sub");
+    EXPECT_EQ(OutputPattern("a.pcd").fixedFolder(false), ".");
+    EXPECT_EQ(OutputPattern("out/x{grid}/a.pcd").fixedFolder(false), "out");
+    EXPECT_EQ(OutputPattern("{grid}/a.pcd").fixedFolder(false), ".");
+    EXPECT_EQ(OutputPattern("/{grid}.pcd").fixedFolder(false), "/");
+    EXPECT_EQ(OutputPattern("out/sub").fixedFolder(true), "out/sub");
+    EXPECT_EQ(OutputPattern("out/{time}").fixedFolder(true), "out");
+    EXPECT_EQ(OutputPattern("{time}").fixedFolder(true), ".");
+}
+
 TEST(OutputPattern, FilledNamesAreNotLookedAtAgain) {
     EXPECT_EQ(OutputPattern("{grid}.pcd").fill("{time}", 7), "{time}.pcd");
 }

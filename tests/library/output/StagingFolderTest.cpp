@@ -2,10 +2,19 @@
 #include "library/output/StagingFolder.hpp"
 
 #include "anchor/Error.hpp"
+#include "support/ConsoleCapture.hpp"
 #include "support/TemporaryFolder.hpp"
+
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 namespace Tidewatch {
 namespace {
@@ -14,7 +23,7 @@ namespace fs = std::filesystem;
 
 const auto itself = [](const fs::path& relative) { return "out" / relative; };
 
-std::string messageOf(const StagingFolder& folder, const std::vector<ConvLib::WrittenFile>& record) {
+std::string messageOf(const StagingFolder::Run& folder, const std::vector<ConvLib::WrittenFile>& record) {
     try {
         (void)folder.verify(record, itself);
     } catch (const Anchor::FileError& error) {
@@ -23,24 +32,128 @@ std::string messageOf(const StagingFolder& folder, const std::vector<ConvLib::Wr
     return {};
 }
 
-TEST(StagingFolder, LiesInThePlaceUnderAUniqueNameWithoutADot) {
+/// What is in a folder.
+std::vector<std::string> namesIn(const fs::path& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    return names;
+}
+
+TEST(StagingFolder, LiesInThePlaceUnderAUniqueNameAndItsPathHasNoDot) {
     const Support::TemporaryFolder place;
-    const StagingFolder one(place.path());
-    const StagingFolder two(place.path());
-    EXPECT_EQ(one.path().parent_path(), place.path());
-    EXPECT_TRUE(fs::is_directory(one.path()));
-    EXPECT_NE(one.path(), two.path());
-    EXPECT_EQ(one.path().filename().string().find('.'), std::string::npos);
+    StagingFolder one(place.path());
+    StagingFolder two(place.path());
+    const StagingFolder::Run first = one.beginRun();
+    const StagingFolder::Run second = one.beginRun();
+    const StagingFolder::Run third = two.beginRun();
+    EXPECT_EQ(first.name().parent_path().parent_path(), place.path());
+    EXPECT_EQ(first.name().parent_path(), second.name().parent_path());
+    EXPECT_NE(first.name(), second.name());
+    EXPECT_NE(first.name().parent_path(), third.name().parent_path());
+    EXPECT_EQ(first.path().string().find('.'), std::string::npos);
+    Support::writeBytes(first.path() / "a", "1");
+    EXPECT_EQ(Support::readBytes(first.name() / "a"), "1");
 }
 
 TEST(StagingFolder, IsRemovedWithItsContentAtTheEnd) {
     const Support::TemporaryFolder place;
     {
-        const StagingFolder folder(place.path());
-        fs::create_directory(folder.path() / "inner");
-        Support::writeBytes(folder.path() / "inner" / "file", "x");
+        StagingFolder folder(place.path());
+        const StagingFolder::Run run = folder.beginRun();
+        fs::create_directory(run.path() / "inner");
+        Support::writeBytes(run.path() / "inner" / "file", "x");
+        Support::writeBytes(place.path() / "outside", "x");
+        fs::create_symlink(place.path() / "outside", run.path() / "link");
     }
-    EXPECT_TRUE(fs::is_empty(place.path()));
+    EXPECT_THAT(namesIn(place.path()), ::testing::ElementsAre("outside"));
+}
+
+TEST(StagingFolder, WhenItsFolderIsGoneWritingFailsInsteadOfGoingElsewhere) {
+    const Support::TemporaryFolder place;
+    StagingFolder folder(place.path());
+    const StagingFolder::Run run = folder.beginRun();
+    fs::remove_all(run.name());
+    fs::create_directory(run.name());
+    EXPECT_FALSE(std::ofstream(run.path() / "a").is_open());
+    EXPECT_TRUE(fs::is_empty(run.name()));
+}
+
+TEST(StagingFolder, TheFolderOfARunThatWasKilledIsRemovedByTheNext) {
+    const Support::TemporaryFolder place;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        StagingFolder folder(place.path());
+        std::ofstream(folder.beginRun().path() / "a") << "unfinished";
+        ::raise(SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_EQ(namesIn(place.path()).size(), 1U);
+    { const StagingFolder next(place.path()); }
+    EXPECT_THAT(namesIn(place.path()), ::testing::IsEmpty());
+}
+
+TEST(StagingFolder, TheFolderOfARunThatIsUnderWayStays) {
+    const Support::TemporaryFolder place;
+    StagingFolder folder(place.path());
+    const StagingFolder::Run run = folder.beginRun();
+    {
+        const StagingFolder next(place.path());
+        EXPECT_THAT(next.leftovers(), ::testing::IsEmpty());
+    }
+    EXPECT_TRUE(fs::exists(run.name()));
+}
+
+TEST(StagingFolder, TheFolderOfAnotherMachineIsNamedAndStays) {
+    const Support::TemporaryFolder place;
+    fs::create_directory(place.path() / "tidewatch-abcdef");
+    Support::writeBytes(place.path() / "tidewatch-abcdef/note",
+                        "unfinished files of tidewatch\nhost far\x1b\nboot 1\nprocess 7\n");
+    {
+        const StagingFolder folder(place.path());
+        EXPECT_THAT(folder.leftovers(),
+                    ::testing::ElementsAre(
+                        (place.path() / "tidewatch-abcdef").string() +
+                        ": unfinished files of process 7 on far\\x1b; remove them if it has ended"));
+    }
+    EXPECT_THAT(namesIn(place.path()), ::testing::ElementsAre("tidewatch-abcdef"));
+}
+
+TEST(StagingFolder, WhatMerelyHasSuchANameStays) {
+    const Support::TemporaryFolder place;
+    fs::create_directories(place.path() / "tidewatch-empty1");
+    fs::create_directories(place.path() / "tidewatch-photos/note");
+    fs::create_directories(place.path() / "tidewatch-letter");
+    Support::writeBytes(place.path() / "tidewatch-letter/note", "unfinished letter\n");
+    fs::create_directories(place.path() / "tidewatch-linked");
+    Support::writeBytes(place.path() / "elsewhere",
+                        "unfinished files of tidewatch\nhost a\nboot 1\nprocess 7\n");
+    fs::create_symlink("../elsewhere", place.path() / "tidewatch-linked/note");
+    {
+        const StagingFolder folder(place.path());
+        EXPECT_THAT(folder.leftovers(), ::testing::IsEmpty());
+    }
+    EXPECT_EQ(namesIn(place.path()).size(), 5U);
+}
+
+TEST(StagingFolder, WhatCannotBeRemovedIsNamed) {
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "superuser: may remove everything";
+    const Support::TemporaryFolder place;
+    const Support::ConsoleCapture console;
+    fs::path kept;
+    {
+        StagingFolder folder(place.path());
+        const StagingFolder::Run run = folder.beginRun();
+        kept = run.name().parent_path();
+        Support::writeBytes(run.path() / "a", "1");
+        fs::permissions(run.name(), fs::perms::owner_read | fs::perms::owner_exec);
+    }
+    EXPECT_THAT(console.messages, ::testing::ElementsAre(::testing::StartsWith(
+                                      kept.string() + ": unfinished files cannot be removed: ")));
+    fs::permissions(kept / "0", fs::perms::owner_all);
 }
 
 TEST(StagingFolder, MissingFoldersAreMadeAndEmptyOnesRemovedAgain) {
@@ -86,7 +199,8 @@ TEST(StagingFolder, AFailureOnTheWayRemovesTheFoldersThatWereMade) {
 
 TEST(StagingFolderVerify, FilesAsRecordedAreListedInOrder) {
     const Support::TemporaryFolder place;
-    const StagingFolder folder(place.path());
+    StagingFolder staging(place.path());
+    const StagingFolder::Run folder = staging.beginRun();
     fs::create_directory(folder.path() / "d");
     Support::writeBytes(folder.path() / "b", "12");
     Support::writeBytes(folder.path() / "a", "123");
@@ -101,7 +215,8 @@ TEST(StagingFolderVerify, FilesAsRecordedAreListedInOrder) {
 
 TEST(StagingFolderVerify, OfAFileWrittenTwiceTheLastTimeCounts) {
     const Support::TemporaryFolder place;
-    const StagingFolder folder(place.path());
+    StagingFolder staging(place.path());
+    const StagingFolder::Run folder = staging.beginRun();
     Support::writeBytes(folder.path() / "a", "12");
     const std::string path = folder.path() / "a";
     EXPECT_EQ(messageOf(folder, {{path, 7, 1, false}, {path, 2, 1, false}}), "");
@@ -110,14 +225,19 @@ TEST(StagingFolderVerify, OfAFileWrittenTwiceTheLastTimeCounts) {
 
 TEST(StagingFolderVerify, AFailedStreamIsAnErrorThatNamesTheOutput) {
     const Support::TemporaryFolder place;
-    const StagingFolder folder(place.path());
+    StagingFolder staging(place.path());
+    const StagingFolder::Run folder = staging.beginRun();
     Support::writeBytes(folder.path() / "a", "12");
-    EXPECT_EQ(messageOf(folder, {{folder.path() / "a", 2, 1, true}}), "out/a: writing failed");
+    EXPECT_EQ(messageOf(folder, {{folder.path() / "a", 2, 1, true, EDQUOT}}),
+              "out/a: writing failed: Disk quota exceeded");
+    EXPECT_EQ(messageOf(folder, {{folder.path() / "a", 2, 1, true}}),
+              "out/a: writing failed: not everything arrived, and the system gave no reason");
 }
 
 TEST(StagingFolderVerify, AFailureOfAnEarlierTimeCountsToo) {
     const Support::TemporaryFolder place;
-    const StagingFolder folder(place.path());
+    StagingFolder staging(place.path());
+    const StagingFolder::Run folder = staging.beginRun();
     Support::writeBytes(folder.path() / "a", "12");
     const std::string path = folder.path() / "a";
     EXPECT_NE(messageOf(folder, {{path, 2, 1, true}, {path, 2, 1, false}}), "");
@@ -125,14 +245,16 @@ TEST(StagingFolderVerify, AFailureOfAnEarlierTimeCountsToo) {
 
 TEST(StagingFolderVerify, AMissingFileIsAnError) {
     const Support::TemporaryFolder place;
-    const StagingFolder folder(place.path());
+    StagingFolder staging(place.path());
+    const StagingFolder::Run folder = staging.beginRun();
     EXPECT_THAT(messageOf(folder, {{folder.path() / "a", 2, 1, false}}),
                 ::testing::StartsWith("out/a: the written"));
 }
 
 TEST(StagingFolderVerify, ASizeThatDiffersIsAnErrorWithBoth) {
     const Support::TemporaryFolder place;
-    const StagingFolder folder(place.path());
+    StagingFolder staging(place.path());
+    const StagingFolder::Run folder = staging.beginRun();
     Support::writeBytes(folder.path() / "a", "12");
     EXPECT_EQ(messageOf(folder, {{folder.path() / "a", 3, 1, false}}),
               "out/a: 3 bytes were written, but the file has 2");
@@ -140,7 +262,8 @@ TEST(StagingFolderVerify, ASizeThatDiffersIsAnErrorWithBoth) {
 
 TEST(StagingFolderVerify, AFileWithoutARecordIsAnError) {
     const Support::TemporaryFolder place;
-    const StagingFolder folder(place.path());
+    StagingFolder staging(place.path());
+    const StagingFolder::Run folder = staging.beginRun();
     Support::writeBytes(folder.path() / "b", "12");
     EXPECT_THAT(messageOf(folder, {}), ::testing::StartsWith("out/b: "));
 }
@@ -148,7 +271,8 @@ TEST(StagingFolderVerify, AFileWithoutARecordIsAnError) {
 TEST(StagingFolderVerify, ARecordOfAFileElsewhereIsAnError) {
     const Support::TemporaryFolder place;
     Support::writeBytes(place.path() / "a", "12");
-    const StagingFolder folder(place.path());
+    StagingFolder staging(place.path());
+    const StagingFolder::Run folder = staging.beginRun();
     EXPECT_THAT(messageOf(folder, {{place.path() / "a", 2, 1, false}}), ::testing::HasSubstr("outside"));
 }
 

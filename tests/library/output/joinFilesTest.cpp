@@ -60,7 +60,7 @@ TEST(JoinFiles, WhatCannotBeReadLeavesNothingBehind) {
         (void)joinFiles(place / "head", place / "tail");
         FAIL() << "there is no tail";
     } catch (const Anchor::FileError& error) {
-        EXPECT_THAT(error.what(), ::testing::StartsWith((place / "head") + ": cannot be added to: "));
+        EXPECT_THAT(error.what(), ::testing::StartsWith((place / "head") + ": cannot be appended to: "));
     }
     EXPECT_EQ(filesIn(place.path()), 1);
 }

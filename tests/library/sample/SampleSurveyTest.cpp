@@ -27,7 +27,7 @@ Anchor::StrongPtr<Sheaf::Grid> gridOf(const Sheaf::Bundle& bundle, double time, 
     return bundle.slices().at(time).lock()->grids().at(name).lock();
 }
 
-/// All values of a field, fragments one behind the other.
+/// All values of a field, fragments one after the other.
 template <class T>
 std::vector<T> valuesOf(const Sheaf::Grid& grid, const std::string& field, int level = -1) {
     std::vector<T> values;

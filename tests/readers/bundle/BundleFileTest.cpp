@@ -7,6 +7,7 @@
 #include "support/BundleText.hpp"
 #include "support/Hdf5Craft.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/reading.hpp"
 #include "support/systemReason.hpp"
 
 #include <algorithm>
@@ -40,9 +41,10 @@ Bundle emptyBundle() {
     return Anchor::makeStrong<Sheaf::Bundle>();
 }
 
-Bundle read(const std::string& path, const ConvLib::ReadOptions& options = {}) {
+Bundle read(const std::string& path, const ConvLib::ReadOptions& options = {},
+            Tidewatch::Reading reading = Support::reading()) {
     const Bundle bundle = emptyBundle();
-    Tidewatch::BundleFileReader().read(*bundle, path, options);
+    Tidewatch::BundleFileReader(reading).read(*bundle, path, options);
     return bundle;
 }
 
@@ -473,7 +475,7 @@ TEST_F(BundleFile, TickThatThrowsWhileTheStructureIsReadLeavesTheBundleAsItWas) 
     ConvLib::ReadOptions options;
     options.Tick = [](const std::string&, double) { throw Stop(); };
     const Bundle target = emptyBundle();
-    EXPECT_THROW(Tidewatch::BundleFileReader().read(*target, file_, options), Stop);
+    EXPECT_THROW(Tidewatch::BundleFileReader(Support::reading()).read(*target, file_, options), Stop);
     EXPECT_EQ(bundleText(*target), "");
 }
 
@@ -512,7 +514,7 @@ TEST_F(BundleFile, InputsThatShareATimeShareTheSlice) {
     Tidewatch::writeBundleFile(*a, file_);
     Tidewatch::writeBundleFile(*b, other);
     const Bundle both = read(file_);
-    Tidewatch::BundleFileReader().read(*both, other, {});
+    Tidewatch::BundleFileReader(Support::reading()).read(*both, other, {});
     ASSERT_EQ(both->slices().size(), 1u);
     EXPECT_EQ(both->slices().begin()->second.lock()->grids().size(), 2u);
 }
@@ -528,7 +530,8 @@ TEST_F(BundleFile, TwoGridsOfOneNameInOneSliceIsAnErrorThatNamesBothFilesAndTake
     Tidewatch::writeBundleFile(*a, file_);
     Tidewatch::writeBundleFile(*b, other);
     const Bundle both = read(file_);
-    const std::string message = messageOf([&] { Tidewatch::BundleFileReader().read(*both, other, {}); });
+    const std::string message =
+        messageOf([&] { Tidewatch::BundleFileReader(Support::reading()).read(*both, other, {}); });
     EXPECT_THAT(message, HasSubstr(file_));
     EXPECT_THAT(message, HasSubstr(other));
     EXPECT_EQ(bundleText(*both), bundleText(*a));
@@ -537,7 +540,7 @@ TEST_F(BundleFile, TwoGridsOfOneNameInOneSliceIsAnErrorThatNamesBothFilesAndTake
 TEST_F(BundleFile, ReportNamesTheFileAndItsKind) {
     Tidewatch::writeBundleFile(*emptyBundle(), file_);
     const Bundle bundle = emptyBundle();
-    const auto report = Tidewatch::BundleFileReader().read(*bundle, file_, {});
+    const auto report = Tidewatch::BundleFileReader(Support::reading()).read(*bundle, file_, {});
     EXPECT_EQ(report->file(), file_);
     EXPECT_EQ(report->kind(), "bundle file");
     EXPECT_EQ(report->grid(), "");
@@ -711,7 +714,7 @@ TEST_F(BundleFile, DiskThatIsFullIsAFileErrorWhereverItStrikesAndTheProcessGoesO
             if (message.find(file_ + ": cannot write: " + Support::systemReason(EFBIG)) == std::string::npos)
                 return 2;
             // The library still works.
-            return bundleText(*read(other)).empty() ? 3 : 0;
+            return bundleText(*read(other, {}, Tidewatch::Reading::InProcess)).empty() ? 3 : 0;
         });
         EXPECT_EQ(status, 0) << room << " of " << whole;
     }

@@ -135,25 +135,39 @@ TEST_F(LasFileTest, CountsOf14FollowTheRuleForLegacyFields) {
     EXPECT_THAT(refusal(bytes), AllOf(HasSubstr("header"), HasSubstr("5"), HasSubstr("4")));
 }
 
-TEST_F(LasFileTest, CoordinateSystemIsFoundInEitherForm) {
+TEST_F(LasFileTest, RecordsThatTellNothingOfPointsAreListedInOrder) {
     LasFileBuilder builder = small(4, 6);
-    EXPECT_FALSE(open(builder.build()).hasCoordinateSystem());
-    LasFileBuilder keys = builder;
-    keys.vlrs.push_back({"LASF_Projection", 34735, std::string(16, '\1')});
-    EXPECT_TRUE(open(keys.build()).hasCoordinateSystem());
-    LasFileBuilder noKeys = builder;
-    noKeys.vlrs.push_back({"LASF_Projection", 34735, std::string(8, '\1')});
-    EXPECT_FALSE(open(noKeys.build()).hasCoordinateSystem());
-    LasFileBuilder text = builder;
-    text.vlrs.push_back({"LASF_Projection", 2112, "PROJCS[]"});
-    EXPECT_TRUE(open(text.build()).hasCoordinateSystem());
-    LasFileBuilder behind = builder;
-    behind.evlrs.push_back({"other", 1, "x"});
-    behind.evlrs.push_back({"LASF_Projection", 2112, "PROJCS[]"});
-    EXPECT_TRUE(open(behind.build()).hasCoordinateSystem());
-    LasFileBuilder foreign = builder;
-    foreign.vlrs.push_back({"Somebody", 2112, "PROJCS[]"});
-    EXPECT_FALSE(open(foreign.build()).hasCoordinateSystem());
+    builder.extraByteCount = 1;
+    for (Support::LasRecord& point : builder.points)
+        point.extraBytes = "x";
+    builder.vlrs.push_back({"LASF_Projection", 34735, std::string(16, '\1')});
+    builder.describe(LasFileBuilder::attribute(1, "a"));
+    builder.vlrs.push_back({"LASF_Spec", 7, "superseded"});
+    builder.vlrs.push_back({"LASF_Spec", 100, "waveform"});
+    builder.vlrs.push_back({"LASF_Spec", 3, "text"});
+    builder.vlrs.push_back({"copc", 1, "index"});
+    builder.vlrs.push_back({"LAStools", 30, "index"});
+    builder.vlrs.push_back({"LAStools", 10, "tile"});
+    builder.evlrs.push_back({"LASF_Spec", 65535, "waveforms"});
+    builder.evlrs.push_back({"Somebody", 1, "far"});
+    const std::string bytes = builder.build();
+    const LasFile file = open(bytes);
+    std::vector<std::string> found;
+    for (const LasFile::UserRecord& record : file.userRecords())
+        found.push_back(record.userId + "/" + std::to_string(record.recordId) + " " +
+                        bytes.substr(record.offset, record.length));
+    EXPECT_THAT(found, ::testing::ElementsAre("LASF_Projection/34735 " + std::string(16, '\1'),
+                                              "LASF_Spec/3 text", "LAStools/10 tile", "Somebody/1 far"));
+    EXPECT_EQ(file.moreUserRecords(), 0U);
+}
+
+TEST_F(LasFileTest, RecordsBeyondTheLimitAreCounted) {
+    LasFileBuilder builder = small();
+    for (std::size_t i = 0; i < LasFile::mostUserRecords + 2; ++i)
+        builder.vlrs.push_back({"Somebody", 1, ""});
+    const LasFile file = open(builder.build());
+    EXPECT_EQ(file.userRecords().size(), LasFile::mostUserRecords);
+    EXPECT_EQ(file.moreUserRecords(), 2U);
 }
 
 TEST_F(LasFileTest, ExtraBytesAreDescribedInRecordOrder) {
@@ -167,7 +181,7 @@ TEST_F(LasFileTest, ExtraBytesAreDescribedInRecordOrder) {
         LasFileBuilder::attribute(9, std::string(32, 'n'), 0, std::nan(""), 7));
     builder.addVariedPoints(2);
     const auto attributes = open(builder.build()).extraAttributes();
-    ASSERT_EQ(attributes.size(), 4U);
+    ASSERT_EQ(attributes.size(), 6U);
     EXPECT_EQ(attributes[0].name, "Amplitude");
     EXPECT_EQ(attributes[0].type, ExtraAttribute::Type::UInt16);
     EXPECT_EQ(attributes[0].offset, 0);
@@ -176,11 +190,17 @@ TEST_F(LasFileTest, ExtraBytesAreDescribedInRecordOrder) {
     EXPECT_FALSE(attributes[1].isScalar());
     EXPECT_EQ(attributes[1].offset, 2);
     EXPECT_EQ(attributes[1].size, 5);
-    EXPECT_FALSE(attributes[2].isScalar()) << "the deprecated arrays are plain bytes";
-    EXPECT_EQ(attributes[2].size, 6);
-    EXPECT_EQ(attributes[3].name, std::string(32, 'n')) << "a name may fill its field without a terminator";
-    EXPECT_EQ(attributes[3].offset, 13);
-    EXPECT_EQ(attributes[3].scale, std::nullopt) << "without its option bit the value does not count";
+    for (unsigned i = 0; i < 3; ++i) {
+        EXPECT_EQ(attributes[2 + i].component, i + 1)
+            << "the deprecated pairs and triples are several numbers";
+        EXPECT_EQ(attributes[2 + i].entry, 2U);
+        EXPECT_EQ(attributes[2 + i].size, 2);
+        EXPECT_EQ(attributes[2 + i].offset, 7 + 2 * i);
+        EXPECT_FALSE(attributes[2 + i].isScalar()) << "a scale of 0 tells nothing";
+    }
+    EXPECT_EQ(attributes[5].name, std::string(32, 'n')) << "a name may fill its field without a terminator";
+    EXPECT_EQ(attributes[5].offset, 13);
+    EXPECT_EQ(attributes[5].scale, std::nullopt) << "without its option bit the value does not count";
 }
 
 TEST_F(LasFileTest, SizesOfAllDescribedTypesAddUp) {
@@ -192,9 +212,9 @@ TEST_F(LasFileTest, SizesOfAllDescribedTypesAddUp) {
         entries += LasFileBuilder::attribute(type, "a");
     builder.describe(entries);
     const auto attributes = open(builder.build()).extraAttributes();
-    ASSERT_EQ(attributes.size(), 30U);
+    ASSERT_EQ(attributes.size(), 60U);
     EXPECT_EQ(attributes[9].offset + attributes[9].size, 42);
-    EXPECT_EQ(attributes[29].offset + attributes[29].size, 252);
+    EXPECT_EQ(attributes[59].offset + attributes[59].size, 252);
 }
 
 TEST_F(LasFileTest, DescriptionsContinueInASecondRecord) {
@@ -331,6 +351,11 @@ TEST_F(LasFileTest, PointsThatRunIntoExtendedRecordsAreRefused) {
 
 TEST_F(LasFileTest, ScaleThatIsZeroOrNoNumberIsRefused) {
     const double inf = std::numeric_limits<double>::infinity();
+    for (const double scale : {1e300, -1e300}) {
+        std::string large = small().build();
+        patch(large, 131, scale);
+        EXPECT_THAT(refusal(large), HasSubstr("lead beyond all numbers"));
+    }
     for (const double scale : {0.0, -0.0, std::nan(""), inf, -inf}) {
         for (std::size_t axis = 0; axis < 3; ++axis) {
             std::string bytes = small().build();

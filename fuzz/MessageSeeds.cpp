@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Writes a seed of MessageFuzz into the folder given: a structure with a bit of everything.
+#include "readers/apart/Message.hpp"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+int main(int argc, char** argv) {
+    using Tidewatch::Structure;
+    if (argc != 2) {
+        std::fputs("usage: seeds-Message FOLDER\n", stderr);
+        return 2;
+    }
+    Structure structure;
+    structure.kind = "bundle file";
+    structure.notCarried = {"something"};
+    Structure::Field field{"Positions", "point", {}};
+    field.pieces.push_back({"a", {"/a", 1, "point", {2, 3, 1}}, Structure::Lattice{{0, 0, 0}, {1, 1, 1}}});
+    field.pieces.push_back({"b", {"/b", 2, "point", {4}}, {}});
+    Structure::Skeleton skeleton;
+    skeleton.refinement = {1};
+    skeleton.representations.push_back({"chart", {field}});
+    Structure::Grid grid;
+    grid.name = "grid";
+    grid.charts = {"chart"};
+    grid.fragments.push_back({"a", std::array<std::uint64_t, 3>{1, 1, 0}, {}});
+    grid.skeletons.push_back(skeleton);
+    structure.slices.push_back({1, {grid}});
+    std::filesystem::create_directories(argv[1]);
+    std::ofstream(std::filesystem::path(argv[1]) / "structure", std::ios::binary)
+        << Tidewatch::Apart::MessageWriter().structure(structure).bytes();
+    return 0;
+}

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "anchor/Cacheable.hpp"
+#include "anchor/StrongPtr.hpp"
+#include "las/LasPlan.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <typeinfo>
+#include <utility>
+
+namespace ExportLib {
+
+/// Puts one number of the extra bytes into records, fragment by fragment: a field's values as its encoding stores them.
+/// Integers are rounded to the nearest one, halves away from zero, and to the limits of their type; what is not a number
+/// becomes the encoding's "no data", or 0.
+class ExtraBytesWriter {
+public:
+    explicit ExtraBytesWriter(LasPlan::ExtraBytes description);
+
+    /// What became of the values since the last fragment.
+    struct Changes {
+        std::uint64_t rounded = 0;
+        /// In the unit of the values.
+        double most = 0;
+        std::uint64_t clamped = 0;
+        /// What is not a number, without a "no data".
+        std::uint64_t lost = 0;
+    };
+
+    [[nodiscard]] const LasPlan::ExtraBytes& description() const noexcept { return description_; }
+
+    /// Takes the array of a fragment, and holds it; one that is null or no array of numbers counts as empty.
+    void take(const Anchor::StrongPtr<Anchor::Cacheable>& data);
+
+    /// Lets go of the array.
+    void clear() { take(nullptr); }
+
+    /// The number of values.
+    [[nodiscard]] std::size_t size() const noexcept { return size_; }
+
+    /// Puts a value, which must exist, where it belongs among the extra bytes of a record.
+    void put(std::size_t value, std::uint8_t* extraBytes) {
+        const std::byte* const from = first_ + value * stride_;
+        if (isCopied_)
+            copy(from, extraBytes + description_.start);
+        else
+            store_(*this, load_(from), extraBytes + description_.start);
+    }
+
+    [[nodiscard]] const Changes& changes() const noexcept { return changes_; }
+
+private:
+    void copy(const std::byte* from, std::uint8_t* to) const noexcept;
+    template <class Raw>
+    static void store(ExtraBytesWriter& writer, double value, std::uint8_t* to) noexcept;
+    using Store = void (*)(ExtraBytesWriter& writer, double value, std::uint8_t* to) noexcept;
+    template <std::size_t... type>
+    static Store storeOf(const std::type_info& raw, std::index_sequence<type...>);
+
+    LasPlan::ExtraBytes description_;
+    double scale_;
+    double offset_;
+    Store store_;
+    Anchor::StrongPtr<Anchor::Cacheable> data_;
+    const std::byte* first_ = nullptr;
+    std::size_t stride_ = 0;
+    std::size_t size_ = 0;
+    double (*load_)(const std::byte* from) noexcept = nullptr;
+    bool isCopied_ = false;
+    Changes changes_;
+};
+
+} // namespace ExportLib

@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/apart/ApartSource.hpp"
+
+#include "anchor/Error.hpp"
+#include "anchor/printable.hpp"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+#include <fcntl.h>
+#include <limits>
+#include <optional>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+#include <fmt/format.h>
+#include <sys/mman.h>
+
+namespace Tidewatch {
+
+namespace {
+
+using Apart::Channel;
+using Apart::Descriptor;
+using Apart::ErrorKind;
+using Apart::MessageReader;
+using Apart::MessageType;
+using Apart::MessageWriter;
+using Apart::ReadingServer;
+
+// How often the host is asked whether to go on while the process says nothing.
+constexpr std::chrono::milliseconds beat{200};
+
+std::atomic<bool> sandboxIsRequired = false;
+
+[[noreturn]] void throwAs(std::uint8_t kind, const std::string& message) {
+    switch (static_cast<ErrorKind>(kind)) {
+    case ErrorKind::File:
+        throw Anchor::FileError(message);
+    case ErrorKind::Limit:
+        throw Anchor::LimitError(message);
+    case ErrorKind::Model:
+        throw Anchor::ModelError(message);
+    case ErrorKind::Format:
+        break;
+    }
+    throw Anchor::FormatError(message);
+}
+
+/// Memory that another process fills. It can neither shrink, which would end whoever reads it, nor grow.
+Descriptor sharedMemory(std::uint64_t size, const std::string& path) {
+    const auto require = [&](bool succeeded) {
+        if (!succeeded)
+            throw Anchor::LimitError(fmt::format("{}: there is no memory for {} bytes to be read: {}",
+                                                 Anchor::printable(path), size,
+                                                 std::generic_category().message(errno)));
+    };
+    Descriptor memory(::memfd_create("tidewatch", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    require(static_cast<bool>(memory));
+    require(::ftruncate(memory.get(), static_cast<off_t>(size)) == 0);
+    require(::fcntl(memory.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL) == 0);
+    return memory;
+}
+
+void copyFrom(const Descriptor& memory, std::span<std::byte> target, const std::string& path) {
+    std::size_t done = 0;
+    while (done < target.size()) {
+        const ssize_t got =
+            ::pread(memory.get(), target.data() + done, target.size() - done, static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            throw Anchor::FileError(Anchor::printable(path) + ": what was read cannot be fetched: " +
+                                    std::generic_category().message(errno));
+        done += static_cast<std::size_t>(got);
+    }
+}
+
+} // namespace
+
+std::chrono::nanoseconds ApartSource::patience = std::chrono::seconds(20);
+
+void requireSandbox(bool isRequired) noexcept {
+    sandboxIsRequired = isRequired;
+}
+
+Sandbox probeSandbox() {
+    auto& server = ReadingServer::instance();
+    auto child = server.fork(ModuleKind::Bundles);
+    std::optional<Channel::Message> answer;
+    if (child.channel.send(MessageType::Probe))
+        answer = child.channel.receive();
+    server.end(child);
+    if (!answer || answer->type != MessageType::Locked)
+        throw Anchor::FileError("tidewatch-read: does not tell what is in force");
+    MessageReader reader(answer->payload);
+    Sandbox sandbox;
+    sandbox.seccomp = reader.byte() != 0;
+    sandbox.landlock = reader.number32();
+    sandbox.limits = reader.byte() != 0;
+    return sandbox;
+}
+
+ApartSource::ApartSource(ModuleKind kind, const SourceFiles& files, std::uint64_t most)
+    : path_(files.path),
+      child_(ReadingServer::instance().fork(kind)) {
+    std::vector<int> descriptors;
+    std::vector<std::string> names;
+    for (const SourceFiles::File& file : files.files) {
+        // Nobody has that many files beside a raster that are of any use to it.
+        if (descriptors.size() == Channel::mostDescriptors)
+            break;
+        descriptors.push_back(file.descriptor);
+        names.push_back(file.name);
+    }
+    MessageWriter request;
+    request.number64(most).byte(sandboxIsRequired ? 1 : 0).text(path_).texts(names);
+    // What the process answers to it comes before its first real answer.
+    isLost_ = !child_.channel.send(MessageType::Open, request, descriptors);
+}
+
+ApartSource::~ApartSource() {
+    if (!isLost_ && ReadingServer::instance().isOurs(child_)) {
+        try {
+            ReadingServer::instance().end(child_);
+        } catch (...) {
+            // The process ends with its socket at the latest.
+        }
+    }
+}
+
+bool ApartSource::isUsable() const {
+    return !isLost_ && ReadingServer::instance().isOurs(child_);
+}
+
+void ApartSource::fail(const std::string& object, const std::string& what) {
+    throw Anchor::FormatError(fmt::format("{}{}{}: {}", Anchor::printable(path_), object.empty() ? "" : ": ",
+                                          Anchor::printable(object), what));
+}
+
+std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
+                             std::span<const int> descriptors, MessageType answer, const std::string& object,
+                             const Tick& tick) {
+    auto& server = ReadingServer::instance();
+    // Whoever leaves this function without an answer leaves a process that is still at work.
+    const bool isSent = !isLost_ && child_.channel.send(request, payload, descriptors);
+    isLost_ = true;
+    double share = 0;
+    std::optional<std::chrono::nanoseconds> usedBefore;
+    while (isSent) {
+        const Channel::Wait state = child_.channel.wait(beat);
+        if (state == Channel::Wait::TimedOut) {
+            const auto used = server.processorTime(child_);
+            if (used && usedBefore && *used - *usedBefore > patience) {
+                server.end(child_);
+                fail(object,
+                     fmt::format("the process that reads it used {} s without a word, and was stopped",
+                                 std::chrono::duration_cast<std::chrono::seconds>(patience).count()));
+            }
+            if (!usedBefore)
+                usedBefore = used;
+            if (tick)
+                tick(share);
+            continue;
+        }
+        auto message = child_.channel.receive();
+        if (!message)
+            break;
+        usedBefore.reset();
+        try {
+            MessageReader reader(message->payload);
+            if (message->type == MessageType::Progress) {
+                const double told = reader.real();
+                share = std::isfinite(told) ? std::clamp(told, share, 1.0) : share;
+            } else if (message->type == MessageType::Failed) {
+                const std::uint8_t kind = reader.byte();
+                const std::string text = Anchor::printable(reader.text());
+                isLost_ = false;
+                throwAs(kind, text.find(Anchor::printable(path_)) != std::string::npos
+                                  ? text
+                                  : Anchor::printable(path_) + ": " + text);
+            } else if (message->type == answer) {
+                isLost_ = false;
+                return std::move(message->payload);
+            } else {
+                break;
+            }
+        } catch (const Anchor::FormatError&) {
+            if (!isLost_)
+                throw;
+            break; // a message that is cut off
+        }
+        if (tick)
+            tick(share);
+    }
+    fail(object, "the process that reads it " + server.endingOf(child_));
+}
+
+bool ApartSource::isRecognised() {
+    const std::string answer = ask(MessageType::Recognise, {}, {}, MessageType::Recognised, "", {});
+    return answer == std::string(1, '\1');
+}
+
+Structure ApartSource::structure(const Tick& tick) {
+    const std::string answer = ask(MessageType::Describe, {}, {}, MessageType::Described, "", tick);
+    try {
+        MessageReader reader(answer);
+        Structure structure = reader.structure();
+        reader.finish();
+        return structure;
+    } catch (const Anchor::FormatError& error) {
+        fail("", std::string("what the process that reads it tells of it ") + error.what());
+    }
+}
+
+std::vector<std::string> ApartSource::read(const Structure::Array& array, std::span<std::byte> target,
+                                           std::uint64_t most, const Tick& tick) {
+    constexpr std::uint64_t mostKept = std::uint64_t{64} << 20;
+    const bool isNew = !memory_ || memorySize_ < target.size();
+    if (isNew) {
+        memory_ = sharedMemory(target.size(), path_);
+        memorySize_ = target.size();
+    }
+    MessageWriter request;
+    request.array(array).number64(target.size()).number64(most);
+    const int descriptor = memory_.get();
+    const std::string answer = ask(MessageType::Read, request, std::span(&descriptor, isNew ? 1 : 0),
+                                   MessageType::Done, array.object, tick);
+    copyFrom(memory_, target, path_);
+    if (memorySize_ > mostKept)
+        memory_ = Descriptor();
+    try {
+        return MessageReader(answer).texts();
+    } catch (const Anchor::FormatError& error) {
+        fail(array.object, std::string("what the process that reads it tells of it ") + error.what());
+    }
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/raster/LentFiles.hpp"
+#include "readers/raster/Messages.hpp"
+#include "readers/raster/RasterModule.hpp"
+#include "readers/raster/RasterSource.hpp"
+#include "readers/raster/drivers.hpp"
+
+#include <atomic>
+#include <ogr_srs_api.h>
+#include <unistd.h>
+
+namespace Tidewatch {
+
+namespace {
+
+/// Lets PROJ open its database of reference systems, by asking for one that does not exist: those that do take a
+/// hundred questions each.
+void openDatabase() {
+    constexpr int none = 999999;
+    const Raster::Messages messages;
+    const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
+    static_cast<void>(OSRImportFromEPSG(system, none));
+    OSRDestroySpatialReference(system);
+}
+
+class Module final : public SourceModule {
+public:
+    [[nodiscard]] std::string_view version() const override { return TIDEWATCH_VERSION; }
+
+    /// Every process that is forked has to open the database for itself: GDAL notices that it is another one.
+    void prepare() const override {
+        Raster::registerDrivers();
+        const pid_t before = preparedFor_.exchange(::getpid());
+        if (before >= 0 && before != ::getpid())
+            openDatabase();
+    }
+
+    [[nodiscard]] bool recognises(const SourceFiles& files) const override {
+        const Raster::LentFiles lent(files);
+        // A file of a refused format is recognised too, so that open() can say why it is refused.
+        return !Raster::readableDriverOf(lent).empty() || !Raster::refusedDriverOf(lent).empty();
+    }
+
+    [[nodiscard]] std::unique_ptr<Source> open(const SourceFiles& files) const override {
+        return std::make_unique<RasterSource>(files);
+    }
+
+private:
+    mutable std::atomic<pid_t> preparedFor_ = -1;
+};
+
+} // namespace
+
+const SourceModule& rasterModule() {
+    static const Module module;
+    return module;
+}
+
+} // namespace Tidewatch

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tidewatch {
+
+/// What an input holds, without its arrays, in plain names and numbers: what a SourceModule finds in a file and
+/// fillBundle() makes grids of. It may come from another process, so nothing of it is trusted before
+/// fillBundle() has checked it.
+struct Structure {
+    /// One array of numbers, and what its source needs to find it again.
+    struct Array {
+        /// Where it is in the file, for messages: "/slices/t/...", "band 1".
+        std::string object;
+        /// The source's own number for it.
+        std::uint64_t key = 0;
+        /// By its name in Sheaf::ElementTypes.
+        std::string element;
+        /// x first.
+        std::vector<std::uint64_t> extents;
+    };
+
+    /// Makes an array of points a uniform grid, whose numbers are not in the file.
+    struct Lattice {
+        std::array<double, 3> origin{};
+        std::array<double, 3> spacing{};
+    };
+
+    struct Piece {
+        /// Nothing for a field without fragments.
+        std::optional<std::string> fragment;
+        Array array;
+        std::optional<Lattice> lattice;
+    };
+
+    struct Field {
+        std::string name;
+        std::string element;
+        std::vector<Piece> pieces;
+    };
+
+    struct Representation {
+        std::string chart;
+        std::vector<Field> fields;
+    };
+
+    struct Skeleton {
+        std::string object;
+        std::int32_t dimension = 0;
+        std::vector<std::int32_t> refinement;
+        std::int32_t exclusionMark = 0;
+        std::vector<Representation> representations;
+    };
+
+    struct Fragment {
+        std::string name;
+        std::optional<std::array<std::uint64_t, 3>> overlapLow;
+        std::optional<std::array<std::uint64_t, 3>> overlapHigh;
+    };
+
+    struct Grid {
+        std::string name;
+        std::vector<std::string> charts;
+        std::vector<Fragment> fragments;
+        std::vector<Skeleton> skeletons;
+    };
+
+    struct Slice {
+        double time = 0;
+        std::vector<Grid> grids;
+    };
+
+    /// For InputReport::kind: "bundle file".
+    std::string kind;
+    /// The file states neither times nor names of grids: its only grid is named after it, in the slice at
+    /// ReadOptions::SliceTime.
+    bool isSingleGrid = false;
+    /// For InputReport::notCarried.
+    std::vector<std::string> notCarried;
+    std::vector<Slice> slices;
+};
+
+} // namespace Tidewatch

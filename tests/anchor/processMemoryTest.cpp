@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "anchor/processMemory.hpp"
+
+#include "support/TemporaryFolder.hpp"
+
+#include <limits>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
+
+struct GroupMemory : ::testing::Test {
+    void limit(const std::string& file, const std::string& text) {
+        const std::filesystem::path path = root.path() / file;
+        std::filesystem::create_directories(path.parent_path());
+        Support::writeBytes(path, text);
+    }
+    [[nodiscard]] std::uint64_t of(std::string_view membership) const {
+        return Anchor::groupMemory(membership, root.path());
+    }
+    Support::TemporaryFolder root;
+};
+
+TEST_F(GroupMemory, WithoutLimitsThereIsNone) {
+    EXPECT_EQ(of(""), unlimited);
+    EXPECT_EQ(of("0::/a/b\n"), unlimited);
+    limit("a/b/memory.max", "max\n");
+    EXPECT_EQ(of("0::/a/b\n"), unlimited);
+    EXPECT_EQ(of("nonsense\n:\n"), unlimited);
+}
+
+TEST_F(GroupMemory, TheLeastOfAGroupAndThoseAboveItCounts) {
+    limit("a/b/memory.max", "3000\n");
+    limit("a/memory.max", "2000\n");
+    EXPECT_EQ(of("0::/a/b\n"), 2000U);
+    limit("memory.max", "1000\n");
+    EXPECT_EQ(of("0::/a/b\n"), 1000U);
+    EXPECT_EQ(of("0::/\n"), 1000U);
+}
+
+TEST_F(GroupMemory, InVersionOneTheMemoryControllerCounts) {
+    limit("memory/job/memory.limit_in_bytes", "4096\n");
+    limit("cpu/job/memory.limit_in_bytes", "1\n");
+    EXPECT_EQ(of("5:cpu,cpuacct:/job\n4:pids,memory:/job\n0::/\n"), 4096U);
+    EXPECT_EQ(of("5:cpu:/job\n"), unlimited);
+}
+
+TEST(ProcessMemory, IsSomeMemory) {
+    EXPECT_GT(Anchor::processMemory(), std::uint64_t{1} << 20);
+}
+
+} // namespace

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "readers/apart/Message.hpp"
+
+#include "anchor/Error.hpp"
+#include "readers/apart/Channel.hpp"
+
+#include <array>
+#include <fcntl.h>
+#include <random>
+#include <string>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+namespace {
+
+using namespace Tidewatch::Apart;
+using Tidewatch::Structure;
+
+Structure someStructure() {
+    Structure structure;
+    structure.kind = "bundle file";
+    structure.notCarried = {"a", "b"};
+    Structure::Grid grid;
+    grid.name = "g";
+    grid.charts = {"C"};
+    grid.fragments = {{"f", std::array<std::uint64_t, 3>{1, 2, 3}, std::nullopt}};
+    Structure::Skeleton skeleton;
+    skeleton.object = "/s";
+    skeleton.dimension = -1;
+    skeleton.refinement = {1, -2};
+    Structure::Field field{"Positions", "point", {}};
+    field.pieces.push_back({"f", {"/x", 7, "point", {2, 3, 4}}, Structure::Lattice{{1, 2, 3}, {4, 5, 6}}});
+    field.pieces.push_back({std::nullopt, {"/y", 8, "point", {5}}, std::nullopt});
+    skeleton.representations.push_back({"C", {field}});
+    grid.skeletons.push_back(skeleton);
+    structure.slices.push_back({2.5, {grid}});
+    return structure;
+}
+
+std::string bytesOf(const Structure& structure) {
+    return MessageWriter().structure(structure).bytes();
+}
+
+TEST(Message, StructureComesOutAsItWentIn) {
+    const std::string bytes = bytesOf(someStructure());
+    MessageReader reader(bytes);
+    const Structure back = reader.structure();
+    EXPECT_NO_THROW(reader.finish());
+    EXPECT_EQ(bytesOf(back), bytes);
+    EXPECT_EQ(back.slices.at(0)
+                  .grids.at(0)
+                  .skeletons.at(0)
+                  .representations.at(0)
+                  .fields.at(0)
+                  .pieces.at(0)
+                  .lattice->spacing[2],
+              6);
+}
+
+TEST(Message, CutOffAtEachLengthIsAFormatError) {
+    const std::string bytes = bytesOf(someStructure());
+    for (std::size_t length = 0; length < bytes.size(); ++length) {
+        EXPECT_THROW(
+            {
+                MessageReader reader(std::string_view(bytes).substr(0, length));
+                static_cast<void>(reader.structure());
+            },
+            Anchor::FormatError)
+            << length;
+    }
+}
+
+TEST(Message, CountsBeyondTheMessageAreRefusedBeforeAnythingIsAllocated) {
+    MessageWriter writer;
+    writer.number32(0xffffffff);
+    MessageReader reader(writer.bytes());
+    EXPECT_THROW(static_cast<void>(reader.texts()), Anchor::FormatError);
+}
+
+TEST(Message, AnyBytesAreAStructureOrAFormatError) {
+    const std::string good = bytesOf(someStructure());
+    std::size_t accepted = 0;
+    for (unsigned seed = 0; seed < 20'000; ++seed) {
+        std::mt19937 random(seed);
+        std::string bytes = good;
+        for (unsigned left = 1 + random() % 4; left > 0; --left)
+            bytes[random() % bytes.size()] = static_cast<char>(random());
+        try {
+            MessageReader reader(bytes);
+            static_cast<void>(reader.structure());
+            ++accepted;
+        } catch (const Anchor::FormatError&) {
+        }
+    }
+    EXPECT_GT(accepted, 0u);
+    EXPECT_LT(accepted, 20'000u);
+}
+
+TEST(Channel, MessageAndDescriptorsArriveAsTheyWereSent) {
+    auto [a, b] = Channel::pair();
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(::pipe(pipe.data()), 0);
+    ASSERT_TRUE(a.send(MessageType::Progress, MessageWriter().real(0.5), std::span<const int>(pipe)));
+    const auto message = b.receive();
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->type, MessageType::Progress);
+    EXPECT_EQ(MessageReader(message->payload).real(), 0.5);
+    ASSERT_EQ(message->descriptors.size(), 2u);
+    EXPECT_EQ(::fcntl(message->descriptors[0].get(), F_GETFD), FD_CLOEXEC);
+    ASSERT_EQ(::write(message->descriptors[1].get(), "x", 1), 1);
+    char read = 0;
+    EXPECT_EQ(::read(pipe[0], &read, 1), 1);
+    ::close(pipe[0]);
+    ::close(pipe[1]);
+}
+
+TEST(Channel, OtherEndThatIsGoneOrSendsNoMessageIsNoMessage) {
+    {
+        auto [a, b] = Channel::pair();
+        b.close();
+        EXPECT_FALSE(a.receive());
+        EXPECT_FALSE(a.send(MessageType::Progress));
+    }
+    for (const std::string& bytes : {std::string("\0\0\0\0\1", 5), std::string("\xff\xff\xff\xff\1", 5),
+                                     std::string("\5\0\0\0\1ab", 7), std::string("\1", 1)}) {
+        auto [a, b] = Channel::pair();
+        ASSERT_EQ(::send(b.descriptor(), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+        b.close();
+        EXPECT_FALSE(a.receive());
+    }
+}
+
+} // namespace
