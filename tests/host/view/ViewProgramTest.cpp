@@ -59,6 +59,14 @@ TEST_F(ViewPageProgramTest, APageStandsWhereItIsWanted) {
     EXPECT_THAT(names(), ElementsAre("in.h5", "out", "out/page.html"));
 }
 
+TEST_F(ViewPageProgramTest, TheReferenceSystemAndItsUnitAreNamed) {
+    EXPECT_EQ(run({"in.h5", "-o", "page.html", "--crs", "EPSG:25832"}).status, 0);
+    EXPECT_THAT(read("page.html"),
+                HasSubstr("\"system\":\"ETRS89 / UTM zone 32N (EPSG:25832)\",\"unit\":\"m\""));
+    EXPECT_EQ(run({"in.h5", "-o", "page.html", "--overwrite"}).status, 0);
+    EXPECT_THAT(read("page.html"), HasSubstr("\"system\":null,\"unit\":\"\""));
+}
+
 TEST_F(ViewPageProgramTest, FewerPointsAreSaid) {
     const auto result = run({"in.h5", "-o", "page.html", "--points", "50", "--time", "0", "--json"});
     EXPECT_EQ(result.status, 0) << result.err;
