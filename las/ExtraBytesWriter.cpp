@@ -30,6 +30,11 @@ template <class Component>
 double load(const std::byte* from) noexcept {
     Component value;
     std::memcpy(&value, from, sizeof value);
+    if constexpr (std::is_same_v<Component, long double>) {
+        // C++ leaves the plain conversion of larger numbers undefined.
+        if (std::abs(value) > static_cast<long double>(std::numeric_limits<double>::max()))
+            return std::copysign(std::numeric_limits<double>::infinity(), value < 0 ? -1.0 : 1.0);
+    }
     return static_cast<double>(value);
 }
 

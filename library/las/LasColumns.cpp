@@ -4,6 +4,7 @@
 #include "sheaf/ElementTypes.hpp"
 
 #include <cstring>
+#include <limits>
 #include <string_view>
 
 namespace Tidewatch {
@@ -56,7 +57,11 @@ std::optional<double> LasColumns::Extra::value(std::size_t place) const {
                     reinterpret_cast<const std::byte*>(&typed->base_vector()[place]) +
                         component * sizeof number,
                     sizeof number);
-        found = static_cast<double>(number);
+        // What is larger than a double becomes infinite; C++ leaves the plain conversion undefined.
+        constexpr auto largest = static_cast<long double>(std::numeric_limits<double>::max());
+        const auto wide = static_cast<long double>(number);
+        constexpr double infinity = std::numeric_limits<double>::infinity();
+        found = wide > largest ? infinity : wide < -largest ? -infinity : static_cast<double>(number);
     });
     return found;
 }

@@ -32,14 +32,18 @@ std::vector<char*> environmentOfProgram() {
     std::vector<char*> kept;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
         const std::string_view text(*entry);
-        if (!text.starts_with("LD_PRELOAD=") && !text.starts_with("HDF5_PLUGIN"))
+        if (!text.starts_with("LD_PRELOAD=") && !text.starts_with("HDF5_PLUGIN") &&
+            !text.starts_with("GLIBC_TUNABLES="))
             kept.push_back(*entry);
     }
     static std::string noPlugins = "HDF5_PLUGIN_PRELOAD=::";
     // Its threads would have to be made after the lock.
     static std::string oneThread = "GDAL_NUM_THREADS=1";
+    // New memory is not empty: see Raster::Untouched.
+    static std::string tunables = "GLIBC_TUNABLES=glibc.malloc.perturb=90:glibc.malloc.tcache_count=0";
     kept.push_back(noPlugins.data());
     kept.push_back(oneThread.data());
+    kept.push_back(tunables.data());
     kept.push_back(nullptr);
     return kept;
 }

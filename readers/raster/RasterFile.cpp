@@ -4,6 +4,7 @@
 #include "anchor/Error.hpp"
 #include "anchor/printable.hpp"
 #include "readers/raster/Messages.hpp"
+#include "readers/raster/Untouched.hpp"
 #include "readers/raster/drivers.hpp"
 #include "sheaf/ElementTypes.hpp"
 
@@ -332,8 +333,18 @@ void RasterFile::readBand(std::size_t band, GDALDataType type, std::span<std::by
     for (std::uint64_t row = 0; row < height(); row += step.rows) {
         tick(static_cast<double>(row) / static_cast<double>(height()));
         const std::uint64_t rows = std::min(step.rows, height() - row);
-        readRows(source, row, rows, type, pixels.subspan(row * rowSize, rows * rowSize), pixelSize,
-                 fmt::format("band {}", band + 1));
+        const auto piece = pixels.subspan(row * rowSize, rows * rowSize);
+        const std::string name = fmt::format("band {}", band + 1);
+        readRows(source, row, rows, type, piece, pixelSize, name);
+        if (Untouched::isSuspected(piece)) {
+            forgetBlocks();
+            const Untouched again;
+            std::vector<std::byte> second(piece.size());
+            readRows(source, row, rows, type, second, pixelSize, name);
+            if (!std::equal(piece.begin(), piece.end(), second.begin()))
+                fail(name + " cannot be read: GDAL gives values that are not in the file");
+            forgetBlocks();
+        }
         if (step.isWholeBlocks)
             forgetBlocks();
     }

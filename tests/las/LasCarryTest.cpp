@@ -178,7 +178,7 @@ TEST_F(LasCarry, OtherFieldsBecomeExtraBytesOfTheirTypes) {
                     .field("b", "a", std::vector<short>{-2, 300})
                     .field("c", "a", std::vector<unsigned long long>{~0ULL, 5})
                     .field("d", "a", std::vector<float>{1.5F, std::numeric_limits<float>::infinity()})
-                    .field("e", "a", std::vector<long double>{0.1L, 2});
+                    .field("e", "a", std::vector<long double>{0.1L, -1e4000L});
     const WrittenLas file = exported();
     EXPECT_EQ(file.recordLength(), 30U + 1 + 2 + 8 + 4 + 8);
     std::vector<std::string> found;
@@ -191,6 +191,7 @@ TEST_F(LasCarry, OtherFieldsBecomeExtraBytesOfTheirTypes) {
     EXPECT_EQ(number<std::uint64_t>(records[0], 3), ~std::uint64_t{0});
     EXPECT_EQ(number<float>(records[1], 11), std::numeric_limits<float>::infinity());
     EXPECT_EQ(number<double>(records[0], 15), 0.1);
+    EXPECT_EQ(number<double>(records[1], 15), -std::numeric_limits<double>::infinity());
 
     const LasPlan planned = plan(grid);
     ASSERT_EQ(planned.extras.size(), 5U);

@@ -322,7 +322,9 @@ TEST_F(AsciiProgramTest, GridsHaveTheirReferenceSystemBesideThem) {
     EXPECT_EQ(files.at("Height/w.prj").back(), '\n');
 
     // What stands in its way is found before any work.
-    fs::remove(place_.path() / "out/Height/w.grd");
+    for (const char* const grid : {"out/Height/w.grd", "out/CellType/w.grd"})
+        fs::remove(place_.path() / grid);
+    fs::remove(place_.path() / "out/CellType/w.prj");
     EXPECT_THAT(run({"in.h5", "-o", "out", "--crs", "EPSG:25832", "--grid", "dem"}).err,
                 HasSubstr("w.prj: exists already"));
     EXPECT_EQ(run({"in.h5", "-o", "none", "--grid", "dem"}).status, 0);
@@ -356,7 +358,7 @@ TEST_F(AsciiProgramTest, GdalReadsTheReferenceSystemBesideAGrid) {
     const std::string path = place_ / "out/Height/w.grd";
     const GDALDatasetH file = GDALOpenEx(path.c_str(), GDAL_OF_RASTER, nullptr, nullptr, nullptr);
     ASSERT_NE(file, nullptr);
-    EXPECT_THAT(GDALGetProjectionRef(file), HasSubstr("ETRS_1989_UTM_Zone_32N"));
+    EXPECT_THAT(GDALGetProjectionRef(file), HasSubstr("ETRS89 / UTM zone 32N"));
     GDALClose(file);
 }
 
