@@ -368,6 +368,11 @@ export class App {
     });
     this.controls.onClick = (x, y) => this.click(x, y);
     this.controls.onDoubleClick = (x, y) => {
+      // Whoever measures may click twice in one place, and quickly.
+      if (this.tool !== null) {
+        this.click(x, y);
+        return;
+      }
       const hit = this.survey.pick(x, y);
       if (!hit) return;
       const target = this.stretched(this.survey.toScene(this.survey.positionOf(hit)));

@@ -182,8 +182,9 @@ describe('the page', { skip: missing }, () => {
 
   withPage('measures a distance and a height difference', {}, async (page) => {
     await key(page, 'm');
-    await clickAt(page, 431250.123, 5921200.045, 30.007);
-    await clickAt(page, 431250.123, 5921200.045, 30.007);
+    const [left, top] = await page.evaluate(() => tidewatch.project(431250.123, 5921200.045, 30.007));
+    await page.mouse.click(left, top);
+    await page.mouse.click(left, top);
     assert.match(await text(page, '#card'), /Distance0\.000 m.*Height difference0\.000 m/);
     await key(page, 'Escape');
     await key(page, 'm');
