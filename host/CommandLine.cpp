@@ -181,6 +181,57 @@ CLI::App* addBundle(CLI::App& program, BundleRequest& request) {
     return &app;
 }
 
+std::optional<ViewPictureOptions::Size> pictureSize(const std::string& text) {
+    const std::size_t cross = text.find('x');
+    const auto width = parseNumber<std::uint32_t>(text.substr(0, cross));
+    const auto height =
+        cross == std::string::npos ? std::nullopt : parseNumber<std::uint32_t>(text.substr(cross + 1));
+    const auto fits = [](std::uint32_t edge) {
+        return edge >= ViewPictureOptions::leastEdge && edge <= ViewPictureOptions::mostEdge;
+    };
+    if (!width || !height || !fits(*width) || !fits(*height))
+        return std::nullopt;
+    return ViewPictureOptions::Size{*width, *height};
+}
+
+std::optional<ViewPictureOptions::Colors> pictureColors(const std::string& text) {
+    using Colors = ViewPictureOptions::Colors;
+    constexpr std::pair<std::string_view, Colors> table[] = {{"height", Colors::Height},
+                                                             {"class", Colors::Class},
+                                                             {"intensity", Colors::Intensity},
+                                                             {"return", Colors::Return},
+                                                             {"rgb", Colors::RGB}};
+    for (const auto& [name, colors] : table) {
+        if (text == name)
+            return colors;
+    }
+    return std::nullopt;
+}
+
+CLI::App* addView(CLI::App& program, ViewRequest& request) {
+    CLI::App& app = *program.add_subcommand("view", "show the inputs: a page for any browser, or a picture");
+    addOptionalOutput(app, request.output, request.overwrite);
+    addValue(app, "--points", "N", positiveCount, request.points,
+             fmt::format("points of a page at most (default {}, and as many\nas fit into {} MB)",
+                         ViewPageOptions::defaultPoints, ViewPageOptions::usualBytes / 1'000'000))
+        ->group("Page");
+    const ViewPictureOptions picture;
+    addValue(app, "--size", "WIDTHxHEIGHT", pictureSize, request.size,
+             fmt::format("pixels of a picture (default {}x{})", picture.size.width, picture.size.height))
+        ->group("Picture");
+    addValue(app, "--color", "BY", pictureColors, request.color,
+             "height, class, intensity, return or rgb (default class where\nthere are several, else height)")
+        ->group("Picture");
+    addInputs(app, request.inputs);
+    addFilters(app, request.filters);
+    addReport(app, request.report);
+    finish(app, "Examples:\n"
+                "  tidewatch view tides.h5\n"
+                "  tidewatch view survey.laz -o survey.html --points 3000000\n"
+                "  tidewatch view survey.laz -o survey.png --color height");
+    return &app;
+}
+
 CLI::App* addSample(CLI::App& program, SampleRequest& request) {
     CLI::App& app = *program.add_subcommand("sample", "write a synthetic coastal survey as a bundle file");
     const std::string group = "Survey";
@@ -213,7 +264,8 @@ Command makeCommand(CLI::App& program) {
 constexpr Command (*commandTable[])(CLI::App&) = {
     makeCommand<LasRequest, addLas>,       makeCommand<PcdRequest, addPcd>,
     makeCommand<AsciiRequest, addAscii>,   makeCommand<InfoRequest, addInfo>,
-    makeCommand<BundleRequest, addBundle>, makeCommand<SampleRequest, addSample>};
+    makeCommand<BundleRequest, addBundle>, makeCommand<ViewRequest, addView>,
+    makeCommand<SampleRequest, addSample>};
 
 constexpr std::string_view versionAsJson[] = {"--version", "--json"};
 

@@ -5,6 +5,7 @@
 #include "host/export/ExportCommand.hpp"
 #include "host/info/InfoCommand.hpp"
 #include "host/sample/SampleCommand.hpp"
+#include "host/view/ViewCommand.hpp"
 
 #include <span>
 #include <string>
@@ -21,7 +22,7 @@ struct TextRequest {
 
 /// What the user requests. Each alternative has `int run() const`, which returns the exit status.
 using Request = std::variant<TextRequest, LasRequest, PcdRequest, AsciiRequest, InfoRequest, BundleRequest,
-                             SampleRequest>;
+                             SampleRequest, ViewRequest>;
 
 /// Parses the arguments of the program, without its name. Throws UsageError.
 [[nodiscard]] Request parseCommandLine(std::span<const char* const> arguments);

@@ -54,7 +54,11 @@ run "$tidewatch" pcd "$out/survey.h5" -o "$out/pcd/{time}-{grid}.pcd" --cell-siz
 step "7. Export its elevation grids as text, without the cells that nobody surveyed"
 run "$tidewatch" ascii "$out/survey.h5" -o "$out/grids/{time}" --grid elevation --field Height --cell-types 1:3
 
-step "8. What the files hold"
+step "8. Make a page that shows the survey in a browser, and a picture of it"
+run "$tidewatch" view "$out/survey.h5" -o "$out/survey.html"
+run "$tidewatch" view "$out/survey.h5" -o "$out/survey.png"
+
+step "9. What the files hold"
 laz=("$out"/laz/*.laz)
 pcd=("$out"/pcd/*.pcd)
 grd=("$out"/grids/*/*/*.grd)
@@ -63,11 +67,13 @@ run head -n 14 "${pcd[0]}"
 run head -n 6 "${grd[0]}"
 
 step "Done. The files:"
-for file in "$out/survey.h5" "${laz[@]}" "${pcd[@]}" "${grd[@]}"; do
+for file in "$out/survey.h5" "${laz[@]}" "${pcd[@]}" "${grd[@]}" "$out/survey.html" "$out/survey.png"; do
     printf '  %10d bytes  %s\n' "$(stat -c %s "$file")" "$file"
 done
 cat <<TEXT
 
+To look at the survey, open $PWD/$out/survey.html in a browser (xdg-open, or a double click);
+the picture is $PWD/$out/survey.png.
 The program is $tidewatch; try $tidewatch --help.
 To install it and the library:  cmake --install build/demo --prefix ~/.local
 TEXT

@@ -10,7 +10,7 @@ shopt -s inherit_errexit
 usage() {
     cat <<'TEXT'
 Usage: scripts/setup.sh [--build-only] [--fuzz] [--packages]
-  --build-only  only what a build without tests needs (no GoogleTest, Node.js, clang-format, ...)
+  --build-only  only what a build without tests needs (no GoogleTest, Chromium, clang-format, ...)
   --fuzz        also clang and its libFuzzer and sanitizer runtimes
   --packages    only packages of the system, nothing in this folder: what an administrator runs for somebody else
 TEXT
@@ -36,8 +36,9 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/apt-state.sh
 
 build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev
-    libgdal-dev libproj-dev libseccomp-dev ca-certificates)
-test_packages=(libgtest-dev libgmock-dev hdf5-tools gdal-bin geotiff-bin clang-format doxygen git locales)
+    libgdal-dev libpng-dev libproj-dev libseccomp-dev ca-certificates)
+test_packages=(libgtest-dev libgmock-dev hdf5-tools gdal-bin geotiff-bin clang-format doxygen git locales
+    chromium fonts-dejavu-core)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
@@ -150,10 +151,10 @@ install_on_debian() {
     local codename=$1 package wanted=("${build_packages[@]}") missing=()
     if ((with_tests)); then
         wanted+=("${test_packages[@]}")
-        # Node.js may have been installed from elsewhere; Debian's own would then conflict with it.
-        have node || wanted+=(nodejs)
-        have npm || wanted+=(npm)
     fi
+    # Node.js may well be there from elsewhere; Debian's own would then stand in its way.
+    have node || wanted+=(nodejs)
+    have npm || wanted+=(npm)
     ((with_fuzz)) && wanted+=(clang)
     for package in "${wanted[@]}"; do
         installed "$package" || missing+=("$package")
@@ -182,11 +183,11 @@ install_on_debian() {
 
 # Prints a line for everything that is missing, however it should have been installed.
 find_missing() {
-    local command header flags=() headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h proj.h seccomp.h laszip/laszip_api.h)
-    local commands=(g++ cmake ninja pkg-config)
+    local command header flags=() headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h png.h proj.h seccomp.h laszip/laszip_api.h)
+    local commands=(g++ cmake ninja pkg-config node npm)
     if ((with_tests)); then
         headers+=(gtest/gtest.h gmock/gmock.h)
-        commands+=(h5dump gdalinfo gdalsrsinfo listgeo clang-format doxygen git localedef node npm)
+        commands+=(h5dump gdalinfo gdalsrsinfo listgeo clang-format doxygen git localedef chromium)
     fi
     ((with_fuzz)) && commands+=(clang++)
     for command in "${commands[@]}"; do
@@ -215,7 +216,7 @@ TEXT
     then
         echo "the LASzip library, version 3 or later (a program with <laszip/laszip_api.h> and -llaszip)"
     fi
-    if ((with_tests)) && have node && ! node -e 'process.exit(parseInt(process.versions.node) >= 18 ? 0 : 1)'; then
+    if have node && ! node -e 'process.exit(parseInt(process.versions.node) >= 18 ? 0 : 1)'; then
         echo "Node.js 18 or later ($(node --version) is there)"
     fi
     if ((with_tests)) && [[ ! -r ${I18NPATH:-/usr/share/i18n}/locales/de_DE ]]; then
@@ -227,15 +228,23 @@ TEXT
     fi
 }
 
+# Usage: install_npm_packages FOLDER [OPTION...]; options that leave packages out are noted in the stamp.
 install_npm_packages() {
-    local stamp=node_modules/.installed-package-lock.json
-    cd tests/js
-    if ! cmp -s package-lock.json "$stamp"; then
-        say "installing the npm packages of tests/js"
-        quietly npm ci --ignore-scripts --no-audit --no-fund
-        cp package-lock.json "$stamp"
+    local folder=$1 stamp=node_modules/.installed-package-lock.json
+    shift
+    local options=("$@")
+    cd "$folder"
+    # All packages are there: that is more than some of them.
+    if ! cmp -s package-lock.json "$stamp" && ! cmp -s <(cat package-lock.json; echo "${options[@]}") "$stamp"; then
+        say "installing the npm packages of $folder"
+        quietly npm ci --ignore-scripts --no-audit --no-fund "${options[@]}"
+        if ((${#options[@]})); then
+            (cat package-lock.json; echo "${options[@]}") >"$stamp"
+        else
+            cp package-lock.json "$stamp"
+        fi
     fi
-    cd ../..
+    cd - >/dev/null
 }
 
 # shellcheck disable=SC1091
@@ -254,11 +263,18 @@ if [[ -n $not_found ]]; then
     esac
     cat >&2 <<TEXT
 setup: packages are installed on Debian 12 and 13 only; this is $distribution. Under Debian's names, these are needed:
-setup:   ${build_packages[*]} liblaszip-dev
-setup:   for tests: ${test_packages[*]} nodejs npm
+setup:   ${build_packages[*]} liblaszip-dev nodejs npm
+setup:   for tests: ${test_packages[*]}
 setup:   for fuzzing: clang libclang-rt-dev
 TEXT
     exit 1
 fi
-((with_tests && with_npm_packages)) && install_npm_packages
+if ((with_npm_packages)); then
+    if ((with_tests)); then
+        install_npm_packages tests/js
+        install_npm_packages view
+    else
+        install_npm_packages view --omit=dev
+    fi
+fi
 say "everything is there"

@@ -62,22 +62,6 @@ std::string sizeText(std::uint64_t bytes) {
     return std::to_string(bytes) + std::string(place > 0 ? suffixes.substr(place - 1, 1) : "");
 }
 
-void addFilters(CLI::App& app, Filters& filters) {
-    const std::string group = "Selection (each may be given several times)";
-    addRepeatable(
-        app, "--time", "MIN:MAX", parseTimeRange, [&](const auto& range) { filters.times.push_back(range); },
-        "select slices of these times, both ends included, or of one time")
-        ->group(group);
-    addRepeatable(
-        app, "--grid", "GLOB", anyText, [&](const auto& glob) { filters.grids.push_back(glob); },
-        "select grids with these names; *, ? and [...] as in the shell")
-        ->group(group);
-    addRepeatable(
-        app, "--field", "GLOB", anyText, [&](const auto& glob) { filters.fields.push_back(glob); },
-        "select fields with these names")
-        ->group(group);
-}
-
 template <class Parse, class Target>
 void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Target& output, bool& overwrite,
                const std::string& help) {
@@ -98,6 +82,22 @@ void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
 }
 
 } // namespace
+
+void addFilters(CLI::App& app, Filters& filters) {
+    const std::string group = "Selection (each may be given several times)";
+    addRepeatable(
+        app, "--time", "MIN:MAX", parseTimeRange, [&](const auto& range) { filters.times.push_back(range); },
+        "select slices of these times, both ends included, or of one time")
+        ->group(group);
+    addRepeatable(
+        app, "--grid", "GLOB", anyText, [&](const auto& glob) { filters.grids.push_back(glob); },
+        "select grids with these names; *, ? and [...] as in the shell")
+        ->group(group);
+    addRepeatable(
+        app, "--field", "GLOB", anyText, [&](const auto& glob) { filters.fields.push_back(glob); },
+        "select fields with these names")
+        ->group(group);
+}
 
 void addInputs(CLI::App& app, InputOptions& inputs) {
     const std::string group = "Inputs";
@@ -135,6 +135,14 @@ void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp
 
 void addBundleFile(CLI::App& app, std::string& output, bool& overwrite) {
     addOutput(app, "FILE.h5", filePath, output, overwrite, "the bundle file to write");
+}
+
+void addOptionalOutput(CLI::App& app, std::optional<std::string>& output, bool& overwrite) {
+    const std::string group = "Output";
+    addValue(app, "-o,--output", "FILE", filePath, output,
+             "a page (.html) or a picture (.png); without it a page in\nthe cache, which is opened")
+        ->group(group);
+    app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
 }
 
 void addStrict(CLI::App& app, bool& strict) {

@@ -5,6 +5,7 @@
 #include "host/report/Report.hpp"
 #include "library/input/Inputs.hpp"
 
+#include <optional>
 #include <string>
 
 #include <CLI/CLI.hpp>
@@ -13,6 +14,12 @@
 namespace Tidewatch {
 
 void addInputs(CLI::App& command, InputOptions& inputs);
+
+/// `--time`, `--grid` and `--field`.
+void addFilters(CLI::App& command, Filters& filters);
+
+/// `--output` and `--overwrite` of a command that also does without.
+void addOptionalOutput(CLI::App& command, std::optional<std::string>& output, bool& overwrite);
 
 void addReport(CLI::App& command, ReportOptions& report, const std::string& jsonHelp = "the summary as JSON");
 

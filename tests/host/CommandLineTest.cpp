@@ -172,17 +172,38 @@ TEST(CommandLine, HelpAndVersionAreTexts) {
     EXPECT_THAT(parseAs<TextRequest>({"--version"}).text, ::testing::StartsWith("tidewatch "));
     EXPECT_THAT(parseAs<TextRequest>({"--help"}).text, HasSubstr("bundle"));
     EXPECT_THAT(parseAs<TextRequest>({"-h"}).text, HasSubstr("Usage: tidewatch COMMAND"));
-    for (const char* const command : {"las", "pcd", "info", "bundle", "sample"})
+    for (const char* const command : {"las", "pcd", "info", "bundle", "view", "sample"})
         EXPECT_THAT(parseAs<TextRequest>({command, "--help"}).text,
                     HasSubstr(std::string("Usage: tidewatch ") + command));
     EXPECT_THAT(parseAs<TextRequest>({"pcd", "-h"}).text, HasSubstr("significant digits (default 8)"));
+}
+
+TEST(CommandLine, ViewTakesAllItsOptions) {
+    const auto plain = parseAs<ViewRequest>({"view", "a.laz"});
+    EXPECT_FALSE(plain.output || plain.points || plain.size || plain.color || plain.overwrite);
+    const auto request =
+        parseAs<ViewRequest>({"view", "a.laz", "-o", "a.png", "--size", "640x480", "--color", "rgb", "--time",
+                              "3", "--grid", "g*", "--field", "RGB", "--overwrite", "--points", "12"});
+    EXPECT_EQ(request.output, "a.png");
+    ASSERT_TRUE(request.size);
+    EXPECT_EQ(request.size->width, 640U);
+    EXPECT_EQ(request.size->height, 480U);
+    EXPECT_EQ(request.color, ViewPictureOptions::Colors::RGB);
+    EXPECT_EQ(request.points, 12U);
+    EXPECT_THAT(request.filters.grids, ElementsAre("g*"));
+    EXPECT_THAT(request.filters.fields, ElementsAre("RGB"));
+    EXPECT_EQ(request.filters.times.size(), 1U);
+    EXPECT_TRUE(request.overwrite);
+    for (const char* const size : {"640", "640x", "x480", "199x480", "640x20001", "640X480", "-640x480"})
+        EXPECT_THAT(usageError({"view", "a", "--size", size}), HasSubstr("--size takes WIDTHxHEIGHT"))
+            << size;
 }
 
 TEST(CommandLine, AMistypedCommandGetsASuggestion) {
     EXPECT_EQ(usageError({"pdc", "a"}), "there is no command \"pdc\"; did you mean pcd?");
     EXPECT_EQ(usageError({"sampel"}), "there is no command \"sampel\"; did you mean sample?");
     EXPECT_EQ(usageError({"frobnicate"}),
-              "there is no command \"frobnicate\"; there are las, pcd, ascii, info, bundle, sample");
+              "there is no command \"frobnicate\"; there are las, pcd, ascii, info, bundle, view, sample");
 }
 
 TEST(CommandLine, MissingThingsAreNamed) {

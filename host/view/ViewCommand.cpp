@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/view/ViewCommand.hpp"
+
+#include "anchor/Error.hpp"
+#include "host/view/openInBrowser.hpp"
+#include "library/report/UsageError.hpp"
+#include "library/report/Wording.hpp"
+#include "library/view/ViewFile.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+namespace Tidewatch {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool endsIn(const std::string& path, std::string_view ending) {
+    return path.size() > ending.size() &&
+           std::equal(ending.rbegin(), ending.rend(), path.rbegin(), [](char a, char b) {
+               return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b - 'A' + 'a') : b);
+           });
+}
+
+std::string titleOf(const std::vector<std::string>& files) {
+    constexpr std::size_t most = 3;
+    std::vector<std::string> names;
+    for (const std::string& file : files) {
+        if (names.size() < most)
+            names.push_back(fs::path(file).filename().string());
+    }
+    std::string title = joined(names);
+    if (files.size() > most)
+        title += " and " + std::to_string(files.size() - most) + " more";
+    return title;
+}
+
+/// The place of a page in the user's cache (XDG Base Directory Specification).
+std::string cachePath(const std::vector<std::string>& files) {
+    const char* const cache = std::getenv("XDG_CACHE_HOME");
+    fs::path folder;
+    if (cache != nullptr && fs::path(cache).is_absolute()) {
+        folder = cache;
+    } else {
+        const char* const home = std::getenv("HOME");
+        if (home == nullptr || *home == '\0')
+            throw UsageError(
+                "without HOME in the environment there is no cache for the page; say where it is to be with -o");
+        folder = fs::path(home) / ".cache";
+    }
+    return (folder / "tidewatch" / (fs::path(files.front()).filename().string() + ".html")).string();
+}
+
+int makePicture(const ViewRequest& request, Report& out, const Inputs& inputs, ViewFile& file,
+                std::string title) {
+    ViewPictureOptions options;
+    options.filters = request.filters;
+    options.title = std::move(title);
+    options.size = request.size.value_or(options.size);
+    options.colors = request.color.value_or(options.colors);
+    const ViewPicture picture = makeViewPicture(inputs, options, *out.bar());
+    out.bar()->end();
+    const std::string pieces[] = {pngBytes(picture.image)};
+    ExportReport done;
+    done.files.push_back(file.place(pieces, picture.points));
+    out.printSummary(done);
+    return 0;
+}
+
+int makePage(const ViewRequest& request, Report& out, const Inputs& inputs, ViewFile& file,
+             std::string title) {
+    ViewPageOptions options;
+    options.filters = request.filters;
+    options.points = request.points;
+    options.title = std::move(title);
+    options.program = "tidewatch " TIDEWATCH_VERSION;
+    ViewPage page = makeViewPage(inputs, options, *out.bar());
+    out.bar()->end();
+    for (const std::string& note : page.notes)
+        out.messages().note("tidewatch: " + note);
+    ExportReport done;
+    done.notes = page.notes;
+    done.files.push_back(file.place(page.text, page.points));
+    out.printSummary(done);
+    if (!request.output && !openInBrowser(done.files.front().path))
+        out.messages().warning("there is no xdg-open here; open " + done.files.front().path +
+                               " in a browser");
+    return 0;
+}
+
+} // namespace
+
+bool isPicturePath(const std::string& path) {
+    return endsIn(path, ".png");
+}
+
+int ViewRequest::run() const {
+    const bool isPicture = output && isPicturePath(*output);
+    if (output && !isPicture && !endsIn(*output, ".html") && !endsIn(*output, ".htm"))
+        throw UsageError("--output: \"" + *output +
+                         "\" ends neither in .html (a page) nor in .png (a picture)");
+    if (isPicture && points)
+        throw UsageError("--points is an option of pages");
+    if (!isPicture && (size || color))
+        throw UsageError("--size and --color are options of pictures");
+    if (!isPicture && !canMakeViewPages())
+        throw UsageError("pages are not in this build, since npm's packages were not there when it was made "
+                         "(scripts/setup.sh installs them); pictures are: -o FILE.png");
+    Report out(report, "view");
+    const Inputs read(inputs, out.bar());
+    ViewFile file(output ? *output : cachePath(inputs.files), overwrite || !output, read.identities());
+    return isPicture ? makePicture(*this, out, read, file, titleOf(inputs.files))
+                     : makePage(*this, out, read, file, titleOf(inputs.files));
+}
+
+} // namespace Tidewatch

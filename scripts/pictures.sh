@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Makes the pictures in docs/pictures from the sample survey, with the program and, for the page, Chromium.
+set -euo pipefail
+
+if (($# != 1)); then
+    echo "Usage: scripts/pictures.sh TIDEWATCH" >&2
+    exit 2
+fi
+tidewatch=$(realpath "$1")
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir -p docs/pictures
+
+"$tidewatch" sample --quiet -o "$work/tides.h5"
+"$tidewatch" view --quiet "$work/tides.h5" -o "$work/tides.html"
+"$tidewatch" view --quiet "$work/tides.h5" -o docs/pictures/view-picture.png --overwrite --size 640x440 --time 3
+node view/scripts/screenshot.mjs "$work/tides.html" docs/pictures/view-page.png
+ls -l docs/pictures
