@@ -158,19 +158,22 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
     const bool isSent = !isLost_ && child_.channel.send(request, payload, descriptors);
     isLost_ = true;
     double share = 0;
-    std::optional<std::chrono::nanoseconds> usedBefore;
+    std::chrono::nanoseconds usedBefore{};
+    bool isSilent = false; // and usedBefore is what had been used when that was first noticed
     while (isSent) {
         const Channel::Wait state = child_.channel.wait(beat);
         if (state == Channel::Wait::TimedOut) {
             const auto used = server.processorTime(child_);
-            if (used && usedBefore && *used - *usedBefore > patience) {
+            if (used && isSilent && *used - usedBefore > patience) {
                 server.end(child_);
                 fail(object,
                      fmt::format("the process that reads it used {} s without a word, and was stopped",
                                  std::chrono::duration_cast<std::chrono::seconds>(patience).count()));
             }
-            if (!usedBefore)
-                usedBefore = used;
+            if (used && !isSilent) {
+                usedBefore = *used;
+                isSilent = true;
+            }
             if (tick)
                 tick(share);
             continue;
@@ -178,7 +181,7 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
         auto message = child_.channel.receive();
         if (!message)
             break;
-        usedBefore.reset();
+        isSilent = false;
         try {
             MessageReader reader(message->payload);
             if (message->type == MessageType::Progress) {
