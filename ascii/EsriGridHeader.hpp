@@ -13,6 +13,7 @@ namespace ExportLib {
 struct EsriGridHeader {
     /// The text for a cell without a value, in the header and in rows.
     static constexpr std::string_view noData = "-9999.";
+    static constexpr short noDataNumber = -9999;
 
     std::uint64_t columns = 0;
     std::uint64_t rows = 0;

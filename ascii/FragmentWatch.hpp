@@ -2,12 +2,15 @@
 #pragma once
 
 #include "ascii/CheckType.hpp"
+#include "ascii/EsriGridHeader.hpp"
 #include "ascii/TextRounding.hpp"
 
+#include <cmath>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <type_traits>
 
 namespace ExportLib {
 
@@ -33,6 +36,21 @@ public:
         }
     }
 
+    /// The number of a cell is written.
+    void addCell(const T& value, unsigned char type) {
+        add(value);
+        if constexpr (isObserved) {
+            bool isNoData = false;
+            if constexpr (std::is_signed_v<T>)
+                isNoData = value == T{EsriGridHeader::noDataNumber};
+            // A cell of type 0 has no value, by the habit of rasters.
+            valueless_ += type == 0 && !isNoData ? 1U : 0U;
+            asNoData_ += type != 0 && isNoData ? 1U : 0U;
+            if constexpr (std::floating_point<T>)
+                notFinite_ += std::isfinite(value) ? 0U : 1U;
+        }
+    }
+
     /// These elements, or so many cells, have been written.
     void wrote(std::span<const T> elements) {
         if constexpr (isObserved && std::same_as<T, Geom::PhysicalSpace::point>) {
@@ -53,18 +71,28 @@ public:
     /// All of `total` elements have been written.
     void finish(std::uint64_t total) const {
         if constexpr (isObserved) {
-            if (rounding_.count() != 0)
-                run_->Observer()->valuesChanged(
-                    {field_, ConvLib::ValueChange::Rounded, rounding_.count(), total, rounding_.worst()});
+            report(ConvLib::ValueChange::Rounded, rounding_.count(), total, rounding_.worst());
+            report(ConvLib::ValueChange::Valueless, valueless_, total);
+            report(ConvLib::ValueChange::AsNoData, asNoData_, total);
+            report(ConvLib::ValueChange::NotFinite, notFinite_, total);
         }
     }
 
 private:
+    void report(ConvLib::ValueChange change, std::uint64_t count, std::uint64_t total,
+                double most = 0) const {
+        if (count != 0)
+            run_->Observer()->valuesChanged({field_, change, count, total, most});
+    }
+
     const ConvLib::BasicConverterDefs* run_;
     std::string_view field_;
     bool isPositions_;
     TextRounding<T> rounding_;
     std::uint64_t sinceQuestion_ = 0;
+    std::uint64_t valueless_ = 0;
+    std::uint64_t asNoData_ = 0;
+    std::uint64_t notFinite_ = 0;
 };
 
 } // namespace ExportLib

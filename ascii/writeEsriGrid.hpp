@@ -32,7 +32,7 @@ std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragmen
             for (; column < blockEnd; ++column) {
                 if (accepted[typesOfRow[column]]) {
                     toText(lines, valuesOfRow[column], precision);
-                    watch.add(valuesOfRow[column]);
+                    watch.addCell(valuesOfRow[column], typesOfRow[column]);
                 } else {
                     lines.text(EsriGridHeader::noData);
                 }

@@ -11,6 +11,7 @@
 #include "las/LasPlan.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
+#include "pcd/ExportPointCloudToPCD.hpp"
 #include "readers/registerReaders.hpp"
 
 #include <algorithm>
@@ -63,7 +64,7 @@ std::optional<std::pair<std::string, std::string>> renaming(const std::string& t
 CLI::App* addLas(CLI::App& program, LasRequest& request) {
     CLI::App& app = *program.add_subcommand("las", "write LAS or LAZ files: points with all attributes");
     const std::string group = "LAS";
-    addValue(app, "--las-version", "VERSION", lasVersion, request.options.version,
+    addValue(app, "--las-version", {"VERSION", "1.2, 1.3 or 1.4"}, lasVersion, request.options.version,
              fmt::format("1.2, 1.3 or 1.4 (default 1.{})", request.options.version))
         ->group(group);
     app.add_flag("--tiles", request.options.tiles, "one file per fragment; its name follows OUTPUT's")
@@ -71,13 +72,14 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
     app.add_flag("--uncompressed", request.options.uncompressed,
                  "LAS instead of LAZ; implied by an OUTPUT in .las")
         ->group(group);
-    addValue(app, "--day", "N", parseNumber<int>, request.options.day,
+    addValue(app, "--day", {"N", "a whole number"}, parseNumber<int>, request.options.day,
              fmt::format("day of the year of the header (default {})", request.options.day))
         ->group(group);
-    addValue(app, "--year", "N", parseNumber<int>, request.options.year,
+    addValue(app, "--year", {"N", "a whole number"}, parseNumber<int>, request.options.year,
              fmt::format("year of the header (default {})", request.options.year))
         ->group(group);
-    addValue(app, "--point-source-id", "N", pointSourceID, request.options.pointSourceID,
+    addValue(app, "--point-source-id", {"N", "a number from 0 to 65535"}, pointSourceID,
+             request.options.pointSourceID,
              "0 to 65535: assigned to every point; 0 keeps the points' own (default 0)")
         ->group(group);
     addRepeatable(
@@ -87,7 +89,7 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
         ->group(group);
     app.add_flag(
            "--plain", request.plain,
-           "what the exporter writes by itself: no flags, extra bytes, records or\nreference system, and "
+           "what the exporter writes by itself: no flags, extra bytes, records or reference system, and "
            "its older habits")
         ->group(group);
     addValue(app, "--scale", "X[,Y,Z]", parseSteps, request.options.step,
@@ -112,14 +114,22 @@ CLI::App* addPcd(CLI::App& program, PcdRequest& request) {
     CLI::App& app =
         *program.add_subcommand("pcd", "write a PCD file: points, thinned to one per cell, with intensities");
     const std::string group = "PCD";
-    addValue(app, "--ref-level", "N", parseNumber<int>, request.options.refinementLevel,
+    addValue(app, "--ref-level", {"N", "a whole number"}, parseNumber<int>, request.options.refinementLevel,
              fmt::format("refinement level; -1 is the highest (default {})", request.options.refinementLevel))
         ->group(group);
-    addValue(app, "--precision", "N", parseNumber<int>, request.options.precision,
+    addValue(app, "--precision", {"N", "a whole number"}, parseNumber<int>, request.options.precision,
              fmt::format("significant digits (default {})", request.options.precision))
         ->group(group);
-    addValue(app, "--cell-size", "X", finiteNumber, request.options.cellSize,
-             fmt::format("edge length of a cell (default {})", shortestText(request.options.cellSize)))
+    auto* const cellSize =
+        addValue(app, "--cell-size", {"X", "a number greater than 0"}, positiveNumber,
+                 request.options.cellSize,
+                 fmt::format("edge length of a cell in units of the coordinates, one point of which is kept "
+                             "(default {})",
+                             shortestText(ExportLib::ExportPointCloudToPCD().CellSize)))
+            ->group(group);
+    app.add_flag_callback(
+           "--no-thinning", [&] { request.options.thinning = false; }, "keep all points, in their order")
+        ->excludes(cellSize)
         ->group(group);
     app.add_flag("--exact-counts", request.options.exactCounts,
                  "WIDTH and POINTS count the lines that follow")
@@ -137,10 +147,10 @@ CLI::App* addAscii(CLI::App& program, AsciiRequest& request) {
     const std::string group = "ASCII";
     AsciiSettings& settings = request.options.settings;
     addValue(
-        app, "--ref-level", "N", parseNumber<int>, settings.refinementLevel,
+        app, "--ref-level", {"N", "a whole number"}, parseNumber<int>, settings.refinementLevel,
         fmt::format("refinement level; -1 is the highest, -2 all (default {})", settings.refinementLevel))
         ->group(group);
-    addValue(app, "--precision", "N", parseNumber<unsigned int>, settings.precision,
+    addValue(app, "--precision", {"N", "a number from 0"}, parseNumber<unsigned int>, settings.precision,
              fmt::format("decimals of the values of grids; 0 means six (default {})", settings.precision))
         ->group(group);
     app.add_flag("--append", settings.append, "one file per field; existing files are appended to")
@@ -151,7 +161,7 @@ CLI::App* addAscii(CLI::App& program, AsciiRequest& request) {
              fmt::format("the field of cell types (default {})", settings.filterField))
         ->group(group);
     addValue(app, "--cell-types", "A:B,C,...", parseRanges, request.options.cellTypes,
-             "write the values of cells of these types; others become\nno-data cells (default all)")
+             "write the values of cells of these types; others become no-data cells (default all)")
         ->group(group);
     addFolderExport(app, request, request.options);
     finish(app, "Examples:\n"
@@ -174,8 +184,9 @@ CLI::App* addInfo(CLI::App& program, InfoRequest& request) {
 CLI::App* addBundle(CLI::App& program, BundleRequest& request) {
     CLI::App& app = *program.add_subcommand("bundle", "write the inputs as one bundle file");
     addBundleFile(app, request.output, request.overwrite);
-    addStrict(app, request.strict);
+    addLosses(app, request.losses);
     addInputs(app, request.inputs);
+    addPoints(app, request.inputs);
     addReport(app, request.report);
     finish(app, "Example:\n  tidewatch bundle morning.laz --slice-time 6 -o morning.h5");
     return &app;
@@ -211,8 +222,8 @@ std::optional<ViewPictureOptions::Colors> pictureColors(const std::string& text)
 CLI::App* addView(CLI::App& program, ViewRequest& request) {
     CLI::App& app = *program.add_subcommand("view", "show the inputs: a page for any browser, or a picture");
     addOptionalOutput(app, request.output, request.overwrite);
-    addValue(app, "--points", "N", positiveCount, request.points,
-             fmt::format("points of a page at most (default {}, and as many\nas fit into {} MB)",
+    addValue(app, "--points", {"N", "a number from 1"}, positiveCount, request.points,
+             fmt::format("points of a page at most (default {}, and as many as fit into {} MB)",
                          ViewPageOptions::defaultPoints, ViewPageOptions::usualBytes / 1'000'000))
         ->group("Page");
     const ViewPictureOptions picture;
@@ -220,9 +231,10 @@ CLI::App* addView(CLI::App& program, ViewRequest& request) {
              fmt::format("pixels of a picture (default {}x{})", picture.size.width, picture.size.height))
         ->group("Picture");
     addValue(app, "--color", "BY", pictureColors, request.color,
-             "height, class, intensity, return or rgb (default class where\nthere are several, else height)")
+             "height, class, intensity, return or rgb (default class where there are several, else height)")
         ->group("Picture");
     addInputs(app, request.inputs);
+    addPoints(app, request.inputs);
     addFilters(app, request.filters);
     addReport(app, request.report);
     finish(app, "Examples:\n"
@@ -235,10 +247,10 @@ CLI::App* addView(CLI::App& program, ViewRequest& request) {
 CLI::App* addSample(CLI::App& program, SampleRequest& request) {
     CLI::App& app = *program.add_subcommand("sample", "write a synthetic coastal survey as a bundle file");
     const std::string group = "Survey";
-    addValue(app, "--points", "N", positiveCount, request.survey.points,
+    addValue(app, "--points", {"N", "a number from 1"}, positiveCount, request.survey.points,
              fmt::format("points of each time slice (default {})", request.survey.points))
         ->group(group);
-    addValue(app, "--seed", "S", parseNumber<std::uint64_t>, request.survey.seed,
+    addValue(app, "--seed", {"S", "a number from 0"}, parseNumber<std::uint64_t>, request.survey.seed,
              fmt::format("the same seed gives the same survey (default {})", request.survey.seed))
         ->group(group);
     addBundleFile(app, request.output, request.overwrite);
@@ -300,19 +312,55 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
     return distance[a.size()][b.size()];
 }
 
+/// The name among others that is nearest to a mistyped one; empty if none is near.
+std::string nearestName(const std::string& typed, const std::vector<std::string>& names) {
+    constexpr std::size_t slips = 2;
+    const auto nearest = std::min_element(names.begin(), names.end(), [&](const auto& a, const auto& b) {
+        return editDistance(typed, a) < editDistance(typed, b);
+    });
+    return nearest != names.end() && editDistance(typed, *nearest) <= slips ? *nearest : std::string();
+}
+
+/// Errors of the parser in the words of the program.
+std::string unknownOption(const std::string& argument, const CLI::App& command) {
+    const std::string typed = argument.substr(0, argument.find('='));
+    std::vector<std::string> names;
+    for (const CLI::Option* const option : command.get_options()) {
+        for (const std::string& name : option->get_lnames())
+            names.push_back("--" + name);
+    }
+    const std::string nearest = typed.starts_with("--") ? nearestName(typed, names) : std::string();
+    return fmt::format("there is no option {}{}", typed,
+                       nearest.empty() ? nearest : "; did you mean " + nearest + "?");
+}
+
+std::string described(const CLI::ParseError& error, const CLI::App& command) {
+    const std::string text = error.what();
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+        // "The following argument was not expected: --x", or "arguments were", between blanks.
+        const std::size_t dash = text.find(" -");
+        if (dash != std::string::npos) {
+            const std::size_t end = text.find(' ', dash + 1);
+            return unknownOption(text.substr(dash + 1, end == std::string::npos ? end : end - dash - 1),
+                                 command);
+        }
+    }
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr &&
+        text.find("At Most") != std::string::npos)
+        return text.substr(0, text.find(':')) + " is given twice";
+    return text;
+}
+
 void checkCommandName(const CLI::App& program, const std::string& name) {
     std::vector<std::string> names;
     for (const CLI::App* command : program.get_subcommands({}))
         names.push_back(command->get_name());
     if (std::find(names.begin(), names.end(), name) != names.end())
         return;
-    const auto nearest = std::min_element(names.begin(), names.end(), [&](const auto& a, const auto& b) {
-        return editDistance(name, a) < editDistance(name, b);
-    });
-    constexpr std::size_t slips = 2;
-    throw UsageError(editDistance(name, *nearest) <= slips
-                         ? fmt::format("there is no command \"{}\"; did you mean {}?", name, *nearest)
-                         : fmt::format("there is no command \"{}\"; there are {}", name, joined(names)));
+    const std::string nearest = nearestName(name, names);
+    throw UsageError(nearest.empty()
+                         ? fmt::format("there is no command \"{}\"; there are {}", name, joined(names))
+                         : fmt::format("there is no command \"{}\"; did you mean {}?", name, nearest));
 }
 
 } // namespace
@@ -326,7 +374,7 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     CLI::App program("Exports point clouds of surveys, and shows and bundles them.", "tidewatch");
     program.formatter(std::make_shared<HelpFormat>());
     program.set_help_flag("-h,--help", "this text");
-    program.set_version_flag("--version", "tidewatch " TIDEWATCH_VERSION,
+    program.set_version_flag("-V,--version", "tidewatch " TIDEWATCH_VERSION,
                              "the version; with --json also what is in force where files are read");
     program.require_subcommand(1);
     program.footer("'tidewatch COMMAND --help' lists the options of a command.\n\n"
@@ -360,7 +408,8 @@ Request parseCommandLine(std::span<const char* const> arguments) {
         return TextRequest{version.what() + std::string("\n")};
     } catch (const CLI::ParseError& error) {
         const auto asked = program.get_subcommands();
-        throw UsageError(fmt::format("{}\nTry 'tidewatch {}--help'.", error.what(),
+        throw UsageError(fmt::format("{}\nTry 'tidewatch {}--help'.",
+                                     described(error, asked.empty() ? program : *asked.front()),
                                      asked.empty() ? "" : asked.front()->get_name() + " "));
     }
     const auto asked = std::find_if(commands.begin(), commands.end(),

@@ -21,6 +21,7 @@
 #include <cerrno>
 #include <fstream>
 #include <limits>
+#include <numeric>
 #include <span>
 #include <utility>
 #include <vector>
@@ -114,6 +115,12 @@ void writeShadedLines(ConvLib::LineWriter& lines, const Cloud& cloud,
     });
 }
 
+std::vector<unsigned long long> allOf(std::size_t points) {
+    std::vector<unsigned long long> indices(points);
+    std::iota(indices.begin(), indices.end(), 0ULL);
+    return indices;
+}
+
 void reportPositions(ConvLib::RunObserver& observer, const std::vector<PhysicalSpace::point>& positions,
                      const StopQuestion& mayGoOn) {
     inBlocks(positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
@@ -203,7 +210,8 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
     box = {box.lower - shift, box.upper - shift};
     const HeightQuantiles heights = heightQuantiles(cloud.positions, mayGoOn);
     const std::vector<unsigned long long> indices =
-        reduceData(CellSize, cloud.positions, cloud.intensities, box.lower, box.upper, mayGoOn);
+        Thinning ? reduceData(CellSize, cloud.positions, cloud.intensities, box.lower, box.upper, mayGoOn)
+                 : allOf(cloud.positions.size());
     if (observer)
         reportChanges(*observer, cloud, indices.size(), Precision);
 
@@ -219,6 +227,9 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
     ConvLib::LineWriter lines(out, FlushLines());
     if (layout == PCDLayout::Intensity) {
         const auto [lowest, highest] = rangeOf(cloud.intensities, mayGoOn);
+        if (observer && lowest == highest)
+            observer->valuesChanged(
+                {"Intensity", ConvLib::ValueChange::NotFinite, indices.size(), indices.size()});
         writeShadedLines(lines, cloud, indices, Precision, PointShading(heights, lowest, highest), mayGoOn);
     } else {
         writeLines(lines, cloud, indices, Precision, mayGoOn);

@@ -36,6 +36,9 @@ public:
     /// Whether WIDTH and POINTS count the lines that follow. By default they count the points before
     /// thinning, as they always have; some readers reject a file whose counts exceed its lines.
     bool ExactCounts = false;
+    /// Whether a cell keeps one point only. Without thinning all points are written in their order, and CellSize has no
+    /// effect.
+    bool Thinning = true;
 
 private:
     void exportGrid(double time, const std::string& name, const Sheaf::Grid& grid);

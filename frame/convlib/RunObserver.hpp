@@ -23,7 +23,10 @@ enum class ValueChange {
     Shifted,   ///< stored with a neighbour of the point they belong to
     Repeated,  ///< points without a value have that of the point before them
     Surplus,   ///< values without a point, left out
-    Thinned    ///< points left out because others represent them
+    Thinned,   ///< points left out because others represent them
+    Valueless, ///< of cells of type 0, written as other numbers than the one for no value
+    AsNoData,  ///< the same as the number that the file uses for no value
+    NotFinite  ///< infinite or not a number in the file
 };
 
 /// A number of values of a field that changed in the same way.

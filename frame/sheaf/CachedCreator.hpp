@@ -20,7 +20,8 @@ public:
 
     [[nodiscard]] Anchor::StrongPtr<Anchor::Cacheable> create(bool anew) const final;
     [[nodiscard]] const std::type_info& elementType() const noexcept final { return *elementType_; }
-    [[nodiscard]] std::optional<Extents> extents() const final { return extents_; }
+    /// Those stated to the constructor, unless a derived class knows them later.
+    [[nodiscard]] std::optional<Extents> extents() const override { return extents_; }
     [[nodiscard]] Anchor::StrongPtr<Anchor::Cacheable> available() const final;
 
     [[nodiscard]] bool mayBeEdited() const noexcept final { return false; }

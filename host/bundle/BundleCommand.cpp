@@ -12,14 +12,13 @@ int BundleRequest::run() const {
     ExportReport done;
     done.files.push_back(bundle.write(*read.bundle(), *out.bar()));
     done.notes = read.notes();
-    for (const std::string& note : done.notes)
-        out.messages().warning(note);
-    Losses losses;
+    out.printNotes(done.notes);
+    Losses found;
     for (const auto& input : read.reports())
-        losses.addProperties(*input);
-    BundleExport::addLosses(*read.bundle(), losses);
-    done.losses = losses.list("the bundle");
-    if (!out.acceptLosses(done.losses, strict))
+        found.addProperties(*input);
+    BundleExport::addLosses(*read.bundle(), found);
+    done.losses = found.list("the bundle");
+    if (!out.acceptLosses(done.losses, losses))
         return 1;
     bundle.commit();
     out.printSummary(done);

@@ -13,8 +13,8 @@ struct BundleRequest {
     InputOptions inputs;
     std::string output;
     bool overwrite = false;
-    /// Whether contents of the inputs that are not in the bundle are an error; nothing is then put in place.
-    bool strict = false;
+    /// Losses are contents of the inputs that are not in the bundle.
+    LossPolicy losses = {};
     ReportOptions report;
 
     /// Returns the exit status. Throws Anchor::Error if an input cannot be read or the file cannot be

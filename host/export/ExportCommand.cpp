@@ -12,13 +12,14 @@ int runExport(std::string command, const ExportRequest& request, ExportOptions o
     Report report(request.report, std::move(command));
     if (request.printParameters)
         options.showSettings = [&](const std::string& settings) { report.messages().line(settings); };
-    const Inputs inputs(request.inputs, report.bar());
-    const bool isStrict = options.strict;
+    InputOptions read = request.inputs;
+    selectBeforeMerging(read, options.filters);
+    const Inputs inputs(read, report.bar());
+    const LossPolicy policy = options.losses;
     Export job(inputs, std::move(options), std::move(format), report.bar());
     const ExportReport& done = job.write();
 
-    for (const std::string& note : done.notes)
-        report.messages().warning(note);
+    report.printNotes(done.notes);
     for (const std::string& error : done.errors)
         report.messages().error(error);
     if (!done.completed) {
@@ -29,7 +30,7 @@ int runExport(std::string command, const ExportRequest& request, ExportOptions o
         report.messages().error("nothing was written: " + done.whyNothing);
         return 1;
     }
-    if (!report.acceptLosses(done.losses, isStrict))
+    if (!report.acceptLosses(done.losses, policy))
         return 1;
     report.printSummary(job.place());
     return done.errors.empty() ? 0 : 1;

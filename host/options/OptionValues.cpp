@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <limits>
 
+#include <fmt/format.h>
+
 namespace Tidewatch {
 
 std::optional<std::string> anyText(std::string_view text) {
@@ -42,41 +44,27 @@ std::optional<ConvLib::BasicConverterDefs::TimeRange> parseTimeRange(std::string
     const std::size_t colon = text.find(':');
     const auto first = parseNumber<double>(text.substr(0, colon));
     const auto last = colon == std::string_view::npos ? first : parseNumber<double>(text.substr(colon + 1));
-    if (!first || !last || *first > *last)
+    if (!first || !last)
         return std::nullopt;
+    if (*first > *last)
+        throw InvalidValue(fmt::format("{} is greater than {}", *first, *last));
     return ConvLib::BasicConverterDefs::TimeRange{*first, *last};
 }
 
 std::optional<std::vector<Geom::MultiRange<double>::Range>> parseRanges(std::string_view text) {
-    std::vector<Geom::MultiRange<double>::Range> ranges;
-    for (;;) {
-        const std::size_t comma = text.find(',');
-        const auto range = parseTimeRange(text.substr(0, comma));
-        if (!range)
-            return std::nullopt;
-        ranges.push_back({range->first, range->last});
-        if (comma == std::string_view::npos)
-            return ranges;
-        text.remove_prefix(comma + 1);
-    }
+    return parseList(text, [](std::string_view part) -> std::optional<Geom::MultiRange<double>::Range> {
+        const auto range = parseTimeRange(part);
+        return range ? std::optional(Geom::MultiRange<double>::Range{range->first, range->last})
+                     : std::nullopt;
+    });
 }
 
 std::optional<std::array<double, 3>> parseTriple(std::string_view text) {
-    std::array<double, 3> triple{};
-    for (std::size_t i = 0; i < triple.size(); ++i) {
-        const std::size_t comma = text.find(',');
-        const auto number = finiteNumber(text.substr(0, comma));
-        if (!number)
-            return std::nullopt;
-        triple[i] = *number;
-        if (comma == std::string_view::npos) {
-            if (i == 0)
-                return std::array{*number, *number, *number};
-            return i == 2 ? std::optional(triple) : std::nullopt;
-        }
-        text.remove_prefix(comma + 1);
-    }
-    return std::nullopt;
+    const auto numbers = parseList(text, finiteNumber);
+    if (!numbers || (numbers->size() != 1 && numbers->size() != 3))
+        return std::nullopt;
+    const std::vector<double>& n = *numbers;
+    return n.size() == 1 ? std::array{n[0], n[0], n[0]} : std::array{n[0], n[1], n[2]};
 }
 
 std::optional<std::array<double, 3>> parseSteps(std::string_view text) {
@@ -84,6 +72,59 @@ std::optional<std::array<double, 3>> parseSteps(std::string_view text) {
     return steps && std::all_of(steps->begin(), steps->end(), [](double step) { return step > 0; })
                ? steps
                : std::nullopt;
+}
+
+std::optional<double> positiveNumber(std::string_view text) {
+    const auto number = finiteNumber(text);
+    return number && *number > 0 ? number : std::nullopt;
+}
+
+std::optional<PointBox> parseBox(std::string_view text) {
+    const auto numbers = parseList(text, finiteNumber);
+    if (!numbers || (numbers->size() != 4 && numbers->size() != 6))
+        return std::nullopt;
+    const std::vector<double>& n = *numbers;
+    PointBox box;
+    box.lower.x = n[0];
+    box.lower.y = n[1];
+    box.upper.x = n[2];
+    box.upper.y = n[3];
+    if (n.size() == 6) {
+        box.lower.z = n[4];
+        box.upper.z = n[5];
+    }
+    const auto check = [](const char* axis, double lower, double upper) {
+        if (!(lower < upper))
+            throw InvalidValue(fmt::format("{0}MIN {1} is not below {0}MAX {2}", axis, lower, upper));
+    };
+    check("X", box.lower.x, box.upper.x);
+    check("Y", box.lower.y, box.upper.y);
+    check("Z", box.lower.z, box.upper.z);
+    return box;
+}
+
+std::optional<std::set<std::uint8_t>> parseClasses(std::string_view text) {
+    const auto numbers = parseList(text, parseNumber<std::uint8_t>);
+    return numbers ? std::optional(std::set<std::uint8_t>(numbers->begin(), numbers->end())) : std::nullopt;
+}
+
+std::optional<ReturnChoice> parseReturns(std::string_view text) {
+    ReturnChoice choice;
+    const auto add = [&](std::string_view part) -> std::optional<bool> {
+        if (part == "first")
+            return choice.first = true;
+        if (part == "last")
+            return choice.last = true;
+        if (part == "only")
+            return choice.only = true;
+        constexpr std::uint8_t most = 15; // LAS 1.4 R15, "Point Data Record Format 6": four bits
+        const auto number = parseNumber<std::uint8_t>(part);
+        if (!number || *number < 1 || *number > most)
+            return std::nullopt;
+        choice.numbers.insert(*number);
+        return true;
+    };
+    return parseList(text, add) ? std::optional(choice) : std::nullopt;
 }
 
 } // namespace Tidewatch

@@ -2,15 +2,19 @@
 #include "host/options/commonOptions.hpp"
 
 #include "anchor/Cache.hpp"
+#include "anchor/names.hpp"
 #include "host/options/OptionValues.hpp"
 #include "host/options/addOption.hpp"
+#include "library/output/endsIn.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -18,18 +22,37 @@ namespace Tidewatch {
 
 namespace {
 
-std::optional<std::string> filePath(const std::string& text) {
+/// Extensions that tell of a format, and the command that writes it; empty for formats that are only read.
+constexpr std::pair<std::string_view, std::string_view> knownExtensions[] = {
+    {".las", "las"},   {".laz", "las"},   {".pcd", "pcd"},   {".asc", "ascii"},
+    {".grd", "ascii"}, {".xyz", "ascii"}, {".h5", "bundle"}, {".html", "view"},
+    {".htm", "view"},  {".png", "view"},  {".tif", ""},      {".tiff", ""}};
+
+/// The path of a file that a command writes. Throws UsageError where it cannot be one, or tells of another format.
+std::string checkedPath(const std::string& text, const std::string& command, std::string_view writes) {
+    if (text == "-")
+        throw UsageError(
+            "--output: standard output is not written to; name a file, or ./- for one of that name");
     const std::string name = text.substr(text.rfind('/') + 1);
     if (name.empty() || name == "." || name == "..")
         throw UsageError(fmt::format("--output: \"{}\" is not a file name", text));
+    for (const auto& [extension, by] : knownExtensions) {
+        if (endsIn(text, extension) && by != writes)
+            throw UsageError(fmt::format("--output: {} does not write {} files{}: {}", command, extension,
+                                         by.empty() ? std::string() : fmt::format(" ({} does)", by), text));
+    }
     return text;
 }
 
-std::optional<OutputPattern> filePattern(const std::string& text) {
-    return OutputPattern(*filePath(text));
-}
-
 std::optional<OutputPattern> folderPattern(const std::string& text) {
+    if (text == "-")
+        throw UsageError(
+            "--output: standard output is not written to; name a folder, or ./- for one of that name");
+    for (const auto& [extension, by] : knownExtensions) {
+        if (endsIn(text, extension))
+            throw UsageError(
+                fmt::format("--output: ascii fills a folder, and {} is the name of a file", text));
+    }
     return OutputPattern(text);
 }
 
@@ -49,6 +72,17 @@ std::optional<bool> sandboxWish(const std::string& text) {
     if (text == "require")
         return true;
     return std::nullopt;
+}
+
+std::optional<std::string> lossKind(std::string_view text) {
+    const bool isKnown = std::find(lossKinds.begin(), lossKinds.end(), text) != lossKinds.end();
+    return isKnown ? std::optional(std::string(text)) : std::nullopt;
+}
+
+std::optional<std::string> gridName(std::string_view text) {
+    if (const std::string_view fault = Anchor::nameFault(text); !fault.empty())
+        throw InvalidValue("a grid's name " + std::string(fault));
+    return std::string(text);
 }
 
 /// Bytes in the largest unit that divides them.
@@ -72,8 +106,12 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
 
 /// The options of all exports except those of the output.
 void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
-    addStrict(app, options.strict);
+    app.add_flag("--last-wins", options.lastWins,
+                 "let grids of one file name overwrite each other, as the exporters do")
+        ->group("Output");
+    addLosses(app, options.losses);
     addInputs(app, request.inputs);
+    addPoints(app, request.inputs);
     addFilters(app, options.filters);
     addReport(app, request.report);
     app.add_flag("--print-parameters", request.printParameters,
@@ -86,7 +124,8 @@ void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
 void addFilters(CLI::App& app, Filters& filters) {
     const std::string group = "Selection (each may be given several times)";
     addRepeatable(
-        app, "--time", "MIN:MAX", parseTimeRange, [&](const auto& range) { filters.times.push_back(range); },
+        app, "--time", {"MIN:MAX", "a time, or MIN:MAX"}, parseTimeRange,
+        [&](const auto& range) { filters.times.push_back(range); },
         "select slices of these times, both ends included, or of one time")
         ->group(group);
     addRepeatable(
@@ -102,62 +141,128 @@ void addFilters(CLI::App& app, Filters& filters) {
 void addInputs(CLI::App& app, InputOptions& inputs) {
     const std::string group = "Inputs";
     app.add_option("INPUT", inputs.files, "bundle files (.h5), LAS or LAZ files, rasters")->required();
-    addValue(app, "--slice-time", "TIME", finiteNumber, inputs.sliceTime,
-             fmt::format("time of inputs that state none (default {})", shortestText(inputs.sliceTime)))
+    addValue(
+        app, "--slice-time", {"T[,T...]", "a number, or as many as there are inputs"},
+        [](std::string_view text) { return parseList(text, finiteNumber); }, inputs.sliceTimes,
+        fmt::format(
+            "time of inputs that state none (default {}); one for all, or one for each in their order",
+            shortestText(ConvLib::ReadOptions().SliceTime)))
         ->group(group);
-    addValue(app, "--fragment-points", "N", positiveCount, inputs.fragmentPoints,
+    addValue(app, "--fragment-points", {"N", "a number from 1"}, positiveCount, inputs.fragmentPoints,
              fmt::format("cut LAS and LAZ points into pieces of N (default {})", inputs.fragmentPoints))
         ->group(group);
-    addValue(app, "--memory-limit", "SIZE", parseByteSize, inputs.memoryLimit,
-             fmt::format(
-                 "memory for arrays, such as 512M or 4G (default {} for those that can be read again, three "
-                 "quarters of the memory for one that cannot be read in parts)",
-                 sizeText(Anchor::Cache::defaultLimit)))
+    addValue(
+        app, "--memory-limit", {"SIZE", "bytes, such as 512M or 4G"}, parseByteSize, inputs.memoryLimit,
+        fmt::format(
+            "memory for arrays, such as 512M or 4G (default {} for those that can be read again, and three "
+            "quarters of the machine's for one that cannot be read in parts)",
+            sizeText(Anchor::Cache::defaultLimit)))
         ->group(group);
-    addValue(app, "--sandbox", "WHEN", sandboxWish, inputs.requiresSandbox,
-             "auto (as far as the system has it), or require: no bundle\nfile or raster is read without it")
+    addValue(app, "--sandbox", {"WHEN", "auto or require"}, sandboxWish, inputs.requiresSandbox,
+             "auto (as far as the system has it), or require: no bundle file or raster is read without it")
+        ->group(group);
+    addValue(app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
+             "coordinate reference system of all grids: EPSG:25832+5783, a file of well-known text, or none; "
+             "nothing is transformed")
+        ->group(group);
+}
+
+void addPoints(CLI::App& app, InputOptions& inputs) {
+    const std::string group = "Points";
+    PointChoice& points = inputs.points;
+    addValue(app, "--class", {"N[,N...]", "numbers from 0 to 255"}, parseClasses, points.classes,
+             "points of these classes, such as 2,9")
+        ->group(group);
+    addValue(app, "--returns", {"WHICH[,...]", "first, last, only or numbers from 1 to 15"}, parseReturns,
+             points.returns, "first, last or only returns, or those of these numbers")
         ->group(group);
     addValue(
-        app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
-        "coordinate reference system of all grids: EPSG:25832+5783,\na file of well-known text, or none; "
-        "nothing is transformed")
+        app, "--box", {"XMIN,YMIN,XMAX,YMAX[,ZMIN,ZMAX]", "XMIN,YMIN,XMAX,YMAX or six numbers"}, parseBox,
+        points.box,
+        "points inside, in units of the coordinates; those on an upper face are outside. Of rasters, rows and "
+        "columns")
+        ->group(group);
+    app.add_flag_function(
+           "--cells-as-points",
+           [&](std::int64_t) { inputs.cellsAsPoints.emplace(inputs.cellsAsPoints.value_or(CellOptions())); },
+           "cell centres of rasters that have a value become points, and bands their fields")
+        ->group(group);
+    addRepeatable(
+        app, "--z-band", {"N|FIELD", "a number or the name of a field"}, anyText,
+        [&](const std::string& field) { inputs.cellsAsPoints.emplace().heights = field; },
+        "the band, or field, of their heights (default 1)")
+        ->expected(1)
+        ->needs("--cells-as-points")
+        ->group(group);
+    app.add_flag_function(
+           "--merge", [&](std::int64_t) { inputs.merge.emplace(inputs.merge.value_or(MergeOptions())); },
+           "the inputs become one grid per time, their points in the order of the inputs")
+        ->group(group);
+    addRepeatable(
+        app, "--grid-name", "NAME", gridName,
+        [&](const std::string& name) { inputs.merge.emplace().gridName = name; },
+        fmt::format("its name (default {})", MergeOptions().gridName))
+        ->expected(1)
+        ->needs("--merge")
         ->group(group);
 }
 
 void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp) {
     const std::string group = "Messages";
-    addValue(app, "--progress", "WHEN", parseProgressMode, report.progress,
+    addValue(app, "--progress", {"WHEN", "auto, always or never"}, parseProgressMode, report.progress,
              "auto (on a terminal), always or never")
         ->group(group);
     app.add_flag("-q,--quiet", report.quiet, "errors only")->group(group);
+    app.add_flag("--verbose", report.verbose, "also what the exporters themselves say")->group(group);
     app.add_flag("--json", report.json, jsonHelp)->group(group);
 }
 
 void addBundleFile(CLI::App& app, std::string& output, bool& overwrite) {
-    addOutput(app, "FILE.h5", filePath, output, overwrite, "the bundle file to write");
+    addOutput(
+        app, "FILE.h5",
+        [name = app.get_name()](const std::string& text) {
+            return std::optional(checkedPath(text, name, "bundle"));
+        },
+        output, overwrite, "the bundle file to write");
 }
 
 void addOptionalOutput(CLI::App& app, std::optional<std::string>& output, bool& overwrite) {
     const std::string group = "Output";
-    addValue(app, "-o,--output", "FILE", filePath, output,
-             "a page (.html) or a picture (.png); without it a page in\nthe cache, which is opened")
+    addValue(
+        app, "-o,--output", "FILE",
+        [name = app.get_name()](const std::string& text) {
+            return std::optional(checkedPath(text, name, name));
+        },
+        output, "a page (.html) or a picture (.png); without it a page in the cache, which is opened")
         ->group(group);
     app.add_flag("--overwrite", overwrite, "replace files that exist already")->group(group);
 }
 
-void addStrict(CLI::App& app, bool& strict) {
-    app.add_flag("--strict", strict, "treat losses as errors, and write nothing")->group("Output");
+void addLosses(CLI::App& app, LossPolicy& policy) {
+    const std::string group = "Output";
+    app.add_flag("--strict", policy.strict, "treat losses as errors, and write nothing")->group(group);
+    addRepeatable(
+        app, "--accept", {"KIND[,...]", "kinds of losses: " + joined({lossKinds.begin(), lossKinds.end()})},
+        [](std::string_view text) { return parseList(text, lossKind); },
+        [&](const auto& kinds) { policy.accepted.insert(kinds.begin(), kinds.end()); },
+        "losses of these kinds are fine: neither shown nor refused")
+        ->group(group);
 }
 
 void addFileExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
-    addOutput(app, "OUTPUT", filePattern, options.output, options.overwrite,
-              "the file to write; {grid} and {time} in it\ngive each grid or time its own file");
+    addOutput(
+        app, "OUTPUT",
+        [name = app.get_name()](const std::string& text) {
+            return std::optional(OutputPattern(checkedPath(text, name, name)));
+        },
+        options.output, options.overwrite,
+        "the file to write; {grid} and {time} in it give each grid or time its own file");
     addExport(app, request, options);
 }
 
 void addFolderExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addOutput(app, "DIRECTORY", folderPattern, options.output, options.overwrite,
-              "the folder to fill; {grid} and {time} in it\ngive each grid or time its own folder");
+              "the folder to fill; {grid} and {time} in it give each grid or time its own folder");
     addExport(app, request, options);
 }
 

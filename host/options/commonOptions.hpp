@@ -21,13 +21,16 @@ void addFilters(CLI::App& command, Filters& filters);
 /// `--output` and `--overwrite` of a command that also does without.
 void addOptionalOutput(CLI::App& command, std::optional<std::string>& output, bool& overwrite);
 
+/// Which points to take of the inputs, and what becomes of them together.
+void addPoints(CLI::App& app, InputOptions& inputs);
+
 void addReport(CLI::App& command, ReportOptions& report, const std::string& jsonHelp = "the summary as JSON");
 
 /// `--output` of a command that writes one bundle file, and `--overwrite`.
 void addBundleFile(CLI::App& command, std::string& output, bool& overwrite);
 
-/// `--strict` of a command that writes files.
-void addStrict(CLI::App& command, bool& strict);
+/// `--strict` and `--accept` of a command that writes files.
+void addLosses(CLI::App& command, LossPolicy& policy);
 
 /// All options of an export into files except those of its format.
 void addFileExport(CLI::App& command, ExportRequest& request, ExportOptions& options);

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/report/Messages.hpp"
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <unistd.h>
 #include <utility>
 
@@ -31,12 +33,23 @@ std::string_view cut(std::string_view text, std::size_t width) {
     return text;
 }
 
+/// The exporters' own texts for what they leave out.
+bool tellsOfSomethingMissing(std::string_view message) {
+    constexpr std::string_view phrases[] = {"Have no ", "can only ", "Can only ", "Cannot "};
+    return std::any_of(std::begin(phrases), std::end(phrases), [&](std::string_view phrase) {
+        return message.find(phrase) != std::string_view::npos;
+    });
+}
+
 } // namespace
 
 Messages::Messages(Verbosity verbosity, std::FILE* stream)
     : stream_(stream),
-      quiet_(verbosity == Verbosity::Quiet),
-      earlierSink_(Anchor::Console::setSink([this](std::string_view message) { note(message); })) {}
+      verbosity_(verbosity),
+      earlierSink_(Anchor::Console::setSink([this](std::string_view message) {
+          if (verbosity_ == Verbosity::Verbose || tellsOfSomethingMissing(message))
+              note(message);
+      })) {}
 
 Messages::~Messages() {
     Anchor::Console::setSink(std::move(earlierSink_));
@@ -58,12 +71,12 @@ void Messages::line(std::string_view text) {
 }
 
 void Messages::note(std::string_view text) {
-    if (!quiet_)
+    if (verbosity_ != Verbosity::Quiet)
         line(text);
 }
 
 void Messages::warning(std::string_view text) {
-    if (!quiet_)
+    if (verbosity_ != Verbosity::Quiet)
         line(std::string("tidewatch: warning: ").append(text));
 }
 

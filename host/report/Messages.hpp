@@ -13,11 +13,13 @@ namespace Tidewatch {
 /// redrawn in place.
 ///
 /// For use by one thread. As long as it exists, console messages of the libraries go here, too, one line
-/// each.
+/// each, as far as the verbosity lets them.
 class Messages {
 public:
     enum class Verbosity {
         /// Everything.
+        Verbose,
+        /// Of what exporters write to the console, only what says that something is not written.
         Normal,
         /// Errors only.
         Quiet
@@ -49,7 +51,7 @@ public:
 
 private:
     std::FILE* stream_;
-    bool quiet_;
+    Verbosity verbosity_;
     std::string status_;
     Anchor::Console::Sink earlierSink_;
 };

@@ -3,29 +3,69 @@
 
 #include "host/report/StandardOutput.hpp"
 #include "host/report/summaryText.hpp"
+#include "library/report/Wording.hpp"
 
+#include <cstddef>
+#include <map>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace Tidewatch {
 
 Report::Report(const ReportOptions& options, std::string command)
     : options_(options),
-      messages_(options.quiet ? Messages::Verbosity::Quiet : Messages::Verbosity::Normal),
+      messages_(options.quiet     ? Messages::Verbosity::Quiet
+                : options.verbose ? Messages::Verbosity::Verbose
+                                  : Messages::Verbosity::Normal),
       bar_(
           Anchor::makeStrong<ProgressBar>(options.quiet ? ProgressMode::Never : options.progress, messages_)),
       command_(std::move(command)) {}
 
-bool Report::acceptLosses(const std::vector<Loss>& losses, bool strict) {
+bool Report::acceptLosses(const std::vector<Loss>& losses, const LossPolicy& policy) {
+    const bool isRefused = policy.refuses(losses);
+    // Hundreds of inputs give hundreds of texts of one kind.
+    constexpr std::size_t shownOfKind = 3;
+    std::map<std::string, std::vector<const Loss*>> byKind;
+    std::vector<std::string> kinds; // in their order
     for (const Loss& loss : losses) {
-        if (strict)
-            messages_.error(loss.message);
-        else
-            messages_.warning(loss.message);
+        if (policy.accepted.contains(loss.kind))
+            continue;
+        auto& ofKind = byKind[loss.kind];
+        if (ofKind.empty())
+            kinds.push_back(loss.kind);
+        ofKind.push_back(&loss);
     }
-    if (!strict || losses.empty())
-        return true;
-    messages_.error("nothing was put in place, because --strict refuses losses");
-    return false;
+    const auto print = [&](const std::string& text) {
+        if (isRefused)
+            messages_.error(text);
+        else
+            messages_.warning(text);
+    };
+    for (const std::string& kind : kinds) {
+        const auto& ofKind = byKind[kind];
+        // Instead of one line less, one text more.
+        const std::size_t shown = ofKind.size() > shownOfKind ? shownOfKind - 1 : ofKind.size();
+        for (std::size_t i = 0; i < shown; ++i)
+            print(ofKind[i]->message);
+        if (shown != ofKind.size())
+            print(fmt::format("... and {} more of kind {}; --json lists all", grouped(ofKind.size() - shown),
+                              kind));
+    }
+    if (isRefused)
+        messages_.error(
+            "nothing was put in place, because --strict refuses losses; --accept says which are fine");
+    return !isRefused;
+}
+
+void Report::printNotes(const std::vector<std::string>& notes) {
+    constexpr std::size_t most = 8;
+    const std::size_t shown = notes.size() > most ? most - 1 : notes.size();
+    for (std::size_t i = 0; i < shown; ++i)
+        messages_.warning(notes[i]);
+    if (shown != notes.size())
+        messages_.warning(
+            fmt::format("... and {} more remarks; --json lists all", grouped(notes.size() - shown)));
 }
 
 void Report::printSummary(const ExportReport& report) const {

@@ -3,6 +3,7 @@
 
 #include "anchor/Error.hpp"
 #include "host/view/openInBrowser.hpp"
+#include "library/output/endsIn.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 #include "library/view/ViewFile.hpp"
@@ -18,13 +19,6 @@ namespace Tidewatch {
 namespace fs = std::filesystem;
 
 namespace {
-
-bool endsIn(const std::string& path, std::string_view ending) {
-    return path.size() > ending.size() &&
-           std::equal(ending.rbegin(), ending.rend(), path.rbegin(), [](char a, char b) {
-               return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b - 'A' + 'a') : b);
-           });
-}
 
 std::string titleOf(const std::vector<std::string>& files) {
     constexpr std::size_t most = 3;
@@ -110,11 +104,15 @@ int ViewRequest::run() const {
     if (!isPicture && !canMakeViewPages())
         throw UsageError("pages are not in this build, since npm's packages were not there when it was made "
                          "(scripts/setup.sh installs them); pictures are: -o FILE.png");
+    ViewRequest job = *this;
+    selectBeforeMerging(job.inputs, job.filters);
     Report out(report, "view");
-    const Inputs read(inputs, out.bar());
+    const Inputs read(job.inputs, out.bar());
+    // Points are taken in proportion to what there is.
+    read.countChosen();
     ViewFile file(output ? *output : cachePath(inputs.files), overwrite || !output, read.identities());
-    return isPicture ? makePicture(*this, out, read, file, titleOf(inputs.files))
-                     : makePage(*this, out, read, file, titleOf(inputs.files));
+    return isPicture ? makePicture(job, out, read, file, titleOf(inputs.files))
+                     : makePage(job, out, read, file, titleOf(inputs.files));
 }
 
 } // namespace Tidewatch

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/ascii/AsciiLosses.hpp"
 
+#include "ascii/EsriGridHeader.hpp"
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
@@ -55,11 +56,12 @@ std::vector<Written> writtenFragments(const ExportedGrid& exported, const AsciiP
 class Finder {
 public:
     Finder(const ExportedGrid& exported, const PlannedTexts::Grid& planned, const AsciiSettings& settings,
-           std::span<const ConvLib::WrittenFile> record, Losses& losses)
+           bool choosesCells, std::span<const ConvLib::WrittenFile> record, Losses& losses)
         : exported_(exported),
           planned_(planned),
           written_(writtenFragments(exported, planned.plan, record)),
           settings_(settings),
+          choosesCells_(choosesCells),
           record_(record),
           losses_(losses),
           where_(gridAtTime(exported.name, exported.time)) {}
@@ -82,6 +84,7 @@ private:
     [[nodiscard]] static std::string latticeRounding(const AsciiPlan::Lattice& lattice);
     void findCoordinateRounding();
     void findValues();
+    void findCells(const std::string& field);
 
     /// The number of items that a file got from one fragment; records of files that are appended to are
     /// cumulative.
@@ -97,6 +100,7 @@ private:
     const PlannedTexts::Grid& planned_;
     std::vector<Written> written_;
     const AsciiSettings& settings_;
+    bool choosesCells_;
     std::span<const ConvLib::WrittenFile> record_;
     Losses& losses_;
     std::string where_;
@@ -219,6 +223,11 @@ void Finder::findLattices() {
 }
 
 std::string Finder::latticeRounding(const AsciiPlan::Lattice& lattice) {
+    if (lattice.writtenCellSize == 0)
+        return fmt::format(
+            "cells of {} are written with a size of 0.000, since the format has three decimals; "
+            "the file cannot be placed",
+            shortestText(lattice.spacingX));
     if (lattice.isSquareAsWritten)
         return fmt::format("the corner and the cell size of {} are written with three decimals: coordinates "
                            "are off by up to {:.2g}",
@@ -258,16 +267,35 @@ void Finder::findValues() {
         if (const auto rounded = exported_.changed(field, ConvLib::ValueChange::Rounded); rounded.count != 0)
             add("rounding", "values of {} are rounded by up to {:.2g}", field, rounded.most);
     }
+    for (const std::string& field : fields)
+        findCells(field);
     for (const std::string& field : characters)
         add("characters", "{} is written as characters, not as numbers; --precision 0 writes numbers", field);
+}
+
+void Finder::findCells(const std::string& field) {
+    using ConvLib::ValueChange;
+    const auto cells = [](std::uint64_t count) { return counted(count, "cell"); };
+    // Zero is a type like any other in files that state types of their own.
+    const std::uint64_t valueless =
+        planned_.isSingleFile && !choosesCells_ ? exported_.changed(field, ValueChange::Valueless).count : 0;
+    if (valueless != 0)
+        add("no-data",
+            "{} of {} without a value are written as numbers; --cell-types 1 makes no-data of them",
+            cells(valueless), field);
+    if (const auto same = exported_.changed(field, ValueChange::AsNoData).count; same != 0)
+        add("no-data", "{} of {} with a value of {}, which stands for no value in the file", cells(same),
+            field, ExportLib::EsriGridHeader::noDataNumber);
+    if (const auto wild = exported_.changed(field, ValueChange::NotFinite).count; wild > valueless)
+        add("range", "{} of {} infinite or not a number, which few programs read", cells(wild), field);
 }
 
 } // namespace
 
 void addAsciiLosses(const ExportedGrid& exported, const PlannedTexts::Grid& planned,
-                    const AsciiSettings& settings, std::span<const ConvLib::WrittenFile> record,
-                    Losses& losses) {
-    Finder(exported, planned, settings, record, losses).run();
+                    const AsciiSettings& settings, bool choosesCells,
+                    std::span<const ConvLib::WrittenFile> record, Losses& losses) {
+    Finder(exported, planned, settings, choosesCells, record, losses).run();
 }
 
 } // namespace Tidewatch

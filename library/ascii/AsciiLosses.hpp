@@ -15,7 +15,7 @@ using PlannedTexts = PlannedGrids<ExportLib::AsciiPlan>;
 
 /// Adds what text files drop or change of a grid. `record` is the exporter's record of written files.
 void addAsciiLosses(const ExportedGrid& exported, const PlannedTexts::Grid& planned,
-                    const AsciiSettings& settings, std::span<const ConvLib::WrittenFile> record,
-                    Losses& losses);
+                    const AsciiSettings& settings, bool choosesCells,
+                    std::span<const ConvLib::WrittenFile> record, Losses& losses);
 
 } // namespace Tidewatch

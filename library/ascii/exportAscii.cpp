@@ -85,7 +85,8 @@ public:
 
     void findLosses(const ExportedGrid& exported, Losses& losses) const override {
         if (const PlannedTexts::Grid* const grid = planned_.find(exported))
-            addAsciiLosses(exported, *grid, options_.settings, exporter_.writtenFiles(), losses);
+            addAsciiLosses(exported, *grid, options_.settings, !options_.cellTypes.empty(),
+                           exporter_.writtenFiles(), losses);
         const auto system = systems_.find({exported.time, exported.name});
         KeptProperties kept;
         kept.referenceSystem = system != systems_.end() && !system->second.additions.prj.empty();
@@ -116,8 +117,8 @@ public:
     bool fillsFolder() const override { return true; }
     bool addsToFiles() const override { return options_.settings.append; }
 
-    std::vector<fs::path> expectedFiles(const Context& context, const RunScope& scope) const override {
-        std::set<fs::path> files;
+    std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override {
+        std::vector<ExpectedFile> files;
         const auto addFilesOf = [&](double time, const std::string& name, const Sheaf::Grid& grid) {
             if (!scope.admits(time) || !scope.admits(name))
                 return;
@@ -127,13 +128,13 @@ public:
                 if (fragment.form == AsciiPlan::Form::None || !fragment.isCertain)
                     continue;
                 fs::path file = fs::path(scope.output) / fragment.file;
-                files.insert(file);
+                files.push_back({file, time, name});
                 if (hasPrj && fragment.form == AsciiPlan::Form::Grid)
-                    files.insert(file.replace_extension(".prj"));
+                    files.push_back({file.replace_extension(".prj"), time, name});
             }
         };
         context.selection.forEachGrid(*context.inputs.bundle(), addFilesOf);
-        return {files.begin(), files.end()};
+        return files;
     }
 
     std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const override {

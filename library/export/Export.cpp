@@ -5,6 +5,7 @@
 #include "library/output/FolderLock.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
+#include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
@@ -79,6 +80,8 @@ private:
     using Grids = std::vector<const ExportedGrid*>;
 
     void checkPlaces(const std::vector<RunScope>& scopes);
+    [[noreturn]] void refuseOverwriting(const fs::path& file,
+                                        const std::set<std::pair<double, std::string>>& grids) const;
     bool runOnce(const RunScope& scope);
     void collectFiles(ExportRun& run, const StagingFolder::Run& folder);
     void noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids);
@@ -152,7 +155,7 @@ const ExportReport& Export::Impl::place() {
 }
 
 const ExportReport& Export::Impl::placeUnlessRefused() {
-    const bool isRefused = report_.files.empty() || (options_.strict && !report_.losses.empty());
+    const bool isRefused = report_.files.empty() || options_.losses.refuses(report_.losses);
     return isRefused ? report_ : place();
 }
 
@@ -160,9 +163,42 @@ void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
     for (const RunScope& scope : scopes) {
         if (format_->fillsFolder())
             Placement::checkFolder(scope.output);
-        for (const fs::path& file : format_->expectedFiles({inputs_, selection_, progress_}, scope))
-            placement_.check(file, mode());
+        std::map<fs::path, std::set<std::pair<double, std::string>>> gridsOf;
+        for (const ExpectedFile& file : format_->expectedFiles({inputs_, selection_, progress_}, scope)) {
+            if (!gridsOf.contains(file.path))
+                placement_.check(file.path, mode());
+            gridsOf[file.path].insert({file.time, file.grid});
+        }
+        for (const auto& [file, grids] : gridsOf) {
+            if (grids.size() > 1 && !format_->addsToFiles() && !options_.lastWins)
+                refuseOverwriting(file, grids);
+        }
     }
+}
+
+void Export::Impl::refuseOverwriting(const fs::path& file,
+                                     const std::set<std::pair<double, std::string>>& grids) const {
+    std::vector<std::string> texts;
+    std::set<double> times;
+    std::set<std::string> names;
+    for (const auto& [time, name] : grids) {
+        texts.push_back(gridAtTime(name, time));
+        times.insert(time);
+        names.insert(name);
+    }
+    std::vector<std::string> remedies;
+    if (times.size() < grids.size())
+        remedies.emplace_back("--merge makes one grid of those of one time");
+    if (names.size() > 1 && times.size() > 1)
+        remedies.emplace_back("{grid} and {time} in OUTPUT keep them apart");
+    else
+        remedies.push_back(
+            fmt::format("{} in OUTPUT keeps them apart", names.size() > 1 ? "{grid}" : "{time}"));
+    if (format_->fillsFolder())
+        remedies.emplace_back("--append writes them one after the other");
+    remedies.emplace_back("--last-wins keeps the last");
+    throw UsageError(
+        fmt::format("{}: {} would overwrite each other; {}", file.string(), listed(texts), joined(remedies)));
 }
 
 bool Export::Impl::runOnce(const RunScope& scope) {
@@ -220,12 +256,18 @@ void Export::Impl::collectFiles(ExportRun& run, const StagingFolder::Run& folder
         }
     }
     std::set<const ExportedGrid*> inFiles;
+    std::set<const ExportedGrid*> withoutPoints;
     std::map<Grids, std::vector<std::string>> sharedBy;
     for (const fs::path& file : files) {
         const Origin& origin = originOf.at(file);
         const Grids& grids = origin.grids;
         const std::size_t number = origin.lastRecord;
         const fs::path place = target(file);
+        if (inputs_.isChosen() && record[number].items == 0) {
+            for (const ExportedGrid* const grid : grids)
+                withoutPoints.insert(grid);
+            continue;
+        }
         withFolderNamed((folder.path() / file).string(), place.string(), [&] {
             run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
         });
@@ -239,8 +281,11 @@ void Export::Impl::collectFiles(ExportRun& run, const StagingFolder::Run& folder
             sharedBy[grids].push_back(place.string());
     }
     for (const ExportedGrid& grid : run.recorder().grids()) {
-        if (!inFiles.contains(&grid))
+        if (!inFiles.contains(&grid)) {
+            if (withoutPoints.contains(&grid))
+                skipped_.push_back(gridAtTime(grid.name, grid.time) + ": none of its points is chosen");
             continue;
+        }
         exported_.insert(grid.name);
         run.findLosses(grid, losses_);
     }
@@ -272,13 +317,7 @@ void Export::Impl::noteFile(const fs::path& path, const ConvLib::WrittenFile& wr
 }
 
 void Export::Impl::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
-    constexpr std::size_t namedFiles = 3;
-    std::vector<std::string> named = files;
-    if (named.size() > namedFiles)
-        named.resize(namedFiles);
-    std::string text = joined(named);
-    if (files.size() > namedFiles)
-        text += fmt::format(" and {} more", counted(files.size() - namedFiles, "file"));
+    std::string text = listed(files);
     text += files.size() == 1 ? " holds " : " hold ";
 
     std::vector<std::string> names;

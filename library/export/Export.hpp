@@ -20,8 +20,9 @@ struct ExportOptions {
     OutputPattern output;
     /// Whether existing files are replaced.
     bool overwrite = false;
-    /// Whether nothing is put in place if there is a loss.
-    bool strict = false;
+    /// Whether grids may overwrite each other's files, as exporters let them; otherwise that is wrong usage.
+    bool lastWins = false;
+    LossPolicy losses = {};
     /// Receives the settings of each exporter as text before it runs; may be empty.
     std::function<void(const std::string& settings)> showSettings = {};
 };
@@ -41,15 +42,15 @@ public:
     Export& operator=(const Export&) = delete;
 
     /// Runs the exporters and checks what they wrote; nothing is put in place. Throws Anchor::Error if an input cannot
-    /// be read or a file cannot be written, and what the progress object throws. To be called once.
+    /// be read or a file cannot be written, UsageError where grids would overwrite each other, and what the progress
+    /// object throws. To be called once.
     const ExportReport& write();
 
     /// Puts the files in place. Throws Anchor::Error; then nothing has been put in place unless the message says
     /// otherwise. Does nothing after a run that was not completed.
     const ExportReport& place();
 
-    /// Calls place() unless an exporter did not finish, there are no files, or the options are strict and there is a
-    /// loss. The report shows which.
+    /// Calls place() unless an exporter did not finish, there are no files, or the options refuse the losses. The report shows which.
     const ExportReport& placeUnlessRefused();
 
 private:

@@ -21,8 +21,4 @@ fs::path ExportFormat::placeOf(const RunScope& scope, const fs::path& written) c
     return written == exporterOutput(scope) ? output : output.parent_path() / written;
 }
 
-std::vector<fs::path> ExportFormat::expectedFiles(const Context& /*context*/, const RunScope& scope) const {
-    return {scope.output};
-}
-
 } // namespace Tidewatch

@@ -32,6 +32,14 @@ struct FinishedFile {
     const ExportedGrid& grid;
 };
 
+/// A file that a run will write.
+struct ExpectedFile {
+    std::filesystem::path path;
+    /// The grid that goes into it.
+    double time;
+    std::string grid;
+};
+
 /// The format-specific part of one run of an exporter.
 class TIDEWATCH_API ExportRun {
 public:
@@ -95,10 +103,11 @@ public:
     [[nodiscard]] virtual std::filesystem::path placeOf(const RunScope& scope,
                                                         const std::filesystem::path& written) const;
 
-    /// The files that a run will write, as far as they are known in advance. Obstacles at their paths are detected
-    /// before any work; other files are checked when they have been written. By default OUTPUT.
-    [[nodiscard]] virtual std::vector<std::filesystem::path> expectedFiles(const Context& context,
-                                                                           const RunScope& scope) const;
+    /// The files that a run will write, as far as they are known in advance, in the order of the exporter; a file that
+    /// several grids go to, once for each. Obstacles at their paths are detected before any work, and so are grids that
+    /// would overwrite each other; other files are checked when they have been written.
+    [[nodiscard]] virtual std::vector<ExpectedFile> expectedFiles(const Context& context,
+                                                                  const RunScope& scope) const = 0;
 
     [[nodiscard]] virtual std::unique_ptr<ExportRun> makeRun(const Context& context,
                                                              const RunScope& scope) const = 0;

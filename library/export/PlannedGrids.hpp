@@ -23,6 +23,8 @@ public:
         Plan plan;
         /// The step in which the input stores coordinates; nullopt if it stores them as floating-point numbers.
         std::optional<Geom::PhysicalSpace::vector> inputStep;
+        /// Whether the grid is all that its file holds, as with LAS files and rasters.
+        bool isSingleFile = false;
     };
 
     /// Makes a plan for every grid that the run will export. To be called before the run.
@@ -33,8 +35,10 @@ public:
                 if (!scope.admits(time) || !scope.admits(name))
                     return;
                 Grid planned{planOf(grid), std::nullopt};
-                if (const auto report = context.inputs.reportOf(name, grid.origin()))
+                if (const auto report = context.inputs.reportOf(name, grid.origin())) {
                     planned.inputStep = report->coordinateStep();
+                    planned.isSingleFile = true;
+                }
                 grids_.try_emplace({time, name}, std::move(planned));
             });
     }

@@ -5,14 +5,28 @@
 #include "anchor/Error.hpp"
 #include "convlib/Reader.hpp"
 #include "library/crs/gridSystem.hpp"
+#include "library/input/MergedReport.hpp"
+#include "library/points/cellsAsPoints.hpp"
+#include "library/points/choosePoints.hpp"
+#include "library/points/mergeGrids.hpp"
+#include "library/report/UsageError.hpp"
+#include "library/report/Wording.hpp"
 #include "readers/registerReaders.hpp"
 
-#include <exception>
+#include <cstddef>
 #include <mutex>
-#include <optional>
 #include <utility>
 
+#include <fmt/format.h>
+
 namespace Tidewatch {
+
+void selectBeforeMerging(InputOptions& inputs, Filters& filters) {
+    if (!inputs.merge)
+        return;
+    inputs.merge->selected.times = std::exchange(filters.times, {});
+    inputs.merge->selected.grids = std::exchange(filters.grids, {});
+}
 
 /// Shared with the readers, which outlive the inputs if somebody keeps an array's creator.
 class Inputs::ExpectedFields {
@@ -34,6 +48,10 @@ private:
 Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress)
     : bundle_(Anchor::makeStrong<Sheaf::Bundle>()),
       expected_(std::make_shared<ExpectedFields>()) {
+    const std::size_t times = options.sliceTimes.size();
+    if (times > 1 && times != options.files.size())
+        throw UsageError(fmt::format("--slice-time has {} for {}; give one, or one for each",
+                                     counted(times, "time"), counted(options.files.size(), "input")));
     const auto wanted =
         options.referenceSystem ? std::optional(wantedSystem(*options.referenceSystem)) : std::nullopt;
     ConvLib::ReadOptions read;
@@ -41,38 +59,83 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
         Anchor::Cache::MemCache().setLimit(*options.memoryLimit);
         read.MaximumArrayBytes = memoryLimit_ = *options.memoryLimit;
     }
-    read.SliceTime = options.sliceTime;
     read.FragmentPoints = options.fragmentPoints;
     read.Tick = Progress::ticker(progress);
     read.IsWanted = [expected = expected_](const std::string& field) { return expected->contains(field); };
     if (options.requiresSandbox)
         requireSandbox(true);
     std::exception_ptr first;
-    for (const std::string& file : options.files) {
+    std::vector<MergeInput> separate; // inputs that are merged may have grids of one name
+    for (std::size_t number = 0; number < options.files.size(); ++number) {
+        const std::string& file = options.files[number];
         if (progress)
             progress->check();
+        if (times != 0)
+            read.SliceTime = options.sliceTimes[times == 1 ? 0 : number];
+        const auto into = options.merge ? Anchor::makeStrong<Sheaf::Bundle>() : bundle_;
         try {
-            reports_.push_back(ConvLib::readFile(*bundle_, file, read));
+            reports_.push_back(ConvLib::readFile(*into, file, read));
         } catch (const Anchor::Error& error) {
             if (failures_.empty())
                 first = std::current_exception();
             failures_.emplace_back(error.what());
             continue;
         }
+        if (options.merge)
+            separate.push_back({file, into});
         if (const auto identity = Anchor::FileIdentity::of(file))
             identities_.push_back(*identity);
     }
-    if (!failures_.empty() && (!options.skipsUnreadable || reports_.empty())) {
-        if (failures_.size() == 1)
-            std::rethrow_exception(first);
-        std::string all;
-        for (const std::string& failure : failures_)
-            all += (all.empty() ? "" : "\n") + failure;
-        throw Anchor::FormatError(all);
+    if (!failures_.empty() && (!options.skipsUnreadable || reports_.empty()))
+        throwFailures(first);
+    const auto finish = [&](Anchor::StrongPtr<Sheaf::Bundle> bundle) {
+        completeSystems(*bundle);
+        if (wanted) {
+            const std::vector<std::string> replaced = setSystem(*bundle, *wanted);
+            notes_.insert(notes_.end(), replaced.begin(), replaced.end());
+        }
+        return prepared(std::move(bundle), options, progress);
+    };
+    if (!options.merge) {
+        bundle_ = finish(std::move(bundle_));
+        return;
     }
-    completeSystems(*bundle_);
-    if (wanted)
-        notes_ = setSystem(*bundle_, *wanted);
+    for (MergeInput& input : separate)
+        input.bundle = finish(std::move(input.bundle));
+    MergedGrids merged = mergeGrids(separate, *options.merge);
+    bundle_ = std::move(merged.bundle);
+    notes_.insert(notes_.end(), merged.notes.begin(), merged.notes.end());
+    reports_ = {
+        Anchor::makeStrong<MergedReport>(options.merge->gridName, merged.origin, std::move(reports_))};
+}
+
+/// Makes of what was read what is asked for.
+Anchor::StrongPtr<Sheaf::Bundle> Inputs::prepared(Anchor::StrongPtr<Sheaf::Bundle> read,
+                                                  const InputOptions& options,
+                                                  const Anchor::StrongPtr<Progress>& progress) {
+    const std::function<void()> mayGoOn =
+        progress ? [progress] { progress->check(); } : std::function<void()>();
+    const auto use = [&](ChosenPoints made) {
+        read = std::move(made.bundle);
+        notes_.insert(notes_.end(), made.notes.begin(), made.notes.end());
+        countings_.push_back(std::move(made.count));
+    };
+    if (options.cellsAsPoints)
+        use(cellsAsPoints(*read, *options.cellsAsPoints, decidingFields_, mayGoOn));
+    if (!options.points.isAll()) {
+        decidingFields_.merge(options.points.fieldsRead());
+        use(choosePoints(*read, options.points, mayGoOn));
+    }
+    return read;
+}
+
+void Inputs::throwFailures(const std::exception_ptr& first) const {
+    if (failures_.size() == 1)
+        std::rethrow_exception(first);
+    std::string all;
+    for (const std::string& failure : failures_)
+        all += (all.empty() ? "" : "\n") + failure;
+    throw Anchor::FormatError(all);
 }
 
 Inputs::Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle)
@@ -80,7 +143,13 @@ Inputs::Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle)
       expected_(std::make_shared<ExpectedFields>()) {}
 
 void Inputs::expectFields(std::set<std::string> fields) const {
+    fields.insert(decidingFields_.begin(), decidingFields_.end());
     expected_->set(std::move(fields));
+}
+
+void Inputs::countChosen() const {
+    for (const auto& count : countings_)
+        count();
 }
 
 Anchor::StrongPtr<ConvLib::InputReport> Inputs::reportOf(const std::string& grid,

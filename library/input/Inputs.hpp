@@ -6,9 +6,14 @@
 #include "convlib/InputReport.hpp"
 #include "convlib/ReadOptions.hpp"
 #include "library/Progress.hpp"
+#include "library/points/CellOptions.hpp"
+#include "library/points/MergeOptions.hpp"
+#include "library/points/PointChoice.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <cstdint>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -21,8 +26,9 @@ namespace Tidewatch {
 /// What to read, and how.
 struct InputOptions {
     std::vector<std::string> files;
-    /// The time of inputs that state none.
-    double sliceTime = ConvLib::ReadOptions().SliceTime;
+    /// The times of inputs that state none: one for all, or one for each in their order; empty stands for the reader's
+    /// default.
+    std::vector<double> sliceTimes = {};
     std::uint64_t fragmentPoints = ConvLib::ReadOptions().FragmentPoints;
     /// The most memory in bytes for arrays: the cache of those that can be read again, each single array, and what an
     /// exporter has in memory together. nullopt leaves the cache as it is and allows the others three quarters of what
@@ -35,15 +41,24 @@ struct InputOptions {
     /// The coordinate reference system of all grids, as `--crs` takes it: codes ("EPSG:25832+5783"), a file of well-known
     /// text, or "none"; nullopt leaves each as it is.
     std::optional<std::string> referenceSystem = {};
+    /// Makes points of the cells of lattices, before anything is chosen.
+    std::optional<CellOptions> cellsAsPoints = {};
+    PointChoice points = {};
+    /// Makes one grid per time of all inputs, at last.
+    std::optional<MergeOptions> merge = {};
 };
+
+/// Hands the times and grids that filters select over to merging, if inputs are merged: what comes of it has another name.
+TIDEWATCH_API void selectBeforeMerging(InputOptions& inputs, Filters& filters);
 
 /// The input files as one bundle. Inputs that share a time share the slice.
 class TIDEWATCH_API Inputs {
 public:
     /// Reads the structure of all files; arrays follow on demand. `progress`, which may be null, is called whenever
     /// arrays are read, as long as they can be requested. Sets the limit of the memory cache. Throws Anchor::Error, once
-    /// all files have been tried, for those that cannot be read, a line each, and for two grids with the same name in one
-    /// slice.
+    /// all files have been tried, for those that cannot be read, a line each; for two grids with the same name in one
+    /// slice that are not merged; and what cellsAsPoints(), choosePoints() and mergeGrids() throw. Throws UsageError for
+    /// a number of slice times that fits neither way.
     explicit Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress = {});
 
     /// Uses a bundle that a host has in memory, and keeps it alive.
@@ -51,7 +66,7 @@ public:
 
     [[nodiscard]] const Anchor::StrongPtr<Sheaf::Bundle>& bundle() const noexcept { return bundle_; }
 
-    /// The reports about the files, in their order.
+    /// The reports about the files, in their order; one about all files that were merged.
     [[nodiscard]] std::span<const Anchor::StrongPtr<ConvLib::InputReport>> reports() const noexcept {
         return reports_;
     }
@@ -71,14 +86,26 @@ public:
     /// The most memory in bytes for data that has to be in memory together.
     [[nodiscard]] std::uint64_t memoryLimit() const noexcept { return memoryLimit_; }
 
-    /// What is to be said of reference systems that were replaced, one text each.
+    /// What is to be said of reference systems that were replaced, of choosing and of merging, one text each.
     [[nodiscard]] const std::vector<std::string>& notes() const noexcept { return notes_; }
+
+    /// Whether grids hold what was chosen of points or cells. Then extents state the most elements that there can be,
+    /// until an array is made or countChosen() is called.
+    [[nodiscard]] bool isChosen() const noexcept { return !countings_.empty(); }
+
+    /// Reads as much as it takes to know how many points are chosen, if that is to be known before arrays are made.
+    void countChosen() const;
 
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
 
 private:
     class ExpectedFields;
+
+    [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle> prepared(Anchor::StrongPtr<Sheaf::Bundle> read,
+                                                            const InputOptions& options,
+                                                            const Anchor::StrongPtr<Progress>& progress);
+    void throwFailures(const std::exception_ptr& first) const;
 
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> reports_;
@@ -87,6 +114,9 @@ private:
     std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;
     std::vector<std::string> failures_;
     std::vector<std::string> notes_;
+    /// What choosing reads.
+    std::set<std::string> decidingFields_;
+    std::vector<std::function<void()>> countings_;
 };
 
 } // namespace Tidewatch

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/las/LasOutput.hpp"
 
-#include <algorithm>
+#include "library/output/endsIn.hpp"
+
 #include <cstddef>
 #include <utility>
 
@@ -12,12 +13,6 @@ namespace {
 constexpr std::string_view exporterStem = "cloud";
 constexpr std::string_view plain = ".las";
 constexpr std::string_view compressed = ".laz";
-
-bool endsIn(std::string_view text, std::string_view extension) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return text.size() >= extension.size() && std::equal(extension.rbegin(), extension.rend(), text.rbegin(),
-                                                         [&](char a, char b) { return a == lower(b); });
-}
 
 std::string_view extensionOf(bool uncompressed) {
     return uncompressed ? plain : compressed;

@@ -199,7 +199,7 @@ public:
     fs::path placeOf(const RunScope& scope, const fs::path& written) const override {
         return output(scope).placeOf(written);
     }
-    std::vector<fs::path> expectedFiles(const Context& context, const RunScope& scope) const override;
+    std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override;
 
     std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const override {
         return std::make_unique<LasRun>(options_, settings_, context, scope);
@@ -215,24 +215,22 @@ private:
     LasSettings settings_;
 };
 
-std::vector<fs::path> LasFormat::expectedFiles(const Context& context, const RunScope& scope) const {
+std::vector<ExpectedFile> LasFormat::expectedFiles(const Context& context, const RunScope& scope) const {
     const LasOutput output = this->output(scope);
-    if (!settings_.tiles)
-        return {output.file()};
     LasSettings settings = settings_;
     settings.outputPath = output.exporterName().string();
     const auto useField = [&](const std::string& field) { return context.selection.UseThisField(field); };
-    std::set<fs::path> files;
+    std::vector<ExpectedFile> files;
     context.selection.forEachGrid(
         *context.inputs.bundle(), [&](double time, const std::string& name, const Sheaf::Grid& grid) {
             if (!scope.admits(time) || !scope.admits(name))
                 return;
             for (const LasPlan::Fragment& fragment : LasPlan::of(grid, settings, useField).fragments) {
                 if (fragment.content != LasPlan::Content::Lattice)
-                    files.insert(output.placeOf(fragment.file));
+                    files.push_back({output.placeOf(fragment.file), time, name});
             }
         });
-    return {files.begin(), files.end()};
+    return files;
 }
 
 } // namespace

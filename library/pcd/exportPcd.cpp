@@ -11,6 +11,8 @@
 #include "pcd/PcdPlan.hpp"
 #include "pcd/PcdPrecision.hpp"
 
+#include <algorithm>
+#include <cstdint>
 #include <set>
 
 #include <fmt/format.h>
@@ -24,22 +26,34 @@ using ExportLib::PcdPlan;
 using Fragment = PcdPlan::Fragment;
 using PlannedPcds = PlannedGrids<PcdPlan>;
 
+PcdPlan planOf(const Sheaf::Grid& grid, const PcdOptions& options, Selection& selection) {
+    return PcdPlan::of(grid, options.refinementLevel,
+                       [&](const std::string& field) { return selection.UseThisField(field); });
+}
+
+PlannedPcds plansOf(const PcdOptions& options, const ExportFormat::Context& context, const RunScope& scope) {
+    return {context, scope,
+            [&](const Sheaf::Grid& grid) { return planOf(grid, options, context.selection); }};
+}
+
 class PcdRun final : public ExportRun {
 public:
     PcdRun(const PcdOptions& options, const ExportFormat::Context& context, const RunScope& scope)
-        : planned_(context, scope,
-                   [&](const Sheaf::Grid& grid) {
-                       return PcdPlan::of(grid, options.refinementLevel, [&](const std::string& field) {
-                           return context.selection.UseThisField(field);
-                       });
-                   }),
+        : planned_(plansOf(options, context, scope)),
           bundle_(context.inputs.bundle()),
           recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.RefLevel = options.refinementLevel;
         exporter_.Precision = options.precision;
-        exporter_.CellSize = options.cellSize;
+        exporter_.CellSize = options.cellSize.value_or(exporter_.CellSize);
+        statesCellSize_ = options.cellSize.has_value();
         exporter_.ExactCounts = options.exactCounts;
+        exporter_.Thinning = options.thinning;
+        if (context.inputs.isChosen() && mostMemory() > context.inputs.memoryLimit()) {
+            context.progress->say("counting the chosen points");
+            context.inputs.countChosen();
+            planned_ = plansOf(options, context, scope);
+        }
         checkMemory(context);
         context.progress->begin("writing", planned_.elements(), "values");
     }
@@ -49,9 +63,10 @@ public:
     std::set<std::string> fieldsRead() const override { return planned_.fieldsRead(); }
 
     std::string moreSettings() const override {
-        return fmt::format("\nRefLevel: {} \nPrecision: {} \nCellSize: {} {}", exporter_.RefLevel,
+        return fmt::format("\nRefLevel: {} \nPrecision: {} \nCellSize: {} {}{}", exporter_.RefLevel,
                            exporter_.Precision, shortestText(exporter_.CellSize),
-                           exporter_.ExactCounts ? "\nExactCounts " : "");
+                           exporter_.ExactCounts ? "\nExactCounts " : "",
+                           exporter_.Thinning ? "" : "\nThinning: 0 ");
     }
 
     std::string whySkipped(const ExportedGrid& exported) const override {
@@ -63,6 +78,7 @@ public:
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
+    [[nodiscard]] std::uint64_t mostMemory() const;
     void checkMemory(const ExportFormat::Context& context) const;
     void findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
     void findIntensityLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
@@ -74,7 +90,15 @@ private:
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     Anchor::StrongPtr<RunRecorder> recorder_;
     ExportLib::ExportPointCloudToPCD exporter_;
+    bool statesCellSize_ = false;
 };
+
+std::uint64_t PcdRun::mostMemory() const {
+    std::uint64_t most = 0;
+    planned_.forEach(
+        [&](double, const std::string&, const PcdPlan& plan) { most = std::max(most, plan.memory()); });
+    return most;
+}
 
 /// Says what the largest grid needs, and refuses it before the work where that is more than allowed.
 void PcdRun::checkMemory(const ExportFormat::Context& context) const {
@@ -128,7 +152,12 @@ void PcdRun::findIntensityLoss(const ExportedGrid& exported, const PcdPlan& plan
         losses.add("intensity",
                    fmt::format("{}: Intensity is left out; there are {} for {}", where,
                                counted(dropped.count, "value"), counted(exported.survey.points(), "point")));
-    else if (exported.changed("rgb", ValueChange::Rounded).count != 0)
+    else if (exported.changed("Intensity", ValueChange::NotFinite).count != 0)
+        losses.add("intensity",
+                   fmt::format("{}: intensities are all the same, which PCD's scale from 0 to 1 turns "
+                               "into \"-nan\"; --field Positions leaves them out",
+                               where));
+    if (exported.changed("rgb", ValueChange::Rounded).count != 0)
         losses.add("color", fmt::format("{}: packed colours are rounded; --precision {} keeps them", where,
                                         ExportLib::pcdColorDigits));
 }
@@ -151,6 +180,13 @@ void PcdRun::findRounding(const ExportedGrid& exported,
 
 void PcdRun::findCountLoss(const ExportedGrid& exported, Losses& losses) const {
     const auto thinned = exported.changed("Positions", ValueChange::Thinned);
+    if (!statesCellSize_ && thinned.count != 0)
+        losses.add(
+            "thinning",
+            fmt::format("{}: {} of {} are kept, one per cell of {}; --cell-size takes other cells, and "
+                        "--no-thinning keeps all",
+                        gridAtTime(exported.name, exported.time), grouped(thinned.total - thinned.count),
+                        counted(thinned.total, "point"), shortestText(exporter_.CellSize)));
     if (!exporter_.ExactCounts && thinned.count != 0)
         losses.add("count",
                    fmt::format("{}: the header states {} (before thinning to cells of {}), and {} follow; "
@@ -168,6 +204,17 @@ public:
     std::string_view extension() const override { return ".pcd"; }
     std::string_view unit() const override { return "points"; }
 
+    std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override {
+        std::vector<ExpectedFile> files;
+        context.selection.forEachGrid(*context.inputs.bundle(),
+                                      [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+                                          if (scope.admits(time) && scope.admits(name) &&
+                                              planOf(grid, options_, context.selection).obstacle.empty())
+                                              files.push_back({scope.output, time, name});
+                                      });
+        return files;
+    }
+
     std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const override {
         return std::make_unique<PcdRun>(options_, context, scope);
     }
@@ -182,8 +229,8 @@ PcdOptions::PcdOptions() {
     const ExportLib::ExportPointCloudToPCD defaults;
     refinementLevel = defaults.RefLevel;
     precision = defaults.Precision;
-    cellSize = defaults.CellSize;
     exactCounts = defaults.ExactCounts;
+    thinning = defaults.Thinning;
 }
 
 std::unique_ptr<const ExportFormat> pcdFormat(const PcdOptions& options) {

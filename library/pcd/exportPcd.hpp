@@ -4,6 +4,7 @@
 #include "library/export/Export.hpp"
 
 #include <memory>
+#include <optional>
 
 namespace Tidewatch {
 
@@ -13,8 +14,10 @@ struct TIDEWATCH_API PcdOptions : ExportOptions {
 
     int refinementLevel;
     int precision;
-    double cellSize;
+    /// Nothing stands for the exporter's default; then points that are thinned out are a loss.
+    std::optional<double> cellSize = {};
     bool exactCounts;
+    bool thinning;
 };
 
 /// The format for an Export.

@@ -4,13 +4,16 @@
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
-#include <cstddef>
-#include <iterator>
 #include <utility>
 
 #include <fmt/format.h>
 
 namespace Tidewatch {
+
+bool LossPolicy::refuses(const std::vector<Loss>& losses) const {
+    return strict && std::any_of(losses.begin(), losses.end(),
+                                 [&](const Loss& loss) { return !accepted.contains(loss.kind); });
+}
 
 void Losses::add(std::string_view kind, std::string message) {
     others_.push_back({{std::string(kind), std::move(message)}, {}});
@@ -43,12 +46,7 @@ std::vector<Loss> Losses::list(std::string_view format) const {
             {"fields", fmt::format("{} does not carry the field{} {}", format, fields_.size() == 1 ? "" : "s",
                                    joined({fields_.begin(), fields_.end()}))});
     for (const auto& [loss, where] : others_) {
-        constexpr std::size_t most = 3;
-        std::string subject =
-            joined({where.begin(), where.begin() + std::min<std::ptrdiff_t>(std::ssize(where), most)});
-        if (where.size() > most)
-            subject += fmt::format(" and {} more", grouped(where.size() - most));
-        all.push_back({loss.kind, where.empty() ? loss.message : subject + ": " + loss.message});
+        all.push_back({loss.kind, where.empty() ? loss.message : listed(where) + ": " + loss.message});
     }
     return all;
 }

@@ -3,6 +3,8 @@
 
 #include "convlib/InputReport.hpp"
 
+#include <array>
+#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -16,6 +18,23 @@ struct Loss {
     std::string kind;
     /// A text for the user.
     std::string message;
+};
+
+/// All kinds, as docs/program.md lists them.
+inline constexpr std::array<std::string_view, 17> lossKinds{
+    "fields",   "properties", "overwritten", "joined",    "empty", "skipped",
+    "thinning", "rounding",   "characters",  "intensity", "color", "range",
+    "units",    "shift",      "count",       "no-data",   "filter"};
+
+/// What is to be done about losses.
+struct TIDEWATCH_API LossPolicy {
+    /// Whether a loss keeps files from being put in place.
+    bool strict = false;
+    /// Kinds that are fine.
+    std::set<std::string, std::less<>> accepted = {};
+
+    /// Whether a list has a loss that keeps files from being put in place.
+    [[nodiscard]] bool refuses(const std::vector<Loss>& losses) const;
 };
 
 /// Collects losses; all dropped fields become one entry, however many grids they belong to.

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstddef>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -54,6 +55,14 @@ std::string gridAtTime(std::string_view grid, double time) {
 
 std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
     return fmt::format("{}", fmt::join(texts, separator));
+}
+
+std::string listed(const std::vector<std::string>& texts) {
+    constexpr std::size_t most = 3;
+    if (texts.size() <= most)
+        return joined(texts);
+    return fmt::format("{} and {} more", fmt::join(texts.begin(), texts.begin() + most, ", "),
+                       grouped(texts.size() - most));
 }
 
 std::string systemMessage(int errorNumber) {

@@ -33,6 +33,9 @@ namespace Tidewatch {
 [[nodiscard]] TIDEWATCH_API std::string joined(const std::vector<std::string>& texts,
                                                std::string_view separator = ", ");
 
+/// The first three, and how many there are besides: "a, b, c and 57 more".
+[[nodiscard]] TIDEWATCH_API std::string listed(const std::vector<std::string>& texts);
+
 /// The system's text for an error number.
 [[nodiscard]] TIDEWATCH_API std::string systemMessage(int errorNumber);
 

@@ -63,7 +63,7 @@ public:
     [[nodiscard]] std::vector<std::string> losses() const {
         Losses losses;
         for (const ExportedGrid& visit : recorder_->grids())
-            addAsciiLosses(visit, *planned_.find(visit), settings_, exporter_.writtenFiles(), losses);
+            addAsciiLosses(visit, *planned_.find(visit), settings_, false, exporter_.writtenFiles(), losses);
         std::vector<std::string> texts;
         for (const Loss& loss : losses.list("ASCII"))
             texts.push_back(loss.kind + ": " + loss.message);

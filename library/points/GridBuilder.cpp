@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/points/GridBuilder.hpp"
+
+#include "library/report/Wording.hpp"
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+void GridBuilder::build(const Takes& takes, const Fill& fill) const {
+    to_.setStatement(from_.statement());
+    for (const std::string& name : from_.chartNames()) {
+        if (const auto chart = from_.findChart(name))
+            to_.declareCartesianChart(name)->setReferenceSystem(chart->referenceSystem());
+    }
+    from_.skeletons().forEach([&](const Sheaf::Skeleton& skeleton) {
+        if (takes(skeleton))
+            to_.skeletons().make(skeleton.key(), skeleton.exclusionMark());
+        return true;
+    });
+    // Once all skeletons are there: one may be the space of another's representation.
+    from_.skeletons().forEach([&](const Sheaf::Skeleton& skeleton) {
+        const auto copy = to_.skeletons().find(skeleton.key());
+        if (!copy)
+            return true;
+        skeleton.representations().forEach(
+            [&](const Sheaf::BaseSpace& base, const Sheaf::Representation& from) {
+                if (const auto place = space(base))
+                    fill(skeleton, from, *copy->representations().make(place));
+                return true;
+            });
+        return true;
+    });
+}
+
+Anchor::StrongPtr<Sheaf::BaseSpace> GridBuilder::space(const Sheaf::BaseSpace& from) const {
+    if (const auto* const chart = dynamic_cast<const Sheaf::CartesianChart*>(&from))
+        return to_.declareCartesianChart(chart->name());
+    if (const auto* const skeleton = dynamic_cast<const Sheaf::Skeleton*>(&from))
+        return to_.skeletons().find(skeleton->key());
+    return nullptr;
+}
+
+Anchor::StrongPtr<Sheaf::FragmentID>
+GridBuilder::fragment(const Anchor::StrongPtr<Sheaf::FragmentID>& from) const {
+    if (!from)
+        return nullptr;
+    auto fragment = to_.makeFragment(from->name());
+    fragment->overlapLow = from->overlapLow;
+    fragment->overlapHigh = from->overlapHigh;
+    return fragment;
+}
+
+Anchor::StrongPtr<Sheaf::Field> GridBuilder::addField(Sheaf::Representation& to, const std::string& name,
+                                                      const Sheaf::Field& from) {
+    auto field = to.makeField(name, from.getElementType());
+    if (from.encoding())
+        field->setEncoding(*from.encoding());
+    return field;
+}
+
+Anchor::StrongPtr<Sheaf::Bundle>
+rebuilt(const Sheaf::Bundle& from,
+        const std::function<void(double, const Sheaf::Grid&, Sheaf::Grid&)>& build) {
+    auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    for (const auto& [time, weakSlice] : from.slices()) {
+        const auto slice = weakSlice.lock();
+        if (!slice)
+            continue;
+        const auto copy = bundle->makeSlice(time);
+        for (const auto& [name, weakGrid] : slice->grids()) {
+            if (const auto grid = weakGrid.lock())
+                build(time, *grid, *copy->makeGrid(name, grid->origin()));
+        }
+    }
+    return bundle;
+}
+
+std::string originAndGrid(const Sheaf::Grid& grid, double time) {
+    const std::string text = gridAtTime(grid.name(), time);
+    return grid.origin().empty() ? text : fmt::format("{}: {}", grid.origin(), text);
+}
+
+std::optional<std::string> nameOf(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) {
+    return fragment ? std::optional(fragment->name()) : std::nullopt;
+}
+
+} // namespace Tidewatch

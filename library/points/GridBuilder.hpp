@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "sheaf/Bundle.hpp"
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace Tidewatch {
+
+/// Gives a new grid what another one is besides its data: statement, charts with their systems, and for each skeleton
+/// for which `takes` is true, the representations. `fill` adds the fields of one representation to its copy.
+class GridBuilder {
+public:
+    using Takes = std::function<bool(const Sheaf::Skeleton& skeleton)>;
+    using Fill = std::function<void(const Sheaf::Skeleton& skeleton, const Sheaf::Representation& from,
+                                    Sheaf::Representation& to)>;
+
+    GridBuilder(const Sheaf::Grid& from, Sheaf::Grid& to) : from_(from), to_(to) {}
+
+    void build(const Takes& takes, const Fill& fill) const;
+
+    /// The grid's identifier for a fragment of the other one, with its overlaps; null for null.
+    [[nodiscard]] Anchor::StrongPtr<Sheaf::FragmentID>
+    fragment(const Anchor::StrongPtr<Sheaf::FragmentID>& from) const;
+
+    /// Adds a field without data, with the name, type and encoding of another.
+    static Anchor::StrongPtr<Sheaf::Field> addField(Sheaf::Representation& to, const std::string& name,
+                                                    const Sheaf::Field& from);
+
+private:
+    [[nodiscard]] Anchor::StrongPtr<Sheaf::BaseSpace> space(const Sheaf::BaseSpace& from) const;
+
+    const Sheaf::Grid& from_;
+    Sheaf::Grid& to_;
+};
+
+/// A bundle with the slices and grids of another one, each grid made by `build`.
+[[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle>
+rebuilt(const Sheaf::Bundle& from,
+        const std::function<void(double time, const Sheaf::Grid& from, Sheaf::Grid& to)>& build);
+
+/// How errors name a grid: "survey.laz: grid "survey" at time 0".
+[[nodiscard]] std::string originAndGrid(const Sheaf::Grid& grid, double time);
+
+/// The name of a fragment; nothing for null.
+[[nodiscard]] std::optional<std::string> nameOf(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment);
+
+} // namespace Tidewatch

@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/points/choosePoints.hpp"
+
+#include "anchor/Error.hpp"
+#include "library/points/ChosenCreator.hpp"
+#include "library/points/GridBuilder.hpp"
+#include "library/points/WindowCreator.hpp"
+#include "library/points/pointTests.hpp"
+#include "library/report/Wording.hpp"
+#include "sheaf/HeldCreator.hpp"
+#include "sheaf/UniformCartesianArray.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <ranges>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace Tidewatch {
+
+namespace {
+
+using Lattice = Sheaf::UniformCartesianArray;
+using MayGoOn = std::function<void()>;
+using Masks = std::vector<Anchor::StrongPtr<const FragmentMask>>;
+
+/// The first place along an axis of a lattice whose coordinate is not below a bound. Coordinates ascend with places.
+std::uint64_t firstPlaceFrom(double bound, double origin, double spacing, std::uint64_t places) {
+    const auto all = std::views::iota(std::uint64_t{0}, places);
+    const auto found = std::ranges::partition_point(
+        all, [&](std::uint64_t place) { return origin + static_cast<double>(place) * spacing < bound; });
+    return static_cast<std::uint64_t>(found - all.begin());
+}
+
+/// Heights are a matter of the rows and columns' values, not of the lattice's own place.
+LatticeWindow windowOf(const Lattice& lattice, const PointBox& box) {
+    LatticeWindow window{{0, 0, 0}, {0, 0, lattice.extents()[2]}};
+    const auto along = [&](std::size_t axis, double lower, double upper, double origin, double spacing) {
+        const std::uint64_t places = lattice.extents()[axis];
+        window.first[axis] = firstPlaceFrom(lower, origin, spacing, places);
+        const std::uint64_t end = firstPlaceFrom(upper, origin, spacing, places);
+        window.count[axis] = end > window.first[axis] ? end - window.first[axis] : 0;
+    };
+    along(0, box.lower.x, box.upper.x, lattice.origin().x, lattice.spacing().x);
+    along(1, box.lower.y, box.upper.y, lattice.origin().y, lattice.spacing().y);
+    return window;
+}
+
+Anchor::StrongPtr<Lattice> partOf(const Lattice& lattice, const LatticeWindow& window) {
+    const auto at = [](std::uint64_t place, double origin, double spacing) {
+        return origin + static_cast<double>(place) * spacing;
+    };
+    const auto& origin = lattice.origin();
+    const auto& spacing = lattice.spacing();
+    return Anchor::makeStrong<Lattice>(
+        Geom::PhysicalSpace::point{at(window.first[0], origin.x, spacing.x),
+                                   at(window.first[1], origin.y, spacing.y), origin.z},
+        spacing, Sheaf::MultiIndex<3>{window.count[0], window.count[1], window.count[2]});
+}
+
+/// What becomes of one fragment.
+struct Part {
+    /// Of points.
+    std::shared_ptr<ChosenCreator::Family> points;
+    /// Of a lattice.
+    std::optional<LatticeWindow> window;
+    Anchor::StrongPtr<Lattice> lattice;
+    /// Of the whole.
+    std::uint64_t elements = 0;
+};
+
+class Chooser {
+public:
+    Chooser(const PointChoice& choice, const MayGoOn& mayGoOn, double time, const Sheaf::Grid& from,
+            Sheaf::Grid& to, std::vector<std::string>& notes, Masks& masks)
+        : choice_(choice),
+          mayGoOn_(mayGoOn),
+          from_(from),
+          builder_(from, to),
+          notes_(notes),
+          masks_(masks),
+          where_(originAndGrid(from, time)) {}
+
+    void run();
+
+private:
+    /// By fragment name; nothing stands for data without a fragment.
+    using Parts = std::map<std::optional<std::string>, Part>;
+
+    [[nodiscard]] Anchor::StrongPtr<Sheaf::Representation>
+    decidingRepresentation(const Sheaf::Skeleton& skeleton) const;
+    [[nodiscard]] Parts partsOf(const Sheaf::Representation& deciding);
+    [[nodiscard]] Part partOfLattice(const Lattice& lattice) const;
+    [[nodiscard]] Part partOfPoints(const Sheaf::Representation& deciding,
+                                    const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
+                                    const Sheaf::Field::Creator& positions);
+    void fill(const Parts& parts, const Sheaf::Representation& from, Sheaf::Representation& to) const;
+    [[nodiscard]] Sheaf::Field::Creator dataOf(const Part& part, const Sheaf::Field::Creator& whole,
+                                               const std::string& field) const;
+    void note(const std::string& text) const { notes_.push_back(where_ + ": " + text); }
+
+    const PointChoice& choice_;
+    const MayGoOn& mayGoOn_;
+    const Sheaf::Grid& from_;
+    GridBuilder builder_;
+    std::vector<std::string>& notes_;
+    Masks& masks_;
+    std::string where_;
+    std::map<Sheaf::Skeleton::Key, Parts> parts_;
+};
+
+void Chooser::run() {
+    bool hasOthers = false;
+    const auto takes = [&](const Sheaf::Skeleton& skeleton) {
+        const auto deciding = decidingRepresentation(skeleton);
+        if (deciding)
+            parts_[skeleton.key()] = partsOf(*deciding);
+        hasOthers = hasOthers || !deciding;
+        return static_cast<bool>(deciding);
+    };
+    builder_.build(takes, [&](const Sheaf::Skeleton& skeleton, const Sheaf::Representation& from,
+                              Sheaf::Representation& to) { fill(parts_.at(skeleton.key()), from, to); });
+    if (hasOthers)
+        note("skeletons that are not vertices with positions are left out, since points are chosen");
+}
+
+/// Of vertices, that in the default chart if it has positions.
+Anchor::StrongPtr<Sheaf::Representation>
+Chooser::decidingRepresentation(const Sheaf::Skeleton& skeleton) const {
+    if (skeleton.dimension() != 0)
+        return nullptr;
+    auto deciding = skeleton.representations()(from_.findCartesianChart({}));
+    return deciding && deciding->Positions() ? deciding : nullptr;
+}
+
+Chooser::Parts Chooser::partsOf(const Sheaf::Representation& deciding) {
+    Parts parts;
+    bool hasCells = false;
+    bool keepsCells = false;
+    deciding.Positions()->forEachFragment([&](const auto& fragment, const auto& positions) {
+        const auto lattice = Anchor::dynamicCast<Lattice>(positions->available());
+        Part part = lattice ? partOfLattice(*lattice) : partOfPoints(deciding, fragment, positions);
+        hasCells = hasCells || lattice;
+        keepsCells = keepsCells || part.lattice;
+        parts.emplace(nameOf(fragment), std::move(part));
+        return true;
+    });
+    if (hasCells && !keepsCells)
+        note("no cell centre is inside the box");
+    return parts;
+}
+
+Part Chooser::partOfLattice(const Lattice& lattice) const {
+    if (!choice_.classes.empty() || choice_.returns)
+        throw Anchor::ModelError(where_ + ": classes and returns are chosen from points, and this is a lattice; "
+                                          "--cells-as-points makes points of its cells");
+    Part part;
+    part.elements = lattice.extents().elementCount().value_or(0);
+    part.window = windowOf(lattice, *choice_.box);
+    if (part.window->places() != 0)
+        part.lattice = Tidewatch::partOf(lattice, *part.window);
+    return part;
+}
+
+Part Chooser::partOfPoints(const Sheaf::Representation& deciding,
+                           const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
+                           const Sheaf::Field::Creator& positions) {
+    Part part;
+    part.elements = statedElements(*positions);
+    const auto mask = Anchor::makeStrong<FragmentMask>(
+        part.elements, pointTests(choice_, deciding, fragment, where_, mayGoOn_));
+    masks_.emplace_back(mask);
+    part.points = std::make_shared<ChosenCreator::Family>(mask, where_);
+    return part;
+}
+
+void Chooser::fill(const Parts& parts, const Sheaf::Representation& from, Sheaf::Representation& to) const {
+    from.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
+        const auto copy = GridBuilder::addField(to, id.name(), field);
+        field.forEachFragment([&](const auto& fragment, const auto& data) {
+            const auto part = parts.find(nameOf(fragment));
+            if (part == parts.end())
+                note(fmt::format("a part of {} is left out: it belongs to no positions", id.name()));
+            else if (auto chosen = dataOf(part->second, data, id.name()))
+                copy->addFragment(builder_.fragment(fragment), std::move(chosen));
+            return true;
+        });
+        return true;
+    });
+}
+
+/// Null where nothing is left of a lattice.
+Sheaf::Field::Creator Chooser::dataOf(const Part& part, const Sheaf::Field::Creator& whole,
+                                      const std::string& field) const {
+    if (part.window && !part.lattice)
+        return nullptr;
+    if (part.window && Anchor::dynamicCast<Lattice>(whole->available()))
+        return Anchor::makeStrong<Sheaf::HeldCreator>(part.lattice);
+    if (statedElements(*whole) != part.elements)
+        throw Anchor::ModelError(fmt::format("{}: {} has {} for {}", where_, field,
+                                             counted(statedElements(*whole), "value"),
+                                             counted(part.elements, part.window ? "cell" : "point")));
+    if (part.window) {
+        if (const std::size_t rank = whole->extents()->rank(); rank < 2 || rank > 3)
+            throw Anchor::ModelError(
+                fmt::format("{}: {} has {} instead of 2 or 3 axes, as a lattice has", where_, field, rank));
+        return Anchor::makeStrong<WindowCreator>(whole, *part.window, where_ + ": " + field);
+    }
+    return ChosenCreator::make(part.points, whole);
+}
+
+} // namespace
+
+ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice, const MayGoOn& mayGoOn) {
+    ChosenPoints result;
+    Masks all;
+    result.bundle = rebuilt(from, [&](double time, const Sheaf::Grid& grid, Sheaf::Grid& copy) {
+        Chooser chooser(choice, mayGoOn, time, grid, copy, result.notes, all);
+        chooser.run();
+    });
+    result.count = [all = std::move(all)] {
+        for (const auto& mask : all)
+            static_cast<void>(mask->chosen());
+    };
+    return result;
+}
+
+} // namespace Tidewatch
