@@ -17,7 +17,6 @@ int BundleRequest::run() const {
     Losses losses;
     for (const auto& input : read.reports())
         losses.addProperties(*input);
-    BundleExport::addLosses(*read.bundle(), losses);
     done.losses = losses.list("the bundle");
     if (!out.acceptLosses(done.losses, strict))
         return 1;
