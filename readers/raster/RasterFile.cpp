@@ -16,6 +16,8 @@
 #include <filesystem>
 #include <gdal_priv.h>
 #include <iterator>
+#include <memory>
+#include <ogr_srs_api.h>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -179,7 +181,10 @@ Description RasterFile::describe() const {
     if (GDALGetGeoTransform(dataset_.get(), numbers.data()) == CE_None)
         transform = numbers;
     description.placing = Placing::make(transform, description.width, description.height, path_);
+    description.referenceSystem = referenceSystem();
     description.notCarried = notCarried();
+    if (description.referenceSystem.empty() && GDALGetSpatialRef(dataset_.get()) != nullptr)
+        description.notCarried.insert(description.notCarried.begin(), "coordinate reference system");
     return description;
 }
 
@@ -256,6 +261,21 @@ std::optional<unsigned char> RasterFile::negativeByte(std::size_t number) const 
     return static_cast<unsigned char>(static_cast<int>(noData) + 256);
 }
 
+std::string RasterFile::referenceSystem() const {
+    const OGRSpatialReferenceH system = GDALGetSpatialRef(dataset_.get());
+    if (system == nullptr)
+        return {};
+    // The text that says all systems; that of a real one has some kilobytes.
+    constexpr std::size_t longest = std::size_t{1} << 20;
+    const char* const options[]{"FORMAT=WKT2_2019", "MULTILINE=NO", nullptr};
+    char* text = nullptr;
+    const OGRErr error = OSRExportToWktEx(system, &text, options);
+    const std::unique_ptr<char, decltype(&VSIFree)> owner(text, &VSIFree);
+    if (error != OGRERR_NONE || text == nullptr || std::string_view(text).size() > longest)
+        return {};
+    return text;
+}
+
 std::vector<std::string> RasterFile::notCarried() const {
     bool hasColorTable = false;
     bool hasScale = false;
@@ -278,7 +298,6 @@ std::vector<std::string> RasterFile::notCarried() const {
         if (there)
             list.emplace_back(what);
     };
-    add(GDALGetSpatialRef(dataset_.get()) != nullptr, "coordinate reference system");
     add(GDALGetGCPCount(dataset_.get()) > 0, "ground control points");
     add(hasMetadata("RPC"), "rational polynomial coefficients");
     add(hasMetadata("SUBDATASETS"), "further images");
