@@ -10,9 +10,8 @@
 namespace Tidewatch {
 
 std::string faultOf(const Sheaf::FileStatement& statement) {
-    if (statement.step && !std::all_of(statement.step->begin(), statement.step->end(), [](double step) {
-            return std::isfinite(step) && step > 0;
-        }))
+    if (statement.step && !std::all_of(statement.step->begin(), statement.step->end(),
+                                       [](double step) { return std::isfinite(step) && step > 0; }))
         return "has a step of coordinates that is not a finite number above 0";
     if (statement.offset && !std::all_of(statement.offset->begin(), statement.offset->end(),
                                          [](double offset) { return std::isfinite(offset); }))
@@ -34,12 +33,12 @@ std::string faultOf(const Sheaf::FieldEncoding& encoding) {
 
 std::uint64_t propertyBytes(const Sheaf::FileStatement& statement) {
     constexpr std::uint64_t ownBytes = 64;
-    return std::accumulate(
-        statement.records.begin(), statement.records.end(),
-        ownBytes + (statement.systemIdentifier ? statement.systemIdentifier->size() : 0),
-        [](std::uint64_t sum, const Sheaf::FileRecord& record) {
-            return sum + ownBytes + record.userId.size() + record.description.size() + record.bytes.size();
-        });
+    return std::accumulate(statement.records.begin(), statement.records.end(),
+                           ownBytes + (statement.systemIdentifier ? statement.systemIdentifier->size() : 0),
+                           [](std::uint64_t sum, const Sheaf::FileRecord& record) {
+                               return sum + ownBytes + record.userId.size() + record.description.size() +
+                                      record.bytes.size();
+                           });
 }
 
 } // namespace Tidewatch

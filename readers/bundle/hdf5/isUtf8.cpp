@@ -9,7 +9,11 @@ bool isUtf8(std::string_view text) noexcept {
     const auto byte = [&](std::size_t place) -> unsigned { return static_cast<unsigned char>(text[place]); };
     for (std::size_t place = 0; place < text.size();) {
         const unsigned first = byte(place);
-        const std::size_t size = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+        const std::size_t size = first < 0x80   ? 1
+                                 : first < 0xC2 ? 0
+                                 : first < 0xE0 ? 2
+                                 : first < 0xF0 ? 3
+                                                : 4;
         if (size == 0 || first > 0xF4 || text.size() - place < size)
             return false;
         for (std::size_t i = 1; i < size; ++i) {

@@ -6,6 +6,7 @@
 #include "library/input/Inputs.hpp"
 #include "library/las/exportLas.hpp"
 #include "readers/registerReaders.hpp"
+#include "support/GeoKeyBuilder.hpp"
 #include "support/LasFileBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/WrittenLas.hpp"
@@ -35,7 +36,7 @@ Inputs inputsOf(const std::vector<std::string>& files) {
 
 /// Points of a format with all that files may state: descriptions of extra bytes, records, a system of a kind, and
 /// numbers in the header that nobody else has. Texts are Latin-1.
-std::string varied(unsigned format, bool hasKeys, std::uint16_t sourceId = 47) {
+std::string varied(unsigned format, bool hasKeys, std::uint16_t sourceId = 47, bool hasOwnKeys = false) {
     LasFileBuilder file;
     file.minor = format >= 6 ? 4 : 2;
     file.format = format;
@@ -43,7 +44,8 @@ std::string varied(unsigned format, bool hasKeys, std::uint16_t sourceId = 47) {
     file.scale = {0.01, 0.001, 0.25};
     file.offset = {-7, 1e5, 0};
     file.extraByteCount = 2 + 8 + 4 + 1 + 6;
-    std::string scaled = LasFileBuilder::attribute(4, "H\xf6he, in a name of 32 bytes. ****", 8 | 16 | 1, 0.01, 5);
+    std::string scaled =
+        LasFileBuilder::attribute(4, "H\xf6he, in a name of 32 bytes. ****", 8 | 16 | 1, 0.01, 5);
     Support::patch(scaled, 40, std::int64_t{-32768});
     scaled.replace(160, 3, "[m]");
     file.describe(scaled + LasFileBuilder::attribute(7, "a/b") + LasFileBuilder::attribute(9, "Reflectance") +
@@ -51,7 +53,10 @@ std::string varied(unsigned format, bool hasKeys, std::uint16_t sourceId = 47) {
                   LasFileBuilder::attribute(23, "Triple with a name of 32 bytes.."));
     file.vlrs.push_back({"Somebody", 1, "first"});
     file.vlrs.push_back({"Vermesser \xfc", 1, ""});
-    if (hasKeys) {
+    if (hasOwnKeys) {
+        for (const Sheaf::FileRecord& record : Support::GeoKeyBuilder::ownProjection().records())
+            file.vlrs.push_back({record.userId, record.recordId, {record.bytes.begin(), record.bytes.end()}});
+    } else if (hasKeys) {
         const auto keys = GeoKeys::write(ReferenceSystem::fromCode("EPSG:25832+5783"));
         file.vlrs.push_back({keys->userId, keys->recordId, {keys->bytes.begin(), keys->bytes.end()}});
     } else if (format >= 6) {
@@ -69,7 +74,8 @@ std::string varied(unsigned format, bool hasKeys, std::uint16_t sourceId = 47) {
 }
 
 struct Trip {
-    std::string file; ///< a public sample, or "formatN" and "formatNkeys": points of that format
+    std::string
+        file; ///< a public sample, or "formatN", "formatNkeys", "formatNOwnKeys": points of that format
     int version;
 
     // Else names of tests would show addresses.
@@ -117,7 +123,7 @@ TEST_P(BundleTrip, GivesTheSameBytesAsTheFileItself) {
     const std::string& file = GetParam().file;
     if (file.starts_with("format")) {
         Support::writeBytes(source, varied(static_cast<unsigned>(std::stoul(file.substr(6))),
-                                           file.ends_with("keys")));
+                                           file.ends_with("keys"), 47, file.ends_with("OwnKeys")));
     } else {
         TIDEWATCH_NEED_SHARED(sample, file);
         source = sample;
@@ -137,8 +143,9 @@ TEST_P(BundleTrip, GivesTheSameBytesAsTheFileItself) {
 
 std::vector<Trip> trips() {
     std::vector<Trip> list;
-    for (const char* const file : {"format0", "format1keys", "format3", "format7", "format8keys", "1.2-with-color.las",
-                                   "epsg_4326.las", "extrabytes.las", "test1_4.las", "autzen_trim.laz"}) {
+    for (const char* const file :
+         {"format0", "format1keys", "format3", "format7", "format8keys", "format0OwnKeys",
+          "1.2-with-color.las", "epsg_4326.las", "extrabytes.las", "test1_4.las", "autzen_trim.laz"}) {
         for (const int version : {2, 4})
             list.push_back({file, version});
     }
@@ -152,7 +159,8 @@ INSTANTIATE_TEST_SUITE_P(, BundleTrip, ::testing::ValuesIn(trips()), [](const au
 class BundleOfSeveral : public BundleTrip {};
 
 TEST_P(BundleOfSeveral, KeepsWhatEachFileStates) {
-    const std::vector<std::string> files{folder_ / "first.las", folder_ / "second.las", folder_ / "third.las"};
+    const std::vector<std::string> files{folder_ / "first.las", folder_ / "second.las",
+                                         folder_ / "third.las"};
     Support::writeBytes(files[0], varied(1, true, 1));
     Support::writeBytes(files[1], varied(6, false, 2));
     Support::writeBytes(files[2], varied(3, false, 3));
