@@ -102,8 +102,8 @@ Apart::Descriptor inMemory(const std::vector<std::uint8_t>& bytes) {
     Apart::Descriptor memory(::memfd_create("tidewatch", MFD_CLOEXEC));
     require(static_cast<bool>(memory));
     for (std::size_t done = 0; done < bytes.size();) {
-        const ssize_t put = ::pwrite(memory.get(), bytes.data() + done, bytes.size() - done,
-                                     static_cast<off_t>(done));
+        const ssize_t put =
+            ::pwrite(memory.get(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
         require(put > 0 || (put < 0 && errno == EINTR));
         done += put > 0 ? static_cast<std::size_t>(put) : 0;
     }

@@ -116,7 +116,7 @@ inline std::string bundleText(const Sheaf::Bundle& bundle) {
                 continue;
             out << " grid " << name << '\n';
             for (const std::string& chart : grid->chartNames())
-                out << "  chart " << chart << grid->findChart(chart)->referenceSystem() << '\n';
+                out << "  chart " << chart << ' ' << grid->findChart(chart)->referenceSystem() << '\n';
             writeStatement(out, grid->statement());
             for (const auto& [key, fragment] : grid->fragments()) {
                 out << "  fragment " << key;
