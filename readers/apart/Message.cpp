@@ -279,7 +279,7 @@ std::optional<Sheaf::FieldEncoding> MessageReader::encoding() {
     std::array<std::uint8_t, Formats::Las::ExtraBytes::entrySize> entry{};
     std::copy(bytes.begin(), bytes.end(), entry.begin());
     if (!Formats::Las::isScalarEntry(entry))
-        throw Anchor::FormatError("has an encoding of no number");
+        throw Anchor::FormatError("has an encoding that does not describe a number");
     return Formats::Las::decodeExtraBytesEntry<Sheaf::FieldEncoding>(entry);
 }
 

@@ -96,7 +96,7 @@ std::vector<std::uint8_t> tiffOf(const GeoKeyBytes& keys) {
 Apart::Descriptor inMemory(const std::vector<std::uint8_t>& bytes) {
     const auto require = [](bool succeeded) {
         if (!succeeded)
-            throw Anchor::FileError(fmt::format("{}: there is no file in memory to be had: {}", title,
+            throw Anchor::FileError(fmt::format("{}: a file in memory cannot be made: {}", title,
                                                 std::generic_category().message(errno)));
     };
     Apart::Descriptor memory(::memfd_create("tidewatch", MFD_CLOEXEC));

@@ -75,7 +75,7 @@ TEST(Message, StructureComesOutAsItWentIn) {
     EXPECT_EQ(encoding->noData, -32768.0L);
 }
 
-TEST(Message, StatementsAndEncodingsThatAreNoneAreFormatErrors) {
+TEST(Message, InvalidStatementsAndEncodingsAreFormatErrors) {
     const auto refuses = [](const std::string& from, const std::string& to) {
         std::string bytes = bytesOf(someStructure());
         const std::size_t place = bytes.find(from);

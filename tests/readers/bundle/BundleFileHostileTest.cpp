@@ -226,7 +226,7 @@ TEST_F(HostileBundleFile, ReferenceSystemOfAWrongKindIsRefused) {
     });
 }
 
-TEST_F(HostileBundleFile, RecordsThatAreNoneAreRefused) {
+TEST_F(HostileBundleFile, InvalidRecordsAreRefused) {
     const std::string record = grid + "/records/000000";
     const auto expect = [&](const std::string& what, hid_t type, const std::vector<hsize_t>& extents,
                             const std::function<void(const Craft::File&)>& change) {
@@ -290,7 +290,7 @@ TEST_F(HostileBundleFile, MoreRecordsOrBytesThanAreReadAreRefused) {
                   });
 }
 
-TEST_F(HostileBundleFile, DescriptionsOfFieldsThatAreNoneAreRefused) {
+TEST_F(HostileBundleFile, InvalidDescriptionsOfFieldsAreRefused) {
     const std::string field = Craft::fields + "Height";
     const auto expect = [&](const std::string& what, const std::vector<std::int32_t>& bytes) {
         expectRefused(field + ": attribute \"las_attribute\" " + what, [&](const Craft::File& file) {

@@ -24,9 +24,9 @@ class ToldStructure : public ::testing::Test {
 protected:
     ToldStructure() {
         Support::writeBytes(folder_ / "in.h5", "a file");
-        input_ = std::make_shared<Tidewatch::Input>(folder_ / "in.h5", ConvLib::ReadOptions(),
-                                                    Tidewatch::ModuleKind::Bundles,
-                                                    Tidewatch::Reading::InProcess);
+        input_ =
+            std::make_shared<Tidewatch::Input>(folder_ / "in.h5", ConvLib::ReadOptions(),
+                                               Tidewatch::ModuleKind::Bundles, Tidewatch::Reading::InProcess);
         Structure::Field field{"Height", "float64", {}};
         field.encoding = Sheaf::FieldEncoding{"Height"};
         Structure::Skeleton skeleton;
@@ -68,7 +68,7 @@ TEST_F(ToldStructure, StatesSystemsStatementsAndEncodings) {
                               HasSubstr("stored as [Height] [] float64")));
 }
 
-TEST_F(ToldStructure, StatementsThatAreNoneAreRefused) {
+TEST_F(ToldStructure, InvalidStatementsAreRefused) {
     expectRefused("g: has a step of coordinates", [](auto& grid) { grid.statement.step = {1, -1, 1}; });
     expectRefused("g: has an offset of coordinates", [](auto& grid) {
         grid.statement.offset = {0, 0, std::numeric_limits<double>::infinity()};
@@ -82,14 +82,14 @@ TEST_F(ToldStructure, StatementsThatAreNoneAreRefused) {
     });
 }
 
-TEST_F(ToldStructure, EncodingsThatAreNoneAreRefused) {
+TEST_F(ToldStructure, InvalidEncodingsAreRefused) {
     const auto encode = [](Structure::Grid& grid) -> Sheaf::FieldEncoding& {
         return *grid.skeletons[0].representations[0].fields[0].encoding;
     };
-    expectRefused("Height: is stored with a scale or an offset", [&](auto& grid) { encode(grid).scale = 0.0; });
-    expectRefused("Height: is stored with a scale or an offset", [&](auto& grid) {
-        encode(grid).offset = std::numeric_limits<double>::quiet_NaN();
-    });
+    expectRefused("Height: is stored with a scale or an offset",
+                  [&](auto& grid) { encode(grid).scale = 0.0; });
+    expectRefused("Height: is stored with a scale or an offset",
+                  [&](auto& grid) { encode(grid).offset = std::numeric_limits<double>::quiet_NaN(); });
     expectRefused("Height: is stored in a number type",
                   [&](auto& grid) { encode(grid).type = &typeid(long double); });
 }
