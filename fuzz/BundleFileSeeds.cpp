@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
         std::filesystem::create_directories(folder);
         const auto place = [&](const std::string& name) { return (folder / (name + ".h5")).string(); };
         Support::Seeds::written(place("written"));
+        Support::Seeds::writtenStated(place("stated"));
         Support::Seeds::writtenUniform(place("uniform"));
         for (const auto& [name, form] :
              {std::pair("oldest", Form::Oldest), std::pair("version18", Form::Version18),

@@ -19,14 +19,20 @@ int main(int argc, char** argv) {
     Structure::Field field{"Positions", "point", {}};
     field.pieces.push_back({"a", {"/a", 1, "point", {2, 3, 1}}, Structure::Lattice{{0, 0, 0}, {1, 1, 1}}});
     field.pieces.push_back({"b", {"/b", 2, "point", {4}}, {}});
+    field.encoding = Sheaf::FieldEncoding{"stored"};
     Structure::Skeleton skeleton;
     skeleton.refinement = {1};
     skeleton.representations.push_back({"chart", {field}});
     Structure::Grid grid;
     grid.name = "grid";
-    grid.charts = {"chart"};
+    grid.charts = {{"chart", "LOCAL_CS[\"a\"]"}};
     grid.fragments.push_back({"a", std::array<std::uint64_t, 3>{1, 1, 0}, {}});
     grid.skeletons.push_back(skeleton);
+    grid.statement.step = {0.01, 0.01, 0.01};
+    grid.statement.gpsTime = Sheaf::FileStatement::GpsTime::Week;
+    grid.statement.fileSourceId = 1;
+    grid.statement.systemIdentifier = "scanner";
+    grid.statement.records = {{"Somebody", 1, "", {1, 2, 3}}};
     structure.slices.push_back({1, {grid}});
     std::filesystem::create_directories(argv[1]);
     std::ofstream(std::filesystem::path(argv[1]) / "structure", std::ios::binary)

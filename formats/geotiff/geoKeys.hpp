@@ -22,7 +22,11 @@ constexpr std::uint16_t geodeticSystem = 2048;
 constexpr std::uint16_t projectedSystem = 3072;
 constexpr std::uint16_t projectedUnit = 3076;
 constexpr std::uint16_t verticalSystem = 4096;
+constexpr std::uint16_t verticalCitation = 4097;
 constexpr std::uint16_t verticalUnit = 4099;
+/// The range of the keys of vertical systems.
+constexpr std::uint16_t firstVertical = 4096;
+constexpr std::uint16_t lastVertical = 5119;
 } // namespace Key
 
 namespace Model {

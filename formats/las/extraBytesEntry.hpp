@@ -99,6 +99,11 @@ encodeExtraBytesEntry(const Encoding& encoding) {
     return entry;
 }
 
+/// Whether an entry is that of a scalar.
+[[nodiscard]] inline bool isScalarEntry(std::span<const std::uint8_t, ExtraBytes::entrySize> entry) noexcept {
+    return entry[ExtraBytes::type] >= 1 && entry[ExtraBytes::type] <= extraBytesTypes.size();
+}
+
 /// The encoding that an entry of a scalar states; its type is that of a double where the entry is none of a scalar.
 /// Scale and offset are as they are there, even if they are not used.
 template <class Encoding>
@@ -110,9 +115,9 @@ template <class Encoding>
     Encoding encoding;
     encoding.name = text(ExtraBytes::name);
     encoding.description = text(ExtraBytes::description);
-    const unsigned type = entry[ExtraBytes::type];
-    if (type < 1 || type > extraBytesTypes.size())
+    if (!isScalarEntry(entry))
         return encoding;
+    const unsigned type = entry[ExtraBytes::type];
     encoding.type = extraBytesTypes[type - 1];
     const unsigned options = entry[ExtraBytes::options];
     if ((options & ExtraBytes::optionNoData) != 0)

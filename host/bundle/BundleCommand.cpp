@@ -16,7 +16,6 @@ int BundleRequest::run() const {
     Losses found;
     for (const auto& input : read.reports())
         found.addProperties(*input);
-    BundleExport::addLosses(*read.bundle(), found);
     done.losses = found.list("the bundle");
     if (!out.acceptLosses(done.losses, losses))
         return 1;

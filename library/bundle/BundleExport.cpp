@@ -2,9 +2,7 @@
 #include "library/bundle/BundleExport.hpp"
 
 #include "anchor/Error.hpp"
-#include "library/export/propertyLosses.hpp"
 #include "library/info/Inventory.hpp"
-#include "library/input/Filters.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
 #include "readers/bundle/BundleFileWriter.hpp"
@@ -56,12 +54,6 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
     return {state_->path.string(), Inventory::of(bundle, {}, false).points(),
             fs::file_size(staged), "points",
             std::nullopt,          std::nullopt};
-}
-
-void BundleExport::addLosses(const Sheaf::Bundle& bundle, Losses& losses) {
-    Selection(Filters{}).forEachGrid(bundle, [&](double time, const std::string& name, const Sheaf::Grid&) {
-        addPropertyLosses({time, name}, bundle, {}, losses);
-    });
 }
 
 void BundleExport::commit() {

@@ -5,7 +5,6 @@
 #include "anchor/Visibility.hpp"
 #include "library/Progress.hpp"
 #include "library/export/ExportReport.hpp"
-#include "library/report/Losses.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <memory>
@@ -24,9 +23,6 @@ public:
     /// Writes the bundle into a folder for unfinished files. Returns the file's entry of a report. Throws
     /// Anchor::Error and what the progress object throws.
     [[nodiscard]] ExportReport::File write(const Sheaf::Bundle& bundle, Progress& progress);
-
-    /// What bundle files do not hold of the grids of a bundle.
-    static void addLosses(const Sheaf::Bundle& bundle, Losses& losses);
 
     /// Puts the written file in place. Throws Anchor::FileError; then nothing has been put in place.
     void commit();

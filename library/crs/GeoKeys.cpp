@@ -5,11 +5,14 @@
 #include "formats/geotiff/geoKeys.hpp"
 #include "formats/las/records.hpp"
 #include "formats/littleEndian.hpp"
+#include "readers/raster/geoKeySystem.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <utility>
 
 #include <fmt/format.h>
@@ -41,39 +44,76 @@ std::optional<std::map<std::uint16_t, std::uint16_t>> parse(std::span<const std:
     return values;
 }
 
+std::span<const std::uint8_t> bytesOf(std::span<const Sheaf::FileRecord> records, std::uint16_t id) {
+    const auto record = std::find_if(records.begin(), records.end(), [id](const Sheaf::FileRecord& one) {
+        return one.userId == Formats::Las::projectionUser && one.recordId == id;
+    });
+    return record != records.end() ? std::span<const std::uint8_t>(record->bytes)
+                                   : std::span<const std::uint8_t>();
+}
+
+/// What GDAL says of keys: well-known text, or why there is none.
+struct Answer {
+    std::string text = {};
+    std::string reason = {};
+};
+
+Answer ask(const GeoKeyBytes& keys) {
+    if (!canReadGeoKeys())
+        return {};
+    try {
+        return {systemOfGeoKeys(keys), {}};
+    } catch (const Anchor::Error& error) {
+        return {{}, error.what()};
+    }
+}
+
+/// The same, asked once: thousands of tiles state the same keys, and each question takes a process.
+const Answer& askOnce(const GeoKeyBytes& keys) {
+    static auto* const known = new std::map<std::array<std::string, 3>, Answer>;
+    static std::mutex mutex;
+    const auto text = [](std::span<const std::uint8_t> bytes) {
+        return std::string(bytes.begin(), bytes.end());
+    };
+    const std::lock_guard lock(mutex);
+    const auto [entry, isNew] =
+        known->try_emplace({text(keys.directory), text(keys.doubles), text(keys.texts)});
+    if (isNew)
+        entry->second = ask(keys);
+    return entry->second;
+}
+
+/// The keys of a sound directory but those of vertical systems.
+std::vector<std::uint8_t> withoutVertical(std::span<const std::uint8_t> directory) {
+    constexpr std::size_t headSize = 2 * Tiff::headNumbers;
+    constexpr std::size_t keySize = 2 * Tiff::keyNumbers;
+    constexpr std::size_t countPlace = 6;
+    std::vector<std::uint8_t> rest(directory.begin(), directory.begin() + headSize);
+    const auto keys = Formats::loadLittleEndian<std::uint16_t>(directory.data() + countPlace);
+    for (std::size_t i = 0; i < keys; ++i) {
+        const auto key = directory.subspan(headSize + i * keySize, keySize);
+        const auto id = Formats::loadLittleEndian<std::uint16_t>(key.data());
+        if (id < Tiff::Key::firstVertical || id > Tiff::Key::lastVertical)
+            rest.insert(rest.end(), key.begin(), key.end());
+    }
+    Formats::storeLittleEndian(rest.data() + countPlace,
+                               static_cast<std::uint16_t>((rest.size() - headSize) / keySize));
+    return rest;
+}
+
 class Reading {
 public:
-    Reading(GeoKeys& keys, std::map<std::uint16_t, std::uint16_t> values)
+    Reading(GeoKeys& keys, std::map<std::uint16_t, std::uint16_t> values,
+            std::span<const Sheaf::FileRecord> records)
         : keys_(keys),
-          values_(std::move(values)) {}
+          values_(std::move(values)),
+          bytes_{bytesOf(records, Formats::Las::geoKeyDirectoryId),
+                 bytesOf(records, Formats::Las::geoDoublesId), bytesOf(records, Formats::Las::geoTextsId)} {}
 
     void run() {
-        const std::uint16_t projected = valueOf(Tiff::Key::projectedSystem);
-        const std::uint16_t geodetic = valueOf(Tiff::Key::geodeticSystem);
-        const bool isProjected =
-            projected != Tiff::undefined || valueOf(Tiff::Key::model) == Tiff::Model::projected;
-        const std::uint16_t code = isProjected ? projected : geodetic;
-        if (code == Tiff::userDefined || (isProjected && code == Tiff::undefined)) {
-            keys_.unreadable = isProjected ? "a user-defined projection" : "a user-defined geodetic system";
-            return;
-        }
-        if (code == Tiff::undefined) {
-            if (valueOf(Tiff::Key::verticalSystem) != Tiff::undefined)
-                keys_.unreadable = "a vertical system alone";
-            else if (!values_.empty())
-                keys_.unreadable = "keys that name no system";
-            return;
-        }
-        const std::string horizontal = fmt::format("EPSG:{}", code);
-        if (!find(horizontal))
-            return;
-        if (const std::uint16_t unit = valueOf(Tiff::Key::projectedUnit);
-            isProjected && isOtherUnit(unit, keys_.system->unit())) {
-            keys_.unreadable = fmt::format("{} in the unit EPSG:{}", horizontal, unit);
-            keys_.system.reset();
-            return;
-        }
-        addVertical(horizontal);
+        findHorizontal();
+        if (keys_.system)
+            addVertical();
     }
 
 private:
@@ -91,17 +131,93 @@ private:
             keys_.system = ReferenceSystem::fromCode(code);
             return true;
         } catch (const Anchor::FormatError&) {
-            keys_.unreadable = code + ", which PROJ does not know";
             return false;
         }
     }
 
-    void addVertical(const std::string& horizontal) {
+    void findHorizontal() {
+        const std::uint16_t projected = valueOf(Tiff::Key::projectedSystem);
+        const std::uint16_t geodetic = valueOf(Tiff::Key::geodeticSystem);
+        const bool isProjected =
+            projected != Tiff::undefined || valueOf(Tiff::Key::model) == Tiff::Model::projected;
+        const std::uint16_t code = isProjected ? projected : geodetic;
+        if (code == Tiff::userDefined || (isProjected && code == Tiff::undefined)) {
+            askForHorizontal(isProjected ? "a user-defined projection" : "a user-defined geodetic system");
+            return;
+        }
+        if (code == Tiff::undefined) {
+            if (valueOf(Tiff::Key::verticalSystem) != Tiff::undefined)
+                keys_.unreadable = "a vertical system alone";
+            else if (!values_.empty())
+                keys_.unreadable = "keys that name no system";
+            return;
+        }
+        horizontal_ = fmt::format("EPSG:{}", code);
+        if (!find(horizontal_)) {
+            askForHorizontal(horizontal_ + ", which PROJ does not know");
+            return;
+        }
+        if (const std::uint16_t unit = valueOf(Tiff::Key::projectedUnit);
+            isProjected && isOtherUnit(unit, keys_.system->unit()))
+            askForHorizontal(fmt::format("{} in the unit EPSG:{}", horizontal_, unit));
+    }
+
+    /// A system of GDAL's that says what the keys state; nothing for one that GDAL has filled in.
+    [[nodiscard]] static std::optional<ReferenceSystem> systemOf(const Answer& answer) {
+        const bool isMadeUp = answer.text.find("unretrievable") != std::string::npos;
+        if (answer.text.empty() || isMadeUp)
+            return std::nullopt;
+        try {
+            ReferenceSystem system = ReferenceSystem::fromText(answer.text);
+            const bool saysNothing = system.kind() == Kind::Local || system.kind() == Kind::Other;
+            return saysNothing ? std::nullopt : std::optional(std::move(system));
+        } catch (const Anchor::FormatError&) {
+            return std::nullopt;
+        }
+    }
+
+    /// For what codes do not say.
+    void askForHorizontal(const std::string& what) {
+        horizontal_.clear();
+        const std::vector<std::uint8_t> directory = withoutVertical(bytes_.directory);
+        const Answer& answer = askOnce({directory, bytes_.doubles, bytes_.texts});
+        keys_.system = systemOf(answer);
+        if (!keys_.system)
+            keys_.unreadable = what + (answer.reason.empty() ? "" : " (" + answer.reason + ")");
+    }
+
+    /// Finds the system with a vertical one of some code; gives whether there is one, and its unit.
+    [[nodiscard]] bool findCompound(const ReferenceSystem& alone, unsigned vertical,
+                                    std::optional<unsigned>& unit) {
+        if (!horizontal_.empty()) {
+            if (!find(fmt::format("{}+{}", horizontal_, vertical)))
+                return false;
+            unit = keys_.system->verticalUnit();
+            return true;
+        }
+        try {
+            const auto height = ReferenceSystem::fromCode(fmt::format("EPSG:{}", vertical));
+            const auto below = alone.isoText();
+            const auto above = height.isoText();
+            if (!below || !above)
+                return false;
+            std::string name = fmt::format("{} + {}", alone.name(), height.name());
+            std::replace(name.begin(), name.end(), '"', '\'');
+            keys_.system =
+                ReferenceSystem::fromText(fmt::format("COMPOUNDCRS[\"{}\",{},{}]", name, *below, *above));
+            unit = height.unit();
+            return true;
+        } catch (const Anchor::FormatError&) {
+            return false;
+        }
+    }
+
+    void addVertical() {
         const std::uint16_t stated = valueOf(Tiff::Key::verticalSystem);
         if (stated == Tiff::undefined)
             return;
         if (stated == Tiff::userDefined) {
-            keys_.unreadable = "a user-defined vertical system";
+            askForVertical();
             return;
         }
         const bool isDatum = stated >= Tiff::firstVerticalDatum && stated <= Tiff::lastVerticalDatum;
@@ -116,33 +232,64 @@ private:
         else if (code == navd88 && unit == foot)
             code = 8228;
         ReferenceSystem alone = std::move(*keys_.system);
-        if (!find(fmt::format("{}+{}", horizontal, code))) {
+        std::optional<unsigned> ownUnit;
+        if (!findCompound(alone, code, ownUnit)) {
             keys_.system = std::move(alone);
             keys_.unreadable = fmt::format("the vertical system {}", stated);
-        } else if (isOtherUnit(unit, keys_.system->verticalUnit())) {
+        } else if (isOtherUnit(unit, ownUnit)) {
             keys_.system = std::move(alone);
             keys_.unreadable = fmt::format("the vertical system {} in the unit EPSG:{}", stated, unit);
         }
     }
 
+    /// A user-defined system of heights says little more than its name and unit: without them it says nothing.
+    void askForVertical() {
+        const std::uint16_t unit = valueOf(Tiff::Key::verticalUnit);
+        const bool isNamed = hasKey(Tiff::Key::verticalCitation);
+        const Answer answer = isNamed && unit != Tiff::undefined && unit != Tiff::userDefined
+                                  ? askOnce({bytes_.directory, bytes_.doubles, bytes_.texts})
+                                  : Answer();
+        auto whole = systemOf(answer);
+        if (whole && whole->hasVertical())
+            keys_.system = std::move(whole);
+        else
+            keys_.unreadable =
+                "a user-defined vertical system" + (answer.reason.empty() ? "" : " (" + answer.reason + ")");
+    }
+
+    /// Whether the directory has a key, wherever its value is.
+    [[nodiscard]] bool hasKey(std::uint16_t wanted) const {
+        constexpr std::size_t headSize = 2 * Tiff::headNumbers;
+        constexpr std::size_t keySize = 2 * Tiff::keyNumbers;
+        for (std::size_t place = headSize; place + keySize <= bytes_.directory.size(); place += keySize) {
+            if (Formats::loadLittleEndian<std::uint16_t>(bytes_.directory.data() + place) == wanted)
+                return true;
+        }
+        return false;
+    }
+
     GeoKeys& keys_;
     std::map<std::uint16_t, std::uint16_t> values_;
+    GeoKeyBytes bytes_;
+    /// The code of the horizontal system; empty where it has none.
+    std::string horizontal_;
 };
 
 } // namespace
 
 GeoKeys GeoKeys::read(std::span<const Sheaf::FileRecord> records) {
     GeoKeys keys;
-    const auto directory = std::find_if(records.begin(), records.end(), [](const Sheaf::FileRecord& record) {
-        return record.userId == Formats::Las::projectionUser &&
-               record.recordId == Formats::Las::geoKeyDirectoryId;
-    });
-    if (directory == records.end())
+    const bool hasDirectory =
+        std::any_of(records.begin(), records.end(), [](const Sheaf::FileRecord& record) {
+            return record.userId == Formats::Las::projectionUser &&
+                   record.recordId == Formats::Las::geoKeyDirectoryId;
+        });
+    if (!hasDirectory)
         return keys;
-    auto values = parse(directory->bytes);
+    auto values = parse(bytesOf(records, Formats::Las::geoKeyDirectoryId));
     keys.areThere = !values || !values->empty();
     if (values)
-        Reading(keys, std::move(*values)).run();
+        Reading(keys, std::move(*values), records).run();
     else
         keys.unreadable = "a damaged directory";
     return keys;

@@ -12,7 +12,8 @@
 namespace Tidewatch {
 
 /// What GeoTIFF keys in the records of a LAS file state (LAS 1.4 R15, "GeoKeyDirectoryTag Record"): systems with codes
-/// of the EPSG register.
+/// of the EPSG register, and where this was built with GDAL, user-defined ones, for which GDAL is asked in a process of
+/// its own, once for the same keys.
 struct GeoKeys {
     /// Whether there are any.
     bool areThere = false;

@@ -171,16 +171,23 @@ GridSystem GridSystem::of(const Sheaf::Grid& grid) {
 
 void completeSystems(Sheaf::Bundle& bundle) {
     // Thousands of tiles state the same keys.
-    std::map<std::string, std::string> known;
+    std::map<std::vector<std::vector<std::uint8_t>>, std::string> known;
     forEachGrid(bundle, [&](double, Sheaf::Grid& grid) {
         const auto chart = grid.findChart("");
         const auto& records = grid.statement().records;
-        const auto keys = std::find_if(records.begin(), records.end(), [](const FileRecord& record) {
+        const bool hasKeys = std::any_of(records.begin(), records.end(), [](const FileRecord& record) {
             return isProjectionRecord(record, Format::geoKeyDirectoryId);
         });
-        if (!chart || !chart->referenceSystem().empty() || keys == records.end())
+        if (!chart || !chart->referenceSystem().empty() || !hasKeys)
             return;
-        const auto [entry, isNew] = known.try_emplace({keys->bytes.begin(), keys->bytes.end()});
+        std::vector<std::vector<std::uint8_t>> keys;
+        for (const std::uint16_t id : {Format::geoKeyDirectoryId, Format::geoDoublesId, Format::geoTextsId}) {
+            const auto record = std::find_if(records.begin(), records.end(), [id](const FileRecord& one) {
+                return isProjectionRecord(one, id);
+            });
+            keys.push_back(record != records.end() ? record->bytes : std::vector<std::uint8_t>());
+        }
+        const auto [entry, isNew] = known.try_emplace(std::move(keys));
         if (isNew)
             entry->second = GridSystem::of(grid).text;
         chart->setReferenceSystem(entry->second);

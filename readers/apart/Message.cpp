@@ -2,8 +2,11 @@
 #include "readers/apart/Message.hpp"
 
 #include "anchor/Error.hpp"
+#include "formats/las/extraBytesEntry.hpp"
 
+#include <algorithm>
 #include <bit>
+#include <utility>
 
 namespace Tidewatch::Apart {
 
@@ -12,11 +15,13 @@ namespace {
 // The least that each of these takes in a message: the lengths of its texts and lists, and its numbers.
 constexpr std::size_t leastText = 4;
 constexpr std::size_t leastPiece = 1 + leastText + 8 + leastText + 4 + 1;
-constexpr std::size_t leastField = 2 * leastText + 4;
+constexpr std::size_t leastField = 2 * leastText + 4 + 1;
 constexpr std::size_t leastRepresentation = leastText + 4;
 constexpr std::size_t leastSkeleton = leastText + 4 + 4 + 4 + 4;
 constexpr std::size_t leastFragment = leastText + 2;
-constexpr std::size_t leastGrid = leastText + 3 * 4;
+constexpr std::size_t leastChart = 2 * leastText;
+constexpr std::size_t leastRecord = leastText + 4 + leastText + 4;
+constexpr std::size_t leastGrid = leastText + 3 * 4 + 5 + 4;
 constexpr std::size_t leastSlice = 8 + 4;
 
 template <class Range, class Write>
@@ -41,8 +46,40 @@ void writePiece(MessageWriter& writer, const Structure::Piece& piece) {
         writer.real(piece.lattice->origin[axis]).real(piece.lattice->spacing[axis]);
 }
 
+void writeTriple(MessageWriter& writer, const std::optional<std::array<double, 3>>& triple) {
+    writer.byte(triple ? 1 : 0);
+    for (std::size_t axis = 0; triple && axis < 3; ++axis)
+        writer.real((*triple)[axis]);
+}
+
+void writeStatement(MessageWriter& writer, const Sheaf::FileStatement& statement) {
+    writeTriple(writer, statement.step);
+    writeTriple(writer, statement.offset);
+    writer.byte(statement.gpsTime ? 1 + static_cast<std::uint8_t>(*statement.gpsTime) : 0);
+    writer.byte(statement.fileSourceId ? 1 : 0);
+    if (statement.fileSourceId)
+        writer.number32(*statement.fileSourceId);
+    writer.byte(statement.systemIdentifier ? 1 : 0);
+    if (statement.systemIdentifier)
+        writer.text(*statement.systemIdentifier);
+    writeList(writer, statement.records, [&](const Sheaf::FileRecord& record) {
+        writer.text(record.userId).number32(record.recordId).text(record.description);
+        writer.text({reinterpret_cast<const char*>(record.bytes.data()), record.bytes.size()});
+    });
+}
+
+void writeEncoding(MessageWriter& writer, const std::optional<Sheaf::FieldEncoding>& encoding) {
+    writer.byte(encoding ? 1 : 0);
+    if (!encoding)
+        return;
+    const auto entry = Formats::Las::encodeExtraBytesEntry(*encoding);
+    writer.raw({reinterpret_cast<const char*>(entry.data()), entry.size()});
+}
+
 void writeGrid(MessageWriter& writer, const Structure::Grid& grid) {
-    writer.text(grid.name).texts(grid.charts);
+    writer.text(grid.name);
+    writeList(writer, grid.charts,
+              [&](const Structure::Chart& chart) { writer.text(chart.name).text(chart.referenceSystem); });
     writeList(writer, grid.fragments, [&](const Structure::Fragment& fragment) {
         writer.text(fragment.name);
         writeOverlap(writer, fragment.overlapLow);
@@ -57,11 +94,13 @@ void writeGrid(MessageWriter& writer, const Structure::Grid& grid) {
             writer.text(representation.chart);
             writeList(writer, representation.fields, [&](const Structure::Field& field) {
                 writer.text(field.name).text(field.element);
+                writeEncoding(writer, field.encoding);
                 writeList(writer, field.pieces,
                           [&](const Structure::Piece& piece) { writePiece(writer, piece); });
             });
         });
     });
+    writeStatement(writer, grid.statement);
 }
 
 } // namespace
@@ -193,10 +232,62 @@ std::optional<std::array<std::uint64_t, 3>> MessageReader::overlap() {
     return counts;
 }
 
+std::optional<std::array<double, 3>> MessageReader::triple() {
+    if (byte() == 0)
+        return std::nullopt;
+    std::array<double, 3> numbers{};
+    for (double& entry : numbers)
+        entry = real();
+    return numbers;
+}
+
+std::uint16_t MessageReader::number16() {
+    const std::uint32_t value = number32();
+    if (!std::in_range<std::uint16_t>(value))
+        throw Anchor::FormatError("has a number that is out of range");
+    return static_cast<std::uint16_t>(value);
+}
+
+Sheaf::FileStatement MessageReader::statement() {
+    Sheaf::FileStatement value;
+    value.step = triple();
+    value.offset = triple();
+    const std::uint8_t gpsTime = byte();
+    if (gpsTime > 2)
+        throw Anchor::FormatError("has an encoding of GPS times that is not known");
+    if (gpsTime != 0)
+        value.gpsTime = static_cast<Sheaf::FileStatement::GpsTime>(gpsTime - 1);
+    if (byte() != 0)
+        value.fileSourceId = number16();
+    if (byte() != 0)
+        value.systemIdentifier = text();
+    value.records.resize(count(leastRecord));
+    for (Sheaf::FileRecord& record : value.records) {
+        record.userId = text();
+        record.recordId = number16();
+        record.description = text();
+        const std::string_view bytes = take(number32());
+        record.bytes.assign(bytes.begin(), bytes.end());
+    }
+    return value;
+}
+
+std::optional<Sheaf::FieldEncoding> MessageReader::encoding() {
+    if (byte() == 0)
+        return std::nullopt;
+    const std::string_view bytes = take(Formats::Las::ExtraBytes::entrySize);
+    std::array<std::uint8_t, Formats::Las::ExtraBytes::entrySize> entry{};
+    std::copy(bytes.begin(), bytes.end(), entry.begin());
+    if (!Formats::Las::isScalarEntry(entry))
+        throw Anchor::FormatError("has an encoding that does not describe a number");
+    return Formats::Las::decodeExtraBytesEntry<Sheaf::FieldEncoding>(entry);
+}
+
 Structure::Field MessageReader::field() {
     Structure::Field value;
     value.name = text();
     value.element = text();
+    value.encoding = encoding();
     value.pieces.resize(count(leastPiece));
     for (Structure::Piece& piece : value.pieces) {
         if (byte() != 0)
@@ -234,7 +325,11 @@ Structure::Skeleton MessageReader::skeleton() {
 Structure::Grid MessageReader::grid() {
     Structure::Grid value;
     value.name = text();
-    value.charts = texts();
+    value.charts.resize(count(leastChart));
+    for (Structure::Chart& chart : value.charts) {
+        chart.name = text();
+        chart.referenceSystem = text();
+    }
     value.fragments.resize(count(leastFragment));
     for (Structure::Fragment& fragment : value.fragments) {
         fragment.name = text();
@@ -244,6 +339,7 @@ Structure::Grid MessageReader::grid() {
     value.skeletons.resize(count(leastSkeleton));
     for (Structure::Skeleton& entry : value.skeletons)
         entry = skeleton();
+    value.statement = statement();
     return value;
 }
 

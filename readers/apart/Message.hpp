@@ -94,6 +94,10 @@ private:
     [[nodiscard]] std::size_t count(std::size_t least);
     [[nodiscard]] std::vector<std::uint64_t> numbers64();
     [[nodiscard]] std::optional<std::array<std::uint64_t, 3>> overlap();
+    [[nodiscard]] std::optional<std::array<double, 3>> triple();
+    [[nodiscard]] std::uint16_t number16();
+    [[nodiscard]] Sheaf::FileStatement statement();
+    [[nodiscard]] std::optional<Sheaf::FieldEncoding> encoding();
     [[nodiscard]] Structure::Field field();
     [[nodiscard]] Structure::Skeleton skeleton();
     [[nodiscard]] Structure::Grid grid();

@@ -2,6 +2,7 @@
 #include "readers/bundle/BundleFileWalk.hpp"
 
 #include "anchor/Error.hpp"
+#include "formats/las/extraBytesEntry.hpp"
 #include "readers/bundle/BundleFormat.hpp"
 #include "readers/bundle/arrayOf.hpp"
 #include "readers/bundle/hdf5/Dataset.hpp"
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <span>
 #include <utility>
 
 namespace Tidewatch {
@@ -47,15 +49,33 @@ std::int32_t narrowInteger(const Hdf5::Object& object, const char* attribute,
     return static_cast<std::int32_t>(value);
 }
 
-/// Three finite numbers.
-std::array<double, 3> triple(const Hdf5::Object& object, const char* attribute) {
+/// Three finite numbers; nothing where there is no such attribute.
+std::optional<std::array<double, 3>> findTriple(const Hdf5::Object& object, const char* attribute) {
     const auto values = object.numbers(attribute);
     if (!values)
-        object.fail(attributeFault(attribute, "is missing"));
+        return std::nullopt;
     if (values->size() != 3 ||
         !std::all_of(values->begin(), values->end(), [](double value) { return std::isfinite(value); }))
         object.fail(attributeFault(attribute, "is not three finite numbers"));
-    return {(*values)[0], (*values)[1], (*values)[2]};
+    return std::array<double, 3>{(*values)[0], (*values)[1], (*values)[2]};
+}
+
+/// The same, which have to be there.
+std::array<double, 3> triple(const Hdf5::Object& object, const char* attribute) {
+    const auto values = findTriple(object, attribute);
+    if (!values)
+        object.fail(attributeFault(attribute, "is missing"));
+    return *values;
+}
+
+/// A number of 16 bits; nothing where there is no such attribute.
+std::optional<std::uint16_t> shortNumber(const Hdf5::Object& object, const char* attribute) {
+    const auto values = object.integers<std::uint16_t>(attribute);
+    if (!values)
+        return std::nullopt;
+    if (values->size() != 1)
+        object.fail(attributeFault(attribute, "is not one integer"));
+    return values->front();
 }
 
 /// Three counts; nothing where there is no such attribute.
@@ -83,6 +103,7 @@ std::string statedElement(const Hdf5::Object& object) {
     return name.value_or("");
 }
 
+constexpr std::string_view byteName = Sheaf::ElementTraits<unsigned char>::name;
 constexpr std::string_view pointName = Sheaf::ElementTraits<Sheaf::Element::Point>::name;
 
 Structure::Piece uniformPiece(const Hdf5::Object& group) {
@@ -157,7 +178,8 @@ Structure::Grid BundleFileWalk::readGrid(const Hdf5::Object& group, const std::s
     Structure::Grid grid;
     grid.name = name;
     if (const auto charts = findGroup(group, BundleFormat::charts))
-        grid.charts = namedMembers(*charts, "chart");
+        grid.charts = readCharts(*charts);
+    grid.statement = readStatement(group);
     if (const auto fragments = findGroup(group, BundleFormat::fragments))
         grid.fragments = readFragments(*fragments);
     if (const auto skeletons = findGroup(group, BundleFormat::skeletons)) {
@@ -165,6 +187,93 @@ Structure::Grid BundleFileWalk::readGrid(const Hdf5::Object& group, const std::s
             grid.skeletons.push_back(readSkeleton(skeletons->child(key)));
     }
     return grid;
+}
+
+std::vector<Structure::Chart> BundleFileWalk::readCharts(const Hdf5::Object& group) {
+    std::vector<Structure::Chart> charts;
+    for (const std::string& name : namedMembers(group, "chart")) {
+        const Hdf5::Object member = group.child(name);
+        charts.push_back(
+            {name, member.text(BundleFormat::referenceSystem, BundleFormat::longestReferenceSystem)
+                       .value_or(std::string())});
+        spend(member, charts.back().referenceSystem.size());
+    }
+    return charts;
+}
+
+Sheaf::FileStatement BundleFileWalk::readStatement(const Hdf5::Object& grid) {
+    Sheaf::FileStatement statement;
+    statement.step = findTriple(grid, BundleFormat::coordinateStep);
+    statement.offset = findTriple(grid, BundleFormat::coordinateOffset);
+    using GpsTime = Sheaf::FileStatement::GpsTime;
+    if (const auto encoding = grid.text(BundleFormat::gpsTime)) {
+        if (*encoding != BundleFormat::gpsTimeOfWeek && *encoding != BundleFormat::gpsTimeAdjusted)
+            grid.fail(attributeFault(BundleFormat::gpsTime, "is neither \"week\" nor \"adjusted\""));
+        statement.gpsTime = *encoding == BundleFormat::gpsTimeOfWeek ? GpsTime::Week : GpsTime::Adjusted;
+    }
+    statement.fileSourceId = shortNumber(grid, BundleFormat::fileSourceId);
+    statement.systemIdentifier = grid.text(BundleFormat::systemIdentifier);
+    spend(grid, propertyBytes(statement));
+    if (const auto records = findGroup(grid, BundleFormat::records))
+        statement.records = readRecords(*records);
+    if (const std::string fault = faultOf(statement); !fault.empty())
+        grid.fail(fault);
+    return statement;
+}
+
+std::vector<Sheaf::FileRecord> BundleFileWalk::readRecords(const Hdf5::Object& group) {
+    std::vector<Sheaf::FileRecord> records;
+    for (const std::string& key : members(group)) {
+        if (records.size() == Structure::mostRecords)
+            group.fail("has more than " + std::to_string(Structure::mostRecords) + " records");
+        records.push_back(readRecord(group.child(key)));
+    }
+    return records;
+}
+
+Sheaf::FileRecord BundleFileWalk::readRecord(Hdf5::Object object) {
+    Sheaf::FileRecord record;
+    const auto userId = object.text(BundleFormat::userId);
+    const auto recordId = shortNumber(object, BundleFormat::recordId);
+    if (!userId || !recordId)
+        object.fail("is a record without a user id or a record id");
+    record.userId = *userId;
+    record.recordId = *recordId;
+    record.description = object.text(BundleFormat::description).value_or(std::string());
+    spend(object, record.userId.size() + record.description.size());
+    const Hdf5::Dataset dataset(std::move(object));
+    const Structure::Array array = arrayOf(dataset, std::string(byteName));
+    if (dataset.number().type() != typeid(unsigned char) || array.extents.size() != 1)
+        dataset.object().fail("is not a list of bytes (uint8)");
+    spend(dataset.object(), array.extents.front());
+    record.bytes.resize(array.extents.front());
+    if (!record.bytes.empty())
+        dataset.read(typeid(unsigned char), std::as_writable_bytes(std::span(record.bytes)),
+                     Structure::mostPropertyBytes, tick_);
+    return record;
+}
+
+std::optional<Sheaf::FieldEncoding> BundleFileWalk::readEncoding(const Hdf5::Object& field) {
+    constexpr std::size_t size = Formats::Las::ExtraBytes::entrySize;
+    const auto bytes = field.integers<std::uint8_t>(BundleFormat::lasAttribute);
+    if (!bytes)
+        return std::nullopt;
+    spend(field, bytes->size());
+    if (bytes->size() != size)
+        field.fail(attributeFault(BundleFormat::lasAttribute, "is not the 192 bytes of a description"));
+    const auto entry = std::span(*bytes).first<size>();
+    if (!Formats::Las::isScalarEntry(entry))
+        field.fail(attributeFault(BundleFormat::lasAttribute, "does not describe a number"));
+    auto encoding = Formats::Las::decodeExtraBytesEntry<Sheaf::FieldEncoding>(entry);
+    if (const std::string fault = faultOf(encoding); !fault.empty())
+        field.fail(attributeFault(BundleFormat::lasAttribute, ("says that it " + fault).c_str()));
+    return encoding;
+}
+
+void BundleFileWalk::spend(const Hdf5::Object& object, std::uint64_t bytes) {
+    if (bytes > propertyBytesLeft_)
+        object.fail("has more reference systems, records and the like than are read");
+    propertyBytesLeft_ -= bytes;
 }
 
 std::vector<Structure::Fragment> BundleFileWalk::readFragments(const Hdf5::Object& group) {
@@ -201,6 +310,7 @@ Structure::Field BundleFileWalk::readField(Hdf5::Object object, const std::strin
     Structure::Field field;
     field.name = name;
     field.element = statedElement(object);
+    field.encoding = readEncoding(object);
     if (field.element.empty() && name == "Positions")
         field.element = pointName;
 

@@ -26,6 +26,13 @@ private:
     void checkFormat(const Hdf5::Object& root) const;
     [[nodiscard]] Structure::Slice readSlice(const Hdf5::Object& group);
     [[nodiscard]] Structure::Grid readGrid(const Hdf5::Object& group, const std::string& name);
+    [[nodiscard]] std::vector<Structure::Chart> readCharts(const Hdf5::Object& group);
+    [[nodiscard]] Sheaf::FileStatement readStatement(const Hdf5::Object& grid);
+    [[nodiscard]] std::vector<Sheaf::FileRecord> readRecords(const Hdf5::Object& group);
+    [[nodiscard]] Sheaf::FileRecord readRecord(Hdf5::Object object);
+    [[nodiscard]] std::optional<Sheaf::FieldEncoding> readEncoding(const Hdf5::Object& field);
+    /// Bounds what an object gives beside fields; see Structure::mostPropertyBytes.
+    void spend(const Hdf5::Object& object, std::uint64_t bytes);
     [[nodiscard]] std::vector<Structure::Fragment> readFragments(const Hdf5::Object& group);
     [[nodiscard]] Structure::Skeleton readSkeleton(const Hdf5::Object& group);
     [[nodiscard]] Structure::Field readField(Hdf5::Object object, const std::string& name);
@@ -47,6 +54,7 @@ private:
     /// them, and a few kilobytes of groups that hang in each other would keep the walk busy for ever; but a
     /// file without such groups has some bytes for every link.
     std::uint64_t linksLeft_;
+    std::uint64_t propertyBytesLeft_ = Structure::mostPropertyBytes;
     std::set<double> times_;
 };
 

@@ -28,10 +28,12 @@ struct BundleFileWriteOptions {
 ///
 /// An existing file is overwritten, and a failure leaves an unfinished file behind: write to a name of your
 /// own and rename. Throws Anchor::FileError with path and cause when the file cannot be written, or is an input
-/// of which something is in a bundle, and when the library that writes it cannot be loaded; Anchor::ModelError when the bundle holds what the format cannot: a
-/// name that is unfit for a path component, a representation in another skeleton, data with and without
-/// fragments in one field, an array whose element type is not its field's, or uniform positions that are not
-/// finite or whose spacing is not above 0; and what making an array throws.
+/// of which something is in a bundle, and when the library that writes it cannot be loaded; Anchor::ModelError when the
+/// bundle holds what the format cannot: a name that is unfit for a path component, a representation in another skeleton,
+/// data with and without fragments in one field, an array whose element type is not its field's, uniform positions that
+/// are not finite or whose spacing is not above 0, or statements and reference systems that are not read again (texts
+/// with a zero in them or too long, steps that are not above 0, too many records or bytes); and what making an array
+/// throws. Encodings of a number type that extra bytes of LAS files do not have are left out.
 TIDEWATCH_API void writeBundleFile(const Sheaf::Bundle& bundle, const std::string& path,
                                    const BundleFileWriteOptions& options = {});
 

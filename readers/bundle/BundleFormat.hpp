@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cmath>
+#include <cstddef>
 
 /// The names that bundle files use, and what both the reader and the writer demand.
 namespace Tidewatch::BundleFormat {
@@ -16,6 +17,7 @@ inline constexpr const char* charts = "charts";
 inline constexpr const char* fragments = "fragments";
 inline constexpr const char* skeletons = "skeletons";
 inline constexpr const char* representations = "representations";
+inline constexpr const char* records = "records";
 
 // Attributes.
 inline constexpr const char* formatAttribute = "format";
@@ -32,6 +34,22 @@ inline constexpr const char* uniformKind = "uniform";
 inline constexpr const char* origin = "origin";
 inline constexpr const char* spacing = "spacing";
 inline constexpr const char* extents = "extents";
+inline constexpr const char* referenceSystem = "crs";
+inline constexpr const char* coordinateStep = "step";
+inline constexpr const char* coordinateOffset = "offset";
+inline constexpr const char* gpsTime = "gps_time";
+inline constexpr const char* gpsTimeOfWeek = "week";
+inline constexpr const char* gpsTimeAdjusted = "adjusted";
+inline constexpr const char* fileSourceId = "file_source_id";
+inline constexpr const char* systemIdentifier = "system_identifier";
+inline constexpr const char* userId = "user_id";
+inline constexpr const char* recordId = "record_id";
+inline constexpr const char* description = "description";
+inline constexpr const char* lasAttribute = "las_attribute";
+
+/// The longest texts, in bytes; those of real reference systems have some kilobytes.
+inline constexpr std::size_t longestText = 65536;
+inline constexpr std::size_t longestReferenceSystem = std::size_t{1} << 20;
 
 /// Whether the places of a uniform grid can lie so far apart along an axis. That holds for a single layer
 /// too.

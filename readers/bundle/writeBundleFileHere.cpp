@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "anchor/Error.hpp"
 #include "anchor/printable.hpp"
+#include "formats/las/extraBytesEntry.hpp"
 #include "readers/bundle/BundleFormat.hpp"
 #include "readers/bundle/BundleModule.hpp"
 #include "readers/bundle/hdf5/NewFile.hpp"
 #include "readers/names.hpp"
+#include "readers/source/Structure.hpp"
 #include "sheaf/ElementTypes.hpp"
 #include "sheaf/TypedArray.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
@@ -24,9 +26,10 @@ namespace Tidewatch {
 namespace {
 
 using Group = Hdf5::NewFile::Group;
+using Attributes = std::vector<Group::Attribute>;
 
 /// A group's key that sorts by number: "t000012".
-std::string numberedKey(char letter, std::size_t number) {
+std::string numberedKey(const std::string& letter, std::size_t number) {
     const std::string digits = std::to_string(number);
     return letter + std::string(digits.size() < 6 ? 6 - digits.size() : 0, '0') + digits;
 }
@@ -76,17 +79,30 @@ public:
 private:
     void writeSlice(const Sheaf::Slice& slice, const Group& group);
     void writeGrid(const Sheaf::Grid& grid, const Group& group);
+    void writeChart(const Sheaf::Grid& grid, const std::string& name, const Group& charts);
+    void writeStatement(const Sheaf::FileStatement& statement, const Group& grid);
+    void writeRecords(const std::vector<Sheaf::FileRecord>& records, const Group& group) const;
     void writeFragments(const Sheaf::Grid& grid, const Group& group) const;
     void writeSkeleton(const Sheaf::Skeleton& skeleton, const Group& group);
     void writeField(const std::string& name, const Sheaf::Field& field, const Group& representation);
     void writeFragmentedField(const Sheaf::Field& field, const Group& group);
 
-    /// Makes an array and writes it as a member of a group; false where there is no data to be had. `element`
-    /// becomes the member's attribute where it is not empty.
+    /// Makes an array and writes it as a member of a group, with some attributes; false where there is no data to be
+    /// had.
     [[nodiscard]] bool writeArray(const Sheaf::CreativeArrayBase& creator, const Sheaf::Field& field,
-                                  const Group& group, const std::string& name, std::string_view element);
+                                  const Group& group, const std::string& name, const Attributes& attributes);
     void writeNumbers(const Sheaf::MemBase& array, const Group& group, const std::string& name,
-                      std::string_view element) const;
+                      const Attributes& attributes) const;
+    [[nodiscard]] Attributes attributesOf(const Sheaf::Field& field, const Group& representation,
+                                          const std::string& name);
+
+    /// Sets a text that the reader takes again.
+    void setText(const Group& group, const char* attribute, const std::string& text,
+                 std::size_t longest = BundleFormat::longestText) const;
+    void requireText(const Group& group, const std::string& name, const std::string& text,
+                     std::size_t longest = BundleFormat::longestText) const;
+    /// Bounds what the reader bounds.
+    void spend(const Group& group, std::uint64_t bytes);
 
     /// A member group for something that is called by that name; the name has to be fit for it.
     [[nodiscard]] Group addNamed(const Group& group, const std::string& name, const char* what) const;
@@ -101,6 +117,7 @@ private:
     const BundleFileWriteOptions& options_;
     std::uint64_t done_ = 0;
     std::uint64_t total_;
+    std::uint64_t propertyBytesLeft_ = Structure::mostPropertyBytes;
 };
 
 void BundleFileWriting::writeBundle(const Sheaf::Bundle& bundle, const Group& root) {
@@ -109,7 +126,7 @@ void BundleFileWriting::writeBundle(const Sheaf::Bundle& bundle, const Group& ro
     const Group slices = root.addGroup(BundleFormat::slices);
     std::size_t number = 0;
     forEachSlice(bundle, [&](const Sheaf::Slice& slice) {
-        writeSlice(slice, slices.addGroup(numberedKey('t', number++)));
+        writeSlice(slice, slices.addGroup(numberedKey("t", number++)));
     });
 }
 
@@ -123,14 +140,84 @@ void BundleFileWriting::writeSlice(const Sheaf::Slice& slice, const Group& group
 void BundleFileWriting::writeGrid(const Sheaf::Grid& grid, const Group& group) {
     const Group charts = group.addGroup(BundleFormat::charts);
     for (const std::string& chart : grid.chartNames())
-        static_cast<void>(addNamed(charts, chart, "chart"));
+        writeChart(grid, chart, charts);
+    writeStatement(grid.statement(), group);
     writeFragments(grid, group.addGroup(BundleFormat::fragments));
     const Group skeletons = group.addGroup(BundleFormat::skeletons);
     std::size_t number = 0;
     grid.skeletons().forEach([&](const Sheaf::Skeleton& skeleton) {
-        writeSkeleton(skeleton, skeletons.addGroup(numberedKey('s', number++)));
+        writeSkeleton(skeleton, skeletons.addGroup(numberedKey("s", number++)));
         return true;
     });
+}
+
+void BundleFileWriting::writeChart(const Sheaf::Grid& grid, const std::string& name, const Group& charts) {
+    const Group member = addNamed(charts, name, "chart");
+    const std::string& system = grid.findChart(name)->referenceSystem();
+    if (system.empty())
+        return;
+    setText(member, BundleFormat::referenceSystem, system, BundleFormat::longestReferenceSystem);
+    spend(member, system.size());
+}
+
+void BundleFileWriting::writeStatement(const Sheaf::FileStatement& statement, const Group& grid) {
+    if (const std::string fault = faultOf(statement); !fault.empty())
+        fail(grid, BundleFormat::records, "the grid " + fault);
+    if (statement.step)
+        grid.setNumbers(BundleFormat::coordinateStep, std::span<const double>(*statement.step));
+    if (statement.offset)
+        grid.setNumbers(BundleFormat::coordinateOffset, std::span<const double>(*statement.offset));
+    if (statement.gpsTime)
+        grid.setText(BundleFormat::gpsTime, *statement.gpsTime == Sheaf::FileStatement::GpsTime::Week
+                                                ? BundleFormat::gpsTimeOfWeek
+                                                : BundleFormat::gpsTimeAdjusted);
+    if (statement.fileSourceId)
+        grid.setNumber(BundleFormat::fileSourceId, *statement.fileSourceId);
+    if (statement.systemIdentifier)
+        setText(grid, BundleFormat::systemIdentifier, *statement.systemIdentifier);
+    spend(grid, propertyBytes(statement));
+    if (!statement.records.empty())
+        writeRecords(statement.records, grid.addGroup(BundleFormat::records));
+}
+
+void BundleFileWriting::writeRecords(const std::vector<Sheaf::FileRecord>& records,
+                                     const Group& group) const {
+    std::size_t number = 0;
+    for (const Sheaf::FileRecord& record : records) {
+        const std::string key = numberedKey("", number++);
+        requireText(group, key, record.userId);
+        requireText(group, key, record.description);
+        group.addDataset({key,
+                          typeid(unsigned char),
+                          {record.bytes.size()},
+                          {{BundleFormat::userId, record.userId},
+                           {BundleFormat::recordId, record.recordId},
+                           {BundleFormat::description, record.description}},
+                          options_.Compression},
+                         std::as_bytes(std::span(record.bytes)), [this] { tick(); });
+    }
+}
+
+void BundleFileWriting::setText(const Group& group, const char* attribute, const std::string& text,
+                                std::size_t longest) const {
+    requireText(group, attribute, text, longest);
+    group.setText(attribute, text);
+}
+
+void BundleFileWriting::requireText(const Group& group, const std::string& name, const std::string& text,
+                                    std::size_t longest) const {
+    if (text.find('\0') != std::string::npos)
+        fail(group, name, "a text with a zero in it cannot be stored");
+    if (text.size() > longest)
+        fail(group, name,
+             "a text of " + std::to_string(text.size()) + " bytes cannot be stored; " +
+                 std::to_string(longest) + " are the most");
+}
+
+void BundleFileWriting::spend(const Group& group, std::uint64_t bytes) {
+    if (bytes > propertyBytesLeft_)
+        fail(group, BundleFormat::records, "there are more records and the like than are read again");
+    propertyBytesLeft_ -= bytes;
 }
 
 void BundleFileWriting::writeFragments(const Sheaf::Grid& grid, const Group& group) const {
@@ -175,18 +262,33 @@ void BundleFileWriting::writeSkeleton(const Sheaf::Skeleton& skeleton, const Gro
 void BundleFileWriting::writeField(const std::string& name, const Sheaf::Field& field,
                                    const Group& representation) {
     requireFit(representation, name, "field");
-    const std::string_view element = Sheaf::elementTypeName(field.getElementType());
-    if (element.empty())
-        fail(representation, name, "the field's element type cannot be stored");
+    const Attributes attributes = attributesOf(field, representation, name);
     const auto whole = field.getCreator(nullptr);
     if (whole && field.getFragmentIDs().size() > 1)
         fail(representation, name, "the field has data both with and without fragments");
-    if (whole && writeArray(*whole, field, representation, name, element))
+    if (whole && writeArray(*whole, field, representation, name, attributes))
         return;
     const Group group = representation.addGroup(name);
-    group.setText(BundleFormat::element, element);
+    for (const Group::Attribute& attribute : attributes)
+        group.set(attribute);
     if (!whole)
         writeFragmentedField(field, group);
+}
+
+Attributes BundleFileWriting::attributesOf(const Sheaf::Field& field, const Group& representation,
+                                           const std::string& name) {
+    const std::string_view element = Sheaf::elementTypeName(field.getElementType());
+    if (element.empty())
+        fail(representation, name, "the field's element type cannot be stored");
+    Attributes attributes{{BundleFormat::element, std::string(element)}};
+    // Only what extra bytes can describe has a place.
+    if (const auto& encoding = field.encoding(); encoding && faultOf(*encoding).empty()) {
+        const auto entry = Formats::Las::encodeExtraBytesEntry(*encoding);
+        spend(representation, entry.size());
+        attributes.push_back(
+            {BundleFormat::lasAttribute, std::vector<std::uint8_t>(entry.begin(), entry.end())});
+    }
+    return attributes;
 }
 
 void BundleFileWriting::writeFragmentedField(const Sheaf::Field& field, const Group& group) {
@@ -199,7 +301,8 @@ void BundleFileWriting::writeFragmentedField(const Sheaf::Field& field, const Gr
 }
 
 bool BundleFileWriting::writeArray(const Sheaf::CreativeArrayBase& creator, const Sheaf::Field& field,
-                                   const Group& group, const std::string& name, std::string_view element) {
+                                   const Group& group, const std::string& name,
+                                   const Attributes& attributes) {
     tick();
     ++done_;
     const auto data = creator.create(false);
@@ -210,7 +313,7 @@ bool BundleFileWriting::writeArray(const Sheaf::CreativeArrayBase& creator, cons
         fail(group, name, "the array's element type is not that of its field");
     const auto lattice = Anchor::dynamicCast<Sheaf::UniformCartesianArray>(array);
     if (!lattice) {
-        writeNumbers(*array, group, name, element);
+        writeNumbers(*array, group, name, attributes);
         return true;
     }
     const Group member = group.addGroup(name);
@@ -222,8 +325,8 @@ bool BundleFileWriting::writeArray(const Sheaf::CreativeArrayBase& creator, cons
             fail(group, name,
                  "uniform positions that are not finite, or whose spacing is not above 0, cannot be stored");
     }
-    if (!element.empty())
-        member.setText(BundleFormat::element, element);
+    for (const Group::Attribute& attribute : attributes)
+        member.set(attribute);
     member.setText(BundleFormat::kind, BundleFormat::uniformKind);
     member.setNumbers(BundleFormat::origin, std::span<const double>(origin));
     member.setNumbers(BundleFormat::spacing, std::span<const double>(spacing));
@@ -232,7 +335,7 @@ bool BundleFileWriting::writeArray(const Sheaf::CreativeArrayBase& creator, cons
 }
 
 void BundleFileWriting::writeNumbers(const Sheaf::MemBase& array, const Group& group, const std::string& name,
-                                     std::string_view element) const {
+                                     const Attributes& attributes) const {
     Sheaf::visitElementType(array.elementType(), [&](auto tag) {
         using T = typename decltype(tag)::type;
         using Traits = Sheaf::ElementTraits<T>;
@@ -245,9 +348,9 @@ void BundleFileWriting::writeNumbers(const Sheaf::MemBase& array, const Group& g
             extents.push_back(array.extents()[axis]);
         if (Traits::componentCount != 1)
             extents.push_back(Traits::componentCount);
-        group.addDataset({name, typeid(typename Traits::Component), std::move(extents), std::string(element),
-                          options_.Compression},
-                         std::as_bytes(std::span(typed->base_vector())), [this] { tick(); });
+        group.addDataset(
+            {name, typeid(typename Traits::Component), std::move(extents), attributes, options_.Compression},
+            std::as_bytes(std::span(typed->base_vector())), [this] { tick(); });
     });
 }
 

@@ -49,6 +49,8 @@ struct Description {
     std::uint64_t height = 0;
     Placing placing;
     std::vector<Band> bands;
+    /// The coordinate reference system as well-known text (ISO 19162:2019); empty where there is none, or GDAL cannot say it.
+    std::string referenceSystem;
     /// The size of the file's largest block, all that is decoded together.
     std::uint64_t blockBytes = 0;
     /// What the file holds and the fields do not carry; one short phrase each.

@@ -16,6 +16,8 @@
 #include <filesystem>
 #include <gdal_priv.h>
 #include <iterator>
+#include <memory>
+#include <ogr_srs_api.h>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -86,6 +88,27 @@ class StrictJpeg {
     CPLConfigOptionSetter setter_{"GDAL_ERROR_ON_LIBJPEG_WARNING", "YES", false};
 };
 
+/// Makes GDAL tell of the vertical system that GeoTIFF 1.0 keys state too, for as long as it lives and for this thread.
+class WithVertical {
+    CPLConfigOptionSetter setter_{"GTIFF_REPORT_COMPD_CS", "YES", false};
+};
+
+/// Some releases of GDAL exchange authority and code of the units of GeoTIFF systems: ID["9003","EPSG"].
+std::string withOrderedIds(std::string text) {
+    constexpr std::string_view start = "ID[\"";
+    constexpr std::string_view end = "\",\"EPSG\"]";
+    for (std::size_t place = text.find(start); place != std::string::npos;
+         place = text.find(start, place + start.size())) {
+        const std::size_t code = place + start.size();
+        const std::size_t codeEnd = text.find_first_not_of("0123456789", code);
+        if (codeEnd == code || text.compare(std::min(codeEnd, text.size()), end.size(), end) != 0)
+            continue;
+        text.replace(place, codeEnd + end.size() - place,
+                     fmt::format("ID[\"EPSG\",{}]", text.substr(code, codeEnd - code)));
+    }
+    return text;
+}
+
 bool hasTiffSignature(int descriptor) {
     std::array<char, 4> head{};
     if (::pread(descriptor, head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()))
@@ -124,6 +147,7 @@ RasterFile::RasterFile(const SourceFiles& files)
     }
     const Messages messages;
     const StrictJpeg strict;
+    const WithVertical vertical;
     dataset_.reset(GDALOpenEx(lent_.path().c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR,
                               readableDrivers(), nullptr, names.List()));
     if (!dataset_)
@@ -158,6 +182,7 @@ GDALRasterBandH RasterFile::bandOf(std::size_t band) const {
 
 Description RasterFile::describe() const {
     const Messages messages;
+    const WithVertical vertical;
     Description description;
     description.driver = GDALGetDriverShortName(GDALGetDatasetDriver(dataset_.get()));
     description.width = width();
@@ -179,7 +204,10 @@ Description RasterFile::describe() const {
     if (GDALGetGeoTransform(dataset_.get(), numbers.data()) == CE_None)
         transform = numbers;
     description.placing = Placing::make(transform, description.width, description.height, path_);
+    description.referenceSystem = referenceSystem();
     description.notCarried = notCarried();
+    if (description.referenceSystem.empty() && GDALGetSpatialRef(dataset_.get()) != nullptr)
+        description.notCarried.insert(description.notCarried.begin(), "coordinate reference system");
     return description;
 }
 
@@ -256,6 +284,21 @@ std::optional<unsigned char> RasterFile::negativeByte(std::size_t number) const 
     return static_cast<unsigned char>(static_cast<int>(noData) + 256);
 }
 
+std::string RasterFile::referenceSystem() const {
+    const OGRSpatialReferenceH system = GDALGetSpatialRef(dataset_.get());
+    if (system == nullptr)
+        return {};
+    // The text that says all systems; that of a real one has some kilobytes.
+    constexpr std::size_t longest = std::size_t{1} << 20;
+    const char* const options[]{"FORMAT=WKT2_2019", "MULTILINE=NO", nullptr};
+    char* text = nullptr;
+    const OGRErr error = OSRExportToWktEx(system, &text, options);
+    const std::unique_ptr<char, decltype(&VSIFree)> owner(text, &VSIFree);
+    if (error != OGRERR_NONE || text == nullptr || std::string_view(text).size() > longest)
+        return {};
+    return withOrderedIds(text);
+}
+
 std::vector<std::string> RasterFile::notCarried() const {
     bool hasColorTable = false;
     bool hasScale = false;
@@ -278,7 +321,6 @@ std::vector<std::string> RasterFile::notCarried() const {
         if (there)
             list.emplace_back(what);
     };
-    add(GDALGetSpatialRef(dataset_.get()) != nullptr, "coordinate reference system");
     add(GDALGetGCPCount(dataset_.get()) > 0, "ground control points");
     add(hasMetadata("RPC"), "rational polynomial coefficients");
     add(hasMetadata("SUBDATASETS"), "further images");

@@ -84,6 +84,7 @@ private:
     [[nodiscard]] GDALRasterBandH bandOf(std::size_t band) const;
     [[nodiscard]] Band describeBand(std::size_t number) const;
     [[nodiscard]] std::optional<unsigned char> negativeByte(std::size_t number) const;
+    [[nodiscard]] std::string referenceSystem() const;
     [[nodiscard]] std::vector<std::string> notCarried() const;
     void readBand(std::size_t band, GDALDataType type, std::span<std::byte> pixels, std::size_t pixelSize,
                   const Tick& tick) const;

@@ -84,7 +84,7 @@ Structure RasterSource::structure(const Tick&) {
     Structure::Skeleton vertices;
     vertices.representations.push_back(std::move(fields));
     Structure::Grid grid;
-    grid.charts.emplace_back(Sheaf::Grid::standardChart);
+    grid.charts.push_back({std::string(Sheaf::Grid::standardChart), description_.referenceSystem});
     grid.skeletons.push_back(std::move(vertices));
     structure.slices.emplace_back().grids.push_back(std::move(grid));
     return structure;

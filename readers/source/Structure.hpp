@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "sheaf/FieldEncoding.hpp"
+#include "sheaf/FileStatement.hpp"
+
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -42,6 +45,8 @@ struct Structure {
         std::string name;
         std::string element;
         std::vector<Piece> pieces;
+        /// Of a type that extra bytes of LAS files have.
+        std::optional<Sheaf::FieldEncoding> encoding = {};
     };
 
     struct Representation {
@@ -63,11 +68,18 @@ struct Structure {
         std::optional<std::array<std::uint64_t, 3>> overlapHigh;
     };
 
+    struct Chart {
+        std::string name;
+        /// As well-known text; empty where none is stated.
+        std::string referenceSystem = {};
+    };
+
     struct Grid {
         std::string name;
-        std::vector<std::string> charts;
+        std::vector<Chart> charts;
         std::vector<Fragment> fragments;
         std::vector<Skeleton> skeletons;
+        Sheaf::FileStatement statement = {};
     };
 
     struct Slice {
@@ -83,6 +95,18 @@ struct Structure {
     /// For InputReport::notCarried.
     std::vector<std::string> notCarried;
     std::vector<Slice> slices;
+
+    /// How many bytes the reference systems, statements and encodings of an input may have together, and how many
+    /// records a grid: real ones stay far below, and all of it goes from process to process at once.
+    static constexpr std::uint64_t mostPropertyBytes = std::uint64_t{128} << 20;
+    static constexpr std::size_t mostRecords = 10'000;
 };
+
+/// What is wrong with a statement or an encoding, such as "has a step that is not above 0"; empty where nothing is.
+[[nodiscard]] std::string faultOf(const Sheaf::FileStatement& statement);
+[[nodiscard]] std::string faultOf(const Sheaf::FieldEncoding& encoding);
+
+/// The bytes that a statement counts for among Structure::mostPropertyBytes.
+[[nodiscard]] std::uint64_t propertyBytes(const Sheaf::FileStatement& statement);
 
 } // namespace Tidewatch

@@ -3,6 +3,7 @@
 
 #include "anchor/Error.hpp"
 #include "anchor/printable.hpp"
+#include "formats/las/layout.hpp"
 #include "readers/names.hpp"
 #include "readers/source/InputArrayCreator.hpp"
 #include "readers/source/claimedBytes.hpp"
@@ -67,6 +68,13 @@ private:
             fail("", fmt::format("the name \"{}\" {}", name, fault));
     }
 
+    /// Bounds what is taken over from the structure besides fields.
+    void spend(const std::string& object, std::uint64_t bytes) {
+        if (bytes > propertyBytesLeft_)
+            fail(object, "has more reference systems, records and the like than are read");
+        propertyBytesLeft_ -= bytes;
+    }
+
     const std::type_info& elementOf(const std::string& name, const std::string& object) const {
         const std::type_info* element = nullptr;
         if (!Sheaf::visitElementName(name,
@@ -100,10 +108,15 @@ private:
     void addGrid(const Structure::Grid& grid, const std::string& name, Sheaf::Slice& slice) {
         const auto target = slice.makeGrid(name, input_->path());
         addedGrids_.emplace_back(&slice, name);
-        for (const std::string& chart : grid.charts) {
-            requireFit(chart);
-            target->declareCartesianChart(chart);
+        for (const Structure::Chart& chart : grid.charts) {
+            requireFit(chart.name);
+            spend(chart.name, chart.referenceSystem.size());
+            target->declareCartesianChart(chart.name)->setReferenceSystem(chart.referenceSystem);
         }
+        if (const std::string fault = faultOf(grid.statement); !fault.empty())
+            fail(name, fault);
+        spend(name, propertyBytes(grid.statement));
+        target->setStatement(grid.statement);
         for (const Structure::Fragment& fragment : grid.fragments) {
             requireFit(fragment.name);
             const auto id = target->makeFragment(fragment.name);
@@ -146,6 +159,12 @@ private:
             made = target.makeField(field.name, element);
         } catch (const Anchor::ModelError& error) {
             fail(field.name, error.what());
+        }
+        if (field.encoding) {
+            if (const std::string fault = faultOf(*field.encoding); !fault.empty())
+                fail(field.name, fault);
+            spend(field.name, Formats::Las::ExtraBytes::entrySize);
+            made->setEncoding(*field.encoding);
         }
         for (const Structure::Piece& piece : field.pieces) {
             if (piece.fragment)
@@ -192,6 +211,7 @@ private:
     const std::shared_ptr<Input>& input_;
     std::vector<double> addedSlices_;
     std::vector<std::pair<Anchor::StrongPtr<Sheaf::Slice>, std::string>> addedGrids_;
+    std::uint64_t propertyBytesLeft_ = Structure::mostPropertyBytes;
     bool isDone_ = false;
 };
 

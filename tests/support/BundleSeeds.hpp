@@ -22,6 +22,26 @@ inline void written(const std::string& path) {
     Tidewatch::writeBundleFile(*bundle, path);
 }
 
+/// With all that files state of grids and fields.
+inline void writtenStated(const std::string& path) {
+    const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder grid(*bundle, 1, "g");
+    grid.field("Positions", "a", Points{{1, 2, 3}});
+    grid.field("Height", "a", std::vector<double>{0.25});
+    Sheaf::FileStatement statement;
+    statement.step = {0.01, 0.01, 0.25};
+    statement.offset = {1, 2, 3};
+    statement.gpsTime = Sheaf::FileStatement::GpsTime::Adjusted;
+    statement.fileSourceId = 7;
+    statement.systemIdentifier = "scanner";
+    statement.records = {{"Somebody", 1, "said", {1, 2, 3}}};
+    grid.grid().setStatement(std::move(statement));
+    grid.grid().findChart("")->setReferenceSystem("LOCAL_CS[\"a\"]");
+    grid.representation()->findField("Height")->setEncoding(
+        {"Height", "[m]", &typeid(short), 0.25, 1.0, -1.0L});
+    Tidewatch::writeBundleFile(*bundle, path);
+}
+
 inline void writtenUniform(const std::string& path) {
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
     GridBuilder(*bundle, 0, "g")

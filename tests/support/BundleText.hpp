@@ -67,6 +67,38 @@ inline std::string arrayText(const Sheaf::MemBase& array) {
     return out.str();
 }
 
+/// What files state beside fields, nothing where that is nothing.
+inline void writeStatement(std::ostream& out, const Sheaf::FileStatement& statement) {
+    for (const auto& numbers : {statement.step, statement.offset}) {
+        out << (numbers ? "  numbers " : "");
+        for (std::size_t axis = 0; numbers && axis < 3; ++axis)
+            Detail::writeNumber(out, (*numbers)[axis]);
+        out << (numbers ? "\n" : "");
+    }
+    if (statement.gpsTime)
+        out << "  GPS time " << static_cast<int>(*statement.gpsTime) << '\n';
+    if (statement.fileSourceId)
+        out << "  source " << *statement.fileSourceId << '\n';
+    if (statement.systemIdentifier)
+        out << "  system [" << *statement.systemIdentifier << "]\n";
+    for (const Sheaf::FileRecord& record : statement.records)
+        out << "  record [" << record.userId << "] " << record.recordId << " [" << record.description << "] ["
+            << std::string(record.bytes.begin(), record.bytes.end()) << "]\n";
+}
+
+inline void writeEncoding(std::ostream& out, const Sheaf::FieldEncoding& encoding) {
+    out << "     stored as [" << encoding.name << "] [" << encoding.description << "] "
+        << Sheaf::elementTypeName(*encoding.type);
+    for (const auto& number : {encoding.scale, encoding.offset}) {
+        out << (number ? " by " : " -");
+        if (number)
+            Detail::writeNumber(out, *number);
+    }
+    if (encoding.noData)
+        Detail::writeNumber(out, *encoding.noData);
+    out << '\n';
+}
+
 /// Everything that a bundle holds, arrays included, as text: two bundles are equal when their texts are.
 inline std::string bundleText(const Sheaf::Bundle& bundle) {
     std::ostringstream out;
@@ -84,7 +116,8 @@ inline std::string bundleText(const Sheaf::Bundle& bundle) {
                 continue;
             out << " grid " << name << '\n';
             for (const std::string& chart : grid->chartNames())
-                out << "  chart " << chart << '\n';
+                out << "  chart " << chart << ' ' << grid->findChart(chart)->referenceSystem() << '\n';
+            writeStatement(out, grid->statement());
             for (const auto& [key, fragment] : grid->fragments()) {
                 out << "  fragment " << key;
                 for (const auto& overlap : {fragment->overlapLow, fragment->overlapHigh}) {
@@ -106,6 +139,8 @@ inline std::string bundleText(const Sheaf::Bundle& bundle) {
                                                                const Sheaf::Field& field) {
                             out << "    field " << id.name() << ' '
                                 << Sheaf::elementTypeName(field.getElementType()) << '\n';
+                            if (field.encoding())
+                                writeEncoding(out, *field.encoding());
                             field.forEachFragment([&](const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
                                                       const Sheaf::Field::Creator& data) {
                                 const auto array = Anchor::dynamicCast<Sheaf::MemBase>(data->create(false));

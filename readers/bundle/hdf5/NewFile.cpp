@@ -4,6 +4,7 @@
 #include "anchor/Error.hpp"
 #include "readers/bundle/hdf5/NumberType.hpp"
 #include "readers/bundle/hdf5/blocks.hpp"
+#include "readers/bundle/hdf5/isUtf8.hpp"
 
 #include <algorithm>
 #include <limits>
@@ -110,17 +111,21 @@ bool writeText(hid_t object, const char* attribute, std::string_view text) {
     // A text of HDF5 has one byte at least.
     const std::string bytes = text.empty() ? std::string(1, '\0') : std::string(text);
     if (!type || !space || H5Tset_size(type.get(), bytes.size()) < 0 ||
-        H5Tset_strpad(type.get(), H5T_STR_NULLPAD) < 0 || H5Tset_cset(type.get(), H5T_CSET_UTF8) < 0)
+        H5Tset_strpad(type.get(), H5T_STR_NULLPAD) < 0 ||
+        H5Tset_cset(type.get(), isUtf8(text) ? H5T_CSET_UTF8 : H5T_CSET_ASCII) < 0)
         return false;
     const AttributeHandle handle(
         H5Acreate2(object, attribute, type.get(), space.get(), H5P_DEFAULT, H5P_DEFAULT));
     return handle && H5Awrite(handle.get(), type.get(), bytes.data()) >= 0;
 }
 
+/// The scalar element type of the same numbers.
+template <class T>
+using ElementOf = std::conditional_t<std::is_same_v<T, std::uint64_t>, unsigned long long, T>;
+
 template <class T>
 bool writeNumbers(hid_t object, const char* attribute, const DataspaceHandle& space, const T* values) {
-    using Element = std::conditional_t<std::is_same_v<T, std::uint64_t>, unsigned long long,
-                                       std::conditional_t<std::is_same_v<T, std::int32_t>, int, double>>;
+    using Element = ElementOf<T>;
     if (!space)
         return false;
     const AttributeHandle handle(
@@ -128,7 +133,37 @@ bool writeNumbers(hid_t object, const char* attribute, const DataspaceHandle& sp
     return handle && H5Awrite(handle.get(), memoryType(typeid(Element)), values) >= 0;
 }
 
+template <class T>
+bool writeNumber(hid_t object, const char* attribute, T value) {
+    return writeNumbers(object, attribute, DataspaceHandle(H5Screate(H5S_SCALAR)), &value);
+}
+
+template <class T>
+bool writeList(hid_t object, const char* attribute, std::span<const T> values) {
+    const hsize_t count = values.size();
+    return writeNumbers(object, attribute, DataspaceHandle(H5Screate_simple(1, &count, nullptr)),
+                        values.data());
+}
+
+bool writeAttribute(hid_t object, const NewFile::Group::Attribute& attribute) {
+    struct Write {
+        hid_t object;
+        const char* name;
+        bool operator()(const std::string& text) const { return writeText(object, name, text); }
+        bool operator()(std::uint16_t number) const { return writeNumber(object, name, number); }
+        bool operator()(const std::vector<std::uint8_t>& bytes) const {
+            return writeList(object, name, std::span<const std::uint8_t>(bytes));
+        }
+    };
+    return std::visit(Write{object, attribute.name}, attribute.value);
+}
+
 } // namespace
+
+void NewFile::Group::set(const Attribute& attribute) const {
+    const LibraryCall call;
+    file_->require(writeAttribute(handle_.get(), attribute), "an attribute cannot be written");
+}
 
 void NewFile::Group::setText(const char* attribute, std::string_view text) const {
     const LibraryCall call;
@@ -138,21 +173,19 @@ void NewFile::Group::setText(const char* attribute, std::string_view text) const
 template <class T>
 void NewFile::Group::setNumber(const char* attribute, T value) const {
     const LibraryCall call;
-    file_->require(writeNumbers(handle_.get(), attribute, DataspaceHandle(H5Screate(H5S_SCALAR)), &value),
-                   "an attribute cannot be written");
+    file_->require(writeNumber(handle_.get(), attribute, value), "an attribute cannot be written");
 }
 
 template <class T>
 void NewFile::Group::setNumbers(const char* attribute, std::span<const T> values) const {
     const LibraryCall call;
-    const hsize_t count = values.size();
-    file_->require(writeNumbers(handle_.get(), attribute,
-                                DataspaceHandle(H5Screate_simple(1, &count, nullptr)), values.data()),
-                   "an attribute cannot be written");
+    file_->require(writeList(handle_.get(), attribute, values), "an attribute cannot be written");
 }
 
+template void NewFile::Group::setNumber(const char*, std::uint16_t) const;
 template void NewFile::Group::setNumber(const char*, std::int32_t) const;
 template void NewFile::Group::setNumber(const char*, double) const;
+template void NewFile::Group::setNumbers(const char*, std::span<const std::uint8_t>) const;
 template void NewFile::Group::setNumbers(const char*, std::span<const std::int32_t>) const;
 template void NewFile::Group::setNumbers(const char*, std::span<const std::uint64_t>) const;
 template void NewFile::Group::setNumbers(const char*, std::span<const double>) const;
@@ -181,8 +214,10 @@ void NewFile::Group::addDataset(const NewDataset& dataset, std::span<const std::
         if (isReady)
             handle = DatasetHandle(H5Dcreate2(handle_.get(), dataset.name.c_str(), storedType(dataset.number),
                                               space.get(), links.get(), properties.get(), H5P_DEFAULT));
-        file_->require(handle &&
-                           (dataset.element.empty() || writeText(handle.get(), "element", dataset.element)),
+        file_->require(handle && std::all_of(dataset.attributes.begin(), dataset.attributes.end(),
+                                             [&](const Attribute& entry) {
+                                                 return writeAttribute(handle.get(), entry);
+                                             }),
                        "a dataset cannot be made");
     }
     if (data.empty())

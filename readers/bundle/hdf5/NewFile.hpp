@@ -12,6 +12,7 @@
 #include <string_view>
 #include <typeinfo>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace Tidewatch::Hdf5 {
@@ -36,9 +37,18 @@ public:
         /// Adds a group. The name is one path component.
         [[nodiscard]] Group addGroup(const std::string& name) const;
 
-        /// Adds an attribute to the group.
+        /// An attribute: a text, a number or a list of bytes.
+        struct Attribute {
+            const char* name;
+            std::variant<std::string, std::uint16_t, std::vector<std::uint8_t>> value;
+        };
+        void set(const Attribute& attribute) const;
+
+        /// Adds an attribute to the group. A text of bytes that are not UTF-8 is marked as one of the other kind that
+        /// HDF5 knows (ASCII).
         void setText(const char* attribute, std::string_view text) const;
-        /// The same for a single number and for a list; T is std::int32_t, std::uint64_t or double.
+        /// The same for a single number and for a list; T is std::uint8_t, std::uint16_t, std::int32_t, std::uint64_t or
+        /// double.
         template <class T>
         void setNumber(const char* attribute, T value) const;
         template <class T>
@@ -51,8 +61,7 @@ public:
             const std::type_info& number;
             /// Slowest axis first.
             std::vector<std::uint64_t> extents;
-            /// Becomes the attribute of that name, where it is not empty.
-            std::string element;
+            std::vector<Attribute> attributes;
             /// The level at which a large dataset is compressed, 0 for none.
             unsigned compression;
         };

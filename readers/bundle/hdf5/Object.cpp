@@ -4,6 +4,7 @@
 #include "anchor/printable.hpp"
 #include "readers/bundle/hdf5/NumberType.hpp"
 #include "readers/bundle/hdf5/OpenFile.hpp"
+#include "readers/bundle/hdf5/isUtf8.hpp"
 #include "readers/bundle/hdf5/storedAttribute.hpp"
 
 #include <algorithm>
@@ -13,9 +14,8 @@ namespace Tidewatch::Hdf5 {
 
 namespace {
 
-// No attribute of ours comes near these; they keep what is allocated for a hostile one small.
+// No attribute of ours comes near it; it keeps what is allocated for a hostile one small.
 constexpr std::size_t mostValues = 4096;
-constexpr std::size_t mostTextBytes = 65536;
 
 struct Listing {
     std::vector<std::string> names;
@@ -176,7 +176,7 @@ std::size_t Object::valueCount(hid_t attribute, const char* name) const {
     return static_cast<std::size_t>(count);
 }
 
-std::optional<std::string> Object::text(const char* name) const {
+std::optional<std::string> Object::text(const char* name, std::size_t most) const {
     const LibraryCall call;
     const AttributeHandle attribute = findAttribute(name);
     if (!attribute)
@@ -184,29 +184,36 @@ std::optional<std::string> Object::text(const char* name) const {
     const DatatypeHandle type(H5Aget_type(attribute.get()));
     if (!type || H5Tget_class(type.get()) != H5T_STRING || valueCount(attribute.get(), name) != 1)
         fail(quoted(name) + " is not a text");
-    if (H5Tis_variable_str(type.get()) > 0)
-        return longText(name);
-    const std::size_t size = H5Tget_size(type.get());
-    if (size == 0 || size > mostTextBytes)
+    std::string result = H5Tis_variable_str(type.get()) > 0
+                             ? longText(name, most)
+                             : shortText(name, attribute.get(), type.get(), most);
+    if (H5Tget_cset(type.get()) == H5T_CSET_UTF8 && !isUtf8(result))
+        fail(quoted(name) + " is not UTF-8, as it says it is");
+    return result;
+}
+
+std::string Object::shortText(const char* name, hid_t attribute, hid_t type, std::size_t most) const {
+    const std::size_t size = H5Tget_size(type);
+    if (size == 0 || size > most)
         fail(quoted(name) + " is too long");
     std::string result(size, '\0');
-    if (H5Aread(attribute.get(), type.get(), result.data()) < 0)
+    if (H5Aread(attribute, type, result.data()) < 0)
         failWithReason(quoted(name) + " cannot be read");
-    if (H5Tget_strpad(type.get()) == H5T_STR_SPACEPAD)
+    if (H5Tget_strpad(type) == H5T_STR_SPACEPAD)
         result.erase(result.find_last_not_of(' ') + 1);
     else
         result.erase(std::min(result.find('\0'), result.size()));
     return result;
 }
 
-std::string Object::longText(const char* name) const {
+std::string Object::longText(const char* name, std::size_t most) const {
     const auto found = stored(name);
     if (!found)
         fail(quoted(name) + " is not stored in its object's header; a text of fixed length is");
     try {
         return variableText([this](std::uint64_t address,
                                    std::span<unsigned char> target) { return file_->fetch(address, target); },
-                            *found, mostTextBytes);
+                            *found, most);
     } catch (const Anchor::FormatError& error) {
         fail(quoted(name) + " " + error.what());
     }
@@ -244,6 +251,8 @@ std::optional<std::vector<T>> Object::integers(const char* name) const {
     return result;
 }
 
+template std::optional<std::vector<std::uint8_t>> Object::integers(const char*) const;
+template std::optional<std::vector<std::uint16_t>> Object::integers(const char*) const;
 template std::optional<std::vector<std::int32_t>> Object::integers(const char*) const;
 template std::optional<std::vector<std::int64_t>> Object::integers(const char*) const;
 template std::optional<std::vector<std::uint64_t>> Object::integers(const char*) const;

@@ -5,6 +5,7 @@
 #include "readers/bundle/hdf5/Handle.hpp"
 #include "readers/bundle/hdf5/storedAttribute.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -49,11 +50,11 @@ public:
     [[nodiscard]] std::optional<Object> findChild(const std::string& name) const;
 
     /// The text of a string attribute of fixed or variable length; nothing where there is no attribute of
-    /// that name.
-    [[nodiscard]] std::optional<std::string> text(const char* name) const;
+    /// that name. Throws also for one of more than `most` bytes, and for one that claims to be UTF-8 and is not.
+    [[nodiscard]] std::optional<std::string> text(const char* name, std::size_t most = 65536) const;
 
     /// The values of an integer attribute of any width and byte order; nothing where there is none. Throws
-    /// when one is outside T's range. T is std::int32_t, std::int64_t or std::uint64_t.
+    /// when one is outside T's range. T is std::uint8_t, std::uint16_t, std::int32_t, std::int64_t or std::uint64_t.
     template <class T>
     [[nodiscard]] std::optional<std::vector<T>> integers(const char* name) const;
 
@@ -75,7 +76,10 @@ private:
     /// What the header stores for an attribute; nothing where that is elsewhere.
     [[nodiscard]] std::optional<StoredAttribute> stored(const char* name) const;
     /// The text of an attribute of variable length.
-    [[nodiscard]] std::string longText(const char* name) const;
+    [[nodiscard]] std::string longText(const char* name, std::size_t most) const;
+    /// The text of an attribute of fixed length.
+    [[nodiscard]] std::string shortText(const char* name, hid_t attribute, hid_t type,
+                                        std::size_t most) const;
     /// The number of values of an attribute; bounded, so that it can be allocated.
     [[nodiscard]] std::size_t valueCount(hid_t attribute, const char* name) const;
 
@@ -84,6 +88,8 @@ private:
     ObjectHandle handle_;
 };
 
+extern template std::optional<std::vector<std::uint8_t>> Object::integers(const char*) const;
+extern template std::optional<std::vector<std::uint16_t>> Object::integers(const char*) const;
 extern template std::optional<std::vector<std::int32_t>> Object::integers(const char*) const;
 extern template std::optional<std::vector<std::int64_t>> Object::integers(const char*) const;
 extern template std::optional<std::vector<std::uint64_t>> Object::integers(const char*) const;

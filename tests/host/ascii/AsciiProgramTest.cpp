@@ -19,7 +19,9 @@
 #include <gtest/gtest.h>
 
 #ifdef TIDEWATCH_GDAL
+#include <array>
 #include <gdal.h>
+#include <ogr_srs_api.h>
 #endif
 
 namespace Tidewatch {
@@ -332,6 +334,63 @@ TEST_F(AsciiProgramTest, GridsHaveTheirReferenceSystemBesideThem) {
     EXPECT_THAT(run({"in.h5", "-o", "added", "--crs", "EPSG:25832", "--grid", "dem", "--append"}).err,
                 HasSubstr("not carried: coordinate reference system"));
 }
+
+#ifdef TIDEWATCH_GDAL
+
+/// Makes a raster with a system that GDAL takes.
+void writeGeoTiff(const std::string& path, const OGRSpatialReferenceH system) {
+    GDALAllRegister();
+    const GDALDatasetH file =
+        GDALCreate(GDALGetDriverByName("GTiff"), path.c_str(), 3, 2, 1, GDT_Byte, nullptr);
+    std::array<double, 6> transform{500000, 10, 0, 5900000, 0, -10};
+    EXPECT_EQ(GDALSetGeoTransform(file, transform.data()), CE_None);
+    EXPECT_EQ(GDALSetSpatialRef(file, system), CE_None);
+    GDALClose(file);
+}
+
+TEST_F(AsciiProgramTest, GridOfAGeoTiffHasItsReferenceSystemBesideIt) {
+    struct Case {
+        const char* text;
+        const char* title;
+        /// What is left where ESRI's text is read as GDAL reads it.
+        const char* horizontal;
+    };
+    const char* const mine =
+        "PROJCS[\"mine\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]],PRIMEM["
+        "\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]],PROJECTION[\"Transverse_Mercator\"],PARAMETER["
+        "\"latitude_of_origin\",1],PARAMETER[\"central_meridian\",2],PARAMETER[\"scale_factor\",0.9],PARAMETER["
+        "\"false_easting\",3],PARAMETER[\"false_northing\",4],UNIT[\"metre\",1]]";
+    for (const Case& one :
+         {Case{"EPSG:32633", "WGS 84 / UTM zone 33N (EPSG:32633)", "EPSG:32633"},
+          Case{"EPSG:25832+5783", "ETRS89 / UTM zone 32N + DHHN92 height (EPSG:25832+5783)", "EPSG:25832"},
+          Case{mine, "mine", mine}}) {
+        const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
+        ASSERT_EQ(OSRSetFromUserInput(system, one.text), OGRERR_NONE);
+        writeGeoTiff(place_ / "in.tif", system);
+        EXPECT_THAT(ProgramRunner::run(place_.path(), {"info", "in.tif"}).out,
+                    HasSubstr(std::string("coordinate reference system: ") + one.title));
+        const auto result = run({"in.tif", "-o", "out", "--overwrite"});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_THAT(result.err, Not(HasSubstr("system")));
+
+        const GDALDatasetH grid = GDALOpen((place_ / "out/Band1/000000.grd").c_str(), GA_ReadOnly);
+        ASSERT_NE(grid, nullptr);
+        const OGRSpatialReferenceH found = GDALGetSpatialRef(grid);
+        ASSERT_NE(found, nullptr) << one.text;
+        const OGRSpatialReferenceH wanted = OSRNewSpatialReference(nullptr);
+        ASSERT_EQ(OSRSetFromUserInput(wanted, one.horizontal), OGRERR_NONE);
+        const OGRSpatialReferenceH plain = OSRClone(found);
+        OSRStripVertical(plain);
+        const char* const options[]{"IGNORE_DATA_AXIS_TO_SRS_AXIS_MAPPING=YES", "CRITERION=EQUIVALENT",
+                                    nullptr};
+        EXPECT_TRUE(OSRIsSameEx(plain, wanted, options)) << one.text;
+        for (const OGRSpatialReferenceH each : {system, wanted, plain})
+            OSRDestroySpatialReference(each);
+        GDALClose(grid);
+    }
+}
+
+#endif
 
 TEST_F(AsciiProgramTest, CloudIsATextFileForEachFieldThatHasAWriter) {
     write("in.laz", variedLas(7001));

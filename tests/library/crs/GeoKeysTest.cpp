@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/crs/GeoKeys.hpp"
 
+#include "support/GeoKeyBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/geoTiff.hpp"
 
@@ -17,6 +18,8 @@
 namespace Tidewatch {
 namespace {
 
+using Support::GeoKeyBuilder;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -66,8 +69,9 @@ TEST(GeoKeys, WhatIsNotReadIsNamed) {
     EXPECT_EQ(codeOf({{1024, 1}}), "none, not: a user-defined projection");
     EXPECT_EQ(codeOf({{1024, 2}, {2048, 32767}}), "none, not: a user-defined geodetic system");
     EXPECT_EQ(codeOf({{1024, 1}, {3072, 1025}}), "none, not: EPSG:1025, which PROJ does not know");
-    EXPECT_EQ(codeOf({{1024, 1}, {3072, 25832}, {3076, 9003}}),
-              "none, not: EPSG:25832 in the unit EPSG:9003");
+    EXPECT_EQ(codeOf({{1024, 1}, {3072, 32767}, {3074, 32767}, {3075, 1}}),
+              "none, not: a user-defined projection")
+        << "an ellipsoid is not made up";
     EXPECT_EQ(codeOf({{1024, 1}, {3072, 25832}, {4096, 32767}}),
               "EPSG:25832, not: a user-defined vertical system");
     EXPECT_EQ(codeOf({{1024, 1}, {3072, 25832}, {4096, 5030}}), "EPSG:25832, not: the vertical system 5030");
@@ -75,6 +79,81 @@ TEST(GeoKeys, WhatIsNotReadIsNamed) {
               "EPSG:25832, not: the vertical system 5783 in the unit EPSG:9002");
     EXPECT_EQ(codeOf({{4096, 5783}}), "none, not: a vertical system alone");
 }
+
+#ifdef TIDEWATCH_GDAL
+
+TEST(GeoKeys, UserDefinedProjectionIsRead) {
+    const auto own = ReferenceSystem::fromText(GeoKeyBuilder::ownProjectionText());
+    const GeoKeys keys = GeoKeys::read(GeoKeyBuilder::ownProjection().records());
+    EXPECT_THAT(keys.unreadable, IsEmpty());
+    ASSERT_TRUE(keys.system);
+    EXPECT_TRUE(keys.system->isEquivalentTo(own));
+    EXPECT_EQ(keys.system->title(), "site grid");
+}
+
+TEST(GeoKeys, UserDefinedGeodeticSystemIsRead) {
+    GeoKeyBuilder builder;
+    builder.number(1024, 2).number(2048, 32767).text(2049, "mine").number(2050, 32767).number(2054, 9102);
+    builder.number(2056, 32767).real(2057, 6378000).real(2059, 298);
+    const GeoKeys keys = GeoKeys::read(builder.records());
+    EXPECT_THAT(keys.unreadable, IsEmpty());
+    ASSERT_TRUE(keys.system);
+    EXPECT_EQ(keys.system->kind(), ReferenceSystem::Kind::Geographic);
+    EXPECT_THAT(*keys.system->ogcText(), AllOf(HasSubstr("GEOGCS[\"mine\""), HasSubstr(",6378000,29")));
+}
+
+TEST(GeoKeys, UserDefinedSystemsHaveHeightsOfTheirCodes) {
+    const auto verticalOf = [](const GeoKeyBuilder& builder) {
+        const GeoKeys keys = GeoKeys::read(builder.records());
+        return (keys.system && keys.system->verticalCode() ? std::to_string(*keys.system->verticalCode())
+                                                           : std::string("none")) +
+               (keys.unreadable.empty() ? "" : ", not: " + keys.unreadable);
+    };
+    EXPECT_EQ(verticalOf(GeoKeyBuilder::ownProjection().number(4096, 5783)), "5783");
+    EXPECT_EQ(verticalOf(GeoKeyBuilder::ownProjection().number(4096, 5703).number(4099, 9003)), "6360");
+    EXPECT_EQ(verticalOf(GeoKeyBuilder::ownProjection().number(4096, 5783).number(4099, 9002)),
+              "none, not: the vertical system 5783 in the unit EPSG:9002");
+    const GeoKeys keys = GeoKeys::read(GeoKeyBuilder::ownProjection().number(4096, 5783).records());
+    EXPECT_EQ(keys.system->name(), "site grid + DHHN92 height");
+    EXPECT_TRUE(keys.system->ogcText());
+}
+
+TEST(GeoKeys, UserDefinedHeightsAreReadWhereTheyHaveANameAndAUnit) {
+    const auto plain = GeoKeyBuilder().number(1024, 1).number(3072, 25832).number(4096, 32767);
+    GeoKeys keys = GeoKeys::read(GeoKeyBuilder(plain).text(4097, "site height").number(4099, 9002).records());
+    EXPECT_THAT(keys.unreadable, IsEmpty());
+    ASSERT_TRUE(keys.system);
+    EXPECT_TRUE(keys.system->hasVertical());
+    EXPECT_EQ(keys.system->code(), 25832U);
+    EXPECT_EQ(keys.system->verticalUnit(), 9002U);
+    EXPECT_THAT(keys.system->name(), HasSubstr("site height"));
+    for (const auto& less :
+         {plain, GeoKeyBuilder(plain).text(4097, "site height"), GeoKeyBuilder(plain).number(4099, 9002)}) {
+        keys = GeoKeys::read(less.records());
+        EXPECT_EQ(keys.unreadable, "a user-defined vertical system");
+        ASSERT_TRUE(keys.system);
+        EXPECT_EQ(keys.system->codeText(), "EPSG:25832");
+    }
+}
+
+TEST(GeoKeys, SystemInAnotherUnitIsOneOfItsOwn) {
+    const GeoKeys keys =
+        GeoKeys::read(GeoKeyBuilder().number(1024, 1).number(3072, 25832).number(3076, 9003).records());
+    EXPECT_THAT(keys.unreadable, IsEmpty());
+    ASSERT_TRUE(keys.system);
+    EXPECT_EQ(keys.system->unit(), 9003U);
+    EXPECT_FALSE(keys.system->code());
+    EXPECT_FALSE(keys.system->isEquivalentTo(ReferenceSystem::fromCode("EPSG:25832")));
+}
+
+TEST(GeoKeys, KeysThatGdalCannotReadAreNamedWithItsReason) {
+    GeoKeyBuilder builder = GeoKeyBuilder::ownProjection();
+    builder.text(1026, std::string(300'000, 'x'));
+    EXPECT_THAT(GeoKeys::read(builder.records()).unreadable,
+                AllOf(HasSubstr("a user-defined projection ("), HasSubstr("more than 262144 bytes")));
+}
+
+#endif
 
 TEST(GeoKeys, DamagedDirectoriesAreNamedAndEmptyOnesAreNone) {
     EXPECT_FALSE(read({}).areThere);

@@ -11,6 +11,7 @@
 #include "library/report/UsageError.hpp"
 #include "readers/registerReaders.hpp"
 #include "support/BundleBuilder.hpp"
+#include "support/GeoKeyBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/WrittenLas.hpp"
 #include "support/testName.hpp"
@@ -135,6 +136,52 @@ TEST_F(GridSystemTest, KeysThatNobodyReadsGoAlongInOlderVersionsAndAreLostInLas1
     EXPECT_TRUE(systemForLas(grid, 4).additions.empty());
     EXPECT_THAT(systemForLas(grid, 4).loss, HasSubstr("a user-defined projection"));
 }
+
+#ifdef TIDEWATCH_GDAL
+
+TEST_F(GridSystemTest, UserDefinedKeysGoAlongInOlderVersionsAndAreTextInLas14) {
+    const auto records = Support::GeoKeyBuilder::ownProjection().records();
+    const auto own = ReferenceSystem::fromText(Support::GeoKeyBuilder::ownProjectionText());
+    Sheaf::Grid& grid = makeGrid("", records);
+    completeSystems(*bundle_);
+    EXPECT_TRUE(ReferenceSystem::fromText(grid.findChart("")->referenceSystem()).isEquivalentTo(own));
+    EXPECT_THAT(GridSystem::of(grid).unreadable, IsEmpty());
+    for (const int version : {2, 3}) {
+        const WrittenSystem old = systemForLas(grid, version);
+        EXPECT_EQ(old.additions.records, records);
+        EXPECT_THAT(old.loss, IsEmpty());
+    }
+    const WrittenSystem text = systemForLas(grid, 4);
+    EXPECT_THAT(text.loss, IsEmpty());
+    EXPECT_EQ(text.additions.headerBits, 16);
+    ASSERT_THAT(text.additions.records, SizeIs(1));
+    EXPECT_EQ(text.additions.records[0].recordId, 2112);
+    EXPECT_THAT(systemForPrj(grid).additions.prj, ::testing::StartsWith("PROJCS[\"site_grid\""));
+}
+
+TEST_F(GridSystemTest, KeysThatDifferInTheirDoublesAloneAreSystemsOfTheirOwn) {
+    auto records = Support::GeoKeyBuilder::ownProjection().records();
+    makeGrid("", records);
+    // The third double is the false easting.
+    std::string doubles(records[1].bytes.begin(), records[1].bytes.end());
+    ASSERT_EQ(Support::number<double>(doubles, 16), 1000);
+    Support::patch(doubles, 16, 5000.0);
+    records[1].bytes.assign(doubles.begin(), doubles.end());
+    Support::GridBuilder other(*bundle_, 0, "other");
+    other.field("Positions", "", Support::Points{{1, 2, 3}});
+    Sheaf::FileStatement statement;
+    statement.records = records;
+    other.grid().setStatement(statement);
+    completeSystems(*bundle_);
+    const auto slice = bundle_->slices().begin()->second.lock();
+    const auto textOfGrid = [&](const std::string& name) {
+        return slice->grids().at(name).lock()->findChart("")->referenceSystem();
+    };
+    EXPECT_THAT(textOfGrid("g"), HasSubstr("\"false_easting\",1000"));
+    EXPECT_THAT(textOfGrid("other"), HasSubstr("\"false_easting\",5000"));
+}
+
+#endif
 
 TEST_F(GridSystemTest, SystemThatOlderTextCannotSayIsStatedInTheNewerWithANote) {
     const WrittenSystem written =
@@ -261,6 +308,50 @@ TEST_P(ReferenceSystemInLas, IsStatedAsTheVersionHasItAndReadBack) {
     ASSERT_EQ(std::system(command.c_str()), 0) << Support::readBytes(folder / "said");
     EXPECT_THAT(Support::readBytes(folder / "said"), HasSubstr(system->name()));
 }
+
+#ifdef TIDEWATCH_GDAL
+
+TEST(UserDefinedKeysInLas, AreTheSameInOlderVersionsAndTextInLas14) {
+    const Support::TemporaryFolder folder;
+    registerReaders();
+    Support::LasFileBuilder in;
+    in.format = 1;
+    in.addVariedPoints(3);
+    const auto records = Support::GeoKeyBuilder::ownProjection().number(4096, 5783).records();
+    for (const Sheaf::FileRecord& record : records)
+        in.vlrs.push_back({record.userId, record.recordId, {record.bytes.begin(), record.bytes.end()}});
+    Support::writeBytes(folder / "in.las", in.build());
+    for (const int version : {2, 3, 4}) {
+        const Inputs inputs = inputsOf(folder / "in.las");
+        LasOptions options;
+        options.output = OutputPattern(folder / "out.las");
+        options.version = version;
+        options.overwrite = true;
+        const ExportReport report = exportLas(inputs, options);
+        for (const Loss& loss : report.losses)
+            EXPECT_THAT(loss.message, ::testing::Not(HasSubstr("system")));
+        const auto vlrs = WrittenLas::read(folder / "out.las").vlrs();
+        if (version == 4) {
+            ASSERT_THAT(vlrs, SizeIs(1));
+            EXPECT_EQ(vlrs[0].recordId, 2112);
+            EXPECT_THAT(vlrs[0].payload, ::testing::StartsWith("COMPD_CS[\"site grid + DHHN92 height\""));
+        } else {
+            ASSERT_THAT(vlrs, SizeIs(records.size()));
+            for (std::size_t i = 0; i < vlrs.size(); ++i) {
+                EXPECT_EQ(vlrs[i].recordId, records[i].recordId);
+                EXPECT_EQ(vlrs[i].payload, std::string(records[i].bytes.begin(), records[i].bytes.end()));
+            }
+        }
+        const Inputs back = inputsOf(folder / "out.las");
+        const auto grid = back.bundle()->slices().begin()->second.lock()->grids().begin()->second.lock();
+        const GridSystem found = GridSystem::of(*grid);
+        EXPECT_THAT(found.unreadable, IsEmpty());
+        EXPECT_EQ(found.title(), "site grid + DHHN92 height");
+        EXPECT_TRUE(found.system->hasVertical());
+    }
+}
+
+#endif
 
 std::vector<Case> cases() {
     std::vector<Case> list;

@@ -24,7 +24,7 @@ Structure someStructure() {
     structure.notCarried = {"a", "b"};
     Structure::Grid grid;
     grid.name = "g";
-    grid.charts = {"C"};
+    grid.charts = {{"C", "GEOGCS[\"a\"]"}};
     grid.fragments = {{"f", std::array<std::uint64_t, 3>{1, 2, 3}, std::nullopt}};
     Structure::Skeleton skeleton;
     skeleton.object = "/s";
@@ -33,8 +33,15 @@ Structure someStructure() {
     Structure::Field field{"Positions", "point", {}};
     field.pieces.push_back({"f", {"/x", 7, "point", {2, 3, 4}}, Structure::Lattice{{1, 2, 3}, {4, 5, 6}}});
     field.pieces.push_back({std::nullopt, {"/y", 8, "point", {5}}, std::nullopt});
+    field.encoding = Sheaf::FieldEncoding{"stored", "how", &typeid(short), 0.5, -3.0, -32768.0L};
     skeleton.representations.push_back({"C", {field}});
     grid.skeletons.push_back(skeleton);
+    grid.statement.step = {0.01, 0.02, 0.5};
+    grid.statement.offset = {-1, 0, 1e6};
+    grid.statement.gpsTime = Sheaf::FileStatement::GpsTime::Adjusted;
+    grid.statement.fileSourceId = 65535;
+    grid.statement.systemIdentifier = "scanner";
+    grid.statement.records = {{"Somebody", 7, "said", {1, 0, 255}}, {"", 0, "", {}}};
     structure.slices.push_back({2.5, {grid}});
     return structure;
 }
@@ -57,6 +64,34 @@ TEST(Message, StructureComesOutAsItWentIn) {
                   .pieces.at(0)
                   .lattice->spacing[2],
               6);
+    EXPECT_EQ(back.slices[0].grids[0].statement, someStructure().slices[0].grids[0].statement);
+    EXPECT_EQ(back.slices[0].grids[0].charts.at(0).referenceSystem, "GEOGCS[\"a\"]");
+    const auto& encoding = back.slices[0].grids[0].skeletons[0].representations[0].fields[0].encoding;
+    ASSERT_TRUE(encoding);
+    EXPECT_EQ(encoding->name + encoding->description, "storedhow");
+    EXPECT_EQ(*encoding->type, typeid(short));
+    EXPECT_EQ(encoding->scale, 0.5);
+    EXPECT_EQ(encoding->offset, -3.0);
+    EXPECT_EQ(encoding->noData, -32768.0L);
+}
+
+TEST(Message, InvalidStatementsAndEncodingsAreFormatErrors) {
+    const auto refuses = [](const std::string& from, const std::string& to) {
+        std::string bytes = bytesOf(someStructure());
+        const std::size_t place = bytes.find(from);
+        ASSERT_NE(place, std::string::npos);
+        ASSERT_EQ(from.size(), to.size());
+        bytes.replace(place, from.size(), to);
+        MessageReader reader(bytes);
+        EXPECT_THROW(static_cast<void>(reader.structure()), Anchor::FormatError);
+    };
+    using namespace std::string_literals;
+    // Each of these comes once: the encoding of GPS times, the file source id, a record's id, the entry's type.
+    refuses("\x02\x01\xff\xff\0\0"s, "\x03\x01\xff\xff\0\0"s);
+    refuses("\x02\x01\xff\xff\0\0"s, "\x02\x01\xff\xff\1\0"s);
+    refuses("Somebody\x07\0\0\0"s, "Somebody\x07\0\1\0"s);
+    refuses("\x04\x19stored"s, "\x0b\x19stored"s);
+    refuses("\x04\x19stored"s, "\x00\x19stored"s);
 }
 
 TEST(Message, CutOffAtEachLengthIsAFormatError) {

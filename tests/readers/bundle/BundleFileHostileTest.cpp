@@ -145,6 +145,184 @@ TEST_F(HostileBundleFile, GroupThatIsADatasetIsRefused) {
     }
 }
 
+// What files state of grids and fields.
+
+const std::string grid = "/slices/t/grids/g";
+
+TEST_F(HostileBundleFile, StatementsOfAWrongKindAreRefused) {
+    const auto expect = [&](const std::string& what, const std::function<void(const Craft::File&)>& change) {
+        expectRefused(grid + ": " + what, change);
+    };
+    expect("attribute \"step\" is not three finite numbers", [](const Craft::File& file) {
+        file.numbers(grid, "step", std::vector<double>{1, 2});
+    });
+    expect("has a step of coordinates that is not a finite number above 0", [](const Craft::File& file) {
+        file.numbers(grid, "step", std::vector<double>{1, 0, 1});
+    });
+    expect("attribute \"offset\" is not three finite numbers", [](const Craft::File& file) {
+        file.numbers(grid, "offset", std::vector<double>{1, 2, std::nan("")});
+    });
+    expect("attribute \"offset\" is not a number",
+           [](const Craft::File& file) { file.text(grid, "offset", "0"); });
+    expect("attribute \"gps_time\" is neither",
+           [](const Craft::File& file) { file.text(grid, "gps_time", "month"); });
+    expect("attribute \"gps_time\" is not a text",
+           [](const Craft::File& file) { file.number(grid, "gps_time", 1); });
+    expect("attribute \"file_source_id\" is out of range: 65536",
+           [](const Craft::File& file) { file.number(grid, "file_source_id", 65536); });
+    expect("attribute \"file_source_id\" is not an integer",
+           [](const Craft::File& file) { file.number(grid, "file_source_id", 1.5); });
+    expect("attribute \"file_source_id\" is not one integer", [](const Craft::File& file) {
+        file.numbers(grid, "file_source_id", std::vector<std::int32_t>{1, 2});
+    });
+    expect("attribute \"system_identifier\" is too long", [](const Craft::File& file) {
+        file.longText(grid, "system_identifier", std::string(65'537, 'a'));
+    });
+}
+
+TEST_F(HostileBundleFile, TextThatClaimsToBeUtf8AndIsNotIsRefused) {
+    const auto utf8 = [](const Craft::File& file, const std::string& object, const char* name,
+                         const std::string& value, bool isLong) {
+        const hid_t type = Craft::need(H5Tcopy(H5T_C_S1), "type");
+        Craft::need(H5Tset_size(type, isLong ? H5T_VARIABLE : value.size()), "size");
+        Craft::need(H5Tset_cset(type, H5T_CSET_UTF8), "characters");
+        const char* const characters = value.data();
+        file.attribute(object, name, type, type, {},
+                       isLong ? static_cast<const void*>(&characters) : characters);
+        H5Tclose(type);
+    };
+    for (const std::string text :
+         {"\xff", "a\x80", "\xc3", "\xc3(", "\xc0\x80", "\xe0\x80\x80", "\xed\xa0\x80", "\xf0\x80\x80\x80",
+          "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xe2\x82"}) {
+        for (const bool isLong : {false, true}) {
+            expectRefused(
+                grid + ": attribute \"system_identifier\" is not UTF-8",
+                [&](const Craft::File& file) { utf8(file, grid, "system_identifier", text, isLong); });
+        }
+    }
+    expectRefused(grid + "/charts/C: attribute \"crs\" is not UTF-8", [&](const Craft::File& file) {
+        file.group(grid + "/charts/C");
+        utf8(file, grid + "/charts/C", "crs", "LOCAL_CS[\"\xfc\"]", false);
+    });
+    // All that UTF-8 has, and what says nothing of its bytes, is read.
+    for (const std::string text : {"a", "\xc2\x80", "\xdf\xbf", "\xe0\xa0\x80", "\xed\x9f\xbf",
+                                   "\xef\xbf\xbf", "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"}) {
+        {
+            const Craft::File file(file_);
+            utf8(file.bundle().grid(), grid, "system_identifier", text, false);
+        }
+        EXPECT_THAT(loadAll(file_), HasSubstr("system [" + text + "]"));
+    }
+    Craft::File(file_).bundle().grid().text(grid, "system_identifier", "\xff");
+    EXPECT_THAT(loadAll(file_), HasSubstr("system [\xff]"));
+}
+
+TEST_F(HostileBundleFile, ReferenceSystemOfAWrongKindIsRefused) {
+    const std::string chart = grid + "/charts/C";
+    expectRefused(chart + ": attribute \"crs\" is not a text",
+                  [&](const Craft::File& file) { file.group(chart).number(chart, "crs", 25832); });
+    expectRefused(chart + ": attribute \"crs\" is too long", [&](const Craft::File& file) {
+        file.group(chart).longText(chart, "crs", std::string((std::size_t{1} << 20) + 1, 'a'));
+    });
+}
+
+TEST_F(HostileBundleFile, InvalidRecordsAreRefused) {
+    const std::string record = grid + "/records/000000";
+    const auto expect = [&](const std::string& what, hid_t type, const std::vector<hsize_t>& extents,
+                            const std::function<void(const Craft::File&)>& change) {
+        expectRefused(record + ": " + what, [&](const Craft::File& file) {
+            file.dataset(record, type, H5T_NATIVE_DOUBLE, extents, numbers_.data());
+            change(file);
+        });
+    };
+    const auto stated = [&](const Craft::File& file) {
+        file.text(record, "user_id", "Somebody").number(record, "record_id", 1);
+    };
+    expect("is a record without a user id or a record id", H5T_STD_U8LE, {6}, [](const Craft::File&) {});
+    expect("is a record without a user id or a record id", H5T_STD_U8LE, {6},
+           [&](const Craft::File& file) { file.text(record, "user_id", "Somebody"); });
+    expect("attribute \"record_id\" is out of range: -1", H5T_STD_U8LE, {6}, [&](const Craft::File& file) {
+        file.text(record, "user_id", "Somebody").number(record, "record_id", -1);
+    });
+    expect("attribute \"user_id\" is not a text", H5T_STD_U8LE, {6},
+           [&](const Craft::File& file) { file.number(record, "user_id", 1); });
+    expect("is not a list of bytes", H5T_STD_U8LE, {2, 3}, stated);
+    expect("its numbers are int8", H5T_STD_I8LE, {6}, stated);
+    expect("is not a list of bytes", H5T_STD_U16LE, {6}, stated);
+    expectRefused(grid + "/records: is not a group", [](const Craft::File& file) {
+        const double one = 1;
+        file.dataset(grid + "/records", H5T_STD_U8LE, H5T_NATIVE_DOUBLE, {1}, &one);
+    });
+    expectRefused(record + ": ", [&](const Craft::File& file) { stated(file.group(record)); });
+}
+
+TEST_F(HostileBundleFile, MoreRecordsOrBytesThanAreReadAreRefused) {
+    const auto emptyRecord = [](const Craft::File& file, const std::string& path, hsize_t bytes,
+                                hid_t properties) {
+        file.dataset(path, H5T_STD_U8LE, H5T_NATIVE_UCHAR, {bytes}, nullptr, properties);
+        file.text(path, "user_id", "a").number(path, "record_id", 1);
+    };
+    expectRefused(grid + "/records: has more than 10000 records", [&](const Craft::File& file) {
+        emptyRecord(file, grid + "/records/a", 1, H5P_DEFAULT);
+        for (int i = 0; i < 10'001; ++i) {
+            const std::string name = grid + "/records/r" + std::to_string(i);
+            Craft::need(H5Lcreate_hard(file.id(), (grid + "/records/a").c_str(), file.id(), name.c_str(),
+                                       H5P_DEFAULT, H5P_DEFAULT),
+                        "link");
+        }
+    });
+    // Nothing is stored of a chunk of zeros, whatever the number of bytes it stands for.
+    expectRefused(
+        "has more reference systems, records and the like than are read", [&](const Craft::File& file) {
+            Craft::Properties properties;
+            emptyRecord(file, grid + "/records/000000", hsize_t{1} << 40U, properties.chunk({1 << 20}).id());
+        });
+    // One text that hangs in many places counts as often.
+    expectRefused("has more reference systems, records and the like than are read",
+                  [&](const Craft::File& file) {
+                      const std::string first = grid + "/charts/a";
+                      file.group(first).longText(first, "crs", std::string(std::size_t{1} << 20, 'a'));
+                      for (int i = 0; i < 128; ++i)
+                          Craft::need(H5Lcreate_hard(file.id(), first.c_str(), file.id(),
+                                                     (grid + "/charts/b" + std::to_string(i)).c_str(),
+                                                     H5P_DEFAULT, H5P_DEFAULT),
+                                      "link");
+                  });
+}
+
+TEST_F(HostileBundleFile, InvalidDescriptionsOfFieldsAreRefused) {
+    const std::string field = Craft::fields + "Height";
+    const auto expect = [&](const std::string& what, const std::vector<std::int32_t>& bytes) {
+        expectRefused(field + ": attribute \"las_attribute\" " + what, [&](const Craft::File& file) {
+            file.group(field).numbers(field, "las_attribute", bytes);
+        });
+    };
+    std::vector<std::int32_t> entry(192);
+    entry[2] = 4;
+    expect("is not the 192 bytes of a description",
+           std::vector<std::int32_t>(entry.begin(), entry.end() - 1));
+    expect("is not the 192 bytes of a description", std::vector<std::int32_t>(193));
+    expect("has too many values", std::vector<std::int32_t>(5000));
+    for (const std::int32_t type : {0, 11, 255}) {
+        entry[2] = type;
+        expect("does not describe a number", entry);
+    }
+    entry[2] = 4;
+    entry[5] = 256;
+    expect("is out of range: 256", entry);
+    entry[5] = 0;
+    // A scale of 0, which is stated, and an offset that is infinite.
+    entry[3] = 8;
+    expect("says that it is stored with a scale or an offset that makes no value", entry);
+    entry[3] = 16;
+    entry[136 + 6] = 0xf0;
+    entry[136 + 7] = 0x7f;
+    expect("says that it is stored with a scale or an offset that makes no value", entry);
+    expectRefused(field + ": attribute \"las_attribute\" is not an integer", [&](const Craft::File& file) {
+        file.group(field).text(field, "las_attribute", std::string(192, 'a'));
+    });
+}
+
 // Attributes.
 
 TEST_F(HostileBundleFile, TimeMissingMistypedOrNotFiniteIsRefused) {
@@ -881,6 +1059,8 @@ protected:
         const std::string& seed = std::get<0>(GetParam());
         if (seed == "written")
             Support::Seeds::written(file_);
+        else if (seed == "stated")
+            Support::Seeds::writtenStated(file_);
         else if (seed == "uniform")
             Support::Seeds::writtenUniform(file_);
         else
@@ -948,8 +1128,8 @@ constexpr auto damagedName = [](const auto& param) {
 };
 
 INSTANTIATE_TEST_SUITE_P(Forms, DamagedBundleFile,
-                         ::testing::Combine(::testing::Values("written", "uniform", "oldest", "version18",
-                                                              "latest"),
+                         ::testing::Combine(::testing::Values("written", "stated", "uniform", "oldest",
+                                                              "version18", "latest"),
                                             ::testing::Range<std::size_t>(0, partCount)),
                          damagedName);
 
@@ -964,7 +1144,8 @@ TEST_P(RepairedBundleFile, EachByteFlippedAndChecksumsRepairedIsAnErrorOrSteadyV
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, RepairedBundleFile,
-                         ::testing::Combine(::testing::Values("written", "uniform", "version18", "latest"),
+                         ::testing::Combine(::testing::Values("written", "stated", "uniform", "version18",
+                                                              "latest"),
                                             ::testing::Range<std::size_t>(0, partCount)),
                          damagedName);
 

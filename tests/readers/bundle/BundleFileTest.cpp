@@ -1003,4 +1003,127 @@ TEST_F(BundleFile, WrittenFileShowsTheSameToH5dump) {
     EXPECT_THAT(flat, HasSubstr("430000.5, -5920000.25, 0.10000000000000001"));
 }
 
+// What files state of grids and fields.
+
+Sheaf::FileStatement fullStatement() {
+    Sheaf::FileStatement statement;
+    statement.step = {0.01, 0.001, 0.25};
+    statement.offset = {-7, 1e5, 0};
+    statement.gpsTime = Sheaf::FileStatement::GpsTime::Week;
+    statement.fileSourceId = 65535;
+    statement.systemIdentifier = "Flieger \xc3\xbc"
+                                 "ber Sylt";
+    statement.records = {{"Somebody", 1, "first", {0, 255, 1}},
+                         {"Somebody", 1, "", {}},
+                         {"Vermesser \xfc", 65535, "Latin-1: \xe4", std::vector<std::uint8_t>(70'000, 'x')}};
+    return statement;
+}
+
+/// Points with values whose description is `encoding`, in a grid that states `statement`.
+Bundle statedBundle(const std::string& name, const Sheaf::FileStatement& statement,
+                    const Sheaf::FieldEncoding& encoding, const std::string& system,
+                    const std::string& fragment = "f") {
+    const Bundle bundle = emptyBundle();
+    GridBuilder grid(*bundle, 1, name);
+    grid.field("Positions", fragment, somePoints(3)).field("Height", fragment, std::vector<double>{1, 2, 3});
+    grid.grid().setStatement(statement);
+    const auto chart = grid.grid().findChart("");
+    chart->setReferenceSystem(system);
+    grid.grid().skeletons().findVertices(-1)->representations()(chart)->findField("Height")->setEncoding(
+        encoding);
+    return bundle;
+}
+
+const Sheaf::FieldEncoding heightEncoding{"Height", "above [m]", &typeid(short), 0.01, -5.0, -32768.0L};
+
+TEST_F(BundleFile, WhatFilesStateOfGridsAndFieldsRoundTrips) {
+    expectRoundTrip(statedBundle("all", fullStatement(), heightEncoding, "LOCAL_CS[\"a\"]"));
+    // Data without fragments is its field's own.
+    expectRoundTrip(statedBundle("whole", {}, heightEncoding, "", ""));
+    Sheaf::FileStatement adjusted;
+    adjusted.gpsTime = Sheaf::FileStatement::GpsTime::Adjusted;
+    adjusted.systemIdentifier = "";
+    expectRoundTrip(statedBundle("part", adjusted, {"x", "", &typeid(float), {}, {}, {}}, ""));
+    for (const std::size_t size : {std::size_t{65'535}, std::size_t{65'536}, std::size_t{1} << 20})
+        expectRoundTrip(statedBundle("long", {}, heightEncoding, std::string(size, 'w')));
+}
+
+TEST_F(BundleFile, EncodingThatExtraBytesDoNotHaveIsLeftOut) {
+    const Bundle bundle =
+        statedBundle("g", {}, {"x", "", &typeid(long double), {}, {}, {}}, "LOCAL_CS[\"a\"]");
+    const Bundle back = roundTrip(bundle);
+    const auto grid = back->slices().begin()->second.lock()->grids().begin()->second.lock();
+    const auto field =
+        grid->getField(grid->findCartesianChart(""), "Height", grid->skeletons().findVertices(-1));
+    EXPECT_FALSE(field->encoding());
+}
+
+TEST_F(BundleFile, StatementsThatAreNotReadAgainAreRefused) {
+    const auto refused = [&](const auto& change, const std::string& system = "") {
+        Sheaf::FileStatement statement;
+        change(statement);
+        return messageOf([&] {
+            Tidewatch::writeBundleFile(*statedBundle("g", statement, heightEncoding, system), file_);
+        });
+    };
+    const auto nothing = [](Sheaf::FileStatement&) {};
+    EXPECT_THAT(refused([](auto& of) {
+                    of.step = {0.1, 0.0, 0.1};
+                }),
+                HasSubstr("not a finite number above 0"));
+    EXPECT_THAT(refused([](auto& of) { of.offset = {0, INFINITY, 0}; }), HasSubstr("offset of coordinates"));
+    EXPECT_THAT(refused([](auto& of) { of.systemIdentifier = std::string("a\0b", 3); }),
+                HasSubstr("/g/system_identifier: a text with a zero"));
+    EXPECT_THAT(refused([](auto& of) { of.systemIdentifier = std::string(65'537, 'a'); }),
+                HasSubstr("a text of 65537 bytes"));
+    EXPECT_THAT(refused([](auto& of) {
+                    of.records = {{std::string(1, '\0'), 1}};
+                }),
+                HasSubstr("/g/records/000000: a text with a zero"));
+    EXPECT_THAT(refused([](auto& of) { of.records.resize(10'001); }), HasSubstr("10001 records"));
+    EXPECT_THAT(refused([](auto& of) {
+                    of.records = {{"a", 1, "", std::vector<std::uint8_t>(std::size_t{128} << 20)}};
+                }),
+                HasSubstr("than are read again"));
+    EXPECT_THAT(refused(nothing, std::string("a\0b", 3)), HasSubstr("/crs: a text with a zero"));
+    EXPECT_THAT(refused(nothing, std::string((1 << 20) + 1, 'a')), HasSubstr("a text of 1048577 bytes"));
+}
+
+TEST_F(BundleFile, GridsKeepTheirOwnStatements) {
+    const Bundle bundle = emptyBundle();
+    for (const std::uint16_t number : {std::uint16_t{1}, std::uint16_t{2}}) {
+        Sheaf::FileStatement statement;
+        statement.fileSourceId = number;
+        statement.records = {{"Somebody", number, "", {1}}};
+        GridBuilder grid(*bundle, 0, "grid" + std::to_string(number));
+        grid.field("Positions", "", somePoints(2));
+        grid.grid().setStatement(statement);
+    }
+    expectRoundTrip(bundle);
+    const Bundle back = read(file_);
+    for (const auto& [name, grid] : back->slices().begin()->second.lock()->grids())
+        EXPECT_EQ("grid" + std::to_string(*grid.lock()->statement().fileSourceId), name);
+}
+
+TEST_F(BundleFile, PlacesAsOtherProgramsWriteThemAreRead) {
+    const std::string grid = "/slices/t/grids/g";
+    {
+        Craft::File file(file_);
+        file.bundle().grid();
+        file.group(grid + "/charts/C").longText(grid + "/charts/C", "crs", "LOCAL_CS[\"a\"]");
+        file.number(grid, "file_source_id", 7).longText(grid, "gps_time", "adjusted");
+        const std::vector<int> bytes{1, 2, 255};
+        file.dataset(grid + "/records/000000", H5T_STD_U8LE, H5T_NATIVE_INT, {3}, bytes.data());
+        file.longText(grid + "/records/000000", "user_id", "Somebody");
+        file.number(grid + "/records/000000", "record_id", 1);
+    }
+    const auto found = read(file_)->slices().begin()->second.lock()->grids().begin()->second.lock();
+    EXPECT_EQ(found->findChart("C")->referenceSystem(), "LOCAL_CS[\"a\"]");
+    EXPECT_EQ(found->statement().fileSourceId, 7);
+    EXPECT_EQ(found->statement().gpsTime, Sheaf::FileStatement::GpsTime::Adjusted);
+    EXPECT_EQ(found->statement().records, (std::vector<Sheaf::FileRecord>{{"Somebody", 1, "", {1, 2, 255}}}));
+    EXPECT_FALSE(found->statement().step);
+    EXPECT_FALSE(found->statement().systemIdentifier);
+}
+
 } // namespace

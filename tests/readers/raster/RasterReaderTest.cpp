@@ -49,6 +49,7 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::UnorderedElementsAre;
 using Transform = std::array<double, 6>;
 using Bytes = std::vector<unsigned char>;
@@ -104,6 +105,11 @@ private:
 };
 
 struct Rasters : ::testing::Test {
+    /// The chart of the grid that was read last.
+    [[nodiscard]] Anchor::StrongPtr<Sheaf::CartesianChart> chart() const {
+        return bundle->slices().begin()->second.lock()->grids().begin()->second.lock()->findChart("");
+    }
+
     /// Reads a file into a bundle and gives the representation that it became.
     Representation read(const std::string& path) {
         bundle = Anchor::makeStrong<Sheaf::Bundle>();
@@ -395,8 +401,37 @@ TEST_F(Rasters, WhatIsNotCarriedIsListed) {
         GDALSetRasterUnitType(file.band(2), "m");
     }
     read(folder / "a.tif");
-    EXPECT_THAT(report->notCarried(), ElementsAre("coordinate reference system", "scale and offset of values",
-                                                  "unit of values", "names of bands"));
+    EXPECT_THAT(report->notCarried(),
+                ElementsAre("scale and offset of values", "unit of values", "names of bands"));
+}
+
+TEST_F(Rasters, ReferenceSystemOfAnyKindIsThatOfTheChart) {
+    for (
+        const std::string text :
+        {"EPSG:32633", "EPSG:4326", "EPSG:7415", "EPSG:4979",
+         "PROJCS[\"mine\",GEOGCS[\"mine\",DATUM[\"mine\",SPHEROID[\"mine\",6378000,298]],PRIMEM[\"Greenwich\",0],"
+         "UNIT[\"degree\",0.0174532925199433]],PROJECTION[\"Transverse_Mercator\"],PARAMETER["
+         "\"latitude_of_origin\",1],PARAMETER[\"central_meridian\",2],PARAMETER[\"scale_factor\",0.9],PARAMETER["
+         "\"false_easting\",3],PARAMETER[\"false_northing\",4],UNIT[\"metre\",1]]"}) {
+        const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
+        ASSERT_EQ(OSRSetFromUserInput(system, text.c_str()), OGRERR_NONE);
+        {
+            NewRaster file(folder / "a.tif", 2, 2, 1, GDT_Byte);
+            file.place(northUp);
+            ASSERT_EQ(GDALSetSpatialRef(file.dataset(), system), CE_None);
+        }
+        read(folder / "a.tif");
+        const std::string found = chart()->referenceSystem();
+        const OGRSpatialReferenceH back = OSRNewSpatialReference(found.c_str());
+        ASSERT_NE(back, nullptr) << text;
+        EXPECT_TRUE(OSRIsSame(back, system)) << found;
+        EXPECT_THAT(report->notCarried(), Each(Not(HasSubstr("system"))));
+        OSRDestroySpatialReference(back);
+        OSRDestroySpatialReference(system);
+    }
+    NewRaster(folder / "none.tif", 2, 2, 1, GDT_Byte).place(northUp);
+    read(folder / "none.tif");
+    EXPECT_EQ(chart()->referenceSystem(), "");
 }
 
 TEST_F(Rasters, ColourTableAndControlPointsAreListed) {
@@ -1086,7 +1121,8 @@ TEST_F(ExportedRasters, ElevationModelComesBackFromItsGridWithValuesNoDataAndPla
 TEST_F(ExportedRasters, RealElevationModelComesBackFromItsGridWithValuesNoDataAndPlace) {
     TIDEWATCH_NEED_SHARED(path, "autzen-dsm.tif");
     expectModelComesBack(path);
-    EXPECT_THAT(report->notCarried(), ElementsAre("coordinate reference system", "names of bands"));
+    EXPECT_THAT(report->notCarried(), ElementsAre("names of bands"));
+    EXPECT_THAT(chart()->referenceSystem(), HasSubstr("NAD_1983_HARN_Lambert_Conformal_Conic"));
 }
 
 TEST_F(ExportedRasters, EveryBandOfAPictureComesBackFromItsGrid) {
