@@ -108,6 +108,16 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
     addValue(app, "--fragment-points", "N", positiveCount, inputs.fragmentPoints,
              fmt::format("cut LAS and LAZ points into pieces of N (default {})", inputs.fragmentPoints))
         ->group(group);
+    addReading(app, inputs);
+    addValue(
+        app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
+        "coordinate reference system of all grids: EPSG:25832+5783,\na file of well-known text, or none; "
+        "nothing is transformed")
+        ->group(group);
+}
+
+void addReading(CLI::App& app, InputOptions& inputs) {
+    const std::string group = "Inputs";
     addValue(app, "--memory-limit", "SIZE", parseByteSize, inputs.memoryLimit,
              fmt::format(
                  "memory for arrays, such as 512M or 4G (default {} for those that can be read again, three "
@@ -116,11 +126,6 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
         ->group(group);
     addValue(app, "--sandbox", "WHEN", sandboxWish, inputs.requiresSandbox,
              "auto (as far as the system has it), or require: no bundle\nfile or raster is read without it")
-        ->group(group);
-    addValue(
-        app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
-        "coordinate reference system of all grids: EPSG:25832+5783,\na file of well-known text, or none; "
-        "nothing is transformed")
         ->group(group);
 }
 
