@@ -187,10 +187,12 @@ std::string fileText(const Inventory::Input& input) {
 std::string numberText(const GridStatistics::Range& range, long double value, double step) {
     if (range.isWhole)
         return fmt::format("{:.0f}", value);
-    if (range.isFloat)
-        return fmt::format("{}", static_cast<float>(value));
-    return range.name.starts_with("Positions.") ? coordinateText(static_cast<double>(value), step)
-                                                : shortestText(static_cast<double>(value));
+    if (range.name.starts_with("Positions."))
+        return coordinateText(static_cast<double>(value), step);
+    // Without an exponent where that is readable.
+    std::string text = range.isFloat ? fmt::format("{}", static_cast<float>(value))
+                                     : fmt::format("{}", static_cast<double>(value));
+    return text.ends_with(".0") ? text.substr(0, text.size() - 2) : text;
 }
 
 double stepOfRange(const std::string& name, const Step& step) {

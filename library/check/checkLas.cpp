@@ -374,9 +374,11 @@ private:
         }
         if ((header_.globalEncoding & Encoding::adjustedGpsTime) != 0 || survey_.timesOutsideWeek.count == 0)
             return;
+        constexpr double millisecond = 0.001;
         const std::string message =
             fmt::format("GPS times reach from {} to {}, and the header says that they are seconds of a week",
-                        shortestText(survey_.times.lowest), shortestText(survey_.times.highest));
+                        coordinateText(survey_.times.lowest, millisecond),
+                        coordinateText(survey_.times.highest, millisecond));
         if (isOwn_)
             habit(Kind::gpsTime, pointPlace(survey_.timesOutsideWeek.first),
                   message +

@@ -205,8 +205,9 @@ TEST(CommandLine, ViewTakesAllItsOptions) {
 TEST(CommandLine, AMistypedCommandGetsASuggestion) {
     EXPECT_EQ(usageError({"pdc", "a"}), "there is no command \"pdc\"; did you mean pcd?");
     EXPECT_EQ(usageError({"sampel"}), "there is no command \"sampel\"; did you mean sample?");
-    EXPECT_EQ(usageError({"frobnicate"}),
-              "there is no command \"frobnicate\"; there are las, pcd, ascii, info, bundle, view, sample");
+    EXPECT_EQ(
+        usageError({"frobnicate"}),
+        "there is no command \"frobnicate\"; there are las, pcd, ascii, info, check, bundle, view, sample");
 }
 
 TEST(CommandLine, MissingThingsAreNamed) {

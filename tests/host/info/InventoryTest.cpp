@@ -176,7 +176,7 @@ TEST(InventoryTable, HasALineForEachFileWithCoordinatesInItsOwnStep) {
     const Inventory inventory = Inventory::of(*bundle, reports, true);
     EXPECT_EQ(
         inventoryTable(inventory),
-        R"(file   format                                points  time          x             y             z               system
+        R"(file   format                               points  time          x             y             z               system
 a.laz  LAS 1.2, point format 3, compressed       2  0             1.00 to 4.00  2.00 to 5.50  3.000 to 6.000  none
 b.h5   bundle file                               4  2 (0 to 2.5)  1 to 4        2 to 5.5      3 to 6          none
 2 time slices, 4 grids, 7 points
