@@ -22,7 +22,7 @@ LasPointSurvey::LasPointSurvey(const Las::LasHeader& header) noexcept
                                                                        : std::int16_t{90}) {}
 
 void LasPointSurvey::watch(std::size_t offset) noexcept {
-    const auto free = std::find(watched_.begin(), watched_.end(), std::nullopt);
+    auto* const free = std::find(watched_.begin(), watched_.end(), std::nullopt);
     if (free != watched_.end())
         *free = offset;
     firstIsZero_ = true;

@@ -45,7 +45,7 @@ public:
     void watch(std::size_t offset) noexcept;
 
     /// The next points of the file.
-    void take(std::span<const Las::Point> points) noexcept;
+    void take(std::span<const Las::Point> block) noexcept;
 
     std::uint64_t points = 0;
     std::array<Range<std::int32_t>, 3> stored;

@@ -7,6 +7,7 @@
 #include <limits>
 #include <span>
 #include <system_error>
+#include <utility>
 
 namespace Tidewatch {
 
@@ -24,9 +25,9 @@ std::string_view withoutPlus(std::string_view word) noexcept {
 
 } // namespace
 
-ByteReader::ByteReader(const std::string& path, const Anchor::StrongPtr<Progress>& progress)
+ByteReader::ByteReader(const std::string& path, Anchor::StrongPtr<Progress> progress)
     : file_(path),
-      progress_(progress),
+      progress_(std::move(progress)),
       block_(blockSize) {
     if (!progress_)
         return;

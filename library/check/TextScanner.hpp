@@ -18,7 +18,7 @@ namespace Tidewatch {
 class ByteReader {
 public:
     /// `progress` may be null. Throws Anchor::FileError.
-    ByteReader(const std::string& path, const Anchor::StrongPtr<Progress>& progress = {});
+    explicit ByteReader(const std::string& path, Anchor::StrongPtr<Progress> progress = {});
 
     /// Nothing behind the end. Throws Anchor::FileError, and what `progress` throws.
     [[nodiscard]] std::optional<std::uint8_t> next() {

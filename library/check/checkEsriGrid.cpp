@@ -32,8 +32,8 @@ constexpr std::string_view usualNoData = "-9999";
 
 /// The key that a word is, or nothing.
 std::optional<std::string_view> keyOf(std::string_view word) {
-    const auto key = std::find_if(keys.begin(), keys.end(),
-                                  [&](std::string_view known) { return isSameWord(known, word); });
+    const auto* const key = std::find_if(keys.begin(), keys.end(),
+                                         [&](std::string_view known) { return isSameWord(known, word); });
     return key != keys.end() ? std::optional(*key) : std::nullopt;
 }
 

@@ -99,7 +99,7 @@ private:
                                 words[3] == "Tidewatch");
             return false;
         }
-        const auto known = std::find(entryNames.begin(), entryNames.end(), words.front());
+        const auto* const known = std::find(entryNames.begin(), entryNames.end(), words.front());
         if (known == entryNames.end()) {
             fault(fmt::format("line {}: \"{}\" is not an entry of the header", scanner_.line(),
                               Anchor::printable(words.front())));

@@ -31,7 +31,7 @@ std::string pointFormatText(const Las::LasHeader& header) {
           std::pair(layout.wavePacket != 0, "waveforms"),
           std::pair(header.extraByteCount() != 0, "extra bytes")}) {
         if (isThere)
-            parts.push_back(part);
+            parts.emplace_back(part);
     }
     return fmt::format("{}, {} bytes{}{}{}", header.pointFormat, header.recordLength,
                        parts.empty() ? "" : ", with ", fmt::join(parts, ", "),
