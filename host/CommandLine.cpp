@@ -171,13 +171,28 @@ CLI::App* addAscii(CLI::App& program, AsciiRequest& request) {
 }
 
 CLI::App* addInfo(CLI::App& program, InfoRequest& request) {
-    CLI::App& app = *program.add_subcommand(
-        "info", "show what the inputs contain: slices, grids, skeletons, fields, fragments");
+    CLI::App& app = *program.add_subcommand("info", "show what the inputs are, and what they contain");
+    const std::string group = "Contents";
+    app.add_flag("--fields", request.fields, "show grids, skeletons, fields and fragments")->group(group);
+    app.add_flag("--stats", request.statistics,
+                 "read everything, and show ranges of fields, classes and returns")
+        ->group(group);
     addInputs(app, request.inputs);
     app.add_flag("--bounds", request.bounds, "show bounding boxes, for which positions are read")
         ->group("Inputs");
     addReport(app, request.report, "the output as JSON");
     finish(app, "Example:\n  tidewatch info survey.laz tides.h5");
+    return &app;
+}
+
+CLI::App* addCheck(CLI::App& program, CheckRequest& request) {
+    CLI::App& app = *program.add_subcommand("check", "check whether files are what their formats say");
+    app.add_option("FILE", request.inputs.files, "LAS, LAZ, PCD, ESRI ASCII grid or bundle files, rasters")
+        ->required();
+    addReading(app, request.inputs);
+    addReport(app, request.report, "the findings as JSON");
+    finish(app, "Exit status: 0 if no file has a fault, 1 if some file has.\n\n"
+                "Example:\n  tidewatch check out/*.laz");
     return &app;
 }
 
@@ -274,10 +289,10 @@ Command makeCommand(CLI::App& program) {
 
 /// The commands in the order of the help; a new one is a row here and an alternative of Request.
 constexpr Command (*commandTable[])(CLI::App&) = {
-    makeCommand<LasRequest, addLas>,       makeCommand<PcdRequest, addPcd>,
-    makeCommand<AsciiRequest, addAscii>,   makeCommand<InfoRequest, addInfo>,
-    makeCommand<BundleRequest, addBundle>, makeCommand<ViewRequest, addView>,
-    makeCommand<SampleRequest, addSample>};
+    makeCommand<LasRequest, addLas>,     makeCommand<PcdRequest, addPcd>,
+    makeCommand<AsciiRequest, addAscii>, makeCommand<InfoRequest, addInfo>,
+    makeCommand<CheckRequest, addCheck>, makeCommand<BundleRequest, addBundle>,
+    makeCommand<ViewRequest, addView>,   makeCommand<SampleRequest, addSample>};
 
 constexpr std::string_view versionAsJson[] = {"--version", "--json"};
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/bundle/BundleCommand.hpp"
+#include "host/check/CheckCommand.hpp"
 #include "host/export/ExportCommand.hpp"
 #include "host/info/InfoCommand.hpp"
 #include "host/sample/SampleCommand.hpp"
@@ -22,7 +23,7 @@ struct TextRequest {
 
 /// What the user requests. Each alternative has `int run() const`, which returns the exit status.
 using Request = std::variant<TextRequest, LasRequest, PcdRequest, AsciiRequest, InfoRequest, BundleRequest,
-                             SampleRequest, ViewRequest>;
+                             SampleRequest, ViewRequest, CheckRequest>;
 
 /// Parses the arguments of the program, without its name. Throws UsageError.
 [[nodiscard]] Request parseCommandLine(std::span<const char* const> arguments);

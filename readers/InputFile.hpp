@@ -2,6 +2,7 @@
 #pragma once
 
 #include "anchor/FileState.hpp"
+#include "anchor/Visibility.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +14,7 @@ namespace Tidewatch {
 
 /// An open file that is read at given places. Reading does not move anything, so one object may serve several
 /// threads.
-class InputFile {
+class TIDEWATCH_API InputFile {
 public:
     /// Opens a regular file. Throws Anchor::FileError naming the path and the system's reason.
     explicit InputFile(std::string path);

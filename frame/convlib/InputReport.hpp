@@ -25,6 +25,21 @@ public:
     /// The name of the grid that the file became; empty for a file that is a whole bundle.
     [[nodiscard]] virtual std::string grid() const = 0;
 
+    /// What the file states of itself, for people; empty for nothing.
+    struct Fact {
+        /// "software"; several facts may have one name.
+        std::string name;
+        std::string text;
+    };
+    [[nodiscard]] virtual std::vector<Fact> facts() const;
+
+    /// The box of its positions as the file states it, which may be wrong.
+    struct Box {
+        Geom::PhysicalSpace::point lower;
+        Geom::PhysicalSpace::point upper;
+    };
+    [[nodiscard]] virtual std::optional<Box> statedBox() const;
+
     /// Contents of the file that are not in the bundle, as far as known by now; one short phrase each, such
     /// as "coordinate reference system".
     [[nodiscard]] virtual std::vector<std::string> notCarried() const = 0;

@@ -19,6 +19,12 @@
 namespace ConvLib {
 
 InputReport::~InputReport() = default;
+std::vector<InputReport::Fact> InputReport::facts() const {
+    return {};
+}
+std::optional<InputReport::Box> InputReport::statedBox() const {
+    return std::nullopt;
+}
 Reader::~Reader() = default;
 
 namespace {

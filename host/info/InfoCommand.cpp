@@ -4,6 +4,9 @@
 #include "host/info/inventoryTexts.hpp"
 #include "host/report/StandardOutput.hpp"
 
+#include <string>
+#include <vector>
+
 namespace Tidewatch {
 
 int InfoRequest::run() const {
@@ -11,14 +14,25 @@ int InfoRequest::run() const {
     InputOptions options = inputs;
     options.skipsUnreadable = true;
     const Inputs read(options, out.bar());
-    const Inventory inventory = Inventory::of(*read.bundle(), read.reports(), bounds);
+    Inventory inventory = Inventory::of(*read.bundle(), read.reports(), bounds);
+    if (statistics)
+        inventory.addStatistics(*read.bundle(), out.bar());
     out.bar()->end();
+    std::vector<std::string> failures = read.failures();
+    failures.insert(failures.end(), inventory.failures.begin(), inventory.failures.end());
     for (const std::string& note : read.notes())
         out.messages().warning(note);
-    writeStandardOutput(report.json ? inventoryJson(inventory) : inventoryText(inventory));
-    for (const std::string& failure : read.failures())
+    if (report.json) {
+        writeStandardOutput(inventoryJson(inventory));
+    } else {
+        std::string text = fields ? inventoryText(inventory) : inventoryTable(inventory);
+        if (statistics)
+            text += statisticsText(inventory);
+        writeStandardOutput(text);
+    }
+    for (const std::string& failure : failures)
         out.messages().error(failure);
-    return read.failures().empty() ? 0 : 1;
+    return failures.empty() ? 0 : 1;
 }
 
 } // namespace Tidewatch

@@ -2,6 +2,9 @@
 #include "host/info/inventoryTexts.hpp"
 #include "host/report/Json.hpp"
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <utility>
 
 namespace Tidewatch {
@@ -13,10 +16,22 @@ Json triple(const Triple& t) {
     return {t.x, t.y, t.z};
 }
 
+Json boxJson(const Inventory::Box& box) {
+    return {{"lower", triple(box.lower)}, {"upper", triple(box.upper)}};
+}
+
 Json inputJson(const Inventory::Input& input) {
     Json json{{"file", input.file}, {"kind", input.kind}, {"not_carried", input.notCarried}};
     if (input.coordinateStep)
         json["coordinate_step"] = triple(*input.coordinateStep);
+    json["points"] = input.points;
+    if (input.box)
+        json["box"] = boxJson(*input.box);
+    json["times"] = input.times;
+    json["reference_systems"] = input.systems;
+    Json& facts = json["facts"] = Json::array();
+    for (const auto& fact : input.facts)
+        facts.push_back({{"name", fact.name}, {"text", fact.text}});
     return json;
 }
 
@@ -48,11 +63,41 @@ Json skeletonJson(const Inventory::Skeleton& skeleton) {
     return json;
 }
 
+Json numberJson(const GridStatistics::Range& range, long double value) {
+    if (!range.isWhole)
+        return static_cast<double>(value);
+    return value < 0 ? Json(static_cast<std::int64_t>(value)) : Json(static_cast<std::uint64_t>(value));
+}
+
+Json countsJson(const char* name, const std::array<std::uint64_t, 256>& counts) {
+    Json list = Json::array();
+    for (std::size_t number = 0; number < counts.size(); ++number) {
+        if (counts[number] != 0)
+            list.push_back({{name, number}, {"points", counts[number]}});
+    }
+    return list;
+}
+
+Json statisticsJson(const GridStatistics& statistics) {
+    Json ranges = Json::array();
+    for (const GridStatistics::Range& range : statistics.ranges) {
+        Json entry{{"name", range.name}, {"values", range.values}, {"not_finite", range.notFinite}};
+        if (range.values != 0) {
+            entry["lowest"] = numberJson(range, range.lowest);
+            entry["highest"] = numberJson(range, range.highest);
+        }
+        ranges.push_back(std::move(entry));
+    }
+    return {{"ranges", std::move(ranges)},
+            {"classes", countsJson("class", statistics.classes)},
+            {"returns", countsJson("return", statistics.returns)}};
+}
+
 Json gridJson(const Inventory::Grid& grid) {
     Json json{
         {"name", grid.name}, {"origin", grid.origin}, {"points", grid.points}, {"fragments", grid.fragments}};
     if (grid.bounds)
-        json["bounds"] = {{"lower", triple(grid.bounds->lower)}, {"upper", triple(grid.bounds->upper)}};
+        json["bounds"] = boxJson(*grid.bounds);
     if (!grid.systemName.empty()) {
         Json& system = json["reference_system"] = {{"name", grid.systemName}};
         if (!grid.systemCode.empty())
@@ -60,6 +105,8 @@ Json gridJson(const Inventory::Grid& grid) {
     }
     if (!grid.systemUnreadable.empty())
         json["reference_system_not_read"] = grid.systemUnreadable;
+    if (grid.statistics)
+        json["statistics"] = statisticsJson(*grid.statistics);
     Json& list = json["skeletons"] = Json::array();
     for (const auto& skeleton : grid.skeletons)
         list.push_back(skeletonJson(skeleton));

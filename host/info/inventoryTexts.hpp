@@ -3,12 +3,20 @@
 
 #include "library/info/Inventory.hpp"
 
+#include <cstddef>
 #include <string>
 
 namespace Tidewatch {
 
-/// A text for the user: indented, columns aligned.
+/// A table for the user with a line for each file, which ends after `mostFiles` of them; for a single file instead a line
+/// for each thing, what it states of itself among them.
+[[nodiscard]] std::string inventoryTable(const Inventory& inventory, std::size_t mostFiles = 40);
+
+/// Grids, skeletons, charts and fields for the user: indented, columns aligned.
 [[nodiscard]] std::string inventoryText(const Inventory& inventory);
+
+/// Ranges of fields, classes and returns of the grids that have statistics.
+[[nodiscard]] std::string statisticsText(const Inventory& inventory);
 
 /// A JSON document with a final newline.
 [[nodiscard]] std::string inventoryJson(const Inventory& inventory);

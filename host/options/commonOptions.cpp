@@ -151,6 +151,15 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
     addValue(app, "--fragment-points", {"N", "a number from 1"}, positiveCount, inputs.fragmentPoints,
              fmt::format("cut LAS and LAZ points into pieces of N (default {})", inputs.fragmentPoints))
         ->group(group);
+    addReading(app, inputs);
+    addValue(app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
+             "coordinate reference system of all grids: EPSG:25832+5783, a file of well-known text, or none; "
+             "nothing is transformed")
+        ->group(group);
+}
+
+void addReading(CLI::App& app, InputOptions& inputs) {
+    const std::string group = "Inputs";
     addValue(
         app, "--memory-limit", {"SIZE", "bytes, such as 512M or 4G"}, parseByteSize, inputs.memoryLimit,
         fmt::format(
@@ -160,10 +169,6 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
         ->group(group);
     addValue(app, "--sandbox", {"WHEN", "auto or require"}, sandboxWish, inputs.requiresSandbox,
              "auto (as far as the system has it), or require: no bundle file or raster is read without it")
-        ->group(group);
-    addValue(app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
-             "coordinate reference system of all grids: EPSG:25832+5783, a file of well-known text, or none; "
-             "nothing is transformed")
         ->group(group);
 }
 

@@ -15,6 +15,9 @@ namespace Tidewatch {
 
 void addInputs(CLI::App& command, InputOptions& inputs);
 
+/// `--memory-limit` and `--sandbox`, which addInputs() adds, too.
+void addReading(CLI::App& command, InputOptions& inputs);
+
 /// `--time`, `--grid` and `--field`.
 void addFilters(CLI::App& command, Filters& filters);
 

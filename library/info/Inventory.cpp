@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/info/Inventory.hpp"
 
+#include "anchor/Error.hpp"
 #include "library/crs/gridSystem.hpp"
 #include "sheaf/ElementTypes.hpp"
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -85,7 +87,8 @@ std::optional<Inventory::Box> boundsOf(const Sheaf::Grid& grid, bool readPositio
     return Inventory::Box{box.lower(), box.upper()};
 }
 
-Inventory::Grid gridOf(const std::string& name, const Sheaf::Grid& grid, bool readPositions) {
+Inventory::Grid gridOf(const std::string& name, const Sheaf::Grid& grid, bool readPositions,
+                       std::vector<std::string>& failures) {
     Inventory::Grid entry;
     entry.name = name;
     entry.origin = grid.origin();
@@ -106,8 +109,59 @@ Inventory::Grid gridOf(const std::string& name, const Sheaf::Grid& grid, bool re
     }
     if (!system.unreadable.empty())
         entry.systemUnreadable = system.unreadable;
-    entry.bounds = boundsOf(grid, readPositions);
+    try {
+        entry.bounds = boundsOf(grid, readPositions);
+    } catch (const Anchor::Error& error) {
+        failures.emplace_back(error.what());
+    }
     return entry;
+}
+
+void include(Geom::BoundingBox& box, const Inventory::Box& other) {
+    box.expand(other.lower);
+    box.expand(other.upper);
+}
+
+template <class T>
+void addOnce(std::vector<T>& list, const T& value) {
+    if (std::find(list.begin(), list.end(), value) == list.end())
+        list.push_back(value);
+}
+
+std::string systemOf(const Inventory::Grid& grid) {
+    if (!grid.systemCode.empty())
+        return grid.systemCode;
+    if (!grid.systemName.empty())
+        return grid.systemName;
+    return grid.systemUnreadable.empty() ? std::string() : "not read: " + grid.systemUnreadable;
+}
+
+/// What the grids of a file tell of it, in one line. Some contents of the report are known only once arrays have been
+/// created.
+Inventory::Input inputOf(const ConvLib::InputReport& report, const std::vector<Inventory::Slice>& slices) {
+    Inventory::Input input{report.file(), report.kind(), report.notCarried(), report.coordinateStep(),
+                           report.facts()};
+    Geom::BoundingBox box;
+    bool isComplete = true;
+    for (const Inventory::Slice& slice : slices) {
+        for (const Inventory::Grid& grid : slice.grids) {
+            if (grid.origin != input.file)
+                continue;
+            input.points += grid.points;
+            addOnce(input.times, slice.time);
+            if (const std::string system = systemOf(grid); !system.empty())
+                addOnce(input.systems, system);
+            if (grid.bounds)
+                include(box, *grid.bounds);
+            else
+                isComplete = isComplete && grid.points == 0;
+        }
+    }
+    if (isComplete && !box.empty())
+        input.box = {box.lower(), box.upper()};
+    else if (const auto stated = report.statedBox())
+        input.box = {stated->lower, stated->upper};
+    return input;
 }
 
 } // namespace
@@ -140,15 +194,35 @@ Inventory Inventory::of(const Sheaf::Bundle& bundle,
         entry.time = time;
         for (const auto& [name, weakGrid] : slice->grids()) {
             if (const auto grid = weakGrid.lock())
-                entry.grids.push_back(gridOf(name, *grid, readPositions));
+                entry.grids.push_back(gridOf(name, *grid, readPositions, inventory.failures));
         }
         inventory.slices.push_back(std::move(entry));
     }
-    // Some contents of the reports are known only once arrays have been created.
     for (const auto& report : reports)
-        inventory.inputs.push_back(
-            {report->file(), report->kind(), report->notCarried(), report->coordinateStep()});
+        inventory.inputs.push_back(inputOf(*report, inventory.slices));
     return inventory;
+}
+
+void Inventory::addStatistics(const Sheaf::Bundle& bundle, const Anchor::StrongPtr<Progress>& progress) {
+    if (progress)
+        progress->begin("reading", static_cast<double>(points()), "points");
+    std::uint64_t done = 0;
+    for (Slice& slice : slices) {
+        const auto found = bundle.slices().find(slice.time);
+        const auto known = found != bundle.slices().end() ? found->second.lock() : nullptr;
+        for (Grid& grid : slice.grids) {
+            const auto entry = known ? known->grids().find(grid.name) : decltype(known->grids().end())();
+            try {
+                if (known && entry != known->grids().end()) {
+                    if (const auto source = entry->second.lock())
+                        grid.statistics = GridStatistics::of(*source, progress, done);
+                }
+            } catch (const Anchor::Error& error) {
+                failures.emplace_back(error.what());
+            }
+            done += grid.points;
+        }
+    }
 }
 
 } // namespace Tidewatch

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/report/Wording.hpp"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -25,6 +26,24 @@ std::string coordinateText(double value) {
     if (text.back() == '.')
         text.pop_back();
     return text == "-0" ? "0" : text;
+}
+
+std::string coordinateText(double value, double step) {
+    if (!(step > 0) || !std::isfinite(step) || !(std::abs(value) <= 1e15))
+        return coordinateText(value);
+    constexpr int mostDecimals = 9;
+    int decimals = 0;
+    for (double scaled = step; decimals <= mostDecimals; ++decimals, scaled *= 10) {
+        if (std::abs(scaled - std::round(scaled)) <= 1e-9 * scaled)
+            break;
+    }
+    // A step that is no short decimal: as many as tell its multiples apart.
+    if (decimals > mostDecimals)
+        decimals = std::clamp(static_cast<int>(std::ceil(-std::log10(step))), 0, mostDecimals);
+    const std::string text = fmt::format("{:.{}f}", value, decimals);
+    // Nothing but zeros.
+    return text.starts_with('-') && text.find_first_not_of("-0.") == std::string::npos ? text.substr(1)
+                                                                                       : text;
 }
 
 std::string grouped(std::uint64_t number) {

@@ -18,6 +18,10 @@ namespace Tidewatch {
 /// numbers that are too large for that or not finite.
 [[nodiscard]] TIDEWATCH_API std::string coordinateText(double value);
 
+/// A coordinate that is stored in steps, with as many decimals as the step has, at most nine: "1536870.90" with a step of
+/// 0.01; like coordinateText(value) for a step that is not above 0.
+[[nodiscard]] TIDEWATCH_API std::string coordinateText(double value, double step);
+
 /// A number for the user, its digits in groups of three: "1 000 000".
 [[nodiscard]] TIDEWATCH_API std::string grouped(std::uint64_t number);
 

@@ -120,14 +120,15 @@ void LasFile::take(const Record& record, const InputFile& file) {
         file.read(record.offset, bytes, record.userId);
         return bytes;
     };
-    if (!Formats::Las::isBoundToItsFile(record.userId, record.recordId)) {
-        if (userRecords_.size() < mostUserRecords)
-            userRecords_.push_back(
-                {record.userId, record.recordId, record.description, record.offset, record.length});
-        else
-            ++moreUserRecords_;
-    } else if (record.userId == Formats::Las::specificationUser &&
-               record.recordId == Formats::Las::extraBytesId) {
+    const bool isBound = Formats::Las::isBoundToItsFile(record.userId, record.recordId);
+    auto& records = isBound ? boundRecords_ : userRecords_;
+    if (records.size() < mostUserRecords)
+        records.push_back({record.userId, record.recordId, record.description, record.offset, record.length});
+    else if (!isBound)
+        ++moreUserRecords_;
+    if (!isBound)
+        return;
+    if (record.userId == Formats::Las::specificationUser && record.recordId == Formats::Las::extraBytesId) {
         // More entries than one record holds continue in the next.
         ExtraAttribute::parse(payload(), header_.extraByteCount(), path_, extraAttributes_);
     } else if (record.userId == Formats::Las::laszipUser && record.recordId == Formats::Las::laszipId &&

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Visibility.hpp"
 #include "readers/InputFile.hpp"
 #include "readers/las/ExtraAttribute.hpp"
 #include "readers/las/LasHeader.hpp"
@@ -18,7 +19,7 @@ namespace Tidewatch::Las {
 /// What a LAS or LAZ file (LAS 1.0 to 1.4) states about itself: header, the variable length records that
 /// concern the points, and the chunks of compressed points. All of it is checked, so that whoever decodes the
 /// points may rely on it. The object does not hold the file open.
-class LasFile {
+class TIDEWATCH_API LasFile {
 public:
     /// How points are compressed and where.
     struct Compression {
@@ -56,6 +57,9 @@ public:
     [[nodiscard]] std::uint64_t moreUserRecords() const noexcept { return moreUserRecords_; }
     static constexpr std::size_t mostUserRecords = 10'000;
 
+    /// The other records, which tell how points are stored, likewise.
+    [[nodiscard]] const std::vector<UserRecord>& boundRecords() const noexcept { return boundRecords_; }
+
     /// Opens the file again, to read points. Throws Anchor::FileError when it is gone or has changed since.
     [[nodiscard]] InputFile open() const;
 
@@ -74,6 +78,7 @@ private:
     std::optional<Compression> compression_;
     std::vector<UserRecord> userRecords_;
     std::uint64_t moreUserRecords_ = 0;
+    std::vector<UserRecord> boundRecords_;
 };
 
 } // namespace Tidewatch::Las

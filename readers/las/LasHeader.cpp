@@ -65,6 +65,18 @@ std::uint64_t statedPointCount(const HeaderBytes& bytes, const LasHeader& header
     return count;
 }
 
+void readCounts(const HeaderBytes& bytes, LasHeader& header) {
+    header.legacyPointCount = bytes.get<std::uint32_t>(Place::legacyPointCount);
+    if (header.versionMinor < 4) {
+        for (std::size_t i = 0; i < Formats::Las::legacyReturns; ++i)
+            header.countsByReturn.push_back(bytes.get<std::uint32_t>(Place::legacyCountsByReturn + 4 * i));
+        return;
+    }
+    header.longPointCount = bytes.get<std::uint64_t>(Place::pointCount);
+    for (std::size_t i = 0; i < Formats::Las::returns; ++i)
+        header.countsByReturn.push_back(bytes.get<std::uint64_t>(Place::countsByReturn + 8 * i));
+}
+
 void checkCoordinates(const LasHeader& header, const std::string& path) {
     for (std::size_t axis = 0; axis < 3; ++axis) {
         if (!std::isfinite(header.scale[axis]) || header.scale[axis] == 0.0)
@@ -121,6 +133,9 @@ LasHeader LasHeader::read(const InputFile& file) {
     if (header.versionMinor >= 1)
         header.fileSourceId = bytes.get<std::uint16_t>(Place::fileSourceId);
     header.systemIdentifier = bytes.text(Place::systemIdentifier);
+    header.generatingSoftware = bytes.text(Place::generatingSoftware);
+    header.creationDay = bytes.get<std::uint16_t>(Place::creationDay);
+    header.creationYear = bytes.get<std::uint16_t>(Place::creationYear);
     if (header.versionMinor >= 2)
         header.globalEncoding = bytes.get<std::uint16_t>(Place::globalEncoding);
 
@@ -157,6 +172,7 @@ LasHeader LasHeader::read(const InputFile& file) {
     checkCoordinates(header, path);
 
     header.pointCount = statedPointCount(bytes, header, path);
+    readCounts(bytes, header);
     if (header.versionMinor >= 4) {
         header.evlrCount = bytes.get<std::uint32_t>(Place::evlrCount);
         header.evlrOffset = header.evlrCount != 0 ? bytes.get<std::uint64_t>(Place::evlrOffset) : 0;

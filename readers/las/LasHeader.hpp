@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace Tidewatch::Las {
 
@@ -17,7 +18,10 @@ struct LasHeader {
     std::uint16_t fileSourceId = 0; ///< reserved, and 0, in 1.0
     /// Bits of Formats::Las::GlobalEncoding. Versions 1.0 and 1.1 do not have the field; it is 0 there.
     std::uint16_t globalEncoding = 0;
-    std::string systemIdentifier; ///< any bytes
+    std::string systemIdentifier;   ///< any bytes
+    std::string generatingSoftware; ///< any bytes
+    std::uint16_t creationDay = 0;  ///< of the year, from 1; as stated
+    std::uint16_t creationYear = 0; ///< as stated
     std::uint16_t headerSize = 0;
     std::uint64_t pointOffset = 0; ///< where the point data begins, in bytes from the beginning of the file
     std::uint32_t vlrCount = 0;
@@ -28,6 +32,11 @@ struct LasHeader {
     bool compressed = false;
     std::uint16_t recordLength = 0; ///< at least the format's natural size
     std::uint64_t pointCount = 0;
+    /// As stated in the field of 32 bits, which is the only one before 1.4, and that of 64 bits of 1.4.
+    std::uint32_t legacyPointCount = 0;
+    std::uint64_t longPointCount = 0;
+    /// Points by return as stated, of the first return first: 15 counts in 1.4, else 5.
+    std::vector<std::uint64_t> countsByReturn;
 
     std::array<double, 3> scale{};   ///< finite and not 0
     std::array<double, 3> offset{};  ///< finite

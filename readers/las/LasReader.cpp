@@ -1,21 +1,83 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LasReader.hpp"
 
+#include "anchor/printable.hpp"
+#include "formats/las/layout.hpp"
 #include "readers/SingleGrid.hpp"
 #include "readers/las/LasArrayCreator.hpp"
 #include "readers/las/LasSource.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <memory>
 #include <string_view>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
 namespace Tidewatch {
 
 namespace {
+
+std::string pointFormatText(const Las::LasHeader& header) {
+    const Formats::Las::PointLayout& layout = header.layout();
+    std::vector<std::string_view> parts;
+    for (const auto& [isThere, part] :
+         {std::pair(layout.gpsTime != 0, "GPS time"), std::pair(layout.rgb != 0, "colours"),
+          std::pair(layout.nearInfrared != 0, "near infrared"),
+          std::pair(layout.wavePacket != 0, "waveforms"),
+          std::pair(header.extraByteCount() != 0, "extra bytes")}) {
+        if (isThere)
+            parts.emplace_back(part);
+    }
+    return fmt::format("{}, {} bytes{}{}{}", header.pointFormat, header.recordLength,
+                       parts.empty() ? "" : ", with ", fmt::join(parts, ", "),
+                       header.compressed ? "; compressed" : "");
+}
+
+/// Empty where the header states no date.
+std::string creationText(const Las::LasHeader& header) {
+    using namespace std::chrono;
+    if (header.creationDay == 0 && header.creationYear == 0)
+        return {};
+    std::string text = fmt::format("day {} of {}", header.creationDay, header.creationYear);
+    const sys_days day = sys_days(year(header.creationYear) / January / 1) + days(header.creationDay - 1);
+    const year_month_day date(day);
+    if (date.year() == year(header.creationYear))
+        text += fmt::format(", {:04}-{:02}-{:02}", int{date.year()}, unsigned{date.month()},
+                            unsigned{date.day()});
+    return text;
+}
+
+std::vector<ConvLib::InputReport::Fact> factsOf(const Las::LasFile& file) {
+    const Las::LasHeader& header = file.header();
+    std::vector<ConvLib::InputReport::Fact> facts;
+    const auto add = [&](const char* name, std::string text) {
+        if (!text.empty())
+            facts.push_back({name, std::move(text)});
+    };
+    add("version", fmt::format("1.{}", header.versionMinor));
+    add("point format", pointFormatText(header));
+    add("created", creationText(header));
+    add("software", Anchor::printable(header.generatingSoftware));
+    add("system id", Anchor::printable(header.systemIdentifier));
+    if (header.fileSourceId != 0)
+        add("file source", std::to_string(header.fileSourceId));
+    if (header.layout().gpsTime != 0)
+        add("GPS time", (header.globalEncoding & Formats::Las::GlobalEncoding::adjustedGpsTime) != 0
+                            ? "seconds since 6 January 1980, less 1 000 000 000"
+                            : "seconds of the GPS week");
+    for (const auto* const records : {&file.boundRecords(), &file.userRecords()}) {
+        for (const Las::LasFile::UserRecord& record : *records)
+            add("record", fmt::format("{}/{}, {} bytes{}{}", Anchor::printable(record.userId),
+                                      record.recordId, record.length, record.description.empty() ? "" : ", ",
+                                      Anchor::printable(record.description)));
+    }
+    return facts;
+}
 
 class LasReport final : public ConvLib::InputReport {
 public:
@@ -30,6 +92,14 @@ public:
                            header.compressed ? ", compressed" : "");
     }
     [[nodiscard]] std::string grid() const override { return grid_; }
+    [[nodiscard]] std::vector<Fact> facts() const override { return factsOf(source_->file()); }
+    [[nodiscard]] std::optional<Box> statedBox() const override {
+        const Las::LasHeader& header = source_->file().header();
+        if (header.pointCount == 0)
+            return std::nullopt;
+        const auto& [low, high] = std::tie(header.minimum, header.maximum);
+        return Box{{low[0], low[1], low[2]}, {high[0], high[1], high[2]}};
+    }
     [[nodiscard]] std::vector<std::string> notCarried() const override { return source_->notCarried(); }
     [[nodiscard]] std::optional<Geom::PhysicalSpace::vector> coordinateStep() const override {
         const auto& scale = source_->file().header().scale;

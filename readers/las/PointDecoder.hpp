@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Visibility.hpp"
 #include "readers/las/LasFile.hpp"
 #include "readers/las/PointSource.hpp"
 
@@ -19,7 +20,7 @@ namespace Tidewatch::Las {
 /// find. Otherwise plain files are entered anywhere, compressed ones at the beginning of a chunk, and those
 /// compressed as one stream only from the first point on. Memory: some hundred kilobytes, and for layered
 /// compression the bytes of a chunk. Not safe for several threads at once.
-class PointDecoder {
+class TIDEWATCH_API PointDecoder {
 public:
     /// Takes a block of points; valid during the call.
     using Sink = std::function<void(std::span<const Point> points)>;

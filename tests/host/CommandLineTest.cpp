@@ -158,6 +158,9 @@ TEST(CommandLine, AnInputMayBeNamedLikeACommand) {
 
 TEST(CommandLine, InfoBundleAndSampleTakeTheirOptions) {
     EXPECT_TRUE(parseAs<InfoRequest>({"info", "a", "--bounds"}).bounds);
+    EXPECT_TRUE(parseAs<InfoRequest>({"info", "a", "--fields"}).fields);
+    EXPECT_TRUE(parseAs<InfoRequest>({"info", "a", "--stats"}).statistics);
+    EXPECT_THAT(parseAs<CheckRequest>({"check", "a", "b"}).inputs.files, ElementsAre("a", "b"));
     const auto bundle = parseAs<BundleRequest>({"bundle", "a", "b", "-o", "c.h5", "--strict", "--overwrite"});
     EXPECT_THAT(bundle.inputs.files, ElementsAre("a", "b"));
     EXPECT_EQ(bundle.output, "c.h5");
@@ -172,7 +175,7 @@ TEST(CommandLine, HelpAndVersionAreTexts) {
     EXPECT_THAT(parseAs<TextRequest>({"--version"}).text, ::testing::StartsWith("tidewatch "));
     EXPECT_THAT(parseAs<TextRequest>({"--help"}).text, HasSubstr("bundle"));
     EXPECT_THAT(parseAs<TextRequest>({"-h"}).text, HasSubstr("Usage: tidewatch COMMAND"));
-    for (const char* const command : {"las", "pcd", "info", "bundle", "view", "sample"})
+    for (const char* const command : {"las", "pcd", "info", "check", "bundle", "view", "sample"})
         EXPECT_THAT(parseAs<TextRequest>({command, "--help"}).text,
                     HasSubstr(std::string("Usage: tidewatch ") + command));
     EXPECT_THAT(parseAs<TextRequest>({"pcd", "-h"}).text, HasSubstr("significant digits (default 8)"));
@@ -202,8 +205,9 @@ TEST(CommandLine, ViewTakesAllItsOptions) {
 TEST(CommandLine, AMistypedCommandGetsASuggestion) {
     EXPECT_EQ(usageError({"pdc", "a"}), "there is no command \"pdc\"; did you mean pcd?");
     EXPECT_EQ(usageError({"sampel"}), "there is no command \"sampel\"; did you mean sample?");
-    EXPECT_EQ(usageError({"frobnicate"}),
-              "there is no command \"frobnicate\"; there are las, pcd, ascii, info, bundle, view, sample");
+    EXPECT_EQ(
+        usageError({"frobnicate"}),
+        "there is no command \"frobnicate\"; there are las, pcd, ascii, info, check, bundle, view, sample");
 }
 
 TEST(CommandLine, MissingThingsAreNamed) {

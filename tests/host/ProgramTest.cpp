@@ -515,8 +515,8 @@ TEST_F(ProgramTest, ASampleExportsToPcd) {
 
 TEST_F(ProgramTest, InfoTellsBoundsOnRequest) {
     writeSmall();
-    EXPECT_THAT(run({"info", "in.h5"}).out, Not(HasSubstr("    from (")));
-    const auto result = run({"info", "in.h5", "--bounds"});
+    EXPECT_THAT(run({"info", "in.h5", "--fields"}).out, Not(HasSubstr("    from (")));
+    const auto result = run({"info", "in.h5", "--bounds", "--fields"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.out, AllOf(HasSubstr("2 time slices, 3 grids, 200 points"),
                                   HasSubstr("grid \"dunes\": 150 points"), HasSubstr("    from (")));
@@ -607,6 +607,35 @@ TEST_F(ProgramTest, InfoGoesOnWithTheNextInputAndTellsOfTheBadOnes) {
     EXPECT_THAT(result.out, HasSubstr("good.laz"));
     EXPECT_THAT(result.err, HasSubstr("tidewatch: bad.h5: "));
     EXPECT_THAT(result.err, HasSubstr("tidewatch: missing.las: "));
+}
+
+TEST_F(ProgramTest, InfoGoesOnBehindDamagedPoints) {
+    write("good.laz", variedLas(5000));
+    std::string bytes = read("good.laz");
+    for (std::size_t place = bytes.size() / 2; place < bytes.size() / 2 + 200; ++place)
+        bytes[place] = static_cast<char>(~bytes[place]);
+    Support::writeBytes(place_ / "bad.laz", bytes);
+    for (const char* const option : {"--stats", "--bounds"}) {
+        const auto result = run({"info", "bad.laz", "good.laz", option});
+        EXPECT_EQ(result.status, 1) << option;
+        EXPECT_THAT(result.out, AllOf(HasSubstr("good.laz"), HasSubstr("bad.laz"))) << option;
+        EXPECT_THAT(result.err, HasSubstr("tidewatch: bad.laz: ")) << option;
+    }
+    const auto whole = run({"info", "bad.laz", "good.laz", "--stats"});
+    EXPECT_THAT(whole.out, AllOf(HasSubstr("grid \"good\" at time 0: "), HasSubstr("Classification"),
+                                 Not(HasSubstr("grid \"bad\" at time"))));
+}
+
+TEST_F(ProgramTest, InfoOfAThousandFilesFitsAScreen) {
+    ProgramRunner::Arguments arguments{"info"};
+    for (int i = 0; i < 1000; ++i) {
+        arguments.push_back(std::to_string(i) + ".las");
+        write(arguments.back(), variedLas(5));
+    }
+    const auto result = run(arguments);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_LE(lines(result.out), 50U);
+    EXPECT_THAT(result.out, HasSubstr("... and 960 more"));
 }
 
 TEST_F(ProgramTest, ExportTellsOfAllBadInputsAndWritesNothing) {

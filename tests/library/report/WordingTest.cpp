@@ -54,5 +54,17 @@ TEST(Joined, SeparatesTexts) {
     EXPECT_EQ(joined({"a", "b"}, "; "), "a; b");
 }
 
+TEST(CoordinateText, HasTheDecimalsOfItsStep) {
+    EXPECT_EQ(coordinateText(1536870.9, 0.01), "1536870.90");
+    EXPECT_EQ(coordinateText(5921000.0000001, 0.00025), "5921000.00000");
+    EXPECT_EQ(coordinateText(-94.6834654, 1e-7), "-94.6834654");
+    EXPECT_EQ(coordinateText(7, 1), "7");
+    EXPECT_EQ(coordinateText(-0.001, 0.01), "0.00");
+    // As many as tell its multiples apart.
+    EXPECT_EQ(coordinateText(1694038.4456376971, 1.16451354e-06), "1694038.445638");
+    EXPECT_EQ(coordinateText(2.5, 0), "2.5");
+    EXPECT_EQ(coordinateText(2.5, -1), "2.5");
+}
+
 } // namespace
 } // namespace Tidewatch

@@ -135,6 +135,25 @@ TEST_F(LasFileTest, CountsOf14FollowTheRuleForLegacyFields) {
     EXPECT_THAT(refusal(bytes), AllOf(HasSubstr("header"), HasSubstr("5"), HasSubstr("4")));
 }
 
+TEST_F(LasFileTest, WhatTheHeaderStatesIsReadAsItIs) {
+    std::string bytes = small(4, 1).build();
+    bytes.replace(58, 6, "Writer");
+    patch(bytes, 90, std::uint16_t{400});
+    patch(bytes, 92, std::uint16_t{2024});
+    patch(bytes, 255 + 8 * 14, std::uint64_t{7});
+    const LasFile file = open(bytes);
+    EXPECT_EQ(file.header().generatingSoftware, "Writer");
+    EXPECT_EQ(file.header().creationDay, 400);
+    EXPECT_EQ(file.header().creationYear, 2024);
+    EXPECT_EQ(file.header().legacyPointCount, 5U);
+    EXPECT_EQ(file.header().longPointCount, 5U);
+    ASSERT_EQ(file.header().countsByReturn.size(), 15U);
+    EXPECT_EQ(file.header().countsByReturn[14], 7U);
+    std::string old = small(2, 1).build();
+    patch(old, 111 + 4 * 4, std::uint32_t{3});
+    EXPECT_THAT(open(old).header().countsByReturn, ::testing::ElementsAre(0, 0, 0, 0, 3));
+}
+
 TEST_F(LasFileTest, RecordsThatTellNothingOfPointsAreListedInOrder) {
     LasFileBuilder builder = small(4, 6);
     builder.extraByteCount = 1;
@@ -159,6 +178,11 @@ TEST_F(LasFileTest, RecordsThatTellNothingOfPointsAreListedInOrder) {
     EXPECT_THAT(found, ::testing::ElementsAre("LASF_Projection/34735 " + std::string(16, '\1'),
                                               "LASF_Spec/3 text", "LAStools/10 tile", "Somebody/1 far"));
     EXPECT_EQ(file.moreUserRecords(), 0U);
+    std::vector<std::string> others;
+    for (const LasFile::UserRecord& record : file.boundRecords())
+        others.push_back(record.userId + "/" + std::to_string(record.recordId));
+    EXPECT_THAT(others, ::testing::ElementsAre("LASF_Spec/4", "LASF_Spec/7", "LASF_Spec/100", "copc/1",
+                                               "LAStools/30", "LASF_Spec/65535"));
 }
 
 TEST_F(LasFileTest, RecordsBeyondTheLimitAreCounted) {

@@ -113,6 +113,47 @@ protected:
     Anchor::StrongPtr<ConvLib::InputReport> report_;
 };
 
+TEST_F(LasReaderTest, TheReportHasWhatTheFileStatesOfItself) {
+    LasFileBuilder file;
+    file.minor = 4;
+    file.format = 7;
+    file.globalEncoding = 1;
+    file.addVariedPoints(3);
+    file.vlrs.push_back({"Somebody", 12, "four"});
+    std::string bytes = file.build();
+    bytes.replace(58, 6, "Writer");
+    Support::patch(bytes, 90, std::uint16_t{60});
+    Support::patch(bytes, 92, std::uint16_t{2024});
+    read(write("a.las", bytes));
+    std::vector<std::string> facts;
+    for (const auto& fact : report_->facts())
+        facts.push_back(fact.name + ": " + fact.text);
+    EXPECT_THAT(facts, ElementsAre("version: 1.4", "point format: 7, 36 bytes, with GPS time, colours",
+                                   "created: day 60 of 2024, 2024-02-29", "software: Writer",
+                                   "GPS time: seconds since 6 January 1980, less 1 000 000 000",
+                                   "record: Somebody/12, 4 bytes"));
+    const auto box = report_->statedBox();
+    ASSERT_TRUE(box);
+    EXPECT_EQ(box->lower.z, Support::number<double>(bytes, 179 + 40));
+    EXPECT_EQ(box->upper.x, Support::number<double>(bytes, 179));
+}
+
+TEST_F(LasReaderTest, AnImpossibleCreationDayIsNoDate) {
+    LasFileBuilder file;
+    file.addVariedPoints(1);
+    std::string bytes = file.build();
+    Support::patch(bytes, 90, std::uint16_t{0});
+    Support::patch(bytes, 92, std::uint16_t{2024});
+    read(write("a.las", bytes));
+    std::vector<std::string> facts;
+    for (const auto& fact : report_->facts())
+        facts.push_back(fact.name + ": " + fact.text);
+    EXPECT_THAT(facts, Contains("created: day 0 of 2024"));
+    file.points.clear();
+    read(write("b.las", file.build()));
+    EXPECT_FALSE(report_->statedBox());
+}
+
 TEST_F(LasReaderTest, RecognisesTheSignatureAndNothingElse) {
     const auto recognises = [](std::string_view head) {
         return LasReader().recognises("a.las", std::as_bytes(std::span(head)));

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "library/check/checkFile.hpp"
+
+namespace Tidewatch {
+
+/// Checks a PCD file (Point Cloud Library, "PCD (Point Cloud Data) file format", version .7): its header, and the values
+/// of data in text; of binary data only its size.
+void checkPcd(CheckReport& report, const Anchor::StrongPtr<Progress>& progress);
+
+} // namespace Tidewatch
