@@ -111,6 +111,11 @@ constexpr int refused[] = {
 /// Stands in the filter for the number of a process that has yet to be forked.
 constexpr std::uint32_t numberOfProcess = 0x7ea5fab1;
 
+/// The library's own macros for this are not C++ to every compiler.
+scmp_arg_cmp argument(unsigned number, scmp_compare how, scmp_datum_t first, scmp_datum_t second = 0) {
+    return {number, how, first, second};
+}
+
 std::vector<sock_filter> makeFilter() {
     struct Release {
         void operator()(void* context) const { seccomp_release(context); }
@@ -136,16 +141,16 @@ std::vector<sock_filter> makeFilter() {
         rule(SCMP_ACT_ALLOW, SCMP_SYS(pipe2));
     }
     // Newer C libraries look at open files with this call; they name none then.
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(newfstatat), SCMP_A3(SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH));
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(mmap), SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(mprotect), SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(newfstatat), argument(3, SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(mmap), argument(2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(mprotect), argument(2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
     rule(SCMP_ACT_ERRNO(ENOTTY), SCMP_SYS(ioctl));
     for (const int command : {F_GETFD, F_SETFD, F_GETFL, F_GETLK, F_SETLK, F_DUPFD, F_DUPFD_CLOEXEC})
-        rule(SCMP_ACT_ALLOW, SCMP_SYS(fcntl), SCMP_A1(SCMP_CMP_EQ, static_cast<scmp_datum_t>(command), 0));
+        rule(SCMP_ACT_ALLOW, SCMP_SYS(fcntl), argument(1, SCMP_CMP_EQ, static_cast<scmp_datum_t>(command)));
     // To look at limits, not to change them.
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(prlimit64), SCMP_A0(SCMP_CMP_EQ, 0, 0), SCMP_A2(SCMP_CMP_EQ, 0, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(prlimit64), argument(0, SCMP_CMP_EQ, 0), argument(2, SCMP_CMP_EQ, 0));
     // abort() sends its own process a signal.
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(tgkill), SCMP_A0(SCMP_CMP_EQ, numberOfProcess, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(tgkill), argument(0, SCMP_CMP_EQ, numberOfProcess));
     // The answers of the newest calls, which their users take for an old kernel.
     rule(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3));
     rule(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(statx));
