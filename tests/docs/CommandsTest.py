@@ -47,8 +47,9 @@ class CommandsOfAPage(unittest.TestCase):
             with self.assertRaises(commands.PageError, msg=page):
                 commands.read(page)
 
-    def test_a_synopsis_is_no_command(self):
+    def test_synopses_and_pictures_are_no_commands(self):
         self.assertEqual(texts("```\ntidewatch las [OPTION]... INPUT... -o OUTPUT\n```\n"), [])
+        self.assertEqual(texts("```\ntidewatch (host/) -> library\n```\n"), [])
 
     def test_examples_of_help_are_read(self):
         found = commands.help_examples("Usage\n\nExamples:\n  tidewatch info a\n  tidewatch info b\n")

@@ -35,7 +35,8 @@ class Page:
     left_out: list
 
 
-_CALL = re.compile(rf"^{PROGRAM}\s|\b{PROGRAM} (?:{'|'.join(COMMANDS)})\s")
+# Where a command of the shell begins.
+_CALL = re.compile(rf"(?:^|[;&|]\s*){PROGRAM} [a-z-]")
 _FENCE = re.compile(r"^(`{3,})(\w*)\s*$")
 _NOT_RUN = re.compile(r"^<!-- not run: (.+) -->$")
 _RUN_TABLES = "<!-- run: tables -->"
