@@ -13,7 +13,7 @@ int runExport(std::string command, const ExportRequest& request, ExportOptions o
     if (request.printParameters)
         options.showSettings = [&](const std::string& settings) { report.messages().line(settings); };
     InputOptions read = request.inputs;
-    selectBeforeMerging(read, options.filters);
+    selectInputs(read, options.filters);
     const Inputs inputs(read, report.bar());
     const LossPolicy policy = options.losses;
     Export job(inputs, std::move(options), std::move(format), report.bar());

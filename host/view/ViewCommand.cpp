@@ -105,7 +105,7 @@ int ViewRequest::run() const {
         throw UsageError("pages are not in this build, since npm's packages were not there when it was made "
                          "(scripts/setup.sh installs them); pictures are: -o FILE.png");
     ViewRequest job = *this;
-    selectBeforeMerging(job.inputs, job.filters);
+    selectInputs(job.inputs, job.filters);
     Report out(report, "view");
     const Inputs read(job.inputs, out.bar());
     // Points are taken in proportion to what there is.

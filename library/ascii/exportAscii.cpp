@@ -125,12 +125,12 @@ public:
             const AsciiPlan plan = planOf(grid, options_.settings, context.selection);
             const bool hasPrj = !prjOf(grid, plan, options_.settings).additions.prj.empty();
             for (const auto& fragment : plan.fragments) {
-                if (fragment.form == AsciiPlan::Form::None || !fragment.isCertain)
+                if (fragment.form == AsciiPlan::Form::None)
                     continue;
                 fs::path file = fs::path(scope.output) / fragment.file;
-                files.push_back({file, time, name});
+                files.push_back({file, time, name, fragment.isCertain});
                 if (hasPrj && fragment.form == AsciiPlan::Form::Grid)
-                    files.push_back({file.replace_extension(".prj"), time, name});
+                    files.push_back({file.replace_extension(".prj"), time, name, fragment.isCertain});
             }
         };
         context.selection.forEachGrid(*context.inputs.bundle(), addFilesOf);

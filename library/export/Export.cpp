@@ -171,8 +171,9 @@ void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
         if (format_->fillsFolder())
             Placement::checkFolder(scope.output);
         std::map<fs::path, std::set<std::pair<double, std::string>>> gridsOf;
+        std::set<fs::path> checked;
         for (const ExpectedFile& file : format_->expectedFiles({inputs_, selection_, progress_}, scope)) {
-            if (!gridsOf.contains(file.path)) {
+            if (file.isCertain && checked.insert(file.path).second) {
                 requireFileName(file.path);
                 placement_.check(file.path, mode());
             }

@@ -38,6 +38,8 @@ struct ExpectedFile {
     /// The grid that goes into it.
     double time;
     std::string grid;
+    /// Whether it will be there in any case; else only if its array turns out to be what was stated.
+    bool isCertain = true;
 };
 
 /// The format-specific part of one run of an exporter.

@@ -46,9 +46,8 @@ namespace {
 /// "no grid matches --grid 'x' (case counts); there are: a, b and 3 more".
 std::string noMatch(const std::string& what, const std::string& option, const std::string& glob,
                     const std::set<std::string>& names) {
-    return fmt::format("no {} matches --{} '{}'{}; there {}", what, option, glob,
-                       option == "time" ? "" : " (case counts)",
-                       names.empty() ? "is none" : "are: " + listed({names.begin(), names.end()}));
+    return fmt::format("no {} matches --{} '{}'{}; there are: {}", what, option, glob,
+                       option == "time" ? "" : " (case counts)", listed({names.begin(), names.end()}));
 }
 
 } // namespace
@@ -73,6 +72,8 @@ std::vector<std::string> unmatchedFilters(const Filters& filters,
         });
     }
     std::vector<std::string> texts;
+    if (grids.empty())
+        return texts;
     for (const auto& range : filters.times) {
         if (std::any_of(times.begin(), times.end(),
                         [&](double time) { return range.first <= time && time <= range.last; }))
@@ -91,6 +92,8 @@ std::vector<std::string> unmatchedFilters(const Filters& filters,
             texts.push_back(noMatch("grid", "grid", glob, grids));
     }
     for (const std::string& glob : filters.fields) {
+        if (fields.empty())
+            break;
         Selection one(Filters{{}, {}, {glob}});
         if (std::none_of(fields.begin(), fields.end(),
                          [&](const auto& name) { return one.UseThisField(name); }))

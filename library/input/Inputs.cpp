@@ -13,6 +13,7 @@
 #include "library/report/Wording.hpp"
 #include "readers/registerReaders.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <mutex>
 #include <utility>
@@ -21,11 +22,14 @@
 
 namespace Tidewatch {
 
-void selectBeforeMerging(InputOptions& inputs, Filters& filters) {
+void selectInputs(InputOptions& inputs, Filters& filters) {
+    inputs.selected.times = filters.times;
+    inputs.selected.grids = filters.grids;
     if (!inputs.merge)
         return;
-    inputs.merge->selected.times = std::exchange(filters.times, {});
-    inputs.merge->selected.grids = std::exchange(filters.grids, {});
+    inputs.merge->selected = inputs.selected;
+    filters.times.clear();
+    filters.grids.clear();
 }
 
 /// Shared with the readers, which outlive the inputs if somebody keeps an array's creator.
@@ -91,8 +95,7 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     const auto finish = [&](Anchor::StrongPtr<Sheaf::Bundle> bundle) {
         completeSystems(*bundle);
         if (wanted) {
-            const std::vector<std::string> replaced = setSystem(*bundle, *wanted);
-            notes_.insert(notes_.end(), replaced.begin(), replaced.end());
+            addNotes(setSystem(*bundle, *wanted));
         }
         return prepared(std::move(bundle), options, progress);
     };
@@ -104,7 +107,7 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
         input.bundle = finish(std::move(input.bundle));
     MergedGrids merged = mergeGrids(separate, *options.merge);
     bundle_ = std::move(merged.bundle);
-    notes_.insert(notes_.end(), merged.notes.begin(), merged.notes.end());
+    addNotes(merged.notes);
     reports_ = {
         Anchor::makeStrong<MergedReport>(options.merge->gridName, merged.origin, std::move(reports_))};
 }
@@ -115,18 +118,27 @@ Anchor::StrongPtr<Sheaf::Bundle> Inputs::prepared(Anchor::StrongPtr<Sheaf::Bundl
                                                   const Anchor::StrongPtr<Progress>& progress) {
     const std::function<void()> mayGoOn =
         progress ? [progress] { progress->check(); } : std::function<void()>();
+    const Selection selection(options.selected);
     const auto use = [&](ChosenPoints made) {
         read = std::move(made.bundle);
-        notes_.insert(notes_.end(), made.notes.begin(), made.notes.end());
+        addNotes(made.notes);
         countings_.push_back(std::move(made.count));
     };
     if (options.cellsAsPoints)
-        use(cellsAsPoints(*read, *options.cellsAsPoints, decidingFields_, mayGoOn));
+        use(cellsAsPoints(*read, *options.cellsAsPoints, selection, decidingFields_, mayGoOn));
     if (!options.points.isAll()) {
         decidingFields_.merge(options.points.fieldsRead());
-        use(choosePoints(*read, options.points, mayGoOn));
+        use(choosePoints(*read, options.points, selection, mayGoOn));
     }
     return read;
+}
+
+/// Each once: grids of several times give the same.
+void Inputs::addNotes(const std::vector<std::string>& notes) {
+    for (const std::string& note : notes) {
+        if (std::find(notes_.begin(), notes_.end(), note) == notes_.end())
+            notes_.push_back(note);
+    }
 }
 
 void Inputs::throwFailures(const std::exception_ptr& first) const {

@@ -6,6 +6,7 @@
 #include "convlib/InputReport.hpp"
 #include "convlib/ReadOptions.hpp"
 #include "library/Progress.hpp"
+#include "library/input/Filters.hpp"
 #include "library/points/CellOptions.hpp"
 #include "library/points/MergeOptions.hpp"
 #include "library/points/PointChoice.hpp"
@@ -41,6 +42,8 @@ struct InputOptions {
     /// The coordinate reference system of all grids, as `--crs` takes it: codes ("EPSG:25832+5783"), a file of well-known
     /// text, or "none"; nullopt leaves each as it is.
     std::optional<std::string> referenceSystem = {};
+    /// The times and grids that what follows is for; all others stay as they are.
+    Filters selected = {};
     /// Makes points of the cells of lattices, before anything is chosen.
     std::optional<CellOptions> cellsAsPoints = {};
     PointChoice points = {};
@@ -48,8 +51,9 @@ struct InputOptions {
     std::optional<MergeOptions> merge = {};
 };
 
-/// Hands the times and grids that filters select over to merging, if inputs are merged: what comes of it has another name.
-TIDEWATCH_API void selectBeforeMerging(InputOptions& inputs, Filters& filters);
+/// Tells inputs which times and grids filters select. If inputs are merged, that is all there is to select: what comes of
+/// it has another name.
+TIDEWATCH_API void selectInputs(InputOptions& inputs, Filters& filters);
 
 /// The input files as one bundle. Inputs that share a time share the slice.
 class TIDEWATCH_API Inputs {
@@ -105,6 +109,7 @@ private:
     [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle> prepared(Anchor::StrongPtr<Sheaf::Bundle> read,
                                                             const InputOptions& options,
                                                             const Anchor::StrongPtr<Progress>& progress);
+    void addNotes(const std::vector<std::string>& notes);
     void throwFailures(const std::exception_ptr& first) const;
 
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;

@@ -21,12 +21,12 @@ OutputPattern::OutputPattern(std::string text) : text_(std::move(text)) {
     while (place < text_.size()) {
         const std::size_t open = text_.find('{', place);
         const std::size_t close = open == std::string::npos ? open : text_.find('}', open);
-        if (open == std::string::npos) {
+        if (close == std::string::npos) {
+            if (open != std::string::npos && (text_.compare(open, 5, "{grid") == 0 || text_.compare(open, 5, "{time") == 0))
+                throw UsageError(fmt::format("OUTPUT {}: \"{}\" has no \"}}\"", text_, text_.substr(open)));
             pieces_.push_back({Kind::Text, text_.substr(place)});
             return;
         }
-        if (close == std::string::npos)
-            throw UsageError(fmt::format("OUTPUT {}: \"{}\" has no \"}}\"", text_, text_.substr(open)));
         if (open > place)
             pieces_.push_back({Kind::Text, text_.substr(place, open - place)});
         const std::string name = text_.substr(open + 1, close - open - 1);

@@ -3,6 +3,8 @@
 
 #include "library/report/Wording.hpp"
 
+#include <set>
+
 #include <fmt/format.h>
 
 namespace Tidewatch {
@@ -59,20 +61,39 @@ Anchor::StrongPtr<Sheaf::Field> GridBuilder::addField(Sheaf::Representation& to,
     return field;
 }
 
+namespace {
+
+void copyData(const Sheaf::Grid& from, Sheaf::Grid& to) {
+    const GridBuilder builder(from, to);
+    builder.build([](const Sheaf::Skeleton&) { return true; },
+                  [&](const Sheaf::Skeleton&, const Sheaf::Representation& fields, Sheaf::Representation& copies) {
+                      fields.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
+                          const auto copy = GridBuilder::addField(copies, id.name(), field);
+                          field.forEachFragment([&](const auto& fragment, const auto& data) {
+                              copy->addFragment(builder.fragment(fragment), data);
+                              return true;
+                          });
+                          return true;
+                      });
+                  });
+}
+
+} // namespace
+
 Anchor::StrongPtr<Sheaf::Bundle>
-rebuilt(const Sheaf::Bundle& from,
+rebuilt(const Sheaf::Bundle& from, const Selection& selection,
         const std::function<void(double, const Sheaf::Grid&, Sheaf::Grid&)>& build) {
+    std::set<const Sheaf::Grid*> selected;
+    selection.forEachGrid(from, [&](double, const std::string&, const Sheaf::Grid& grid) { selected.insert(&grid); });
     auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
-    for (const auto& [time, weakSlice] : from.slices()) {
-        const auto slice = weakSlice.lock();
-        if (!slice)
-            continue;
-        const auto copy = bundle->makeSlice(time);
-        for (const auto& [name, weakGrid] : slice->grids()) {
-            if (const auto grid = weakGrid.lock())
-                build(time, *grid, *copy->makeGrid(name, grid->origin()));
-        }
-    }
+    const Selection all(Filters{});
+    all.forEachGrid(from, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+        const auto copy = bundle->makeSlice(time)->makeGrid(name, grid.origin());
+        if (selected.contains(&grid))
+            build(time, grid, *copy);
+        else
+            copyData(grid, *copy);
+    });
     return bundle;
 }
 

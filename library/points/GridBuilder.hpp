@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "library/input/Filters.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <functional>
@@ -36,9 +37,10 @@ private:
     Sheaf::Grid& to_;
 };
 
-/// A bundle with the slices and grids of another one, each grid made by `build`.
+/// A bundle with the slices and grids of another one: those that are selected made by `build`, all others with the same
+/// data.
 [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle>
-rebuilt(const Sheaf::Bundle& from,
+rebuilt(const Sheaf::Bundle& from, const Selection& selection,
         const std::function<void(double time, const Sheaf::Grid& from, Sheaf::Grid& to)>& build);
 
 /// How errors name a grid: "survey.laz: grid "survey" at time 0".

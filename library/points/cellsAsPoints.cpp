@@ -203,11 +203,11 @@ bool hasCells(const Sheaf::Grid& grid) {
     return has;
 }
 
-ChosenPoints cellsAsPoints(const Sheaf::Bundle& from, const CellOptions& options,
+ChosenPoints cellsAsPoints(const Sheaf::Bundle& from, const CellOptions& options, const Selection& selection,
                            std::set<std::string>& fieldsRead, const std::function<void()>& mayGoOn) {
     ChosenPoints result;
     Masks all;
-    result.bundle = rebuilt(from, [&](double time, const Sheaf::Grid& grid, Sheaf::Grid& copy) {
+    result.bundle = rebuilt(from, selection, [&](double time, const Sheaf::Grid& grid, Sheaf::Grid& copy) {
         CellReader(options, fieldsRead, mayGoOn, time, grid, copy, all).run();
     });
     result.count = [all = std::move(all)] {

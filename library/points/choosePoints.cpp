@@ -217,10 +217,10 @@ Sheaf::Field::Creator Chooser::dataOf(const Part& part, const Sheaf::Field::Crea
 
 } // namespace
 
-ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice, const MayGoOn& mayGoOn) {
+ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice, const Selection& selection, const MayGoOn& mayGoOn) {
     ChosenPoints result;
     Masks all;
-    result.bundle = rebuilt(from, [&](double time, const Sheaf::Grid& grid, Sheaf::Grid& copy) {
+    result.bundle = rebuilt(from, selection, [&](double time, const Sheaf::Grid& grid, Sheaf::Grid& copy) {
         Chooser chooser(choice, mayGoOn, time, grid, copy, result.notes, all);
         chooser.run();
     });

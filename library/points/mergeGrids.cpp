@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <set>
@@ -42,6 +43,13 @@ Keys verticesOf(const Sheaf::Grid& grid) {
         return true;
     });
     return keys;
+}
+
+/// The file, and its grid where that has another name.
+std::string gridIn(const MergePart& part) {
+    return std::filesystem::path(part.file).stem() == part.grid->name()
+               ? part.file
+               : fmt::format("{} (grid \"{}\")", part.file, part.grid->name());
 }
 
 /// Merges the grids of one time.
@@ -106,7 +114,7 @@ void Merger::run() {
             throw Anchor::ModelError(
                 fmt::format("{}: grid \"{}\" has no vertices to merge", part.file, part.grid->name()));
         if (verticesOf(*part.grid).size() > 1)
-            refined.push_back(part.file);
+            refined.push_back(gridIn(part));
         pieces.push_back(pieceOf(part, *skeleton));
     }
     if (!refined.empty())
@@ -171,7 +179,7 @@ void Merger::mergeVertices(const std::vector<Piece>& pieces, Sheaf::Representati
         for (const Piece& piece : pieces) {
             const auto& its = piece.points->findField(name.c_str());
             if (!its)
-                without.push_back(piece.part->file);
+                without.push_back(gridIn(*piece.part));
             const auto& from = its ? its : piece.points->Positions();
             from->forEachFragment([&](const auto& fragment, const auto& data) {
                 const auto id = to_.makeFragment(fragmentName(*piece.part, fragment));

@@ -60,7 +60,7 @@ TEST(CommandLine, PcdTakesAllItsOptions) {
                                               "-3",
                                               "a.laz",
                                               "--cell-size",
-                                              "-0.5",
+                                              "0.5",
                                               "--exact-counts",
                                               "--time",
                                               "-5:-1",
@@ -90,7 +90,7 @@ TEST(CommandLine, PcdTakesAllItsOptions) {
     EXPECT_THAT(request.inputs.files, ElementsAre("a.laz", "b.h5"));
     EXPECT_EQ(request.options.refinementLevel, 2);
     EXPECT_EQ(request.options.precision, -3);
-    EXPECT_EQ(request.options.cellSize, -0.5);
+    EXPECT_EQ(request.options.cellSize, 0.5);
     EXPECT_TRUE(request.options.exactCounts);
     ASSERT_EQ(request.options.filters.times.size(), 2U);
     EXPECT_EQ(request.options.filters.times[0].first, -5);

@@ -279,7 +279,7 @@ TEST_F(AsciiProgramTest, SampleSurveyIsExportedInAllFourLayouts) {
     EXPECT_EQ(ProgramRunner::run(place_.path(), {"sample", "--points", "400", "-o", "s.h5"}).status, 0);
     for (const bool append : {false, true}) {
         for (const bool allLevels : {false, true}) {
-            ProgramRunner::Arguments arguments{"s.h5", "-o", "out"};
+            ProgramRunner::Arguments arguments{"s.h5", "--last-wins", "-o", "out"};
             if (append)
                 arguments.emplace_back("--append");
             if (allLevels)
@@ -361,14 +361,14 @@ TEST_F(AsciiProgramTest, GridOfAGeoTiffHasItsReferenceSystemBesideIt) {
         "\"latitude_of_origin\",1],PARAMETER[\"central_meridian\",2],PARAMETER[\"scale_factor\",0.9],PARAMETER["
         "\"false_easting\",3],PARAMETER[\"false_northing\",4],UNIT[\"metre\",1]]";
     for (const Case& one :
-         {Case{"EPSG:32633", "WGS 84 / UTM zone 33N (EPSG:32633)", "EPSG:32633"},
-          Case{"EPSG:25832+5783", "ETRS89 / UTM zone 32N + DHHN92 height (EPSG:25832+5783)", "EPSG:25832"},
+         {Case{"EPSG:32633", "EPSG:32633", "EPSG:32633"},
+          Case{"EPSG:25832+5783", "EPSG:25832+5783", "EPSG:25832"},
           Case{mine, "mine", mine}}) {
         const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
         ASSERT_EQ(OSRSetFromUserInput(system, one.text), OGRERR_NONE);
         writeGeoTiff(place_ / "in.tif", system);
         EXPECT_THAT(ProgramRunner::run(place_.path(), {"info", "in.tif"}).out,
-                    HasSubstr(std::string("coordinate reference system: ") + one.title));
+                    HasSubstr(std::string("system        ") + one.title));
         const auto result = run({"in.tif", "-o", "out", "--overwrite"});
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_THAT(result.err, Not(HasSubstr("system")));
@@ -467,7 +467,8 @@ protected:
     void expectSameValues(const std::string& raster, const char* driver) const {
         const auto result = run({raster, "-o", "grids", "--cell-types", "1"});
         EXPECT_EQ(result.status, 0) << result.err;
-        EXPECT_THAT(namesIn(place_.path() / "grids"), ElementsAre("Band1/000000.grd", "CellType/000000.grd"));
+        EXPECT_THAT(namesIn(place_.path() / "grids"),
+                    AllOf(Contains("Band1/000000.grd"), Contains("CellType/000000.grd")));
         const Raster before(raster, driver);
         const Raster after(place_ / "grids/Band1/000000.grd", "AAIGrid");
         EXPECT_EQ(after.width, before.width);

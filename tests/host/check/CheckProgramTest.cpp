@@ -123,7 +123,7 @@ TEST_F(CheckProgramTest, HabitsAreWarningsThatNameTheOptionWhichAvoidsThem) {
          {"scan-angle-unit", "shifted-attributes", "color-depth", "undescribed-bytes"})
         EXPECT_THAT(all, HasSubstr("warning " + std::string(kind)));
 
-    make({"pcd", "tides.h5", "-o", "pcd/a.pcd", "--cell-size", "20"});
+    make({"pcd", "tides.h5", "--last-wins", "-o", "pcd/a.pcd", "--cell-size", "20"});
     findings = findingsIn("pcd");
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_THAT(findings[0], AllOf(HasSubstr("warning point-count"), HasSubstr("--exact-counts")));

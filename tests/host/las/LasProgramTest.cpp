@@ -110,7 +110,7 @@ TEST_F(LasProgramTest, WritesLasOfEveryVersion) {
     writeSmall();
     for (const unsigned minor : {2U, 3U, 4U}) {
         const std::string name = "v" + std::to_string(minor) + ".las";
-        const auto result = run({"in.h5", "-o", name, "--time", "6.5", "--las-version",
+        const auto result = run({"in.h5", "--last-wins", "-o", name, "--time", "6.5", "--las-version",
                                  "1." + std::to_string(minor), "--day", "123", "--year", "2024"});
         EXPECT_EQ(result.status, 0) << result.err;
         const WrittenLas file = las(name);
@@ -129,7 +129,7 @@ TEST_F(LasProgramTest, WritesLasOfEveryVersion) {
 TEST_F(LasProgramTest, AnUnknownVersionIsWrongUsage) {
     writeSmall();
     for (const std::string version : {"1.1", "1.5", "4", "1,4", "1.40", "", "1.4 "}) {
-        const auto result = run({"in.h5", "-o", "a.laz", "--las-version", version});
+        const auto result = run({"in.h5", "--last-wins", "-o", "a.laz", "--las-version", version});
         EXPECT_EQ(result.status, 2) << version;
         EXPECT_THAT(result.err, AllOf(StartsWith("tidewatch: "), HasSubstr("--las-version")));
     }
@@ -148,7 +148,7 @@ TEST_F(LasProgramTest, ValuesThatMakeNoSenseAreWrongUsage) {
                                                {"--rename", "Echo=intensity"},
                                                {"--rename", "Echo="},
                                                {"--uncompressed=maybe"}}) {
-        ProgramRunner::Arguments arguments{"in.h5", "-o", "a.laz"};
+        ProgramRunner::Arguments arguments{"in.h5", "--last-wins", "-o", "a.laz"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         const auto result = run(arguments);
         EXPECT_EQ(result.status, 2) << ::testing::PrintToString(more);
@@ -189,7 +189,7 @@ TEST_F(LasProgramTest, OutputsAreNamedAsTheUserExpects) {
 
 TEST_F(LasProgramTest, GridsAndTimesWithDotsKeepTheirNames) {
     writeSmall();
-    EXPECT_EQ(run({"in.h5", "-o", "out/{grid}-{time}"}).status, 0);
+    EXPECT_EQ(run({"in.h5", "--last-wins", "-o", "out/{grid}-{time}"}).status, 0);
     EXPECT_THAT(names(),
                 ElementsAre("in.h5", "out", "out/dunes-0.laz", "out/dunes-6.5.laz", "out/flats-0.laz"));
     const auto named = Anchor::makeStrong<Sheaf::Bundle>();
@@ -203,7 +203,7 @@ TEST_F(LasProgramTest, GridsAndTimesWithDotsKeepTheirNames) {
 
 TEST_F(LasProgramTest, EachFragmentBecomesATile) {
     writeSmall();
-    const auto result = run({"in.h5", "-o", "out/x.las", "--tiles", "--time", "0", "--grid", "dunes"});
+    const auto result = run({"in.h5", "--last-wins", "-o", "out/x.las", "--tiles", "--time", "0", "--grid", "dunes"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(names(), ElementsAre("in.h5", "out", "out/x_n.las", "out/x_s.las"));
     EXPECT_EQ(las("out/x_n.las").count(), 100U);
@@ -213,7 +213,7 @@ TEST_F(LasProgramTest, EachFragmentBecomesATile) {
 
 TEST_F(LasProgramTest, TilesOfSeveralGridsOverwriteEachOtherAndItIsSaidOnce) {
     writeSmall();
-    const auto result = run({"in.h5", "-o", "x.las", "--tiles"});
+    const auto result = run({"in.h5", "--last-wins", "-o", "x.las", "--tiles"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(names(), ElementsAre("in.h5", "x_n.las", "x_s.las"));
     EXPECT_EQ(las("x_n.las").count(), 20U);
@@ -224,7 +224,7 @@ TEST_F(LasProgramTest, TilesOfSeveralGridsOverwriteEachOtherAndItIsSaidOnce) {
 
 TEST_F(LasProgramTest, AnOverwrittenGridIsSaid) {
     writeSmall();
-    const auto result = run({"in.h5", "-o", "x.laz", "--json"});
+    const auto result = run({"in.h5", "--last-wins", "-o", "x.laz", "--json"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(las("x.laz").count(), 20U);
     const Json document = Json::parse(result.out);
@@ -250,13 +250,13 @@ TEST_F(LasProgramTest, RenamedFieldsBecomeAttributesBesideTheDefaultOnes) {
     EXPECT_EQ(records.back().userData, 4);
     EXPECT_EQ(records.front().intensity, 7);
     EXPECT_EQ(records.back().intensity, 900);
-    EXPECT_THAT(run({"in.h5", "-o", "y.las", "--time", "0", "--grid", "dunes", "--plain"}).err,
+    EXPECT_THAT(run({"in.h5", "--last-wins", "-o", "y.las", "--time", "0", "--grid", "dunes", "--plain"}).err,
                 HasSubstr("LAS does not carry the field Echo\n"));
 }
 
 TEST_F(LasProgramTest, OtherFieldsBecomeExtraBytesUnlessPlain) {
     writeSmall();
-    EXPECT_EQ(run({"in.h5", "-o", "x.las", "--time", "0", "--grid", "dunes", "--verify"}).err, "");
+    EXPECT_EQ(run({"in.h5", "--last-wins", "-o", "x.las", "--time", "0", "--grid", "dunes", "--verify"}).err, "");
     const WrittenLas file = las("x.las");
     ASSERT_EQ(file.vlrs().size(), 1U);
     EXPECT_EQ(file.vlrs()[0].payload.substr(4, 5), std::string("Echo\0", 5));
@@ -291,7 +291,7 @@ TEST_F(LasProgramTest, PlainExcludesWhatItWouldNotHeed) {
     writeSmall();
     for (const ProgramRunner::Arguments& more : std::vector<ProgramRunner::Arguments>{
              {"--scale", "0.01"}, {"--offset", "1,2,3"}, {"--crs", "EPSG:25832"}}) {
-        ProgramRunner::Arguments arguments{"in.h5", "-o", "a.laz", "--plain"};
+        ProgramRunner::Arguments arguments{"in.h5", "--last-wins", "-o", "a.laz", "--plain"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         const auto result = run(arguments);
         EXPECT_EQ(result.status, 2);
@@ -302,7 +302,7 @@ TEST_F(LasProgramTest, PlainExcludesWhatItWouldNotHeed) {
                                                                                       {"--offset", "1,2,3,4"},
                                                                                       {"--crs", "EPSG:1"},
                                                                                       {"--crs", "x.wkt"}}) {
-        ProgramRunner::Arguments arguments{"in.h5", "-o", "a.laz"};
+        ProgramRunner::Arguments arguments{"in.h5", "--last-wins", "-o", "a.laz"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         EXPECT_EQ(run(arguments).status, 2) << ::testing::PrintToString(more);
     }
@@ -311,7 +311,7 @@ TEST_F(LasProgramTest, PlainExcludesWhatItWouldNotHeed) {
 
 TEST_F(LasProgramTest, ScaleAndOffsetAreThoseAskedFor) {
     writeSmall();
-    EXPECT_EQ(run({"in.h5", "-o", "x.las", "--scale", "0.5,0.25,2", "--offset", "10", "--verify"}).status, 0);
+    EXPECT_EQ(run({"in.h5", "--last-wins", "-o", "x.las", "--scale", "0.5,0.25,2", "--offset", "10", "--verify"}).status, 0);
     const WrittenLas file = las("x.las");
     EXPECT_EQ(file.scale(1), 0.25);
     EXPECT_EQ(file.scale(2), 2.0);
@@ -320,7 +320,7 @@ TEST_F(LasProgramTest, ScaleAndOffsetAreThoseAskedFor) {
 
 TEST_F(LasProgramTest, ReferenceSystemIsSetReplacedAndRemoved) {
     writeSmall();
-    auto result = run({"in.h5", "-o", "x.las", "--time", "6.5", "--crs", "EPSG:25832+5783"});
+    auto result = run({"in.h5", "--last-wins", "-o", "x.las", "--time", "6.5", "--crs", "EPSG:25832+5783"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
     WrittenLas file = las("x.las");
@@ -349,14 +349,14 @@ TEST_F(LasProgramTest, ReferenceSystemIsSetReplacedAndRemoved) {
 
 TEST_F(LasProgramTest, APointSourceIsGivenToAllPoints) {
     writeSmall();
-    EXPECT_EQ(run({"in.h5", "-o", "x.las", "--point-source-id", "65535", "--verify"}).status, 0);
+    EXPECT_EQ(run({"in.h5", "--last-wins", "-o", "x.las", "--point-source-id", "65535", "--verify"}).status, 0);
     for (const LasRecord& record : las("x.las").records())
         ASSERT_EQ(record.pointSourceId, 65535);
 }
 
 TEST_F(LasProgramTest, SettingsAreShownOnRequest) {
     writeSmall();
-    const auto result = run({"in.h5", "-o", "a.las", "-q", "--print-parameters", "--tiles", "--day", "7",
+    const auto result = run({"in.h5", "--last-wins", "-o", "a.las", "-q", "--print-parameters", "--tiles", "--day", "7",
                              "--point-source-id", "9", "--rename", "Echo=UserData"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err,
@@ -388,7 +388,7 @@ TEST_F(LasProgramTest, ACoordinateThatDoesNotFitPutsNothingInPlace) {
     GridBuilder(*bundle, 0, "wide").field("Positions", "", Points{{0, 0, 0}, {2'000'000, 0, 0}});
     write("in.h5", bundle);
     Support::writeBytes(place_ / "wide.laz", "old");
-    const auto result = run({"in.h5", "-o", "{grid}.laz", "--overwrite"});
+    const auto result = run({"in.h5", "--last-wins", "-o", "{grid}.laz", "--overwrite"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, AllOf(HasSubstr("grid \"wide\" at time 0: x = 2000000 does not fit"),
                                   HasSubstr("from 463129.088 to 1536870.91175")));
@@ -425,7 +425,7 @@ TEST_F(LasProgramTest, AGridWithoutPositionsEndsItsSliceAndCompleteFilesAreInPla
     GridBuilder(*bundle, 0, "c").field("Positions", "n", randomPoints(7));
     GridBuilder(*bundle, 1, "d").field("Positions", "n", randomPoints(8));
     write("in.h5", bundle);
-    const auto result = run({"in.h5", "-o", "x.las", "--tiles", "--json"});
+    const auto result = run({"in.h5", "--last-wins", "-o", "x.las", "--tiles", "--json"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err,
                 AllOf(HasSubstr("tidewatch: No positions to export\n"),
@@ -441,7 +441,7 @@ TEST_F(LasProgramTest, NothingWrittenHasStatusOneAndAReason) {
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
     GridBuilder(*bundle, 0, "g").field("Height", "", std::vector<float>{1});
     write("in.h5", bundle);
-    const auto result = run({"in.h5", "-o", "x.laz"});
+    const auto result = run({"in.h5", "--last-wins", "-o", "x.laz"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr("nothing was written: grid \"g\" at time 0: it has no Positions"));
     EXPECT_THAT(names(), ElementsAre("in.h5"));
@@ -453,7 +453,7 @@ TEST_F(LasProgramTest, ReturnNumbersThatDoNotFitAreWarnedOfByTheExporterAndTheSu
         .field("Positions", "", randomPoints(3))
         .field("ReturnNumber", "", std::vector<unsigned char>{1, 9, 20});
     write("in.h5", bundle);
-    const auto result = run({"in.h5", "-o", "x.las", "--las-version", "1.2", "--verify"});
+    const auto result = run({"in.h5", "-o", "x.las", "--las-version", "1.2", "--verify", "--verbose"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(
         result.err,
@@ -470,7 +470,7 @@ TEST_F(LasProgramTest, CountsByReturnThatDifferAreANoteThatStrictAccepts) {
         .field("Positions", "b", randomPoints(3))
         .field("ReturnNumber", "a", std::vector<unsigned char>{2, 2});
     write("in.h5", bundle);
-    const auto result = run({"in.h5", "-o", "x.laz", "--verify", "--json", "--plain"});
+    const auto result = run({"in.h5", "--last-wins", "-o", "x.laz", "--verify", "--json", "--plain"});
     EXPECT_EQ(result.status, 0);
     const std::string note =
         "x.laz: the exporter counts points by return in its own way, which --plain keeps: 3 of return 1 in the "
@@ -495,7 +495,7 @@ TEST_F(LasProgramTest, ExistingFilesAreFoundBeforeAnyWorkUnderTheirFinalNames) {
     }
     EXPECT_EQ(Support::readBytes(place_ / "x.laz"), "old");
     EXPECT_THAT(names(), ElementsAre("in.h5", "x.laz", "x_s.laz"));
-    EXPECT_EQ(run({"in.h5", "-o", "x", "--tiles", "--overwrite"}).status, 0);
+    EXPECT_EQ(run({"in.h5", "--last-wins", "-o", "x", "--tiles", "--overwrite"}).status, 0);
     EXPECT_EQ(Support::readBytes(place_ / "x.laz"), "old");
     EXPECT_EQ(las("x_s.laz").count(), 50U);
 }
@@ -505,7 +505,7 @@ TEST_F(LasProgramTest, TilesOfTwoRunsThatComeToOneNameAreAnErrorBeforeAnyWork) {
     GridBuilder(*bundle, 0, "a").field("Positions", "b_c", randomPoints(5));
     GridBuilder(*bundle, 0, "a_b").field("Positions", "c", randomPoints(5));
     write("in.h5", bundle);
-    const auto result = run({"in.h5", "-o", "{grid}.laz", "--tiles"});
+    const auto result = run({"in.h5", "--last-wins", "-o", "{grid}.laz", "--tiles"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr("a_b_c.laz: is the target of two files"));
     EXPECT_THAT(names(), ElementsAre("in.h5"));
@@ -608,8 +608,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(LasProgramTest, ProgressIsShownOnRequestOnly) {
     writeSmall();
-    EXPECT_THAT(run({"in.h5", "-o", "a.laz"}).err, Not(HasSubstr("[#")));
-    const auto result = run({"in.h5", "-o", "b.laz", "--verify", "--progress", "always"});
+    EXPECT_THAT(run({"in.h5", "--last-wins", "-o", "a.laz"}).err, Not(HasSubstr("[#")));
+    const auto result = run({"in.h5", "--last-wins", "-o", "b.laz", "--verify", "--progress", "always"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err, AllOf(HasSubstr("reading dunes"), HasSubstr("writing flats"),
                                   HasSubstr("checking b.laz"), HasSubstr("] 100 %")));
@@ -617,8 +617,8 @@ TEST_F(LasProgramTest, ProgressIsShownOnRequestOnly) {
 
 TEST_F(LasProgramTest, TheMemoryLimitChangesNoByte) {
     writeSmall();
-    EXPECT_EQ(run({"in.h5", "-o", "a-{grid}-{time}.laz", "--verify"}).status, 0);
-    EXPECT_EQ(run({"in.h5", "-o", "b-{grid}-{time}.laz", "--verify", "--memory-limit", "16K"}).status, 0);
+    EXPECT_EQ(run({"in.h5", "--last-wins", "-o", "a-{grid}-{time}.laz", "--verify"}).status, 0);
+    EXPECT_EQ(run({"in.h5", "--last-wins", "-o", "b-{grid}-{time}.laz", "--verify", "--memory-limit", "16K"}).status, 0);
     for (const std::string name : {"dunes-0.laz", "flats-0.laz", "dunes-6.5.laz"})
         EXPECT_EQ(las("a-" + name).bytes, las("b-" + name).bytes);
 }

@@ -62,8 +62,9 @@ TEST(ParseTimeRange, OneTimeIsBothEnds) {
 }
 
 TEST(ParseTimeRange, OtherTextsGiveNothing) {
-    for (const char* const text : {"", ":", "1:", ":1", "2:1", "1:2:3", "a:b", "nan", "nan:1", "1-2"})
+    for (const char* const text : {"", ":", "1:", ":1", "1:2:3", "a:b", "nan", "nan:1", "1-2"})
         EXPECT_FALSE(parseTimeRange(text)) << text;
+    EXPECT_THROW(static_cast<void>(parseTimeRange("2:1")), InvalidValue);
 }
 
 TEST(ParseRanges, RangesAndSingleValuesComeInTheirOrder) {
@@ -78,8 +79,39 @@ TEST(ParseRanges, RangesAndSingleValuesComeInTheirOrder) {
 }
 
 TEST(ParseRanges, OtherTextsGiveNothing) {
-    for (const char* const text : {"", ",", "1,", ",1", "2:1", "1:2:3", "a", "1 ,2", "nan"})
+    for (const char* const text : {"", ",", "1,", ",1", "1:2:3", "a", "1 ,2", "nan"})
         EXPECT_FALSE(parseRanges(text)) << text;
+    EXPECT_THROW(static_cast<void>(parseRanges("2:1")), InvalidValue);
+}
+
+TEST(ParseBox, IsFourOrSixNumbersEachLowerOneBelowItsUpperOne) {
+    const auto flat = parseBox("-1,2,3.5,4");
+    ASSERT_TRUE(flat);
+    EXPECT_TRUE(flat->lower.x == -1 && flat->lower.y == 2 && flat->upper.x == 3.5 && flat->upper.y == 4);
+    EXPECT_TRUE(flat->contains({0, 3, 1e300}));
+    const auto solid = parseBox("0,0,1,1,5,6");
+    ASSERT_TRUE(solid);
+    EXPECT_TRUE(solid->contains({0, 0, 5}));
+    EXPECT_FALSE(solid->contains({0, 0, 6}));
+    for (const char* const text : {"", "1,2,3", "1,2,3,4,5", "1,2,3,4,5,6,7", "a,b,c,d", "0,0,inf,1", "0,0,,1"})
+        EXPECT_FALSE(parseBox(text)) << text;
+    for (const char* const text : {"1,0,1,1", "0,2,1,1", "0,0,1,1,3,3"})
+        EXPECT_THROW(static_cast<void>(parseBox(text)), InvalidValue) << text;
+}
+
+TEST(ParseClasses, AreNumbersOfAByte) {
+    EXPECT_EQ(parseClasses("2,9,2"), (std::set<std::uint8_t>{2, 9}));
+    for (const char* const text : {"", "256", "-1", "2,", "2 9", "ground"})
+        EXPECT_FALSE(parseClasses(text)) << text;
+}
+
+TEST(ParseReturns, AreWordsAndNumbers) {
+    const auto choice = parseReturns("first,only,3,15");
+    ASSERT_TRUE(choice);
+    EXPECT_TRUE(choice->first && choice->only && !choice->last);
+    EXPECT_EQ(choice->numbers, (std::set<std::uint8_t>{3, 15}));
+    for (const char* const text : {"", "0", "16", "First", "first,", "all"})
+        EXPECT_FALSE(parseReturns(text)) << text;
 }
 
 TEST(ParseTriple, IsThreeNumbersOrOneForAll) {

@@ -297,7 +297,7 @@ TEST_F(PointsProgram, CutOffFileIsToldAsSuch) {
 
 TEST_F(PointsProgram, TooLongNameOfAFieldIsAnErrorThatSaysSo) {
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
-    GridBuilder(*bundle, 0, "dunes").field("Positions", "n", randomPoints(3)).field(std::string(252, 'x'), "n", std::vector<float>(3));
+    GridBuilder(*bundle, 0, "dunes").field("Positions", "n", randomPoints(3)).field(std::string(256, 'x'), "n", std::vector<float>(3));
     write("in.h5", bundle);
     const auto result = run({"ascii", "in.h5", "-o", "x"});
     EXPECT_EQ(result.status, 1);

@@ -52,13 +52,21 @@ TEST_F(MessagesTest, QuietLeavesErrorsAndWhatWasAskedFor) {
 TEST_F(MessagesTest, ConsoleMessagesComeAsLinesWhileItLives) {
     Support::ConsoleCapture outside;
     {
-        const Messages messages(Messages::Verbosity::Normal, stream_.get());
+        const Messages messages(Messages::Verbosity::Verbose, stream_.get());
         Anchor::Console() << "Run";
         Anchor::Console() << "two\nlines";
     }
     Anchor::Console() << "after";
     EXPECT_EQ(shown(), "Run\ntwo\nlines\n");
     EXPECT_THAT(outside.messages, ::testing::ElementsAre("after"));
+}
+
+TEST_F(MessagesTest, UsuallyOnlyConsoleMessagesThatTellOfSomethingMissingAreShown) {
+    const Messages messages(Messages::Verbosity::Normal, stream_.get());
+    Anchor::Console() << "Run";
+    Anchor::Console() << "Have no cell type field";
+    Anchor::Console() << "Can only convert scalar fields";
+    EXPECT_EQ(shown(), "Have no cell type field\nCan only convert scalar fields\n");
 }
 
 TEST_F(MessagesTest, QuietHidesConsoleMessages) {

@@ -151,10 +151,14 @@ TEST(AsciiLosses, GridThatIsWrittenAsItIsLosesNothing) {
 TEST(AsciiLosses, CellSizeThatThreeDecimalsRoundIsToldWithTheSizeOfTheLoss) {
     EXPECT_THAT(
         Exported([](Sheaf::Bundle& bundle, const std::string&) {
-            buildLattice(bundle, {10, 20, 0}, {0.0004, 0.0004, 1});
+            buildLattice(bundle, {10, 20, 0}, {1.0004, 1.0004, 1});
         }).losses(),
-        ElementsAre("rounding: grid \"dem\" at time 0: the corner and the cell size of 0.0004 are written "
+        ElementsAre("rounding: grid \"dem\" at time 0: the corner and the cell size of 1.0004 are written "
                     "with three decimals: coordinates are off by up to 0.0008"));
+    EXPECT_THAT(Exported([](Sheaf::Bundle& bundle, const std::string&) {
+                    buildLattice(bundle, {10, 20, 0}, {0.0004, 0.0004, 1});
+                }).losses(),
+                ElementsAre(::testing::HasSubstr("cells of 0.0004 are written with a size of 0.000")));
     EXPECT_THAT(Exported([](Sheaf::Bundle& bundle, const std::string&) {
                     buildLattice(bundle, {10.0001, 20, 0}, {1, 1, 1});
                 }).losses(),

@@ -63,7 +63,7 @@ TEST(CellsAsPoints, CentresWithAValueBecomePointsInTheOrderOfTheCells) {
         .field("Band2", "", cells(3, 2, std::vector<short>{10, 20, 30, 40, 50, 60}))
         .field("CellType", "", cells(3, 2, std::vector<unsigned char>{1, 0, 1, 1, 1, 2}));
     std::set<std::string> read;
-    const ChosenPoints made = cellsAsPoints(*bundle, {}, read);
+    const ChosenPoints made = cellsAsPoints(*bundle, {}, Selection(Filters{}), read);
     EXPECT_THAT(positionsOf(*made.bundle), ElementsAre(Position{10, 20, 1}, Position{10, 25, 4},
                                                        Position{12, 25, 5}, Position{14, 25, 6}));
     EXPECT_THAT(arrayOf<short>(*made.bundle, "Band2"), ElementsAre(10, 40, 50, 60));
@@ -81,14 +81,14 @@ TEST(CellsAsPoints, HeightsAreTheBandOrFieldThatIsAskedFor) {
         .field("Depth", "", cells(2, 1, std::vector<float>{-3, -4}))
         .field("Level", "", cells(2, 1, std::vector<int>{7, 8}));
     std::set<std::string> read;
-    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"Level"}, read).bundle),
+    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"Level"}, Selection(Filters{}), read).bundle),
                 ElementsAre(Position{10, 20, 7}, Position{12, 20, 8}));
-    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"2"}, read).bundle),
+    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"2"}, Selection(Filters{}), read).bundle),
                 ElementsAre(Position{10, 20, 7}, Position{12, 20, 8}));
-    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"1"}, read).bundle),
+    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"1"}, Selection(Filters{}), read).bundle),
                 ElementsAre(Position{10, 20, -3}, Position{12, 20, -4}));
     try {
-        static_cast<void>(cellsAsPoints(*bundle, {"3"}, read));
+        static_cast<void>(cellsAsPoints(*bundle, {"3"}, Selection(Filters{}), read));
         FAIL() << "no error";
     } catch (const Anchor::ModelError& error) {
         EXPECT_THAT(error.what(), AllOf(HasSubstr("grid \"dem\" at time 0"), HasSubstr("no field 3"),
@@ -103,7 +103,7 @@ TEST(CellsAsPoints, BandTenIsNotTheTenthByName) {
     for (int band = 1; band <= 12; ++band)
         grid.field("Band" + std::to_string(band), "", cells(1, 1, std::vector<int>{band}));
     std::set<std::string> read;
-    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"10"}, read).bundle), ElementsAre(Position{10, 20, 10}));
+    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"10"}, Selection(Filters{}), read).bundle), ElementsAre(Position{10, 20, 10}));
 }
 
 TEST(CellsAsPoints, PointsStayAsTheyAre) {
@@ -112,7 +112,7 @@ TEST(CellsAsPoints, PointsStayAsTheyAre) {
         .field("Positions", "", Points{{1, 2, 3}})
         .field("CellType", "", std::vector<unsigned char>{0});
     std::set<std::string> read;
-    const ChosenPoints made = cellsAsPoints(*bundle, {}, read);
+    const ChosenPoints made = cellsAsPoints(*bundle, {}, Selection(Filters{}), read);
     EXPECT_THAT(positionsOf(*made.bundle), ElementsAre(Position{1, 2, 3}));
     EXPECT_THAT(arrayOf<unsigned char>(*made.bundle, "CellType"), ElementsAre(0));
     EXPECT_TRUE(read.empty());
@@ -144,7 +144,7 @@ TEST(CellsAsPoints, LargeRandomRasterGivesWhatAPlainLoopGives) {
         .field("Band1", "", cells(columns, rows, heights))
         .field("CellType", "", cells(columns, rows, types));
     std::set<std::string> read;
-    EXPECT_EQ(positionsOf(*cellsAsPoints(*bundle, {}, read).bundle), expected);
+    EXPECT_EQ(positionsOf(*cellsAsPoints(*bundle, {}, Selection(Filters{}), read).bundle), expected);
 }
 
 } // namespace

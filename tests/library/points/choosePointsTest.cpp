@@ -103,7 +103,7 @@ struct Cloud {
 void expectChosen(const PointChoice& choice,
                   const std::function<bool(const Cloud::Fragment&, std::size_t)>& isExpected) {
     const Cloud cloud(17, {0, 1, 100, 5000});
-    const ChosenPoints chosen = choosePoints(*cloud.bundle(), choice);
+    const ChosenPoints chosen = choosePoints(*cloud.bundle(), choice, Selection(Filters{}));
     EXPECT_THAT(chosen.notes, IsEmpty());
     std::size_t kept = 0;
     for (const Cloud::Fragment& fragment : cloud.fragments) {
@@ -188,7 +188,7 @@ TEST(ChoosePoints, EveryPointLiesInOneOfTheBoxesSideBySide) {
         choice.box->lower.x = column;
         choice.box->upper.x = column + 1;
         choice.box->upper.y = 10;
-        sum += arrayOf<double>(*choosePoints(*cloud.bundle(), choice).bundle, "cloud", "Extra", "f0").size();
+        sum += arrayOf<double>(*choosePoints(*cloud.bundle(), choice, Selection(Filters{})).bundle, "cloud", "Extra", "f0").size();
     }
     EXPECT_EQ(sum, 2000U);
 }
@@ -210,7 +210,7 @@ TEST(ChoosePoints, CountTellsHowManyBeforeArraysAreMade) {
     const Cloud cloud(4, {300});
     PointChoice choice;
     choice.classes = {5};
-    const ChosenPoints chosen = choosePoints(*cloud.bundle(), choice);
+    const ChosenPoints chosen = choosePoints(*cloud.bundle(), choice, Selection(Filters{}));
     const auto data = dataOf(*chosen.bundle, "cloud", "Extra", "f0");
     EXPECT_EQ(data->extents(), Sheaf::Extents{300});
     chosen.count();
@@ -226,7 +226,7 @@ TEST(ChoosePoints, ClassesMayBeOfAnyIntegerTypeAndThoseBeyondAByteAreNone) {
         .field("Classification", "", std::vector<int>{2, -254, 258, 65538});
     PointChoice choice;
     choice.classes = {2};
-    EXPECT_THAT(arrayOf<int>(*choosePoints(*bundle, choice).bundle, "cloud", "Classification", ""),
+    EXPECT_THAT(arrayOf<int>(*choosePoints(*bundle, choice, Selection(Filters{})).bundle, "cloud", "Classification", ""),
                 ElementsAre(2));
 }
 
@@ -239,14 +239,14 @@ TEST(ChoosePoints, MissingOrUnfitFieldIsAnErrorThatNamesGridAndField) {
     PointChoice choice;
     choice.classes = {2};
     EXPECT_THAT(
-        errorOf([&] { static_cast<void>(choosePoints(*bundle, choice)); }),
+        errorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
         AllOf(HasSubstr("grid \"cloud\" at time 0"), HasSubstr("Classification"), HasSubstr("missing")));
     choice = {};
     choice.returns.emplace().first = true;
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice)); }),
+    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
                 AllOf(HasSubstr("ReturnNumber"), HasSubstr("float32")));
     choice.returns.emplace().only = true;
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice)); }),
+    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
                 AllOf(HasSubstr("NumberOfReturns"), HasSubstr("3 values for 4 points")));
 }
 
@@ -255,7 +255,7 @@ TEST(ChoosePoints, FieldOfAnotherLengthThanPositionsIsAnError) {
     GridBuilder(*bundle, 0, "cloud").field("Positions", "", Points(4)).field("Echo", "", Bytes(5));
     PointChoice choice;
     choice.box = PointBox{{0, 0, 0}, {1, 1, 1}};
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice)); }),
+    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
                 HasSubstr("Echo has 5 values for 4 points"));
 }
 
@@ -278,7 +278,7 @@ TEST(ChoosePoints, BoxTakesRowsAndColumnsOfALattice) {
     PointChoice choice;
     // Columns at 102 and 104, rows at 203 and 206: the upper faces are outside.
     choice.box = PointBox{{101, 203, 1e9}, {106, 209, 2e9}};
-    const ChosenPoints chosen = choosePoints(*latticeBundle(), choice);
+    const ChosenPoints chosen = choosePoints(*latticeBundle(), choice, Selection(Filters{}));
     const auto lattice = Anchor::dynamicCast<Sheaf::UniformCartesianArray>(
         dataOf(*chosen.bundle, "dem", "Positions", "")->available());
     ASSERT_TRUE(lattice);
@@ -291,7 +291,7 @@ TEST(ChoosePoints, BoxTakesRowsAndColumnsOfALattice) {
 TEST(ChoosePoints, BoxBesideALatticeLeavesNoneOfItAndSaysSo) {
     PointChoice choice;
     choice.box = PointBox{{0, 0, 0}, {1, 1, 1}};
-    const ChosenPoints chosen = choosePoints(*latticeBundle(), choice);
+    const ChosenPoints chosen = choosePoints(*latticeBundle(), choice, Selection(Filters{}));
     EXPECT_THAT(chosen.notes,
                 ElementsAre(HasSubstr("grid \"dem\" at time 0: no cell centre is inside the box")));
     EXPECT_FALSE(dataOf(*chosen.bundle, "dem", "Positions", ""));
@@ -300,7 +300,7 @@ TEST(ChoosePoints, BoxBesideALatticeLeavesNoneOfItAndSaysSo) {
 TEST(ChoosePoints, ClassesOfALatticeAreAnErrorWithARemedy) {
     PointChoice choice;
     choice.classes = {2};
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*latticeBundle(), choice)); }),
+    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*latticeBundle(), choice, Selection(Filters{}))); }),
                 AllOf(HasSubstr("grid \"dem\""), HasSubstr("--cells-as-points")));
 }
 
@@ -314,7 +314,7 @@ TEST(ChoosePoints, EverySkeletonOfVerticesIsChosenFromAndOthersAreNamed) {
         .field("Faces", "", std::vector<int>{0, 1, 2});
     PointChoice choice;
     choice.box = PointBox{{0, 0, 0}, {3, 1, 1}};
-    const ChosenPoints chosen = choosePoints(*bundle, choice);
+    const ChosenPoints chosen = choosePoints(*bundle, choice, Selection(Filters{}));
     EXPECT_EQ(arrayOf<Geom::PhysicalSpace::point>(*chosen.bundle, "cloud", "Positions", "").size(), 2U);
     const auto coarse = gridAt(*chosen.bundle, 0, "cloud")->skeletons().find({0, {0}});
     ASSERT_TRUE(coarse);
@@ -335,7 +335,7 @@ TEST(ChoosePoints, StatementSystemsAndEncodingsStay) {
     builder.representation()->findField("Echo")->setEncoding(encoding);
     PointChoice choice;
     choice.box = PointBox{{0, 0, 0}, {3, 1, 1}};
-    const auto chosen = choosePoints(*bundle, choice).bundle;
+    const auto chosen = choosePoints(*bundle, choice, Selection(Filters{})).bundle;
     const auto grid = gridAt(*chosen, 0, "cloud");
     EXPECT_EQ(grid->statement(), statement);
     EXPECT_EQ(grid->findChart({})->referenceSystem(), "somewhere");
@@ -350,7 +350,7 @@ TEST(ChoosePoints, HostCanStopWhilePointsAreLookedAt) {
     PointChoice choice;
     choice.classes = {1, 2, 3, 4, 5};
     struct Stop {};
-    const auto chosen = choosePoints(*cloud.bundle(), choice, [] { throw Stop(); });
+    const auto chosen = choosePoints(*cloud.bundle(), choice, Selection(Filters{}), [] { throw Stop(); });
     EXPECT_THROW(static_cast<void>(dataOf(*chosen.bundle, "cloud", "Extra", "f0")->create(false)), Stop);
 }
 
