@@ -42,9 +42,10 @@ std::optional<Geom::PhysicalSpace::vector> MergedReport::coordinateStep() const 
         const auto step = file->coordinateStep();
         if (!step)
             return std::nullopt;
-        finest = finest ? Geom::PhysicalSpace::vector{std::min(finest->x, step->x), std::min(finest->y, step->y),
-                                                      std::min(finest->z, step->z)}
-                        : *step;
+        finest = finest
+                     ? Geom::PhysicalSpace::vector{std::min(finest->x, step->x), std::min(finest->y, step->y),
+                                                   std::min(finest->z, step->z)}
+                     : *step;
     }
     return finest;
 }

@@ -9,9 +9,8 @@ namespace Tidewatch {
 /// Whether a file's name ends in an extension, which is given in lower case; the name may be in either.
 [[nodiscard]] inline bool endsIn(std::string_view text, std::string_view extension) {
     const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return text.size() >= extension.size() &&
-           std::equal(extension.rbegin(), extension.rend(), text.rbegin(),
-                      [&](char a, char b) { return a == lower(b); });
+    return text.size() >= extension.size() && std::equal(extension.rbegin(), extension.rend(), text.rbegin(),
+                                                         [&](char a, char b) { return a == lower(b); });
 }
 
 } // namespace Tidewatch

@@ -11,8 +11,9 @@ namespace Tidewatch {
 
 using Point = Geom::PhysicalSpace::point;
 
-CellPositions::CellPositions(Anchor::StrongPtr<const Lattice> lattice, Anchor::StrongPtr<const FragmentMask> mask,
-                             Sheaf::Field::Creator heights, std::string where)
+CellPositions::CellPositions(Anchor::StrongPtr<const Lattice> lattice,
+                             Anchor::StrongPtr<const FragmentMask> mask, Sheaf::Field::Creator heights,
+                             std::string where)
     : CachedCreator(typeid(Point), Sheaf::Extents{mask->elements()}),
       lattice_(std::move(lattice)),
       mask_(std::move(mask)),

@@ -47,12 +47,14 @@ Anchor::StrongPtr<Sheaf::MemBase> ChosenCreator::chosenPart() const {
             return;
         std::vector<T> elements;
         elements.reserve(chosen.count());
-        chosen.forEach([&, from = array->base_vector().data()](std::size_t i) { elements.push_back(from[i]); });
+        chosen.forEach(
+            [&, from = array->base_vector().data()](std::size_t i) { elements.push_back(from[i]); });
         part = Sheaf::makeArray(std::move(elements));
     });
     if (!part)
-        throw Anchor::ModelError(family_->where_ +
-                                 ": an array is not of the stated type and size, so nothing can be chosen from it");
+        throw Anchor::ModelError(
+            family_->where_ +
+            ": an array is not of the stated type and size, so nothing can be chosen from it");
     return part;
 }
 

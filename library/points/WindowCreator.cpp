@@ -29,9 +29,8 @@ WindowCreator::~WindowCreator() = default;
 
 std::uint64_t WindowCreator::bytesToMake() const {
     std::uint64_t bytes = 0;
-    Sheaf::visitElementType(elementType(), [&](auto tag) {
-        bytes = window_.places() * sizeof(typename decltype(tag)::type);
-    });
+    Sheaf::visitElementType(
+        elementType(), [&](auto tag) { bytes = window_.places() * sizeof(typename decltype(tag)::type); });
     return bytes;
 }
 
@@ -51,16 +50,16 @@ Sheaf::CachedCreator::Made WindowCreator::make() const {
         inside.reserve(window_.places());
         for (std::uint64_t z = window_.first[2]; z < window_.first[2] + window_.count[2]; ++z) {
             for (std::uint64_t y = window_.first[1]; y < window_.first[1] + window_.count[1]; ++y) {
-                const auto row = elements.begin() +
-                                 static_cast<std::ptrdiff_t>((z * along(1) + y) * along(0) + window_.first[0]);
+                const auto row = elements.begin() + static_cast<std::ptrdiff_t>(
+                                                        (z * along(1) + y) * along(0) + window_.first[0]);
                 inside.insert(inside.end(), row, row + static_cast<std::ptrdiff_t>(window_.count[0]));
             }
         }
         part = Sheaf::makeArray(*extents(), std::move(inside));
     });
     if (!part)
-        throw Anchor::ModelError(where_ +
-                                 ": an array is not of the stated type and size, so no part can be taken of it");
+        throw Anchor::ModelError(
+            where_ + ": an array is not of the stated type and size, so no part can be taken of it");
     return {part};
 }
 

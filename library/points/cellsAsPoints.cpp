@@ -46,7 +46,8 @@ bool isScalar(const std::type_info& type) {
 class CellReader {
 public:
     CellReader(const CellOptions& options, std::set<std::string>& fieldsRead,
-               const std::function<void()>& mayGoOn, double time, const Sheaf::Grid& from, Sheaf::Grid& to, Masks& masks)
+               const std::function<void()>& mayGoOn, double time, const Sheaf::Grid& from, Sheaf::Grid& to,
+               Masks& masks)
         : options_(options),
           fieldsRead_(fieldsRead),
           mayGoOn_(mayGoOn),
@@ -80,8 +81,9 @@ private:
 
 void CellReader::run() {
     builder_.build([](const Sheaf::Skeleton&) { return true; },
-                   [&](const Sheaf::Skeleton&, const Sheaf::Representation& from,
-                       Sheaf::Representation& to) { fill(from, to); });
+                   [&](const Sheaf::Skeleton&, const Sheaf::Representation& from, Sheaf::Representation& to) {
+                       fill(from, to);
+                   });
 }
 
 void CellReader::fill(const Sheaf::Representation& from, Sheaf::Representation& to) {
@@ -103,13 +105,13 @@ void CellReader::fill(const Sheaf::Representation& from, Sheaf::Representation& 
             if (found != cells.end()) {
                 const Cells& its = found->second;
                 if (statedElements(*data) != its.family->mask().elements())
-                    throw Anchor::ModelError(fmt::format(
-                        "{}: {} has {} for {}", where_, id.name(), counted(statedElements(*data), "value"),
-                        counted(its.family->mask().elements(), "cell")));
+                    throw Anchor::ModelError(fmt::format("{}: {} has {} for {}", where_, id.name(),
+                                                         counted(statedElements(*data), "value"),
+                                                         counted(its.family->mask().elements(), "cell")));
                 if (Anchor::dynamicCast<Lattice>(data->available()))
-                    made = Anchor::makeStrong<CellPositions>(its.lattice,
-                                                             Anchor::StrongPtr<const FragmentMask>(&its.family->mask()),
-                                                             its.heights, where_ + ": heights");
+                    made = Anchor::makeStrong<CellPositions>(
+                        its.lattice, Anchor::StrongPtr<const FragmentMask>(&its.family->mask()), its.heights,
+                        where_ + ": heights");
                 else
                     made = ChosenCreator::make(its.family, data);
             }
@@ -154,10 +156,9 @@ CellReader::Cells CellReader::cellsOf(const Sheaf::Representation& representatio
         const auto& field = representation.findField(name.c_str());
         const auto data = field ? field->getCreator(fragment) : nullptr;
         if (data && (statedElements(*data) != places || !isScalar(data->elementType())))
-            throw Anchor::ModelError(fmt::format("{}: {} has {} {} values for {}", where_, name,
-                                                 grouped(statedElements(*data)),
-                                                 Sheaf::elementTypeName(data->elementType()),
-                                                 counted(places, "cell")));
+            throw Anchor::ModelError(
+                fmt::format("{}: {} has {} {} values for {}", where_, name, grouped(statedElements(*data)),
+                            Sheaf::elementTypeName(data->elementType()), counted(places, "cell")));
         return data;
     };
     const std::string name = heightField(representation);

@@ -157,8 +157,9 @@ Chooser::Parts Chooser::partsOf(const Sheaf::Representation& deciding) {
 
 Part Chooser::partOfLattice(const Lattice& lattice) const {
     if (!choice_.classes.empty() || choice_.returns)
-        throw Anchor::ModelError(where_ + ": classes and returns are chosen from points, and this is a lattice; "
-                                          "--cells-as-points makes points of its cells");
+        throw Anchor::ModelError(where_ +
+                                 ": classes and returns are chosen from points, and this is a lattice; "
+                                 "--cells-as-points makes points of its cells");
     Part part;
     part.elements = lattice.extents().elementCount().value_or(0);
     part.window = windowOf(lattice, *choice_.box);

@@ -47,7 +47,8 @@ Keys verticesOf(const Sheaf::Grid& grid) {
 /// Merges the grids of one time.
 class Merger {
 public:
-    Merger(const std::vector<MergePart>& parts, std::size_t inputs, Sheaf::Grid& to, std::vector<std::string>& notes)
+    Merger(const std::vector<MergePart>& parts, std::size_t inputs, Sheaf::Grid& to,
+           std::vector<std::string>& notes)
         : parts_(parts),
           numberDigits_(std::max<std::size_t>(4, std::to_string(inputs - 1).size())),
           to_(to),
@@ -63,8 +64,8 @@ private:
     };
 
     void mergeVertices(const std::vector<Piece>& pieces, Sheaf::Representation& to);
-    [[nodiscard]] Anchor::StrongPtr<Sheaf::Field> makeField(const std::vector<Piece>& pieces,
-                                                            const std::string& name, Sheaf::Representation& to) const;
+    [[nodiscard]] Anchor::StrongPtr<Sheaf::Field>
+    makeField(const std::vector<Piece>& pieces, const std::string& name, Sheaf::Representation& to) const;
     [[nodiscard]] std::string fragmentName(const MergePart& part,
                                            const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) const;
     static void checkPositions(const Piece& piece);
@@ -81,9 +82,8 @@ void Merger::run() {
     const auto chart = to_.declareCartesianChart(std::string(Sheaf::Grid::standardChart));
 
     const Keys keys = verticesOf(*parts_.front().grid);
-    const bool sameKeys = std::all_of(parts_.begin(), parts_.end(), [&](const MergePart& part) {
-        return verticesOf(*part.grid) == keys;
-    });
+    const bool sameKeys = std::all_of(parts_.begin(), parts_.end(),
+                                      [&](const MergePart& part) { return verticesOf(*part.grid) == keys; });
     const auto pieceOf = [](const MergePart& part, const Sheaf::Skeleton& skeleton) {
         Piece piece{&part, skeleton.representations()(part.grid->findCartesianChart({}))};
         checkPositions(piece);
@@ -103,8 +103,8 @@ void Merger::run() {
     for (const MergePart& part : parts_) {
         const auto skeleton = part.grid->skeletons().findVertices(-1);
         if (!skeleton)
-            throw Anchor::ModelError(fmt::format("{}: grid \"{}\" has no vertices to merge", part.file,
-                                                 part.grid->name()));
+            throw Anchor::ModelError(
+                fmt::format("{}: grid \"{}\" has no vertices to merge", part.file, part.grid->name()));
         if (verticesOf(*part.grid).size() > 1)
             refined.push_back(part.file);
         pieces.push_back(pieceOf(part, *skeleton));
@@ -115,13 +115,16 @@ void Merger::run() {
 }
 
 void Merger::checkPositions(const Piece& piece) {
-    const auto where = [&] { return fmt::format("{}: grid \"{}\"", piece.part->file, piece.part->grid->name()); };
+    const auto where = [&] {
+        return fmt::format("{}: grid \"{}\"", piece.part->file, piece.part->grid->name());
+    };
     if (!piece.points || !piece.points->Positions())
         throw Anchor::ModelError(where() + " has no positions to merge");
     piece.points->Positions()->forEachFragment([&](const auto&, const auto& data) {
         if (Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data->available()))
-            throw Anchor::ModelError(where() + " is a lattice, and --merge joins points; --cells-as-points makes "
-                                               "points of its cells");
+            throw Anchor::ModelError(where() +
+                                     " is a lattice, and --merge joins points; --cells-as-points makes "
+                                     "points of its cells");
         return true;
     });
 }
@@ -139,9 +142,10 @@ Anchor::StrongPtr<Sheaf::Field> Merger::makeField(const std::vector<Piece>& piec
             first = &piece;
             model = field;
         } else if (field->getElementType() != model->getElementType()) {
-            throw Anchor::ModelError(fmt::format("{} holds {} values in {} and {} in {}; --field leaves fields out", name,
-                                                 Sheaf::elementTypeName(model->getElementType()), first->part->file,
-                                                 Sheaf::elementTypeName(field->getElementType()), piece.part->file));
+            throw Anchor::ModelError(
+                fmt::format("{} holds {} values in {} and {} in {}; --field leaves fields out", name,
+                            Sheaf::elementTypeName(model->getElementType()), first->part->file,
+                            Sheaf::elementTypeName(field->getElementType()), piece.part->file));
         } else if (!isSame(field->encoding(), model->encoding())) {
             hasOneEncoding = false;
         }
@@ -182,8 +186,8 @@ void Merger::mergeVertices(const std::vector<Piece>& pieces, Sheaf::Representati
             zeros[without].push_back(name);
     }
     for (const auto& [files, fields] : zeros)
-        notes_.push_back(fmt::format("{} {} zeros in the points of {}, which {} no such field{}", listed(fields),
-                                     fields.size() == 1 ? "is" : "are", listed(files),
+        notes_.push_back(fmt::format("{} {} zeros in the points of {}, which {} no such field{}",
+                                     listed(fields), fields.size() == 1 ? "is" : "are", listed(files),
                                      files.size() == 1 ? "has" : "have", fields.size() == 1 ? "" : "s"));
 }
 
@@ -201,11 +205,12 @@ MergedGrids mergeGrids(std::span<const MergeInput> inputs, const MergeOptions& o
     const Selection selection(options.selected);
     for (std::size_t number = 0; number < inputs.size(); ++number) {
         bool isUsed = false;
-        selection.forEachGrid(*inputs[number].bundle, [&](double time, const std::string& name, const Sheaf::Grid&) {
-            const auto slice = inputs[number].bundle->slices().at(time).lock();
-            parts[time].push_back({inputs[number].file, slice->grids().at(name).lock(), number});
-            isUsed = true;
-        });
+        selection.forEachGrid(
+            *inputs[number].bundle, [&](double time, const std::string& name, const Sheaf::Grid&) {
+                const auto slice = inputs[number].bundle->slices().at(time).lock();
+                parts[time].push_back({inputs[number].file, slice->grids().at(name).lock(), number});
+                isUsed = true;
+            });
         if (isUsed)
             files.push_back(inputs[number].file);
     }

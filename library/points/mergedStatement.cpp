@@ -75,11 +75,13 @@ void mergeGpsTimes(std::span<const MergePart> parts, FileStatement& merged) {
             merged.gpsTime = encoding;
         } else if (merged.gpsTime != encoding) {
             const auto words = [](FileStatement::GpsTime time) {
-                return time == FileStatement::GpsTime::Adjusted ? "adjusted standard time" : "seconds of the week";
+                return time == FileStatement::GpsTime::Adjusted ? "adjusted standard time"
+                                                                : "seconds of the week";
             };
-            throw Anchor::ModelError(fmt::format("{} counts GPS time in {} and {} in {}; merged, they would not be "
-                                                 "comparable",
-                                                 first->file, words(*merged.gpsTime), part.file, words(*encoding)));
+            throw Anchor::ModelError(
+                fmt::format("{} counts GPS time in {} and {} in {}; merged, they would not be "
+                            "comparable",
+                            first->file, words(*merged.gpsTime), part.file, words(*encoding)));
         }
     }
     if (first == nullptr)
@@ -95,9 +97,10 @@ void mergeRecords(std::span<const MergePart> parts, FileStatement& merged, std::
             const auto earlier = merged.records.begin() + static_cast<std::ptrdiff_t>(before);
             if (isOfSystem(record) || std::find(merged.records.begin(), earlier, record) != earlier)
                 continue;
-            const bool isTaken = std::any_of(merged.records.begin(), earlier, [&](const Sheaf::FileRecord& other) {
-                return other.userId == record.userId && other.recordId == record.recordId;
-            });
+            const bool isTaken =
+                std::any_of(merged.records.begin(), earlier, [&](const Sheaf::FileRecord& other) {
+                    return other.userId == record.userId && other.recordId == record.recordId;
+                });
             if (isTaken)
                 differing[{record.userId, record.recordId}].insert(part.file);
             else
@@ -106,7 +109,8 @@ void mergeRecords(std::span<const MergePart> parts, FileStatement& merged, std::
     }
     for (const auto& [key, files] : differing)
         notes.push_back(fmt::format("record {}/{} is taken from the first input that has it; {} {} another",
-                                    Anchor::printable(key.first), key.second, listed({files.begin(), files.end()}),
+                                    Anchor::printable(key.first), key.second,
+                                    listed({files.begin(), files.end()}),
                                     files.size() == 1 ? "has" : "have"));
 }
 
@@ -116,8 +120,8 @@ bool isSameSystem(const Sheaf::Grid& a, const GridSystem& ofA, const Sheaf::Grid
         return ofA.system->isEquivalentTo(*ofB.system);
     const auto records = [](const Sheaf::Grid& grid) {
         std::vector<Sheaf::FileRecord> found;
-        std::copy_if(grid.statement().records.begin(), grid.statement().records.end(), std::back_inserter(found),
-                     isOfSystem);
+        std::copy_if(grid.statement().records.begin(), grid.statement().records.end(),
+                     std::back_inserter(found), isOfSystem);
         return found;
     };
     return ofA.text == ofB.text && records(a) == records(b);
@@ -152,9 +156,10 @@ void mergeSystems(std::span<const MergePart> parts, Sheaf::Grid& to, std::vector
             first = &part;
             known = std::move(system);
         } else if (!isSameSystem(*first->grid, known, *part.grid, system)) {
-            throw Anchor::ModelError(fmt::format("{} is in {}, and {} in {}; merge files in one coordinate reference "
-                                                 "system, or state it by --crs",
-                                                 first->file, known.title(), part.file, system.title()));
+            throw Anchor::ModelError(
+                fmt::format("{} is in {}, and {} in {}; merge files in one coordinate reference "
+                            "system, or state it by --crs",
+                            first->file, known.title(), part.file, system.title()));
         }
         if (!text.empty())
             checked.insert(text);
@@ -162,8 +167,8 @@ void mergeSystems(std::span<const MergePart> parts, Sheaf::Grid& to, std::vector
     if (first == nullptr)
         return;
     if (!without.empty())
-        notes.push_back(fmt::format("{} {} no coordinate reference system and {} those in {}", listed(without),
-                                    without.size() == 1 ? "states" : "state",
+        notes.push_back(fmt::format("{} {} no coordinate reference system and {} those in {}",
+                                    listed(without), without.size() == 1 ? "states" : "state",
                                     without.size() == 1 ? "joins" : "join", known.title()));
     to.declareCartesianChart(std::string(Sheaf::Grid::standardChart))->setReferenceSystem(known.text);
     FileStatement statement = to.statement();

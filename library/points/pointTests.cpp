@@ -105,7 +105,8 @@ Deciding TestMaker::deciding(std::string_view field) const {
     const std::uint64_t points = statedElements(*representation_.Positions()->getCreator(fragment_));
     if (statedElements(*data) != points)
         throw Anchor::ModelError(fmt::format("{} has {} for {}", deciding.name,
-                                             counted(statedElements(*data), "value"), counted(points, "point")));
+                                             counted(statedElements(*data), "value"),
+                                             counted(points, "point")));
     return deciding;
 }
 
@@ -158,7 +159,8 @@ FragmentMask::Test TestMaker::forReturns(const PointChoice& choice) const {
 
 } // namespace
 
-std::vector<FragmentMask::Test> pointTests(const PointChoice& choice, const Sheaf::Representation& representation,
+std::vector<FragmentMask::Test> pointTests(const PointChoice& choice,
+                                           const Sheaf::Representation& representation,
                                            const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
                                            const std::string& where, const std::function<void()>& mayGoOn) {
     const TestMaker maker(representation, fragment, where, mayGoOn);

@@ -16,10 +16,11 @@ namespace Tidewatch {
 /// `where` names the grid in errors. `mayGoOn`, unless it is empty, is called every 65 536 points. Throws
 /// Anchor::ModelError where a field that decides is missing for the fragment, holds no integers, or has another number of
 /// values than there are points.
-[[nodiscard]] std::vector<FragmentMask::Test>
-pointTests(const PointChoice& choice, const Sheaf::Representation& representation,
-           const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, const std::string& where,
-           const std::function<void()>& mayGoOn);
+[[nodiscard]] std::vector<FragmentMask::Test> pointTests(const PointChoice& choice,
+                                                         const Sheaf::Representation& representation,
+                                                         const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
+                                                         const std::string& where,
+                                                         const std::function<void()>& mayGoOn);
 
 /// The number of elements that a creator states; 0 where it states none.
 [[nodiscard]] std::uint64_t statedElements(const Sheaf::CreativeArrayBase& data);

@@ -20,7 +20,7 @@ std::string text(std::span<const std::uint8_t> field) {
     return {field.begin(), std::find(field.begin(), field.end(), std::uint8_t{0})};
 }
 
-/// Reads the heads of records, many of which may be close together, without asking the system for each.
+/// Reads the heads of records through a buffer, since many may be close together.
 class RecordHeads {
 public:
     explicit RecordHeads(const InputFile& file) : file_(&file) {}

@@ -66,7 +66,7 @@ void checkLazChunk(const InputFile& file, const LasHeader& header, const LasFile
                    std::size_t chunkIndex) {
     const LazChunkTable::Chunk chunk = compression.chunks[chunkIndex];
     const ChunkHead head(file, chunkIndex);
-    // The chunk table has been checked to give each chunk room for its first point and what follows that.
+    // The check of the chunk table ensures that each chunk has room for its first point and what follows.
     const std::uint64_t behindFirstPoint = chunk.offset + header.recordLength;
     if (compression.description.isLayered())
         head.checkLayers(chunk, behindFirstPoint, compression.description.layerCount());

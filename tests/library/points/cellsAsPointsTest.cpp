@@ -40,8 +40,10 @@ Sheaf::Field::Creator cells(std::uint64_t columns, std::uint64_t rows, std::vect
 template <class T>
 std::vector<T> arrayOf(const Sheaf::Bundle& bundle, const std::string& field) {
     const auto grid = bundle.slices().at(0).lock()->grids().at("dem").lock();
-    const auto found = grid->getField(grid->findCartesianChart({}), field, grid->skeletons().findVertices(-1));
-    return Anchor::dynamicCast<Sheaf::TypedArray<T>>(found->getCreator(nullptr)->create(false))->base_vector();
+    const auto found =
+        grid->getField(grid->findCartesianChart({}), field, grid->skeletons().findVertices(-1));
+    return Anchor::dynamicCast<Sheaf::TypedArray<T>>(found->getCreator(nullptr)->create(false))
+        ->base_vector();
 }
 
 std::vector<std::array<double, 3>> positionsOf(const Sheaf::Bundle& bundle) {
@@ -68,7 +70,8 @@ TEST(CellsAsPoints, CentresWithAValueBecomePointsInTheOrderOfTheCells) {
     EXPECT_THAT(arrayOf<double>(*made.bundle, "Band1"), ElementsAre(1, 4, 5, 6));
     EXPECT_THAT(read, UnorderedElementsAre("Band1", "CellType"));
     const auto grid = made.bundle->slices().at(0).lock()->grids().at("dem").lock();
-    EXPECT_FALSE(grid->getField(grid->findCartesianChart({}), "CellType", grid->skeletons().findVertices(-1)));
+    EXPECT_FALSE(
+        grid->getField(grid->findCartesianChart({}), "CellType", grid->skeletons().findVertices(-1)));
 }
 
 TEST(CellsAsPoints, HeightsAreTheBandOrFieldThatIsAskedFor) {
@@ -123,14 +126,16 @@ TEST(CellsAsPoints, LargeRandomRasterGivesWhatAPlainLoopGives) {
     std::vector<unsigned char> types(columns * rows);
     std::vector<Position> expected;
     for (std::size_t cell = 0; cell < heights.size(); ++cell) {
-        heights[cell] = random() % 5 == 0 ? std::numeric_limits<float>::infinity() : static_cast<float>(random() % 100);
+        heights[cell] =
+            random() % 5 == 0 ? std::numeric_limits<float>::infinity() : static_cast<float>(random() % 100);
         types[cell] = static_cast<unsigned char>(random() % 3);
     }
     for (std::uint64_t row = 0; row < rows; ++row) {
         for (std::uint64_t column = 0; column < columns; ++column) {
             const std::size_t cell = row * columns + column;
             if (std::isfinite(heights[cell]) && types[cell] != 0)
-                expected.push_back({10 + static_cast<double>(column) * 2, 20 + static_cast<double>(row) * 5, heights[cell]});
+                expected.push_back(
+                    {10 + static_cast<double>(column) * 2, 20 + static_cast<double>(row) * 5, heights[cell]});
         }
     }
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();

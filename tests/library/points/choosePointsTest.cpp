@@ -73,7 +73,9 @@ struct Cloud {
             fragment.name = "f" + std::to_string(fragments.size());
             for (std::size_t i = 0; i < size; ++i) {
                 // Whole numbers among them, to try the faces of boxes.
-                const auto coordinate = [&] { return random() % 3 == 0 ? std::floor(place(random)) : place(random); };
+                const auto coordinate = [&] {
+                    return random() % 3 == 0 ? std::floor(place(random)) : place(random);
+                };
                 fragment.positions.push_back({coordinate(), coordinate(), coordinate()});
                 fragment.classes.push_back(static_cast<Byte>(random() % 12));
                 fragment.counts.push_back(static_cast<Byte>(1 + random() % 4));
@@ -123,10 +125,12 @@ void expectChosen(const PointChoice& choice,
         EXPECT_EQ(dataOf(*chosen.bundle, "cloud", "Positions", fragment.name)->extents(),
                   Sheaf::Extents{extra.size()});
         EXPECT_EQ(arrayOf<Byte>(*chosen.bundle, "cloud", "Classification", fragment.name), classes);
-        const auto got = arrayOf<Geom::PhysicalSpace::point>(*chosen.bundle, "cloud", "Positions", fragment.name);
+        const auto got =
+            arrayOf<Geom::PhysicalSpace::point>(*chosen.bundle, "cloud", "Positions", fragment.name);
         ASSERT_EQ(got.size(), positions.size());
         for (std::size_t i = 0; i < got.size(); ++i)
-            EXPECT_TRUE(got[i].x == positions[i].x && got[i].y == positions[i].y && got[i].z == positions[i].z);
+            EXPECT_TRUE(got[i].x == positions[i].x && got[i].y == positions[i].y &&
+                        got[i].z == positions[i].z);
     }
     EXPECT_GT(kept, 0U);
     EXPECT_LT(kept, 5101U);
@@ -135,8 +139,9 @@ void expectChosen(const PointChoice& choice,
 TEST(ChoosePoints, ClassesAreThoseNamed) {
     PointChoice choice;
     choice.classes = {2, 9};
-    expectChosen(choice,
-                 [](const Cloud::Fragment& f, std::size_t i) { return f.classes[i] == 2 || f.classes[i] == 9; });
+    expectChosen(choice, [](const Cloud::Fragment& f, std::size_t i) {
+        return f.classes[i] == 2 || f.classes[i] == 9;
+    });
 }
 
 TEST(ChoosePoints, ReturnsAreThoseThatAnyChoiceAdmits) {
@@ -193,12 +198,11 @@ TEST(ChoosePoints, AllChoicesHoldAtOnce) {
     choice.classes = {1, 2, 3, 4, 5, 6};
     choice.returns.emplace().first = true;
     choice.box = PointBox{{1, 1, 0}, {9, 9, 10}};
-    EXPECT_EQ(choice.fieldsRead(),
-              (std::set<std::string>{"Positions", "Classification", "ReturnNumber"}));
+    EXPECT_EQ(choice.fieldsRead(), (std::set<std::string>{"Positions", "Classification", "ReturnNumber"}));
     expectChosen(choice, [](const Cloud::Fragment& f, std::size_t i) {
         const auto& p = f.positions[i];
-        return f.classes[i] >= 1 && f.classes[i] <= 6 && f.numbers[i] == 1 && p.x >= 1 && p.x < 9 && p.y >= 1 &&
-               p.y < 9 && p.z >= 0 && p.z < 10;
+        return f.classes[i] >= 1 && f.classes[i] <= 6 && f.numbers[i] == 1 && p.x >= 1 && p.x < 9 &&
+               p.y >= 1 && p.y < 9 && p.z >= 0 && p.z < 10;
     });
 }
 
@@ -222,7 +226,8 @@ TEST(ChoosePoints, ClassesMayBeOfAnyIntegerTypeAndThoseBeyondAByteAreNone) {
         .field("Classification", "", std::vector<int>{2, -254, 258, 65538});
     PointChoice choice;
     choice.classes = {2};
-    EXPECT_THAT(arrayOf<int>(*choosePoints(*bundle, choice).bundle, "cloud", "Classification", ""), ElementsAre(2));
+    EXPECT_THAT(arrayOf<int>(*choosePoints(*bundle, choice).bundle, "cloud", "Classification", ""),
+                ElementsAre(2));
 }
 
 TEST(ChoosePoints, MissingOrUnfitFieldIsAnErrorThatNamesGridAndField) {
@@ -233,8 +238,9 @@ TEST(ChoosePoints, MissingOrUnfitFieldIsAnErrorThatNamesGridAndField) {
         .field("NumberOfReturns", "a", Bytes(3));
     PointChoice choice;
     choice.classes = {2};
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice)); }),
-                AllOf(HasSubstr("grid \"cloud\" at time 0"), HasSubstr("Classification"), HasSubstr("missing")));
+    EXPECT_THAT(
+        errorOf([&] { static_cast<void>(choosePoints(*bundle, choice)); }),
+        AllOf(HasSubstr("grid \"cloud\" at time 0"), HasSubstr("Classification"), HasSubstr("missing")));
     choice = {};
     choice.returns.emplace().first = true;
     EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice)); }),
@@ -264,8 +270,7 @@ Anchor::StrongPtr<Sheaf::Bundle> latticeBundle() {
                    Geom::PhysicalSpace::point{100, 200, 0}, Geom::PhysicalSpace::vector{2, 3, 1},
                    Sheaf::MultiIndex<3>{5, 4, 1})))
         .field("Height", "",
-               Anchor::makeStrong<Sheaf::HeldCreator>(
-                   Sheaf::makeArray(Sheaf::Extents{5, 4, 1}, heights)));
+               Anchor::makeStrong<Sheaf::HeldCreator>(Sheaf::makeArray(Sheaf::Extents{5, 4, 1}, heights)));
     return bundle;
 }
 
@@ -287,7 +292,8 @@ TEST(ChoosePoints, BoxBesideALatticeLeavesNoneOfItAndSaysSo) {
     PointChoice choice;
     choice.box = PointBox{{0, 0, 0}, {1, 1, 1}};
     const ChosenPoints chosen = choosePoints(*latticeBundle(), choice);
-    EXPECT_THAT(chosen.notes, ElementsAre(HasSubstr("grid \"dem\" at time 0: no cell centre is inside the box")));
+    EXPECT_THAT(chosen.notes,
+                ElementsAre(HasSubstr("grid \"dem\" at time 0: no cell centre is inside the box")));
     EXPECT_FALSE(dataOf(*chosen.bundle, "dem", "Positions", ""));
 }
 
@@ -333,7 +339,8 @@ TEST(ChoosePoints, StatementSystemsAndEncodingsStay) {
     const auto grid = gridAt(*chosen, 0, "cloud");
     EXPECT_EQ(grid->statement(), statement);
     EXPECT_EQ(grid->findChart({})->referenceSystem(), "somewhere");
-    const auto field = grid->getField(grid->findCartesianChart({}), "Echo", grid->skeletons().findVertices(-1));
+    const auto field =
+        grid->getField(grid->findCartesianChart({}), "Echo", grid->skeletons().findVertices(-1));
     ASSERT_TRUE(field->encoding());
     EXPECT_EQ(field->encoding()->name, "echo width");
 }

@@ -72,10 +72,11 @@ std::string errorOf(const std::vector<MergeInput>& inputs) {
 
 TEST(MergeGrids, PointsKeepTheOrderOfInputsAndFragments) {
     const std::vector<MergeInput> inputs{
-        input("zoo.laz", [](GridBuilder& g) {
-            g.field("Positions", "000001", Points(1)).field("Positions", "000000", Points(1));
-            g.field("Classification", "000000", Bytes{1}).field("Classification", "000001", Bytes{2});
-        }),
+        input("zoo.laz",
+              [](GridBuilder& g) {
+                  g.field("Positions", "000001", Points(1)).field("Positions", "000000", Points(1));
+                  g.field("Classification", "000000", Bytes{1}).field("Classification", "000001", Bytes{2});
+              }),
         input("ant.laz", [](GridBuilder& g) {
             g.field("Positions", "", Points(2)).field("Classification", "", Bytes{3, 4});
         })};
@@ -107,19 +108,21 @@ TEST(MergeGrids, MoreThanTenThousandInputsStayInOrder) {
 }
 
 TEST(MergeGrids, FieldThatAnInputLacksIsZerosThereAndNamed) {
-    const MergedGrids merged = mergeGrids(
-        std::vector{
-            input("a.laz", [](GridBuilder& g) { g.field("Positions", "", Points(2)).field("Echo", "", Bytes{5, 6}); }),
-            input("b.laz", [](GridBuilder& g) { g.field("Positions", "", Points(3)); })},
-        {});
+    const MergedGrids merged =
+        mergeGrids(std::vector{input("a.laz",
+                                     [](GridBuilder& g) {
+                                         g.field("Positions", "", Points(2)).field("Echo", "", Bytes{5, 6});
+                                     }),
+                               input("b.laz", [](GridBuilder& g) { g.field("Positions", "", Points(3)); })},
+                   {});
     EXPECT_THAT(allOf<Byte>(*fieldOf(*mergedAt(merged), "Echo")), ElementsAre(5, 6, 0, 0, 0));
     EXPECT_THAT(merged.notes, ElementsAre("Echo is zeros in the points of b.laz, which has no such field"));
 }
 
 TEST(MergeGrids, OneGridPerTime) {
     const auto points = [](GridBuilder& g) { g.field("Positions", "", Points(1)); };
-    const MergedGrids merged =
-        mergeGrids(std::vector{input("a.laz", points, 6), input("b.laz", points, 18), input("c.laz", points, 6)}, {});
+    const MergedGrids merged = mergeGrids(
+        std::vector{input("a.laz", points, 6), input("b.laz", points, 18), input("c.laz", points, 6)}, {});
     EXPECT_THAT(fragmentsOf(*fieldOf(*mergedAt(merged, 6), "Positions")), ElementsAre("0000-a", "0002-c"));
     EXPECT_THAT(fragmentsOf(*fieldOf(*mergedAt(merged, 18), "Positions")), ElementsAre("0001-b"));
 }
@@ -129,7 +132,8 @@ TEST(MergeGrids, OnlySelectedGridsAndTimesAreTaken) {
     MergeOptions options;
     options.selected.grids = {"a*"};
     options.gridName = "merged";
-    const MergedGrids merged = mergeGrids(std::vector{input("ab.laz", points), input("b.laz", points)}, options);
+    const MergedGrids merged =
+        mergeGrids(std::vector{input("ab.laz", points), input("b.laz", points)}, options);
     EXPECT_THAT(fragmentsOf(*fieldOf(*mergedAt(merged), "Positions")), ElementsAre("0000-ab"));
     EXPECT_EQ(merged.origin, "ab.laz");
 }
@@ -175,8 +179,8 @@ TEST(MergeGrids, StatementsThatAgreeStayAndRecordsAreTakenOnce) {
             g.grid().setStatement(statement);
         });
     };
-    const MergedGrids merged =
-        mergeGrids(std::vector{in("a.laz", 0.01, 1, "x"), in("b.laz", 0.001, 2, "y"), in("c.laz", 0.01, 1, "y")}, {});
+    const MergedGrids merged = mergeGrids(
+        std::vector{in("a.laz", 0.01, 1, "x"), in("b.laz", 0.001, 2, "y"), in("c.laz", 0.01, 1, "y")}, {});
     const Sheaf::FileStatement statement = mergedAt(merged)->statement();
     EXPECT_EQ(statement.step, (std::array{0.001, 0.01, 0.01}));
     EXPECT_EQ(statement.offset, (std::array{1000.0, 0.0, 0.0}));
@@ -184,20 +188,21 @@ TEST(MergeGrids, StatementsThatAgreeStayAndRecordsAreTakenOnce) {
     EXPECT_EQ(statement.systemIdentifier, "scanner");
     ASSERT_EQ(statement.records.size(), 2U);
     EXPECT_EQ(statement.records[1].bytes, (std::vector<std::uint8_t>{'x'}));
-    EXPECT_THAT(merged.notes,
-                ElementsAre("record someone/2 is taken from the first input that has it; b.laz, c.laz have another"));
+    EXPECT_THAT(
+        merged.notes,
+        ElementsAre("record someone/2 is taken from the first input that has it; b.laz, c.laz have another"));
 }
 
 TEST(MergeGrids, RecordsThatOneFileHasTwiceAreBothKept) {
-    const MergedGrids merged = mergeGrids(std::vector{input("a.laz",
-                                                            [](GridBuilder& g) {
-                                                                g.field("Positions", "", Points(1));
-                                                                Sheaf::FileStatement statement;
-                                                                statement.records = {{"someone", 1, "", {1}},
-                                                                                     {"someone", 1, "", {2}}};
-                                                                g.grid().setStatement(statement);
-                                                            })},
-                                          {});
+    const MergedGrids merged = mergeGrids(
+        std::vector{input("a.laz",
+                          [](GridBuilder& g) {
+                              g.field("Positions", "", Points(1));
+                              Sheaf::FileStatement statement;
+                              statement.records = {{"someone", 1, "", {1}}, {"someone", 1, "", {2}}};
+                              g.grid().setStatement(statement);
+                          })},
+        {});
     EXPECT_EQ(mergedAt(merged)->statement().records.size(), 2U);
 }
 
@@ -215,18 +220,22 @@ TEST(MergeGrids, TwoEncodingsOfGpsTimesAreAnError) {
     using Time = Sheaf::FileStatement::GpsTime;
     EXPECT_THAT(errorOf({in("a.laz", Time::Week, true), in("b.laz", Time::Adjusted, true)}),
                 AllOf(HasSubstr("a.laz counts GPS time in seconds of the week"), HasSubstr("b.laz")));
-    EXPECT_EQ(mergedAt(mergeGrids(std::vector{in("a.laz", Time::Week, false), in("b.laz", Time::Adjusted, true)}, {}))
-                  ->statement()
-                  .gpsTime,
-              Time::Adjusted);
+    EXPECT_EQ(
+        mergedAt(
+            mergeGrids(std::vector{in("a.laz", Time::Week, false), in("b.laz", Time::Adjusted, true)}, {}))
+            ->statement()
+            .gpsTime,
+        Time::Adjusted);
 }
 
 TEST(MergeGrids, FieldOfTwoTypesIsAnErrorThatNamesBothFiles) {
     EXPECT_THAT(
-        errorOf({input("a.laz", [](GridBuilder& g) { g.field("Positions", "", Points(1)).field("W", "", Bytes(1)); }),
-                 input("b.laz", [](GridBuilder& g) {
-                     g.field("Positions", "", Points(1)).field("W", "", std::vector<float>(1));
-                 })}),
+        errorOf({input("a.laz",
+                       [](GridBuilder& g) { g.field("Positions", "", Points(1)).field("W", "", Bytes(1)); }),
+                 input("b.laz",
+                       [](GridBuilder& g) {
+                           g.field("Positions", "", Points(1)).field("W", "", std::vector<float>(1));
+                       })}),
         AllOf(HasSubstr("W holds uint8 values in a.laz and float32 in b.laz"), HasSubstr("--field")));
 }
 
@@ -241,7 +250,8 @@ TEST(MergeGrids, EncodingStaysWhereAllInputsHaveIt) {
         });
     };
     EXPECT_TRUE(fieldOf(*mergedAt(mergeGrids(std::vector{in("a", 0.1), in("b", 0.1)}, {})), "W")->encoding());
-    EXPECT_FALSE(fieldOf(*mergedAt(mergeGrids(std::vector{in("a", 0.1), in("b", 0.2)}, {})), "W")->encoding());
+    EXPECT_FALSE(
+        fieldOf(*mergedAt(mergeGrids(std::vector{in("a", 0.1), in("b", 0.2)}, {})), "W")->encoding());
 }
 
 TEST(MergeGrids, LatticesAndGridsWithoutPositionsAreErrors) {
@@ -267,10 +277,10 @@ TEST(MergeGrids, EqualRefinementsAreMergedEachAndOthersByTheHighest) {
     const MergedGrids merged = mergeGrids(std::vector{input("a.h5", refined), input("b.h5", refined)}, {});
     EXPECT_EQ(allOf<Geom::PhysicalSpace::point>(*fieldOf(*mergedAt(merged), "Positions")).size(), 8U);
     EXPECT_TRUE(mergedAt(merged)->skeletons().find({0, {}}));
-    const MergedGrids mixed = mergeGrids(
-        std::vector{input("a.h5", refined),
-                    input("b.laz", [](GridBuilder& g) { g.field("Positions", "", Points(2)); })},
-        {});
+    const MergedGrids mixed =
+        mergeGrids(std::vector{input("a.h5", refined),
+                               input("b.laz", [](GridBuilder& g) { g.field("Positions", "", Points(2)); })},
+                   {});
     EXPECT_EQ(allOf<Geom::PhysicalSpace::point>(*fieldOf(*mergedAt(mixed), "Positions")).size(), 6U);
     EXPECT_THAT(mixed.notes, ElementsAre("only the highest refinement of a.h5 is merged"));
 }

@@ -1084,7 +1084,7 @@ TEST_F(BundleFile, StatementsThatAreNotReadAgainAreRefused) {
     EXPECT_THAT(refused([](auto& of) {
                     of.records = {{"a", 1, "", std::vector<std::uint8_t>(std::size_t{128} << 20)}};
                 }),
-                HasSubstr("than are read again"));
+                HasSubstr("than can be read again"));
     EXPECT_THAT(refused(nothing, std::string("a\0b", 3)), HasSubstr("/crs: a text with a zero"));
     EXPECT_THAT(refused(nothing, std::string((1 << 20) + 1, 'a')), HasSubstr("a text of 1048577 bytes"));
 }
