@@ -18,7 +18,7 @@ void GridBuilder::build(const Takes& takes, const Fill& fill) const {
             to_.skeletons().make(skeleton.key(), skeleton.exclusionMark());
         return true;
     });
-    // Once all skeletons are there: one may be the space of another's representation.
+    // After all skeletons: one may be the space of another's representation.
     from_.skeletons().forEach([&](const Sheaf::Skeleton& skeleton) {
         const auto copy = to_.skeletons().find(skeleton.key());
         if (!copy)

@@ -9,8 +9,8 @@
 
 namespace Tidewatch {
 
-/// Gives a new grid what another one is besides its data: statement, charts with their systems, and for each skeleton
-/// for which `takes` is true, the representations. `fill` adds the fields of one representation to its copy.
+/// Copies a grid without its data: statement, charts with their systems, and, for each skeleton for which
+/// `takes` is true, the representations. `fill` adds the fields of one representation to its copy.
 class GridBuilder {
 public:
     using Takes = std::function<bool(const Sheaf::Skeleton& skeleton)>;
@@ -21,7 +21,7 @@ public:
 
     void build(const Takes& takes, const Fill& fill) const;
 
-    /// The grid's identifier for a fragment of the other one, with its overlaps; null for null.
+    /// The new grid's identifier for a fragment of the other one, with its overlaps; null for null.
     [[nodiscard]] Anchor::StrongPtr<Sheaf::FragmentID>
     fragment(const Anchor::StrongPtr<Sheaf::FragmentID>& from) const;
 
@@ -36,7 +36,7 @@ private:
     Sheaf::Grid& to_;
 };
 
-/// A bundle with the slices and grids of another one, each grid made by `build`.
+/// A bundle with the slices and grids of another one, each grid filled by `build`.
 [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle>
 rebuilt(const Sheaf::Bundle& from,
         const std::function<void(double time, const Sheaf::Grid& from, Sheaf::Grid& to)>& build);
