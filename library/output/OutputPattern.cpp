@@ -68,7 +68,7 @@ std::string OutputPattern::fill(const std::string& grid, double time) const {
 
 std::filesystem::path OutputPattern::fixedFolder(bool isFolder) const {
     const bool isWhole = isFolder && !perGrid_ && !perTime_;
-    // Behind the last separator before the first brace is a name that may differ from run to run.
+    // The text between the last separator and the first brace is part of a name that varies.
     const std::string first =
         pieces_.empty() || pieces_.front().kind != Kind::Text ? "" : pieces_.front().text;
     const std::filesystem::path folder =
