@@ -421,8 +421,8 @@ bool canMakeViewPages() {
 ViewPage makeViewPage(const Inputs& inputs, const ViewPageOptions& options, Progress& progress) {
     if (!canMakeViewPages())
         throw Anchor::LimitError(
-            "pages are not in this build, since npm's packages were not there when it was made "
-            "(scripts/setup.sh installs them); pictures are: -o FILE.png");
+            "this build cannot write pages, since npm's packages were not installed for it "
+            "(scripts/setup.sh installs them); -o FILE.png writes a picture");
     Selection selection(options.filters);
     std::vector<Layer> layers = findLayers(*inputs.bundle(), selection);
     if (layers.empty())
