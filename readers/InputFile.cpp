@@ -57,7 +57,7 @@ InputFile::~InputFile() {
 Anchor::FileState InputFile::look() const {
     struct stat status {};
     if (::fstat(descriptor_, &status) != 0)
-        throwSystemError(path_, "cannot look at");
+        throwSystemError(path_, "cannot get its status");
     if (!S_ISREG(status.st_mode))
         throw Anchor::FileError(path_ + ": is not a regular file");
     return Anchor::FileState(status);

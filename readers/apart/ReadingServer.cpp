@@ -130,8 +130,8 @@ void ReadingServer::start() {
         throw Anchor::FileError(program + ": cannot be started");
     const std::string version = MessageReader(ready->payload).text();
     if (version != TIDEWATCH_VERSION)
-        throw Anchor::FileError(fmt::format("{}: is of version {}, and version {} is needed", program,
-                                            version, TIDEWATCH_VERSION));
+        throw Anchor::FileError(
+            fmt::format("{}: has version {}, but version {} is needed", program, version, TIDEWATCH_VERSION));
     channel_ = std::move(ours);
 }
 

@@ -91,7 +91,7 @@ std::optional<std::array<std::uint64_t, 3>> counts(const Hdf5::Object& object, c
 bool isUniform(const Hdf5::Object& object) {
     const auto kind = object.text(BundleFormat::kind);
     if (kind && *kind != BundleFormat::uniformKind)
-        object.fail("is of a kind that is not known here: \"" + *kind + "\"");
+        object.fail("is of a kind that is not supported: \"" + *kind + "\"");
     return kind.has_value();
 }
 
@@ -99,7 +99,7 @@ bool isUniform(const Hdf5::Object& object) {
 std::string statedElement(const Hdf5::Object& object) {
     const auto name = object.text(BundleFormat::element);
     if (name && !Sheaf::visitElementName(*name, [](auto) {}))
-        object.fail("has an element type that is not known here: \"" + *name + "\"");
+        object.fail("has an element type that is not supported: \"" + *name + "\"");
     return name.value_or("");
 }
 

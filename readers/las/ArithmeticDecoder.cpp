@@ -75,7 +75,7 @@ std::uint32_t ArithmeticDecoder::bits(unsigned count) {
     length_ >>= count;
     const std::uint32_t number = value_ / length_;
     if (number >> count != 0)
-        throw Damage{"the compressed stream has no meaning"};
+        throw Damage{"the compressed stream is invalid"};
     value_ -= number * length_;
     renew();
     return number;

@@ -57,8 +57,8 @@ void describe(ExtraAttribute& attribute, std::span<const std::uint8_t> entry, un
 void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t available,
                            std::string_view path, std::vector<ExtraAttribute>& attributes) {
     if (payload.size() % entrySize != 0)
-        failFormat(path, object, "their description has {} bytes, which is no multiple of {}", payload.size(),
-                   entrySize);
+        failFormat(path, object, "their description has {} bytes, which is not a multiple of {}",
+                   payload.size(), entrySize);
     std::uint32_t used =
         attributes.empty() ? 0U : attributes.back().offset + std::uint32_t{attributes.back().size};
     for (std::size_t index = 0; index < payload.size() / entrySize; ++index) {

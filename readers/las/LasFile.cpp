@@ -71,7 +71,7 @@ LasFile::LasFile(std::string path) : path_(std::move(path)) {
                        header_.evlrOffset, file.size(), header_.evlrCount});
     if (header_.compressed) {
         if (!description_)
-            failFormat(path_, "compression record", "the points are compressed, but nothing says how");
+            failFormat(path_, "compression record", "the points are compressed, but no record describes how");
         auto chunks = LazChunkTable::read(file, header_, *description_);
         compression_ = Compression{std::move(*description_), std::move(chunks)};
     }

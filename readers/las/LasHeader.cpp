@@ -85,7 +85,8 @@ void checkCoordinates(const LasHeader& header, const std::string& path) {
             failFormat(path, object, "the {} offset is {}", axisNames[axis], header.offset[axis]);
         constexpr double largestStored = 2147483648;
         if (!std::isfinite(std::abs(header.scale[axis]) * largestStored + std::abs(header.offset[axis])))
-            failFormat(path, object, "the {} scale factor of {} and the offset of {} lead beyond all numbers",
+            failFormat(path, object,
+                       "the {} scale factor of {} and the offset of {} exceed the range of numbers",
                        axisNames[axis], header.scale[axis], header.offset[axis]);
     }
 }

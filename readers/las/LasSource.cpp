@@ -280,7 +280,7 @@ std::string LasSource::referenceSystem() const {
 void LasSource::findNotCarried() {
     const Las::LasHeader& header = file_->header();
     if (file_->moreUserRecords() != 0)
-        notCarried_.push_back(fmt::format("{} records behind the first {}", file_->moreUserRecords(),
+        notCarried_.push_back(fmt::format("{} records after the first {}", file_->moreUserRecords(),
                                           Las::LasFile::mostUserRecords));
     if ((header.globalEncoding & Encoding::syntheticReturnNumbers) != 0)
         notCarried_.emplace_back("mark of synthetic return numbers");
@@ -291,7 +291,7 @@ void LasSource::findNotCarried() {
         described += attribute.size;
         if (!attribute.isScalar())
             notCarried_.push_back(
-                fmt::format("extra bytes \"{}\" (no number)", Anchor::printable(attribute.name)));
+                fmt::format("extra bytes \"{}\" (not a number)", Anchor::printable(attribute.name)));
     }
     if (header.extraByteCount() > described)
         notCarried_.push_back(fmt::format("{} undescribed extra bytes", header.extraByteCount() - described));

@@ -96,7 +96,7 @@ std::uint64_t locate(const InputFile& file, std::uint64_t chunksBegin) {
     if (position == std::numeric_limits<std::uint64_t>::max())
         position = readPosition(file, file.size() - positionSize);
     if (position == 0 || position == chunksBegin - positionSize)
-        failFormat(file.path(), object, "it is missing; whatever wrote the file was interrupted");
+        failFormat(file.path(), object, "it is missing; the program that wrote the file was interrupted");
     if (position < chunksBegin || position > file.size() || file.size() - position < tableHeadSize)
         failFormat(file.path(), object, "it begins at {}, outside the {} bytes from the first chunk at {} on",
                    position, file.size(), chunksBegin);
@@ -113,7 +113,7 @@ std::uint64_t smallestChunk(const LasHeader& header, const LazDescription& descr
 
 void checkPlausible(const LazChunkTable::Chunk& chunk, std::size_t index, const std::string& path) {
     if (chunk.pointCount / LazChunkTable::mostPointsPerByte > chunk.byteCount)
-        failFormat(path, object, "chunk {} is to have {} points in {} bytes, which cannot be", index,
+        failFormat(path, object, "chunk {} is to have {} points in {} bytes, which is impossible", index,
                    chunk.pointCount, chunk.byteCount);
 }
 

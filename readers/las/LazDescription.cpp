@@ -88,7 +88,8 @@ LazDescription LazDescription::parse(std::span<const std::uint8_t> payload, unsi
     description.compressor = static_cast<Compressor>(compressor);
     // A mismatch would make the decompressor use streams that it never set up.
     if (description.isLayered() != isExtendedFormat(pointFormat))
-        failFormat(path, object, "the compressor {} does not serve point format {}", compressor, pointFormat);
+        failFormat(path, object, "the compressor {} cannot be used with point format {}", compressor,
+                   pointFormat);
     const auto coder = Formats::loadLittleEndian<std::uint16_t>(payload.data() + Place::coder);
     if (coder != 0)
         failFormat(path, object, "the coder {} is not known", coder);

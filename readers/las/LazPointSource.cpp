@@ -175,7 +175,7 @@ private:
     [[noreturn]] void fail(const std::string& object, std::string_view what) {
         stream_.rethrowFailure();
         if (stream_.stackExceeded())
-            failFormat(path_, object, "{}: its GPS time refers to itself without end", what);
+            failFormat(path_, object, "{}: its GPS time switches sequences without end", what);
         laszip_CHAR* text = nullptr;
         laszip_get_error(handle_, &text);
         failFormat(path_, object, "{}: LASzip says: {}{}", what, text != nullptr ? text : "nothing",

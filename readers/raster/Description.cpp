@@ -45,8 +45,8 @@ Placing Placing::make(const std::optional<std::array<double, 6>>& transform, std
     const Geom::PhysicalSpace::point corner{lowestCentre(t[0], t[1], columns), lowestCentre(t[3], t[5], rows),
                                             0};
     if (!std::isfinite(corner.x) || !std::isfinite(corner.y))
-        throw Anchor::FormatError(fmt::format("{}: its georeference places its pixels beyond all numbers",
-                                              Anchor::printable(path)));
+        throw Anchor::FormatError(fmt::format(
+            "{}: its georeference places its pixels beyond the range of numbers", Anchor::printable(path)));
     return {corner, {std::abs(t[1]), std::abs(t[5]), 1}, t[1] < 0, t[5] < 0};
 }
 

@@ -132,7 +132,7 @@ RasterFile::RasterFile(const SourceFiles& files)
       lent_(files) {
     if (readableDriverOf(lent_).empty()) {
         if (const std::string driver = refusedDriverOf(lent_); !driver.empty())
-            fail("is of GDAL's format " + driver + ", whose files lead to other files; it is not read");
+            fail("is of GDAL's format " + driver + ", whose files refer to other files, so it is not read");
         fail("is not a raster of a format that is read");
     }
     CPLStringList names;

@@ -54,8 +54,8 @@ std::vector<std::string> companionsOf(const std::string& path) {
             list.push_back(name);
     }
     if (error)
-        throw Anchor::FileError(fmt::format("{}: cannot look for the files beside it: {}",
-                                            Anchor::printable(path), error.message()));
+        throw Anchor::FileError(
+            fmt::format("{}: cannot list its folder: {}", Anchor::printable(path), error.message()));
     return list;
 }
 

@@ -79,7 +79,7 @@ private:
         const std::type_info* element = nullptr;
         if (!Sheaf::visitElementName(name,
                                      [&](auto tag) { element = &typeid(typename decltype(tag)::type); }))
-            fail(object, "has an element type that is not known here: \"" + name + "\"");
+            fail(object, "has an element type that is not supported: \"" + name + "\"");
         return *element;
     }
 

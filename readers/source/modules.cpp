@@ -103,7 +103,7 @@ const SourceModule& loadModule(ModuleKind kind, const std::string& folder) {
         throw Anchor::FileError(Places::moduleName(kind) + ": is not a module of this program");
     const SourceModule& loaded = *reinterpret_cast<GetModule*>(function)();
     if (loaded.version() != TIDEWATCH_VERSION)
-        throw Anchor::FileError(fmt::format("{}: is of version {}, and version {} is needed",
+        throw Anchor::FileError(fmt::format("{}: has version {}, but version {} is needed",
                                             Places::moduleName(kind), loaded.version(), TIDEWATCH_VERSION));
     module = &loaded;
     return loaded;

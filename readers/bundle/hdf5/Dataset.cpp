@@ -54,7 +54,7 @@ NumberType Dataset::numberOf(const Object& object) {
         object.failWithReason("the number type cannot be read");
     const auto number = NumberType::of(type.get());
     if (!number)
-        object.fail("its values are of a type that is not known here (integers of 8 to 64 bits and IEEE "
+        object.fail("its values are of a type that is not supported (integers of 8 to 64 bits and IEEE "
                     "numbers are)");
     return *number;
 }

@@ -516,7 +516,7 @@ TEST_F(HostileBundleFile, GroupsThatHangInEachOtherManyTimesAreRefusedLongBefore
 // Fields and their types.
 
 TEST_F(HostileBundleFile, ElementTypeUnknownOrNoTextIsRefused) {
-    expectRefused("element type that is not known here: \"float16\"", [](const Craft::File& file) {
+    expectRefused("element type that is not supported: \"float16\"", [](const Craft::File& file) {
         file.group(Craft::fields + "F").text(Craft::fields + "F", "element", "float16");
     });
     expectRefused("attribute \"element\" is not a text", [](const Craft::File& file) {
@@ -541,7 +541,7 @@ TEST_F(HostileBundleFile, NumberTypeThatCannotHoldTheElementTypeIsRefused) {
 
 TEST_F(HostileBundleFile, DatasetThatHoldsNoNumbersOfAKnownTypeIsRefused) {
     const auto expectType = [&](hid_t type) {
-        expectRefused("of a type that is not known here", [&](const Craft::File& file) {
+        expectRefused("of a type that is not supported", [&](const Craft::File& file) {
             file.dataset(Craft::fields + "F", type, type, {2}, nullptr);
         });
     };
@@ -622,7 +622,7 @@ TEST_F(HostileBundleFile, FragmentsOfDifferentTypesWithoutAStatedOneAreRefused) 
 TEST_F(HostileBundleFile, GroupWhereDataShouldBeIsRefused) {
     expectRefused("F/a: is a group without the attribute \"kind\"",
                   [](const Craft::File& file) { file.group(Craft::fields + "F/a"); });
-    expectRefused("is of a kind that is not known here: \"spiral\"", [](const Craft::File& file) {
+    expectRefused("is of a kind that is not supported: \"spiral\"", [](const Craft::File& file) {
         file.group(Craft::fields + "F").text(Craft::fields + "F", "kind", "spiral");
     });
 }
