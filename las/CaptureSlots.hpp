@@ -63,7 +63,7 @@ public:
     /// Releases all arrays.
     void clear() { *this = {}; }
 
-    /// Calls visit(name, elements) for each attribute with an array, the longer one where there are two.
+    /// Calls visit(name, elements) for each attribute with an array, for the longer one if there are two.
     void
     forEachFilled(const std::function<void(std::string_view lasName, std::size_t elements)>& visit) const;
 

@@ -55,7 +55,7 @@ public:
     /// `day` and `year` are those of setCreationDate(); an axis on which the box is empty counts as 0 to 0.
     /// Records get a colour where the representation has a field "RGB", and extra bytes where the grid has
     /// fields "Reflectance" and "Amplitude", whatever the element types of these fields are. Every point gets
-    /// the point source ID where it is greater than 0.
+    /// the point source ID if it is greater than 0.
     ///
     /// With a version other than 2, 3 and 4 there is no file, and points are not written. A file that cannot
     /// be created is not an error here.

@@ -272,7 +272,7 @@ private:
     GeoKeys& keys_;
     std::map<std::uint16_t, std::uint16_t> values_;
     GeoKeyBytes bytes_;
-    /// The code of the horizontal system; empty where it has none.
+    /// The code of the horizontal system; empty if it has none.
     std::string horizontal_;
 };
 

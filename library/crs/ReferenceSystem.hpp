@@ -41,7 +41,7 @@ public:
     [[nodiscard]] std::optional<unsigned> code() const;
     [[nodiscard]] std::optional<unsigned> verticalCode() const;
 
-    /// "EPSG:25832+5783"; empty where a part has no code.
+    /// "EPSG:25832+5783"; empty if a part has no code.
     [[nodiscard]] std::string codeText() const;
     /// The name, followed by the code in brackets if there is one.
     [[nodiscard]] std::string title() const;

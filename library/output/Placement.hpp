@@ -53,8 +53,8 @@ public:
     /// or the new content. New files are not: that would take as long as writing them, and they can be
     /// exported again.
     ///
-    /// From the first rename on no memory is allocated: either everything is in place, or the message says
-    /// what is.
+    /// From the first rename on, running out of memory does no harm: either everything is in place, or the
+    /// message says what is.
     void commit(const std::function<void()>& check = {});
 
     /// After commit(): the size in bytes of a file before it was appended to; 0 for a new one.

@@ -11,7 +11,7 @@
 
 #include <sys/stat.h>
 
-/// System calls for writing and placing files. Functions that are noexcept do not allocate memory.
+/// System calls for writing and placing files. Functions that are noexcept allocate no memory themselves.
 namespace Tidewatch {
 
 /// A file descriptor that closes itself.

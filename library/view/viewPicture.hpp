@@ -31,7 +31,7 @@ struct TIDEWATCH_API ViewPictureOptions {
 
     Filters filters;
     Size size;
-    /// Automatic: by class where there are several, else by height.
+    /// Automatic: by class if there are several, else by height.
     Colors colors = Colors::Automatic;
     /// The heading.
     std::string title;

@@ -49,7 +49,7 @@ std::int32_t narrowInteger(const Hdf5::Object& object, const char* attribute,
     return static_cast<std::int32_t>(value);
 }
 
-/// Three finite numbers; nothing where there is no such attribute.
+/// Three finite numbers; nothing if there is no such attribute.
 std::optional<std::array<double, 3>> findTriple(const Hdf5::Object& object, const char* attribute) {
     const auto values = object.numbers(attribute);
     if (!values)
@@ -68,7 +68,7 @@ std::array<double, 3> triple(const Hdf5::Object& object, const char* attribute) 
     return *values;
 }
 
-/// A number of 16 bits; nothing where there is no such attribute.
+/// A 16-bit number; nothing if there is no such attribute.
 std::optional<std::uint16_t> shortNumber(const Hdf5::Object& object, const char* attribute) {
     const auto values = object.integers<std::uint16_t>(attribute);
     if (!values)
@@ -78,7 +78,7 @@ std::optional<std::uint16_t> shortNumber(const Hdf5::Object& object, const char*
     return values->front();
 }
 
-/// Three counts; nothing where there is no such attribute.
+/// Three counts; nothing if there is no such attribute.
 std::optional<std::array<std::uint64_t, 3>> counts(const Hdf5::Object& object, const char* attribute) {
     const auto values = object.integers<std::uint64_t>(attribute);
     if (!values)

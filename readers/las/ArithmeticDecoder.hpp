@@ -15,7 +15,7 @@ namespace Tidewatch::Las {
 /// Throws Damage for a stream that ends early or is invalid.
 class ArithmeticDecoder {
 public:
-    /// Gives the next byte, or nothing at the end.
+    /// Returns the next byte, or nothing at the end.
     using Source = std::function<std::optional<std::uint8_t>()>;
 
     /// Thrown where the stream ends early or no encoder can have written it.

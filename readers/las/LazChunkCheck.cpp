@@ -42,7 +42,7 @@ public:
             if (size > chunk.endOffset() - place)
                 failFormat(file_->path(), object(), "layer {} is to have {} bytes, but {} are left", layer,
                            size, chunk.endOffset() - place);
-            // The first layer is read in any case; an empty one stands for an attribute that does not change.
+            // The first layer is always read; any other may be empty, for an attribute that does not change.
             if (size < wordSize && (size != 0 || layer == 0))
                 failFormat(file_->path(), object(), "layer {} is to have {} bytes, at least {} are needed",
                            layer, size, wordSize);

@@ -69,7 +69,7 @@ struct Structure {
 
     struct Chart {
         std::string name;
-        /// As well-known text; empty where none is stated.
+        /// As well-known text; empty if none is stated.
         std::string referenceSystem = {};
     };
 

@@ -26,7 +26,7 @@ constexpr std::uint64_t pieceBytes = std::uint64_t{4} << 20;
 constexpr std::uint64_t chunksWithoutFile = std::uint64_t{1} << 20;
 constexpr std::uint64_t minChunkBytes = 8;
 
-/// The product; nothing where it exceeds 64 bits. A zero anywhere makes it zero.
+/// The product; nothing if it exceeds 64 bits. A zero factor makes it zero.
 std::optional<std::uint64_t> checkedProduct(std::span<const std::uint64_t> factors, std::uint64_t start) {
     if (std::find(factors.begin(), factors.end(), std::uint64_t{0}) != factors.end())
         return 0;

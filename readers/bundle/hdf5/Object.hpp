@@ -46,19 +46,20 @@ public:
     /// The object of a group's link.
     [[nodiscard]] Object child(const std::string& name) const;
 
-    /// The same, or nothing where the group has no link of that name.
+    /// The same, or nothing if the group has no link of that name.
     [[nodiscard]] std::optional<Object> findChild(const std::string& name) const;
 
     /// The text of a string attribute of fixed or variable length; nothing if there is no attribute of that
     /// name. Throws also for more than `most` bytes, and for a text marked as UTF-8 that is not.
     [[nodiscard]] std::optional<std::string> text(const char* name, std::size_t most = 65536) const;
 
-    /// The values of an integer attribute of any width and byte order; nothing where there is none. Throws
-    /// when one is outside T's range. T is std::uint8_t, std::uint16_t, std::int32_t, std::int64_t or std::uint64_t.
+    /// The values of an integer attribute of any width and byte order; nothing if there is none. Throws when
+    /// one is outside T's range. T is std::uint8_t, std::uint16_t, std::int32_t, std::int64_t or
+    /// std::uint64_t.
     template <class T>
     [[nodiscard]] std::optional<std::vector<T>> integers(const char* name) const;
 
-    /// The values of a number attribute, integers included; nothing where there is none.
+    /// The values of a numeric attribute, including integers; nothing if there is none.
     [[nodiscard]] std::optional<std::vector<double>> numbers(const char* name) const;
 
     /// Throws an error about this object.
