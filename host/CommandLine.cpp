@@ -137,7 +137,7 @@ CLI::App* addPcd(CLI::App& program, PcdRequest& request) {
     addFileExport(app, request, request.options);
     finish(app, "Examples:\n"
                 "  tidewatch pcd survey.laz -o survey.pcd --cell-size 0.5\n"
-                "  tidewatch pcd tides.h5 -o 'out/{grid}-{time}.pcd' --time 0:6 --grid 'dune*'");
+                "  tidewatch pcd tides.h5 -o 'out/{grid}-{time}.pcd' --time 0:6 --grid 'coast*'");
     return &app;
 }
 
@@ -192,7 +192,7 @@ CLI::App* addCheck(CLI::App& program, CheckRequest& request) {
     addReading(app, request.inputs);
     addReport(app, request.report, "the findings as JSON");
     finish(app, "Exit status: 0 if no file has a fault, 1 if some file has.\n\n"
-                "Example:\n  tidewatch check out/*.laz");
+                "Example:\n  tidewatch check tiles/*.laz");
     return &app;
 }
 
@@ -270,7 +270,7 @@ CLI::App* addSample(CLI::App& program, SampleRequest& request) {
         ->group(group);
     addBundleFile(app, request.output, request.overwrite);
     addReport(app, request.report);
-    finish(app, "Example:\n  tidewatch sample --points 100000 -o tides.h5");
+    finish(app, "Example:\n  tidewatch sample --points 100000 -o sample.h5");
     return &app;
 }
 

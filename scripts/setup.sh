@@ -38,7 +38,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev
     libgdal-dev libpng-dev libproj-dev libseccomp-dev ca-certificates)
 test_packages=(libgtest-dev libgmock-dev hdf5-tools gdal-bin geotiff-bin clang-format doxygen git locales
-    chromium fonts-dejavu-core)
+    chromium fonts-dejavu-core python3 jq)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
@@ -187,7 +187,7 @@ find_missing() {
     local commands=(g++ cmake ninja pkg-config node npm)
     if ((with_tests)); then
         headers+=(gtest/gtest.h gmock/gmock.h)
-        commands+=(h5dump gdalinfo gdalsrsinfo listgeo clang-format doxygen git localedef chromium)
+        commands+=(h5dump gdalinfo gdalsrsinfo listgeo clang-format doxygen git localedef chromium python3 jq)
     fi
     ((with_fuzz)) && commands+=(clang++)
     for command in "${commands[@]}"; do

@@ -56,6 +56,10 @@ std::vector<std::byte> readHead(const std::string& path) {
     if (::fstat(file, &status) != 0)
         throwSystemError(path, "cannot look at");
     // Readers seek in their files, which pipes and devices do not allow.
+    if (S_ISDIR(status.st_mode)) {
+        const std::string folder = path.substr(0, path.find_last_not_of('/') + 1);
+        throw Anchor::FileError(path + " is a folder; name its files, for example " + folder + "/*.laz");
+    }
     if (!S_ISREG(status.st_mode))
         throw Anchor::FileError(path + ": is not a regular file");
     std::vector<std::byte> head(Reader::headSize);

@@ -9,6 +9,8 @@
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -80,6 +82,7 @@ private:
     using Grids = std::vector<const ExportedGrid*>;
 
     void checkPlaces(const std::vector<RunScope>& scopes);
+    static void requireFileName(const fs::path& file);
     [[noreturn]] void refuseOverwriting(const fs::path& file,
                                         const std::set<std::pair<double, std::string>>& grids) const;
     bool runOnce(const RunScope& scope);
@@ -101,6 +104,7 @@ private:
     std::optional<StagingFolder> staging_;
     Losses losses_;
     std::vector<std::string> skipped_;
+    std::vector<std::string> unmatched_;
     std::set<std::string> exported_;
     ExportReport report_;
 };
@@ -123,6 +127,9 @@ Placement::Mode Export::Impl::mode() const {
 }
 
 const ExportReport& Export::Impl::write() {
+    unmatched_ = unmatchedFilters(options_.filters, std::array{inputs_.bundle()});
+    for (const std::string& text : unmatched_)
+        losses_.add("filter", text);
     const std::vector<RunScope> scopes = planRuns(options_.output, selection_, *inputs_.bundle());
     checkPlaces(scopes);
     staging_.emplace(folder());
@@ -165,14 +172,26 @@ void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
             Placement::checkFolder(scope.output);
         std::map<fs::path, std::set<std::pair<double, std::string>>> gridsOf;
         for (const ExpectedFile& file : format_->expectedFiles({inputs_, selection_, progress_}, scope)) {
-            if (!gridsOf.contains(file.path))
+            if (!gridsOf.contains(file.path)) {
+                requireFileName(file.path);
                 placement_.check(file.path, mode());
+            }
             gridsOf[file.path].insert({file.time, file.grid});
         }
         for (const auto& [file, grids] : gridsOf) {
             if (grids.size() > 1 && !format_->addsToFiles() && !options_.lastWins)
                 refuseOverwriting(file, grids);
         }
+    }
+}
+
+/// The names of fields become names of files, and of fields there is no limit.
+void Export::Impl::requireFileName(const fs::path& file) {
+    constexpr std::size_t most = NAME_MAX;
+    for (const fs::path& part : file) {
+        if (part.native().size() > most)
+            throw Anchor::FileError(fmt::format("{}: a name has {} bytes, and in a path it may have {}",
+                                                file.string(), part.native().size(), most));
     }
 }
 
@@ -344,12 +363,14 @@ void Export::Impl::noteProperties() {
 std::string Export::Impl::whyNothing() const {
     if (!skipped_.empty())
         return joined(skipped_, "; ");
+    if (!unmatched_.empty())
+        return joined(unmatched_, "; ");
     std::vector<std::string> grids;
     Selection(Filters{}).forEachGrid(*inputs_.bundle(),
                                      [&](double time, const std::string& name, const Sheaf::Grid&) {
                                          grids.push_back(gridAtTime(name, time));
                                      });
-    return grids.empty() ? "the inputs contain no grid" : "the filters leave out " + joined(grids);
+    return grids.empty() ? "the inputs contain no grid" : "the filters leave out " + listed(grids);
 }
 
 Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,

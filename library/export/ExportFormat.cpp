@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/export/ExportFormat.hpp"
 
+#include "library/report/UsageError.hpp"
+
 namespace Tidewatch {
 
 namespace fs = std::filesystem;
@@ -19,6 +21,12 @@ fs::path ExportFormat::placeOf(const RunScope& scope, const fs::path& written) c
     if (fillsFolder())
         return output / written;
     return written == exporterOutput(scope) ? output : output.parent_path() / written;
+}
+
+void ExportFormat::requirePositions(Selection& selection) {
+    if (!selection.UseThisField("Positions"))
+        throw UsageError(
+            "--field leaves out Positions, without which there is no point to write; add --field Positions");
 }
 
 } // namespace Tidewatch

@@ -109,6 +109,10 @@ public:
     [[nodiscard]] virtual std::vector<ExpectedFile> expectedFiles(const Context& context,
                                                                   const RunScope& scope) const = 0;
 
+    /// Throws UsageError where the field filters leave out the positions, without which formats of points have nothing to
+    /// write.
+    static void requirePositions(Selection& selection);
+
     [[nodiscard]] virtual std::unique_ptr<ExportRun> makeRun(const Context& context,
                                                              const RunScope& scope) const = 0;
 };

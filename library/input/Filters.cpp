@@ -1,6 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/input/Filters.hpp"
 
+#include "library/report/Wording.hpp"
+
+#include <algorithm>
+#include <set>
+
+#include <fmt/format.h>
+
 namespace Tidewatch {
 
 void Filters::applyTo(ConvLib::BasicConverterDefs& converter) const {
@@ -32,6 +39,64 @@ void Selection::forEachGrid(
                 visit(time, name, *grid);
         }
     }
+}
+
+namespace {
+
+/// "no grid matches --grid 'x' (case counts); there are: a, b and 3 more".
+std::string noMatch(const std::string& what, const std::string& option, const std::string& glob,
+                    const std::set<std::string>& names) {
+    return fmt::format("no {} matches --{} '{}'{}; there {}", what, option, glob,
+                       option == "time" ? "" : " (case counts)",
+                       names.empty() ? "is none" : "are: " + listed({names.begin(), names.end()}));
+}
+
+} // namespace
+
+std::vector<std::string> unmatchedFilters(const Filters& filters,
+                                          std::span<const Anchor::StrongPtr<Sheaf::Bundle>> bundles) {
+    std::set<double> times;
+    std::set<std::string> grids;
+    std::set<std::string> fields;
+    const Selection all(Filters{});
+    const Selection selected(Filters{filters.times, filters.grids, {}});
+    for (const auto& bundle : bundles) {
+        all.forEachGrid(*bundle, [&](double time, const std::string& name, const Sheaf::Grid&) {
+            times.insert(time);
+            grids.insert(name);
+        });
+        selected.forEachGrid(*bundle, [&](double, const std::string&, const Sheaf::Grid& grid) {
+            grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& item) {
+                fields.insert(item.id.name());
+                return true;
+            });
+        });
+    }
+    std::vector<std::string> texts;
+    for (const auto& range : filters.times) {
+        if (std::any_of(times.begin(), times.end(),
+                        [&](double time) { return range.first <= time && time <= range.last; }))
+            continue;
+        std::set<std::string> present;
+        for (const double time : times)
+            present.insert(shortestText(time));
+        const std::string first = shortestText(range.first);
+        texts.push_back(noMatch("time", "time",
+                                range.first == range.last ? first : first + ":" + shortestText(range.last),
+                                present));
+    }
+    for (const std::string& glob : filters.grids) {
+        Selection one(Filters{{}, {glob}, {}});
+        if (std::none_of(grids.begin(), grids.end(), [&](const auto& name) { return one.UseThisGrid(name); }))
+            texts.push_back(noMatch("grid", "grid", glob, grids));
+    }
+    for (const std::string& glob : filters.fields) {
+        Selection one(Filters{{}, {}, {glob}});
+        if (std::none_of(fields.begin(), fields.end(),
+                         [&](const auto& name) { return one.UseThisField(name); }))
+            texts.push_back(noMatch("field", "field", glob, fields));
+    }
+    return texts;
 }
 
 } // namespace Tidewatch

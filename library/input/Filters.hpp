@@ -5,6 +5,7 @@
 #include "sheaf/Bundle.hpp"
 
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -34,5 +35,10 @@ public:
                      const std::function<void(double time, const std::string& name, const Sheaf::Grid& grid)>&
                          visit) const;
 };
+
+/// What is to be said of filters that match nothing in the bundles: one text for each, with what there is instead. Fields
+/// are those of the grids that the other filters select.
+[[nodiscard]] TIDEWATCH_API std::vector<std::string>
+unmatchedFilters(const Filters& filters, std::span<const Anchor::StrongPtr<Sheaf::Bundle>> bundles);
 
 } // namespace Tidewatch

@@ -10,6 +10,7 @@
 #include "library/las/LasOutput.hpp"
 #include "library/las/LasRecorder.hpp"
 #include "library/las/LasVerification.hpp"
+#include "library/points/cellsAsPoints.hpp"
 #include "library/report/Wording.hpp"
 
 #include <cstddef>
@@ -69,7 +70,7 @@ public:
         const LasRecorder::Grid* const grid = recorder_->find(exported);
         return grid != nullptr && !grid->plan.obstacle.empty()
                    ? grid->plan.obstacle
-                   : "its positions are a uniform lattice, not points";
+                   : "its positions are a uniform lattice, not points" + std::string(cellsRemedy);
     }
 
     void check(const FinishedFile& file, std::vector<std::string>& notes) override;
@@ -216,6 +217,13 @@ private:
 };
 
 std::vector<ExpectedFile> LasFormat::expectedFiles(const Context& context, const RunScope& scope) const {
+    // Another field may become the positions.
+    const bool isRenamed =
+        std::any_of(options_.renames.begin(), options_.renames.end(), [](const auto& entry) {
+            return entry.second == "Positions" && entry.first != "Positions";
+        });
+    if (!isRenamed)
+        requirePositions(context.selection);
     const LasOutput output = this->output(scope);
     LasSettings settings = settings_;
     settings.outputPath = output.exporterName().string();
@@ -226,7 +234,7 @@ std::vector<ExpectedFile> LasFormat::expectedFiles(const Context& context, const
             if (!scope.admits(time) || !scope.admits(name))
                 return;
             for (const LasPlan::Fragment& fragment : LasPlan::of(grid, settings, useField).fragments) {
-                if (fragment.content != LasPlan::Content::Lattice)
+                if (fragment.content != LasPlan::Content::Lattice && fragment.obstacle.empty())
                     files.push_back({output.placeOf(fragment.file), time, name});
             }
         });

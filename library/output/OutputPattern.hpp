@@ -16,7 +16,8 @@ public:
     /// An empty pattern.
     OutputPattern() = default;
 
-    /// Throws UsageError for an empty text and for anything else in braces. An unmatched brace is literal.
+    /// Throws UsageError for an empty text, for anything else in braces and for a "{" that is not closed. A "}" by itself
+    /// is literal.
     OutputPattern(std::string text);
     OutputPattern(const char* text) : OutputPattern(std::string(text)) {}
 

@@ -6,6 +6,7 @@
 #include "library/export/PlannedGrids.hpp"
 #include "library/export/propertyLosses.hpp"
 #include "library/pcd/PcdRounding.hpp"
+#include "library/points/cellsAsPoints.hpp"
 #include "library/report/Wording.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
 #include "pcd/PcdPlan.hpp"
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <set>
+#include <string>
 
 #include <fmt/format.h>
 
@@ -71,8 +73,10 @@ public:
 
     std::string whySkipped(const ExportedGrid& exported) const override {
         const PlannedPcds::Grid* const grid = planned_.find(exported);
-        return grid != nullptr && !grid->plan.obstacle.empty() ? grid->plan.obstacle
-                                                               : "its arrays of positions contain no points";
+        if (grid == nullptr || grid->plan.obstacle.empty())
+            return "its arrays of positions contain no points";
+        const auto source = findGrid(*bundle_, exported);
+        return grid->plan.obstacle + std::string(source && hasCells(*source) ? cellsRemedy : "");
     }
 
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
@@ -205,6 +209,7 @@ public:
     std::string_view unit() const override { return "points"; }
 
     std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override {
+        requirePositions(context.selection);
         std::vector<ExpectedFile> files;
         context.selection.forEachGrid(*context.inputs.bundle(),
                                       [&](double time, const std::string& name, const Sheaf::Grid& grid) {

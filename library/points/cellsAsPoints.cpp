@@ -194,6 +194,15 @@ CellReader::Cells CellReader::cellsOf(const Sheaf::Representation& representatio
 
 } // namespace
 
+bool hasCells(const Sheaf::Grid& grid) {
+    bool has = false;
+    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& item) {
+        has = item.id.name() == "Positions" && Anchor::dynamicCast<Lattice>(item.data->available());
+        return !has;
+    });
+    return has;
+}
+
 ChosenPoints cellsAsPoints(const Sheaf::Bundle& from, const CellOptions& options,
                            std::set<std::string>& fieldsRead, const std::function<void()>& mayGoOn) {
     ChosenPoints result;

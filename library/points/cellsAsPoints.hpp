@@ -8,6 +8,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <string_view>
 
 namespace Tidewatch {
 
@@ -22,5 +23,11 @@ namespace Tidewatch {
 [[nodiscard]] ChosenPoints cellsAsPoints(const Sheaf::Bundle& from, const CellOptions& options,
                                          std::set<std::string>& fieldsRead,
                                          const std::function<void()>& mayGoOn = {});
+
+/// Whether positions of a grid's vertices are a lattice, as far as is known before arrays are made.
+[[nodiscard]] bool hasCells(const Sheaf::Grid& grid);
+
+/// What may be said to a user who wanted points of a lattice.
+inline constexpr std::string_view cellsRemedy = "; --cells-as-points makes points of its cells";
 
 } // namespace Tidewatch

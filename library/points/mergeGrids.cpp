@@ -214,7 +214,13 @@ MergedGrids mergeGrids(std::span<const MergeInput> inputs, const MergeOptions& o
         if (isUsed)
             files.push_back(inputs[number].file);
     }
-    MergedGrids merged{Anchor::makeStrong<Sheaf::Bundle>()};
+    std::vector<Anchor::StrongPtr<Sheaf::Bundle>> bundles;
+    for (const MergeInput& input : inputs)
+        bundles.push_back(input.bundle);
+    MergedGrids merged{Anchor::makeStrong<Sheaf::Bundle>(), unmatchedFilters(options.selected, bundles)};
+    if (parts.empty())
+        throw Anchor::ModelError("nothing is left to merge" +
+                                 (merged.notes.empty() ? std::string() : ": " + joined(merged.notes, "; ")));
     merged.origin = listed(files);
     for (const auto& [time, ofTime] : parts) {
         const auto grid = merged.bundle->makeSlice(time)->makeGrid(options.gridName, merged.origin);

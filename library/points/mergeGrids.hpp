@@ -33,7 +33,7 @@ struct MergedGrids {
 /// differ, the first.
 ///
 /// Throws Anchor::ModelError, naming the files, for two coordinate reference systems, two encodings of GPS times, two
-/// element types of one field, lattices, and grids without positions.
+/// element types of one field, lattices, and grids without positions; and where no grid is selected.
 [[nodiscard]] MergedGrids mergeGrids(std::span<const MergeInput> inputs, const MergeOptions& options);
 
 } // namespace Tidewatch

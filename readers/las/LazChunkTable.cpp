@@ -97,9 +97,13 @@ std::uint64_t locate(const InputFile& file, std::uint64_t chunksBegin) {
         position = readPosition(file, file.size() - positionSize);
     if (position == 0 || position == chunksBegin - positionSize)
         failFormat(file.path(), object, "it is missing; the program that wrote the file was interrupted");
-    if (position < chunksBegin || position > file.size() || file.size() - position < tableHeadSize)
-        failFormat(file.path(), object, "it begins at {}, outside the {} bytes from the first chunk at {} on",
-                   position, file.size(), chunksBegin);
+    if (position > file.size() || file.size() - position < tableHeadSize)
+        failFormat(file.path(), object,
+                   "the file is cut off: it should begin at byte {}, and the file has {}", position,
+                   file.size());
+    if (position < chunksBegin)
+        failFormat(file.path(), object, "it begins at {}, before the first chunk at {}", position,
+                   chunksBegin);
     return position;
 }
 

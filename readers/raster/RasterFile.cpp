@@ -130,7 +130,8 @@ RasterFile::RasterFile(const SourceFiles& files)
     : path_(files.path),
       size_(files.files.front().size),
       lent_(files) {
-    if (readableDriverOf(lent_).empty()) {
+    const std::string recognised = readableDriverOf(lent_);
+    if (recognised.empty()) {
         if (const std::string driver = refusedDriverOf(lent_); !driver.empty())
             fail("is of GDAL's format " + driver + ", whose files refer to other files, so it is not read");
         fail("is not a raster of a format that is read");
@@ -150,6 +151,9 @@ RasterFile::RasterFile(const SourceFiles& files)
     const WithVertical vertical;
     dataset_.reset(GDALOpenEx(lent_.path().c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR,
                               readableDrivers(), nullptr, names.List()));
+    // Points in text are recognised before it is known that they lie on a grid.
+    if (!dataset_ && recognised == "XYZ")
+        fail("cannot be read; text points are read on a regular grid only", messages);
     if (!dataset_)
         fail("cannot be read", messages);
 }

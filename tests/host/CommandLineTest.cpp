@@ -14,6 +14,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 Request parse(const std::vector<const char*>& arguments) {
     return parseCommandLine(arguments);
@@ -39,10 +40,12 @@ TEST(CommandLine, PcdWithoutOptionsHasTheDefaultsOfTheExporter) {
     EXPECT_EQ(request.options.output.text(), "a.pcd");
     EXPECT_EQ(request.options.refinementLevel, -1);
     EXPECT_EQ(request.options.precision, 8);
-    EXPECT_EQ(request.options.cellSize, 0.1);
+    EXPECT_EQ(request.options.cellSize, std::nullopt);
+    EXPECT_TRUE(request.options.thinning);
     EXPECT_FALSE(request.options.exactCounts);
-    EXPECT_FALSE(request.options.overwrite || request.options.strict || request.printParameters);
-    EXPECT_EQ(request.inputs.sliceTime, 0);
+    EXPECT_FALSE(request.options.overwrite || request.options.losses.strict || request.printParameters);
+    EXPECT_THAT(request.inputs.sliceTimes, IsEmpty());
+    EXPECT_TRUE(request.inputs.points.isAll() && !request.inputs.merge && !request.inputs.cellsAsPoints);
     EXPECT_EQ(request.inputs.fragmentPoints, 1'000'000U);
     EXPECT_FALSE(request.inputs.memoryLimit);
     EXPECT_EQ(request.report.progress, ProgressMode::Automatic);
@@ -96,10 +99,10 @@ TEST(CommandLine, PcdTakesAllItsOptions) {
     EXPECT_EQ(request.options.filters.times[1].last, 7);
     EXPECT_THAT(request.options.filters.grids, ElementsAre("[ab]", "b*"));
     EXPECT_THAT(request.options.filters.fields, ElementsAre("Positions"));
-    EXPECT_EQ(request.inputs.sliceTime, -2.5);
+    EXPECT_THAT(request.inputs.sliceTimes, ElementsAre(-2.5));
     EXPECT_EQ(request.inputs.fragmentPoints, 10U);
     EXPECT_EQ(request.inputs.memoryLimit, std::uint64_t{4} << 30);
-    EXPECT_TRUE(request.options.overwrite && request.options.strict && request.printParameters);
+    EXPECT_TRUE(request.options.overwrite && request.options.losses.strict && request.printParameters);
     EXPECT_EQ(request.report.progress, ProgressMode::Always);
     EXPECT_TRUE(request.report.quiet && request.report.json);
     EXPECT_TRUE(request.options.output.isPerGrid());
@@ -164,7 +167,7 @@ TEST(CommandLine, InfoBundleAndSampleTakeTheirOptions) {
     const auto bundle = parseAs<BundleRequest>({"bundle", "a", "b", "-o", "c.h5", "--strict", "--overwrite"});
     EXPECT_THAT(bundle.inputs.files, ElementsAre("a", "b"));
     EXPECT_EQ(bundle.output, "c.h5");
-    EXPECT_TRUE(bundle.strict && bundle.overwrite);
+    EXPECT_TRUE(bundle.losses.strict && bundle.overwrite);
     const auto sample = parseAs<SampleRequest>({"sample", "--points", "12", "--seed", "7", "-o", "s.h5"});
     EXPECT_EQ(sample.survey.points, 12U);
     EXPECT_EQ(sample.survey.seed, 7U);
@@ -235,15 +238,15 @@ TEST(CommandLine, ValuesThatMakeNoSenseAreRefused) {
     const auto pcd = [](const char* option, const char* value) {
         return usageError({"pcd", "a", "-o", "b", option, value});
     };
-    EXPECT_EQ(pcd("--precision", "8.5"), "--precision takes N, not \"8.5\"");
+    EXPECT_EQ(pcd("--precision", "8.5"), "--precision takes a whole number, not \"8.5\"");
     EXPECT_THAT(pcd("--ref-level", "99999999999"), HasSubstr("--ref-level takes"));
     EXPECT_THAT(pcd("--cell-size", "nan"), HasSubstr("--cell-size takes"));
     EXPECT_THAT(pcd("--cell-size", "inf"), HasSubstr("--cell-size takes"));
     EXPECT_THAT(pcd("--cell-size", "0,1"), HasSubstr("--cell-size takes"));
-    EXPECT_EQ(pcd("--time", "3:1"), "--time takes MIN:MAX, not \"3:1\"");
+    EXPECT_EQ(pcd("--time", "3:1"), "--time 3:1: 3 is greater than 1");
     EXPECT_THAT(pcd("--slice-time", "inf"), HasSubstr("--slice-time takes"));
     EXPECT_THAT(pcd("--fragment-points", "0"), HasSubstr("--fragment-points takes"));
-    EXPECT_THAT(pcd("--memory-limit", "lots"), HasSubstr("--memory-limit takes SIZE"));
+    EXPECT_THAT(pcd("--memory-limit", "lots"), HasSubstr("--memory-limit takes bytes"));
     EXPECT_THAT(pcd("--progress", "sometimes"), HasSubstr("--progress takes"));
     EXPECT_THAT(usageError({"sample", "-o", "b", "--points", "0"}), HasSubstr("--points takes"));
     EXPECT_THAT(usageError({"sample", "-o", "b", "--seed", "-1"}), HasSubstr("--seed takes"));

@@ -111,6 +111,11 @@ constexpr int refused[] = {
 /// A placeholder in the filter for the process id, which is not known before the fork.
 constexpr std::uint32_t numberOfProcess = 0x7ea5fab1;
 
+/// In place of the library's macros, which are not valid C++ for every compiler.
+scmp_arg_cmp argument(unsigned number, scmp_compare how, scmp_datum_t first, scmp_datum_t second = 0) {
+    return {number, how, first, second};
+}
+
 std::vector<sock_filter> makeFilter() {
     struct Release {
         void operator()(void* context) const { seccomp_release(context); }
@@ -136,16 +141,16 @@ std::vector<sock_filter> makeFilter() {
         rule(SCMP_ACT_ALLOW, SCMP_SYS(pipe2));
     }
     // Newer C libraries implement fstat() with this call, with an empty path.
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(newfstatat), SCMP_A3(SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH));
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(mmap), SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(mprotect), SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(newfstatat), argument(3, SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(mmap), argument(2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(mprotect), argument(2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
     rule(SCMP_ACT_ERRNO(ENOTTY), SCMP_SYS(ioctl));
     for (const int command : {F_GETFD, F_SETFD, F_GETFL, F_GETLK, F_SETLK, F_DUPFD, F_DUPFD_CLOEXEC})
-        rule(SCMP_ACT_ALLOW, SCMP_SYS(fcntl), SCMP_A1(SCMP_CMP_EQ, static_cast<scmp_datum_t>(command), 0));
+        rule(SCMP_ACT_ALLOW, SCMP_SYS(fcntl), argument(1, SCMP_CMP_EQ, static_cast<scmp_datum_t>(command)));
     // To read limits, not to change them.
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(prlimit64), SCMP_A0(SCMP_CMP_EQ, 0, 0), SCMP_A2(SCMP_CMP_EQ, 0, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(prlimit64), argument(0, SCMP_CMP_EQ, 0), argument(2, SCMP_CMP_EQ, 0));
     // For abort().
-    rule(SCMP_ACT_ALLOW, SCMP_SYS(tgkill), SCMP_A0(SCMP_CMP_EQ, numberOfProcess, 0));
+    rule(SCMP_ACT_ALLOW, SCMP_SYS(tgkill), argument(0, SCMP_CMP_EQ, numberOfProcess));
     // Callers of these fall back to older calls.
     rule(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3));
     rule(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(statx));

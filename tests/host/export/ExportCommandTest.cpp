@@ -84,6 +84,15 @@ public:
     std::string_view name() const override { return "LABEL"; }
     std::string_view extension() const override { return ".lbl"; }
     std::string_view unit() const override { return "labels"; }
+    std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override {
+        std::vector<ExpectedFile> files;
+        context.selection.forEachGrid(*context.inputs.bundle(),
+                                      [&](double time, const std::string& grid, const Sheaf::Grid&) {
+                                          if (scope.admits(time) && scope.admits(grid))
+                                              files.push_back({scope.output, time, grid});
+                                      });
+        return files;
+    }
     std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const override {
         auto run = std::make_unique<LabelRun>(scope, context.progress);
         run->exporter().atTheEnd = atTheEnd;
@@ -97,7 +106,10 @@ public:
 
 class ExportTest : public ::testing::Test {
 protected:
-    ExportTest() { Support::writeBytes(folder_ / "input", "x"); }
+    ExportTest() {
+        Support::writeBytes(folder_ / "input", "x");
+        options.lastWins = true;
+    }
 
     static void build(Sheaf::Bundle& bundle, const std::vector<std::pair<double, std::string>>& grids) {
         for (const auto& [time, name] : grids)
@@ -291,7 +303,7 @@ TEST_F(ExportTest, ASkippedGridIsALossWhereOthersWereWritten) {
 }
 
 TEST_F(ExportTest, StrictRefusesEachKindOfLoss) {
-    options.strict = true;
+    options.losses.strict = true;
     EXPECT_EQ(run("a.lbl", {{0, "a"}, {0, "b"}}), 1);
     EXPECT_THAT(err, AllOf(HasSubstr("overwrote"), HasSubstr("--strict"), Not(HasSubstr("warning"))));
     EXPECT_EQ(run("{grid}.lbl", {{0, "a"}, {0, "empty"}}), 1);
