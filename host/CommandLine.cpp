@@ -41,7 +41,7 @@ std::optional<int> pointSourceID(const std::string& text) {
     return number ? std::optional<int>(*number) : std::nullopt;
 }
 
-/// The attributes that fields can become.
+/// The LAS attributes that fields can become.
 std::vector<std::string> attributeNames() {
     auto names = ExportLib::LasPlan::attributes(true);
     std::sort(names.begin(), names.end());
@@ -106,7 +106,7 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
                     ".\n\n"
                     "Examples:\n"
                     "  tidewatch las tides.h5 -o 'out/{grid}-{time}.laz' --verify\n"
-                    "  tidewatch las survey.laz -o survey.las --las-version 1.2 --rename Echo=UserData");
+                    "  tidewatch las survey.laz -o old.las --las-version 1.2 --rename Echo=UserData");
     return &app;
 }
 
@@ -186,7 +186,7 @@ CLI::App* addInfo(CLI::App& program, InfoRequest& request) {
 }
 
 CLI::App* addCheck(CLI::App& program, CheckRequest& request) {
-    CLI::App& app = *program.add_subcommand("check", "check whether files are what their formats say");
+    CLI::App& app = *program.add_subcommand("check", "check whether files conform to their formats");
     app.add_option("FILE", request.inputs.files, "LAS, LAZ, PCD, ESRI ASCII grid or bundle files, rasters")
         ->required();
     addReading(app, request.inputs);
@@ -238,7 +238,7 @@ CLI::App* addView(CLI::App& program, ViewRequest& request) {
     CLI::App& app = *program.add_subcommand("view", "show the inputs: a page for any browser, or a picture");
     addOptionalOutput(app, request.output, request.overwrite);
     addValue(app, "--points", {"N", "a number from 1"}, positiveCount, request.points,
-             fmt::format("points of a page at most (default {}, and as many as fit into {} MB)",
+             fmt::format("max points of a page (default {}, or fewer so that they fit into {} MB)",
                          ViewPageOptions::defaultPoints, ViewPageOptions::usualBytes / 1'000'000))
         ->group("Page");
     const ViewPictureOptions picture;
@@ -296,7 +296,7 @@ constexpr Command (*commandTable[])(CLI::App&) = {
 
 constexpr std::string_view versionAsJson[] = {"--version", "--json"};
 
-/// The version, and what keeps the process that reads bundle files and rasters apart from everything else.
+/// The version, and the state of the sandbox of the process that reads bundle files and rasters.
 std::string versionJson() {
     Json sandbox;
     try {
@@ -327,7 +327,7 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
     return distance[a.size()][b.size()];
 }
 
-/// The name among others that is nearest to a mistyped one; empty if none is near.
+/// The name most similar to a mistyped one; empty if none is similar.
 std::string nearestName(const std::string& typed, const std::vector<std::string>& names) {
     constexpr std::size_t slips = 2;
     const auto nearest = std::min_element(names.begin(), names.end(), [&](const auto& a, const auto& b) {
@@ -336,7 +336,7 @@ std::string nearestName(const std::string& typed, const std::vector<std::string>
     return nearest != names.end() && editDistance(typed, *nearest) <= slips ? *nearest : std::string();
 }
 
-/// Errors of the parser in the words of the program.
+/// Rephrases errors of the parser.
 std::string unknownOption(const std::string& argument, const CLI::App& command) {
     const std::string typed = argument.substr(0, argument.find('='));
     std::vector<std::string> names;
@@ -390,7 +390,7 @@ Request parseCommandLine(std::span<const char* const> arguments) {
     program.formatter(std::make_shared<HelpFormat>());
     program.set_help_flag("-h,--help", "this text");
     program.set_version_flag("-V,--version", "tidewatch " TIDEWATCH_VERSION,
-                             "the version; with --json also what is in force where files are read");
+                             "the version; with --json also the state of the sandbox for reading");
     program.require_subcommand(1);
     program.footer("'tidewatch COMMAND --help' lists the options of a command.\n\n"
                    "Exit status: 0 done; 1 failed; 2 wrong usage; 130 interrupted.");

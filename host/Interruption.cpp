@@ -9,7 +9,7 @@ namespace Tidewatch {
 namespace {
 
 std::atomic<bool> requested{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may take no lock");
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler must not take a lock");
 
 constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
 

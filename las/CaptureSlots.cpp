@@ -20,12 +20,12 @@ struct SlotElement<CaptureSlots::Slot<T> CaptureSlots::*> {
 template <auto slot>
 using ElementOf = typename SlotElement<decltype(slot)>::type;
 
-/// One slot, for whoever does not know its type.
+/// Type-erased access to a slot.
 struct SlotAccess {
     const std::type_info& elementType;
     /// The number of elements; nothing for an empty slot.
     std::optional<std::size_t> (*size)(const CaptureSlots& slots);
-    /// False, and the slot stays as it was, for an array of another element type.
+    /// False, with the slot unchanged, for an array of another element type.
     bool (*fill)(CaptureSlots& slots, const Data& data);
 };
 
@@ -48,10 +48,10 @@ constexpr SlotAccess access{typeid(ElementOf<slot>), sizeOf<slot>, fill<slot>};
 
 using Slots = std::array<const SlotAccess*, 2>;
 
-/// What an array in the first of two slots means for arrays that come later.
-enum class FirstSlot { LetsIn, KeepsOut };
+/// Whether an array in the first of two slots prevents the second from being filled.
+enum class FirstSlot { AllowsSecond, BlocksSecond };
 
-/// Which grids have an attribute, and whether a run without a rename map knows its name.
+/// For which grids an attribute is written, and whether the default rename map contains it.
 enum class Scope { Default, ByName, Carried };
 
 /// One LAS attribute.
@@ -59,10 +59,10 @@ struct Attribute {
     std::string_view name;
     Slots slots;
     Scope scope = Scope::Default;
-    FirstSlot first = FirstSlot::LetsIn;
+    FirstSlot first = FirstSlot::AllowsSecond;
 };
 
-// The table of attributes; a new one is a row here, a slot, and its lines in the point loop.
+// The table of attributes. A new one needs a row here, a slot, and code in the point loop.
 constexpr Attribute attributes[] = {
     {"Positions", {&access<&CaptureSlots::positions>}},
     {"Classification", {&access<&CaptureSlots::classification>}},
@@ -73,8 +73,8 @@ constexpr Attribute attributes[] = {
     {"ScanAngleRank",
      {&access<&CaptureSlots::scanAngleRank>, &access<&CaptureSlots::scanAngle>},
      Scope::Default,
-     // An angle in whole degrees that is there already keeps the finer one out.
-     FirstSlot::KeepsOut},
+     // Angles in whole degrees take precedence over finer ones.
+     FirstSlot::BlocksSecond},
     {"ScanDirectionFlag", {&access<&CaptureSlots::scanDirectionFlag>}},
     {"UserData", {&access<&CaptureSlots::userData>}},
     {"PointSourceID", {&access<&CaptureSlots::pointSourceID>}},
@@ -111,10 +111,10 @@ void CaptureSlots::capture(std::string_view lasName, const Data& data, bool carr
     if (found == nullptr)
         return;
     for (std::size_t number = 0; number < found->slots.size() && found->slots[number] != nullptr; ++number) {
-        // Asked of the slot, not of this attempt: it may have been filled before.
-        const bool isKeptOut =
-            number != 0 && found->first == FirstSlot::KeepsOut && found->slots[0]->size(*this).has_value();
-        if (!isKeptOut && found->slots[number]->fill(*this, data))
+        // The slot may have been filled by an earlier call.
+        const bool isBlocked = number != 0 && found->first == FirstSlot::BlocksSecond &&
+                               found->slots[0]->size(*this).has_value();
+        if (!isBlocked && found->slots[number]->fill(*this, data))
             return;
     }
 }

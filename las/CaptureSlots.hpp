@@ -18,11 +18,10 @@
 
 namespace ExportLib {
 
-/// The arrays of one fragment that become LAS attributes, each in a slot of its own and held there until the
-/// slots are cleared.
+/// The arrays of one fragment that become LAS attributes, each held in its slot until the slots are cleared.
 ///
-/// A slot holds the array, not only the chunk of memory in it: the memory cache goes by who holds the array
-/// when it counts, and when it looks for something to drop.
+/// A slot holds the array object, not only its data: the memory cache uses the references to the object when
+/// it counts, and when it selects what to drop.
 class CaptureSlots {
 public:
     template <class T>
@@ -44,7 +43,7 @@ public:
     Slot<float> reflectance;
     Slot<unsigned short> amplitude;
     Slot<float> amplitudeFloat;
-    // Of grids that are carried.
+    // Used only for carried grids.
     Slot<unsigned char> synthetic;
     Slot<unsigned char> keyPoint;
     Slot<unsigned char> withheld;
@@ -55,33 +54,33 @@ public:
     Slot<unsigned short> green;
     Slot<unsigned short> blue;
 
-    /// Puts an array into the slot of a LAS attribute. An array of another element type than the attribute
-    /// takes, and a name that is no attribute's, change nothing. Here and below, attributes of carried grids count
-    /// where `carry` says so.
+    /// Puts an array into the slot of a LAS attribute. An array of an element type that the attribute does
+    /// not accept, and a name that is not an attribute, are ignored. Here and below, `carry` includes the
+    /// attributes of carried grids.
     void capture(std::string_view lasName, const Anchor::StrongPtr<Anchor::Cacheable>& data,
                  bool carry = false);
 
-    /// Lets go of all arrays.
+    /// Releases all arrays.
     void clear() { *this = {}; }
 
-    /// Calls visit(name, elements) for each attribute with an array, the longer one where there are two.
+    /// Calls visit(name, elements) for each attribute with an array, for the longer one if there are two.
     void
     forEachFilled(const std::function<void(std::string_view lasName, std::size_t elements)>& visit) const;
 
-    /// Which of an attribute's slots takes arrays of an element type, by its number; nothing where none does. Values
-    /// in slot 0 go before those in slot 1.
+    /// The number of the attribute's slot for an element type; nothing if there is none. Slot 0 takes
+    /// precedence over slot 1.
     [[nodiscard]] static std::optional<std::size_t>
     slotOf(std::string_view lasName, const std::type_info& elementType, bool carry = false);
 
-    /// The element types that an attribute takes, in the order of its slots.
+    /// The element types that an attribute accepts, in the order of its slots.
     [[nodiscard]] static std::vector<const std::type_info*> elementTypes(std::string_view lasName,
                                                                          bool carry = false);
 
-    /// All attributes.
+    /// The names of all attributes.
     [[nodiscard]] static std::vector<std::string> names(bool carry = false);
     [[nodiscard]] static bool isAttribute(std::string_view lasName, bool carry = false);
 
-    /// The attributes that fields of the same name become when nothing else is asked for.
+    /// The default rename map, from each attribute's name to itself.
     [[nodiscard]] static std::map<std::string, std::string> defaultNames();
 };
 

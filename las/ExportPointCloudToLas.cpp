@@ -54,7 +54,7 @@ public:
           host_(host),
           grid_(std::move(grid)) {}
 
-    /// False where the slice is to be left.
+    /// False if the rest of the slice is to be skipped.
     bool run();
 
 private:
@@ -99,7 +99,7 @@ bool GridStep::exportFragments() {
     planLayout();
     std::uint64_t write = 1;
     for (const Fragment& fragment : fragments) {
-        // A refusal costs this fragment only: the next one asks again.
+        // A refusal skips this fragment only: the next one asks again.
         if (!mayGoOn(write++, fragments.size()))
             exporter_.Errors.emplace_back("Interrupted");
         else if (!exportFragment(fragment))
@@ -108,7 +108,7 @@ bool GridStep::exportFragments() {
     return true;
 }
 
-/// What a host asks for beyond the contract. Nothing is asked of it where it asks for nothing.
+/// Plans what the host has requested beyond the contract; without such requests, no host callbacks are made.
 void GridStep::planLayout() {
     beyond_.settings = LasSettings::of(exporter_);
     beyond_.additions = exporter_.additions();
@@ -118,7 +118,7 @@ void GridStep::planLayout() {
                           [&](const std::string& field) { return exporter_.UseThisField(field); });
 }
 
-/// The box of the whole field, which needs all of its arrays.
+/// Computes the box of the whole field, which reads all of its arrays.
 void GridStep::expandBounds() {
     positions_->forEachFragment([&](const Fragment& fragment, const Sheaf::Field::Creator& data) {
         exporter_.askWhetherToStop();
@@ -145,7 +145,8 @@ bool GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {
     return exporter_.Progress->progress(text, write, count);
 }
 
-/// The box of a fragment, known from that of the field. An array that had no coordinates then is asked for again.
+/// The box of a fragment, if possible from expandBounds(). An array that had no coordinates then is requested
+/// again.
 Box GridStep::boundsOfTile(const Sheaf::CreativeArrayBase& positions) const {
     const auto known = boundsOfFragments_.find(&positions);
     Box bounds = known != boundsOfFragments_.end() ? known->second
@@ -153,7 +154,7 @@ Box GridStep::boundsOfTile(const Sheaf::CreativeArrayBase& positions) const {
     return bounds ? bounds : Box(new Geom::BoundingBox);
 }
 
-/// Writes a fragment; false where there is nothing to write for want of positions.
+/// Writes a fragment; false if it has no positions.
 bool GridStep::exportFragment(const Fragment& fragment) {
     const auto creator = positions_->getCreator(fragment);
     if (!creator)
@@ -167,7 +168,7 @@ bool GridStep::exportFragment(const Fragment& fragment) {
     if (exporter_.tiles) {
         if (tile_)
             tile_->tellSupplies();
-        // The file before stays open until this one is: the assignment comes last.
+        // The assignment comes last, so that the previous file is closed after this one has been opened.
         tile_ = makeBox(boundsOfTile(*creator), fragment, true);
     } else if (!tile_) {
         tile_ = makeBox(bounds_, fragment, false);
@@ -180,7 +181,7 @@ bool GridStep::exportFragment(const Fragment& fragment) {
         return false;
     }
     tile_->writePoints(pointCount(*creator));
-    // Memory peaks at one fragment only if it goes before the next one comes.
+    // Released before the next fragment is read, so that only one is in memory.
     tile_->clear();
     return true;
 }
@@ -203,7 +204,7 @@ void GridStep::fillSlots(const Fragment& fragment) {
         *grid_, chart, skeleton, fragment,
         [&](const std::string& name) { return exporter_.UseThisField(name); },
         [](const Sheaf::Field::Creator& creator) { return creator->create(false); },
-        // Looked up only now: the host may have changed the map while the data was made.
+        // Looked up only now: the host may have changed the map while the data was created.
         [&](const std::string& name) { return attributeOf(exporter_.RenameMap, name); },
         [&](const std::string& attribute, const std::string&,
             const Anchor::StrongPtr<Anchor::Cacheable>& data) {
@@ -216,7 +217,7 @@ void GridStep::fillSlots(const Fragment& fragment) {
 void GridStep::fillExtras(const Fragment& fragment) {
     const auto chart = grid_->findCartesianChart(std::string(Sheaf::Grid::standardChart));
     const auto skeleton = grid_->skeletons().findVertices(-1);
-    // The components of a field stand next to each other, and its array need not be asked for again.
+    // The components of a field are adjacent, so its array is requested once.
     std::string last;
     Anchor::StrongPtr<Anchor::Cacheable> data;
     for (ExtraBytesWriter& extra : tile_->extras()) {
@@ -254,7 +255,7 @@ public:
 
 const ExportPointCloudToLas::Own& ExportPointCloudToLas::own() const noexcept {
     static const Own defaults;
-    // Nobody else sets them.
+    // Only this class sets them, so the cast is safe.
     const OwnSettings* const settings = ownSettings();
     return settings != nullptr ? static_cast<const Own&>(*settings) : defaults;
 }
@@ -320,7 +321,7 @@ bool ExportPointCloudToLas::Run() {
     const auto bundle = bundleptr.lock();
     if (!bundle)
         return true;
-    // Every run states its parameters to the base first; what the text says is the base's business.
+    // Every run begins with a call of printParameters(); its text is not used here.
     static_cast<void>(printParameters());
     if (RenameMap.empty())
         RenameMap = DefaultRenameMap();

@@ -53,7 +53,7 @@ Raw nearest(double value) noexcept {
         const double whole = std::round(value);
         if (whole <= static_cast<double>(Limits::min()))
             return Limits::min();
-        // As a double the greatest number of 64 bits is one more than it is.
+        // Converted to double, the max 64-bit integer is rounded up by one.
         if (whole >= static_cast<double>(Limits::max()))
             return Limits::max();
         return static_cast<Raw>(whole);
@@ -76,7 +76,7 @@ void ExtraBytesWriter::store(ExtraBytesWriter& writer, double value, std::uint8_
             ++writer.changes_.lost;
     } else {
         raw = nearest<Raw>(steps);
-        // Smaller changes are those of floating-point numbers.
+        // Smaller changes are rounding errors of floating-point arithmetic.
         constexpr double noise = 1e-6;
         const double change = std::abs(static_cast<double>(raw) - steps);
         if (change >= 1 && !std::is_floating_point_v<Raw> && change > std::abs(steps) * 1e-15)
@@ -128,7 +128,7 @@ void ExtraBytesWriter::take(const Anchor::StrongPtr<Anchor::Cacheable>& data) {
 }
 
 void ExtraBytesWriter::copy(const std::byte* from, std::uint8_t* to) const noexcept {
-    // Numbers stand in files as in memory: see formats/littleEndian.hpp.
+    // Files and memory have the same byte order: see formats/littleEndian.hpp.
     std::memcpy(to, from, description_.size);
 }
 

@@ -12,35 +12,35 @@
 
 namespace ExportLib {
 
-/// Puts one number of the extra bytes into records, fragment by fragment: a field's values as its encoding stores them.
-/// Integers are rounded to the nearest one, halves away from zero, and to the limits of their type; what is not a number
-/// becomes the encoding's "no data", or 0.
+/// Writes one number of the extra bytes to records, fragment by fragment: a field's values as its encoding
+/// stores them. Integers are rounded to the nearest, halves away from zero, and clamped to the range of their
+/// type; NaN becomes the encoding's "no data", or 0.
 class ExtraBytesWriter {
 public:
     explicit ExtraBytesWriter(LasPlan::ExtraBytes description);
 
-    /// What became of the values since the last fragment.
+    /// How values of the current fragment were changed.
     struct Changes {
         std::uint64_t rounded = 0;
-        /// In the unit of the values.
+        /// The greatest change by rounding, in the unit of the values.
         double most = 0;
         std::uint64_t clamped = 0;
-        /// What is not a number, without a "no data".
+        /// NaN values without a "no data".
         std::uint64_t lost = 0;
     };
 
     [[nodiscard]] const LasPlan::ExtraBytes& description() const noexcept { return description_; }
 
-    /// Takes the array of a fragment, and holds it; one that is null or no array of numbers counts as empty.
+    /// Takes the array of a fragment, and holds it; null or an array of another kind counts as empty.
     void take(const Anchor::StrongPtr<Anchor::Cacheable>& data);
 
-    /// Lets go of the array.
+    /// Releases the array.
     void clear() { take(nullptr); }
 
     /// The number of values.
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
-    /// Puts a value, which must exist, where it belongs among the extra bytes of a record.
+    /// Writes a value, which must exist, to its place in the extra bytes of a record.
     void put(std::size_t value, std::uint8_t* extraBytes) {
         const std::byte* const from = first_ + value * stride_;
         if (isCopied_)

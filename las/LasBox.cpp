@@ -42,18 +42,18 @@ std::array<double, 3> cornerOf(const Geom::PhysicalSpace::point& corner, const G
             orZero(corner.z, box.lower().z, box.upper().z)};
 }
 
-/// How 16-bit numbers differ from what they stand for.
+/// Counts changes of values stored as 16-bit numbers.
 struct ShortChanges {
     std::uint64_t wrapped = 0;
     std::uint64_t rounded = 0;
-    /// In units of the number.
+    /// The greatest change by rounding, in units of the stored number.
     double most = 0;
 
     void note(double value, std::uint16_t stored) noexcept {
         const double change = std::abs(value - stored);
         if (change == 0)
             return;
-        // Also false for what is not a number.
+        // NaN counts as wrapped, too.
         if (!(change < 1)) {
             ++wrapped;
             return;
@@ -64,7 +64,7 @@ struct ShortChanges {
     }
 };
 
-/// Points that several values may count for, each once.
+/// Counts points, each once even if several of its values are noted.
 struct PointCount {
     std::uint64_t points = 0;
     std::size_t last = std::numeric_limits<std::size_t>::max();
@@ -75,24 +75,24 @@ struct PointCount {
     }
 };
 
-/// How far stored coordinates lie from those handed over.
+/// Counts changes of coordinates.
 struct PositionChanges {
-    /// In steps: smaller changes are those of floating-point numbers and not counted.
+    /// In steps: smaller changes are rounding errors of floating-point arithmetic and not counted.
     static constexpr double noise = 1e-6;
 
-    /// Points of which a coordinate was rounded, and points of which one does not fit or is not a number.
+    /// Points with a rounded coordinate, and points with one that does not fit or is NaN.
     std::uint64_t rounded = 0;
-    std::uint64_t strays = 0;
+    std::uint64_t misfits = 0;
     /// The greatest change along each axis, in steps.
     double x = 0;
     double y = 0;
     double z = 0;
 
     void note(double byX, double byY, double byZ) noexcept {
-        // What fits is rounded by half a step at most, what does not is off by 2^31 steps and more.
+        // Coordinates that fit change by at most half a step, others by 2^31 steps or more.
         const double sum = byX + byY + byZ;
         if (!(sum < 2)) {
-            ++strays;
+            ++misfits;
             return;
         }
         rounded += sum > noise ? 1U : 0U;
@@ -116,9 +116,9 @@ struct LasBox::Changes {
     std::uint64_t wholeAngles = 0;
     ShortChanges reflectance;
     ShortChanges amplitude;
-    // Of what lies beyond the contract.
+    // Counts for features beyond the contract.
     std::uint64_t roundedAngles = 0;
-    double mostOfAngles = 0;
+    double maxAngleChange = 0;
     std::uint64_t highChannels = 0;
     std::uint64_t overlaps = 0;
     std::uint64_t scannerChannels = 0;
@@ -139,7 +139,7 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
     least_.fill(std::numeric_limits<I32>::max());
     greatest_.fill(std::numeric_limits<I32>::min());
 #ifdef TIDEWATCH_LASLIB_HALTS
-    // Releases that have this switch would otherwise end the host's process with their first error.
+    // Releases that have this switch would otherwise end the host's process on the first error.
     halt_on_error(false);
 #endif
     if (!setVersion(header_, version_))
@@ -179,7 +179,7 @@ void LasBox::setAxes(const Geom::BoundingBox& box) {
     }
 }
 
-/// What the layout says of the records.
+/// Applies the layout to the header.
 void LasBox::addLayout() {
     const LasLayout& layout = *beyond_.layout;
     header_.point_data_format = static_cast<U8>(layout.pointFormat);
@@ -207,7 +207,7 @@ void LasBox::addLayout() {
         addExtraBytesRecord(header_, entries);
 }
 
-/// What the grid states of the file that it comes from.
+/// Applies the grid's statement to the header.
 void LasBox::addStatement() {
     const Sheaf::FileStatement& statement = grid_->statement();
     if (statement.fileSourceId)
@@ -269,7 +269,7 @@ void LasBox::finish() noexcept {
             setStoredExtent();
         errno = 0;
         const bool updated = writer_->update_header(&header_, false, version_ == 4);
-        // laslib/ turns the sign around where it knows of an output error.
+        // laslib/ negates the size if it has detected an output error.
         const I64 closed = writer_->close(true);
         writer_.reset();
         bytes = static_cast<std::uint64_t>(closed < 0 ? -closed : closed);
@@ -283,7 +283,7 @@ void LasBox::finish() noexcept {
             noteFailure(!fileIsComplete(fileName_, bytes, header_, total_));
         host_.report({fileName_, bytes, total_, failed_, error_});
     } catch (...) {
-        // No memory for the record: the host sees a file that nobody has vouched for.
+        // Out of memory: the host sees a file without a record.
     }
 }
 
@@ -299,7 +299,7 @@ void LasBox::clear() {
         extra.clear();
 }
 
-/// The extent of the points as readers compute their coordinates.
+/// Sets the extent of the coordinates as readers compute them.
 void LasBox::setStoredExtent() {
     if (total_ == 0)
         return;
@@ -312,7 +312,7 @@ void LasBox::setStoredExtent() {
 }
 
 void LasBox::writePoints(std::uint32_t count) {
-    // A box whose file could not be made has nowhere to write to; its failure is on record already.
+    // The file could not be created; that has been recorded already.
     if (!writer_)
         return;
     const bool isExtended = version_ == 4;
@@ -337,7 +337,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
 
 template <bool isExtended, bool isObserved, bool isBeyond>
 std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
-    // The older formats hold 3 bits, so 6 and 7 pass although the format's own limit, which the warning
+    // The older formats have 3 bits, so 6 and 7 are stored although the format's limit, which the warning
     // names, is 5. Deliberate: sensors that count to 7 keep their numbers.
     constexpr unsigned returnLimit = LasSettings::returnLimit(isExtended);
 
@@ -356,8 +356,8 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     using Shorts = std::span<const unsigned short>;
     using Floats = std::span<const float>;
     const auto pointSourceID = pointSourceID_ > 0 ? Shorts() : elements(slots_.pointSourceID);
-    // A renamed field fills a slot although the header may not have the attribute; there is no place to store
-    // its values then.
+    // A renamed field may fill a slot although the header does not have the attribute; then its values are
+    // not stored.
     const auto reflectance = reflectanceStart_ >= 0 ? elements(slots_.reflectance) : Floats();
     const auto amplitude = amplitudeStart_ >= 0 ? elements(slots_.amplitude) : Shorts();
     const auto amplitudeFloat =
@@ -422,8 +422,8 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
     };
     [[maybe_unused]] int overlapBit = point.extended_classification_flags >> 3;
 
-    // What shares a byte is stored together: one by one, each would wait for the byte that the one before it
-    // stored.
+    // Bit fields that share a byte are stored together: one by one, each store would wait for the previous
+    // one.
     unsigned ownReturn = isExtended ? point.extended_return_number : point.return_number;
     unsigned allReturns = isExtended ? point.extended_number_of_returns : point.number_of_returns;
     unsigned direction = point.scan_direction_flag;
@@ -436,7 +436,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         if (host_.askWhetherToStop)
             host_.askWhetherToStop();
         const std::size_t end = std::min<std::size_t>(count, begin + block);
-        // Counted block by block: a run that is stopped here leaves a file that tells what is in it.
+        // Counted block by block, so that the header is right even if the run is stopped here.
         total_ += end - begin;
         if (!isConforming && !slots_.returnNumber)
             pointsByReturn_[0] += static_cast<std::uint32_t>(end - begin);
@@ -492,7 +492,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
                             static_cast<I8>(std::lround(std::clamp(degrees, -90.0, 90.0)));
                         const double change = std::abs(degrees - point.scan_angle_rank);
                         changes.roundedAngles += change > 0 ? 1U : 0U;
-                        changes.mostOfAngles = std::max(changes.mostOfAngles, change);
+                        changes.maxAngleChange = std::max(changes.maxAngleChange, change);
                     }
                 }
                 if constexpr (isObserved && !isExtended)
@@ -500,8 +500,9 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             }
             if (i < scanAngleRank.size()) {
                 point.scan_angle_rank = static_cast<I8>(scanAngleRank[i]);
-                // Stored as it is, although the wider field counts in steps of 0.006 degrees: files have always
-                // been that way, and what reads them expects whole degrees there. It wins over a finer angle.
+                // Stored unchanged, although the wider field is in steps of 0.006 degrees: files have always
+                // been that way, and their readers expect whole degrees. It takes precedence over a finer
+                // angle.
                 if constexpr (isExtended)
                     point.extended_scan_angle =
                         isConforming ? static_cast<I16>(std::lround(scanAngleRank[i] / scanAngleStep))
@@ -516,7 +517,7 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
             if (i < gpsTime.size())
                 point.gps_time = gpsTime[i];
             if (i < rgb.size()) {
-                // 0 to 255 as they are, although LAS asks for the full 16 bits: viewers in use take them so.
+                // 0 to 255 unchanged, although LAS requires the full 16 bits: viewers in use expect that.
                 point.rgb[0] = rgb[i].red();
                 point.rgb[1] = rgb[i].green();
                 point.rgb[2] = rgb[i].blue();
@@ -554,7 +555,8 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
                         overlapBit = overlap[i] & 1;
                     if (i < scannerChannel.size())
                         point.extended_scanner_channel = scannerChannel[i] & 3;
-                    // Writers take three of the flags from the older fields, and compressors want both alike.
+                    // Writers take three of the flags from the older fields, and compressors need both to be
+                    // equal.
                     point.extended_classification_flags = (point.synthetic_flag | point.keypoint_flag << 1 |
                                                            point.withheld_flag << 2 | overlapBit << 3) &
                                                           0xF;
@@ -573,9 +575,9 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
 
             accepted = writer.write_point(&point) && accepted;
 
-            // Only now, so each point is written with the Reflectance and Amplitude of the one before it, and the
-            // first of a file with zeros. Files of the past are shifted in the same way, and programs that
-            // compensate for it must not shift twice: keep the order.
+            // Only now, so each point is written with the Reflectance and Amplitude of the previous one, and
+            // the first of a file with zeros. Existing files are shifted in the same way, and programs
+            // compensate for that: keep the order.
             if (!isConforming)
                 storeAttributes(i);
             if (hasAttributes_)
@@ -584,7 +586,8 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
         noteFailure(!accepted);
     }
     if constexpr (isObserved) {
-        // A copy: what others get to see does not stay in registers, in the loop either.
+        // A copy: passing a reference to `changes` would keep its members out of registers in the loop as
+        // well.
         const Changes result = changes;
         tell(result, count);
     }
@@ -613,7 +616,7 @@ double LasBox::stepOf(std::size_t axis) const noexcept {
     return steps[axis];
 }
 
-/// Whether values of an attribute are stored at all.
+/// Whether the records store values of an attribute.
 bool LasBox::hasRoomFor(std::string_view attribute) const {
     if (attribute == "GPSTime")
         return hasGpsTime(header_);
@@ -642,7 +645,7 @@ void LasBox::tellSupplies() const {
     }
 }
 
-/// Counts come before the positions, so that an observer knows what to look for in them.
+/// Reports counts before the positions, so that an observer knows what to look for in them.
 void LasBox::tell(const Changes& changes, std::uint32_t count) const {
     using ConvLib::ValueChange;
     const auto used = [count](const auto& slot) {
@@ -658,7 +661,7 @@ void LasBox::tell(const Changes& changes, std::uint32_t count) const {
         if (most > PositionChanges::noise)
             tell(axis, ValueChange::Rounded, moved.rounded, positions.size(), most * stepOf(i));
     }
-    tell("Positions", ValueChange::Wrapped, moved.strays, positions.size());
+    tell("Positions", ValueChange::Wrapped, moved.misfits, positions.size());
     tell("Classification", ValueChange::Truncated, changes.highClasses, used(slots_.classification).size());
     tell("ReturnNumber, NumberOfReturns", ValueChange::Clamped, changes.highReturns.points, count);
     tell("ScanDirectionFlag, EdgeOfFlightLine", ValueChange::Truncated, changes.wideFlags.points, count);
@@ -684,7 +687,7 @@ void LasBox::tell(const Changes& changes, std::uint32_t count) const {
 
 void LasBox::tellBeyond(const Changes& changes, std::uint32_t count) const {
     using ConvLib::ValueChange;
-    tell("ScanAngleRank", ValueChange::Rounded, changes.roundedAngles, count, changes.mostOfAngles);
+    tell("ScanAngleRank", ValueChange::Rounded, changes.roundedAngles, count, changes.maxAngleChange);
     tell("ScannerChannel", ValueChange::Truncated, changes.highChannels, count);
     const auto tellUnlessRoom = [&](std::string_view attribute, std::uint64_t values) {
         if (!hasRoomFor(attribute))

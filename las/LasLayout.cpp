@@ -82,7 +82,7 @@ void Builder::run() {
         findRecords();
 }
 
-/// What goes along beyond the contract.
+/// Finds the fields that are carried beyond the contract.
 void Builder::findFields() {
     const auto chart = grid_.findCartesianChart(std::string(Sheaf::Grid::standardChart));
     const auto skeleton = grid_.skeletons().findVertices(-1);
@@ -123,7 +123,7 @@ void Builder::chooseFormat() {
     else
         layout_.pointFormat = !layout_.hasColors ? 1 : hasGpsTime_ ? 3 : 2;
     layout_.recordLength = Format::pointLayouts.at(layout_.pointFormat).naturalSize;
-    // The contract's records of format 2 have the bytes of the time that the format lacks behind them.
+    // The contract's records of format 2 still have the 8 bytes of a GPS time at the end.
     constexpr std::size_t timeSize = 8;
     if (layout_.pointFormat == 2 && !settings_.conforming)
         layout_.recordLength += timeSize;
@@ -204,7 +204,7 @@ std::string Builder::uniqueName(const std::string& wanted) {
 
 void Builder::findRecords() {
     for (const Sheaf::FileRecord& record : grid_.statement().records) {
-        // The reference system is the host's business, who knows whether it still holds.
+        // The host adds the reference system, since it knows whether it still applies.
         if (Format::isBoundToItsFile(record.userId, record.recordId) ||
             Format::isOfReferenceSystem(record.userId, record.recordId))
             continue;
@@ -245,7 +245,8 @@ LasAxis axisFor(std::size_t axis, double lower, double upper, const LasSettings&
         return {step, (*settings.offset)[axis]};
     if (isStated && fits(step, (*statement.offset)[axis]))
         return {step, (*statement.offset)[axis]};
-    // The contract's own steps, and those that a host asks for, stay: coordinates beyond them are told of.
+    // Steps of the contract, and those that a host sets, are not changed: coordinates that do not fit are
+    // reported.
     if (isStated && !settings.step && std::isfinite(lower) && std::isfinite(upper)) {
         while (!fits(step, centre(step)))
             step *= 10;

@@ -136,7 +136,7 @@ Planner::Captures Planner::capture(const FragmentID& fragment) {
                 carried_.insert(field);
         },
         [&](const std::string& field) {
-            // Met in another chart already, or another field has been given its name.
+            // The same field in another chart, or another field has been renamed to it.
             const auto known = std::find_if(captures.begin(), captures.end(),
                                             [&](const auto& one) { return one.attribute == field; });
             if (known != captures.end() && known->field != field)
@@ -201,12 +201,12 @@ bool Planner::admit(const LasPlan::Capture& one, Captures& captures) {
     return true;
 }
 
-/// The first reason counts.
+/// Keeps the first reason.
 void Planner::lose(const std::string& field, std::string reason, bool latestVersionKeepsIt) {
     lost_.try_emplace(field, LasPlan::LeftOut{std::move(reason), latestVersionKeepsIt});
 }
 
-/// Why records have no room for an attribute; empty where they have.
+/// Why records have no room for an attribute; empty if they have.
 std::string Planner::whyNoRoom(const std::string& attribute) const {
     if (attribute == "GPSTime" && !plan_.hasGpsTime)
         return "points with colours have no GPS time in LAS 1." + std::to_string(settings_.version);

@@ -19,15 +19,15 @@ namespace ExportLib {
 
 class ExportPointCloudToLas;
 
-/// The settings of the LAS exporter that decide what becomes of a grid.
+/// The settings of the LAS exporter that affect how a grid is exported.
 struct TIDEWATCH_API LasSettings {
     /// The minor version: 2, 3 or 4.
     int version = 4;
-    /// One file a fragment.
+    /// One file per fragment.
     bool tiles = false;
     /// Plain LAS files instead of LAZ.
     bool uncompressed = false;
-    /// Given to every point where it is greater than 0.
+    /// The point source ID of every point, if greater than 0.
     int pointSourceID = 0;
     /// From fields to attributes; an empty map stands for the exporter's default.
     std::map<std::string, std::string> renames;
@@ -38,7 +38,7 @@ struct TIDEWATCH_API LasSettings {
     std::optional<std::array<double, 3>> step = {};
     std::optional<std::array<double, 3>> offset = {};
 
-    /// Those that an exporter has.
+    /// The settings of an exporter.
     [[nodiscard]] static LasSettings of(const ExportPointCloudToLas& exporter);
 
     /// Whether points have the wider attributes of LAS 1.4.
@@ -49,8 +49,8 @@ struct TIDEWATCH_API LasSettings {
     }
 };
 
-/// What the LAS exporter makes of a grid, known before any array is made: it goes by the names of fields, by
-/// the element types and extents that creators state, and by arrays that are in memory.
+/// Predicts how the LAS exporter exports a grid, before any array is created: from the names of fields, the
+/// element types and extents that creators state, and arrays in memory.
 ///
 /// A plan holds the creators of the arrays and changes nothing in the grid.
 struct TIDEWATCH_API LasPlan {
@@ -61,30 +61,30 @@ struct TIDEWATCH_API LasPlan {
         Sheaf::Field::Creator data;
     };
 
-    /// A number that records carry in their extra bytes, beside the attributes: a field's values, or those of one of its
-    /// components.
+    /// A number in the extra bytes of records, beside the attributes: a field's values, or those of one of
+    /// its components.
     struct ExtraBytes {
         std::string field;
         /// From 0.
         std::size_t component = 0;
         /// Its name is the one in the file.
         Sheaf::FieldEncoding encoding = {};
-        /// Where it begins in the extra bytes of a record, and how many it has.
+        /// Offset in the extra bytes of a record, and size, in bytes.
         std::size_t start = 0;
         std::size_t size = 0;
     };
 
-    /// A record of the grid's statement that does not go into the files.
+    /// A record of the grid's statement that is not written.
     struct RecordLeftOut {
         std::string userId;
         std::uint16_t recordId = 0;
         std::string reason;
     };
 
-    /// What a fragment of the positions turns out to be.
+    /// What a fragment of the positions contains.
     enum class Content {
         Points,
-        Lattice,      ///< a uniform lattice, which the exporter passes by
+        Lattice,      ///< a uniform lattice, which the exporter skips
         KnownWhenRead ///< points, unless the array is a lattice
     };
 
@@ -102,19 +102,19 @@ struct TIDEWATCH_API LasPlan {
         std::vector<Capture> captures;
         /// The data of each of the plan's extras; null where the fragment has none.
         std::vector<Sheaf::Field::Creator> extras = {};
-        /// Why there are no positions among the captures, in which case the exporter leaves the slice here; empty
-        /// where there are.
+        /// Why there are no positions among the captures, in which case the exporter skips the rest of the
+        /// slice; empty if there are.
         std::string obstacle;
     };
 
-    /// Why a field that is an attribute reaches no file.
+    /// Why a field that is an attribute is not written.
     struct LeftOut {
         std::string reason;
         /// Whether LAS 1.4 has a place for it.
         bool latestVersionKeepsIt = false;
     };
 
-    /// Why the grid becomes no file; empty where it becomes one.
+    /// Why no file is written for the grid; empty if one is.
     std::string obstacle;
     /// In the order of the exporter.
     std::vector<Fragment> fragments;
@@ -130,28 +130,28 @@ struct TIDEWATCH_API LasPlan {
     /// In the order of the files.
     std::vector<ExtraBytes> extras = {};
 
-    /// Records that headers get from the grid's statement, and those that they do not get.
+    /// How many records of the grid's statement are written, and those that are not.
     std::size_t records = 0;
     std::vector<RecordLeftOut> recordsLeftOut = {};
-    /// What people may want to know of names in the files.
+    /// Notes for users on names in the files.
     std::vector<std::string> notes = {};
 
-    /// Fields that are no attribute.
+    /// Fields that are not attributes.
     std::set<std::string> unknownFields;
-    /// Fields that are one and yet reach no file.
+    /// Fields that are attributes but are not written.
     std::map<std::string, LeftOut> fieldsLeftOut;
 
     /// Points of all fragments.
     [[nodiscard]] std::uint64_t points() const noexcept;
 
-    /// The fields whose arrays the exporter may ask for.
+    /// The fields whose arrays the exporter may request.
     [[nodiscard]] std::set<std::string> fieldsRead() const;
 
     /// `useField` is the exporter's question whether a field may be used.
     [[nodiscard]] static LasPlan of(const Sheaf::Grid& grid, const LasSettings& settings,
                                     const std::function<bool(const std::string&)>& useField);
 
-    /// The attributes that fields can become; more where grids are carried.
+    /// The attributes that fields can become; more if grids are carried.
     [[nodiscard]] static std::vector<std::string> attributes(bool carry = false);
 };
 

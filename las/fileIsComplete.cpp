@@ -15,8 +15,8 @@ namespace {
 
 namespace Layout = Formats::Las;
 
-/// The little-endian number at a place of a file. Where the file does not reach so far, the stream fails, and
-/// from then on every number is 0.
+/// The little-endian number at an offset of a file. If the file is too short, the stream fails, and from then
+/// on every number is 0.
 template <class T>
 T numberAt(std::istream& file, std::uint64_t place) {
     std::array<std::uint8_t, sizeof(T)> bytes{};
@@ -25,7 +25,7 @@ T numberAt(std::istream& file, std::uint64_t place) {
     return Formats::loadLittleEndian<T>(bytes.data());
 }
 
-/// Points a chunk, as the record says that describes the compression: the last of the variable length records.
+/// Points per chunk, from the record that describes the compression: the last of the variable length records.
 std::uint32_t chunkSize(std::istream& file) {
     std::uint64_t place = numberAt<std::uint16_t>(file, Layout::Header::headerSize);
     for (auto records = numberAt<std::uint32_t>(file, Layout::Header::vlrCount); file && records > 1;
@@ -42,22 +42,23 @@ std::uint64_t endOfPoints(std::istream& file, std::uint64_t size) {
     return numberAt<std::uint64_t>(file, Layout::Header::evlrOffset);
 }
 
-/// The coder of the sizes of the chunks ends with two or three bytes of zeros, and all that it writes is at least the
-/// four that a decoder begins with.
+/// The encoded sizes of the chunks end with two or three zero bytes, and have at least the four bytes that a
+/// decoder reads first.
 bool endsInChunkTable(std::istream& file, std::uint64_t size, std::uint64_t points) {
     constexpr std::uint64_t headSize = Layout::ChunkTable::headSize;
-    constexpr std::uint64_t leastCoded = 4;
+    constexpr std::uint64_t minCodedSize = 4;
     const std::uint64_t begin = numberAt<std::uint32_t>(file, Layout::Header::pointOffset);
     const auto table = numberAt<std::uint64_t>(file, begin);
     const std::uint64_t ownChunkSize = chunkSize(file);
-    // Until the table is written, its place is one that it cannot have.
+    // Until the table is written, its stated position is invalid.
     if (!file || ownChunkSize == 0 || table < begin + sizeof table || table > size || size - table < headSize)
         return false;
     const std::uint64_t chunks = points / ownChunkSize + (points % ownChunkSize != 0 ? 1 : 0);
     if (numberAt<std::uint32_t>(file, table + Layout::ChunkTable::version) != 0 ||
         numberAt<std::uint32_t>(file, table + Layout::ChunkTable::chunkCount) != chunks)
         return false;
-    if (chunks != 0 && (size - table < headSize + leastCoded || numberAt<std::uint16_t>(file, size - 2) != 0))
+    if (chunks != 0 &&
+        (size - table < headSize + minCodedSize || numberAt<std::uint16_t>(file, size - 2) != 0))
         return false;
     return !file.fail();
 }

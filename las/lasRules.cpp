@@ -19,8 +19,8 @@ std::string tileName(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) {
 
 std::string lasFileName(const std::string& outputPath, const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
                         bool tiles, bool uncompressed) {
-    // The last dot of the whole path, that of a folder too: hosts that hand over "run.3/cloud" have always
-    // got "run.laz". A path without one is taken whole.
+    // The last dot of the whole path, even in a folder: hosts that pass "run.3/cloud" have always got
+    // "run.laz". A path without a dot is used as it is.
     return outputPath.substr(0, outputPath.rfind('.')) + (tiles ? "_" + tileName(fragment) : std::string()) +
            (uncompressed ? ".las" : ".laz");
 }

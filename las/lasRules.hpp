@@ -14,10 +14,10 @@
 #include <unordered_set>
 #include <utility>
 
-/// What a run of the LAS exporter and its plan decide alike.
+/// Rules shared by a run of the LAS exporter and its plan.
 namespace ExportLib {
 
-/// The number of points of an array, modulo 2^32; 0 where there is no array to be had.
+/// The number of points of an array, modulo 2^32; 0 if there is no array.
 [[nodiscard]] std::uint32_t pointCount(const Sheaf::CreativeArrayBase& creator);
 
 /// The name of a fragment in file names.
@@ -28,8 +28,8 @@ namespace ExportLib {
                                       const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, bool tiles,
                                       bool uncompressed);
 
-/// What records have room for beyond what all of them have. The names of fields alone decide: whether a field
-/// may be used, or can be, is seen only when points are written, and the attribute is then there with zeros.
+/// The optional parts of records. Only the names of fields decide: whether a field may and can be used is
+/// determined when points are written, and an attribute that is not has zeros.
 struct RecordRoom {
     bool colors = false;
     bool reflectance = false;
@@ -41,11 +41,11 @@ struct RecordRoom {
 [[nodiscard]] const std::string& attributeOf(const std::map<std::string, std::string>& renames,
                                              const std::string& field);
 
-/// Goes through the fields of a grid as they become attributes of a fragment. `chart` may be null.
+/// Visits the fields of a grid that become attributes of a fragment. `chart` may be null.
 ///
-/// `useField(name)` says whether a field may be used, `make(creator)` gives its data or null,
-/// `attributeFor(name)` the attribute that it becomes, and `capture(attribute, name, data)` takes them. A
-/// field whose name is taken by then is passed over: `passOver(name)`.
+/// `useField(name)` returns whether a field may be used, `make(creator)` its data or null,
+/// `attributeFor(name)` the attribute that it becomes, and `capture(attribute, name, data)` receives them. A
+/// field whose name is already in use as an attribute is skipped: `passOver(name)`.
 template <class UseField, class Make, class AttributeFor, class Capture, class PassOver>
 void captureFields(const Sheaf::Grid& grid, const Anchor::StrongPtr<Sheaf::BaseSpace>& chart,
                    const Anchor::StrongPtr<Sheaf::Skeleton>& skeleton,

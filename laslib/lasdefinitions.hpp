@@ -61,18 +61,18 @@ public:
     U64 extended_number_of_points_by_return[15]{};
 
     std::vector<LASvlr> vlrs;
-    /// Extended records, which stand behind the points; see add_trailing_record().
+    /// Extended records, which follow the points; see add_trailing_record().
     std::vector<LASvlr> trailingRecords;
 
-    /// Adds a record, whose user id and description are cut at 16 and 31 bytes. `data` comes from new[] and becomes the
-    /// header's. Without `keep_existing` it takes the place of one of the same ids, which keeps its description with
-    /// `keep_description`. Without a description it gets the one that LASlib gives. The count of records and the offset
-    /// to the points follow. Always true.
+    /// Adds a record, whose user id and description are cut at 16 and 31 bytes. `data` comes from new[] and
+    /// becomes the header's. Without `keep_existing` it replaces one with the same ids, whose description
+    /// `keep_description` retains. Without a description it gets LASlib's default. Updates the count of
+    /// records and the offset to the points. Always true.
     BOOL add_vlr(const CHAR* user_id, U16 record_id, U16 record_length, U8* data,
                  BOOL keep_description = false, const CHAR* description = nullptr,
                  BOOL keep_existing = false);
 
-    /// Adds an extended record, of LAS 1.4 only; LASlib has nothing of the kind.
+    /// Adds an extended record, for LAS 1.4 only; LASlib has no such function.
     void add_trailing_record(LASvlr record) { trailingRecords.push_back(std::move(record)); }
 
     /// Updates the record that describes the attributes; creates it with the first attribute. Adjusts the number of

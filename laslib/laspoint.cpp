@@ -62,7 +62,7 @@ BOOL LASpoint::init(const LASquantizer* pointQuantizer, U8 point_type, U16 point
         if (items[i].type == LASitem::POINT14)
             extended_point_type = 1;
         if (items[i].type == LASitem::BYTE || items[i].type == LASitem::BYTE14) {
-            // Whole steps, so that a writer can copy them step by step.
+            // Padded to whole steps, so that a writer can copy step by step.
             constexpr std::size_t step = extraBytesStep;
             extra_bytes = new U8[(items[i].size + step - 1) / step * step]{};
             extra_bytes_number = items[i].size;

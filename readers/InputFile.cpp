@@ -25,7 +25,7 @@ namespace {
 } // namespace
 
 InputFile::InputFile(std::string path) : path_(std::move(path)) {
-    // Without O_NONBLOCK opening a pipe would wait for somebody who writes into it.
+    // Without O_NONBLOCK opening a pipe would wait for a writer.
     descriptor_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (descriptor_ < 0)
         throwSystemError(path_, "cannot open");
@@ -57,7 +57,7 @@ InputFile::~InputFile() {
 Anchor::FileState InputFile::look() const {
     struct stat status {};
     if (::fstat(descriptor_, &status) != 0)
-        throwSystemError(path_, "cannot look at");
+        throwSystemError(path_, "cannot get its status");
     if (!S_ISREG(status.st_mode))
         throw Anchor::FileError(path_ + ": is not a regular file");
     return Anchor::FileState(status);

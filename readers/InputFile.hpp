@@ -12,8 +12,8 @@
 
 namespace Tidewatch {
 
-/// An open file that is read at given places. Reading does not move anything, so one object may serve several
-/// threads.
+/// An open file that is read at given offsets. Reading moves no file position, so several threads may share
+/// an object.
 class TIDEWATCH_API InputFile {
 public:
     /// Opens a regular file. Throws Anchor::FileError naming the path and the system's reason.
@@ -23,7 +23,7 @@ public:
     ~InputFile();
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
-    /// The system's number of the open file, valid while this object lives.
+    /// The file descriptor, valid while this object lives.
     [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
     /// Bytes when it was opened.
     [[nodiscard]] std::uint64_t size() const noexcept { return state_.size; }
@@ -36,11 +36,11 @@ public:
     /// Throws Anchor::FileError when the file has been written to since it was opened.
     void requireUnchanged() const { requireUnchanged(state_); }
 
-    /// Fills `bytes` from `offset` on. `object` names for messages what is being read. Throws
-    /// Anchor::FormatError when the file ends before, Anchor::FileError when the system cannot read.
+    /// Fills `bytes` from `offset` on. `object` names what is being read, for messages. Throws
+    /// Anchor::FormatError when the file ends too early, Anchor::FileError when the system cannot read.
     void read(std::uint64_t offset, std::span<std::uint8_t> bytes, std::string_view object) const;
 
-    /// The same, but the file may end before: gives how many bytes were read.
+    /// The same, but the file may end earlier: returns how many bytes were read.
     [[nodiscard]] std::size_t readUpTo(std::uint64_t offset, std::span<std::uint8_t> bytes) const;
 
 private:

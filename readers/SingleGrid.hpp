@@ -9,13 +9,13 @@
 
 namespace Tidewatch {
 
-/// The grid that a file becomes which states neither times nor grids: named after the file, in the slice at
+/// The grid made from a file that states neither times nor grids: named after the file, in the slice at
 /// ReadOptions::SliceTime, with the standard chart and one vertex skeleton without refinement.
 struct SingleGrid {
     Sheaf::Grid& grid;
     /// The standard chart.
     Sheaf::CartesianChart& chart;
-    /// Of the vertices in the standard chart.
+    /// The representation of the vertices in the standard chart.
     Sheaf::Representation& vertices;
 };
 

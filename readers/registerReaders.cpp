@@ -8,11 +8,11 @@
 namespace Tidewatch {
 
 void registerReaders(Reading reading) {
-    // A reader takes the place of an earlier one of its name.
+    // A reader replaces an earlier one of the same name.
     ConvLib::registerReader(Anchor::makeStrong<LasReader>());
     ConvLib::registerReader(Anchor::makeStrong<BundleFileReader>(reading));
 #ifdef TIDEWATCH_RASTERS
-    // The last to be asked, since some of its formats are plain text.
+    // Last, since it has formats without a signature (plain text).
     ConvLib::registerReader(Anchor::makeStrong<RasterReader>(reading));
 #endif
 }

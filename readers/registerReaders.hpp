@@ -7,12 +7,12 @@
 
 namespace Tidewatch {
 
-/// Where the libraries run that read bundle files (HDF5) and rasters (GDAL).
+/// Where HDF5, which reads bundle files, and GDAL, which reads rasters, run.
 enum class Reading : std::uint8_t {
-    /// In processes of their own, which open nothing and have given up whatever they do not need. A file that
-    /// brings such a process down is an Anchor::FormatError.
+    /// In separate sandboxed processes, which cannot open files. A file that crashes such a process is an
+    /// Anchor::FormatError.
     Apart,
-    /// In the process of the host. They were not written for hostile files.
+    /// In the process of the host. Neither library was written for hostile files.
     InProcess
 };
 
@@ -21,22 +21,22 @@ enum class Reading : std::uint8_t {
 /// another, files are read that way from then on.
 TIDEWATCH_API void registerReaders(Reading reading = Reading::Apart);
 
-/// What keeps a process that reads files apart from everything else, as it is in force on this machine.
+/// The parts of the sandbox of the reading processes that are in force on this machine.
 struct Sandbox {
     /// System calls are filtered.
     bool seccomp = false;
-    /// The version of Landlock that keeps files away; 0 where the kernel has none.
+    /// The version of Landlock, which denies access to files; 0 where the kernel has none.
     std::uint32_t landlock = 0;
-    /// Memory and the size of files are limited. (Not memory under AddressSanitizer.)
+    /// Memory and the size of written files are limited. (Under AddressSanitizer, memory is not.)
     bool limits = false;
 };
 
-/// Starts a process that reads nothing and tells what is in force. Throws Anchor::FileError where it cannot be
-/// started.
+/// Starts a process that reads nothing and reports what is in force. Throws Anchor::FileError when it cannot
+/// be started.
 [[nodiscard]] TIDEWATCH_API Sandbox probeSandbox();
 
-/// Whether files are read apart only where both seccomp and limits are in force; otherwise they are then refused
-/// (Anchor::FileError). Not required unless a host asks for it.
+/// If required, files are read in separate processes only where both seccomp and limits are in force, and
+/// refused (Anchor::FileError) elsewhere. The default is false.
 TIDEWATCH_API void requireSandbox(bool isRequired) noexcept;
 
 } // namespace Tidewatch

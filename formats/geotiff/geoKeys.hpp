@@ -4,9 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The directory of GeoTIFF keys, as TIFF and LAS files have it: four 16-bit numbers (version, revision, minor revision,
-/// number of keys), then four for each key, ascending: its id, where its values are, how many, and the value itself where
-/// it is one 16-bit number. Source: OGC GeoTIFF 1.1 (19-008r4), and GeoTIFF 1.0 (Ritter, Ruth 2000) for older codes.
+/// The directory of GeoTIFF keys in TIFF and LAS files: four 16-bit numbers (version, revision, minor
+/// revision, number of keys), then four for each key, in ascending order: its id, where its values are, how
+/// many, and the value itself if it is a single 16-bit number. Source: OGC GeoTIFF 1.1 (19-008r4), and
+/// GeoTIFF 1.0 (Ritter, Ruth 2000) for older codes.
 namespace Formats::GeoTiff {
 
 constexpr std::size_t headNumbers = 4;
@@ -38,7 +39,7 @@ constexpr std::uint16_t geocentric = 3;
 constexpr std::uint16_t pixelIsArea = 1;
 constexpr std::uint16_t undefined = 0;
 constexpr std::uint16_t userDefined = 32767;
-/// Systems of the EPSG register stand with their codes from here on, below userDefined.
+/// Values from here on, below userDefined, are codes of systems in the EPSG register.
 constexpr std::uint16_t firstEpsgCode = 1024;
 
 /// GeoTIFF 1.0 names some vertical systems by the codes of their datums; EPSG has the systems themselves 600 further on.

@@ -6,8 +6,8 @@
 
 namespace Formats::Las {
 
-/// Where the parts of a point record are. Offsets are bytes from the start of the record; 0 means that the
-/// format does not have the part.
+/// The offsets of the parts of a point record, in bytes from the start of the record; 0 means that the format
+/// does not have the part.
 struct PointLayout {
     std::uint16_t naturalSize; ///< bytes without extra bytes, which follow
     std::uint16_t gpsTime;

@@ -45,7 +45,7 @@ constexpr bool isSignedExtraBytesType(unsigned type) noexcept {
     return type % 2 == 0;
 }
 
-/// The number that the eight bytes of "no data" hold.
+/// Decodes the eight bytes of "no data".
 [[nodiscard]] inline long double noDataOf(const std::uint8_t* bytes, unsigned type) noexcept {
     if (isFloatingExtraBytesType(type))
         return static_cast<long double>(loadLittleEndian<double>(bytes));
@@ -54,7 +54,7 @@ constexpr bool isSignedExtraBytesType(unsigned type) noexcept {
     return static_cast<long double>(loadLittleEndian<std::uint64_t>(bytes));
 }
 
-/// Puts a number where "no data" stands; false, and nothing is put, for one that the type cannot hold.
+/// Stores a number as "no data"; false, without storing, for one that the type cannot hold.
 [[nodiscard]] inline bool storeNoData(std::uint8_t* bytes, unsigned type, long double number) noexcept {
     const auto fits = [&](auto lowest, auto highest) {
         return number >= static_cast<long double>(lowest) && number <= static_cast<long double>(highest);
@@ -99,13 +99,13 @@ encodeExtraBytesEntry(const Encoding& encoding) {
     return entry;
 }
 
-/// Whether an entry is that of a scalar.
+/// Whether an entry describes a scalar.
 [[nodiscard]] inline bool isScalarEntry(std::span<const std::uint8_t, ExtraBytes::entrySize> entry) noexcept {
     return entry[ExtraBytes::type] >= 1 && entry[ExtraBytes::type] <= extraBytesTypes.size();
 }
 
-/// The encoding that an entry of a scalar states; its type is that of a double where the entry is none of a scalar.
-/// Scale and offset are as they are there, even if they are not used.
+/// Decodes an entry of a scalar; for other entries, only name and description are set. Scale and offset are
+/// not checked.
 template <class Encoding>
 [[nodiscard]] Encoding decodeExtraBytesEntry(std::span<const std::uint8_t, ExtraBytes::entrySize> entry) {
     const auto text = [&](std::size_t place) {

@@ -74,7 +74,7 @@ constexpr std::size_t description = 22;
 constexpr std::size_t extendedDescription = 28;
 constexpr std::size_t headSize = 54;
 constexpr std::size_t extendedHeadSize = 60;
-/// Of the payload of a record that is not an extended one.
+/// The max payload of a record that is not extended.
 constexpr std::size_t largestPayload = 65535;
 } // namespace Record
 

@@ -13,8 +13,9 @@ constexpr std::string_view projectionUser = "LASF_Projection";
 constexpr std::string_view specificationUser = "LASF_Spec";
 constexpr std::string_view laszipUser = "laszip encoded";
 
-/// Whether a record tells how points are stored in its own file, so that it is wrong in any other: descriptions of
-/// compression and extra bytes, waveforms, spatial indexes, and records that are marked as superseded.
+/// Whether a record describes how points are stored in its own file, so that it would be wrong in any other:
+/// descriptions of compression and extra bytes, waveforms, spatial indexes, and records that are marked as
+/// superseded.
 constexpr bool isBoundToItsFile(std::string_view userId, std::uint16_t recordId) noexcept {
     constexpr std::uint16_t superseded = 7;
     constexpr std::uint16_t firstWaveform = 100;

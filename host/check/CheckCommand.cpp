@@ -15,7 +15,7 @@ int CheckRequest::run() const {
     for (const std::string& file : inputs.files) {
         reports.push_back(checkFile(file, options, out.bar()));
         haveFaults = haveFaults || reports.back().hasFaults();
-        // What is found is shown at once; a check of many files takes its time.
+        // Findings are shown immediately, since checking many files may take long.
         if (!report.json)
             writeStandardOutput(findingsText(reports.back(), report.quiet));
     }

@@ -6,14 +6,14 @@
 
 namespace Tidewatch {
 
-/// `tidewatch check`: tells of files that are not what their formats say.
+/// `tidewatch check`: reports files that do not conform to their formats.
 struct CheckRequest {
-    /// The files, and how those are read that a reader reads.
+    /// The files, and options for those that are read by readers.
     InputOptions inputs;
     ReportOptions report;
 
-    /// Returns the exit status: 1 where a file has a fault. Throws Anchor::FileError where standard output cannot be
-    /// written, and Interrupted.
+    /// Returns the exit status: 1 if a file has a fault. Throws Anchor::FileError if standard output cannot
+    /// be written, and Interrupted.
     [[nodiscard]] int run() const;
 };
 

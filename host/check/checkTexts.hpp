@@ -8,8 +8,8 @@
 
 namespace Tidewatch {
 
-/// A line for each finding, "FILE: SEVERITY KIND: PLACE: MESSAGE", with the number of further ones at its end; only for
-/// faults if `faultsOnly`.
+/// A line for each finding, "FILE: SEVERITY KIND: PLACE: MESSAGE", followed by the number of further
+/// occurrences; only faults if `faultsOnly`.
 [[nodiscard]] std::string findingsText(const CheckReport& report, bool faultsOnly);
 
 /// One line: how many files there are, and how many of them have faults, warnings and notes.

@@ -12,7 +12,7 @@
 
 namespace Tidewatch {
 
-/// What all export commands have in common besides the options of the export itself.
+/// Options common to all export commands, besides those of the export itself.
 struct ExportRequest {
     InputOptions inputs;
     bool printParameters = false;
@@ -28,7 +28,7 @@ struct ExportRequest {
 /// `tidewatch las`
 struct LasRequest : ExportRequest {
     LasOptions options;
-    /// What the exporter writes at its defaults; otherwise grids are carried and files conform.
+    /// Use the exporter's defaults; otherwise grids are carried and files conform.
     bool plain = false;
     [[nodiscard]] int run() const;
 };

@@ -27,7 +27,7 @@ std::string corner(const Geom::PhysicalSpace::point& p, const Step& step) {
                        coordinateText(p.z, steps.z));
 }
 
-/// The step of the file that a grid comes from.
+/// The coordinate step of the file that a grid comes from.
 Step stepOf(const Inventory& inventory, const Inventory::Grid& grid) {
     for (const auto& input : inventory.inputs) {
         if (input.file == grid.origin)
@@ -111,7 +111,7 @@ std::string totals(const Inventory& inventory) {
                        counted(inventory.grids(), "grid"), counted(inventory.points(), "point"));
 }
 
-/// "635619.85 to 638982.55", or nothing.
+/// "635619.85 to 638982.55".
 std::string rangeText(double lower, double upper, double step) {
     return coordinateText(lower, step) + " to " + coordinateText(upper, step);
 }
@@ -159,9 +159,9 @@ std::string tableText(const std::vector<Row>& rows) {
     return text;
 }
 
-/// One file, a line for each thing.
+/// The report on a single file, a line for each property.
 std::string fileText(const Inventory::Input& input) {
-    constexpr std::size_t mostFacts = 30;
+    constexpr std::size_t maxFacts = 30;
     const Row row = rowOf(input);
     std::vector<std::pair<std::string, std::string>> lines;
     for (std::size_t column = 2; column < row.size(); ++column) {
@@ -177,10 +177,10 @@ std::string fileText(const Inventory::Input& input) {
     if (!input.notCarried.empty())
         lines.emplace_back("not read", joined(input.notCarried));
     std::string text = fmt::format("{}: {}\n", row[0], row[1]);
-    for (std::size_t i = 0; i < lines.size() && i < mostFacts; ++i)
+    for (std::size_t i = 0; i < lines.size() && i < maxFacts; ++i)
         text += fmt::format("  {:<12}  {}\n", lines[i].first, lines[i].second);
-    if (lines.size() > mostFacts)
-        text += fmt::format("  ... and {} more\n", lines.size() - mostFacts);
+    if (lines.size() > maxFacts)
+        text += fmt::format("  ... and {} more\n", lines.size() - maxFacts);
     return text;
 }
 
@@ -189,7 +189,7 @@ std::string numberText(const GridStatistics::Range& range, long double value, do
         return fmt::format("{:.0f}", value);
     if (range.name.starts_with("Positions."))
         return coordinateText(static_cast<double>(value), step);
-    // Without an exponent where that is readable.
+    // Without an exponent if that is readable.
     std::string text = range.isFloat ? fmt::format("{}", static_cast<float>(value))
                                      : fmt::format("{}", static_cast<double>(value));
     return text.ends_with(".0") ? text.substr(0, text.size() - 2) : text;

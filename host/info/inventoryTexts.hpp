@@ -8,8 +8,8 @@
 
 namespace Tidewatch {
 
-/// A table for the user with a line for each file, which ends after `mostFiles` of them; for a single file instead a line
-/// for each thing, what it states of itself among them.
+/// A table for the user with a line for each of the first `mostFiles` files; for a single file, a line for
+/// each property.
 [[nodiscard]] std::string inventoryTable(const Inventory& inventory, std::size_t mostFiles = 40);
 
 /// Grids, skeletons, charts and fields for the user: indented, columns aligned.

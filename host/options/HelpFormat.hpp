@@ -37,7 +37,7 @@ public:
                                                                         : " " + option->get_type_name();
     }
 
-    // Help texts are wrapped here, so that none has to know where its lines end.
+    // Help texts are wrapped here, so that they need no line breaks.
     std::string make_option(const CLI::Option* option, bool isPositional) const override {
         const std::string left = "  " + make_option_name(option, isPositional) + make_option_opts(option);
         const std::size_t column = get_column_width();

@@ -57,7 +57,7 @@ requires std::integral<T> || std::floating_point<T>
 /// other text and for more than 64 bits.
 [[nodiscard]] std::optional<std::uint64_t> parseByteSize(std::string_view text);
 
-/// The values between commas, each as `parse` gives it; nothing where `parse` gives nothing for one of them.
+/// Comma-separated values, each parsed by `parse`; nullopt if `parse` returns nullopt for one of them.
 template <class Parse>
 [[nodiscard]] auto parseList(std::string_view text, Parse parse) {
     using Value = typename decltype(parse(text))::value_type;
@@ -89,14 +89,14 @@ template <class Parse>
 /// A finite number greater than 0.
 [[nodiscard]] std::optional<double> positiveNumber(std::string_view text);
 
-/// "XMIN,YMIN,XMAX,YMAX[,ZMIN,ZMAX]". Nothing for any other text. Throws InvalidValue where a minimum is not below its
-/// maximum.
+/// "XMIN,YMIN,XMAX,YMAX[,ZMIN,ZMAX]". Nothing for any other text. Throws InvalidValue if a minimum is not
+/// below its maximum.
 [[nodiscard]] std::optional<PointBox> parseBox(std::string_view text);
 
-/// Numbers of classes, 0 to 255, between commas.
+/// Comma-separated class numbers, 0 to 255.
 [[nodiscard]] std::optional<std::set<std::uint8_t>> parseClasses(std::string_view text);
 
-/// "first", "last", "only" and numbers from 1 to 15, between commas.
+/// Comma-separated "first", "last", "only" and numbers from 1 to 15.
 [[nodiscard]] std::optional<ReturnChoice> parseReturns(std::string_view text);
 
 } // namespace Tidewatch

@@ -13,7 +13,7 @@
 
 namespace Tidewatch {
 
-/// How help and errors say what an option takes.
+/// How help and errors describe the value of an option.
 struct Placeholder {
     Placeholder(const std::string& inHelp) : name(inHelp), takes(inHelp) {}
     Placeholder(const char* inHelp) : Placeholder(std::string(inHelp)) {}
@@ -27,8 +27,8 @@ struct Placeholder {
     std::string takes;
 };
 
-/// Adds an option that takes one value each time it is given. `parse` returns nullopt for an invalid text, or throws
-/// InvalidValue where there is more to say than what the option takes; `store` gets each value.
+/// Adds an option that takes one value each time it is given. `parse` returns nullopt for an invalid text, or
+/// throws InvalidValue with a more specific message; `store` gets each value.
 template <class Parse, class Store>
 CLI::Option* addRepeatable(CLI::App& app, const std::string& name, const Placeholder& placeholder,
                            Parse parse, Store store, const std::string& help) {

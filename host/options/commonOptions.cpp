@@ -22,13 +22,14 @@ namespace Tidewatch {
 
 namespace {
 
-/// Extensions that tell of a format, and the command that writes it; empty for formats that are only read.
+/// Known file extensions, and the command that writes such files; empty for formats that are only read.
 constexpr std::pair<std::string_view, std::string_view> knownExtensions[] = {
     {".las", "las"},   {".laz", "las"},   {".pcd", "pcd"},   {".asc", "ascii"},
     {".grd", "ascii"}, {".xyz", "ascii"}, {".h5", "bundle"}, {".html", "view"},
     {".htm", "view"},  {".png", "view"},  {".tif", ""},      {".tiff", ""}};
 
-/// The path of a file that a command writes. Throws UsageError where it cannot be one, or tells of another format.
+/// The path of a file that a command writes. Throws UsageError if it is not a valid file name or has the
+/// extension of another format.
 std::string checkedPath(const std::string& text, const std::string& command, std::string_view writes) {
     if (text == "-")
         throw UsageError(
@@ -85,7 +86,7 @@ std::optional<std::string> gridName(std::string_view text) {
     return std::string(text);
 }
 
-/// Bytes in the largest unit that divides them.
+/// A number of bytes in the largest unit that divides it.
 std::string sizeText(std::uint64_t bytes) {
     constexpr std::string_view suffixes = "KMGT";
     std::size_t place = 0;
@@ -168,7 +169,7 @@ void addReading(CLI::App& app, InputOptions& inputs) {
             sizeText(Anchor::Cache::defaultLimit)))
         ->group(group);
     addValue(app, "--sandbox", {"WHEN", "auto or require"}, sandboxWish, inputs.requiresSandbox,
-             "auto (as far as the system has it), or require: no bundle file or raster is read without it")
+             "auto (if the system supports it), or require: do not read bundle files and rasters without it")
         ->group(group);
 }
 

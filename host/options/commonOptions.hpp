@@ -21,10 +21,10 @@ void addReading(CLI::App& command, InputOptions& inputs);
 /// `--time`, `--grid` and `--field`.
 void addFilters(CLI::App& command, Filters& filters);
 
-/// `--output` and `--overwrite` of a command that also does without.
+/// `--output` and `--overwrite` of a command for which they are optional.
 void addOptionalOutput(CLI::App& command, std::optional<std::string>& output, bool& overwrite);
 
-/// Which points to take of the inputs, and what becomes of them together.
+/// Options for choosing points of the inputs, and for merging them.
 void addPoints(CLI::App& app, InputOptions& inputs);
 
 void addReport(CLI::App& command, ReportOptions& report, const std::string& jsonHelp = "the summary as JSON");

@@ -7,7 +7,7 @@
 
 namespace Tidewatch {
 
-/// JSON whose members stay in the order in which they were set.
+/// JSON with members in the order in which they were set.
 using Json = nlohmann::ordered_json;
 
 /// A document for standard output. Names from files may contain invalid UTF-8, which is replaced by U+FFFD.

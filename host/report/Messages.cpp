@@ -33,7 +33,7 @@ std::string_view cut(std::string_view text, std::size_t width) {
     return text;
 }
 
-/// The exporters' own texts for what they leave out.
+/// Whether a message of an exporter says that it leaves something out.
 bool tellsOfSomethingMissing(std::string_view message) {
     constexpr std::string_view phrases[] = {"Have no ", "can only ", "Can only ", "Cannot "};
     return std::any_of(std::begin(phrases), std::end(phrases), [&](std::string_view phrase) {
@@ -56,7 +56,7 @@ Messages::~Messages() {
     try {
         status({});
     } catch (...) {
-        // The only consequence is that the status line stays on the screen.
+        // The only consequence is that the status line remains on the screen.
     }
 }
 

@@ -12,14 +12,14 @@ namespace Tidewatch {
 /// The program's standard error: lines of text, and below them, on a terminal, one status line that is
 /// redrawn in place.
 ///
-/// For use by one thread. As long as it exists, console messages of the libraries go here, too, one line
-/// each, as far as the verbosity lets them.
+/// For use by one thread. During its lifetime, console messages of the libraries go here, too, one line each,
+/// subject to the verbosity.
 class Messages {
 public:
     enum class Verbosity {
         /// Everything.
         Verbose,
-        /// Of what exporters write to the console, only what says that something is not written.
+        /// Of the exporters' console messages, only those that say that something is not written.
         Normal,
         /// Errors only.
         Quiet

@@ -17,7 +17,7 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr std::chrono::milliseconds redrawInterval{100};
 constexpr std::chrono::seconds lineInterval{1};
-// Rates over a shorter time fluctuate.
+// Rates over a shorter time fluctuate too much.
 constexpr Seconds settlingTime{0.5};
 constexpr int barWidth = 24;
 

@@ -24,7 +24,7 @@ Report::Report(const ReportOptions& options, std::string command)
 
 bool Report::acceptLosses(const std::vector<Loss>& losses, const LossPolicy& policy) {
     const bool isRefused = policy.refuses(losses);
-    // Hundreds of inputs give hundreds of texts of one kind.
+    // Hundreds of inputs may give hundreds of messages of one kind.
     constexpr std::size_t shownOfKind = 3;
     std::map<std::string, std::vector<const Loss*>> byKind;
     std::vector<std::string> kinds; // in their order
@@ -44,7 +44,7 @@ bool Report::acceptLosses(const std::vector<Loss>& losses, const LossPolicy& pol
     };
     for (const std::string& kind : kinds) {
         const auto& ofKind = byKind[kind];
-        // Instead of one line less, one text more.
+        // If only one message would be left, it is shown instead of the line about it.
         const std::size_t shown = ofKind.size() > shownOfKind ? shownOfKind - 1 : ofKind.size();
         for (std::size_t i = 0; i < shown; ++i)
             print(ofKind[i]->message);

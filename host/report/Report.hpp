@@ -16,7 +16,7 @@ struct ReportOptions {
     ProgressMode progress = ProgressMode::Automatic;
     /// Print only errors and output that an option requested.
     bool quiet = false;
-    /// Print what the exporters themselves say, even where nothing depends on it.
+    /// Print all messages of the exporters, even unimportant ones.
     bool verbose = false;
     bool json = false;
 };
@@ -30,10 +30,11 @@ public:
     [[nodiscard]] Messages& messages() noexcept { return messages_; }
     [[nodiscard]] const Anchor::StrongPtr<ProgressBar>& bar() const noexcept { return bar_; }
 
-    /// Prints the losses, some of each kind: as warnings, or as errors where they are refused. False if one is refused.
+    /// Prints the losses, some of each kind: as warnings, or as errors if they are refused. False if one is
+    /// refused.
     [[nodiscard]] bool acceptLosses(const std::vector<Loss>& losses, const LossPolicy& policy);
 
-    /// Prints remarks as warnings, and of many only the first.
+    /// Prints remarks as warnings; of many, only the first ones.
     void printNotes(const std::vector<std::string>& notes);
 
     /// Writes the summary of the files in place to standard output. Throws Anchor::FileError.

@@ -9,8 +9,8 @@ namespace Tidewatch {
 /// example to a closed pipe.
 void writeStandardOutput(std::string_view text);
 
-/// Opens those of the descriptors 0 to 2 without which the program was started, so that no output file gets
-/// one of these numbers. The descriptors opened here cannot be written to.
+/// Opens those of the descriptors 0 to 2 that are closed, so that no output file gets one of these numbers.
+/// The descriptors opened here cannot be written to.
 void openMissingStandardStreams();
 
 } // namespace Tidewatch

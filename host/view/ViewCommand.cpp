@@ -33,7 +33,7 @@ std::string titleOf(const std::vector<std::string>& files) {
     return title;
 }
 
-/// The place of a page in the user's cache (XDG Base Directory Specification).
+/// The path of a page in the user's cache (XDG Base Directory Specification).
 std::string cachePath(const std::vector<std::string>& files) {
     const char* const cache = std::getenv("XDG_CACHE_HOME");
     fs::path folder;
@@ -43,7 +43,7 @@ std::string cachePath(const std::vector<std::string>& files) {
         const char* const home = std::getenv("HOME");
         if (home == nullptr || *home == '\0')
             throw UsageError(
-                "without HOME in the environment there is no cache for the page; say where it is to be with -o");
+                "HOME is not set, so there is no cache folder for the page; name a file with -o");
         folder = fs::path(home) / ".cache";
     }
     return (folder / "tidewatch" / (fs::path(files.front()).filename().string() + ".html")).string();
@@ -102,13 +102,13 @@ int ViewRequest::run() const {
     if (!isPicture && (size || color))
         throw UsageError("--size and --color are options of pictures");
     if (!isPicture && !canMakeViewPages())
-        throw UsageError("pages are not in this build, since npm's packages were not there when it was made "
-                         "(scripts/setup.sh installs them); pictures are: -o FILE.png");
+        throw UsageError("this build cannot write pages, since npm's packages were not installed for it "
+                         "(scripts/setup.sh installs them); -o FILE.png writes a picture");
     ViewRequest job = *this;
     selectInputs(job.inputs, job.filters);
     Report out(report, "view");
     const Inputs read(job.inputs, out.bar());
-    // Points are taken in proportion to what there is.
+    // Points are chosen in proportion to their number.
     read.countChosen();
     ViewFile file(output ? *output : cachePath(inputs.files), overwrite || !output, read.identities());
     return isPicture ? makePicture(job, out, read, file, titleOf(inputs.files))

@@ -20,19 +20,20 @@ struct ViewRequest {
     /// Ends in .html or .png; nothing stands for a page in the user's cache, which is opened.
     std::optional<std::string> output;
     bool overwrite = false;
-    /// Of pages.
+    /// For pages.
     std::optional<std::uint64_t> points;
-    /// Of pictures.
+    /// For pictures.
     std::optional<ViewPictureOptions::Size> size;
     std::optional<ViewPictureOptions::Colors> color;
     ReportOptions report;
 
-    /// Gives the exit status. Throws UsageError for options of the other kind of output, Anchor::Error when an input cannot
-    /// be read or the file cannot be written, and Interrupted; then nothing has been put in place.
+    /// Returns the exit status. Throws UsageError for options of the other kind of output, Anchor::Error when
+    /// an input cannot be read or the file cannot be written, and Interrupted; then nothing has been put in
+    /// place.
     [[nodiscard]] int run() const;
 };
 
-/// Whether a path is meant for a picture.
+/// Whether a path is that of a picture.
 [[nodiscard]] bool isPicturePath(const std::string& path);
 
 } // namespace Tidewatch

@@ -9,7 +9,7 @@
 namespace Tidewatch {
 
 bool openInBrowser(const std::string& path) {
-    // What it says is not ours to show, and it may go on for as long as the browser does.
+    // Its output must not appear on our terminal, and it may run as long as the browser.
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -17,7 +17,7 @@ bool openInBrowser(const std::string& path) {
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    // A session of its own: a signal for this program's terminal must not end the browser.
+    // In a separate session, so that a signal from this program's terminal does not end the browser.
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
     std::string program = "xdg-open";
     // An absolute path is never taken for an option.

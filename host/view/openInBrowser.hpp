@@ -5,7 +5,7 @@
 
 namespace Tidewatch {
 
-/// Opens a file with the desktop's own program (xdg-open) and does not wait for it. False where there is none.
+/// Opens a file with xdg-open without waiting for it. False if it is not installed.
 [[nodiscard]] bool openInBrowser(const std::string& path);
 
 } // namespace Tidewatch

@@ -277,8 +277,9 @@ void Finder::findCells(const std::string& field) {
     using ConvLib::ValueChange;
     const auto cells = [](std::uint64_t count) { return counted(count, "cell"); };
     // Zero is a type like any other in files that state types of their own.
-    const std::uint64_t valueless =
-        planned_.isSingleFile && !choosesCells_ && field != settings_.filterField ? exported_.changed(field, ValueChange::Valueless).count : 0;
+    const std::uint64_t valueless = planned_.isSingleFile && !choosesCells_ && field != settings_.filterField
+                                        ? exported_.changed(field, ValueChange::Valueless).count
+                                        : 0;
     if (valueless != 0)
         add("no-data",
             "{} of {} without a value are written as numbers; --cell-types 1 makes no-data of them",

@@ -13,12 +13,12 @@
 
 namespace Tidewatch {
 
-/// Something that a check of a file found.
+/// A finding of a check.
 struct CheckFinding {
     enum class Severity : std::uint8_t {
-        /// The file is not what its format says.
+        /// The file violates its format.
         Fault,
-        /// It is, but readers may misunderstand it.
+        /// The file is valid, but readers may misinterpret it.
         Warning,
         /// Worth knowing.
         Note
@@ -30,7 +30,7 @@ struct CheckFinding {
     /// Where in the file: "header", "point 17", "line 12"; the first place of several. Empty for the whole file.
     std::string place;
     std::string message;
-    /// How many there are of this kind and severity.
+    /// The number of occurrences of this kind and severity.
     std::uint64_t count = 1;
 };
 
@@ -40,29 +40,30 @@ struct CheckFinding {
 /// All kinds of findings, in the order of docs/check.md.
 [[nodiscard]] TIDEWATCH_API std::span<const std::string_view> checkKinds() noexcept;
 
-/// What a check found in one file.
+/// The findings of a check of one file.
 class TIDEWATCH_API CheckReport {
 public:
     explicit CheckReport(std::string file);
 
-    /// The path as it was given.
+    /// The path as given.
     [[nodiscard]] const std::string& file() const noexcept { return file_; }
-    /// What kind of file it is, for people: "LAS 1.4, point format 7, compressed"; empty where that is not known.
+    /// The kind of file, for messages: "LAS 1.4, point format 7, compressed"; empty if unknown.
     [[nodiscard]] const std::string& format() const noexcept { return format_; }
     void setFormat(std::string format) { format_ = std::move(format); }
 
     /// Faults first, then warnings, then notes, each in the order in which they were found.
     [[nodiscard]] const std::vector<CheckFinding>& findings() const noexcept { return findings_; }
-    /// Findings of a severity; those that are summed up in one count as one.
+    /// The number of findings() of a severity.
     [[nodiscard]] std::size_t number(CheckFinding::Severity severity) const noexcept;
     [[nodiscard]] bool hasFaults() const noexcept { return number(CheckFinding::Severity::Fault) != 0; }
 
-    /// Findings of one kind and severity become one, which keeps place and message of the first.
+    /// Adds a finding. Findings of the same kind and severity are combined, with place and message of the
+    /// first.
     void add(CheckFinding finding);
     void fault(std::string_view kind, std::string place, std::string message, std::uint64_t count = 1);
     void warning(std::string_view kind, std::string place, std::string message, std::uint64_t count = 1);
     void note(std::string_view kind, std::string place, std::string message, std::uint64_t count = 1);
-    /// A fault that an Anchor::Error "file: place: message" tells of.
+    /// Adds a fault from the text of an Anchor::Error, "file: place: message".
     void faultOf(std::string_view kind, const std::string& error);
 
 private:

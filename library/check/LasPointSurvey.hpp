@@ -13,10 +13,10 @@
 
 namespace Tidewatch {
 
-/// What one pass over the points of a LAS file learns of them, in constant memory.
+/// Statistics from one pass over the points of a LAS file, in constant memory.
 class LasPointSurvey {
 public:
-    /// Points with some property, and the first of them, counted from 0.
+    /// The number of points with some property, and the index of the first.
     struct Occurrence {
         std::uint64_t count = 0;
         std::uint64_t first = 0;
@@ -44,7 +44,7 @@ public:
     /// Watches two of the extra bytes at an offset, see isLate().
     void watch(std::size_t offset) noexcept;
 
-    /// The next points of the file.
+    /// Takes the next points of the file.
     void take(std::span<const Las::Point> block) noexcept;
 
     std::uint64_t points = 0;
@@ -58,9 +58,9 @@ public:
     Occurrence timesOutsideWeek;  ///< GPS times that are not seconds of a week
     Range<std::int16_t> angles;
     Range<double> times;      ///< of those that are finite
-    std::uint16_t colors = 0; ///< all bits that are set in some colour
+    std::uint16_t colors = 0; ///< bitwise OR of all colour values
 
-    /// Whether the watched bytes are zeros in the first point and not in all.
+    /// Whether the watched bytes are zero in the first point but not in all points.
     [[nodiscard]] bool isLate() const noexcept { return firstIsZero_ && othersAreNot_; }
 
 private:

@@ -20,7 +20,7 @@ public:
     /// `progress` may be null. Throws Anchor::FileError.
     explicit ByteReader(const std::string& path, Anchor::StrongPtr<Progress> progress = {});
 
-    /// Nothing behind the end. Throws Anchor::FileError, and what `progress` throws.
+    /// Nothing at the end. Throws Anchor::FileError, and what `progress` throws.
     [[nodiscard]] std::optional<std::uint8_t> next() {
         if (used_ == filled_ && !fill())
             return std::nullopt;
@@ -42,8 +42,8 @@ private:
     std::uint64_t begin_ = 0;
 };
 
-/// Takes a text file apart into words and lines; words end at blanks. In constant memory: of a word longer than
-/// longestWord, the rest is left out.
+/// Splits a text file into words, separated by blanks, and lines. In constant memory: words are truncated to
+/// longestWord.
 class TextScanner {
 public:
     enum class Item { Word, LineEnd, FileEnd };
@@ -54,7 +54,7 @@ public:
     explicit TextScanner(const std::string& path, const Anchor::StrongPtr<Progress>& progress = {})
         : bytes_(path, progress) {}
 
-    /// The end of the last line is reported even if the file does not end it. Throws what ByteReader throws.
+    /// The end of the last line is reported even if the newline is missing. Throws what ByteReader throws.
     [[nodiscard]] Item next();
 
     /// The last word; valid until the next call of next().
@@ -64,7 +64,7 @@ public:
     [[nodiscard]] std::uint64_t line() const noexcept { return line_; }
     [[nodiscard]] std::string place() const;
 
-    /// The place in the file behind the last item, in bytes.
+    /// The offset in the file after the last item, in bytes.
     [[nodiscard]] std::uint64_t position() const noexcept { return bytes_.position() - (pending_ ? 1 : 0); }
     [[nodiscard]] std::uint64_t size() const noexcept { return bytes_.size(); }
 
@@ -77,16 +77,16 @@ private:
     bool lineBegun_ = false;
 };
 
-/// A whole word as a number, infinities and NaN among them; nothing for anything else.
+/// Parses a word as a number, including infinities and NaN; nothing if it is not one.
 [[nodiscard]] std::optional<double> numberOf(std::string_view word) noexcept;
 
-/// A whole word as a count; nothing for anything else.
+/// Parses a word as a count; nothing if it is not one.
 [[nodiscard]] std::optional<std::uint64_t> countOf(std::string_view word) noexcept;
 
-/// Words in which letters are compared without regard to case.
+/// Compares two words, ignoring the case of letters.
 [[nodiscard]] bool isSameWord(std::string_view a, std::string_view b) noexcept;
 
-/// Something that is found at many places; the first is kept.
+/// Counts occurrences, and keeps place and message of the first.
 struct Repeated {
     std::uint64_t count = 0;
     std::string place;

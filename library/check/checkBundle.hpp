@@ -5,8 +5,8 @@
 
 namespace Tidewatch {
 
-/// Checks a file by reading all of it with the registered readers: every array is created once, and released before the
-/// next one is.
+/// Checks a file by reading all of it with the registered readers: every array is created and released, one
+/// at a time.
 void checkBundle(CheckReport& report, const CheckOptions& options,
                  const Anchor::StrongPtr<Progress>& progress);
 

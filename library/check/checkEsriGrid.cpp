@@ -30,25 +30,25 @@ constexpr std::array<std::string_view, 10> keys{"ncols",     "nrows",       "xll
 
 constexpr std::string_view usualNoData = "-9999";
 
-/// The key that a word is, or nothing.
+/// The header key that a word is, or nothing.
 std::optional<std::string_view> keyOf(std::string_view word) {
     const auto* const key = std::find_if(keys.begin(), keys.end(),
                                          [&](std::string_view known) { return isSameWord(known, word); });
     return key != keys.end() ? std::optional(*key) : std::nullopt;
 }
 
-/// The header of a grid, which may be unfinished or wrong.
+/// The header of a grid, which may be incomplete or wrong.
 class GridHeader {
 public:
-    /// `line` is that of the header's first entry.
+    /// `place` is that of the header's first entry.
     explicit GridHeader(std::string place) : place_(std::move(place)) {}
 
     void take(std::string_view key, std::string_view value, CheckReport& report) {
         if (!values_.emplace(key, value).second)
-            report.fault(Kind::header, place_, fmt::format("{} is there twice", key));
+            report.fault(Kind::header, place_, fmt::format("{} appears twice", key));
     }
 
-    /// Whether rows of values can be told apart by it.
+    /// Returns whether the numbers of columns and rows are known.
     bool check(CheckReport& report) {
         const auto isThere = [&](const char* key) { return values_.contains(key); };
         bool isUsable = true;
@@ -117,7 +117,7 @@ private:
             if (entry->second == "0.000")
                 report.warning(Kind::cellSize, place_,
                                name +
-                                   " is 0.000: cells of less than 0.0005 come to nothing in three decimals");
+                                   " is 0.000: cells of less than 0.0005 are rounded to 0 in three decimals");
             else if (!size || !std::isfinite(*size) || !(*size > 0))
                 report.fault(Kind::cellSize, place_, fmt::format("{} is {}", name, shown(name)));
         }
@@ -141,8 +141,8 @@ private:
     std::map<std::string, std::string, std::less<>> values_;
 };
 
-/// Whether a file is a sequence of grids as the exporter writes those of bytes with a precision: each value the character
-/// of its code, between two blanks. The characters may be blanks and ends of lines themselves.
+/// Detects a sequence of grids of bytes as the exporter writes them with a precision: each value as the
+/// character with its code, between two blanks. The characters may be blanks and newlines themselves.
 class CharacterGrids {
 public:
     explicit CharacterGrids(const std::string& path) : bytes_(path) {}
@@ -163,7 +163,7 @@ private:
         return byte_.has_value();
     }
 
-    /// Takes the text; false where something else stands there.
+    /// Consumes the text; false if something else is there.
     bool take(std::string_view text) {
         for (const char character : text) {
             if (byte_ != static_cast<std::uint8_t>(character))
@@ -213,7 +213,7 @@ private:
     bool takeCell() {
         if (byte_ != static_cast<std::uint8_t>(' '))
             return take("-9999. ");
-        // Whatever the character is.
+        // Any character.
         return advance() && (advance(), take(" "));
     }
 
@@ -245,7 +245,7 @@ public:
     }
 
 private:
-    /// Begins at a word and ends at the first word of another grid, or at the end of the file.
+    /// Starts at a word and stops at the first word of another grid, or at the end of the file.
     Item takeGrid() {
         GridHeader header(scanner_.place());
         Item item = Item::Word;

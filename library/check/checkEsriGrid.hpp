@@ -7,11 +7,11 @@
 
 namespace Tidewatch {
 
-/// Whether a file that begins so is an ESRI ASCII grid.
+/// Whether a file that begins with `head` is an ESRI ASCII grid.
 [[nodiscard]] bool looksLikeEsriGrid(std::string_view head);
 
-/// Checks an ESRI ASCII grid (Esri, "Esri ASCII raster format"), or several of them one behind the other, and the .prj file
-/// beside it.
+/// Checks an ESRI ASCII grid (Esri, "Esri ASCII raster format"), or several consecutive ones, and the .prj
+/// file beside it.
 void checkEsriGrid(CheckReport& report, const Anchor::StrongPtr<Progress>& progress);
 
 } // namespace Tidewatch

@@ -24,7 +24,7 @@ namespace Tidewatch {
 
 namespace {
 
-/// Whether all of a text may be words of numbers.
+/// Whether a text may consist of numbers only.
 bool isOfNumbers(std::string_view head) {
     constexpr std::string_view characters = "0123456789+-.,;eE \t\r\nnainf";
     return head.find_first_not_of(characters) == std::string_view::npos &&
@@ -34,7 +34,7 @@ bool isOfNumbers(std::string_view head) {
 bool isPcd(std::string_view head) {
     if (head.starts_with("# .PCD"))
         return true;
-    // Comments may stand before the first entry.
+    // Comments may precede the first entry.
     while (head.starts_with('#')) {
         const std::size_t end = head.find('\n');
         if (end == std::string_view::npos)
@@ -52,7 +52,7 @@ bool isWellKnownText(std::string_view head) {
                        [&](std::string_view word) { return head.starts_with(word); });
 }
 
-/// What files that a check has nothing to say of are; empty for all others.
+/// Why a file is not checked; empty for all others.
 std::string_view unchecked(std::string_view head) {
     if (head.starts_with("\x89PNG\r\n"))
         return "pictures are not checked";
@@ -65,7 +65,7 @@ std::string_view unchecked(std::string_view head) {
 }
 
 void checkEmpty(CheckReport& report) {
-    // The exporter leaves such files where cells have no types.
+    // The exporter writes such files when cells have no types.
     const std::string extension = std::filesystem::path(report.file()).extension();
     if (extension == ".grd" || extension == ".asc")
         report.note(Kind::notChecked, {}, "the file is empty; tidewatch ascii says why when it writes one");

@@ -42,7 +42,7 @@ std::string pointPlace(std::uint64_t point) {
     return fmt::format("point {}", point);
 }
 
-/// The kind of what the reader refuses, by the object that its message names.
+/// The kind of an error of the reader, by the object that its message names.
 std::string_view kindOf(const CheckReport& report, std::string_view message) {
     const std::string prefix = report.file() + ": ";
     if (message.starts_with(prefix))
@@ -80,7 +80,7 @@ public:
         checkReferenceSystem();
         if (!decode(progress))
             return;
-        // What else tells that a file has the contract's habits decides how sure the findings of these are.
+        // In this order: earlier checks set isPlain_, which decides the severity of later findings.
         checkScanAngles();
         checkShift();
         checkColors();
@@ -92,8 +92,8 @@ public:
     }
 
 private:
-    /// A habit that the exporters keep on purpose: a warning where the file is known to have such habits, else a note.
-    void habit(std::string_view kind, std::string place, std::string message) {
+    /// A deliberate quirk of the exporters: a warning if the file is known to have such quirks, else a note.
+    void quirk(std::string_view kind, std::string place, std::string message) {
         report_.add({std::string(kind), isPlain_ ? Severity::Warning : Severity::Note, std::move(place),
                      std::move(message), 1});
     }
@@ -118,7 +118,7 @@ private:
     void checkCounts() {
         if (header_.versionMinor < 4)
             return;
-        // The reader has seen to it that the two do not contradict each other.
+        // The reader has already checked that the two do not contradict each other.
         if (header_.longPointCount == 0 && header_.legacyPointCount != 0)
             report_.fault(Kind::pointCount, "header",
                           fmt::format("the number of points is stated as 0 and, in the legacy field, as {}",
@@ -150,7 +150,7 @@ private:
         const double next = std::nextafter(std::abs(offset), std::numeric_limits<double>::infinity());
         if (next - std::abs(offset) > step)
             report_.warning(Kind::coordinateStep, "header",
-                            fmt::format("{} has steps of {}, which numbers of 64 bits cannot tell apart at "
+                            fmt::format("{} has steps of {}, which double precision cannot resolve at "
                                         "its offset of {}",
                                         axisNames[axis], step, offset));
     }
@@ -177,13 +177,13 @@ private:
         if (described >= extra)
             return;
         isPlain_ = isPlain_ || isOwn_;
-        habit(Kind::undescribedBytes, "points",
+        quirk(Kind::undescribedBytes, "points",
               fmt::format("nothing describes the last {} of their {} bytes{}", extra - described,
                           header_.recordLength,
                           isOwn_ ? "; tidewatch las without --plain writes none of that kind" : ""));
     }
 
-    /// Bytes behind plain points; where compressed ones end, the reader has checked.
+    /// Bytes after uncompressed points; for compressed ones, the reader has checked where they end.
     void checkUnusedBytes() {
         if (header_.compressed || header_.versionMinor == 3 || header_.layout().wavePacket != 0)
             return;
@@ -191,7 +191,7 @@ private:
         const std::uint64_t next = header_.evlrCount != 0 ? header_.evlrOffset : file_->open().size();
         if (next > end)
             report_.warning(Kind::unusedBytes, fmt::format("byte {}", end),
-                            fmt::format("{} behind the {} that the header states belong to nothing",
+                            fmt::format("{} after the {} that the header states are unused",
                                         counted(next - end, "byte"), counted(header_.pointCount, "point")));
     }
 
@@ -278,10 +278,10 @@ private:
     void checkShift() {
         if (!survey_.isLate())
             return;
-        // The number 0 stands for -25, less than anything reflects; an amplitude of 0 may be one.
+        // A stored reflectance of 0 means -25, which is below any real one; an amplitude of 0 may be real.
         isPlain_ =
             isPlain_ || std::find(watched_.begin(), watched_.end(), "BSG_Reflectance") != watched_.end();
-        habit(
+        quirk(
             Kind::shiftedAttributes, "points",
             fmt::format("{}: the first point has zeros, as where each point carries the values of the point "
                         "before; tidewatch las without --plain gives each point its own",
@@ -291,7 +291,7 @@ private:
     void checkColors() {
         if (survey_.colors == 0 || survey_.colors > std::numeric_limits<std::uint8_t>::max())
             return;
-        habit(
+        quirk(
             Kind::colorDepth, "points",
             fmt::format("colours stay within 0 to 255, where LAS wants 16 bits{}",
                         isOwn_ ? "; tidewatch las without --plain stretches those of fields of 8 bits" : ""));
@@ -301,7 +301,7 @@ private:
         const auto& stated = header_.countsByReturn;
         for (std::size_t i = 0; i < stated.size(); ++i) {
             const std::uint64_t found = survey_.byReturn[i + 1];
-            // Points that state no return number count as first returns with many writers.
+            // Many writers count points without a return number as first returns.
             const bool isFine = stated[i] == found || (i == 0 && stated[i] == found + survey_.byReturn[0]);
             if (isFine)
                 continue;
@@ -325,7 +325,7 @@ private:
             const double upper = std::max(ends[0], ends[1]);
             const double statedLower = header_.minimum[axis];
             const double statedUpper = header_.maximum[axis];
-            // Headers are often made of coordinates before they are rounded to steps.
+            // Headers are often computed from coordinates before rounding.
             const double tolerance =
                 std::abs(header_.scale[axis]) +
                 8 * std::numeric_limits<double>::epsilon() * std::max(std::abs(lower), std::abs(upper));
@@ -341,13 +341,13 @@ private:
     }
 
     void checkClasses() {
-        // "ASPRS Standard Point Classes": what lies between the defined ones and those for users is reserved.
+        // "ASPRS Standard Point Classes": those between the defined and the user-definable ones are reserved.
         const unsigned firstReserved = isExtended() ? 23 : 13;
         const unsigned firstForUsers = isExtended() ? 64 : 32;
         for (unsigned number = firstReserved; number < firstForUsers; ++number)
             noteClass(number, "is reserved");
         if (isExtended())
-            noteClass(12, "is reserved: overlap is a flag of its own");
+            noteClass(12, "is reserved: overlap is a separate flag");
     }
 
     void noteClass(unsigned number, std::string_view why) {
@@ -380,7 +380,7 @@ private:
                         coordinateText(survey_.times.lowest, millisecond),
                         coordinateText(survey_.times.highest, millisecond));
         if (isOwn_)
-            habit(Kind::gpsTime, pointPlace(survey_.timesOutsideWeek.first),
+            quirk(Kind::gpsTime, pointPlace(survey_.timesOutsideWeek.first),
                   message +
                       "; tidewatch las says so where its input does not say otherwise, and with --plain");
         else
@@ -391,9 +391,9 @@ private:
     CheckReport& report_;
     std::shared_ptr<const LasFile> file_;
     const LasHeader& header_;
-    /// Whether the exporter of this project wrote it.
+    /// Whether this project's exporter wrote the file.
     bool isOwn_;
-    /// Whether it is known to be written without the settings that avoid the exporter's habits.
+    /// Whether it was certainly written without the settings that avoid the exporter's quirks.
     bool isPlain_ = false;
     LasPointSurvey survey_;
     std::vector<std::string> watched_;

@@ -5,8 +5,8 @@
 
 namespace Tidewatch {
 
-/// Checks a LAS or LAZ file (LAS 1.4 R15 and the versions before it). What the reader refuses is a fault; everything
-/// else is found here. The points are decoded once, block by block.
+/// Checks a LAS or LAZ file (LAS 1.4 R15 and the versions before it). Errors of the reader are faults; other
+/// findings are made here. The points are decoded once, block by block.
 void checkLas(CheckReport& report, const Anchor::StrongPtr<Progress>& progress);
 
 } // namespace Tidewatch

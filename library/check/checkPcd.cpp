@@ -25,7 +25,7 @@ using Item = TextScanner::Item;
 constexpr std::array<std::string_view, 10> entryNames{"VERSION", "FIELDS", "SIZE",      "TYPE",   "COUNT",
                                                       "WIDTH",   "HEIGHT", "VIEWPOINT", "POINTS", "DATA"};
 
-/// A value of one point: which numbers it may be.
+/// The type of one value of a point.
 struct Column {
     char type = 'F';
     unsigned size = 4;
@@ -70,17 +70,17 @@ public:
 private:
     void fault(std::string message) { report_.fault(Kind::header, "header", std::move(message)); }
 
-    /// Up to and with the line of DATA.
+    /// Reads up to and including the DATA line.
     void readHeader() {
-        constexpr std::uint64_t mostLines = 1000;
+        constexpr std::uint64_t maxLines = 1000;
         std::vector<std::string> words;
-        while (scanner_.line() <= mostLines) {
+        while (scanner_.line() <= maxLines) {
             const Item item = scanner_.next();
             if (item == Item::FileEnd)
                 return;
             if (item == Item::Word) {
-                constexpr std::size_t mostWords = 10'000;
-                if (words.size() < mostWords)
+                constexpr std::size_t maxWords = 10'000;
+                if (words.size() < maxWords)
                     words.emplace_back(scanner_.word());
                 continue;
             }
@@ -90,7 +90,7 @@ private:
         }
     }
 
-    /// True for the line of DATA.
+    /// True for the DATA line.
     bool takeLine(const std::vector<std::string>& words) {
         if (words.empty())
             return false;
@@ -110,7 +110,7 @@ private:
             return false;
         }
         if (!entries_.emplace(words.front(), std::vector<std::string>(words.begin() + 1, words.end())).second)
-            fault(words.front() + " is there twice");
+            fault(words.front() + " appears twice");
         if (known < lastEntry_)
             fault(words.front() +
                   " is not in its place: the order is VERSION, FIELDS, SIZE, TYPE, COUNT, WIDTH, "
@@ -119,11 +119,11 @@ private:
         return words.front() == "DATA";
     }
 
-    /// False where the data cannot be understood.
+    /// False if the data cannot be checked.
     bool interpretHeader() {
         bool isComplete = true;
         for (const std::string_view name : entryNames) {
-            // Older versions have neither of the two.
+            // Older versions have neither.
             if (name == "COUNT" || name == "VIEWPOINT" || entries_.contains(std::string(name)))
                 continue;
             fault(std::string(name) + " is missing");
@@ -162,9 +162,9 @@ private:
             const bool isNumber = type == "F" ? size == 4U || size == 8U
                                               : (type == "I" || type == "U") &&
                                                     (size == 1U || size == 2U || size == 4U || size == 8U);
-            constexpr std::uint64_t mostValues = 1'000'000;
-            if (!isNumber || !count || *count < 1 || *count > mostValues ||
-                columns_.size() + *count > mostValues) {
+            constexpr std::uint64_t maxValues = 1'000'000;
+            if (!isNumber || !count || *count < 1 || *count > maxValues ||
+                columns_.size() + *count > maxValues) {
                 fault(fmt::format("the field \"{}\" has the size {}, the type {} and the count {}",
                                   Anchor::printable(fields[i]), Anchor::printable(sizes[i]),
                                   Anchor::printable(type), Anchor::printable(counts[i])));
@@ -251,7 +251,7 @@ private:
             return;
         const std::string message =
             fmt::format("{} are stated, and {} follow", counted(points_, "point"), counted(lines, "line"));
-        // The exporter counts the points before it thins them.
+        // The exporter counts the points before thinning.
         if (isOwn_ && lines < points_)
             report_.warning(Kind::pointCount, "header",
                             message + "; with --exact-counts tidewatch pcd states the number of lines");
@@ -291,9 +291,8 @@ private:
                 Kind::points, place,
                 fmt::format("the data has {}, {} are stated", counted(available, "byte"), grouped(needed)));
         else if (available > needed)
-            report_.warning(
-                Kind::unusedBytes, fmt::format("byte {}", begin + needed),
-                fmt::format("{} behind the data belong to nothing", counted(available - needed, "byte")));
+            report_.warning(Kind::unusedBytes, fmt::format("byte {}", begin + needed),
+                            fmt::format("{} after the data are unused", counted(available - needed, "byte")));
     }
 
     CheckReport& report_;
@@ -303,7 +302,7 @@ private:
     std::vector<Column> columns_;
     std::uint64_t pointSize_ = 0;
     std::uint64_t points_ = 0;
-    /// Whether the exporter of this project wrote it.
+    /// Whether this project's exporter wrote the file.
     bool isOwn_ = false;
 };
 

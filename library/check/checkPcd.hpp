@@ -5,8 +5,8 @@
 
 namespace Tidewatch {
 
-/// Checks a PCD file (Point Cloud Library, "PCD (Point Cloud Data) file format", version .7): its header, and the values
-/// of data in text; of binary data only its size.
+/// Checks a PCD file (Point Cloud Library, "PCD (Point Cloud Data) file format", version .7): its header and,
+/// for ascii data, the values; for binary data only the size.
 void checkPcd(CheckReport& report, const Anchor::StrongPtr<Progress>& progress);
 
 } // namespace Tidewatch

@@ -20,7 +20,7 @@ void checkSystem(CheckReport& report, const std::string& place, const Sheaf::Gri
                        "the well-known text of the coordinate reference system cannot be read");
     else if (!system.unreadable.empty())
         report.note(Kind::unreadableSystem, place,
-                    "of the coordinate reference system is not read: " +
+                    "a part of the coordinate reference system is not read: " +
                         Anchor::printable(system.unreadable));
 }
 

@@ -52,7 +52,7 @@ std::span<const std::uint8_t> bytesOf(std::span<const Sheaf::FileRecord> records
                                    : std::span<const std::uint8_t>();
 }
 
-/// What GDAL says of keys: well-known text, or why there is none.
+/// GDAL's answer for keys: well-known text, or why there is none.
 struct Answer {
     std::string text = {};
     std::string reason = {};
@@ -68,7 +68,7 @@ Answer ask(const GeoKeyBytes& keys) {
     }
 }
 
-/// The same, asked once: thousands of tiles state the same keys, and each question takes a process.
+/// The same, cached: thousands of tiles may have the same keys, and each query takes a process.
 const Answer& askOnce(const GeoKeyBytes& keys) {
     static auto* const known = new std::map<std::array<std::string, 3>, Answer>;
     static std::mutex mutex;
@@ -83,7 +83,7 @@ const Answer& askOnce(const GeoKeyBytes& keys) {
     return entry->second;
 }
 
-/// The keys of a sound directory but those of vertical systems.
+/// The keys of a valid directory without those of vertical systems.
 std::vector<std::uint8_t> withoutVertical(std::span<const std::uint8_t> directory) {
     constexpr std::size_t headSize = 2 * Tiff::headNumbers;
     constexpr std::size_t keySize = 2 * Tiff::keyNumbers;
@@ -162,7 +162,7 @@ private:
             askForHorizontal(fmt::format("{} in the unit EPSG:{}", horizontal_, unit));
     }
 
-    /// A system of GDAL's that says what the keys state; nothing for one that GDAL has filled in.
+    /// The system in GDAL's answer; nothing if GDAL has made up parts of it.
     [[nodiscard]] static std::optional<ReferenceSystem> systemOf(const Answer& answer) {
         const bool isMadeUp = answer.text.find("unretrievable") != std::string::npos;
         if (answer.text.empty() || isMadeUp)
@@ -176,7 +176,7 @@ private:
         }
     }
 
-    /// For what codes do not say.
+    /// For what codes do not express.
     void askForHorizontal(const std::string& what) {
         horizontal_.clear();
         const std::vector<std::uint8_t> directory = withoutVertical(bytes_.directory);
@@ -186,7 +186,7 @@ private:
             keys_.unreadable = what + (answer.reason.empty() ? "" : " (" + answer.reason + ")");
     }
 
-    /// Finds the system with a vertical one of some code; gives whether there is one, and its unit.
+    /// Finds the compound with the vertical system of a code; returns whether it exists, and sets its unit.
     [[nodiscard]] bool findCompound(const ReferenceSystem& alone, unsigned vertical,
                                     std::optional<unsigned>& unit) {
         if (!horizontal_.empty()) {
@@ -223,7 +223,8 @@ private:
         const bool isDatum = stated >= Tiff::firstVerticalDatum && stated <= Tiff::lastVerticalDatum;
         unsigned code = isDatum ? stated + unsigned{Tiff::fromVerticalDatumToSystem} : stated;
         const std::uint16_t unit = valueOf(Tiff::Key::verticalUnit);
-        // Surveys in feet commonly name the system in metres and the unit beside it; it has systems of its own.
+        // Surveys in feet commonly state the system in metres and the unit separately; NAVD88 has systems in
+        // feet.
         constexpr unsigned navd88 = 5703;
         constexpr unsigned surveyFoot = 9003;
         constexpr unsigned foot = 9002;
@@ -242,7 +243,7 @@ private:
         }
     }
 
-    /// A user-defined system of heights says little more than its name and unit: without them it says nothing.
+    /// A user-defined vertical system states little more than its name and unit; without these it is useless.
     void askForVertical() {
         const std::uint16_t unit = valueOf(Tiff::Key::verticalUnit);
         const bool isNamed = hasKey(Tiff::Key::verticalCitation);
@@ -271,7 +272,7 @@ private:
     GeoKeys& keys_;
     std::map<std::uint16_t, std::uint16_t> values_;
     GeoKeyBytes bytes_;
-    /// The code of the horizontal system; empty where it has none.
+    /// The code of the horizontal system; empty if it has none.
     std::string horizontal_;
 };
 
@@ -317,7 +318,7 @@ std::optional<Sheaf::FileRecord> GeoKeys::write(const ReferenceSystem& system) {
     if (vertical)
         values[Tiff::Key::verticalSystem] = static_cast<std::uint16_t>(*vertical);
 
-    // Systems of three dimensions came with GeoTIFF 1.1.
+    // Three-dimensional systems were added in GeoTIFF 1.1.
     const std::uint16_t minorRevision = kind == Kind::Geographic3D ? 1 : 0;
     Sheaf::FileRecord record{
         std::string(Formats::Las::projectionUser), Formats::Las::geoKeyDirectoryId, "GeoTIFF keys", {}};

@@ -11,20 +11,22 @@
 
 namespace Tidewatch {
 
-/// What GeoTIFF keys in the records of a LAS file state (LAS 1.4 R15, "GeoKeyDirectoryTag Record"): systems with codes
-/// of the EPSG register, and where this was built with GDAL, user-defined ones, for which GDAL is asked in a process of
-/// its own, once for the same keys.
+/// The system that GeoTIFF keys in the records of a LAS file state (LAS 1.4 R15, "GeoKeyDirectoryTag
+/// Record"): one with codes of the EPSG register or, if built with GDAL, a user-defined one, which GDAL reads
+/// in a separate process, once for the same keys.
 struct GeoKeys {
-    /// Whether there are any.
+    /// Whether there are any keys.
     bool areThere = false;
-    /// Nothing where there is none, or it cannot be read.
+    /// Nothing if there is none, or it cannot be read.
     std::optional<ReferenceSystem> system = {};
-    /// What of it cannot be read, for people: "a user-defined projection". Then the system is what is left.
+    /// The part that cannot be read, for messages: "a user-defined projection". `system` is then what
+    /// remains.
     std::string unreadable = {};
 
     [[nodiscard]] static GeoKeys read(std::span<const Sheaf::FileRecord> records);
 
-    /// The record that states a system; nothing where keys cannot: it has a part without a code, or of no kind of theirs.
+    /// The record that states a system; nothing if keys cannot express it: a part has no code, or is of an
+    /// unsupported kind.
     [[nodiscard]] static std::optional<Sheaf::FileRecord> write(const ReferenceSystem& system);
 };
 

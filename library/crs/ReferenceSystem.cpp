@@ -64,7 +64,7 @@ std::optional<unsigned> numberOf(const char* text) {
 class ReferenceSystem::State {
 public:
     State() : context_(proj_context_create()) {
-        // What PROJ says goes into errors, and it need not look beyond this machine.
+        // PROJ's messages go into errors, and it must not use the network.
         proj_log_func(context_.get(), this, [](void* state, int, const char* message) {
             static_cast<State*>(state)->lastMessage_ = message != nullptr ? message : "";
         });
@@ -74,7 +74,7 @@ public:
     State& operator=(const State&) = delete;
 
     void read(const std::string& text) {
-        // Without a clean text PROJ would guess at what is meant.
+        // proj_create() would guess from other kinds of text.
         object_ = Object(proj_create_from_wkt(context_.get(), text.c_str(), nullptr, nullptr, nullptr));
         settle("well-known text");
     }
@@ -84,7 +84,8 @@ public:
         settle(code);
     }
 
-    /// The horizontal part of a compound system (0), its vertical part (1), or for 0 the system itself; may be null.
+    /// The horizontal (0) or vertical (1) part of a compound system; for any other, 0 gives the system
+    /// itself. May be null.
     [[nodiscard]] Object part(int number) const {
         if (proj_get_type(object_.get()) == PJ_TYPE_COMPOUND_CRS)
             return plain(Object(proj_crs_get_sub_crs(context_.get(), object_.get(), number)));
@@ -115,12 +116,12 @@ public:
 private:
     void settle(const std::string& what) {
         if (!object_ || proj_is_crs(object_.get()) == 0)
-            throw Anchor::FormatError(what + ": PROJ knows no coordinate reference system of it" +
+            throw Anchor::FormatError(what + ": is not a coordinate reference system that PROJ knows" +
                                       (lastMessage_.empty() ? "" : " (" + lastMessage_ + ")"));
         object_ = plain(std::move(object_));
     }
 
-    /// A system that has a transformation attached is the system.
+    /// Removes the transformation attached to a bound system.
     [[nodiscard]] Object plain(Object object) const {
         if (object && proj_get_type(object.get()) == PJ_TYPE_BOUND_CRS)
             return Object(proj_get_source_crs(context_.get(), object.get()));

@@ -10,15 +10,16 @@
 
 namespace Tidewatch {
 
-/// A coordinate reference system, known by PROJ. Two of them may be used in two threads, one only in one.
+/// A coordinate reference system known to PROJ. Not thread-safe, but different objects may be used in
+/// different threads.
 class TIDEWATCH_API ReferenceSystem {
 public:
-    /// From well-known text: OGC 01-009, ESRI's, or ISO 19162. Throws Anchor::FormatError, naming no file, where PROJ
-    /// cannot read it.
+    /// From well-known text: OGC 01-009, ESRI's, or ISO 19162. Throws Anchor::FormatError, without a file
+    /// name, if PROJ cannot read it.
     [[nodiscard]] static ReferenceSystem fromText(const std::string& wellKnownText);
 
-    /// From codes of a register: "EPSG:25832", or with a vertical system "EPSG:25832+5783". Throws Anchor::FormatError
-    /// for any other text and for codes that PROJ does not know.
+    /// From codes of an authority: "EPSG:25832", or with a vertical system "EPSG:25832+5783". Throws
+    /// Anchor::FormatError for any other text and for codes that PROJ does not know.
     [[nodiscard]] static ReferenceSystem fromCode(const std::string& code);
 
     ReferenceSystem(ReferenceSystem&&) noexcept;
@@ -29,32 +30,33 @@ public:
 
     enum class Kind { Geographic, Geographic3D, Projected, Geocentric, Local, Other };
 
-    /// Of the horizontal part, where there are two.
+    /// The kind of the system, or of the horizontal part of a compound one.
     [[nodiscard]] Kind kind() const;
     [[nodiscard]] bool hasVertical() const;
 
     [[nodiscard]] std::string name() const;
 
-    /// Codes in the EPSG register of the system, or of its horizontal part, and of its vertical part; nothing where
-    /// there is none. One that the system does not state is looked up.
+    /// Codes in the EPSG register of the system, or of its horizontal part, and of its vertical part; nothing
+    /// if there is none. A code that the system does not state is looked up.
     [[nodiscard]] std::optional<unsigned> code() const;
     [[nodiscard]] std::optional<unsigned> verticalCode() const;
 
-    /// "EPSG:25832+5783"; empty where a part has no code.
+    /// "EPSG:25832+5783"; empty if a part has no code.
     [[nodiscard]] std::string codeText() const;
-    /// The name, and the code behind it in brackets where there is one.
+    /// The name, followed by the code in brackets if there is one.
     [[nodiscard]] std::string title() const;
 
-    /// The code in the EPSG register of the unit along x, or of heights; nothing where there is none.
+    /// The EPSG code of the unit along x, or of heights; nothing if there is none.
     [[nodiscard]] std::optional<unsigned> unit() const;
     [[nodiscard]] std::optional<unsigned> verticalUnit() const;
 
-    /// As well-known text of OGC 01-009, of ESRI, and of ISO 19162:2019; nothing where it cannot say the system.
+    /// As well-known text of OGC 01-009, of ESRI, and of ISO 19162:2019; nothing if that cannot express the
+    /// system.
     [[nodiscard]] std::optional<std::string> ogcText() const;
     [[nodiscard]] std::optional<std::string> esriText() const;
     [[nodiscard]] std::optional<std::string> isoText() const;
 
-    /// Whether both give the same coordinates to every place, the order of axes aside.
+    /// Whether both systems have the same coordinates for every place, ignoring the order of axes.
     [[nodiscard]] bool isEquivalentTo(const ReferenceSystem& other) const;
 
 private:

@@ -62,7 +62,7 @@ bool isKeyRecord(const FileRecord& record) {
            isProjectionRecord(record, Format::geoDoublesId) || isProjectionRecord(record, Format::geoTextsId);
 }
 
-/// Well-known text of the older kind where it can say the system.
+/// Well-known text of OGC 01-009 if it can express the system, else of ISO 19162.
 std::string bestText(const ReferenceSystem& system) {
     if (const auto text = system.ogcText())
         return *text;
@@ -76,11 +76,11 @@ void addText(const GridSystem& grid, WrittenSystem& written) {
         if (!grid.system->ogcText())
             written.note =
                 fmt::format("{} is stated as well-known text of ISO 19162, since the older kind, which LAS "
-                            "asks for, cannot say it",
+                            "asks for, cannot express it",
                             grid.title());
     } else {
         written.note =
-            "the well-known text of the coordinate reference system is passed on as it is: PROJ cannot "
+            "the well-known text of the coordinate reference system is copied unchanged: PROJ cannot "
             "read it";
     }
     FileRecord record{
@@ -170,7 +170,7 @@ GridSystem GridSystem::of(const Sheaf::Grid& grid) {
 }
 
 void completeSystems(Sheaf::Bundle& bundle) {
-    // Thousands of tiles state the same keys.
+    // Thousands of tiles may have the same keys.
     std::map<std::vector<std::vector<std::uint8_t>>, std::string> known;
     forEachGrid(bundle, [&](double, Sheaf::Grid& grid) {
         const auto chart = grid.findChart("");
@@ -262,7 +262,7 @@ WrittenSystem systemForPrj(const Sheaf::Grid& grid) {
     if (text)
         written.additions.prj = *text + "\n";
     else
-        written.loss = known.title() + ": ESRI's well-known text cannot say it";
+        written.loss = known.title() + ": ESRI's well-known text cannot express it";
     return written;
 }
 

@@ -9,54 +9,54 @@
 #include <string>
 #include <vector>
 
-/// Coordinate reference systems of the grids of a bundle, and what of them goes into files.
+/// Coordinate reference systems of the grids of a bundle, and how they are written to files.
 namespace Tidewatch {
 
-/// What is known of a grid's system, which is that of its default chart.
+/// The system of a grid, which is that of its default chart.
 struct GridSystem {
-    /// As well-known text; empty where there is none.
+    /// As well-known text; empty if there is none.
     std::string text = {};
-    /// Nothing where PROJ cannot read the text.
+    /// Nothing if PROJ cannot read the text.
     std::optional<ReferenceSystem> system = {};
-    /// What the keys of the file that it comes from state besides, and nobody reads here; empty where that is nothing.
+    /// What the GeoTIFF keys state that cannot be read; empty if nothing.
     std::string unreadable = {};
 
-    /// Whether the grid has a system, be it one that nobody reads.
+    /// Whether the grid has a system, even one that cannot be read.
     [[nodiscard]] bool isThere() const noexcept { return !text.empty() || !unreadable.empty(); }
-    /// For people.
+    /// For messages.
     [[nodiscard]] std::string title() const;
 
     [[nodiscard]] static GridSystem of(const Sheaf::Grid& grid);
 };
 
-/// Gives charts without a system the one that the GeoTIFF keys among a grid's records state.
+/// Sets the system of charts without one from the GeoTIFF keys among the grid's records.
 void completeSystems(Sheaf::Bundle& bundle);
 
-/// A system that a user asks for.
+/// The system requested by a user.
 struct WantedSystem {
     /// Well-known text; empty removes the system.
     std::string text;
 };
 
-/// Reads what `--crs` takes: codes such as "EPSG:25832+5783", the path of a file of well-known text, or "none". Throws
-/// UsageError where it is none of these.
+/// Parses the value of `--crs`: codes such as "EPSG:25832+5783", the path of a file of well-known text, or
+/// "none". Throws UsageError for anything else.
 [[nodiscard]] WantedSystem wantedSystem(const std::string& text);
 
-/// Gives all charts of a bundle a system, or takes theirs. Nothing is transformed. Gives what is to be said of systems
+/// Sets or removes the system of all charts of a bundle. Nothing is transformed. Returns notes on systems
 /// that were replaced or removed, one text each.
 [[nodiscard]] std::vector<std::string> setSystem(Sheaf::Bundle& bundle, const WantedSystem& wanted);
 
-/// What a system becomes in files of one kind.
+/// How a system is written to a file.
 struct WrittenSystem {
     ConvLib::GridAdditions additions = {};
-    /// What is worth knowing; empty for nothing.
+    /// A note for users; may be empty.
     std::string note = {};
-    /// Why files do not state it, or not all of it; empty where they do.
+    /// Why files do not state it, or only part of it; empty if they do.
     std::string loss = {};
 };
 
-/// In LAS 1.`version`: well-known text in 1.4, GeoTIFF keys before. Records that were read go along as they are where
-/// they state the system and the version has them.
+/// In LAS 1.`version`: well-known text in 1.4, GeoTIFF keys before. Records from the input are copied if they
+/// state the system and the version supports them.
 [[nodiscard]] WrittenSystem systemForLas(const Sheaf::Grid& grid, int version);
 
 /// As a .prj file, in ESRI's well-known text.

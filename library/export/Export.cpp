@@ -173,10 +173,9 @@ void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
         std::map<fs::path, std::set<std::pair<double, std::string>>> gridsOf;
         std::set<fs::path> checked;
         for (const ExpectedFile& file : format_->expectedFiles({inputs_, selection_, progress_}, scope)) {
-            if (file.isCertain && checked.insert(file.path).second) {
-                requireFileName(file.path);
+            requireFileName(file.path);
+            if (file.isCertain && checked.insert(file.path).second)
                 placement_.check(file.path, mode());
-            }
             gridsOf[file.path].insert({file.time, file.grid});
         }
         for (const auto& [file, grids] : gridsOf) {

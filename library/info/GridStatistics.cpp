@@ -68,10 +68,13 @@ private:
         lattice.expand(box);
         if (box.empty())
             return;
-        const std::uint64_t values = lattice.extents().elementCount().value_or(0);
-        Tidewatch::take(range(field + ".x"), box.lower().x, box.upper().x, values);
-        Tidewatch::take(range(field + ".y"), box.lower().y, box.upper().y, values);
-        Tidewatch::take(range(field + ".z"), box.lower().z, box.upper().z, values);
+        const auto takeRange = [values = lattice.extents().elementCount().value_or(0)](auto& of, double lower,
+                                                                                       double upper) {
+            Tidewatch::take(of, static_cast<long double>(lower), static_cast<long double>(upper), values);
+        };
+        takeRange(range(field + ".x"), box.lower().x, box.upper().x);
+        takeRange(range(field + ".y"), box.lower().y, box.upper().y);
+        takeRange(range(field + ".z"), box.lower().z, box.upper().z);
     }
 
     template <class T>

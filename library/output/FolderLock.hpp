@@ -9,13 +9,13 @@
 
 namespace Tidewatch {
 
-/// Keeps other runs of this program from adding to the files of a folder as long as it lives. Folders, and not the files
-/// themselves, since a file that is added to is replaced by renaming.
+/// Prevents other runs of this program from appending to files of a folder during its lifetime. Locks the
+/// folder, not the files, since appending replaces a file by renaming.
 class FolderLock {
 public:
-    /// Waits until no other run holds the lock: `say` is told once, `check` is called some times a second and may throw
-    /// to give up; either may be empty. Throws Anchor::FileError if the folder cannot be opened. On a file system
-    /// without locks there is none.
+    /// Waits until no other run holds the lock: `say` is called once with a message, `check` several times a
+    /// second and may throw to give up; either may be empty. Throws Anchor::FileError if the folder cannot be
+    /// opened. Has no effect on a file system without locks.
     FolderLock(const std::filesystem::path& folder, const std::function<void(const std::string&)>& say,
                const std::function<void()>& check);
 

@@ -22,7 +22,8 @@ OutputPattern::OutputPattern(std::string text) : text_(std::move(text)) {
         const std::size_t open = text_.find('{', place);
         const std::size_t close = open == std::string::npos ? open : text_.find('}', open);
         if (close == std::string::npos) {
-            if (open != std::string::npos && (text_.compare(open, 5, "{grid") == 0 || text_.compare(open, 5, "{time") == 0))
+            if (open != std::string::npos &&
+                (text_.compare(open, 5, "{grid") == 0 || text_.compare(open, 5, "{time") == 0))
                 throw UsageError(fmt::format("OUTPUT {}: \"{}\" has no \"}}\"", text_, text_.substr(open)));
             pieces_.push_back({Kind::Text, text_.substr(place)});
             return;
@@ -68,7 +69,7 @@ std::string OutputPattern::fill(const std::string& grid, double time) const {
 
 std::filesystem::path OutputPattern::fixedFolder(bool isFolder) const {
     const bool isWhole = isFolder && !perGrid_ && !perTime_;
-    // Behind the last separator before the first brace is a name that may differ from run to run.
+    // The text between the last separator and the first brace is part of a name that varies.
     const std::string first =
         pieces_.empty() || pieces_.front().kind != Kind::Text ? "" : pieces_.front().text;
     const std::filesystem::path folder =

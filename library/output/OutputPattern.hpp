@@ -33,9 +33,8 @@ public:
     /// brace, or the whole text, if it `isFolder`. "." if there is none.
     [[nodiscard]] std::filesystem::path fixedFolder(bool isFolder) const;
 
-    /// The path for a grid and a time; what the pattern does not name is not looked at. Throws
-    /// Anchor::FormatError for a grid name that would not be one path component: the name comes from inside
-    /// an input file and must not lead to another folder.
+    /// The path for a grid and a time. Throws Anchor::FormatError for a grid name in the pattern that is not
+    /// valid as a path component: the name comes from an input file and must not refer to another folder.
     [[nodiscard]] std::string fill(const std::string& grid, double time) const;
 
 private:

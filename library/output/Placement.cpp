@@ -42,7 +42,7 @@ void makeReplacement(const fs::path& path, const struct stat& replaced) {
 /// 0, or the error number.
 int renameFile(const char* from, const char* to, bool overwrite) noexcept {
     if (!overwrite) {
-        // Closes the gap between the check and the rename, during which somebody else may have made the file.
+        // Avoids a race: another process may create the file between the check and the rename.
         if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
             return 0;
         if (errno != EINVAL && errno != ENOSYS)
@@ -196,7 +196,7 @@ void Placement::commit(const std::function<void()>& check) {
 }
 
 void Placement::renameAll() const {
-    // Memory for the message about a rename that fails, in case there is no other by then.
+    // Memory reserved for the message about a failed rename, in case memory has run out by then.
     std::size_t messageSize = 4096;
     for (const Move& move : moves_)
         messageSize += 8 * move.target.native().size();

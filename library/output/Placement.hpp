@@ -37,26 +37,27 @@ public:
     /// Adds a file that is to be moved from `staged` to `target` on the same file system.
     void add(std::filesystem::path staged, std::filesystem::path target, Mode mode = Mode::Replace);
 
-    /// Checks all targets, creates missing folders on the way to them, then renames. Throws Anchor::FileError before the
-    /// first rename if two files have one target, a check fails, or a target lies on another mount than its file; when a
-    /// rename fails, the message names the files that are in place already. Folders that were created and are empty are
-    /// removed again.
+    /// Checks all targets, creates missing folders on the way to them, then renames. Throws Anchor::FileError
+    /// before the first rename if two files have the same target, a check fails, or a target is on another
+    /// mount than its file; when a rename fails, the message names the files that are already in place.
+    /// Created folders that are empty are removed again.
     ///
-    /// A file that is replaced passes on its permissions, and its owner as far as the process may.
+    /// The new file gets the permissions of the file that it replaces, and its owner if the process may set
+    /// it.
     ///
     /// A file to append to is joined with the new one in a temporary file, also before the first rename; it keeps its
     /// permissions, and a symbolic link stays one. It is an error if the file changes between that and its rename.
     /// `check` is called meanwhile, unless it is empty, and may throw to stop.
     ///
     /// A file that replaces another one is flushed to the disk first, so that a power failure leaves the old
-    /// or the new content. New files are not: that would cost the time of writing once more, and what it
-    /// would save can be made again.
+    /// or the new content. New files are not: that would take as long as writing them, and they can be
+    /// exported again.
     ///
-    /// From the first rename on no memory is needed that is not there: either everything is in place, or the message
-    /// says what is.
+    /// From the first rename on, running out of memory does no harm: either everything is in place, or the
+    /// message says what is.
     void commit(const std::function<void()>& check = {});
 
-    /// After commit(): the bytes that a file held which was added to; 0 for a new one.
+    /// After commit(): the size in bytes of a file before it was appended to; 0 for a new one.
     [[nodiscard]] std::uint64_t bytesBefore(const std::filesystem::path& target) const;
 
 private:
@@ -64,7 +65,7 @@ private:
         std::filesystem::path staged;
         std::filesystem::path target;
         Mode mode;
-        /// What the file at the target was like when it was looked at; nullopt if there was none.
+        /// The state of the existing file at the target when it was read; nullopt if there was none.
         std::optional<Anchor::FileState> before = {};
     };
     class CreatedFolders;
@@ -73,7 +74,7 @@ private:
     void resolveTarget(Move& move) const;
     /// Prepares the file at `staged` for its rename.
     static void prepare(Move& move, const std::function<void()>& check);
-    /// Throws if a rename cannot lead from where the file lies to its target.
+    /// Throws if the file cannot be renamed to its target because they are on different mounts.
     static void checkMount(const Move& move);
     void renameAll() const;
 

@@ -33,10 +33,10 @@ constexpr std::string_view namePrefix = "tidewatch-";
 constexpr const char* noteName = "note";
 constexpr std::string_view noteTitle = "unfinished files of tidewatch";
 
-/// Who made a folder of unfinished files.
+/// The process that created a folder of unfinished files.
 struct Maker {
     std::string host;
-    /// Changes with every start of the machine.
+    /// Changes with every boot.
     std::string boot;
     std::string process;
 
@@ -70,7 +70,7 @@ struct Maker {
     }
 };
 
-/// Why a stream may have failed that does not say it itself.
+/// The probable cause of a stream's failure without an error number.
 std::string likelyCause(const fs::path& folder) {
     struct statvfs room {};
     if (::statvfs(folder.c_str(), &room) != 0)
@@ -136,14 +136,14 @@ void StagingFolder::makeFolder() {
     std::string name(namePrefix.size() + 6, '\0');
     if (::mkdtemp(pattern.data()) == nullptr)
         fail(errno);
-    // From here on there is something to remove; the name has the room already.
+    // From here on the destructor has to remove the folder; swap() cannot fail.
     name.assign(pattern, pattern.size() - name.size());
     name_.swap(name);
     const fs::path folder = pattern;
     note_ = Descriptor(::open((folder / noteName).c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!note_.isOpen())
         fail(errno);
-    // On file systems without locks nobody takes the folder for an orphan, since nobody gets a lock.
+    // On file systems without locks, the folder is never taken for an orphan, since locking always fails.
     (void)tryToLock(note_);
     const std::string text = Maker::thisProcess().text();
     if (const int error = writeAll(note_, text.data(), text.size()); error != 0)
@@ -159,7 +159,7 @@ StagingFolder::Run::Run(fs::path name) : name_(std::move(name)) {
                                             name_.parent_path().parent_path().string(),
                                             systemMessage(errno)));
     path_ = fmt::format("/proc/self/fd/{}", handle_.number());
-    // Where /proc is not mounted the name has to do.
+    // If /proc is not mounted, use the name.
     if (::access(path_.c_str(), W_OK) != 0)
         path_ = name_;
 }
@@ -174,7 +174,7 @@ void StagingFolder::removeOrphans() {
     try {
         names = namesIn(place_);
     } catch (const std::system_error&) {
-        // A folder that may be written to and not listed keeps its orphans.
+        // Orphans in a folder that is writable but cannot be listed are not removed.
         return;
     }
     for (const std::string& name : names) {
@@ -205,7 +205,7 @@ void StagingFolder::remove() noexcept {
                 Anchor::Console() << (place_ / name_).string()
                                   << ": unfinished files cannot be removed: " << systemMessage(error);
             } catch (...) {
-                // No memory for the message.
+                // Out of memory: no message.
             }
         }
         name_.clear();
@@ -217,7 +217,7 @@ void StagingFolder::remove() noexcept {
 std::vector<fs::path>
 StagingFolder::Run::verify(std::span<const ConvLib::WrittenFile> record,
                            const std::function<fs::path(const fs::path&)>& target) const {
-    // An exporter may write a file several times over; the bytes of the last time are those that count.
+    // An exporter may write a file several times; the last size counts.
     std::map<fs::path, std::uint64_t> bytesOf;
     for (const ConvLib::WrittenFile& file : record) {
         const fs::path relative = fs::path(file.path).lexically_relative(path_);

@@ -14,29 +14,29 @@
 
 namespace Tidewatch {
 
-/// A folder for unfinished files beside the place of the finished ones, so that moving them there is a rename.
+/// A folder for unfinished files inside the output folder, so that files can be put in place by renaming.
 ///
 ///     PLACE/tidewatch-XXXXXX/note  who made it; locked as long as that process lives
 ///     PLACE/tidewatch-XXXXXX/0/    the unfinished files of the first run of an exporter, and so on
 ///
-/// Such folders of runs of this machine that were killed are removed by the next run beside them.
+/// Such folders of killed runs on this machine are removed by the next run in the same output folder.
 class TIDEWATCH_API StagingFolder {
 public:
     /// The unfinished files of one run of an exporter.
     class Run {
     public:
-        /// Where they are to be written. The path goes by the open folder, not by its name: when somebody removes or
-        /// replaces the folder, writing fails instead of ending up elsewhere. It has no dot, since exporters may take
-        /// the last one of a path for the beginning of an extension.
+        /// Where to write them. The path refers to the open folder, not to its name: if the folder is removed
+        /// or replaced, writing fails instead of going elsewhere. It contains no dot, which exporters might
+        /// take for the beginning of an extension.
         [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
 
-        /// The same folder by its name, which is valid as long as the StagingFolder.
+        /// The same folder by its name; valid as long as the StagingFolder.
         [[nodiscard]] const std::filesystem::path& name() const noexcept { return name_; }
 
-        /// Compares what is here with what an exporter says that it wrote: every file of the record is there
-        /// with as many bytes as were handed to its stream, no stream failed, and there is nothing else. Returns
-        /// the paths of the files, relative to the folder, ascending. `target` returns the final path of a relative
-        /// one, for messages. Throws Anchor::FileError.
+        /// Compares the folder with the exporter's record: every file of the record exists with the recorded
+        /// size, no stream failed, and there are no other files. Returns the paths of the files, relative to
+        /// the folder, in ascending order. `target` maps a relative path to the final one, for messages.
+        /// Throws Anchor::FileError.
         [[nodiscard]] std::vector<std::filesystem::path>
         verify(std::span<const ConvLib::WrittenFile> record,
                const std::function<std::filesystem::path(const std::filesystem::path&)>& target) const;
@@ -54,8 +54,8 @@ public:
     /// Anchor::FileError.
     explicit StagingFolder(const std::filesystem::path& place);
 
-    /// Removes the folder with everything that is still in it, and those of the folders it created that are empty. What
-    /// cannot be removed is named on the console.
+    /// Removes the folder with its contents, and the folders that it created if they are empty. Failures are
+    /// reported on the console.
     ~StagingFolder();
 
     StagingFolder(const StagingFolder&) = delete;
@@ -64,7 +64,7 @@ public:
     /// A folder for one more run. Throws Anchor::FileError.
     [[nodiscard]] Run beginRun();
 
-    /// Folders of unfinished files of other machines that were found beside this one, for people.
+    /// Messages about folders of unfinished files of other machines in the same output folder.
     [[nodiscard]] const std::vector<std::string>& leftovers() const noexcept { return leftovers_; }
 
 private:

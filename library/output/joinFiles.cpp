@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::size_t blockSize = std::size_t{1} << 20;
 
-/// Two files becoming one; messages name the file that the user knows.
+/// Joins two files; messages name `head`, the file that the user knows.
 class Joining {
 public:
     Joining(const fs::path& head, const fs::path& tail, const std::function<void()>& check)

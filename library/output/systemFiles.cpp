@@ -41,9 +41,9 @@ int takeOverMode(const Descriptor& file, const struct stat& from) noexcept {
     const bool isOwned = (now.st_uid == from.st_uid && now.st_gid == from.st_gid) ||
                          ::fchown(file.number(), from.st_uid, from.st_gid) == 0;
     if (!isOwned && now.st_gid != from.st_gid)
-        // The group alone is often allowed; where it is not, the file stays the process's.
+        // Setting only the group is often allowed; otherwise the file keeps the group of the process.
         (void)!::fchown(file.number(), static_cast<uid_t>(-1), from.st_gid);
-    // Nothing may run under the name of somebody who does not own it.
+    // Without the original owner and group, set-user-ID and set-group-ID would grant rights of another user.
     return ::fchmod(file.number(), from.st_mode & (isOwned ? all : withoutIdentity)) == 0 ? 0 : errno;
 }
 
@@ -121,10 +121,10 @@ int removeTree(int parent, const char* name) noexcept {
     const int folder = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (folder < 0) {
         const int error = errno;
-        // Neither a file nor a link can be opened as a folder.
+        // It is a file or a link.
         if (error == ENOTDIR || error == ELOOP)
             return ::unlinkat(parent, name, 0) == 0 ? 0 : errno;
-        // An empty folder needs no opening.
+        // An empty folder can be removed without being opened.
         return error == ENOENT || ::unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : error;
     }
     const int failure = emptyFolder(folder);

@@ -11,7 +11,7 @@
 
 #include <sys/stat.h>
 
-/// The calls of the system that putting files in place is made of. Those that are noexcept need no memory of ours.
+/// System calls for writing and placing files. Functions that are noexcept allocate no memory themselves.
 namespace Tidewatch {
 
 /// A file descriptor that closes itself.
@@ -28,7 +28,7 @@ public:
     [[nodiscard]] bool isOpen() const noexcept { return number_ >= 0; }
     [[nodiscard]] int number() const noexcept { return number_; }
 
-    /// 0, or the error number. Some file systems tell only now that data did not arrive.
+    /// 0, or the error number. Some file systems report failed writes only now.
     [[nodiscard]] int close() noexcept;
 
 private:
@@ -38,31 +38,31 @@ private:
 /// Writes all bytes, in as many calls as it takes. 0, or the error number.
 [[nodiscard]] int writeAll(const Descriptor& file, const char* bytes, std::size_t size) noexcept;
 
-/// Gives a file the permissions of another one, and its owner and group as far as the process may.
-/// 0, or the error number of the permissions.
+/// Gives a file the permissions of another one, and its owner and group if the process may set them. 0, or
+/// the error number of the permissions.
 [[nodiscard]] int takeOverMode(const Descriptor& file, const struct stat& from) noexcept;
 
-/// Which mount a file or folder lies on: renames do not lead from one to another, not even within one file system.
+/// The mount of a file or folder: rename() does not work across mounts, not even within one file system.
 struct Mount {
     std::uint64_t device = 0;
-    /// 0 where the kernel does not tell.
+    /// 0 if the kernel does not report it.
     std::uint64_t id = 0;
 
     friend bool operator==(const Mount&, const Mount&) = default;
 
-    /// nullopt if there is nothing at the path, or the system does not say.
+    /// nullopt if the path does not exist or its mount cannot be determined.
     [[nodiscard]] static std::optional<Mount> of(const std::filesystem::path& path) noexcept;
 };
 
-/// Removes a folder of `parent` with all that it holds; links in it are removed, not followed. 0, or the error
-/// number of the first thing that stayed.
+/// Removes a folder in `parent` with its contents; links in it are removed, not followed. 0, or the first
+/// error number.
 int removeTree(int parent, const char* name) noexcept;
 
-/// The names of what is in a folder, "." and ".." left out. Throws std::system_error. (The iterators of std::filesystem
-/// end the process when they get no memory.)
+/// The names of the entries of a folder, without "." and "..". Throws std::system_error. (The iterators of
+/// std::filesystem terminate the process when memory runs out.)
 [[nodiscard]] std::vector<std::string> namesIn(const std::filesystem::path& folder);
 
-/// Everything below a folder that is not a folder, by its path from there; links are not followed. Throws
+/// The relative paths of everything below a folder except folders; links are not followed. Throws
 /// std::system_error.
 [[nodiscard]] std::vector<std::filesystem::path> filesBelow(const std::filesystem::path& folder);
 

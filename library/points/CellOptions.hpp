@@ -5,10 +5,10 @@
 
 namespace Tidewatch {
 
-/// How cells of lattices become points.
+/// How cells of lattices are converted to points.
 struct CellOptions {
-    /// The field whose values become heights: its name, or a number N for the field "BandN", else for the Nth field of
-    /// numbers by name.
+    /// The field whose values become heights: its name, or a number N for the field "BandN" or else for the
+    /// Nth numeric field in order of names.
     std::string heights = "1";
 };
 

@@ -69,7 +69,7 @@ Sheaf::CachedCreator::Made ChosenCreator::make() const {
         }
     }
     for (const auto& other : others) {
-        // Arrays that a host holds are at hand at any time.
+        // Arrays held by a host need no caching.
         if (!other->whole_->mayBeEdited() && other->whole_->available() && !other->available())
             made.siblings.push_back({other, other->chosenPart()});
     }

@@ -14,11 +14,11 @@
 
 namespace Tidewatch {
 
-/// Makes an array of the elements of another creator's array that a mask chooses, as a list whatever the shape of the
-/// whole. Until the mask is determined, its stated extents are those of the whole fragment: at most so many.
+/// Creates a one-dimensional array of those elements of another creator's array that a mask chooses. Until
+/// the mask is determined, the stated extent is the number of elements of the fragment, an upper bound.
 ///
-/// Arrays of the fragment's other fields that are in the cache come along, so that a small cache does not have the file
-/// decoded again for each of them.
+/// For other fields of the fragment whose arrays are in the cache, the chosen arrays are created as well, so
+/// that the file is not decoded again for each field if the cache is small.
 class ChosenCreator final : public Sheaf::CachedCreator {
 public:
     /// The creators of one fragment.

@@ -13,16 +13,16 @@
 
 namespace Tidewatch {
 
-/// A set of element numbers below a size, one bit each.
+/// A set of element indices below a size, one bit each.
 class ElementSet {
 public:
-    /// All numbers below `size`.
+    /// Contains all indices below `size`.
     explicit ElementSet(std::size_t size);
 
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
     [[nodiscard]] std::size_t count() const noexcept;
 
-    /// Keeps of the set the numbers for which `admits` is true; it is asked for members only.
+    /// Removes the indices for which `admits` is false; it is called for members only.
     template <class Admits>
     void narrow(Admits&& admits) {
         for (std::size_t word = 0; word < words_.size(); ++word) {
@@ -52,20 +52,20 @@ private:
     std::size_t size_;
 };
 
-/// Which elements of a fragment are chosen: determined when it is first needed, by tests that read arrays, and kept, at
-/// a bit an element. Thread-safe.
+/// Which elements of a fragment are chosen: determined on demand by tests that read arrays, and stored, one
+/// bit per element. Thread-safe.
 class FragmentMask final : public Anchor::ReferenceBase<FragmentMask> {
 public:
-    /// Takes elements out of the set. May throw Anchor::Error.
+    /// Removes elements from the set. May throw Anchor::Error.
     using Test = std::function<void(ElementSet& chosen)>;
 
     FragmentMask(std::uint64_t elements, std::vector<Test> tests);
     ~FragmentMask() override;
 
-    /// Of the whole fragment.
+    /// The number of elements of the whole fragment.
     [[nodiscard]] std::uint64_t elements() const noexcept { return elements_; }
 
-    /// The chosen elements. Throws what the tests throw; they are then asked again by the next call.
+    /// The chosen elements. Throws what the tests throw; the next call then runs them again.
     [[nodiscard]] const ElementSet& chosen() const;
 
     /// How many are chosen, if that has been determined.

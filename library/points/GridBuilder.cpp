@@ -20,7 +20,7 @@ void GridBuilder::build(const Takes& takes, const Fill& fill) const {
             to_.skeletons().make(skeleton.key(), skeleton.exclusionMark());
         return true;
     });
-    // Once all skeletons are there: one may be the space of another's representation.
+    // After all skeletons: one may be the space of another's representation.
     from_.skeletons().forEach([&](const Sheaf::Skeleton& skeleton) {
         const auto copy = to_.skeletons().find(skeleton.key());
         if (!copy)
@@ -65,17 +65,18 @@ namespace {
 
 void copyData(const Sheaf::Grid& from, Sheaf::Grid& to) {
     const GridBuilder builder(from, to);
-    builder.build([](const Sheaf::Skeleton&) { return true; },
-                  [&](const Sheaf::Skeleton&, const Sheaf::Representation& fields, Sheaf::Representation& copies) {
-                      fields.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
-                          const auto copy = GridBuilder::addField(copies, id.name(), field);
-                          field.forEachFragment([&](const auto& fragment, const auto& data) {
-                              copy->addFragment(builder.fragment(fragment), data);
-                              return true;
-                          });
-                          return true;
-                      });
-                  });
+    builder.build(
+        [](const Sheaf::Skeleton&) { return true; },
+        [&](const Sheaf::Skeleton&, const Sheaf::Representation& fields, Sheaf::Representation& copies) {
+            fields.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
+                const auto copy = GridBuilder::addField(copies, id.name(), field);
+                field.forEachFragment([&](const auto& fragment, const auto& data) {
+                    copy->addFragment(builder.fragment(fragment), data);
+                    return true;
+                });
+                return true;
+            });
+        });
 }
 
 } // namespace
@@ -84,7 +85,8 @@ Anchor::StrongPtr<Sheaf::Bundle>
 rebuilt(const Sheaf::Bundle& from, const Selection& selection,
         const std::function<void(double, const Sheaf::Grid&, Sheaf::Grid&)>& build) {
     std::set<const Sheaf::Grid*> selected;
-    selection.forEachGrid(from, [&](double, const std::string&, const Sheaf::Grid& grid) { selected.insert(&grid); });
+    selection.forEachGrid(
+        from, [&](double, const std::string&, const Sheaf::Grid& grid) { selected.insert(&grid); });
     auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
     const Selection all(Filters{});
     all.forEachGrid(from, [&](double time, const std::string& name, const Sheaf::Grid& grid) {

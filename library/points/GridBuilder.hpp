@@ -10,8 +10,8 @@
 
 namespace Tidewatch {
 
-/// Gives a new grid what another one is besides its data: statement, charts with their systems, and for each skeleton
-/// for which `takes` is true, the representations. `fill` adds the fields of one representation to its copy.
+/// Copies a grid without its data: statement, charts with their systems, and, for each skeleton for which
+/// `takes` is true, the representations. `fill` adds the fields of one representation to its copy.
 class GridBuilder {
 public:
     using Takes = std::function<bool(const Sheaf::Skeleton& skeleton)>;
@@ -22,7 +22,7 @@ public:
 
     void build(const Takes& takes, const Fill& fill) const;
 
-    /// The grid's identifier for a fragment of the other one, with its overlaps; null for null.
+    /// The new grid's identifier for a fragment of the other one, with its overlaps; null for null.
     [[nodiscard]] Anchor::StrongPtr<Sheaf::FragmentID>
     fragment(const Anchor::StrongPtr<Sheaf::FragmentID>& from) const;
 
@@ -37,8 +37,8 @@ private:
     Sheaf::Grid& to_;
 };
 
-/// A bundle with the slices and grids of another one: those that are selected made by `build`, all others with the same
-/// data.
+/// A bundle with the slices and grids of another one. Grids that are selected are filled by `build`, all others with the
+/// same data.
 [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle>
 rebuilt(const Sheaf::Bundle& from, const Selection& selection,
         const std::function<void(double time, const Sheaf::Grid& from, Sheaf::Grid& to)>& build);

@@ -7,10 +7,10 @@
 
 namespace Tidewatch {
 
-/// How several inputs become one grid.
+/// How several inputs are merged into one grid.
 struct MergeOptions {
     std::string gridName = "merged";
-    /// The times and grids to take; all others are left out.
+    /// The times and grids to merge; all others are left out.
     Filters selected = {};
 };
 

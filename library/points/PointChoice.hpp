@@ -13,8 +13,8 @@
 
 namespace Tidewatch {
 
-/// A box in coordinate units, x first, that holds its lower faces and not its upper ones, so that boxes side by side
-/// share no point.
+/// A box in coordinate units that includes its lower faces and excludes its upper ones, so that adjacent
+/// boxes share no point.
 struct PointBox {
     Geom::PhysicalSpace::point lower{0, 0, -std::numeric_limits<double>::infinity()};
     Geom::PhysicalSpace::point upper{0, 0, std::numeric_limits<double>::infinity()};
@@ -25,7 +25,7 @@ struct PointBox {
     }
 };
 
-/// Which returns of a pulse to choose: those that any of the members admits.
+/// Which returns of a pulse to choose: those that match any of the members.
 struct ReturnChoice {
     bool first = false;
     bool last = false;
@@ -33,7 +33,7 @@ struct ReturnChoice {
     bool only = false;
     std::set<std::uint8_t> numbers = {};
 
-    /// For the number of a return, and how many its pulse has.
+    /// Whether a return is chosen, from its number and the number of returns of its pulse.
     [[nodiscard]] bool contains(unsigned number, unsigned ofPulse) const noexcept {
         constexpr unsigned largest = std::numeric_limits<std::uint8_t>::max();
         return (first && number == 1) || (last && number <= largest && number == ofPulse) ||
@@ -42,17 +42,17 @@ struct ReturnChoice {
     }
 };
 
-/// Which points to choose: those that every member admits.
+/// Which points to choose: those that match every member.
 struct TIDEWATCH_API PointChoice {
-    /// Values of the field Classification; empty admits all.
+    /// Values of the field Classification; empty matches all.
     std::set<std::uint8_t> classes = {};
     std::optional<ReturnChoice> returns = {};
-    /// Of lattices, the rows and columns whose cell centres are inside, whatever their heights.
+    /// For lattices: the rows and columns whose cell centres are inside, whatever their heights.
     std::optional<PointBox> box = {};
 
     [[nodiscard]] bool isAll() const noexcept { return classes.empty() && !returns && !box; }
 
-    /// The fields whose arrays decide.
+    /// The fields needed for the choice.
     [[nodiscard]] std::set<std::string> fieldsRead() const;
 
     static constexpr std::string_view classField = "Classification";

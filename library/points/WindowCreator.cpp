@@ -11,7 +11,7 @@ namespace Tidewatch {
 
 namespace {
 
-/// Of the rank of the whole.
+/// The window's extents, with the rank of the whole.
 Sheaf::Extents extentsOf(const Sheaf::CreativeArrayBase& whole, const LatticeWindow& window) {
     const std::size_t rank = whole.extents()->rank();
     return Sheaf::Extents(std::span<const std::uint64_t>(window.count).first(rank));

@@ -10,7 +10,7 @@
 
 namespace Tidewatch {
 
-/// A part of a lattice: so many places along each axis from the first one on, x first.
+/// A part of a lattice: the first place and the number of places along each axis, x first.
 struct LatticeWindow {
     std::array<std::uint64_t, 3> first{};
     std::array<std::uint64_t, 3> count{};
@@ -18,7 +18,7 @@ struct LatticeWindow {
     [[nodiscard]] std::uint64_t places() const noexcept { return count[0] * count[1] * count[2]; }
 };
 
-/// Makes an array of the elements of another creator's array inside a window.
+/// Creates an array of the elements of another creator's array inside a window.
 class WindowCreator final : public Sheaf::CachedCreator {
 public:
     /// `whole` has one to three axes, and extents that the window fits into; a missing axis counts as 1. `where` names

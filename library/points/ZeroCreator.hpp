@@ -6,7 +6,7 @@
 
 namespace Tidewatch {
 
-/// Makes a list of zeros as long as another creator's array.
+/// Creates a list of zeros as long as another creator's array.
 class ZeroCreator final : public Sheaf::CachedCreator {
 public:
     ZeroCreator(const std::type_info& elementType, Sheaf::Field::Creator asLongAs);
@@ -19,7 +19,7 @@ protected:
     [[nodiscard]] std::uint64_t bytesToMake() const override;
 
 private:
-    /// Of the other array, which is made where its length is not known before.
+    /// The length of the other array, which is created if it is not known otherwise.
     [[nodiscard]] std::uint64_t count() const;
 
     Sheaf::Field::Creator other_;

@@ -42,7 +42,7 @@ bool isScalar(const std::type_info& type) {
     return is;
 }
 
-/// Makes points of the lattices of one grid.
+/// Converts the lattices of one grid to points.
 class CellReader {
 public:
     CellReader(const CellOptions& options, std::set<std::string>& fieldsRead,

@@ -13,16 +13,16 @@
 
 namespace Tidewatch {
 
-/// A bundle in which lattices are points: the centres of cells that have a value, in the order of the lattice, at the
-/// heights that a field states, with all other fields as they are, and those that are points already as they were.
+/// A copy of a bundle in which lattices are converted to points: the centres of cells that have a value, in
+/// the order of the lattice, with heights from a field and with all other fields. Points remain as they are.
 ///
-/// A cell has no value where its height is not a finite number, or the field of cell types is 0, which does not become a
-/// field of points. Grids that are not selected stay as they are. Arrays are made on demand; see choosePoints() for what else is returned and `mayGoOn`. Adds the
-/// names of the fields that decide to `fieldsRead`.
+/// A cell has no value if its height is not finite, or if the field of cell types, which the points do not
+/// have, is 0. Grids that are not selected stay as they are. Arrays are created on demand; see choosePoints()
+/// for the result and `mayGoOn`. Adds the names of the fields used to `fieldsRead`.
 ///
-/// Throws Anchor::ModelError, naming the grid, where there is no such field of numbers.
-[[nodiscard]] ChosenPoints cellsAsPoints(const Sheaf::Bundle& from, const CellOptions& options, const Selection& selection,
-                                         std::set<std::string>& fieldsRead,
+/// Throws Anchor::ModelError, naming the grid, if there is no such numeric field.
+[[nodiscard]] ChosenPoints cellsAsPoints(const Sheaf::Bundle& from, const CellOptions& options,
+                                         const Selection& selection, std::set<std::string>& fieldsRead,
                                          const std::function<void()>& mayGoOn = {});
 
 /// Whether positions of a grid's vertices are a lattice, as far as is known before arrays are made.

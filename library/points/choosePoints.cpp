@@ -29,7 +29,7 @@ using Lattice = Sheaf::UniformCartesianArray;
 using MayGoOn = std::function<void()>;
 using Masks = std::vector<Anchor::StrongPtr<const FragmentMask>>;
 
-/// The first place along an axis of a lattice whose coordinate is not below a bound. Coordinates ascend with places.
+/// The first place along an axis of a lattice whose coordinate is not below a bound.
 std::uint64_t firstPlaceFrom(double bound, double origin, double spacing, std::uint64_t places) {
     const auto all = std::views::iota(std::uint64_t{0}, places);
     const auto found = std::ranges::partition_point(
@@ -37,7 +37,7 @@ std::uint64_t firstPlaceFrom(double bound, double origin, double spacing, std::u
     return static_cast<std::uint64_t>(found - all.begin());
 }
 
-/// Heights are a matter of the rows and columns' values, not of the lattice's own place.
+/// Ignores z: heights are values of cells, not coordinates of the lattice.
 LatticeWindow windowOf(const Lattice& lattice, const PointBox& box) {
     LatticeWindow window{{0, 0, 0}, {0, 0, lattice.extents()[2]}};
     const auto along = [&](std::size_t axis, double lower, double upper, double origin, double spacing) {
@@ -63,14 +63,14 @@ Anchor::StrongPtr<Lattice> partOf(const Lattice& lattice, const LatticeWindow& w
         spacing, Sheaf::MultiIndex<3>{window.count[0], window.count[1], window.count[2]});
 }
 
-/// What becomes of one fragment.
+/// How one fragment is reduced.
 struct Part {
-    /// Of points.
+    /// For points.
     std::shared_ptr<ChosenCreator::Family> points;
-    /// Of a lattice.
+    /// For a lattice.
     std::optional<LatticeWindow> window;
     Anchor::StrongPtr<Lattice> lattice;
-    /// Of the whole.
+    /// The number of elements of the whole fragment.
     std::uint64_t elements = 0;
 };
 
@@ -89,7 +89,7 @@ public:
     void run();
 
 private:
-    /// By fragment name; nothing stands for data without a fragment.
+    /// By fragment name; nullopt for data without a fragment.
     using Parts = std::map<std::optional<std::string>, Part>;
 
     [[nodiscard]] Anchor::StrongPtr<Sheaf::Representation>
@@ -129,7 +129,7 @@ void Chooser::run() {
         note("skeletons that are not vertices with positions are left out, since points are chosen");
 }
 
-/// Of vertices, that in the default chart if it has positions.
+/// The representation of vertices in the default chart if it has positions, else null.
 Anchor::StrongPtr<Sheaf::Representation>
 Chooser::decidingRepresentation(const Sheaf::Skeleton& skeleton) const {
     if (skeleton.dimension() != 0)
@@ -195,7 +195,7 @@ void Chooser::fill(const Parts& parts, const Sheaf::Representation& from, Sheaf:
     });
 }
 
-/// Null where nothing is left of a lattice.
+/// Null if nothing is left of a lattice.
 Sheaf::Field::Creator Chooser::dataOf(const Part& part, const Sheaf::Field::Creator& whole,
                                       const std::string& field) const {
     if (part.window && !part.lattice)
@@ -217,7 +217,8 @@ Sheaf::Field::Creator Chooser::dataOf(const Part& part, const Sheaf::Field::Crea
 
 } // namespace
 
-ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice, const Selection& selection, const MayGoOn& mayGoOn) {
+ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice, const Selection& selection,
+                          const MayGoOn& mayGoOn) {
     ChosenPoints result;
     Masks all;
     result.bundle = rebuilt(from, selection, [&](double time, const Sheaf::Grid& grid, Sheaf::Grid& copy) {

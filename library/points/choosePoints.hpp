@@ -11,22 +11,24 @@
 
 namespace Tidewatch {
 
-/// A bundle of the chosen points of another one, and of the rows and columns of its lattices inside the box.
+/// The chosen points of a bundle, and the rows and columns of its lattices inside the box.
 struct ChosenPoints {
     Anchor::StrongPtr<Sheaf::Bundle> bundle;
-    /// What was left out besides points, one text each.
+    /// Notes on what was left out besides points, one text each.
     std::vector<std::string> notes = {};
-    /// Determines how many points are chosen, fragment by fragment; until then extents state the most that there can be.
+    /// Determines the number of chosen points, fragment by fragment; until then extents state upper bounds.
     std::function<void()> count = {};
 };
 
-/// Grids that are not selected stay as they are. Arrays are made on demand from those of `from`, whose creators are
-/// kept. `mayGoOn`, unless it is empty, is called
-/// while points are looked at, so that a host can stop the work by an exception.
+/// Grids that are not selected stay as they are. Arrays are created on demand from those of `from`, whose
+/// creators are kept. `mayGoOn`, unless empty, is called regularly while points are tested, and may throw to
+/// stop.
 ///
-/// Throws Anchor::ModelError, naming the grid, where a field that decides is missing or holds no integers, where classes
-/// or returns are to be chosen from a lattice, and where a field of a fragment has another length than its positions.
-[[nodiscard]] ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice, const Selection& selection,
+/// Throws Anchor::ModelError, naming the grid, if a field needed for the choice is missing or does not
+/// contain integers, if classes or returns are to be chosen from a lattice, and if a field of a fragment has
+/// another length than its positions.
+[[nodiscard]] ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice,
+                                        const Selection& selection,
                                         const std::function<void()>& mayGoOn = {});
 
 } // namespace Tidewatch

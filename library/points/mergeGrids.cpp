@@ -32,7 +32,7 @@ bool isSame(const std::optional<Sheaf::FieldEncoding>& a, const std::optional<Sh
            a->noData == b->noData;
 }
 
-/// The vertices that have positions in the default chart.
+/// The skeletons of vertices that have positions in the default chart.
 Keys verticesOf(const Sheaf::Grid& grid) {
     const auto chart = grid.findCartesianChart({});
     Keys keys;

@@ -114,7 +114,7 @@ void mergeRecords(std::span<const MergePart> parts, FileStatement& merged, std::
                                     files.size() == 1 ? "has" : "have"));
 }
 
-/// Whether two grids state the same; what nobody can read, only where the text or the records are the same.
+/// Whether two grids have the same system; systems that cannot be read are compared by text and records.
 bool isSameSystem(const Sheaf::Grid& a, const GridSystem& ofA, const Sheaf::Grid& b, const GridSystem& ofB) {
     if (ofA.system && ofB.system && ofA.unreadable.empty() && ofB.unreadable.empty())
         return ofA.system->isEquivalentTo(*ofB.system);

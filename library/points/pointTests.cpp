@@ -20,7 +20,7 @@ namespace {
 
 using Point = Geom::PhysicalSpace::point;
 
-/// An array of a fragment that decides, and its name in errors.
+/// An array used by a test, and its name in errors.
 struct Deciding {
     Sheaf::Field::Creator data;
     std::string name;
@@ -62,12 +62,12 @@ bool isInteger(const std::type_info& type) {
     return is;
 }
 
-/// An array that differs from what its creator stated.
+/// Throws for an array that differs from what its creator stated.
 [[noreturn]] void refuse(const std::string& name) {
     throw Anchor::ModelError(name + " is not an array of the stated type and size");
 }
 
-/// Classes and return numbers in as many bits as they need and one number more, which stands for all others.
+/// Classes and return numbers in 16 bits, with one number for all other values.
 using SmallNumbers = std::vector<std::uint16_t>;
 constexpr std::uint16_t anyOther = std::numeric_limits<std::uint16_t>::max();
 
@@ -137,7 +137,7 @@ FragmentMask::Test TestMaker::forClasses(const std::set<std::uint8_t>& classes) 
 }
 
 FragmentMask::Test TestMaker::forReturns(const PointChoice& choice) const {
-    // A field that does not decide may be missing.
+    // A field that is not needed may be missing.
     const std::set<std::string> read = choice.fieldsRead();
     const auto ifRead = [&](std::string_view field) {
         return read.contains(std::string(field)) ? deciding(field) : Deciding{};

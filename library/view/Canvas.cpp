@@ -124,7 +124,7 @@ constexpr Glyph box{0x1F, 0x11, 0x11, 0x11, 0x11, 0x11, 0x1F, 0, 0};
 template <class Visit>
 void forEachGlyph(std::string_view text, Visit&& visit) {
     for (const char character : text) {
-        // The bytes of a character of UTF-8 after its first.
+        // Continuation bytes of UTF-8.
         if ((static_cast<unsigned char>(character) & 0xC0U) == 0x80U)
             continue;
         const bool isKnown = character >= firstGlyph && character <= lastGlyph;

@@ -9,8 +9,8 @@
 
 namespace Tidewatch {
 
-/// Draws on an image: rectangles, triangles and texts, in whole pixels, so that the result is the same everywhere.
-/// What lies outside the image is left out.
+/// Draws on an image: rectangles, triangles and texts, in whole pixels, so that the result is the same
+/// everywhere. Drawing is clipped to the image.
 class Canvas {
 public:
     explicit Canvas(ViewImage& image) : image_(image) {}
@@ -18,13 +18,13 @@ public:
     void set(std::int64_t x, std::int64_t y, const ViewColor& color);
     void fill(std::int64_t x, std::int64_t y, std::int64_t width, std::int64_t height,
               const ViewColor& color);
-    /// A triangle of which two corners lie on one row: its point at (x, y), the others `height` rows below (above, where it
-    /// is negative), `half` pixels to either side.
+    /// A triangle with a horizontal base: its tip at (x, y), the base `height` rows below (above, if
+    /// negative), extending `half` pixels to either side.
     void arrow(std::int64_t x, std::int64_t y, std::int64_t half, std::int64_t height,
                const ViewColor& color);
 
-    /// Writes a text whose upper left corner is at (x, y). A pixel of the font is a square of `scale`. What is not printable
-    /// ASCII is shown as a box, one for each character of UTF-8.
+    /// Draws a text with its upper left corner at (x, y). A pixel of the font is a square of `scale` pixels.
+    /// Characters other than printable ASCII are shown as boxes.
     void text(std::int64_t x, std::int64_t y, std::string_view text, std::int64_t scale,
               const ViewColor& color);
 

@@ -15,14 +15,14 @@ namespace Tidewatch {
 
 namespace {
 
-/// Differences of values in this range, doubled for their sign, still are doubles without rounding.
+/// Differences of values in this range, doubled for the sign, are exact in double precision.
 constexpr std::uint64_t widestRange = std::uint64_t{1} << 52;
 
 constexpr unsigned finestDecimal = 9;
 constexpr double powersOfTen[finestDecimal + 1] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
 
-/// Beyond this, neighbouring doubles are more than 1 apart.
-constexpr double largestWhole = 0x1p53;
+/// Up to here all integers are exact in double precision.
+constexpr double largestExactInteger = 0x1p53;
 
 std::string deflated(const std::vector<unsigned char>& bytes) {
     if (bytes.empty())
@@ -32,7 +32,7 @@ std::string deflated(const std::vector<unsigned char>& bytes) {
     const int status = compress2(reinterpret_cast<Bytef*>(result.data()), &size, bytes.data(),
                                  static_cast<uLong>(bytes.size()), Z_DEFAULT_COMPRESSION);
     if (status != Z_OK)
-        throw Anchor::LimitError("there is no memory to compress a column of the page");
+        throw Anchor::LimitError("there is not enough memory to compress a column of the page");
     result.resize(size);
     return result;
 }
@@ -40,7 +40,7 @@ std::string deflated(const std::vector<unsigned char>& bytes) {
 template <class T>
 bool isDecimal(T value, unsigned decimals) {
     const double whole = std::nearbyint(static_cast<double>(value) * powersOfTen[decimals]);
-    return std::abs(whole) < largestWhole && static_cast<T>(whole / powersOfTen[decimals]) == value;
+    return std::abs(whole) < largestExactInteger && static_cast<T>(whole / powersOfTen[decimals]) == value;
 }
 
 template <class T>
@@ -106,13 +106,13 @@ std::optional<PackedColumn> packIntegers(std::span<const std::optional<std::int6
 
 template <class T>
 PackedColumn packFloats(std::span<const T> values) {
-    // Every float has nine digits of its own; only few of them are decimals that somebody meant.
+    // Every float can be written with nine digits, so only few decimals indicate decimal input.
     constexpr unsigned finest = sizeof(T) == sizeof(float) ? 6 : finestDecimal;
     unsigned decimals = 0;
     for (const T value : values) {
         if (std::isnan(value))
             continue;
-        // A negative zero has no whole number.
+        // An integer cannot represent a negative zero.
         if (!std::isfinite(value) || (value == 0 && std::signbit(value)))
             return packBits(values);
         while (!isDecimal(value, decimals)) {
@@ -124,7 +124,7 @@ PackedColumn packFloats(std::span<const T> values) {
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (std::isnan(values[i]))
             continue;
-        // More decimals than the value itself needs may leave the range of exact numbers.
+        // With more decimals than a value needs, it may exceed the range of exact integers.
         if (!isDecimal(values[i], decimals))
             return packBits(values);
         whole[i] =
@@ -145,7 +145,7 @@ PackedColumn packCoordinates(std::span<const double> values) {
         farthest = std::max(farthest, std::abs(value));
     }
     const double tolerance = 4 * std::numeric_limits<double>::epsilon() * farthest;
-    // Where the tolerance is no small part of the step, everything would be near a multiple of it.
+    // Unless the tolerance is a small part of the step, every value is near a multiple of the step.
     const auto tellsApart = [&](unsigned digits) { return tolerance * powersOfTen[digits] <= 0.05; };
     if (!tellsApart(0))
         return packFloats(values);
@@ -153,7 +153,8 @@ PackedColumn packCoordinates(std::span<const double> values) {
     std::vector<std::optional<std::int64_t>> whole(values.size());
     const auto isNear = [&](double value) {
         const double units = std::nearbyint(value * powersOfTen[decimals]);
-        return std::abs(units) < largestWhole && std::abs(value - units / powersOfTen[decimals]) <= tolerance;
+        return std::abs(units) < largestExactInteger &&
+               std::abs(value - units / powersOfTen[decimals]) <= tolerance;
     };
     for (const double value : values) {
         while (!isNear(value)) {

@@ -12,7 +12,7 @@ struct PointClass {
     ViewColor color;
 };
 
-// LAS 1.4 R15, table 17. The table gives no colours; these are the ones that maps accustom people to.
+// LAS 1.4 R15, table 17. The colours, which the table does not define, are those usual on maps.
 constexpr PointClass classes[] = {
     {"Created, Never Classified", {170, 170, 170}},
     {"Unclassified", {196, 190, 178}},
@@ -52,7 +52,7 @@ std::string_view pointClassName(std::uint8_t code) noexcept {
 ViewColor pointClassColor(std::uint8_t code) noexcept {
     if (code < std::size(classes))
         return classes[code].color;
-    // Neighbouring codes get hues far apart: steps of the golden section around a circle of six.
+    // Consecutive codes get very different hues: steps of the golden ratio around the colour circle.
     const int hue = code * 379 % 613 * 1530 / 613;
     const int phase = hue / 255;
     const auto rising = static_cast<std::uint8_t>(60 + hue % 255 * 160 / 255);

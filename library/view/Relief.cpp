@@ -24,7 +24,7 @@ void Relief::closeGaps(unsigned reach) {
         std::size_t source;
     };
     for (unsigned round = 0; round < reach; ++round) {
-        // What a round fills must not be a source in the same round.
+        // Pixels filled in a round must not be sources in the same round.
         std::vector<Filling> fillings;
         for (std::int64_t row = 0; row < height; ++row) {
             for (std::int64_t column = 0; column < width; ++column) {

@@ -10,11 +10,11 @@
 
 namespace Tidewatch {
 
-/// A survey seen from above: of each pixel the highest point, with a value.
+/// A survey seen from above: the highest point of each pixel, with a value.
 class Relief {
 public:
-    /// The part of a place that the pixels cover: `lower` is the corner of the lower left one; `edge` is the length of a
-    /// pixel's edge.
+    /// The area covered by the pixels: `lowerX` and `lowerY` are its lower left corner, `edge` is the size of
+    /// a pixel.
     struct Area {
         double lowerX = 0;
         double lowerY = 0;
@@ -25,16 +25,16 @@ public:
 
     explicit Relief(const Area& area);
 
-    /// Takes a point with its value, which is any number of 32 bits.
+    /// Adds a point with a value of any 32 bits.
     void take(double x, double y, double z, std::uint32_t value) {
         const double column = (x - area_.lowerX) * perUnit_;
         const double row = (y - area_.lowerY) * perUnit_;
-        // False for what is not a number, too.
+        // Also skips NaN.
         if (!(column >= 0 && row >= 0 && column < area_.width && row < area_.height))
             return;
         const std::size_t at = static_cast<std::size_t>(row) * area_.width + static_cast<std::size_t>(column);
         const double above = z - zero_;
-        // Heights beyond all reason, and those that are not numbers, would leave the range of floats.
+        // Skips NaN and absurd heights, which would exceed the range of floats.
         if (!(above > -highest && above < highest))
             return;
         const auto height = static_cast<float>(above);
@@ -44,16 +44,16 @@ public:
         }
     }
 
-    /// The height that heights are kept relative to; to be set before the first point.
+    /// The height to which stored heights are relative; set it before the first point.
     void setZero(double height) noexcept { zero_ = height; }
     [[nodiscard]] double zero() const noexcept { return zero_; }
 
     [[nodiscard]] const Area& area() const noexcept { return area_; }
 
-    /// Gives empty pixels what the nearest of others has, up to `reach` pixels away.
+    /// Fills empty pixels from the nearest other pixel up to `reach` pixels away.
     void closeGaps(unsigned reach);
 
-    /// Whether a pixel (counted from the lower left one) has something.
+    /// Whether a pixel (counted from the lower left one) has a point.
     [[nodiscard]] bool isThere(std::size_t pixel) const { return heights_[pixel] > nothing; }
     [[nodiscard]] double height(std::size_t pixel) const {
         return static_cast<double>(heights_[pixel]) + zero_;
@@ -61,7 +61,8 @@ public:
     [[nodiscard]] std::uint32_t value(std::size_t pixel) const { return values_[pixel]; }
     [[nodiscard]] std::size_t size() const noexcept { return heights_.size(); }
 
-    /// The share of light (0 to 1) that a pixel gets from the north-west at 45 degrees, heights counting `stretch` times.
+    /// The illumination (0 to 1) of a pixel from the north-west at 45 degrees, with heights multiplied by
+    /// `stretch`.
     [[nodiscard]] double light(std::uint32_t column, std::uint32_t row, double stretch) const;
 
 private:

@@ -15,12 +15,12 @@ using ViewColor = std::array<std::uint8_t, 3>;
 /// "#rrggbb".
 [[nodiscard]] std::string colorText(const ViewColor& color);
 
-/// A row of colours from low to high, with equal steps between them.
+/// Equidistant colours from low to high.
 struct ColorRamp {
     std::string_view name;
     std::span<const ViewColor> colors;
 
-    /// The colour at a share of the way, 0 to 1; what is not a number counts as 0.
+    /// The interpolated colour at `share`, 0 to 1; NaN counts as 0.
     [[nodiscard]] ViewColor at(double share) const;
 };
 

@@ -56,7 +56,7 @@ public:
     }
 
 private:
-    /// Nothing where numbers or their range are too large.
+    /// Nothing if numbers or their range are too large.
     [[nodiscard]] std::optional<PackedColumn> packWhole(std::span<const std::uint32_t> points) const {
         std::vector<std::optional<std::int64_t>> numbers(points.size());
         for (std::size_t i = 0; i < points.size(); ++i) {
@@ -88,7 +88,7 @@ private:
 
     std::size_t component_;
     std::vector<Component> values_;
-    std::vector<bool> gaps_; // as far as the last one
+    std::vector<bool> gaps_; // up to the last gap
 };
 
 } // namespace

@@ -28,7 +28,7 @@ constexpr std::string_view axes[] = {"x", "y", "z"};
 constexpr std::string_view bands[] = {"Band1", "Band2", "Band3"};
 
 std::string roleOf(const std::string& name, const std::type_info& type) {
-    // The page keeps classes in bytes.
+    // The page stores classes in bytes.
     if (name == "Classification" && type != typeid(unsigned char))
         return {};
     const auto* const found = std::find_if(std::begin(roles), std::end(roles),
@@ -36,7 +36,7 @@ std::string roleOf(const std::string& name, const std::type_info& type) {
     return found != std::end(roles) ? std::string(found->role) : std::string();
 }
 
-/// Gives the first three bands of a picture their roles.
+/// Sets the roles of the first three bands of a picture.
 void markPicture(std::vector<ViewField>& fields) {
     std::vector<ViewField*> picture;
     for (const std::string_view band : bands) {
@@ -109,7 +109,7 @@ bool isLattice(const Sheaf::Representation& representation) {
     bool lattice = false;
     representation.Positions()->forEachFragment([&](const auto&, const Sheaf::Field::Creator& data) {
         const auto extents = data->extents();
-        // A lattice knows its places without an array; asking for it costs nothing.
+        // Creating a lattice is cheap, since it has no array.
         if (extents && extents->rank() == 3 && (*extents)[2] == 1)
             lattice = Anchor::dynamicCast<Sheaf::UniformCartesianArray>(data->create(false)).get() != nullptr;
         return false;

@@ -13,15 +13,15 @@
 
 namespace Tidewatch {
 
-/// A page or a picture that is written beside its place and put there once it is complete.
+/// A page or a picture that is written to a temporary file and put in place when complete.
 class TIDEWATCH_API ViewFile {
 public:
-    /// Throws Anchor::FileError when nothing may be put at `path` (see Placement), before any work.
+    /// Throws Anchor::FileError, before any work, if `path` may not be written (see Placement).
     ViewFile(std::string path, bool overwrite, std::vector<Anchor::FileIdentity> inputs);
     ~ViewFile();
 
-    /// Writes pieces that follow each other and puts the file in place. Gives the file's line of a report; `points` are what
-    /// it shows. Throws Anchor::FileError; then nothing has been put in place.
+    /// Writes consecutive pieces and puts the file in place. Returns the file's entry of a report; `points`
+    /// is the number of points shown. Throws Anchor::FileError; then nothing has been put in place.
     [[nodiscard]] ExportReport::File place(std::span<const std::string> pieces, std::uint64_t points);
 
 private:

@@ -18,10 +18,10 @@ namespace {
 
 using Geom::PhysicalSpace;
 
-/// So many times the wanted points come into question: the more, the more evenly they can be spread over the place.
+/// The ratio of candidates to wanted points: more candidates allow a more even distribution.
 constexpr std::uint64_t choice = 3;
 
-/// Points that each class keeps at least, as far as it has them.
+/// How many points of each class are kept at least, if it has them.
 constexpr std::uint64_t keptOfClass = 64;
 
 constexpr std::size_t stride = 65'536;
@@ -42,7 +42,7 @@ std::vector<NamedColumn> columnsFor(const std::vector<ViewField>& fields) {
     return columns;
 }
 
-/// Every array is made once, also where several columns come from it.
+/// Creates every array once, even for several columns.
 void takeColumns(std::vector<NamedColumn>& columns, const std::vector<ViewField>& fields,
                  const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
                  std::span<const std::uint32_t> elements) {
@@ -101,7 +101,8 @@ void PointPart::take(std::span<const PhysicalSpace::point> positions,
         for (std::size_t i = begin; i < end; ++i) {
             bool take = threshold_ == always || (scrambled(seen_ + i) >> 32) < threshold_;
             if (threshold_ != always && i < classes.size()) {
-                // The first points of a class, then ever fewer: some of each class, spread over all of its points.
+                // Takes every n-th point of each class, with growing n, so that some are spread over all its
+                // points.
                 const unsigned char kind = classes[i];
                 const std::uint64_t number = met_[kind]++;
                 if (number % every_[kind] == 0) {

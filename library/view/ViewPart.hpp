@@ -17,7 +17,7 @@
 
 namespace Tidewatch {
 
-/// A column of a part with what the page says about it.
+/// A column of a part with its name and role.
 struct NamedColumn {
     std::string name;
     std::string role;
@@ -31,26 +31,27 @@ struct NamedPack {
     PackedColumn column;
 };
 
-/// What a part of a view says how far its reading has come.
+/// Reports how many points have been read.
 using TellPoints = std::function<void(std::uint64_t points)>;
 
-/// The points of a skeleton, as far as they come into question for a view.
+/// The candidate points of a skeleton for a view.
 class PointPart {
 public:
-    /// `total` is the number of points that are going to be taken, `wanted` how many of them a view is to have.
+    /// `total` is the number of points that will be passed to take(), `wanted` how many of them a view should
+    /// have.
     PointPart(std::vector<ViewField> fields, std::uint64_t total, std::uint64_t wanted);
 
-    /// Takes the points of a fragment; `positions` are all of its positions. Every class keeps some of its points. Calls
-    /// `mayGoOn` many times a second.
+    /// Takes the points of a fragment; `positions` are all of its positions. Some points of every class are
+    /// kept. Calls `mayGoOn` many times a second.
     void take(std::span<const Geom::PhysicalSpace::point> positions,
               const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, const std::function<void()>& mayGoOn);
 
-    /// Chooses at most so many of the points.
+    /// Chooses at most `wanted` of the points.
     void choose(std::uint64_t wanted);
 
     [[nodiscard]] std::uint64_t chosen() const noexcept { return chosen_.size(); }
 
-    /// How often each class comes among the chosen points; all 0 without classes.
+    /// The number of chosen points of each class; all 0 without classes.
     [[nodiscard]] std::array<std::uint64_t, 256> classes() const;
 
     /// The columns of the chosen points, positions first.
@@ -65,20 +66,20 @@ private:
     Anchor::StrongPtr<Sheaf::Field> classField_;
     std::uint64_t threshold_;
     std::uint64_t seen_ = 0;
-    /// How many points of each class have been met, and every which of them is taken whatever the others do.
+    /// For each class, the number of points seen, and n, if every n-th of them is taken in any case.
     std::array<std::uint64_t, 256> met_{};
     std::array<std::uint64_t, 256> every_{};
     std::vector<Geom::PhysicalSpace::point> positions_;
     std::vector<std::uint32_t> chosen_;
 };
 
-/// Every which row and column of a lattice is taken so that there are no more than so many places (but 4 in any case).
+/// The step between rows and columns of a lattice for which at most `wanted` places, or 4, remain.
 [[nodiscard]] std::uint64_t latticeStep(std::uint64_t columns, std::uint64_t rows, std::uint64_t wanted);
 
 /// A lattice of a fragment, thinned to every k-th row and column.
 class SurfacePart {
 public:
-    /// `wanted` is how many places a view is to have about at most.
+    /// `wanted` is approximately the max number of places.
     SurfacePart(const std::vector<ViewField>& fields, const Sheaf::Representation& representation,
                 const Sheaf::UniformCartesianArray& lattice,
                 const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, std::uint64_t wanted);

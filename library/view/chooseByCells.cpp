@@ -14,10 +14,10 @@ namespace {
 
 using Geom::PhysicalSpace;
 
-/// Halvings of an axis: three axes fill 63 bits.
+/// The number of bisections of an axis: three axes need 63 bits.
 constexpr unsigned depth = 21;
 
-/// A point with its place on a curve that fills space: the bits of the three cell numbers, interleaved.
+/// A point with its place on a Morton curve: the bits of the three cell indices, interleaved.
 struct Placed {
     std::uint64_t place;
     std::uint32_t point;
@@ -48,7 +48,7 @@ std::vector<Placed> placed(std::span<const PhysicalSpace::point> points) {
     }
     const double extent = std::max({high.x - low.x, high.y - low.y, high.z - low.z});
     constexpr double cells = 1U << depth;
-    // A range beyond all doubles has cells of no use, but still some.
+    // If the extent overflows, all points are in one cell.
     const double perUnit = extent > 0 && std::isfinite(extent) ? cells / extent : 0;
     const auto cell = [&](double value, double start) {
         return static_cast<std::uint64_t>(std::clamp((value - start) * perUnit, 0.0, cells - 1));
@@ -68,7 +68,7 @@ std::vector<Placed> placed(std::span<const PhysicalSpace::point> points) {
     return list;
 }
 
-/// The first halving that tells two places apart; one more than there are for equal ones.
+/// The first bisection that separates two places; depth + 1 for equal ones.
 unsigned partingDepth(std::uint64_t a, std::uint64_t b) {
     const std::uint64_t difference = a ^ b;
     if (difference == 0)
@@ -107,7 +107,7 @@ std::vector<std::uint32_t> chooseByCells(std::span<const PhysicalSpace::point> p
         }
     }
 
-    // How many cells there are after each halving.
+    // How many cells have points after each bisection.
     std::array<std::uint64_t, depth + 2> cells{};
     for (std::size_t i = 1; i < list.size(); ++i)
         ++cells[partingDepth(list[i - 1].place, list[i].place)];
@@ -118,8 +118,8 @@ std::vector<std::uint32_t> chooseByCells(std::span<const PhysicalSpace::point> p
     while (coarse + 1 < cells.size() && cells[coarse + 1] <= left)
         ++coarse;
     if (left > 0) {
-        // One point of every coarse cell, and so many of the fine cells within them as there is room for. Which point
-        // of a cell it is must not follow a pattern, or the picture would show it.
+        // One point of every coarse cell, and of as many of the fine cells within them as there is room for.
+        // The choice within a cell is random, since a pattern would be visible.
         const unsigned fine = std::min(coarse + 1, depth + 1);
         const std::uint64_t room = left - cells[coarse];
         const std::uint64_t others = cells[fine] - cells[coarse];

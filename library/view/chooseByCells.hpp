@@ -9,14 +9,15 @@
 
 namespace Tidewatch {
 
-/// Random bits for a number, the same everywhere.
+/// A hash of a number, the same on all machines.
 [[nodiscard]] std::uint64_t scrambled(std::uint64_t number) noexcept;
 
-/// Chooses at most `wanted` of the points so that they show the place as all of them would: one of each of the cubic cells
-/// of the coarsest size that has as many, and those of which `isKept` says so. `isKept` is empty or has an entry a point.
+/// Chooses at most `wanted` points, distributed evenly: those with `isKept`, one of each cubic cell of the
+/// finest size for which there is room, and some of the next finer cells. `isKept` is empty or has an entry
+/// per point.
 ///
-/// Gives indexes in an order in which neighbours in space follow each other. Points whose coordinates are not finite are
-/// never chosen. Cost: some hundred nanoseconds a point.
+/// Returns indexes in an order in which neighbours in space are close. Points with coordinates that are not
+/// finite are never chosen. Cost: some hundred nanoseconds per point.
 [[nodiscard]] std::vector<std::uint32_t> chooseByCells(std::span<const Geom::PhysicalSpace::point> points,
                                                        std::uint64_t wanted, const std::vector<bool>& isKept);
 

@@ -6,8 +6,8 @@
 
 namespace Tidewatch {
 
-/// The page without its data, in pieces that follow each other, as view/scripts/build.mjs makes it: the data elements belong
-/// in the place of `pageDataMark`. Empty where it was built without npm's packages.
+/// The page without its data, in consecutive pieces, as created by view/scripts/build.mjs: the data elements
+/// replace `pageDataMark`. Empty if built without npm's packages.
 [[nodiscard]] std::span<const std::string_view> pageTemplate();
 
 inline constexpr std::string_view pageDataMark = "<!--data-->";

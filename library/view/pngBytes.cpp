@@ -7,7 +7,7 @@
 namespace Tidewatch {
 
 std::string pngBytes(const ViewImage& image) {
-    // The simplified interface of libpng, which needs no jumps.
+    // The simplified interface of libpng, which does not use setjmp.
     png_image png{};
     png.version = PNG_IMAGE_VERSION;
     png.width = image.width;

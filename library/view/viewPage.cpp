@@ -27,8 +27,8 @@ namespace {
 using Geom::PhysicalSpace;
 using Json = nlohmann::ordered_json;
 
-/// Below this many, a part is not thinned further for the sake of others that are larger.
-constexpr std::uint64_t leastShare = 4;
+/// Small layers get at least an equal share divided by this.
+constexpr std::uint64_t minShare = 4;
 
 std::uint64_t elementsOf(const Sheaf::Field& field) {
     std::uint64_t elements = 0;
@@ -40,7 +40,7 @@ std::uint64_t elementsOf(const Sheaf::Field& field) {
     return elements;
 }
 
-/// A skeleton that has positions, and what becomes of it.
+/// A skeleton that has positions, with its parts of the page.
 struct Layer {
     double time = 0;
     std::string grid;
@@ -50,7 +50,7 @@ struct Layer {
     bool isDefault = false;
     bool isLattice = false;
     Anchor::StrongPtr<Sheaf::Representation> representation;
-    /// Points or places of the input, and how many of them there is room for.
+    /// Points or places of the input, and how many of them the page should have.
     std::uint64_t of = 0;
     std::uint64_t wanted = 0;
     std::unique_ptr<PointPart> points;
@@ -100,11 +100,11 @@ std::vector<Layer> findLayers(const Sheaf::Bundle& bundle, const Selection& sele
     return layers;
 }
 
-/// Gives each of the layers its share of the points: all in proportion, but small ones some in any case.
+/// Distributes the points among the layers: in proportion, with a minimum for small ones.
 void shareOut(std::vector<Layer*> open, std::uint64_t points) {
     if (open.empty())
         return;
-    const std::uint64_t least = std::max<std::uint64_t>(points / (leastShare * open.size()), 1);
+    const std::uint64_t least = std::max<std::uint64_t>(points / (minShare * open.size()), 1);
     std::uint64_t room = points;
     for (bool isSettled = false; !isSettled && !open.empty();) {
         std::uint64_t total = 0;
@@ -128,7 +128,7 @@ void shareOut(std::vector<Layer*> open, std::uint64_t points) {
     }
 }
 
-/// How many places of a lattice there are when it is thinned as its share asks for.
+/// How many places a lattice has after thinning to its share.
 std::uint64_t placesLeft(const Layer& layer) {
     std::uint64_t places = 0;
     layer.representation->Positions()->forEachFragment([&](const auto&, const Sheaf::Field::Creator& data) {
@@ -141,7 +141,7 @@ std::uint64_t placesLeft(const Layer& layer) {
     return places;
 }
 
-/// Lattices are thinned by whole rows and columns; what they leave of their share is for the points.
+/// Lattices are thinned by whole rows and columns; what remains of their share goes to the points.
 void shareOut(std::vector<Layer>& layers, std::uint64_t points) {
     std::vector<Layer*> all;
     std::vector<Layer*> clouds;
@@ -216,7 +216,7 @@ private:
             layer.surfaces.emplace_back(fields, *layer.representation, lattice, fragment, wanted);
             return;
         }
-        // A lattice in space is shown as the points that it stands for.
+        // A three-dimensional lattice is shown as points.
         std::vector<PhysicalSpace::point> positions(places);
         const auto& origin = lattice.origin();
         const auto& spacing = lattice.spacing();
@@ -241,7 +241,7 @@ Json columnEntry(const NamedPack& pack) {
     entry["kind"] = column.kind == PackedColumn::Kind::Integer ? "integer" : "float";
     entry["bytes"] = column.bytes.size();
     if (column.kind == PackedColumn::Kind::Integer) {
-        // As texts: they may be beyond the whole numbers that JavaScript tells apart.
+        // As strings: they may exceed the exact integers of JavaScript.
         entry["min"] = std::to_string(column.min);
         entry["max"] = std::to_string(column.max);
         entry["decimals"] = column.decimals;
@@ -252,7 +252,7 @@ Json columnEntry(const NamedPack& pack) {
     return entry;
 }
 
-/// The data elements of a page, and what the manifest says about them.
+/// Collects the data elements of a page and creates their entries in the manifest.
 class Pieces {
 public:
     Json add(const char* kind, std::uint64_t count, const std::vector<NamedPack>& packs) {
@@ -350,12 +350,12 @@ Json fileEntries(const Inputs& inputs) {
     return files;
 }
 
-/// A document on one line. Names come from files: what is not UTF-8 in them is replaced by U+FFFD.
+/// A document on one line. Names come from files: invalid UTF-8 in them is replaced by U+FFFD.
 std::string jsonText(const Json& document) {
     return document.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// A manifest as the text of a script element: nothing in it may end the element.
+/// A manifest as a script element, escaped so that it cannot end the element.
 std::string manifestText(const Json& manifest) {
     const std::string json = jsonText(manifest);
     std::string text = "<script type=\"application/json\" id=\"manifest\">";
@@ -398,7 +398,7 @@ std::uint64_t templateBytes() {
     return bytes;
 }
 
-/// Puts the data elements into their place.
+/// Inserts the data elements into the template.
 std::vector<std::string> assemble(std::string manifest, std::vector<std::string> elements) {
     std::string page;
     for (const std::string_view piece : pageTemplate())
@@ -421,8 +421,8 @@ bool canMakeViewPages() {
 ViewPage makeViewPage(const Inputs& inputs, const ViewPageOptions& options, Progress& progress) {
     if (!canMakeViewPages())
         throw Anchor::LimitError(
-            "pages are not in this build, since npm's packages were not there when it was made "
-            "(scripts/setup.sh installs them); pictures are: -o FILE.png");
+            "this build cannot write pages, since npm's packages were not installed for it "
+            "(scripts/setup.sh installs them); -o FILE.png writes a picture");
     Selection selection(options.filters);
     std::vector<Layer> layers = findLayers(*inputs.bundle(), selection);
     if (layers.empty())
@@ -461,10 +461,10 @@ ViewPage makeViewPage(const Inputs& inputs, const ViewPageOptions& options, Prog
                 "columns; no class and no time is left out",
                 grouped(page.points), counted(page.of, "point")));
         if (isReduced)
-            page.notes.push_back(fmt::format(
-                "there are fewer than {} points, so that the page has no more than {} MB; "
-                "--points takes more",
-                grouped(ViewPageOptions::defaultPoints), ViewPageOptions::usualBytes / 1'000'000));
+            page.notes.push_back(fmt::format("there are fewer than {} points to limit the page to {} MB; "
+                                             "--points allows more",
+                                             grouped(ViewPageOptions::defaultPoints),
+                                             ViewPageOptions::usualBytes / 1'000'000));
         manifest["notes"] = page.notes;
         manifest["classes"] = classEntries(layers);
         manifest["ramps"] = rampEntries();

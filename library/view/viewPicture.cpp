@@ -38,7 +38,7 @@ constexpr ViewColor red{211, 66, 58};
 
 constexpr std::size_t stride = 65'536;
 
-/// A grid that is drawn: the vertices that exporters take.
+/// A grid to draw: the vertices that exporters use.
 struct Drawn {
     std::vector<ViewField> fields;
     Anchor::StrongPtr<Sheaf::Representation> representation;
@@ -51,7 +51,7 @@ struct Chosen {
     std::vector<Drawn> grids;
 };
 
-/// The grids of the first chosen slice; lattices only where there are no points.
+/// The grids of the first chosen slice; lattices only if there are no points.
 Chosen choose(const Sheaf::Bundle& bundle, const Filters& filters) {
     Selection selection(filters);
     Chosen chosen;
@@ -100,7 +100,7 @@ bool hasRole(const std::vector<Drawn>& grids, std::string_view role) {
     });
 }
 
-/// The values of a fragment that pixels keep: whole numbers as they are, colours in three bytes.
+/// The values of a fragment that pixels store: integers unchanged, colours in three bytes.
 class Values {
 public:
     Values(const Drawn& grid, Colors colors, const Anchor::StrongPtr<Sheaf::FragmentID>& fragment) {
@@ -158,12 +158,12 @@ private:
     std::vector<Part> parts_;
 };
 
-/// Walks over the positions of the grids, twice the same way.
+/// Visits the positions of the grids twice, in the same order.
 class Painter {
 public:
     Painter(const std::vector<Drawn>& grids, Progress& progress) : grids_(grids), progress_(progress) {}
 
-    /// The box of all positions, and their number.
+    /// The box of all positions.
     Geom::BoundingBox survey() {
         Geom::BoundingBox box;
         forEachFragment([&](const Drawn&, const auto&, const Sheaf::Field::Creator& data) {
@@ -223,7 +223,7 @@ private:
         }
     }
 
-    /// A pixel has what the nearest place has.
+    /// Each pixel gets the values of the nearest place.
     void drawLattice(Relief& relief, const Drawn& grid, const Sheaf::UniformCartesianArray& lattice,
                      const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, const Values& values) {
         const std::uint64_t columns = lattice.extents()[0];
@@ -266,9 +266,9 @@ private:
     double done_ = 0;
 };
 
-/// The largest of 1, 2 and 5 times a power of ten that is not above a positive number.
+/// The largest of 1, 2 and 5 times a power of ten that does not exceed a positive number.
 double niceBelow(double value) {
-    // Without logarithms, whose last bits differ from system to system.
+    // Without logarithms, whose last bits differ between systems.
     double power = 1;
     while (power * 10 <= value)
         power *= 10;
@@ -278,18 +278,18 @@ double niceBelow(double value) {
     return (lead >= 5 ? 5 : lead >= 2 ? 2 : 1) * power;
 }
 
-/// What is written beside the map.
+/// The legend beside the map.
 struct Legend {
     std::string title;
-    /// Of scales.
+    /// For scales.
     const ColorRamp* ramp = nullptr;
     double low = 0;
     double high = 1;
-    /// Of classes.
+    /// For classes.
     std::vector<std::pair<ViewColor, std::string>> entries;
 };
 
-/// Where things are, in pixels; texts are as large as the picture allows.
+/// The layout in pixels; the text size depends on that of the picture.
 struct Layout {
     std::int64_t scale;
     std::int64_t margin;
@@ -324,7 +324,7 @@ Relief::Area areaFor(const Geom::BoundingBox& box, const ViewPictureOptions::Siz
     return area;
 }
 
-/// The numbers that a pixel shows for a scale.
+/// The number that the colour of a pixel shows.
 double shownNumber(const Relief& relief, std::size_t pixel, Colors colors) {
     return colors == Colors::Height ? relief.height(pixel) : static_cast<double>(relief.value(pixel));
 }
@@ -359,7 +359,7 @@ Legend legendOf(const Relief& relief, Colors colors) {
     }
     if (numbers.empty())
         return legend;
-    // The outermost hundredths at either end are left out: single points far off would take all the colours.
+    // Leaves out one percent at either end, since single outliers would use up the range of colours.
     const std::size_t cut = colors == Colors::Return ? 0 : numbers.size() / 100;
     const auto at = [&](std::size_t rank) {
         std::nth_element(numbers.begin(), numbers.begin() + static_cast<std::ptrdiff_t>(rank), numbers.end());
@@ -384,7 +384,7 @@ ViewColor colorOf(const Relief& relief, std::size_t pixel, Colors colors, const 
 void drawMap(Canvas& canvas, const Relief& relief, Colors colors, const Legend& legend, std::int64_t left,
              std::int64_t top) {
     const Relief::Area& area = relief.area();
-    // Heights that are small beside the place count more, or nothing would be seen of them; a wide survey is flat.
+    // Heights are exaggerated, since large areas are flat.
     constexpr double stretch = 2;
     for (std::uint32_t row = 0; row < area.height; ++row) {
         for (std::uint32_t column = 0; column < area.width; ++column) {
@@ -476,7 +476,7 @@ ViewPicture makeViewPicture(const Inputs& inputs, const ViewPictureOptions& opti
         throw Anchor::ModelError("there is nothing to show: no chosen grid has positions");
     Colors colors = options.colors;
     if (colors != Colors::Automatic && colors != Colors::Height && !hasRole(chosen.grids, roleOf(colors)))
-        throw Anchor::ModelError("the chosen grids have no field that --color asks for");
+        throw Anchor::ModelError("the chosen grids have no field for --color");
     const bool mayBeClass = colors == Colors::Automatic && hasRole(chosen.grids, "class");
     const bool isPicture =
         colors == Colors::Automatic && chosen.grids.front().isSurface && hasRole(chosen.grids, "red");
@@ -497,7 +497,7 @@ ViewPicture makeViewPicture(const Inputs& inputs, const ViewPictureOptions& opti
     painter.draw(relief, colors);
     progress.end();
 
-    // Gaps as wide as the distance of neighbouring points mean nothing.
+    // Closes gaps no wider than the distance between neighbouring points.
     const double pixelsPerPoint =
         static_cast<double>(relief.size()) / static_cast<double>(std::max<std::uint64_t>(picture.points, 1));
     constexpr double widest = 12;
@@ -534,7 +534,7 @@ ViewPicture makeViewPicture(const Inputs& inputs, const ViewPictureOptions& opti
         drawLegend(canvas, legend, layout, width - layout.right + layout.margin,
                    layout.right - 2 * layout.margin, mapHeight);
     const ViewSystem known = viewSystem(*inputs.bundle(), Selection(options.filters));
-    // The letters of pictures have no sign for degrees.
+    // The font has no degree sign.
     const std::string unit = known.unit == "\xC2\xB0" ? "deg" : known.unit;
     drawScaleBar(canvas, layout, relief.area().edge, unit.empty() ? "units" : unit, height);
     drawNorthArrow(canvas, layout, layout.margin + 130 * scale, height);

@@ -18,7 +18,7 @@ struct TIDEWATCH_API ViewImage {
     std::vector<std::uint8_t> pixels;
 };
 
-/// What a picture is to show.
+/// What a picture shows.
 struct TIDEWATCH_API ViewPictureOptions {
     struct Size {
         std::uint32_t width = 1200;
@@ -31,28 +31,29 @@ struct TIDEWATCH_API ViewPictureOptions {
 
     Filters filters;
     Size size;
-    /// Automatic: by class where there are several, else by height.
+    /// Automatic: by class if there are several, else by height.
     Colors colors = Colors::Automatic;
     /// The heading.
     std::string title;
 };
 
-/// A picture, and how many points it was made of.
+/// A picture, and the number of its points.
 struct TIDEWATCH_API ViewPicture {
     ViewImage image;
     std::uint64_t points = 0;
 };
 
-/// Draws the first of the chosen slices from above, north up: of each pixel the highest point, with the light of a low sun
-/// in the north-west; with heading, legend, scale bar and north arrow. The same inputs give the same pixels everywhere.
+/// Draws the first of the chosen slices from above, north up: the highest point of each pixel, illuminated
+/// from the north-west; with heading, legend, scale bar and north arrow. The same inputs give the same pixels
+/// on all machines.
 ///
-/// Makes every array of positions twice. Throws Anchor::ModelError where nothing was chosen that could be shown or the
-/// chosen attribute is not there, and what creators and the progress object throw.
+/// Creates every array of positions twice. Throws Anchor::ModelError if there is nothing to show or the
+/// chosen attribute is missing, and what creators and the progress object throw.
 [[nodiscard]] TIDEWATCH_API ViewPicture makeViewPicture(const Inputs& inputs,
                                                         const ViewPictureOptions& options,
                                                         Progress& progress);
 
-/// An image as a PNG file. Throws Anchor::LimitError where there is no memory for it.
+/// Encodes an image as PNG. Throws Anchor::LimitError if memory runs out.
 [[nodiscard]] TIDEWATCH_API std::string pngBytes(const ViewImage& image);
 
 } // namespace Tidewatch

@@ -8,11 +8,11 @@
 
 namespace Tidewatch {
 
-/// What a view says about the coordinates of the grids that it shows.
+/// The coordinate systems and units of the grids in a view.
 struct ViewSystem {
-    /// The coordinate reference systems, each once; empty where none is stated.
+    /// The coordinate reference systems, each once; empty if none is stated.
     std::string title;
-    /// The unit of coordinates, such as "m"; empty where it is not known or grids differ in it.
+    /// The unit of coordinates, such as "m"; empty if it is unknown or differs between grids.
     std::string unit;
 };
 

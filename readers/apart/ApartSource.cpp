@@ -33,8 +33,8 @@ using Apart::MessageType;
 using Apart::MessageWriter;
 using Apart::ReadingServer;
 
-// How often the host is asked whether to go on while the process says nothing.
-constexpr std::chrono::milliseconds beat{200};
+// How often the host is asked whether to continue while the process is silent.
+constexpr std::chrono::milliseconds tickInterval{200};
 
 std::atomic<bool> sandboxIsRequired = false;
 
@@ -52,13 +52,14 @@ std::atomic<bool> sandboxIsRequired = false;
     throw Anchor::FormatError(message);
 }
 
-/// Memory that another process fills. It can neither shrink, which would end whoever reads it, nor grow.
+/// Memory that another process fills. It is sealed against growing and against shrinking, which would crash
+/// its readers.
 Descriptor sharedMemory(std::uint64_t size, const std::string& path) {
     const auto require = [&](bool succeeded) {
         if (!succeeded)
-            throw Anchor::LimitError(fmt::format("{}: there is no memory for {} bytes to be read: {}",
-                                                 Anchor::printable(path), size,
-                                                 std::generic_category().message(errno)));
+            throw Anchor::LimitError(
+                fmt::format("{}: there is not enough memory for the {} bytes to be read: {}",
+                            Anchor::printable(path), size, std::generic_category().message(errno)));
     };
     Descriptor memory(::memfd_create("tidewatch", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     require(static_cast<bool>(memory));
@@ -67,7 +68,7 @@ Descriptor sharedMemory(std::uint64_t size, const std::string& path) {
     return memory;
 }
 
-/// Whether this process may make a file of a size, in memory too: a limit for files on disk counts for both.
+/// Whether this process may create a memory file of this size: the limit for files on disk applies to both.
 bool mayHaveFileOf(std::uint64_t size) {
     rlimit limit{};
     return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
@@ -82,8 +83,8 @@ void copyFrom(const Descriptor& memory, std::span<std::byte> target, const std::
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            throw Anchor::FileError(Anchor::printable(path) + ": what was read cannot be fetched: " +
-                                    std::generic_category().message(errno));
+            throw Anchor::FileError(Anchor::printable(path) +
+                                    ": cannot copy what was read: " + std::generic_category().message(errno));
         done += static_cast<std::size_t>(got);
     }
 }
@@ -104,7 +105,7 @@ Sandbox probeSandbox() {
         answer = child.channel.receive();
     server.end(child);
     if (!answer || answer->type != MessageType::Locked)
-        throw Anchor::FileError("tidewatch-read: does not tell what is in force");
+        throw Anchor::FileError("tidewatch-read: does not report what is in force");
     MessageReader reader(answer->payload);
     Sandbox sandbox;
     sandbox.seccomp = reader.byte() != 0;
@@ -119,7 +120,7 @@ ApartSource::ApartSource(ModuleKind kind, const SourceFiles& files, std::uint64_
     std::vector<int> descriptors;
     std::vector<std::string> names;
     for (const SourceFiles::File& file : files.files) {
-        // Nobody has that many files beside a raster that are of any use to it.
+        // No real raster has that many companion files.
         if (descriptors.size() == Channel::mostDescriptors)
             break;
         descriptors.push_back(file.descriptor);
@@ -127,7 +128,7 @@ ApartSource::ApartSource(ModuleKind kind, const SourceFiles& files, std::uint64_
     }
     MessageWriter request;
     request.number64(most).byte(sandboxIsRequired ? 1 : 0).text(path_).texts(names);
-    // What the process answers to it comes before its first real answer.
+    // A failure to open is the answer to the first request.
     isLost_ = !child_.channel.send(MessageType::Open, request, descriptors);
 }
 
@@ -136,7 +137,7 @@ ApartSource::~ApartSource() {
         try {
             ReadingServer::instance().end(child_);
         } catch (...) {
-            // The process ends with its socket at the latest.
+            // The process ends when its socket closes, at the latest.
         }
     }
 }
@@ -154,21 +155,23 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
                              std::span<const int> descriptors, MessageType answer, const std::string& object,
                              const Tick& tick) {
     auto& server = ReadingServer::instance();
-    // Whoever leaves this function without an answer leaves a process that is still at work.
+    // Leaving this function without an answer means that the process is still busy and cannot be asked again.
     const bool isSent = !isLost_ && child_.channel.send(request, payload, descriptors);
     isLost_ = true;
     double share = 0;
     std::chrono::nanoseconds usedBefore{};
-    bool isSilent = false; // and usedBefore is what had been used when that was first noticed
+    bool isSilent = false; // then usedBefore is the time used when silence was first noticed
     while (isSent) {
-        const Channel::Wait state = child_.channel.wait(beat);
+        const Channel::Wait state = child_.channel.wait(tickInterval);
         if (state == Channel::Wait::TimedOut) {
             const auto used = server.processorTime(child_);
             if (used && isSilent && *used - usedBefore > patience) {
                 server.end(child_);
                 fail(object,
-                     fmt::format("the process that reads it used {} s without a word, and was stopped",
-                                 std::chrono::duration_cast<std::chrono::seconds>(patience).count()));
+                     fmt::format(
+                         "the process that reads it used {} s of processor time without answering, and was "
+                         "stopped",
+                         std::chrono::duration_cast<std::chrono::seconds>(patience).count()));
             }
             if (used && !isSilent) {
                 usedBefore = *used;
@@ -206,7 +209,7 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
         } catch (const Anchor::FormatError&) {
             if (!isLost_)
                 throw;
-            break; // a message that is cut off
+            break; // a truncated message
         }
         if (tick)
             tick(share);
@@ -227,13 +230,13 @@ Structure ApartSource::structure(const Tick& tick) {
         reader.finish();
         return structure;
     } catch (const Anchor::FormatError& error) {
-        fail("", std::string("what the process that reads it tells of it ") + error.what());
+        fail("", std::string("the answer of the process that reads it ") + error.what());
     }
 }
 
 std::vector<std::string> ApartSource::read(const Structure::Array& array, std::span<std::byte> target,
                                            std::uint64_t most, const Tick& tick) {
-    constexpr std::uint64_t mostKept = std::uint64_t{64} << 20;
+    constexpr std::uint64_t maxKeptBytes = std::uint64_t{64} << 20;
     const bool isSent = !mayHaveFileOf(target.size());
     const bool isNew = !isSent && (!memory_ || memorySize_ < target.size());
     if (isNew) {
@@ -249,13 +252,13 @@ std::vector<std::string> ApartSource::read(const Structure::Array& array, std::s
     if (!isSent)
         copyFrom(memory_, target, path_);
     else if (!awaited_.empty())
-        fail(array.object, "what the process that reads it tells of it is cut off");
-    if (memorySize_ > mostKept)
+        fail(array.object, "the answer of the process that reads it is cut off");
+    if (memorySize_ > maxKeptBytes)
         memory_ = Descriptor();
     try {
         return MessageReader(answer).texts();
     } catch (const Anchor::FormatError& error) {
-        fail(array.object, std::string("what the process that reads it tells of it ") + error.what());
+        fail(array.object, std::string("the answer of the process that reads it ") + error.what());
     }
 }
 

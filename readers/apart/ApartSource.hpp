@@ -12,12 +12,12 @@
 
 namespace Tidewatch {
 
-/// An input that a process of its own reads. Its errors are those of a Source in this process; where the process
-/// dies, or has used 20 s of processor time without a word, the error is an Anchor::FormatError that says so, and
-/// the source is then of no more use.
+/// An input that is read in a separate process. Its errors are those of a Source in this process; if the
+/// process dies, or uses 20 s of processor time without sending anything, the error is an Anchor::FormatError
+/// that says so, and the source is no longer usable.
 class ApartSource final : public Source {
 public:
-    /// Starts the process and hands it the files; it has given up everything else before it reads of them.
+    /// Starts the process and hands it the files; it enters its sandbox before it reads them.
     ApartSource(ModuleKind kind, const SourceFiles& files, std::uint64_t most);
     ~ApartSource() override;
     ApartSource(const ApartSource&) = delete;
@@ -31,21 +31,22 @@ public:
                                                 std::uint64_t most, const Tick& tick) override;
     [[nodiscard]] bool isUsable() const override;
 
-    /// How long a process may use a processor without a word; tests make it shorter.
+    /// How much processor time a process may use without sending anything; tests make it shorter.
     static std::chrono::nanoseconds patience;
 
 private:
-    /// Sends a request and waits for its answer; tells progress meanwhile. Throws the error that is the answer.
+    /// Sends a request and waits for its answer; reports progress meanwhile. If the answer is an error,
+    /// throws it.
     [[nodiscard]] std::string ask(Apart::MessageType request, const Apart::MessageWriter& payload,
                                   std::span<const int> descriptors, Apart::MessageType answer,
                                   const std::string& object, const Tick& tick);
     [[noreturn]] void fail(const std::string& object, const std::string& what);
 
     std::string path_;
-    /// What the process fills; kept, since new memory takes its time, unless it is large.
+    /// What the process fills; kept unless it is large, since new memory costs time.
     Apart::Descriptor memory_;
     std::uint64_t memorySize_ = 0;
-    /// What is still to come where the bytes of an array are sent.
+    /// The part of the target still missing when the bytes of an array are sent as messages.
     std::span<std::byte> awaited_;
     Apart::ReadingServer::Child child_;
     bool isLost_ = false;

@@ -20,7 +20,7 @@ namespace {
 // Length (u32, of what follows) and type (u8).
 constexpr std::size_t headSize = 5;
 
-// A message is taken in so much at a time, so that a false length costs no memory.
+// Messages are received in pieces of this size, so that a false length costs no memory.
 constexpr std::size_t pieceSize = std::size_t{1} << 20;
 
 } // namespace
@@ -41,7 +41,7 @@ std::pair<Channel, Channel> Channel::pair() {
 bool Channel::send(MessageType type, const MessageWriter& payload, std::span<const int> descriptors) {
     const std::size_t length = payload.bytes().size() + 1;
     if (length > mostBytes || descriptors.size() > mostDescriptors)
-        throw Anchor::LimitError("holds more than can be told between processes");
+        throw Anchor::LimitError("contains more than one message between processes can hold");
     std::array<char, headSize> head{};
     for (std::size_t i = 0; i < 4; ++i)
         head[i] = static_cast<char>(length >> (8 * i) & 0xff);

@@ -13,7 +13,7 @@
 
 namespace Tidewatch::Apart {
 
-/// A descriptor that belongs to an object.
+/// Owns a file descriptor.
 class Descriptor {
 public:
     Descriptor() = default;
@@ -33,8 +33,8 @@ private:
     int number_ = -1;
 };
 
-/// One end of a pair of sockets over which messages and descriptors go. Descriptors that arrive are closed on
-/// exec. Nothing throws because the other end is gone: that is an answer.
+/// One end of a socket pair that carries messages and descriptors. Received descriptors are close-on-exec. A
+/// closed other end is reported in the result, not thrown.
 class Channel {
 public:
     struct Message {
@@ -43,7 +43,7 @@ public:
         std::vector<Descriptor> descriptors;
     };
 
-    /// What became of waiting for a message.
+    /// The result of waiting for a message.
     enum class Wait : std::uint8_t { Ready, TimedOut, Ended };
 
     Channel() = default;
@@ -56,18 +56,18 @@ public:
     [[nodiscard]] explicit operator bool() const noexcept { return static_cast<bool>(socket_); }
     void close() noexcept { socket_.close(); }
 
-    /// Sends a message, with copies of some descriptors; false when the other end is gone.
+    /// Sends a message, with copies of some descriptors; false when the other end is closed.
     bool send(MessageType type, const MessageWriter& payload = {}, std::span<const int> descriptors = {});
 
     /// Waits for something to arrive.
     [[nodiscard]] Wait wait(std::chrono::milliseconds most) const;
 
-    /// Takes the next message, waiting for it; nothing when the other end is gone or sends what is none.
+    /// Waits for the next message; nothing when the other end is closed or sends something invalid.
     [[nodiscard]] std::optional<Message> receive();
 
-    /// How long a message may be, its type included.
+    /// The max length of a message, including its type.
     static constexpr std::uint32_t mostBytes = std::uint32_t{1} << 28;
-    /// How many descriptors one message may carry.
+    /// The max number of descriptors in a message.
     static constexpr std::size_t mostDescriptors = 64;
 
 private:

@@ -12,17 +12,17 @@ namespace Tidewatch::Apart {
 
 namespace {
 
-// The least that each of these takes in a message: the lengths of its texts and lists, and its numbers.
-constexpr std::size_t leastText = 4;
-constexpr std::size_t leastPiece = 1 + leastText + 8 + leastText + 4 + 1;
-constexpr std::size_t leastField = 2 * leastText + 4 + 1;
-constexpr std::size_t leastRepresentation = leastText + 4;
-constexpr std::size_t leastSkeleton = leastText + 4 + 4 + 4 + 4;
-constexpr std::size_t leastFragment = leastText + 2;
-constexpr std::size_t leastChart = 2 * leastText;
-constexpr std::size_t leastRecord = leastText + 4 + leastText + 4;
-constexpr std::size_t leastGrid = leastText + 3 * 4 + 5 + 4;
-constexpr std::size_t leastSlice = 8 + 4;
+// The min bytes of each of these in a message: the lengths of its texts and lists, and its numbers.
+constexpr std::size_t minTextBytes = 4;
+constexpr std::size_t minPieceBytes = 1 + minTextBytes + 8 + minTextBytes + 4 + 1;
+constexpr std::size_t minFieldBytes = 2 * minTextBytes + 4 + 1;
+constexpr std::size_t minRepresentationBytes = minTextBytes + 4;
+constexpr std::size_t minSkeletonBytes = minTextBytes + 4 + 4 + 4 + 4;
+constexpr std::size_t minFragmentBytes = minTextBytes + 2;
+constexpr std::size_t minChartBytes = 2 * minTextBytes;
+constexpr std::size_t minRecordBytes = minTextBytes + 4 + minTextBytes + 4;
+constexpr std::size_t minGridBytes = minTextBytes + 3 * 4 + 5 + 4;
+constexpr std::size_t minSliceBytes = 8 + 4;
 
 template <class Range, class Write>
 void writeList(MessageWriter& writer, const Range& range, Write&& write) {
@@ -201,7 +201,7 @@ std::size_t MessageReader::count(std::size_t least) {
 }
 
 std::vector<std::string> MessageReader::texts() {
-    std::vector<std::string> values(count(leastText));
+    std::vector<std::string> values(count(minTextBytes));
     for (std::string& value : values)
         value = text();
     return values;
@@ -261,7 +261,7 @@ Sheaf::FileStatement MessageReader::statement() {
         value.fileSourceId = number16();
     if (byte() != 0)
         value.systemIdentifier = text();
-    value.records.resize(count(leastRecord));
+    value.records.resize(count(minRecordBytes));
     for (Sheaf::FileRecord& record : value.records) {
         record.userId = text();
         record.recordId = number16();
@@ -288,7 +288,7 @@ Structure::Field MessageReader::field() {
     value.name = text();
     value.element = text();
     value.encoding = encoding();
-    value.pieces.resize(count(leastPiece));
+    value.pieces.resize(count(minPieceBytes));
     for (Structure::Piece& piece : value.pieces) {
         if (byte() != 0)
             piece.fragment = text();
@@ -312,10 +312,10 @@ Structure::Skeleton MessageReader::skeleton() {
     for (std::int32_t& entry : value.refinement)
         entry = static_cast<std::int32_t>(number32());
     value.exclusionMark = static_cast<std::int32_t>(number32());
-    value.representations.resize(count(leastRepresentation));
+    value.representations.resize(count(minRepresentationBytes));
     for (Structure::Representation& representation : value.representations) {
         representation.chart = text();
-        representation.fields.resize(count(leastField));
+        representation.fields.resize(count(minFieldBytes));
         for (Structure::Field& entry : representation.fields)
             entry = field();
     }
@@ -325,18 +325,18 @@ Structure::Skeleton MessageReader::skeleton() {
 Structure::Grid MessageReader::grid() {
     Structure::Grid value;
     value.name = text();
-    value.charts.resize(count(leastChart));
+    value.charts.resize(count(minChartBytes));
     for (Structure::Chart& chart : value.charts) {
         chart.name = text();
         chart.referenceSystem = text();
     }
-    value.fragments.resize(count(leastFragment));
+    value.fragments.resize(count(minFragmentBytes));
     for (Structure::Fragment& fragment : value.fragments) {
         fragment.name = text();
         fragment.overlapLow = overlap();
         fragment.overlapHigh = overlap();
     }
-    value.skeletons.resize(count(leastSkeleton));
+    value.skeletons.resize(count(minSkeletonBytes));
     for (Structure::Skeleton& entry : value.skeletons)
         entry = skeleton();
     value.statement = statement();
@@ -348,10 +348,10 @@ Structure MessageReader::structure() {
     value.kind = text();
     value.isSingleGrid = byte() != 0;
     value.notCarried = texts();
-    value.slices.resize(count(leastSlice));
+    value.slices.resize(count(minSliceBytes));
     for (Structure::Slice& slice : value.slices) {
         slice.time = real();
-        slice.grids.resize(count(leastGrid));
+        slice.grids.resize(count(minGridBytes));
         for (Structure::Grid& entry : slice.grids)
             entry = grid();
     }

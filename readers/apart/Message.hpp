@@ -13,7 +13,7 @@
 
 namespace Tidewatch::Apart {
 
-/// What a message is. Its payload, in order, stands behind it; texts and lists have their length before.
+/// The types of messages, each with its payload in order. Texts and lists are preceded by their length.
 enum class MessageType : std::uint8_t {
     // From the library to the server.
     Fork = 1,       ///< number of the child (u32), ModuleKind (u8), folder of the modules (text); its socket
@@ -46,10 +46,10 @@ enum class MessageType : std::uint8_t {
     Failed = 53,     ///< ErrorKind (u8), message (text)
 };
 
-/// The kinds of errors that cross.
+/// The kinds of errors that are sent.
 enum class ErrorKind : std::uint8_t { File = 1, Format = 2, Limit = 3, Model = 4 };
 
-/// Puts a message together.
+/// Composes the payload of a message.
 class MessageWriter {
 public:
     MessageWriter& byte(std::uint8_t value);
@@ -57,7 +57,7 @@ public:
     MessageWriter& number64(std::uint64_t value);
     MessageWriter& real(double value);
     MessageWriter& text(std::string_view value);
-    /// Bytes as they are.
+    /// Bytes without a length.
     MessageWriter& raw(std::string_view value);
     MessageWriter& texts(std::span<const std::string> values);
     MessageWriter& array(const Structure::Array& value);
@@ -69,9 +69,9 @@ private:
     std::string bytes_;
 };
 
-/// Takes a message apart that comes from another process and is not trusted. Every operation throws
-/// Anchor::FormatError, with a text that says only what is wrong, when the message does not have what is asked
-/// for; nothing is allocated beyond what it holds.
+/// Parses a message from another process, which is not trusted. Every operation throws Anchor::FormatError,
+/// with a text that says only what is wrong, when the message does not contain what is asked for; no more is
+/// allocated than the message holds.
 class MessageReader {
 public:
     explicit MessageReader(std::string_view bytes) : rest_(bytes) {}
@@ -85,7 +85,7 @@ public:
     [[nodiscard]] Structure::Array array();
     [[nodiscard]] Structure structure();
 
-    /// Throws unless everything has been taken.
+    /// Throws unless everything has been read.
     void finish() const;
 
 private:

@@ -22,12 +22,13 @@ namespace Tidewatch::Apart {
 
 namespace {
 
-/// A copy of this process that sends no signal when it ends and that nobody finds who waits for any child.
+/// Forks without an exit signal, so that the host gets no SIGCHLD and a wait() for any child does not return
+/// this one.
 pid_t quietFork() {
     return static_cast<pid_t>(::syscall(SYS_clone, 0, nullptr, nullptr, nullptr, nullptr));
 }
 
-/// The environment without what would change the program: libraries loaded before its own, and HDF5's plugins.
+/// The environment without variables that would change the program: preloaded libraries and HDF5's plugins.
 std::vector<char*> environmentOfProgram() {
     std::vector<char*> kept;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
@@ -37,9 +38,9 @@ std::vector<char*> environmentOfProgram() {
             kept.push_back(*entry);
     }
     static std::string noPlugins = "HDF5_PLUGIN_PRELOAD=::";
-    // Its threads would have to be made after the lock.
+    // Its threads would have to be created after the lockdown, which forbids that.
     static std::string oneThread = "GDAL_NUM_THREADS=1";
-    // New memory is not empty: see Raster::Untouched.
+    // Fills new memory: see Raster::Untouched.
     static std::string tunables = "GLIBC_TUNABLES=glibc.malloc.perturb=90:glibc.malloc.tcache_count=0";
     kept.push_back(noPlugins.data());
     kept.push_back(oneThread.data());
@@ -48,10 +49,10 @@ std::vector<char*> environmentOfProgram() {
     return kept;
 }
 
-/// What runs in the copy of the process until the program does: only calls that a copy of a process of several
-/// threads may make.
+/// Runs in the forked process until exec: only async-signal-safe calls, since the host may have several
+/// threads.
 [[noreturn]] void becomeProgram(char* const* arguments, char* const* environment, int socket) {
-    // Not the host's terminal, nor its signals.
+    // Detaches from the host's terminal and signals.
     ::setsid();
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
@@ -82,7 +83,7 @@ std::string endingText(int status, bool wasKilled) {
 } // namespace
 
 ReadingServer& ReadingServer::instance() {
-    // Never destroyed: inputs that static objects of a host hold end at the very end of the process.
+    // Never destroyed: static objects of a host may hold inputs until the process ends.
     static auto* const server = new ReadingServer;
     return *server;
 }
@@ -108,7 +109,7 @@ void ReadingServer::start() {
     std::array<char*, 3> arguments{name.data(), socket.data(), nullptr};
     const std::vector<char*> environment = environmentOfProgram();
 
-    // No handler of the host's runs in the copy.
+    // So that no signal handler of the host runs in the forked process.
     sigset_t all;
     sigset_t before;
     ::sigfillset(&all);
@@ -129,8 +130,8 @@ void ReadingServer::start() {
         throw Anchor::FileError(program + ": cannot be started");
     const std::string version = MessageReader(ready->payload).text();
     if (version != TIDEWATCH_VERSION)
-        throw Anchor::FileError(fmt::format("{}: is of version {}, and version {} is needed", program,
-                                            version, TIDEWATCH_VERSION));
+        throw Anchor::FileError(
+            fmt::format("{}: has version {}, but version {} is needed", program, version, TIDEWATCH_VERSION));
     channel_ = std::move(ours);
 }
 
@@ -143,7 +144,7 @@ std::optional<Channel::Message> ReadingServer::ask(MessageType type, const Messa
         message = channel_.receive();
     if (message && message->type == answer)
         return message;
-    // It was killed, or fails to answer: the next who asks gets a new one.
+    // It was killed or does not answer: the next call starts a new one.
     const bool hasFailed = message && message->type == MessageType::Failed;
     if (hasFailed) {
         MessageReader reason(message->payload);

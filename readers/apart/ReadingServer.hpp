@@ -13,36 +13,35 @@
 
 namespace Tidewatch::Apart {
 
-/// The program tidewatch-read, started once by a process and ended with it. It loads the modules, reads nothing
-/// itself, and forks a child for each file that is read.
+/// The program tidewatch-read, started once per process, with which it ends. It loads the modules, reads
+/// nothing itself, and forks a child for each file.
 ///
-/// The host does not notice it: the program is not its child, sends it no signal and leaves no zombie. A process
-/// that was forked off the host gets one of its own. All operations may be called by any thread; they throw
-/// Anchor::FileError where the program cannot be started, and start it anew where it is gone.
+/// The program is not a child of the host, so it causes no signal and no zombie there. A process forked by
+/// the host gets its own server. All operations are thread-safe; they throw Anchor::FileError when the
+/// program cannot be started, and restart it if it has ended.
 class ReadingServer {
 public:
     static ReadingServer& instance();
 
-    /// A child that waits for a file on its channel.
+    /// A child that expects a file on its channel.
     struct Child {
         std::uint32_t number = 0;
-        /// Of the server: children end with it.
+        /// Which server forked it: children end with their server.
         std::uint64_t generation = 0;
         Channel channel;
     };
     [[nodiscard]] Child fork(ModuleKind kind);
 
-    /// Ends a child.
     void end(const Child& child);
 
-    /// Says how a child came to an end that has closed its channel, such as "ended by signal 11 (SIGSEGV)". Throws
-    /// Anchor::FileError where it ended because the program did.
+    /// Says how a child that has closed its channel ended, such as "ended by signal 11 (SIGSEGV)". Throws
+    /// Anchor::FileError if it ended because the server did.
     [[nodiscard]] std::string endingOf(const Child& child);
 
     /// The processor time that a child has used; nothing when it is unknown.
     [[nodiscard]] std::optional<std::chrono::nanoseconds> processorTime(const Child& child);
 
-    /// Whether the child belongs to the server that runs, and that to this process.
+    /// Whether the child belongs to the running server of this process.
     [[nodiscard]] bool isOurs(const Child& child);
 
 private:

@@ -19,10 +19,10 @@ namespace Tidewatch {
 
 namespace {
 
-// The shortest link there can be takes more bytes than this in its group.
-constexpr std::uint64_t leastBytesOfLink = 8;
+// Every link takes more bytes than this in its group.
+constexpr std::uint64_t minLinkBytes = 8;
 
-// The walk asks whether to go on each time it has opened so many objects.
+// The progress callback is called each time so many objects have been opened.
 constexpr std::uint64_t linksBetweenTicks = 64;
 
 std::string attributeFault(const char* attribute, const char* fault) {
@@ -49,7 +49,7 @@ std::int32_t narrowInteger(const Hdf5::Object& object, const char* attribute,
     return static_cast<std::int32_t>(value);
 }
 
-/// Three finite numbers; nothing where there is no such attribute.
+/// Three finite numbers; nothing if there is no such attribute.
 std::optional<std::array<double, 3>> findTriple(const Hdf5::Object& object, const char* attribute) {
     const auto values = object.numbers(attribute);
     if (!values)
@@ -60,7 +60,7 @@ std::optional<std::array<double, 3>> findTriple(const Hdf5::Object& object, cons
     return std::array<double, 3>{(*values)[0], (*values)[1], (*values)[2]};
 }
 
-/// The same, which have to be there.
+/// The same for a required attribute.
 std::array<double, 3> triple(const Hdf5::Object& object, const char* attribute) {
     const auto values = findTriple(object, attribute);
     if (!values)
@@ -68,7 +68,7 @@ std::array<double, 3> triple(const Hdf5::Object& object, const char* attribute) 
     return *values;
 }
 
-/// A number of 16 bits; nothing where there is no such attribute.
+/// A 16-bit number; nothing if there is no such attribute.
 std::optional<std::uint16_t> shortNumber(const Hdf5::Object& object, const char* attribute) {
     const auto values = object.integers<std::uint16_t>(attribute);
     if (!values)
@@ -78,7 +78,7 @@ std::optional<std::uint16_t> shortNumber(const Hdf5::Object& object, const char*
     return values->front();
 }
 
-/// Three counts; nothing where there is no such attribute.
+/// Three counts; nothing if there is no such attribute.
 std::optional<std::array<std::uint64_t, 3>> counts(const Hdf5::Object& object, const char* attribute) {
     const auto values = object.integers<std::uint64_t>(attribute);
     if (!values)
@@ -91,15 +91,15 @@ std::optional<std::array<std::uint64_t, 3>> counts(const Hdf5::Object& object, c
 bool isUniform(const Hdf5::Object& object) {
     const auto kind = object.text(BundleFormat::kind);
     if (kind && *kind != BundleFormat::uniformKind)
-        object.fail("is of a kind that is not known here: \"" + *kind + "\"");
+        object.fail("is of a kind that is not supported: \"" + *kind + "\"");
     return kind.has_value();
 }
 
-/// The element type that a field or dataset states; empty where it states none.
+/// The element type stated by a field or dataset; empty if none is.
 std::string statedElement(const Hdf5::Object& object) {
     const auto name = object.text(BundleFormat::element);
     if (name && !Sheaf::visitElementName(*name, [](auto) {}))
-        object.fail("has an element type that is not known here: \"" + *name + "\"");
+        object.fail("has an element type that is not supported: \"" + *name + "\"");
     return name.value_or("");
 }
 
@@ -127,7 +127,7 @@ Structure::Piece uniformPiece(const Hdf5::Object& group) {
 BundleFileWalk::BundleFileWalk(const Hdf5::OpenFile& file, const Source::Tick& tick)
     : file_(file),
       tick_(tick),
-      linksLeft_(file.size() / leastBytesOfLink) {}
+      linksLeft_(file.size() / minLinkBytes) {}
 
 Structure BundleFileWalk::run() {
     Structure structure;
@@ -143,10 +143,10 @@ Structure BundleFileWalk::run() {
 void BundleFileWalk::checkFormat(const Hdf5::Object& root) const {
     const auto format = root.text(BundleFormat::formatAttribute);
     if (!format)
-        throw Anchor::FormatError(file_.path() +
-                                  ": is an HDF5 file, but no bundle file (it has no attribute \"format\")");
+        throw Anchor::FormatError(
+            file_.path() + ": is an HDF5 file, but not a bundle file (it has no attribute \"format\")");
     if (*format != BundleFormat::formatName)
-        root.fail("is no bundle file: its attribute \"format\" is \"" + *format + "\"");
+        root.fail("is not a bundle file: its attribute \"format\" is \"" + *format + "\"");
     const std::int64_t version = integer(root, BundleFormat::versionAttribute);
     if (version > BundleFormat::version)
         root.fail("the bundle file has version " + std::to_string(version) +
@@ -163,7 +163,7 @@ Structure::Slice BundleFileWalk::readSlice(const Hdf5::Object& group) {
     if (time->size() != 1 || !std::isfinite(time->front()))
         group.fail(attributeFault(BundleFormat::time, "is not one finite number"));
     if (!times_.insert(time->front()).second)
-        group.fail("two slices have one time");
+        group.fail("two slices have the same time");
 
     Structure::Slice slice;
     slice.time = time->front();
@@ -324,7 +324,7 @@ Structure::Field BundleFileWalk::readField(Hdf5::Object object, const std::strin
                 object.fail("its fragments have different number types, and it states no element type");
         }
     }
-    // Without any data there is nothing to tell the type by, and nothing that could be taken for another.
+    // Without data the type cannot be derived, and any type will do.
     if (!field.pieces.empty())
         field.element = field.pieces.front().array.element;
     else if (field.element.empty())

@@ -13,13 +13,13 @@
 
 namespace Tidewatch {
 
-/// One reading of a bundle file's structure.
+/// Reads the structure of one bundle file.
 class BundleFileWalk {
 public:
-    /// `tick` is called some times on the way and may throw to stop.
+    /// `tick` is called from time to time and may throw to stop.
     BundleFileWalk(const Hdf5::OpenFile& file, const Source::Tick& tick);
 
-    /// Throws Anchor::FormatError for a file that is damaged, hostile or none of ours.
+    /// Throws Anchor::FormatError for a file that is damaged, hostile or not a bundle file.
     [[nodiscard]] Structure run();
 
 private:
@@ -31,7 +31,7 @@ private:
     [[nodiscard]] std::vector<Sheaf::FileRecord> readRecords(const Hdf5::Object& group);
     [[nodiscard]] Sheaf::FileRecord readRecord(Hdf5::Object object);
     [[nodiscard]] std::optional<Sheaf::FieldEncoding> readEncoding(const Hdf5::Object& field);
-    /// Bounds what an object gives beside fields; see Structure::mostPropertyBytes.
+    /// Counts bytes that an object has beside fields against Structure::mostPropertyBytes.
     void spend(const Hdf5::Object& object, std::uint64_t bytes);
     [[nodiscard]] std::vector<Structure::Fragment> readFragments(const Hdf5::Object& group);
     [[nodiscard]] Structure::Skeleton readSkeleton(const Hdf5::Object& group);
@@ -41,18 +41,18 @@ private:
     /// number type.
     [[nodiscard]] Structure::Piece readPiece(Hdf5::Object object, const std::string& element) const;
 
-    /// The members of a group whose keys are free.
+    /// The members of a group whose keys have no meaning.
     [[nodiscard]] std::vector<std::string> members(const Hdf5::Object& group);
-    /// The members of a group that are called something by their names; those have to be fit for it.
+    /// The members of a group whose keys are names, which must be valid.
     [[nodiscard]] std::vector<std::string> namedMembers(const Hdf5::Object& group, const char* what);
-    /// The members of a group that need not be there.
+    /// A member that is a group; nothing if there is none.
     [[nodiscard]] std::optional<Hdf5::Object> findGroup(const Hdf5::Object& parent, const char* name) const;
 
     const Hdf5::OpenFile& file_;
     const Source::Tick& tick_;
-    /// How many more links may be followed. A group that hangs in many places is walked once for each of
-    /// them, and a few kilobytes of groups that hang in each other would keep the walk busy for ever; but a
-    /// file without such groups has some bytes for every link.
+    /// How many more links may be followed. A group linked from many places is walked once for each link, so
+    /// a few kilobytes of groups that link to each other would take forever; a file without such groups has
+    /// some bytes for every link.
     std::uint64_t linksLeft_;
     std::uint64_t propertyBytesLeft_ = Structure::mostPropertyBytes;
     std::set<double> times_;

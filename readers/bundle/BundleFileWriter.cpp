@@ -12,7 +12,7 @@ void writeBundleFile(const Sheaf::Bundle& bundle, const std::string& path,
                      const BundleFileWriteOptions& options) {
     if (Input::isInput(path))
         throw Anchor::FileError(path + ": cannot be written while it is being read");
-    // The HDF5 library is loaded by whoever needs it.
+    // Loads the HDF5 library only when it is needed.
     auto* const write = reinterpret_cast<WriteBundleFile*>(
         functionOfModule(ModuleKind::Bundles, Places::moduleFolder(), "tidewatch_write_bundle_file"));
     write(bundle, path, options);

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
-/// The names that bundle files use, and what both the reader and the writer demand.
+/// The names used in bundle files, and the limits that both the reader and the writer enforce.
 namespace Tidewatch::BundleFormat {
 
 inline constexpr const char* formatName = "tidewatch-bundle";
@@ -51,8 +51,7 @@ inline constexpr const char* lasAttribute = "las_attribute";
 inline constexpr std::size_t longestText = 65536;
 inline constexpr std::size_t longestReferenceSystem = std::size_t{1} << 20;
 
-/// Whether the places of a uniform grid can lie so far apart along an axis. That holds for a single layer
-/// too.
+/// Whether this is a valid spacing of a uniform grid along an axis, even an axis with a single layer.
 [[nodiscard]] inline bool isSpacing(double step) noexcept {
     return std::isfinite(step) && step > 0;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What tidewatch-bundles exports: the reader of bundle files and their writer, all that needs the HDF5 library.
+// The exports of tidewatch-bundles: the reader and the writer of bundle files, all that needs the HDF5
+// library.
 #include "readers/bundle/BundleModule.hpp"
 
 #include "anchor/Visibility.hpp"

@@ -11,11 +11,11 @@ namespace Tidewatch {
 /// The module of bundle files.
 [[nodiscard]] const SourceModule& bundleModule();
 
-/// writeBundleFile(), where the HDF5 library is at hand.
+/// The implementation of writeBundleFile(), linked with the HDF5 library.
 void writeBundleFileHere(const Sheaf::Bundle& bundle, const std::string& path,
                          const BundleFileWriteOptions& options);
 
-/// What the module exports as "tidewatch_write_bundle_file".
+/// The type of the module's export "tidewatch_write_bundle_file".
 using WriteBundleFile = void(const Sheaf::Bundle& bundle, const std::string& path,
                              const BundleFileWriteOptions& options);
 

@@ -8,14 +8,14 @@ namespace Tidewatch {
 
 /// A bundle file that is read through the HDF5 library.
 ///
-/// Hard links only: soft, external and user-defined links, external storage and virtual datasets are refused,
-/// since they lead to other files, and so are filters that the library does not have built in. What lies in the
-/// file plainly is bounded by the file's size before memory is taken for it. Everything that is wrong with a file
-/// is an Anchor::FormatError that names file, object and cause.
+/// Only hard links are followed. Soft, external and user-defined links, external storage and virtual datasets
+/// are refused, since they can refer to other files, and so are filters that are not built into the library.
+/// Sizes of data stored without chunks are checked against the file's size before memory is allocated.
+/// Everything that is wrong with a file is an Anchor::FormatError that names file, object and cause.
 ///
-/// All calls of the HDF5 library that this project makes happen one at a time, whatever thread they come from. A
-/// host that lets this class work in its own process, and uses the library at the same time in threads of its
-/// own, needs a thread-safe build of it.
+/// This project's calls of the HDF5 library are serialized across threads. A host that uses this class in its
+/// own process, and calls the library from other threads at the same time, needs a thread-safe build of the
+/// library.
 class BundleSource final : public Source {
 public:
     /// Throws what Hdf5::OpenFile throws.

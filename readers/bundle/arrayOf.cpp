@@ -13,7 +13,7 @@ namespace Tidewatch {
 
 namespace {
 
-/// The extents of the array, x first: those of the dataset turned round, without the components' axis.
+/// The extents of the array, x first: those of the dataset reversed, without the components' axis.
 std::vector<std::uint64_t> arrayExtents(const Hdf5::Dataset& dataset, std::size_t componentCount,
                                         std::string_view elementName) {
     std::span<const std::uint64_t> extents = dataset.extents();
@@ -43,7 +43,7 @@ Structure::Array arrayOf(const Hdf5::Dataset& dataset, const std::string& elemen
                                   ", which cannot hold every " + array.element);
         array.extents = arrayExtents(dataset, Traits::componentCount, Traits::name);
         if (!claimedBytes(array.extents, sizeof(T)))
-            dataset.object().fail("has extents whose product is beyond all bounds");
+            dataset.object().fail("has extents whose product exceeds 64 bits");
     });
     return array;
 }

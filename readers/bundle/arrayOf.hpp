@@ -8,8 +8,8 @@
 
 namespace Tidewatch {
 
-/// The array that a dataset becomes, of an element type by its name; an empty one stands for the dataset's own
-/// number type. Throws Anchor::FormatError when the dataset's numbers or extents do not go with the element type.
+/// The array made from a dataset, of a named element type; an empty name stands for the dataset's own number
+/// type. Throws Anchor::FormatError when the dataset's numbers or extents do not fit the element type.
 [[nodiscard]] Structure::Array arrayOf(const Hdf5::Dataset& dataset, const std::string& element);
 
 } // namespace Tidewatch

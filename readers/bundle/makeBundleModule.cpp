@@ -17,7 +17,7 @@ public:
         Hdf5::prepareDriver();
     }
 
-    /// By the signature, which the reader has looked at.
+    /// The reader has already checked the signature.
     [[nodiscard]] bool recognises(const SourceFiles&) const override { return true; }
 
     [[nodiscard]] std::unique_ptr<Source> open(const SourceFiles& files) const override {

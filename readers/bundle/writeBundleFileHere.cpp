@@ -28,13 +28,13 @@ namespace {
 using Group = Hdf5::NewFile::Group;
 using Attributes = std::vector<Group::Attribute>;
 
-/// A group's key that sorts by number: "t000012".
+/// A key that sorts by number: "t000012".
 std::string numberedKey(const std::string& letter, std::size_t number) {
     const std::string digits = std::to_string(number);
     return letter + std::string(digits.size() < 6 ? 6 - digits.size() : 0, '0') + digits;
 }
 
-/// Calls a function with every live slice, in order.
+/// Calls visit(slice) for every live slice, in order.
 template <class Visit>
 void forEachSlice(const Sheaf::Bundle& bundle, Visit&& visit) {
     for (const auto& [time, entry] : bundle.slices()) {
@@ -43,7 +43,7 @@ void forEachSlice(const Sheaf::Bundle& bundle, Visit&& visit) {
     }
 }
 
-/// Calls a function with every live grid of a slice, in order.
+/// Calls visit(grid) for every live grid of a slice, in order.
 template <class Visit>
 void forEachGrid(const Sheaf::Slice& slice, Visit&& visit) {
     for (const auto& [name, entry] : slice.grids()) {
@@ -65,7 +65,7 @@ std::uint64_t countArrays(const Sheaf::Bundle& bundle) {
     return count;
 }
 
-/// One writing of a bundle.
+/// Writes one bundle.
 class BundleFileWriting {
 public:
     BundleFileWriting(const Sheaf::Bundle& bundle, const std::string& path,
@@ -87,8 +87,7 @@ private:
     void writeField(const std::string& name, const Sheaf::Field& field, const Group& representation);
     void writeFragmentedField(const Sheaf::Field& field, const Group& group);
 
-    /// Makes an array and writes it as a member of a group, with some attributes; false where there is no data to be
-    /// had.
+    /// Creates an array and writes it as a member of a group, with attributes; false if there is no data.
     [[nodiscard]] bool writeArray(const Sheaf::CreativeArrayBase& creator, const Sheaf::Field& field,
                                   const Group& group, const std::string& name, const Attributes& attributes);
     void writeNumbers(const Sheaf::MemBase& array, const Group& group, const std::string& name,
@@ -96,15 +95,15 @@ private:
     [[nodiscard]] Attributes attributesOf(const Sheaf::Field& field, const Group& representation,
                                           const std::string& name);
 
-    /// Sets a text that the reader takes again.
+    /// Sets a text attribute within the limits of the reader.
     void setText(const Group& group, const char* attribute, const std::string& text,
                  std::size_t longest = BundleFormat::longestText) const;
     void requireText(const Group& group, const std::string& name, const std::string& text,
                      std::size_t longest = BundleFormat::longestText) const;
-    /// Bounds what the reader bounds.
+    /// Enforces the reader's limit of bytes beside fields.
     void spend(const Group& group, std::uint64_t bytes);
 
-    /// A member group for something that is called by that name; the name has to be fit for it.
+    /// Adds a member group under a name, which must be valid.
     [[nodiscard]] Group addNamed(const Group& group, const std::string& name, const char* what) const;
     void requireFit(const Group& group, const std::string& name, const char* what) const;
     [[noreturn]] void fail(const Group& group, const std::string& name, const std::string& what) const;
@@ -207,21 +206,21 @@ void BundleFileWriting::setText(const Group& group, const char* attribute, const
 void BundleFileWriting::requireText(const Group& group, const std::string& name, const std::string& text,
                                     std::size_t longest) const {
     if (text.find('\0') != std::string::npos)
-        fail(group, name, "a text with a zero in it cannot be stored");
+        fail(group, name, "a text that contains a zero cannot be stored");
     if (text.size() > longest)
         fail(group, name,
-             "a text of " + std::to_string(text.size()) + " bytes cannot be stored; " +
-                 std::to_string(longest) + " are the most");
+             "a text of " + std::to_string(text.size()) + " bytes cannot be stored; the max is " +
+                 std::to_string(longest));
 }
 
 void BundleFileWriting::spend(const Group& group, std::uint64_t bytes) {
     if (bytes > propertyBytesLeft_)
-        fail(group, BundleFormat::records, "there are more records and the like than are read again");
+        fail(group, BundleFormat::records, "there are more records and the like than can be read again");
     propertyBytesLeft_ -= bytes;
 }
 
 void BundleFileWriting::writeFragments(const Sheaf::Grid& grid, const Group& group) const {
-    // A host may have given its fields identifiers that the grid does not know.
+    // A host may have given its fields fragments that the grid does not know.
     auto fragments = grid.fragments();
     grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
         if (stop.fragment)
@@ -281,7 +280,7 @@ Attributes BundleFileWriting::attributesOf(const Sheaf::Field& field, const Grou
     if (element.empty())
         fail(representation, name, "the field's element type cannot be stored");
     Attributes attributes{{BundleFormat::element, std::string(element)}};
-    // Only what extra bytes can describe has a place.
+    // Only encodings that extra bytes can describe are stored.
     if (const auto& encoding = field.encoding(); encoding && faultOf(*encoding).empty()) {
         const auto entry = Formats::Las::encodeExtraBytesEntry(*encoding);
         spend(representation, entry.size());
@@ -294,7 +293,7 @@ Attributes BundleFileWriting::attributesOf(const Sheaf::Field& field, const Grou
 void BundleFileWriting::writeFragmentedField(const Sheaf::Field& field, const Group& group) {
     field.forEachFragment(
         [&](const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, const Sheaf::Field::Creator& data) {
-            // Where there is no data to be had, there is nothing that a reader could give either.
+            // Without data there is nothing to write.
             static_cast<void>(writeArray(*data, field, group, fragment->name(), {}));
             return true;
         });

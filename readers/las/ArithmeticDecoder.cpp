@@ -6,8 +6,8 @@
 namespace Tidewatch::Las {
 
 namespace {
-constexpr std::uint32_t shortestLength = 1U << 24;
-constexpr unsigned mostBitsAtOnce = 19;
+constexpr std::uint32_t minLength = 1U << 24;
+constexpr unsigned maxBitsAtOnce = 19;
 constexpr unsigned halfWord = 16;
 } // namespace
 
@@ -26,7 +26,7 @@ std::uint32_t ArithmeticDecoder::nextByte() {
 }
 
 void ArithmeticDecoder::renew() {
-    while (length_ < shortestLength) {
+    while (length_ < minLength) {
         value_ = (value_ << 8) | nextByte();
         length_ <<= 8;
     }
@@ -44,7 +44,7 @@ std::uint32_t ArithmeticDecoder::symbol(SymbolModel& model) {
             found = middle;
     }
     const std::uint32_t lower = model.lowerBound(found) * unit;
-    // The last symbol's part reaches to the end of the interval, rounding leftovers included.
+    // The last symbol's part extends to the end of the interval, which absorbs rounding errors.
     const std::uint32_t upper = beyond == model.symbolCount() ? length_ : model.lowerBound(beyond) * unit;
     value_ -= lower;
     length_ = upper - lower;
@@ -68,14 +68,14 @@ bool ArithmeticDecoder::bit(BitModel& model) {
 }
 
 std::uint32_t ArithmeticDecoder::bits(unsigned count) {
-    if (count > mostBitsAtOnce) {
+    if (count > maxBitsAtOnce) {
         const std::uint32_t low = bits(halfWord);
         return low | (bits(count - halfWord) << halfWord);
     }
     length_ >>= count;
     const std::uint32_t number = value_ / length_;
     if (number >> count != 0)
-        throw Damage{"the compressed stream has no meaning"};
+        throw Damage{"the compressed stream is invalid"};
     value_ -= number * length_;
     renew();
     return number;

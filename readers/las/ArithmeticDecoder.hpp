@@ -9,22 +9,22 @@
 
 namespace Tidewatch::Las {
 
-/// Decodes the arithmetic coding of LAZ files; needed here for the chunk table alone, which has to be known
-/// before the decompressor may see it. (A 32-bit interval that is renewed bytewise: A. Said, 2004.)
+/// Decodes the arithmetic coding of LAZ files; used only for the chunk table, which is checked before the
+/// decompressor sees it. (A 32-bit interval, renormalized bytewise: A. Said, 2004.)
 ///
-/// Every stream of bytes decodes to something, or ends early, or has no meaning; the latter two throw Damage.
+/// Throws Damage for a stream that ends early or is invalid.
 class ArithmeticDecoder {
 public:
-    /// Gives the next byte, or nothing at the end.
+    /// Returns the next byte, or nothing at the end.
     using Source = std::function<std::optional<std::uint8_t>()>;
 
-    /// What is thrown where the stream ends early or no encoder can have written it.
+    /// Thrown where the stream ends early or no encoder can have written it.
     struct Damage {
         const char* what;
     };
 
-    /// A code that begins with four bytes of 255 lies outside the interval that it starts with. Such a stream
-    /// leads decoders that do not check for it out of their tables.
+    /// A code that begins with four bytes of 255 lies outside the initial interval. Decoders that do not
+    /// check for it read past the end of their tables.
     static constexpr std::uint32_t impossibleStart = 0xFFFFFFFF;
 
     /// Reads the first four bytes.

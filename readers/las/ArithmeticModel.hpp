@@ -13,10 +13,10 @@ namespace Tidewatch::Las {
 /// of the LAZ format.)
 class SymbolModel {
 public:
-    /// Fractions of 2^-15 make the whole interval.
+    /// Bounds are in units of 2^-15 of the interval.
     static constexpr unsigned precision = 15;
 
-    /// `symbolCount` from 2 on.
+    /// `symbolCount` must be at least 2.
     explicit SymbolModel(std::uint32_t symbolCount);
 
     [[nodiscard]] std::uint32_t symbolCount() const noexcept {
@@ -26,7 +26,7 @@ public:
     /// Where a symbol's part of the interval begins.
     [[nodiscard]] std::uint32_t lowerBound(std::uint32_t symbol) const noexcept { return bounds_[symbol]; }
 
-    /// Takes note that a symbol came up.
+    /// Counts an occurrence of a symbol.
     void count(std::uint32_t symbol);
 
 private:

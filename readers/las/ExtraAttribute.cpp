@@ -25,7 +25,7 @@ std::string text(std::span<const std::uint8_t> field) {
     return {field.begin(), std::find(field.begin(), field.end(), std::uint8_t{0})};
 }
 
-/// A number of an entry of a described type; components count from 0. Where scale or offset are of no use, throws
+/// Describes one component, counted from 0, of an entry with a type. If scale or offset are invalid, throws
 /// Anchor::FormatError for a scalar, and leaves a component undescribed.
 void describe(ExtraAttribute& attribute, std::span<const std::uint8_t> entry, unsigned component,
               std::string_view path) {
@@ -46,7 +46,7 @@ void describe(ExtraAttribute& attribute, std::span<const std::uint8_t> entry, un
     if (attribute.component == 0)
         failFormat(path, object, "entry {} (\"{}\") has the scale {} and the offset {}", attribute.entry,
                    Anchor::printable(attribute.name), scale, shift);
-    // Writers of the deprecated types fill in the first component only; such a file is no damaged one.
+    // Some writers of the deprecated types fill in the first component only; such files are not damaged.
     attribute.type = ExtraAttribute::Type::Undescribed;
     attribute.scale.reset();
     attribute.shift.reset();
@@ -57,8 +57,8 @@ void describe(ExtraAttribute& attribute, std::span<const std::uint8_t> entry, un
 void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t available,
                            std::string_view path, std::vector<ExtraAttribute>& attributes) {
     if (payload.size() % entrySize != 0)
-        failFormat(path, object, "their description has {} bytes, which is no multiple of {}", payload.size(),
-                   entrySize);
+        failFormat(path, object, "their description has {} bytes, which is not a multiple of {}",
+                   payload.size(), entrySize);
     std::uint32_t used =
         attributes.empty() ? 0U : attributes.back().offset + std::uint32_t{attributes.back().size};
     for (std::size_t index = 0; index < payload.size() / entrySize; ++index) {
@@ -73,7 +73,7 @@ void ExtraAttribute::parse(std::span<const std::uint8_t> payload, std::uint16_t 
                        Anchor::printable(attribute.name), type);
         attribute.entry = index;
         const unsigned components = type == 0 ? 1 : 1 + (type - 1U) / scalarTypes;
-        // The options have this meaning where no type is stated.
+        // Without a type, the options field is the size.
         attribute.size = type == 0 ? options : scalarSizes[(type - 1U) % scalarTypes];
         if (attribute.size == 0)
             continue;

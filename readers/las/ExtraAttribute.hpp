@@ -13,9 +13,9 @@
 
 namespace Tidewatch::Las {
 
-/// What some of the bytes behind the standard parts of a point mean: an entry of the extra-bytes record, or one
-/// component of an entry of the deprecated types 11 to 30, which are pairs and triples (LAS 1.4 R15, "Extra Bytes",
-/// record LASF_Spec / 4).
+/// The meaning of some of the extra bytes of a point: an entry of the extra-bytes record, or one component of
+/// an entry of the deprecated types 11 to 30, which are pairs and triples (LAS 1.4 R15, "Extra Bytes", record
+/// LASF_Spec / 4).
 struct ExtraAttribute {
     /// The scalar types, by their numbers in the file.
     enum class Type : std::uint8_t {
@@ -35,7 +35,7 @@ struct ExtraAttribute {
     /// Bytes of one entry in the file.
     static constexpr std::size_t entrySize = Formats::Las::ExtraBytes::entrySize;
 
-    std::string name;        ///< as it stands in the file, without the zeros behind it; any bytes
+    std::string name;        ///< as in the file, without the trailing zeros; any bytes
     std::string description; ///< likewise
     std::size_t entry = 0;   ///< the number of the entry, from 0
     unsigned component = 0;  ///< from 1 in a pair or triple, else 0
@@ -44,11 +44,11 @@ struct ExtraAttribute {
     std::uint16_t size = 0;            ///< bytes
     std::optional<double> scale;       ///< the value is stored * scale + offset; finite and not 0
     std::optional<double> shift;       ///< that offset; finite
-    std::optional<long double> noData; ///< the stored number that stands for no value
+    std::optional<long double> noData; ///< the stored number that means "no data"
 
     [[nodiscard]] bool isScalar() const noexcept { return type != Type::Undescribed; }
 
-    /// Reads the entries of a record's payload and appends them to `attributes`, whose bytes precede theirs.
+    /// Parses the entries of a record's payload and appends them to `attributes`, whose bytes precede theirs.
     /// All must fit in the `available` extra bytes of a point. Throws Anchor::FormatError naming `path`.
     static void parse(std::span<const std::uint8_t> payload, std::uint16_t available, std::string_view path,
                       std::vector<ExtraAttribute>& attributes);

@@ -10,7 +10,7 @@
 
 namespace Tidewatch::Las {
 
-/// Throws Anchor::FormatError "path: object: what", the rest formatted as fmt does it.
+/// Throws Anchor::FormatError "path: object: what", with `what` and the arguments formatted by fmt.
 template <class... Arguments>
 [[noreturn]] void failFormat(std::string_view path, std::string_view object,
                              fmt::format_string<Arguments...> what, Arguments&&... arguments) {

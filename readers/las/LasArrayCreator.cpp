@@ -59,7 +59,7 @@ Sheaf::CachedCreator::Made LasArrayCreator::make() const {
     const auto arrays = source.decode(fragment_->index, what.fields);
     Made made{arrays.front()};
     for (std::size_t i = 1; i < arrays.size(); ++i) {
-        // The host may have let go of a field meanwhile.
+        // The host may have released a field meanwhile.
         const auto creator = fragment_->creators[what.fields[i]].lock();
         if (creator && arrays[i])
             made.siblings.push_back({creator, arrays[i]});

@@ -14,12 +14,12 @@ namespace Tidewatch {
 
 /// Makes the array of one field for one fragment of a LAS or LAZ file.
 ///
-/// Since decompressing a point gives all its fields, the arrays of the fragment's other fields come along
-/// where they are not in the cache already and the host wants them (ReadOptions::IsWanted): those of the
-/// point format always, attributes of the extra bytes as far as the cache can hold them all together.
+/// Since decompressing a point gives all its fields, the arrays of the fragment's other fields are created as
+/// well if they are not in the cache and the host wants them (ReadOptions::IsWanted): those of the main
+/// fields always, those of minor fields (LasField::isMinor) as long as the cache can hold them all together.
 class LasArrayCreator final : public Sheaf::CachedCreator {
 public:
-    /// What the creators of one fragment have in common.
+    /// Shared by the creators of one fragment.
     struct Fragment {
         std::shared_ptr<LasSource> source;
         std::uint64_t index;

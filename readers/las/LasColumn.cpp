@@ -55,13 +55,13 @@ LasField field(std::string name, Get get) {
             }};
 }
 
-/// A field that a member of Point holds as it is, in the type that stands for it in a bundle.
+/// A field whose values are a member of Point, converted to the type that it has in a bundle.
 template <class Value, class Member>
 LasField memberField(std::string name, Member Point::*member) {
     return field(std::move(name), [member](const Point& point) { return static_cast<Value>(point.*member); });
 }
 
-/// Calls visitor(T()) with the number type of a scalar attribute, in the types that bundles know.
+/// Calls visitor(T()) with the element type of a scalar attribute.
 template <class Visitor>
 LasField visitType(ExtraAttribute::Type type, Visitor&& visitor) {
     switch (type) {
@@ -84,13 +84,13 @@ LasField visitType(ExtraAttribute::Type type, Visitor&& visitor) {
     case ExtraAttribute::Type::Float:
         return visitor(0.0F);
     case ExtraAttribute::Type::Double:
-    case ExtraAttribute::Type::Undescribed: // not asked for
+    case ExtraAttribute::Type::Undescribed: // never passed
         break;
     }
     return visitor(0.0);
 }
 
-/// A number too large for a float becomes infinite; C++ leaves the plain conversion undefined.
+/// A number too large for a float becomes infinite; a plain conversion is undefined in C++.
 float toFloat(double value) noexcept {
     constexpr auto largest = static_cast<double>(std::numeric_limits<float>::max());
     if (value > largest)
@@ -126,13 +126,13 @@ LasField attributeField(std::string name, const ExtraAttribute& attribute) {
     });
 }
 
-/// The name of an attribute in its file; that of a component has its number behind it.
+/// The name of an attribute in its file; components have their number appended.
 std::string nameInFile(const ExtraAttribute& attribute) {
     return attribute.component == 0 ? attribute.name
                                     : fmt::format("{}_{}", attribute.name, attribute.component);
 }
 
-/// The same as a field may have it.
+/// The same, made valid as a field name.
 std::string attributeName(const ExtraAttribute& attribute) {
     if (attribute.name.empty())
         return fmt::format("ExtraBytes{}{}", attribute.entry + 1, nameInFile(attribute));
@@ -151,7 +151,7 @@ Sheaf::FieldEncoding encodingOf(const ExtraAttribute& attribute) {
             attribute.scale,       attribute.shift,       attribute.noData};
 }
 
-/// A bit of the flags of points, 0 or 1.
+/// A bit of the points' flags, 0 or 1.
 LasField flagField(std::string name, Point::Flag flag) {
     return field(std::move(name), [flag](const Point& point) {
         return static_cast<unsigned char>((point.flags & flag) != 0 ? 1 : 0);
@@ -163,7 +163,7 @@ LasField channelField(std::string name, std::size_t channel) {
                  [channel](const Point& point) { return static_cast<unsigned short>(point.rgb[channel]); });
 }
 
-/// What points of a format have that few programs ask for.
+/// Adds fields of the point format that few programs use.
 void addMinorFields(const Las::LasHeader& header, std::vector<LasField>& fields) {
     const std::size_t before = fields.size();
     fields.push_back(flagField("Synthetic", Point::Synthetic));
@@ -184,8 +184,8 @@ void addMinorFields(const Las::LasHeader& header, std::vector<LasField>& fields)
         fields[i].isMinor = true;
 }
 
-/// Gives names of which none comes twice. (Looking through the fields instead would take the square of their
-/// number, which a hostile file sets.)
+/// Makes names unique. (Searching the fields instead would take quadratic time, and a hostile file chooses
+/// their number.)
 class UniqueNames {
 public:
     [[nodiscard]] std::string operator()(const std::string& wanted) {

@@ -27,32 +27,32 @@ public:
     /// Appends the values of a block of points.
     virtual void take(std::span<const Las::Point> points) = 0;
 
-    /// The array of everything that was taken; the column is empty afterwards.
+    /// The array of all values; the column is empty afterwards.
     [[nodiscard]] virtual Anchor::StrongPtr<Sheaf::MemBase> finish() = 0;
 };
 
-/// A field that a LAS file becomes: its name, its element type, and how its values are collected.
+/// A field made from a LAS file: its name, its element type, and how its values are collected.
 struct LasField {
     std::string name;
     const std::type_info* elementType;
     std::size_t elementSize; ///< bytes
 
-    /// Makes a column for a number of points. Empty for the field of colours alone, whose values depend on
+    /// Creates a column for a number of points. Empty only for the field of colours, whose values depend on
     /// the whole file.
     std::function<std::unique_ptr<LasColumn>(std::uint64_t points)> makeColumn;
 
-    /// Whether it comes along with other fields only as far as the cache has room: what few programs ask for, and the
-    /// extra bytes, of which there may be thousands.
+    /// Whether it is created along with other fields only as long as the cache has room: fields that few
+    /// programs use, and extra bytes, of which there may be thousands.
     bool isMinor = false;
 
-    /// How the file stores the values; nothing where the format of the points says so.
+    /// How the file stores the values; nothing for fields that the point format defines.
     std::optional<Sheaf::FieldEncoding> encoding = {};
 
     [[nodiscard]] bool isColours() const noexcept { return !makeColumn; }
 };
 
 /// The fields of a file: those of its point format, then one for each number of its described extra bytes.
-/// Names are unique and fit to be names of fields.
+/// Names are unique and valid as field names.
 [[nodiscard]] std::vector<LasField> lasFields(const Las::LasFile& file);
 
 } // namespace Tidewatch

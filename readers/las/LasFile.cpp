@@ -20,7 +20,7 @@ std::string text(std::span<const std::uint8_t> field) {
     return {field.begin(), std::find(field.begin(), field.end(), std::uint8_t{0})};
 }
 
-/// Reads the heads of records, many of which may be close together, without asking the system for each.
+/// Reads the heads of records through a buffer, since many may be close together.
 class RecordHeads {
 public:
     explicit RecordHeads(const InputFile& file) : file_(&file) {}
@@ -71,7 +71,7 @@ LasFile::LasFile(std::string path) : path_(std::move(path)) {
                        header_.evlrOffset, file.size(), header_.evlrCount});
     if (header_.compressed) {
         if (!description_)
-            failFormat(path_, "compression record", "the points are compressed, but nothing says how");
+            failFormat(path_, "compression record", "the points are compressed, but no record describes how");
         auto chunks = LazChunkTable::read(file, header_, *description_);
         compression_ = Compression{std::move(*description_), std::move(chunks)};
     }

@@ -16,9 +16,9 @@
 
 namespace Tidewatch::Las {
 
-/// What a LAS or LAZ file (LAS 1.0 to 1.4) states about itself: header, the variable length records that
-/// concern the points, and the chunks of compressed points. All of it is checked, so that whoever decodes the
-/// points may rely on it. The object does not hold the file open.
+/// The metadata of a LAS or LAZ file (LAS 1.0 to 1.4): header, the variable length records that concern the
+/// points, and the chunks of compressed points. All of it is checked, so that decoders may rely on it. The
+/// object does not keep the file open.
 class TIDEWATCH_API LasFile {
 public:
     /// How points are compressed and where.
@@ -28,8 +28,8 @@ public:
     };
 
     /// Opens, reads and checks the file. Throws Anchor::FileError where it cannot be read,
-    /// Anchor::FormatError where something in it is wrong or unknown: "path: object: what". Nothing is
-    /// allocated beyond the size of the file.
+    /// Anchor::FormatError where something in it is wrong or unknown: "path: object: what". No more is
+    /// allocated than the size of the file.
     explicit LasFile(std::string path);
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
@@ -43,7 +43,7 @@ public:
     /// Nothing for plain LAS files.
     [[nodiscard]] const std::optional<Compression>& compression() const noexcept { return compression_; }
 
-    /// A record that tells nothing about how points are stored, and where its payload stands.
+    /// A record that does not describe how points are stored, and where its payload is.
     struct UserRecord {
         std::string userId;
         std::uint16_t recordId;
@@ -52,12 +52,12 @@ public:
         std::uint64_t length;
     };
 
-    /// Those records, extended ones last. Beyond mostUserRecords the rest is only counted.
+    /// These records, extended ones last. Those beyond mostUserRecords are only counted.
     [[nodiscard]] const std::vector<UserRecord>& userRecords() const noexcept { return userRecords_; }
     [[nodiscard]] std::uint64_t moreUserRecords() const noexcept { return moreUserRecords_; }
     static constexpr std::size_t mostUserRecords = 10'000;
 
-    /// The other records, which tell how points are stored, likewise.
+    /// The other records, which describe how points are stored, likewise.
     [[nodiscard]] const std::vector<UserRecord>& boundRecords() const noexcept { return boundRecords_; }
 
     /// Opens the file again, to read points. Throws Anchor::FileError when it is gone or has changed since.

@@ -31,7 +31,7 @@ public:
         available_ = file.readUpTo(0, bytes_);
     }
 
-    /// Bytes behind the end of the file read as 0; whether they are there is checked by the header's size.
+    /// Bytes beyond the end of the file read as 0; the check of the header's size detects that.
     template <class T>
     [[nodiscard]] T get(std::size_t place) const noexcept {
         return Formats::loadLittleEndian<T>(bytes_.data() + place);
@@ -54,8 +54,8 @@ std::uint64_t statedPointCount(const HeaderBytes& bytes, const LasHeader& header
     const std::uint64_t legacy = bytes.get<std::uint32_t>(Place::legacyPointCount);
     if (header.versionMinor < 4)
         return legacy;
-    // The legacy count is 0 where it cannot hold the number and for the formats that older readers do not
-    // know; otherwise it repeats the number. Files whose writer filled in only the legacy field exist.
+    // The legacy count is 0 where it cannot hold the number and for formats that older readers do not know;
+    // otherwise it equals the count. There are files in which only the legacy field is filled in.
     const auto count = bytes.get<std::uint64_t>(Place::pointCount);
     if (count == 0)
         return legacy;
@@ -85,13 +85,14 @@ void checkCoordinates(const LasHeader& header, const std::string& path) {
             failFormat(path, object, "the {} offset is {}", axisNames[axis], header.offset[axis]);
         constexpr double largestStored = 2147483648;
         if (!std::isfinite(std::abs(header.scale[axis]) * largestStored + std::abs(header.offset[axis])))
-            failFormat(path, object, "the {} scale factor of {} and the offset of {} lead beyond all numbers",
+            failFormat(path, object,
+                       "the {} scale factor of {} and the offset of {} exceed the range of numbers",
                        axisNames[axis], header.scale[axis], header.offset[axis]);
     }
 }
 
-/// LAS 1.0 puts a signature of two bytes before the points, and some of its writers let the offset to the
-/// point data refer to the signature instead of the first point.
+/// LAS 1.0 puts a signature of two bytes before the points, and some writers store the offset of the
+/// signature instead of the first point.
 void skipStartSignature(LasHeader& header, const InputFile& file) {
     constexpr std::uint64_t signatureSize = 2;
     const std::uint64_t available = file.size() - header.pointOffset;
@@ -101,8 +102,8 @@ void skipStartSignature(LasHeader& header, const InputFile& file) {
     std::array<std::uint8_t, signatureSize> bytes{};
     file.read(header.pointOffset, bytes, object);
     const bool isSignature = (bytes[0] == 0xDD && bytes[1] == 0xCC) || (bytes[0] == 0xCC && bytes[1] == 0xDD);
-    // The two bytes may just as well be the beginning of a coordinate: only where they are exactly what the
-    // file has too much do they count as the signature.
+    // The two bytes may also be the beginning of a coordinate: they count as the signature only if the file
+    // is longer than the points by exactly two bytes.
     if (isSignature && available - signatureSize == header.pointCount * header.recordLength)
         header.pointOffset += signatureSize;
 }

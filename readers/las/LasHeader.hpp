@@ -16,7 +16,7 @@ namespace Tidewatch::Las {
 struct LasHeader {
     unsigned versionMinor = 0;      ///< of 1.0 to 1.4
     std::uint16_t fileSourceId = 0; ///< reserved, and 0, in 1.0
-    /// Bits of Formats::Las::GlobalEncoding. Versions 1.0 and 1.1 do not have the field; it is 0 there.
+    /// Bits of Formats::Las::GlobalEncoding; 0 in versions 1.0 and 1.1, which do not have the field.
     std::uint16_t globalEncoding = 0;
     std::string systemIdentifier;   ///< any bytes
     std::string generatingSoftware; ///< any bytes
@@ -32,22 +32,22 @@ struct LasHeader {
     bool compressed = false;
     std::uint16_t recordLength = 0; ///< at least the format's natural size
     std::uint64_t pointCount = 0;
-    /// As stated in the field of 32 bits, which is the only one before 1.4, and that of 64 bits of 1.4.
+    /// As stated in the 32-bit field, the only one before 1.4, and in the 64-bit field of 1.4.
     std::uint32_t legacyPointCount = 0;
     std::uint64_t longPointCount = 0;
-    /// Points by return as stated, of the first return first: 15 counts in 1.4, else 5.
+    /// Points by return as stated, from the first return on: 15 counts in 1.4, else 5.
     std::vector<std::uint64_t> countsByReturn;
 
     std::array<double, 3> scale{};   ///< finite and not 0
     std::array<double, 3> offset{};  ///< finite
-    std::array<double, 3> minimum{}; ///< as stated; nobody vouches for the header's bounds
+    std::array<double, 3> minimum{}; ///< as stated; not checked against the points
     std::array<double, 3> maximum{};
 
     [[nodiscard]] const Formats::Las::PointLayout& layout() const noexcept {
         return Formats::Las::pointLayouts[pointFormat];
     }
 
-    /// Bytes of each record behind the parts that the format defines.
+    /// Bytes of each record after the parts that the format defines.
     [[nodiscard]] std::uint16_t extraByteCount() const noexcept {
         return static_cast<std::uint16_t>(recordLength - layout().naturalSize);
     }
@@ -57,8 +57,8 @@ struct LasHeader {
         return static_cast<double>(stored) * scale[axis] + offset[axis];
     }
 
-    /// Reads the header and checks every field that anything else relies on, uncompressed point data against
-    /// the size of the file included. Throws Anchor::FormatError with path, object and cause.
+    /// Reads the header and checks every field that other code relies on, including that uncompressed point
+    /// data fits the file. Throws Anchor::FormatError with path, object and cause.
     [[nodiscard]] static LasHeader read(const InputFile& file);
 };
 

@@ -38,7 +38,7 @@ std::string pointFormatText(const Las::LasHeader& header) {
                        header.compressed ? "; compressed" : "");
 }
 
-/// Empty where the header states no date.
+/// Empty if the header states no date.
 std::string creationText(const Las::LasHeader& header) {
     using namespace std::chrono;
     if (header.creationDay == 0 && header.creationYear == 0)

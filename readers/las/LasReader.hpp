@@ -30,17 +30,18 @@ namespace Tidewatch {
 /// | Amplitude | 16 bits unsigned, or float | the extra bytes "Amplitude", unscaled 16 bits unsigned, or others |
 /// | others | as in the file; double with a scale or an offset | one field each described number of the extra bytes |
 ///
-/// In the names of extra bytes characters that a name may not hold become "_", an empty name becomes
-/// "ExtraBytesN" (N counting the descriptions from 1), and a name that is taken gets "_2", "_3", ... The numbers of a
-/// pair or triple (the deprecated types 11 to 30) have "_1", "_2", "_3" behind their names. Fields of extra bytes have their
-/// encoding.
+/// In names of extra bytes, invalid characters become "_", an empty name becomes "ExtraBytesN" (N counts the
+/// descriptions from 1), and a name that is already in use gets "_2", "_3", ... appended. The components of a
+/// pair or triple (the deprecated types 11 to 30) have "_1", "_2", "_3" appended. Fields of extra bytes have
+/// their encoding.
 ///
-/// The grid's statement has step and offset (where steps are above 0), GPS time encoding, file source ID, system
-/// identifier, and the records that tell nothing of how points are stored, up to 64 MiB of them. The chart has the
-/// well-known text of record LASF_Projection/2112, unless the file has GeoTIFF keys and says that these count.
+/// The grid's statement has step and offset (where steps are above 0), GPS time encoding, file source ID,
+/// system identifier, and the records that do not describe how points are stored, up to 64 MiB of them. The
+/// chart has the well-known text of record LASF_Projection/2112, unless the file has GeoTIFF keys and says
+/// that these apply.
 ///
-/// Arrays are decoded when they are asked for, all fields of a fragment in one pass. Whether RGB is divided
-/// is found out when RGB is first asked for. The file is opened again for that and must not have changed.
+/// Arrays are decoded on demand, all fields of a fragment in one pass. Whether RGB is divided is determined
+/// when RGB is first requested. The file is opened again then and must not have changed.
 class TIDEWATCH_API LasReader final : public ConvLib::Reader {
 public:
     LasReader() = default;

@@ -23,24 +23,25 @@ namespace {
 
 using Las::Point;
 
-/// What a creator, its place in its field and its share of a fragment take, roughly.
+/// Roughly what a creator, its entry in its field and its share of a fragment take.
 constexpr std::uint64_t bytesPerListedArray = 400;
 
-constexpr std::size_t mostOpenSources = 64;
+constexpr std::size_t maxOpenSources = 64;
 
-/// Of all records that are kept in memory; real ones have some kilobytes.
-constexpr std::uint64_t mostRecordBytes = std::uint64_t{64} << 20;
+/// The limit of all records kept in memory; real ones have some kilobytes.
+constexpr std::uint64_t maxRecordBytes = std::uint64_t{64} << 20;
 
 namespace Encoding = Formats::Las::GlobalEncoding;
 
-/// Knows which sources have their files open, and closes the least recently used when they become too many.
+/// Tracks which sources have their files open, and closes the least recently used ones when there are too
+/// many.
 class OpenSources {
 public:
-    /// Takes the answer whether the source could be closed; one that is being read cannot.
+    /// Returns whether the source could be closed; one that is being read cannot.
     using Close = std::function<bool()>;
 
     static OpenSources& instance() {
-        // Never destroyed: sources may die at the very end of the process.
+        // Never destroyed: static objects may hold sources until the process ends.
         static auto* const all = new OpenSources;
         return *all;
     }
@@ -49,7 +50,7 @@ public:
         const std::lock_guard lock(mutex_);
         order_.remove_if([&](const Entry& entry) { return entry.source == source; });
         order_.push_front({source, std::move(close)});
-        for (auto entry = order_.end(); order_.size() > mostOpenSources && entry != order_.begin();) {
+        for (auto entry = order_.end(); order_.size() > maxOpenSources && entry != order_.begin();) {
             --entry;
             if (entry->source != source && entry->close())
                 entry = order_.erase(entry);
@@ -171,7 +172,7 @@ void LasSource::lookForWideColours(std::uint64_t fragment) {
 }
 
 void LasSource::findColourDepth(std::uint64_t lastFragment) {
-    // From where the decoder stands, since some files can only be read forward.
+    // Starts where the decoder is, since some files can only be read forward.
     for (std::uint64_t i = 1; i <= fragmentCount_ && colourDepth_ == ColourDepth::Unknown; ++i) {
         const std::uint64_t fragment = (lastFragment + i) % fragmentCount_;
         if (!seenFragments_[fragment])
@@ -233,7 +234,7 @@ std::vector<Anchor::StrongPtr<Sheaf::MemBase>> LasSource::decode(std::uint64_t f
 
 void LasSource::readStatement() {
     const Las::LasHeader& header = file_->header();
-    // Negative steps are read, and not worth writing again.
+    // The writer does not support negative steps.
     if (std::all_of(header.scale.begin(), header.scale.end(), [](double scale) { return scale > 0; })) {
         statement_.step = header.scale;
         statement_.offset = header.offset;
@@ -246,7 +247,7 @@ void LasSource::readStatement() {
     statement_.fileSourceId = header.fileSourceId;
     statement_.systemIdentifier = header.systemIdentifier;
     const InputFile input = file_->open();
-    std::uint64_t room = mostRecordBytes;
+    std::uint64_t room = maxRecordBytes;
     for (const Las::LasFile::UserRecord& record : file_->userRecords()) {
         if (record.length > room) {
             notCarried_.push_back(fmt::format("record {}/{} of {} bytes", Anchor::printable(record.userId),
@@ -268,7 +269,7 @@ std::string LasSource::referenceSystem() const {
         });
     };
     const auto text = find(Formats::Las::wellKnownTextId);
-    // Of files that have both, the bit says which counts.
+    // If a file has both, the header bit says which applies.
     const bool keysCount = (file_->header().globalEncoding & Encoding::wellKnownText) == 0 &&
                            find(Formats::Las::geoKeyDirectoryId) != statement_.records.end();
     if (text == statement_.records.end() || keysCount)
@@ -279,7 +280,7 @@ std::string LasSource::referenceSystem() const {
 void LasSource::findNotCarried() {
     const Las::LasHeader& header = file_->header();
     if (file_->moreUserRecords() != 0)
-        notCarried_.push_back(fmt::format("{} records behind the first {}", file_->moreUserRecords(),
+        notCarried_.push_back(fmt::format("{} records after the first {}", file_->moreUserRecords(),
                                           Las::LasFile::mostUserRecords));
     if ((header.globalEncoding & Encoding::syntheticReturnNumbers) != 0)
         notCarried_.emplace_back("mark of synthetic return numbers");
@@ -290,7 +291,7 @@ void LasSource::findNotCarried() {
         described += attribute.size;
         if (!attribute.isScalar())
             notCarried_.push_back(
-                fmt::format("extra bytes \"{}\" (no number)", Anchor::printable(attribute.name)));
+                fmt::format("extra bytes \"{}\" (not a number)", Anchor::printable(attribute.name)));
     }
     if (header.extraByteCount() > described)
         notCarried_.push_back(fmt::format("{} undescribed extra bytes", header.extraByteCount() - described));

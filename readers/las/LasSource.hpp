@@ -17,15 +17,14 @@
 
 namespace Tidewatch {
 
-/// A LAS or LAZ file whose points are decoded on demand, fragment by fragment; shared by everything that was
-/// made of it. Safe for several threads, which decode one after the other.
+/// A LAS or LAZ file whose points are decoded on demand, fragment by fragment; shared by all creators of its
+/// arrays. Thread-safe; threads decode one after the other.
 ///
-/// At most some dozen sources keep their files open at a time, so that thousands of tiles can be inputs of
-/// one run.
+/// At most 64 sources keep their files open at a time, so that a run can have thousands of tiles as input.
 class LasSource {
 public:
-    /// Reads what the file states about itself; throws what Las::LasFile throws, and Anchor::LimitError when
-    /// its fragments are too many to be listed within the host's limit.
+    /// Reads the file's metadata; throws what Las::LasFile throws, and Anchor::LimitError when the list of
+    /// its fragments would exceed the host's limit.
     LasSource(std::string path, ConvLib::ReadOptions options);
     LasSource(const LasSource&) = delete;
     LasSource& operator=(const LasSource&) = delete;
@@ -38,34 +37,31 @@ public:
     [[nodiscard]] std::uint64_t fragmentCount() const noexcept { return fragmentCount_; }
     [[nodiscard]] std::uint64_t pointsOf(std::uint64_t fragment) const noexcept;
 
-    /// Fragments are named by their number, padded so that the order of names is the order of points:
-    /// "000000".
+    /// A fragment's name is its number, padded so that names sort in the order of points: "000000".
     [[nodiscard]] std::string fragmentName(std::uint64_t fragment) const;
 
-    /// Decodes a fragment in one pass. `wanted` are indices into fields(), the one that is needed first; the
-    /// others come along. The result has one array a field, in that order, null where there is none: colours
-    /// that were not needed are left out while it is not known yet whether the file has 8 or 16 bits a
-    /// channel.
+    /// Decodes a fragment in one pass. `wanted` are indices into fields(), the required one first; the others
+    /// are optional. The result has one array per field, in that order, or null: optional colours are left
+    /// out while it is not known yet whether the file has 8 or 16 bits per channel.
     ///
-    /// Where colours are needed and that is not known, the fragments that no pass has seen are looked through
-    /// until one channel above 255 turns up. Throws what Las::PointDecoder throws, and what the host's Tick
-    /// throws.
+    /// If colours are required and that is not known, the fragments not decoded so far are searched for a
+    /// channel value above 255. Throws what Las::PointDecoder throws, and what the host's Tick throws.
     [[nodiscard]] std::vector<Anchor::StrongPtr<Sheaf::MemBase>> decode(std::uint64_t fragment,
                                                                         std::span<const std::size_t> wanted);
 
-    /// What the file states beside its fields.
+    /// The file's properties beside its fields.
     [[nodiscard]] const Sheaf::FileStatement& statement() const noexcept { return statement_; }
 
-    /// The coordinate reference system as well-known text where the file states it so; else empty.
+    /// The coordinate reference system if the file states it as well-known text, else empty.
     [[nodiscard]] std::string referenceSystem() const;
 
-    /// What the file holds and neither fields nor statement carry; see ConvLib::InputReport.
+    /// Content of the file that neither fields nor statement carry; see ConvLib::InputReport.
     [[nodiscard]] const std::vector<std::string>& notCarried() const noexcept { return notCarried_; }
 
 private:
     enum class ColourDepth { Unknown, Bits8, Bits16 };
 
-    /// What is learnt from every decoded point, whatever it is decoded for.
+    /// What is recorded of every decoded point, whatever field it is decoded for.
     struct Findings {
         std::uint16_t colours = 0;
         void take(std::span<const Las::Point> points) noexcept;
@@ -91,7 +87,7 @@ private:
     std::mutex mutex_; // guards the members from here on
     std::unique_ptr<Las::PointDecoder> decoder_;
     ColourDepth colourDepth_ = ColourDepth::Unknown;
-    std::vector<bool> seenFragments_; // whose colours are known to be narrow
+    std::vector<bool> seenFragments_; // whose colours are known to have 8 bits
     std::uint64_t unseenFragments_ = 0;
 };
 

@@ -42,7 +42,7 @@ public:
             if (size > chunk.endOffset() - place)
                 failFormat(file_->path(), object(), "layer {} is to have {} bytes, but {} are left", layer,
                            size, chunk.endOffset() - place);
-            // The first layer is read in any case; an empty one stands for an attribute that does not change.
+            // The first layer is always read; any other may be empty, for an attribute that does not change.
             if (size < wordSize && (size != 0 || layer == 0))
                 failFormat(file_->path(), object(), "layer {} is to have {} bytes, at least {} are needed",
                            layer, size, wordSize);
@@ -66,7 +66,7 @@ void checkLazChunk(const InputFile& file, const LasHeader& header, const LasFile
                    std::size_t chunkIndex) {
     const LazChunkTable::Chunk chunk = compression.chunks[chunkIndex];
     const ChunkHead head(file, chunkIndex);
-    // The chunk table has been checked to give each chunk room for its first point and what follows that.
+    // The check of the chunk table ensures that each chunk has room for its first point and what follows.
     const std::uint64_t behindFirstPoint = chunk.offset + header.recordLength;
     if (compression.description.isLayered())
         head.checkLayers(chunk, behindFirstPoint, compression.description.layerCount());

@@ -19,11 +19,11 @@ namespace {
 constexpr std::string_view object = "chunk table";
 constexpr std::uint64_t positionSize = 8;
 constexpr std::uint64_t tableHeadSize = Formats::Las::ChunkTable::headSize;
-constexpr std::uint64_t mostStreamPoints = 0xFFFFFFFE; // LASzip takes one more for the sign of "no chunks"
+constexpr std::uint64_t maxStreamPoints = 0xFFFFFFFE; // LASzip uses one more to mark "no chunks"
 
-/// Decodes 32-bit numbers that are stored as corrections to predicted ones. A correction is sent as the
-/// number of its bits, by a model of the context, and then its place among the corrections of that many bits:
-/// the upper eight bits by a model, the others plain.
+/// Decodes 32-bit numbers that are stored as corrections of predicted ones. A correction is coded as the
+/// number of its bits, with a model for each context, and then its index among the corrections of that many
+/// bits: the upper eight bits with a model, the others without.
 class CorrectedNumbers {
 public:
     explicit CorrectedNumbers(ArithmeticDecoder& decoder) : decoder_(&decoder) {
@@ -60,7 +60,7 @@ private:
     std::vector<SymbolModel> upperBits_;
 };
 
-/// Bytes of the file from a place on, one after the other.
+/// Reads bytes of the file one after the other, buffered.
 class ByteSource {
 public:
     ByteSource(const InputFile& file, std::uint64_t offset) : file_(&file), offset_(offset) {}
@@ -90,13 +90,13 @@ std::uint64_t readPosition(const InputFile& file, std::uint64_t offset) {
     return Formats::loadLittleEndian<std::uint64_t>(bytes.data());
 }
 
-/// Where the table begins, checked to have its head inside the file.
+/// The offset of the table; its head is checked to be inside the file.
 std::uint64_t locate(const InputFile& file, std::uint64_t chunksBegin) {
     std::uint64_t position = readPosition(file, chunksBegin - positionSize);
     if (position == std::numeric_limits<std::uint64_t>::max())
         position = readPosition(file, file.size() - positionSize);
     if (position == 0 || position == chunksBegin - positionSize)
-        failFormat(file.path(), object, "it is missing; whatever wrote the file was interrupted");
+        failFormat(file.path(), object, "it is missing; the program that wrote the file was interrupted");
     if (position > file.size() || file.size() - position < tableHeadSize)
         failFormat(file.path(), object,
                    "the file is cut off: it should begin at byte {}, and the file has {}", position,
@@ -108,8 +108,8 @@ std::uint64_t locate(const InputFile& file, std::uint64_t chunksBegin) {
 }
 
 std::uint64_t smallestChunk(const LasHeader& header, const LazDescription& description) noexcept {
-    // The first point as it is, then for layers their point count and sizes, and at least one stream, of
-    // which four bytes are read at once.
+    // The first point uncompressed, for layered chunks the point count and the layers' sizes, and at least
+    // one stream, whose first four bytes are always read.
     const std::uint64_t layerSizes =
         description.isLayered() ? 4 + 4 * std::uint64_t{description.layerCount()} : 0;
     return header.recordLength + layerSizes + 4;
@@ -117,7 +117,7 @@ std::uint64_t smallestChunk(const LasHeader& header, const LazDescription& descr
 
 void checkPlausible(const LazChunkTable::Chunk& chunk, std::size_t index, const std::string& path) {
     if (chunk.pointCount / LazChunkTable::mostPointsPerByte > chunk.byteCount)
-        failFormat(path, object, "chunk {} is to have {} points in {} bytes, which cannot be", index,
+        failFormat(path, object, "chunk {} is to have {} points in {} bytes, which is impossible", index,
                    chunk.pointCount, chunk.byteCount);
 }
 
@@ -151,7 +151,7 @@ LazChunkTable LazChunkTable::read(const InputFile& file, const LasHeader& header
                            header.pointCount, end - header.pointOffset);
             table.starts_.push_back({header.pointCount, end});
             checkPlausible(table[0], 0, path);
-            if (header.pointCount > mostStreamPoints)
+            if (header.pointCount > maxStreamPoints)
                 failFormat(path, "points", "{} points in one compressed stream are more than LASzip reads",
                            header.pointCount);
         }
@@ -160,7 +160,7 @@ LazChunkTable LazChunkTable::read(const InputFile& file, const LasHeader& header
 
     const std::uint64_t chunksBegin = header.pointOffset + positionSize;
     table.starts_.push_back({0, chunksBegin});
-    // Some writers end a file without points right there.
+    // Some writers end a file without points here.
     if (header.pointCount == 0 && file.size() == header.pointOffset) {
         table.starts_.back().offset = header.pointOffset;
         return table;

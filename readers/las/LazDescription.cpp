@@ -86,9 +86,10 @@ LazDescription LazDescription::parse(std::span<const std::uint8_t> payload, unsi
     if (compressor < 1 || compressor > 3)
         failFormat(path, object, "the compressor {} is not known", compressor);
     description.compressor = static_cast<Compressor>(compressor);
-    // The other way round the decompressor would run on streams that it never set up.
+    // A mismatch would make the decompressor use streams that it never set up.
     if (description.isLayered() != isExtendedFormat(pointFormat))
-        failFormat(path, object, "the compressor {} does not serve point format {}", compressor, pointFormat);
+        failFormat(path, object, "the compressor {} cannot be used with point format {}", compressor,
+                   pointFormat);
     const auto coder = Formats::loadLittleEndian<std::uint16_t>(payload.data() + Place::coder);
     if (coder != 0)
         failFormat(path, object, "the coder {} is not known", coder);

@@ -12,16 +12,17 @@
 namespace Tidewatch::Las {
 
 /// How the points of a file are compressed: the record "laszip encoded" / 22204 (published LASzip format; the
-/// record's layout stands in the LASzip sources as comments).
+/// record's layout is documented in comments of the LASzip sources).
 struct LazDescription {
-    /// Numbers of the compressors in the file.
+    /// The compressors, with their numbers in the file.
     enum class Compressor : std::uint16_t {
         Pointwise = 1,        ///< one stream for all points, which can only be read forward
-        PointwiseChunked = 2, ///< chunks of points, each a stream of its own
-        LayeredChunked = 3,   ///< chunks in which each attribute is a stream of its own (formats 6 to 10)
+        PointwiseChunked = 2, ///< chunks of points, each a separate stream
+        LayeredChunked = 3,   ///< chunks in which each attribute is a separate stream (formats 6 to 10)
     };
 
-    /// Numbers of the items in the file; an item is a group of attributes that is compressed together.
+    /// The items, with their numbers in the file; an item is a group of attributes that are compressed
+    /// together.
     enum class ItemType : std::uint16_t {
         Byte = 0,
         Point10 = 6,
@@ -46,11 +47,11 @@ struct LazDescription {
     static constexpr std::size_t fixedSize = Formats::Las::Compression::fixedSize;
     static constexpr std::size_t itemSize = Formats::Las::Compression::itemSize;
 
-    /// The chunk size that stands for chunks whose sizes are listed in the chunk table.
+    /// The chunk size that means that the chunk table lists the sizes.
     static constexpr std::uint32_t variableChunkSize = 0xFFFFFFFF;
 
     Compressor compressor = Compressor::PointwiseChunked;
-    std::uint32_t chunkSize = 0; ///< points of a chunk, not 0; without meaning for Pointwise
+    std::uint32_t chunkSize = 0; ///< points of a chunk, not 0; meaningless for Pointwise
     std::vector<Item> items;
 
     [[nodiscard]] bool hasChunks() const noexcept { return compressor != Compressor::Pointwise; }

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <utility>
 
-// This header pulls namespace std into the global one; no other file includes it.
+// This header has a using directive for namespace std; no other file includes it.
 #include <laszip/laszip_api.h>
 
 namespace Tidewatch::Las {
@@ -26,8 +26,8 @@ namespace Layout = Formats::Las;
 constexpr std::size_t headerSize = Layout::largestHeader;
 constexpr std::size_t chunkTablePlaceSize = 8;
 
-/// The head that LASzip gets to read in place of the file's own: a LAS 1.4 header with what LASzip needs to
-/// know, the compression record, and the place of the chunk table.
+/// The head that LASzip reads instead of the file's own: a LAS 1.4 header with what LASzip needs, the
+/// compression record, and the position of the chunk table.
 std::vector<std::uint8_t> makeHead(const LasHeader& header, const LasFile::Compression& compression,
                                    std::uint64_t chunksBegin) {
     const LazDescription& description = compression.description;
@@ -58,7 +58,7 @@ std::vector<std::uint8_t> makeHead(const LasHeader& header, const LasFile::Compr
 
     std::uint8_t* payload = record + Layout::Record::headSize;
     Formats::storeLittleEndian(payload, static_cast<std::uint16_t>(description.compressor));
-    payload[Layout::Compression::versionMajor] = 3; // the version of LASzip that these records are known from
+    payload[Layout::Compression::versionMajor] = 3; // the version of LASzip whose records these are
     payload[Layout::Compression::versionMinor] = 4;
     Formats::storeLittleEndian(payload + Layout::Compression::revision, std::uint16_t{3});
     Formats::storeLittleEndian(payload + Layout::Compression::chunkSize, description.chunkSize);
@@ -73,7 +73,7 @@ std::vector<std::uint8_t> makeHead(const LasHeader& header, const LasFile::Compr
         Formats::storeLittleEndian(item + 4, description.items[i].version);
     }
     if (description.hasChunks()) {
-        // Counted in the stream that LASzip sees, where the chunks follow right behind this head.
+        // Relative to the stream that LASzip sees, where the chunks follow this head directly.
         const std::uint64_t chunkBytes = compression.chunks.tableOffset() - chunksBegin;
         Formats::storeLittleEndian(bytes + pointOffset, head.size() + chunkBytes);
     }
@@ -167,7 +167,7 @@ private:
         if (laszip_get_point_pointer(handle_, &point_) != 0 || isCompressed == 0 ||
             (extraByteCount != 0 && point_->num_extra_bytes != extraByteCount))
             fail("points", "cannot be decompressed as they are described");
-        // Makes LASzip read its chunk table now, before reading is restricted to one chunk after the other.
+        // Makes LASzip read the chunk table now, before reading is restricted to single chunks.
         if (hasChunks_)
             seek(0);
     }
@@ -175,7 +175,7 @@ private:
     [[noreturn]] void fail(const std::string& object, std::string_view what) {
         stream_.rethrowFailure();
         if (stream_.stackExceeded())
-            failFormat(path_, object, "{}: its GPS time refers to itself without end", what);
+            failFormat(path_, object, "{}: its GPS time switches sequences without end", what);
         laszip_CHAR* text = nullptr;
         laszip_get_error(handle_, &text);
         failFormat(path_, object, "{}: LASzip says: {}{}", what, text != nullptr ? text : "nothing",
@@ -183,7 +183,7 @@ private:
     }
 
     void close() noexcept {
-        // Without being closed first, the reader's memory would stay behind.
+        // laszip_destroy() alone would leak the reader's memory.
         laszip_close_reader(handle_);
         laszip_destroy(handle_);
     }

@@ -33,7 +33,7 @@ private:
 
     std::unique_ptr<Decompressor> decompressor_;
     std::size_t nextChunk_ = 0;
-    std::uint64_t chunkEnd_ = 0; // the first point behind the chunk that has been entered
+    std::uint64_t chunkEnd_ = 0; // the first point after the current chunk
     std::vector<std::uint8_t> extraBytes_;
 };
 

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::size_t bufferSize = std::size_t{256} << 10;
 
-// The decompressor needs less than 2 KiB for any honest point; from here on one more byte may cost
-// another 1.7 MiB.
+// The decompressor needs less than 2 KiB of stack for any valid point; beyond this limit, one more byte may
+// cost another 1.7 MiB.
 constexpr std::uintptr_t deepestStack = std::uintptr_t{128} << 10;
 
 std::uintptr_t stackPlace() noexcept {
@@ -45,7 +45,7 @@ std::uint64_t LazStream::filePosition() const noexcept {
 void LazStream::setEnd(std::uint64_t fileOffset) {
     const std::uint64_t position = bufferBegin_ + cursor_;
     end_ = toStream(fileOffset);
-    // The buffer may hold bytes that lie behind the new end, or lack some that came before the old one.
+    // The buffer may contain bytes beyond the new end, or lack some before it.
     filled_ = static_cast<std::size_t>(std::min<std::uint64_t>(filled_, end_ - std::min(end_, bufferBegin_)));
     cursor_ = std::min(cursor_, filled_);
     if (bufferBegin_ + cursor_ != position) {
@@ -67,8 +67,7 @@ bool LazStream::fill() {
     const std::uint64_t position = bufferBegin_ + cursor_;
     if (failure_ || position >= end_)
         return false;
-    // Nothing may pass through the decompressor as an exception of ours: it would take it for an error of its
-    // own.
+    // Exceptions must not pass through the decompressor, which would take them for its own errors.
     try {
         const std::uint64_t wanted = std::min<std::uint64_t>(buffer_.size(), end_ - position);
         const auto target = std::span(buffer_).first(static_cast<std::size_t>(wanted));
@@ -94,7 +93,7 @@ LazStream::int_type LazStream::underflow() {
 }
 
 LazStream::int_type LazStream::uflow() {
-    // The stream keeps no get area, so that every byte comes by here.
+    // The stream has no get area, so that every byte is read through this function.
     const std::uintptr_t here = stackPlace();
     if ((here < stackMark_ ? stackMark_ - here : here - stackMark_) > deepestStack) {
         stackExceeded_ = true;

@@ -12,39 +12,37 @@
 
 namespace Tidewatch::Las {
 
-/// What the decompressor is given to read in place of the file: a head that was made for it, followed by the
-/// file's bytes from some place on.
+/// What the decompressor reads instead of the file: a generated head, followed by the file's bytes from some
+/// offset on.
 ///
-/// So the decompressor sees nothing of the file that has not been checked, but the compressed points. Those
-/// it reads byte by byte and without any bound of its own, hence two fences: reading ends at a place that is
-/// set chunk by chunk, and when the stack has grown too deep. (A switch of GPS time sequences makes the
-/// decompressor call itself; a stream of nothing but switches would use up the stack, at up to 36 000 calls
-/// for a byte.)
+/// So the decompressor sees only checked data, except for the compressed points. It reads those byte by byte
+/// without any bound of its own, hence two limits: reading ends at an offset that is set for each chunk, and
+/// when the stack has grown too deep. (A switch of GPS time sequences makes the decompressor recurse; a
+/// stream of nothing but switches would exhaust the stack, with up to 36 000 calls per byte.)
 class LazStream final : public std::streambuf {
 public:
-    /// Reads from `file`, which must outlive this object, from `fileBegin` on behind `head`.
+    /// Provides `head`, then `file`, which must outlive this object, from `fileBegin` on.
     LazStream(const InputFile& file, std::vector<std::uint8_t> head, std::uint64_t fileBegin);
     ~LazStream() override;
 
     /// A stream on this buffer.
     [[nodiscard]] std::istream& stream() noexcept { return stream_; }
 
-    /// The place in the file of the next byte; not below `fileBegin`.
+    /// The offset in the file of the next byte; not below `fileBegin`.
     [[nodiscard]] std::uint64_t filePosition() const noexcept;
 
-    /// The place in this stream of a place in the file.
+    /// The offset in this stream of an offset in the file.
     [[nodiscard]] std::uint64_t toStream(std::uint64_t fileOffset) const noexcept {
         return fileOffset - fileBegin_ + head_.size();
     }
 
-    /// From now on the stream ends at this place in the file.
+    /// Makes the stream end at this offset in the file.
     void setEnd(std::uint64_t fileOffset);
 
-    /// Takes the present depth of the stack as the one to measure from; called by whoever calls the
-    /// decompressor.
+    /// Sets the current depth of the stack as the base for the limit; call before calling the decompressor.
     void markStack() noexcept;
 
-    /// Throws the error that ended the stream before its time, if there was one: the file could not be read
+    /// Throws the error that ended the stream early, if there was one: the file could not be read
     /// (Anchor::FileError).
     void rethrowFailure() const;
 

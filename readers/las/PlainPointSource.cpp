@@ -13,7 +13,7 @@ namespace Tidewatch::Las {
 
 namespace {
 
-/// The parts that all formats have at the same place.
+/// The parts that all formats have at the same offset.
 void parseCommon(const std::uint8_t* record, Point& point) noexcept {
     point.x = Formats::loadLittleEndian<std::int32_t>(record);
     point.y = Formats::loadLittleEndian<std::int32_t>(record + 4);

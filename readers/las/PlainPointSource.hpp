@@ -8,7 +8,7 @@
 
 namespace Tidewatch::Las {
 
-/// The points of a LAS file, whose records stand one behind the other as they are.
+/// The points of an uncompressed LAS file.
 class PlainPointSource final : public PointSource {
 public:
     using PointSource::PointSource;

@@ -12,8 +12,8 @@ namespace Tidewatch::Las {
 namespace {
 
 // A block's points and records should stay in the processor's cache.
-constexpr std::size_t mostBlockPoints = 1024;
-constexpr std::size_t fewestBlockPoints = 16;
+constexpr std::size_t maxBlockPoints = 1024;
+constexpr std::size_t minBlockPoints = 16;
 constexpr std::size_t blockBytes = std::size_t{128} << 10;
 
 std::unique_ptr<PointSource> openSource(const std::shared_ptr<const LasFile>& file) {
@@ -26,7 +26,7 @@ std::unique_ptr<PointSource> openSource(const std::shared_ptr<const LasFile>& fi
 
 PointDecoder::PointDecoder(std::shared_ptr<const LasFile> file)
     : file_(std::move(file)),
-      blockSize_(std::clamp(blockBytes / file_->header().recordLength, fewestBlockPoints, mostBlockPoints)) {}
+      blockSize_(std::clamp(blockBytes / file_->header().recordLength, minBlockPoints, maxBlockPoints)) {}
 
 PointDecoder::~PointDecoder() = default;
 
@@ -40,7 +40,7 @@ void PointDecoder::decode(std::uint64_t first, std::uint64_t count, const Sink& 
         sink(block);
         maybeTick(tick, done);
     }
-    // A file that is written to meanwhile may have given points of two states.
+    // A file modified meanwhile may have given points of two versions.
     source_->requireUnchanged();
 }
 
@@ -69,7 +69,7 @@ std::span<const Point> PointDecoder::nextBlock(std::uint64_t most) {
         source_->read(block);
     } catch (...) {
         const std::unique_ptr<PointSource> failed = std::move(source_);
-        // Bytes of another state of the file look like damage.
+        // A modified file may look damaged.
         failed->requireUnchanged();
         throw;
     }

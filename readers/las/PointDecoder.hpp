@@ -16,28 +16,28 @@ namespace Tidewatch::Las {
 
 /// Decodes ranges of points of one file, best in ascending order.
 ///
-/// It keeps the file open and its place in it, so that a range that continues the one before costs nothing to
-/// find. Otherwise plain files are entered anywhere, compressed ones at the beginning of a chunk, and those
-/// compressed as one stream only from the first point on. Memory: some hundred kilobytes, and for layered
-/// compression the bytes of a chunk. Not safe for several threads at once.
+/// It keeps the file open and its position, so that continuing after the previous range costs no seek.
+/// Otherwise decoding starts anywhere in plain files, at the beginning of a chunk in compressed ones, and at
+/// the first point in those compressed as one stream. Memory: some hundred kilobytes, and for layered
+/// compression the bytes of a chunk. Not thread-safe.
 class TIDEWATCH_API PointDecoder {
 public:
     /// Takes a block of points; valid during the call.
     using Sink = std::function<void(std::span<const Point> points)>;
 
-    /// Called after every `tickInterval` points or less with the number of points of the range that are done;
-    /// may throw to stop, and decode() may be called again afterwards.
+    /// Called at least every `tickInterval` points with the number of points of the range that are done; may
+    /// throw to stop, and decode() may be called again afterwards.
     using Tick = std::function<void(std::uint64_t pointsDone)>;
 
     static constexpr std::uint64_t tickInterval = 16'384;
 
-    /// The file is opened when the first point is asked for.
+    /// The file is opened when the first point is requested.
     explicit PointDecoder(std::shared_ptr<const LasFile> file);
     ~PointDecoder();
 
-    /// Hands the points [first, first + count), which must exist, to `sink`, in order and some hundred at a
+    /// Passes the points [first, first + count), which must exist, to `sink`, in order and some hundred at a
     /// time. Throws Anchor::FormatError for damaged points, Anchor::FileError where the file cannot be read,
-    /// is gone or has changed since the LasFile was made, and what `tick` and `sink` throw.
+    /// is missing or has changed since the LasFile was created, and what `tick` and `sink` throw.
     void decode(std::uint64_t first, std::uint64_t count, const Sink& sink, const Tick& tick = {});
 
 private:

@@ -11,10 +11,11 @@
 
 namespace Tidewatch::Las {
 
-/// Delivers the points of one file in order, block by block. Not safe for several threads at once.
+/// Reads the points of one file in order, block by block. Not thread-safe.
 class PointSource {
 public:
-    /// Opens the file. Throws Anchor::FileError when it is gone or has changed since the LasFile was made.
+    /// Opens the file. Throws Anchor::FileError when it is missing or has changed since the LasFile was
+    /// created.
     explicit PointSource(std::shared_ptr<const LasFile> file)
         : file_(std::move(file)),
           input_(file_->open()) {}
@@ -22,15 +23,15 @@ public:
     PointSource& operator=(const PointSource&) = delete;
     virtual ~PointSource() = default;
 
-    /// The number of the point that read() gives next.
+    /// The index of the point that read() returns next.
     [[nodiscard]] std::uint64_t position() const noexcept { return position_; }
 
-    /// Goes as near before a point as is possible without decoding, or stays where that is nearer; afterwards
-    /// position() is not above `point`. Throws Anchor::Error.
+    /// Seeks to the nearest position at or before a point that needs no decoding, or stays if the current one
+    /// is nearer; afterwards position() is not above `point`. Throws Anchor::Error.
     virtual void approach(std::uint64_t point) = 0;
 
-    /// Decodes the next points into `points`; there must be as many. Their extra bytes are valid until the
-    /// next call. Throws Anchor::Error, after which the source is of no further use.
+    /// Decodes the next points into `points`; that many must exist. Their extra bytes are valid until the
+    /// next call. Throws Anchor::Error, after which the source is no longer usable.
     virtual void read(std::span<Point> points) = 0;
 
     /// Throws Anchor::FileError when the file has been written to since it was opened.

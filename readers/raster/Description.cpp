@@ -13,8 +13,8 @@ namespace Tidewatch::Raster {
 
 namespace {
 
-/// The least coordinate of a pixel's centre along an axis.
-double leastCentre(double start, double step, double count) {
+/// The lowest coordinate of a pixel's centre along an axis.
+double lowestCentre(double start, double step, double count) {
     return start + (step > 0 ? 0.5 : count - 0.5) * step;
 }
 
@@ -30,23 +30,23 @@ Placing Placing::make(const std::optional<std::array<double, 6>>& transform, std
     const auto& t = *transform;
     const bool isSound = std::all_of(t.begin(), t.end(), [](double number) { return std::isfinite(number); });
     if (!isSound || t[1] == 0 || t[5] == 0) {
-        // A raster that is rotated by a quarter has these two zeros as well.
+        // A raster rotated by 90 degrees has these two zeros as well.
         if (isSound && t[2] != 0 && t[4] != 0)
             throw Anchor::FormatError(fmt::format("{}: is a rotated raster", Anchor::printable(path)));
         throw Anchor::FormatError(
             fmt::format("{}: its georeference gives its pixels no size ({}, {}, {}, {}, {}, {})",
                         Anchor::printable(path), t[0], t[1], t[2], t[3], t[4], t[5]));
     }
-    // Programs that compute these numbers leave rounding errors where a zero is meant.
+    // Computed transforms may have rounding errors in place of zeros.
     constexpr double tolerance = 1e-3; // of a pixel
     if (std::abs(t[2]) * rows > tolerance * std::abs(t[1]) ||
         std::abs(t[4]) * columns > tolerance * std::abs(t[5]))
         throw Anchor::FormatError(fmt::format("{}: is a rotated raster", Anchor::printable(path)));
-    const Geom::PhysicalSpace::point corner{leastCentre(t[0], t[1], columns), leastCentre(t[3], t[5], rows),
+    const Geom::PhysicalSpace::point corner{lowestCentre(t[0], t[1], columns), lowestCentre(t[3], t[5], rows),
                                             0};
     if (!std::isfinite(corner.x) || !std::isfinite(corner.y))
-        throw Anchor::FormatError(fmt::format("{}: its georeference places its pixels beyond all numbers",
-                                              Anchor::printable(path)));
+        throw Anchor::FormatError(fmt::format(
+            "{}: its georeference places its pixels beyond the range of numbers", Anchor::printable(path)));
     return {corner, {std::abs(t[1]), std::abs(t[5]), 1}, t[1] < 0, t[5] < 0};
 }
 

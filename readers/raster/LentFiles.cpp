@@ -25,7 +25,7 @@ constexpr std::string_view prefix = prefixText;
 
 } // namespace
 
-/// What GDAL calls. It is written in C here: nothing may be thrown through it.
+/// The callbacks for GDAL. Exceptions must not pass through its C interface.
 class Handler {
 public:
     static Handler& instance() {
@@ -53,7 +53,7 @@ private:
         vsi_l_offset size;
         vsi_l_offset place = 0;
         bool isAtEnd = false;
-        // Texts are read some bytes at a time.
+        // Text formats are read a few bytes at a time.
         std::array<unsigned char, 16384> buffer{};
         vsi_l_offset bufferStart = 0;
         std::size_t bufferSize = 0;
@@ -74,7 +74,7 @@ private:
         VSIFreeFilesystemPluginCallbacksStruct(calls);
     }
 
-    /// GDAL gives the path without its prefix: the folder's number and the file's name.
+    /// GDAL passes the path without its prefix: the folder's number and the file's name.
     [[nodiscard]] LentFiles* folderOf(std::string_view path) {
         if (path.starts_with(prefix))
             path.remove_prefix(prefix.size());
@@ -137,7 +137,7 @@ private:
         return 0;
     }
 
-    /// Reads at the handle's place, as many bytes as there are.
+    /// Reads up to `size` bytes at `place`.
     static std::size_t readAt(Handle& handle, vsi_l_offset place, unsigned char* target,
                               std::size_t size) noexcept {
         std::size_t done = 0;

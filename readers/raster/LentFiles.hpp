@@ -9,12 +9,12 @@
 
 namespace Tidewatch::Raster {
 
-/// Open files under paths that only GDAL in this process knows, for as long as the object lives: each under its
-/// own name, since several formats go by it, in a folder that holds nothing else. What GDAL does with such a path
-/// opens nothing. (GDAL's plugin handler of virtual files.)
+/// Makes open files available to GDAL in this process under virtual paths, for the lifetime of the object:
+/// each under its own name, since several formats depend on it, in a folder that contains nothing else. Using
+/// such a path opens no file. (GDAL's plugin handler of virtual files.)
 class LentFiles {
 public:
-    /// The files stay open meanwhile.
+    /// The files have to stay open meanwhile.
     explicit LentFiles(const SourceFiles& files);
     ~LentFiles();
     LentFiles(const LentFiles&) = delete;
@@ -23,7 +23,7 @@ public:
     /// GDAL's path of the first file.
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-    /// The names of all files, as GDAL takes them.
+    /// The names of all files, as a GDAL string list.
     [[nodiscard]] const char* const* names() const noexcept { return names_.List(); }
 
     /// The system's error number of the first read that failed; 0 while there is none.

@@ -25,7 +25,7 @@ void CPL_STDCALL Messages::take(CPLErr kind, CPLErrorNum number, const char* tex
         messages->failure_ = text;
         messages->number_ = number;
     } catch (...) {
-        // Without memory for it there is no message. GDAL is written in C here: nothing may pass through it.
+        // Out of memory: there is no message then. Exceptions must not pass through GDAL's C interface.
     }
 }
 

@@ -6,8 +6,8 @@
 
 namespace Tidewatch::Raster {
 
-/// Takes GDAL's messages of this thread for as long as it lives, so that they go into our errors and not to
-/// the console.
+/// Captures GDAL's messages of this thread for its lifetime, so that they go into our errors and not to the
+/// console.
 class Messages {
 public:
     Messages();
@@ -15,10 +15,10 @@ public:
     Messages(const Messages&) = delete;
     Messages& operator=(const Messages&) = delete;
 
-    /// The first failure that GDAL reported, fit for a message; a stand-in where it reported none.
+    /// The first failure that GDAL reported, printable; a placeholder if it reported none.
     [[nodiscard]] std::string failure() const;
 
-    /// Whether that failure was one for want of memory.
+    /// Whether that failure was running out of memory.
     [[nodiscard]] bool isOutOfMemory() const noexcept { return number_ == CPLE_OutOfMemory; }
 
 private:

@@ -29,7 +29,7 @@ namespace Tidewatch::Raster {
 
 namespace {
 
-/// What the numbers of a band become; null for those that have no element type.
+/// The element type for a band's numbers; null if there is none.
 const std::type_info* elementOf(GDALDataType type) {
     const std::type_info* element = nullptr;
     Sheaf::ElementTypes::visitFirst(
@@ -48,11 +48,11 @@ const std::type_info* elementOf(GDALDataType type) {
     return element;
 }
 
-/// A format whose files hold every pixel by itself, uncompressed.
+/// A format whose files store every pixel separately, uncompressed.
 struct PlainLayout {
     std::string_view driver;
-    /// The least that a pixel of a band takes; 0 stands for the size of its type.
-    double leastBytes;
+    /// The min bytes of a pixel of a band; 0 stands for the size of its type.
+    double minBytes;
 };
 
 constexpr PlainLayout plainLayouts[] = {
@@ -64,14 +64,14 @@ constexpr PlainLayout plainLayouts[] = {
     {"GSAG", 1},     {"ZMap", 1},
 };
 
-/// The least size of a file in which GDAL finds every byte of every pixel, as far as the driver tells how
-/// they lie: header and interleaving included.
+/// The min size of a file that contains every byte of every pixel, including header and interleaving; nothing
+/// if the driver does not report the layout.
 std::optional<double> endOfPixels(GDALDatasetH handle) {
     GDALDataset& dataset = *GDALDataset::FromHandle(handle);
     GDALDataset::RawBinaryLayout layout;
     if (!dataset.GetRawBinaryLayout(layout))
         return {};
-    // The layout of pixels that share bytes is given as if each had one of its own.
+    // For pixels that share bytes, the layout is reported as if they did not.
     if (dataset.GetRasterBand(1)->GetMetadataItem("NBITS", "IMAGE_STRUCTURE") != nullptr)
         return {};
     const auto reach = [](GIntBig step, int count) {
@@ -82,18 +82,18 @@ std::optional<double> endOfPixels(GDALDatasetH handle) {
            reach(layout.nBandOffset, dataset.GetRasterCount()) + GDALGetDataTypeSizeBytes(layout.eDataType);
 }
 
-/// Makes libjpeg's warnings errors, for as long as it lives and for this thread: one of them says that a file
-/// has ended too early, and the pixels that are missing come out grey.
+/// Turns libjpeg's warnings into errors, for its lifetime and on this thread: one of them says that a file
+/// ends too early, in which case missing pixels are read as grey.
 class StrictJpeg {
     CPLConfigOptionSetter setter_{"GDAL_ERROR_ON_LIBJPEG_WARNING", "YES", false};
 };
 
-/// Makes GDAL tell of the vertical system that GeoTIFF 1.0 keys state too, for as long as it lives and for this thread.
+/// Makes GDAL report the vertical system of GeoTIFF 1.0 keys as well, for its lifetime and on this thread.
 class WithVertical {
     CPLConfigOptionSetter setter_{"GTIFF_REPORT_COMPD_CS", "YES", false};
 };
 
-/// Some releases of GDAL exchange authority and code of the units of GeoTIFF systems: ID["9003","EPSG"].
+/// Fixes units of GeoTIFF systems in which some releases of GDAL swap authority and code: ID["9003","EPSG"].
 std::string withOrderedIds(std::string text) {
     constexpr std::string_view start = "ID[\"";
     constexpr std::string_view end = "\",\"EPSG\"]";
@@ -133,12 +133,12 @@ RasterFile::RasterFile(const SourceFiles& files)
     const std::string recognised = readableDriverOf(lent_);
     if (recognised.empty()) {
         if (const std::string driver = refusedDriverOf(lent_); !driver.empty())
-            fail("is of GDAL's format " + driver + ", whose files lead to other files; it is not read");
+            fail("is of GDAL's format " + driver + ", whose files refer to other files, so it is not read");
         fail("is not a raster of a format that is read");
     }
     CPLStringList names;
     for (const SourceFiles::File& file : files.files) {
-        // GDAL opens a mask with whatever driver recognises it.
+        // GDAL would open a mask with any driver that recognises it.
         if (EQUAL(std::filesystem::path(file.name).extension().c_str(), ".msk") &&
             !hasTiffSignature(file.descriptor))
             fail("its mask " +
@@ -195,9 +195,9 @@ Description RasterFile::describe() const {
     if (bands < 1)
         fail("holds no band");
     // GDAL opens a file in a time that is proportional to its bands, and the file is opened for each of them.
-    constexpr int mostBands = 4096;
-    if (bands > mostBands)
-        fail(fmt::format("has {} bands, and no more than {} are read", bands, mostBands));
+    constexpr int maxBands = 4096;
+    if (bands > maxBands)
+        fail(fmt::format("has {} bands, and no more than {} are read", bands, maxBands));
     for (std::size_t band = 0; band < static_cast<std::size_t>(bands); ++band)
         description.bands.push_back(describeBand(band));
     description.blockBytes = requireFittingBlocks();
@@ -215,8 +215,8 @@ Description RasterFile::describe() const {
     return description;
 }
 
-/// Blocks are the least that GDAL reads; it takes the memory for a whole one, whatever the raster's size.
-/// Gives their size.
+/// Checks the size of blocks, and returns it: GDAL allocates memory for a whole block, whatever the raster's
+/// size.
 std::uint64_t RasterFile::requireFittingBlocks() const {
     const int bands = GDALGetRasterCount(dataset_.get());
     const auto* const interleave = GDALGetMetadataItem(dataset_.get(), "INTERLEAVE", "IMAGE_STRUCTURE");
@@ -232,17 +232,17 @@ std::uint64_t RasterFile::requireFittingBlocks() const {
         blockBytes = std::max(blockBytes, 1.0 * blockWidth * blockHeight * bytes * (areTogether ? bands : 1));
     }
     const double fileBytes = pixelBytes * static_cast<double>(width()) * static_cast<double>(height());
-    // Small rasters may well have blocks that are larger than they are, but not by much.
+    // Small rasters may have blocks that are larger than the raster, but not much larger.
     constexpr double harmless = 1U << 28U;
     if (blockBytes > std::max(harmless, 4 * fileBytes))
         fail(fmt::format("has blocks of {:.0f} bytes for {:.0f} bytes of pixels", blockBytes, fileBytes));
-    // No more than 2^31 in both directions, bands and bytes of a pixel: beyond 64 bits on paper only.
+    // Width and height are below 2^31, so only absurd files exceed 64 bits.
     return blockBytes < 0x1p63 ? static_cast<std::uint64_t>(blockBytes) : std::uint64_t{1} << 63U;
 }
 
-/// Bounds what a file states by its size where its pixels lie in it plainly: memory is not to be taken for
-/// what cannot be there, and GDAL's driver takes an ENVI file that ends too early for one whose further
-/// pixels are 0.
+/// Checks what the header of an uncompressed file states against the file's size, so that no memory is
+/// allocated for pixels that cannot exist. GDAL's driver also reads the missing pixels of a truncated ENVI
+/// file as 0.
 void RasterFile::requireWholeFile(const Description& description) const {
     const auto* const layout =
         std::find_if(std::begin(plainLayouts), std::end(plainLayouts),
@@ -251,8 +251,8 @@ void RasterFile::requireWholeFile(const Description& description) const {
         return;
     double stated = 0;
     for (std::size_t number = 0; number < description.bands.size(); ++number)
-        stated += layout->leastBytes != 0 ? layout->leastBytes
-                                          : GDALGetDataTypeSizeBytes(GDALGetRasterDataType(bandOf(number)));
+        stated += layout->minBytes != 0 ? layout->minBytes
+                                        : GDALGetDataTypeSizeBytes(GDALGetRasterDataType(bandOf(number)));
     stated *= static_cast<double>(width()) * static_cast<double>(height());
     stated = std::max(stated, endOfPixels(dataset_.get()).value_or(0));
     if (static_cast<double>(size_) < stated)
@@ -268,7 +268,7 @@ Band RasterFile::describeBand(std::size_t number) const {
         fail(fmt::format("band {} holds numbers of type {}, which is not read", number + 1,
                          GDALGetDataTypeName(type)));
     if (type == GDT_Byte) {
-        // Before GDAL 3.7 signed bytes are bytes with a remark.
+        // Before GDAL 3.7, signed bytes are unsigned bytes with this metadata.
         const char* const remark = GDALGetMetadataItem(band, "PIXELTYPE", "IMAGE_STRUCTURE");
         if (remark != nullptr && EQUAL(remark, "SIGNEDBYTE"))
             return {&typeid(int), type, true};
@@ -276,8 +276,8 @@ Band RasterFile::describeBand(std::size_t number) const {
     return {element, type, false};
 }
 
-/// The byte that stands for the no-data value of a band of signed bytes where that is below 0. GDAL, which
-/// takes the bytes for unsigned ones, then masks nothing.
+/// The unsigned byte of a negative no-data value of a band of signed bytes; GDAL, which reports such bytes as
+/// unsigned, does not mask it.
 std::optional<unsigned char> RasterFile::negativeByte(std::size_t number) const {
     if (!describeBand(number).isSignedByte)
         return {};
@@ -292,7 +292,7 @@ std::string RasterFile::referenceSystem() const {
     const OGRSpatialReferenceH system = GDALGetSpatialRef(dataset_.get());
     if (system == nullptr)
         return {};
-    // The text that says all systems; that of a real one has some kilobytes.
+    // The max length; real systems have some kilobytes.
     constexpr std::size_t longest = std::size_t{1} << 20;
     const char* const options[]{"FORMAT=WKT2_2019", "MULTILINE=NO", nullptr};
     char* text = nullptr;
@@ -335,8 +335,8 @@ std::vector<std::string> RasterFile::notCarried() const {
     return list;
 }
 
-/// Some rows: enough to make calls rare, few enough to tick some times a second and for a small buffer, and
-/// whole blocks of the file where that is possible.
+/// How many rows to read at a time: enough to make calls rare, few enough for frequent progress and a small
+/// buffer, and whole blocks of the file where possible.
 RasterFile::Step RasterFile::stepOf(GDALRasterBandH band) const {
     constexpr std::uint64_t pixels = std::uint64_t{1} << 22;
     const std::uint64_t rows = std::clamp<std::uint64_t>(pixels / width(), 1, height());
@@ -349,8 +349,8 @@ RasterFile::Step RasterFile::stepOf(GDALRasterBandH band) const {
     return {rows, rows == height()};
 }
 
-/// Lets GDAL forget the blocks that it has read. It would keep them until its own cache is full, which knows
-/// nothing of ours.
+/// Drops the blocks that GDAL has read. It would keep them until its own cache is full, which is not aware of
+/// ours.
 void RasterFile::forgetBlocks() const {
     const Messages messages;
     GDALFlushCache(dataset_.get());
@@ -366,7 +366,7 @@ void RasterFile::readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uin
     if (GDALRasterIOEx(band, GF_Read, 0, static_cast<int>(firstRow), columns, count, pixels.data(), columns,
                        count, type, pixelSpace, pixelSpace * columns, nullptr) != CE_None)
         fail(name + " cannot be read", messages);
-    // Some drivers take what cannot be read for zeros.
+    // Some drivers return zeros for what cannot be read.
     if (lent_.failure() != 0)
         fail(name, messages);
 }
@@ -399,7 +399,8 @@ void RasterFile::readBand(std::size_t band, GDALDataType type, std::span<std::by
 
 bool RasterFile::readValidity(std::span<unsigned char> valid, const Tick& tick) const {
     std::fill(valid.begin(), valid.end(), static_cast<unsigned char>(1));
-    // A mask of the whole file (an alpha band is one) counts once; a band's own no-data counts for the band.
+    // A mask of the whole file (such as an alpha band) applies to all bands; a band's no-data value applies
+    // to that band.
     GDALRasterBandH maskOfAll = nullptr;
     struct Mask {
         GDALRasterBandH source;

@@ -19,7 +19,7 @@
 
 namespace Tidewatch::Raster {
 
-/// GDAL's type of the numbers that are read as elements of type T; GDT_Unknown where there is none.
+/// GDAL's type of the numbers that are read as elements of type T; GDT_Unknown if there is none.
 template <class T>
 inline constexpr GDALDataType pixelType = GDT_Unknown;
 template <>
@@ -42,16 +42,16 @@ inline constexpr GDALDataType pixelType<double> = GDT_Float64;
 /// A raster that is open for reading, by one thread at a time.
 class RasterFile {
 public:
-    /// Told the share that is done, 0 to 1; may throw to stop.
+    /// Called with the share that is done, 0 to 1; may throw to stop.
     using Tick = std::function<void(double share)>;
 
-    /// Opens the first of some files with one of readableDrivers(); GDAL sees these files and no other. Throws
-    /// Anchor::FormatError naming the file and what is wrong, Anchor::FileError when the system cannot read,
-    /// Anchor::LimitError for want of memory, as all other operations do.
+    /// Opens the first of some files with one of readableDrivers(); GDAL sees these files and no other.
+    /// Throws Anchor::FormatError naming the file and what is wrong, Anchor::FileError when the system cannot
+    /// read, Anchor::LimitError when memory runs out, as all other operations do.
     explicit RasterFile(const SourceFiles& files);
 
-    /// What the file states about itself. Throws Anchor::FormatError for what cannot be a grid: no bands, a
-    /// rotation, complex numbers, thousands of bands.
+    /// The file's metadata. Throws Anchor::FormatError for what cannot be a grid: no bands, a rotation,
+    /// complex numbers, thousands of bands.
     [[nodiscard]] Description describe() const;
 
     /// Reads a band, counted from 0, in the file's order of rows and columns. T is the element type that
@@ -66,9 +66,9 @@ public:
         }
     }
 
-    /// How much of a raster is valid: a byte a pixel, 1 where every band has a value, 0 elsewhere; in the
-    /// file's order. Tells whether bands differ, that is, whether there is a pixel where some have a value
-    /// and others do not. Throws Anchor::FormatError.
+    /// Reads which pixels are valid: one byte per pixel in the file's order, 1 where every band has a value,
+    /// else 0. Returns whether bands differ, that is, whether some bands have a value at a pixel where others
+    /// do not. Throws Anchor::FormatError.
     bool readValidity(std::span<unsigned char> valid, const Tick& tick) const;
 
 private:
@@ -77,7 +77,7 @@ private:
     };
 
     [[noreturn]] void fail(const std::string& reason) const;
-    /// The same, with what GDAL said; or the error of the system, or of memory, that is behind it.
+    /// The same with GDAL's message; or the underlying error of the system or of memory.
     [[noreturn]] void fail(const std::string& what, const Messages& messages) const;
     [[nodiscard]] std::uint64_t width() const;
     [[nodiscard]] std::uint64_t height() const;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What tidewatch-rasters exports: the reader of rasters, all that needs GDAL.
+// The exports of tidewatch-rasters: the reader of rasters, all that needs GDAL.
 #include "readers/raster/RasterModule.hpp"
 
 #include "anchor/Visibility.hpp"

@@ -16,12 +16,12 @@ namespace Tidewatch {
 
 namespace {
 
-// Arrays by their numbers: bands count from 1.
+// Keys of arrays: bands count from 1.
 constexpr std::uint64_t cellTypes = 0;
 
 constexpr const char* fragment = "000000";
 
-/// Turns the file's order of pixels into that of ascending y and x.
+/// Reorders pixels from the file's order to ascending y and x.
 template <class T>
 void turn(std::span<T> pixels, const Raster::Description& raster) {
     const auto width = static_cast<std::ptrdiff_t>(raster.width);

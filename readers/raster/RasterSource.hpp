@@ -6,9 +6,9 @@
 
 namespace Tidewatch {
 
-/// A raster that is read through GDAL: GeoTIFF, ESRI ASCII grids and the other formats that docs/raster.md lists.
-/// It becomes what RasterReader says. Formats that lead to other files or to the network are not read: see
-/// Raster::readableDrivers.
+/// A raster that is read through GDAL: GeoTIFF, ESRI ASCII grids and the other formats that docs/raster.md
+/// lists. RasterReader describes the result. Formats that refer to other files or to the network are not
+/// read: see Raster::readableDrivers.
 class RasterSource final : public Source {
 public:
     /// Throws what Raster::RasterFile throws.

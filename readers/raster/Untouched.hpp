@@ -10,15 +10,15 @@
 
 namespace Tidewatch::Raster {
 
-/// Tells values that come from the file from memory that a decoder has left as it was. Some decoders of GDAL report
-/// success for a block that they have not filled, and what was in the memory before becomes values.
+/// Detects memory that a decoder has left uninitialized. Some decoders of GDAL report success for a block
+/// that they have not filled, so that its previous content would become values.
 ///
-/// In tidewatch-read, the C library fills new memory with one byte (see ReadingServer). Where values hold several of
-/// it in a row, they are read again with another byte there: what differs is not in the file. In other processes
-/// new memory is as it is, and nothing is found.
+/// In tidewatch-read, the C library fills new memory with a certain byte (see ReadingServer). Where values
+/// contain several of these in a row, they are read again with another fill byte: what differs is not in the
+/// file. In other processes new memory is not filled, and nothing is detected.
 class Untouched {
 public:
-    /// Whether some of these may be memory that nobody has filled.
+    /// Whether some of these bytes may be uninitialized.
     [[nodiscard]] static bool isSuspected(std::span<const std::byte> bytes) {
         static const bool isFilled = [] {
             const char* const tunables = std::getenv("GLIBC_TUNABLES");
@@ -31,7 +31,7 @@ public:
         return std::search_n(bytes.begin(), bytes.end(), inARow, filling) != bytes.end();
     }
 
-    /// New memory is filled with another byte for as long as the object lives.
+    /// For its lifetime, new memory is filled with another byte.
     Untouched() { ::mallopt(M_PERTURB, other); }
     ~Untouched() { ::mallopt(M_PERTURB, usual); }
     Untouched(const Untouched&) = delete;

@@ -16,7 +16,7 @@ namespace Tidewatch::Raster {
 
 namespace {
 
-/// GDAL compares names without regard to the case of ASCII letters; so must a list of what it may find.
+/// GDAL ignores the case of ASCII letters in names, so the list of its files must, too.
 bool isSame(std::string_view a, std::string_view b) {
     const auto lower = [](char letter) {
         return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
@@ -25,7 +25,7 @@ bool isSame(std::string_view a, std::string_view b) {
                       [&](char one, char other) { return lower(one) == lower(other); });
 }
 
-/// Whether a file whose name is the raster's but for the ending may be looked into.
+/// Whether GDAL may read a file with the raster's name and this extension.
 bool isKnownEnding(const std::string& ending) {
     constexpr std::array plain{".hdr", ".prj", ".clr", ".stx", ".sta", ".wld"};
     if (std::any_of(plain.begin(), plain.end(), [&](const char* known) { return isSame(ending, known); }))
@@ -54,8 +54,8 @@ std::vector<std::string> companionsOf(const std::string& path) {
             list.push_back(name);
     }
     if (error)
-        throw Anchor::FileError(fmt::format("{}: cannot look for the files beside it: {}",
-                                            Anchor::printable(path), error.message()));
+        throw Anchor::FileError(
+            fmt::format("{}: cannot list its folder: {}", Anchor::printable(path), error.message()));
     return list;
 }
 

@@ -18,18 +18,19 @@ namespace Tidewatch {
 
 namespace {
 
-/// Stands for the file in messages.
+/// Used in messages in place of a file name.
 constexpr const char* title = "GeoTIFF keys";
 
-constexpr std::size_t mostBytes = std::size_t{256} << 10;
+constexpr std::size_t maxBytes = std::size_t{256} << 10;
 
 void append(std::vector<std::uint8_t>& bytes, std::uint64_t number, std::size_t size) {
     for (std::size_t i = 0; i < size; ++i)
         bytes.push_back(static_cast<std::uint8_t>(number >> (8 * i)));
 }
 
-/// A TIFF file (TIFF 6.0, section 2): the head; the pixel at 8, padded to an even place; the directory of tags, each of
-/// them a number, a type, a count, and values or the place of those that take more than four bytes; these values.
+/// A TIFF file (TIFF 6.0, section 2): the head; the pixel at 8, padded to an even place; the directory of
+/// tags, each a number, a type, a count, and the values or, if they take more than four bytes, their offset;
+/// then those values.
 std::vector<std::uint8_t> tiffOf(const GeoKeyBytes& keys) {
     struct Tag {
         std::uint16_t number;
@@ -37,7 +38,7 @@ std::vector<std::uint8_t> tiffOf(const GeoKeyBytes& keys) {
         std::size_t size;
         std::vector<std::uint8_t> values;
     };
-    constexpr std::uint16_t bytesType = 2; // a text
+    constexpr std::uint16_t bytesType = 2; // ASCII
     constexpr std::uint16_t shortsType = 3;
     constexpr std::uint16_t doublesType = 12;
     constexpr std::uint64_t pixelPlace = 8;
@@ -96,7 +97,7 @@ std::vector<std::uint8_t> tiffOf(const GeoKeyBytes& keys) {
 Apart::Descriptor inMemory(const std::vector<std::uint8_t>& bytes) {
     const auto require = [](bool succeeded) {
         if (!succeeded)
-            throw Anchor::FileError(fmt::format("{}: a file in memory cannot be made: {}", title,
+            throw Anchor::FileError(fmt::format("{}: a file in memory cannot be created: {}", title,
                                                 std::generic_category().message(errno)));
     };
     Apart::Descriptor memory(::memfd_create("tidewatch", MFD_CLOEXEC));
@@ -121,18 +122,18 @@ bool canReadGeoKeys() noexcept {
 }
 
 std::string systemOfGeoKeys(const GeoKeyBytes& keys) {
-    if (keys.directory.size() + keys.doubles.size() + keys.texts.size() > mostBytes)
-        throw Anchor::LimitError(fmt::format("{}: have more than {} bytes", title, mostBytes));
+    if (keys.directory.size() + keys.doubles.size() + keys.texts.size() > maxBytes)
+        throw Anchor::LimitError(fmt::format("{}: have more than {} bytes", title, maxBytes));
     const std::vector<std::uint8_t> bytes = tiffOf(keys);
     const Apart::Descriptor memory = inMemory(bytes);
-    constexpr std::uint64_t mostMemory = std::uint64_t{1} << 20;
+    constexpr std::uint64_t maxMemory = std::uint64_t{1} << 20;
     SourceFiles files;
     files.path = title;
     files.files.push_back({"keys.tif", memory.get(), bytes.size()});
-    const Structure structure = ApartSource(ModuleKind::Rasters, files, mostMemory).structure({});
+    const Structure structure = ApartSource(ModuleKind::Rasters, files, maxMemory).structure({});
     if (structure.slices.empty() || structure.slices.front().grids.empty() ||
         structure.slices.front().grids.front().charts.empty())
-        throw Anchor::FormatError(fmt::format("{}: GDAL tells of no grid", title));
+        throw Anchor::FormatError(fmt::format("{}: GDAL reports no grid", title));
     return structure.slices.front().grids.front().charts.front().referenceSystem;
 }
 

@@ -17,12 +17,12 @@ struct GeoKeyBytes {
     std::span<const std::uint8_t> texts = {};
 };
 
-/// The coordinate reference system that keys state, as GDAL says it in well-known text (ISO 19162): GDAL reads a TIFF
-/// file of one pixel with these keys, which is made in memory, as it reads rasters, in a process of its own, whatever
-/// way readers have been registered for. Empty where it finds none.
+/// The coordinate reference system that keys state, as well-known text (ISO 19162) from GDAL: GDAL reads a
+/// TIFF file of one pixel with these keys, which is created in memory, in a separate process whatever Reading
+/// the readers have been registered with. Empty if it finds none.
 ///
-/// Throws Anchor::FileError where the process cannot be started, Anchor::LimitError for keys of more than 256 KiB, and
-/// what reading a raster throws. To be called only where canReadGeoKeys().
+/// Throws Anchor::FileError when the process cannot be started, Anchor::LimitError for keys of more than 256
+/// KiB, and what reading a raster throws. Call only if canReadGeoKeys().
 [[nodiscard]] TIDEWATCH_API std::string systemOfGeoKeys(const GeoKeyBytes& keys);
 
 /// Whether this was built with GDAL.

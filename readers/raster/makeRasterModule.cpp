@@ -13,8 +13,8 @@ namespace Tidewatch {
 
 namespace {
 
-/// Lets PROJ open its database of reference systems, by asking for one that does not exist: those that do take a
-/// hundred questions each.
+/// Makes PROJ open its database of reference systems by looking up one that does not exist, since an existing
+/// one takes a hundred queries.
 void openDatabase() {
     constexpr int none = 999999;
     const Raster::Messages messages;
@@ -27,7 +27,7 @@ class Module final : public SourceModule {
 public:
     [[nodiscard]] std::string_view version() const override { return TIDEWATCH_VERSION; }
 
-    /// Every process that is forked has to open the database for itself: GDAL notices that it is another one.
+    /// Every forked process has to open the database itself, since GDAL detects the fork and reopens it.
     void prepare() const override {
         Raster::registerDrivers();
         const pid_t before = preparedFor_.exchange(::getpid());
@@ -37,7 +37,7 @@ public:
 
     [[nodiscard]] bool recognises(const SourceFiles& files) const override {
         const Raster::LentFiles lent(files);
-        // A file of a refused format is recognised too, so that open() can say why it is refused.
+        // A file of a refused format is recognised as well, so that open() can say why it is refused.
         return !Raster::readableDriverOf(lent).empty() || !Raster::refusedDriverOf(lent).empty();
     }
 

@@ -14,11 +14,11 @@
 
 namespace Tidewatch {
 
-/// All inputs of the process: which files they are, and which of them are open.
+/// All inputs of the process: the identities of their files, and which of them are open.
 class OpenInputs {
 public:
     static OpenInputs& all() {
-        // Never destroyed: inputs that static objects of a host hold end at the very end of the process.
+        // Never destroyed: static objects of a host may hold inputs until the process ends.
         static auto* const inputs = new OpenInputs;
         return *inputs;
     }
@@ -44,7 +44,8 @@ public:
         return std::find(identities_.begin(), identities_.end(), identity) != identities_.end();
     }
 
-    /// Waits until nobody uses the input, and until it may be open; gives its files, which may be none yet.
+    /// Waits until no other thread uses the input and it may be opened; returns its open files, null if it is
+    /// closed.
     std::unique_ptr<Input::Live> borrow(Input& input) {
         std::unique_ptr<Input::Live> dropped;
         std::unique_lock lock(mutex_);
@@ -65,7 +66,7 @@ public:
         return nullptr;
     }
 
-    /// Ends what borrow() began; without files when they are to be closed.
+    /// Ends a borrow(); pass null for `live` to close the files.
     void giveBack(Input& input, std::unique_ptr<Input::Live> live) {
         const std::lock_guard lock(mutex_);
         input.isBusy_ = false;
@@ -81,7 +82,7 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<Anchor::FileIdentity> identities_;
-    /// Inputs that are open and that nobody uses, the one that is used next to be closed first.
+    /// Open inputs not in use, the least recently used first.
     std::list<Input*> recent_;
     std::size_t inUse_ = 0;
 };
@@ -125,7 +126,7 @@ void Input::openFiles(Live& live) {
                 add(beside);
                 states_.emplace_back(beside, live.opened.back().state());
             } catch (const Anchor::FileError&) {
-                // What may not be read is not there, as for everybody who looks for it.
+                // A file that cannot be opened is treated as missing.
             }
         }
     } else if (!isFirst) {
@@ -168,14 +169,14 @@ auto Input::withSource(Call&& call) {
         Input& input;
         std::unique_ptr<Live> live;
     } loan(*this);
-    // A process that was forked off this one has no part in what was open.
+    // A forked process cannot use what its parent had open.
     if (loan.live && !loan.live->source->isUsable())
         loan.live.reset();
     if (!loan.live) {
         loan.live = std::make_unique<Live>();
         open(*loan.live);
     }
-    // The files beside a raster go by its path, so what another program puts there counts as well.
+    // Companion files are found by the raster's path, so replacing the file at the path counts as a change.
     if (kind_ == ModuleKind::Rasters && !isAsItWas())
         throw Anchor::FileError(Anchor::printable(path_) + ": has been changed since it was opened");
     requireUnchanged(*loan.live);

@@ -17,12 +17,12 @@
 
 namespace Tidewatch {
 
-/// One input file that is read through a module, apart or in this process. Shared by the creators of its arrays
-/// and its report.
+/// An input file that is read through a module, in a separate process or in this one. Shared by the creators
+/// of its arrays and its report.
 ///
-/// At most eight inputs have their files open, and a process where they are read apart; of an input that has not
-/// been asked for the longest time both end, and are there again when it is asked, its files as they were (else
-/// Anchor::FileError). Threads that ask at the same time wait for each other.
+/// At most eight inputs have open files and, if they are read in separate processes, a process. The least
+/// recently used input is closed and reopened on demand; its files must not have changed (else
+/// Anchor::FileError). Concurrent calls wait for each other.
 class Input {
 public:
     /// Opens the file. Throws Anchor::FileError.
@@ -33,10 +33,10 @@ public:
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
     [[nodiscard]] const ConvLib::ReadOptions& options() const noexcept { return options_; }
-    /// An input that was made to recognise the file gets the options with which it is then read.
+    /// Sets the options of an input that was created only to recognise the file.
     void setOptions(ConvLib::ReadOptions options) { options_ = std::move(options); }
 
-    /// Whether the file at the path is still the one that was first opened, and unchanged.
+    /// Whether the file at the path is still the one first opened, and unchanged.
     [[nodiscard]] bool isAsItWas() const;
 
     /// SourceModule::recognises().
@@ -48,25 +48,25 @@ public:
     /// Source::read(). Throws Anchor::FileError also when the file has changed since it was first opened.
     void read(const Structure::Array& array, std::span<std::byte> target);
 
-    /// What reading has found that is not carried.
+    /// What reading has found that the grids do not carry.
     [[nodiscard]] std::vector<std::string> remarks() const;
 
-    /// Tells the host how far the array in hand is; the host may throw.
+    /// Reports the progress of the current array to the host, which may throw.
     void tick(double share) const {
         if (options_.Tick)
             options_.Tick(path_, share);
     }
 
-    /// Whether the file of a path is that of an input that exists.
+    /// Whether the file at a path belongs to an existing input.
     [[nodiscard]] static bool isInput(const std::string& path);
 
-    /// How many inputs may have their files open.
+    /// The max number of inputs with open files.
     static constexpr std::size_t mostOpen = 8;
 
 private:
     friend class OpenInputs;
 
-    /// What is there while the input is open.
+    /// The state of an open input.
     struct Live {
         std::vector<InputFile> opened;
         SourceFiles files;
@@ -75,7 +75,7 @@ private:
 
     void open(Live& live);
     void openFiles(Live& live);
-    /// Calls with the open source; closes it when the call ends by an error.
+    /// Calls `call` with the open source; closes it if the source is then unusable.
     template <class Call>
     auto withSource(Call&& call);
     void requireUnchanged(const Live& live) const;
@@ -84,7 +84,7 @@ private:
     ConvLib::ReadOptions options_;
     ModuleKind kind_;
     Reading reading_;
-    /// Of the file and of those beside it, when they were first opened.
+    /// The states of the file and its companions when they were first opened.
     std::vector<std::pair<std::string, Anchor::FileState>> states_;
     mutable std::mutex remarksMutex_;
     std::vector<std::string> remarks_;

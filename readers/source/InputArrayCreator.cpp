@@ -57,7 +57,7 @@ Sheaf::CachedCreator::Made InputArrayCreator::make() const {
         const Sheaf::Extents shape = *extents();
         std::vector<T> elements;
         const auto refuseForMemory = [&] {
-            refuse(fmt::format("there is no memory for its {} bytes", bytes_));
+            refuse(fmt::format("there is not enough memory for its {} bytes", bytes_));
         };
         try {
             elements.resize(shape.elementCount().value_or(std::numeric_limits<std::uint64_t>::max()));

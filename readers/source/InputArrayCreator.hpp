@@ -12,7 +12,7 @@
 
 namespace Tidewatch {
 
-/// Reads one array of an input. Throws, when it is asked for the array, Anchor::LimitError for one beyond
+/// Reads one array of an input on demand. Creating the array throws Anchor::LimitError for one beyond
 /// ReadOptions::MaximumArrayBytes, and what Input::read() throws.
 class InputArrayCreator final : public Sheaf::CachedCreator {
 public:

@@ -12,23 +12,22 @@
 
 namespace Tidewatch {
 
-/// What an input holds, without its arrays, in plain names and numbers: what a SourceModule finds in a file and
-/// fillBundle() makes grids of. It may come from another process, so nothing of it is trusted before
-/// fillBundle() has checked it.
+/// The content of an input without its arrays: what a SourceModule finds in a file and fillBundle() makes
+/// grids of. It may come from another process, so it is not trusted before fillBundle() has checked it.
 struct Structure {
-    /// One array of numbers, and what its source needs to find it again.
+    /// An array of numbers, and what its source needs to find it.
     struct Array {
-        /// Where it is in the file, for messages: "/slices/t/...", "band 1".
+        /// Its place in the file: "/slices/t/...", "band 1".
         std::string object;
         /// The source's own number for it.
         std::uint64_t key = 0;
-        /// By its name in Sheaf::ElementTypes.
+        /// The element type's name in Sheaf::ElementTypes.
         std::string element;
         /// x first.
         std::vector<std::uint64_t> extents;
     };
 
-    /// Makes an array of points a uniform grid, whose numbers are not in the file.
+    /// Describes a uniform grid, whose points are not stored in the file.
     struct Lattice {
         std::array<double, 3> origin{};
         std::array<double, 3> spacing{};
@@ -45,7 +44,7 @@ struct Structure {
         std::string name;
         std::string element;
         std::vector<Piece> pieces;
-        /// Of a type that extra bytes of LAS files have.
+        /// Its type is one that extra bytes of LAS files have.
         std::optional<Sheaf::FieldEncoding> encoding = {};
     };
 
@@ -70,7 +69,7 @@ struct Structure {
 
     struct Chart {
         std::string name;
-        /// As well-known text; empty where none is stated.
+        /// As well-known text; empty if none is stated.
         std::string referenceSystem = {};
     };
 
@@ -96,17 +95,19 @@ struct Structure {
     std::vector<std::string> notCarried;
     std::vector<Slice> slices;
 
-    /// How many bytes the reference systems, statements and encodings of an input may have together, and how many
-    /// records a grid: real ones stay far below, and all of it goes from process to process at once.
+    /// The max bytes of all reference systems, statements and encodings of an input together, and the max
+    /// records of a grid: real files have far less, and all of it goes from process to process in one
+    /// message.
     static constexpr std::uint64_t mostPropertyBytes = std::uint64_t{128} << 20;
     static constexpr std::size_t mostRecords = 10'000;
 };
 
-/// What is wrong with a statement or an encoding, such as "has a step that is not above 0"; empty where nothing is.
+/// What is wrong with a statement or an encoding, such as "has a step that is not above 0"; empty if nothing
+/// is.
 [[nodiscard]] std::string faultOf(const Sheaf::FileStatement& statement);
 [[nodiscard]] std::string faultOf(const Sheaf::FieldEncoding& encoding);
 
-/// The bytes that a statement counts for among Structure::mostPropertyBytes.
+/// The bytes of a statement that count towards Structure::mostPropertyBytes.
 [[nodiscard]] std::uint64_t propertyBytes(const Sheaf::FileStatement& statement);
 
 } // namespace Tidewatch

@@ -24,7 +24,7 @@ namespace Tidewatch {
 
 namespace {
 
-/// One filling of a bundle. What it added is taken out again by its destructor unless it came to its end.
+/// Fills a bundle. Unless run() completes, the destructor removes what was added.
 class Filling {
 public:
     Filling(Sheaf::Bundle& bundle, const Structure& structure, const std::shared_ptr<Input>& input)
@@ -68,7 +68,7 @@ private:
             fail("", fmt::format("the name \"{}\" {}", name, fault));
     }
 
-    /// Bounds what is taken over from the structure besides fields.
+    /// Counts bytes beside fields against Structure::mostPropertyBytes.
     void spend(const std::string& object, std::uint64_t bytes) {
         if (bytes > propertyBytesLeft_)
             fail(object, "has more reference systems, records and the like than are read");
@@ -79,7 +79,7 @@ private:
         const std::type_info* element = nullptr;
         if (!Sheaf::visitElementName(name,
                                      [&](auto tag) { element = &typeid(typename decltype(tag)::type); }))
-            fail(object, "has an element type that is not known here: \"" + name + "\"");
+            fail(object, "has an element type that is not supported: \"" + name + "\"");
         return *element;
     }
 
@@ -170,7 +170,7 @@ private:
             if (piece.fragment)
                 requireFit(*piece.fragment);
             if (piece.array.element != field.element || (!piece.fragment && field.pieces.size() != 1))
-                fail(piece.array.object, "does not go with its field");
+                fail(piece.array.object, "does not match its field");
             made->addFragment(piece.fragment ? grid.makeFragment(*piece.fragment) : nullptr,
                               piece.lattice ? makeUniform(piece) : makeCreator(piece.array, element));
         }
@@ -189,12 +189,12 @@ private:
             !std::all_of(origin.begin(), origin.end(), [](double value) { return std::isfinite(value); }) ||
             !std::all_of(spacing.begin(), spacing.end(),
                          [](double step) { return std::isfinite(step) && step > 0; }))
-            fail(piece.array.object, "has uniform positions that are none");
-        // The lattice itself takes no memory, but whoever goes through its places takes the time, and some the
-        // memory, of an array. A raster's values are as many and are bounded when they are made.
+            fail(piece.array.object, "has invalid uniform positions");
+        // A uniform grid itself takes no memory, but traversing it takes the time, and in places the memory,
+        // of an array. For rasters, the limit on the values suffices.
         const auto bytes = claimedBytes(extents, sizeof(Sheaf::Element::Point));
         if (!structure_.isSingleGrid && !bytes)
-            fail(piece.array.object, "has extents whose product is beyond all bounds");
+            fail(piece.array.object, "has extents whose product exceeds 64 bits");
         if (!structure_.isSingleGrid && *bytes > input_->options().MaximumArrayBytes)
             throw Anchor::LimitError(
                 fmt::format("{}: {}: stands for {} bytes of positions, and {} are allowed",

@@ -9,13 +9,13 @@
 
 namespace Tidewatch {
 
-/// Adds what an input holds to a bundle, with creators that read its arrays on demand. Everything is checked as
-/// foreign input is: names, times, counts, extents.
+/// Adds the content of an input to a bundle, with creators that read its arrays on demand. Everything is
+/// checked as untrusted input: names, times, counts, extents.
 ///
-/// Throws Anchor::FormatError for a structure that a bundle cannot have or a name that is unfit for a path,
+/// Throws Anchor::FormatError for an invalid structure or a name that is not valid in a path,
 /// Anchor::LimitError for a uniform grid of a bundle file beyond ReadOptions::MaximumArrayBytes,
-/// Anchor::ModelError for a grid that the bundle has already. The bundle is then as it was before. Gives the name
-/// of the grid of a Structure::isSingleGrid, else an empty text.
+/// Anchor::ModelError for a grid that the bundle already has. The bundle is unchanged then. Returns the
+/// grid's name if Structure::isSingleGrid, else an empty string.
 std::string fillBundle(Sheaf::Bundle& bundle, const Structure& structure,
                        const std::shared_ptr<Input>& input);
 

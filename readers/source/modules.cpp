@@ -31,7 +31,7 @@ Modules& modules() {
     return *all;
 }
 
-/// The folder of the file that this function has been loaded from, links followed.
+/// The folder of the file from which this function was loaded, with links resolved.
 fs::path thisFolder() {
     static const char inside = 0;
     Dl_info info{};
@@ -42,7 +42,7 @@ fs::path thisFolder() {
     return error ? fs::path() : file.parent_path();
 }
 
-/// The first of some folders with a file of that name.
+/// The first of the folders that contains a file of that name.
 std::string folderWith(const std::string& name, std::initializer_list<fs::path> folders) {
     for (const fs::path& folder : folders) {
         std::error_code error;
@@ -59,7 +59,7 @@ std::string chosenFolder() {
 
 void* handleOf(ModuleKind kind, const std::string& folder) {
     const std::string file = (fs::path(folder) / Places::moduleName(kind)).string();
-    // It stays for as long as the process does: what it made may be held anywhere.
+    // Never unloaded: objects that it created may be held anywhere.
     void* const handle = folder.empty() ? nullptr : ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle != nullptr)
         return handle;
@@ -103,7 +103,7 @@ const SourceModule& loadModule(ModuleKind kind, const std::string& folder) {
         throw Anchor::FileError(Places::moduleName(kind) + ": is not a module of this program");
     const SourceModule& loaded = *reinterpret_cast<GetModule*>(function)();
     if (loaded.version() != TIDEWATCH_VERSION)
-        throw Anchor::FileError(fmt::format("{}: is of version {}, and version {} is needed",
+        throw Anchor::FileError(fmt::format("{}: has version {}, but version {} is needed",
                                             Places::moduleName(kind), loaded.version(), TIDEWATCH_VERSION));
     module = &loaded;
     return loaded;

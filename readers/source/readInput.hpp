@@ -9,8 +9,8 @@
 
 namespace Tidewatch {
 
-/// Adds what an input holds to a bundle, and gives what there is to be said of it. Throws what Input::structure()
-/// and fillBundle() throw; the bundle is then as it was before.
+/// Adds the content of an input to a bundle, and returns a report on it. Throws what Input::structure() and
+/// fillBundle() throw; the bundle is unchanged then.
 [[nodiscard]] Anchor::StrongPtr<ConvLib::InputReport> readInput(Sheaf::Bundle& bundle,
                                                                 const std::shared_ptr<Input>& input);
 

@@ -70,15 +70,15 @@ protected:
 // Usage
 
 TEST_F(ProgramTest, WrongUsageHasStatusTwoAndAMessage) {
-    for (const ProgramRunner::Arguments& arguments :
-         std::vector<ProgramRunner::Arguments>{{},
-                                               {"pdc"},
-                                               {"pcd"},
-                                               {"pcd", "in.h5"},
-                                               {"pcd", "in.h5", "--last-wins", "-o", "a", "--precision", "many"},
-                                               {"pcd", "in.h5", "--last-wins", "-o", "{what}.pcd"},
-                                               {"info", "in.h5", "--nonsense"},
-                                               {"las", "in.h5"}}) {
+    for (const ProgramRunner::Arguments& arguments : std::vector<ProgramRunner::Arguments>{
+             {},
+             {"pdc"},
+             {"pcd"},
+             {"pcd", "in.h5"},
+             {"pcd", "in.h5", "--last-wins", "-o", "a", "--precision", "many"},
+             {"pcd", "in.h5", "--last-wins", "-o", "{what}.pcd"},
+             {"info", "in.h5", "--nonsense"},
+             {"las", "in.h5"}}) {
         const auto result = run(arguments);
         EXPECT_EQ(result.status, 2) << ::testing::PrintToString(arguments);
         EXPECT_THAT(result.err, StartsWith("tidewatch: "));
@@ -154,15 +154,15 @@ TEST_F(ProgramTest, PcdWritesWhatTheExporterWrites) {
     const std::string bytes = read("a.pcd");
     EXPECT_EQ(bytes, exported(smallBundle()));
     EXPECT_EQ(result.out, "a.pcd: 20 points, " + std::to_string(bytes.size()) + " bytes\n");
-    EXPECT_THAT(result.err, StartsWith("Run\n"));
+    EXPECT_THAT(result.err, Not(HasSubstr("Run\n")));
     EXPECT_THAT(names(), ElementsAre("a.pcd", "in.h5"));
 }
 
 TEST_F(ProgramTest, PcdPassesItsSettingsAndFiltersOn) {
     write("in.h5", smallBundle());
     const auto result =
-        run({"pcd", "in.h5", "--last-wins", "-o", "a.pcd", "--precision", "3", "--cell-size", "400", "--exact-counts",
-             "--ref-level", "0", "--time", "-1:1", "--grid", "d*", "--field", "Pos*"});
+        run({"pcd", "in.h5", "--last-wins", "-o", "a.pcd", "--precision", "3", "--cell-size", "400",
+             "--exact-counts", "--ref-level", "0", "--time", "-1:1", "--grid", "d*", "--field", "Pos*"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(read("a.pcd"), exported(smallBundle(), [](ExportLib::ExportPointCloudToPCD& exporter) {
                   exporter.Precision = 3;
@@ -179,7 +179,8 @@ TEST_F(ProgramTest, PcdNamesFilesAsTheUserDoes) {
     writeSmall();
     fs::create_directory(place_.path() / "here");
     const auto inFolder = [&](const std::string& output) {
-        return ProgramRunner::run(place_.path() / "here", {"pcd", "-q", "../in.h5", "-o", output});
+        return ProgramRunner::run(place_.path() / "here",
+                                  {"pcd", "-q", "../in.h5", "--last-wins", "-o", output});
     };
     const std::string expected = exported(smallBundle());
     for (const std::string output :
@@ -223,8 +224,8 @@ TEST_F(ProgramTest, TwoRunsOfOneNameAreAnErrorBeforeAnyWork) {
 
 TEST_F(ProgramTest, LossesAreSaidOnce) {
     writeSmall();
-    const auto result = run({"pcd", "in.h5", "--last-wins", "-o", "a.pcd", "--time", "0", "--grid", "dunes", "--precision",
-                             "4", "--cell-size", "500"});
+    const auto result = run({"pcd", "in.h5", "--last-wins", "-o", "a.pcd", "--time", "0", "--grid", "dunes",
+                             "--precision", "4", "--cell-size", "500"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err, HasSubstr("PCD does not carry the field GPSTime\n"));
     EXPECT_THAT(result.err,
@@ -267,8 +268,8 @@ TEST_F(ProgramTest, StrictRefusesLossesAndAcceptsALosslessExport) {
     EXPECT_EQ(refused.out, "");
     EXPECT_THAT(refused.err, HasSubstr("nothing was put in place"));
     EXPECT_THAT(names(), ElementsAre("in.h5"));
-    const auto accepted = run({"pcd", "in.h5", "--last-wins", "-o", "out/{grid}-{time}.pcd", "--strict", "--exact-counts",
-                               "--field", "Positions", "--field", "Intensity"});
+    const auto accepted = run({"pcd", "in.h5", "--last-wins", "-o", "out/{grid}-{time}.pcd", "--strict",
+                               "--exact-counts", "--field", "Positions", "--field", "Intensity"});
     EXPECT_EQ(accepted.status, 0) << accepted.err;
     EXPECT_EQ(accepted.err, "");
 }
@@ -277,8 +278,10 @@ TEST_F(ProgramTest, NothingWrittenHasStatusOneAndAReason) {
     writeSmall();
     const auto filtered = run({"pcd", "in.h5", "--last-wins", "-o", "out/a.pcd", "--grid", "nothing"});
     EXPECT_EQ(filtered.status, 1);
-    EXPECT_THAT(filtered.err,
-                HasSubstr("nothing was written: no grid matches --grid 'nothing' (case counts); there are: dunes, flats"));
+    EXPECT_THAT(
+        filtered.err,
+        HasSubstr(
+            "nothing was written: no grid matches --grid 'nothing' (case counts); there are: dunes, flats"));
     const auto level = run({"pcd", "in.h5", "--last-wins", "-o", "out/a.pcd", "--ref-level", "3"});
     EXPECT_EQ(level.status, 1);
     EXPECT_THAT(level.err, HasSubstr("nothing to export at refinement level 3"));
@@ -305,7 +308,8 @@ TEST_F(ProgramTest, ParametersAreShownOnRequest) {
 TEST_F(ProgramTest, ProgressIsShownOnRequestOnly) {
     writeSmall();
     EXPECT_THAT(run({"pcd", "in.h5", "--last-wins", "-o", "a.pcd"}).err, Not(HasSubstr("[#")));
-    EXPECT_THAT(run({"pcd", "in.h5", "--last-wins", "-o", "b.pcd", "--progress", "never"}).err, Not(HasSubstr("[#")));
+    EXPECT_THAT(run({"pcd", "in.h5", "--last-wins", "-o", "b.pcd", "--progress", "never"}).err,
+                Not(HasSubstr("[#")));
     const auto result = run({"pcd", "in.h5", "--last-wins", "-o", "c.pcd", "--progress", "always"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err, HasSubstr("reading"));
@@ -439,7 +443,8 @@ TEST_F(ProgramTest, WithoutAStandardOutputTheFileIsWholeAndTheStatusTells) {
     const auto result = run({"pcd", "in.h5", "--last-wins", "-o", "a.pcd"}, [] { ::close(STDOUT_FILENO); });
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(read("a.pcd"), exported(smallBundle()));
-    EXPECT_EQ(run({"pcd", "in.h5", "--last-wins", "-o", "b.pcd", "-q"}, [] { ::close(STDOUT_FILENO); }).status, 0);
+    EXPECT_EQ(
+        run({"pcd", "in.h5", "--last-wins", "-o", "b.pcd", "-q"}, [] { ::close(STDOUT_FILENO); }).status, 0);
 }
 
 // Interruption
@@ -456,7 +461,8 @@ TEST_P(InterruptedProgramTest, StopsWithoutATrace) {
 
     // A folder for unfinished files shows that the export has begun; writing two million lines takes far
     // longer than to notice it.
-    ProgramRunner runner(place_.path(), {"pcd", "in.h5", "--last-wins", "-o", "a.pcd", "--overwrite", "--precision", "17"});
+    ProgramRunner runner(place_.path(),
+                         {"pcd", "in.h5", "--last-wins", "-o", "a.pcd", "--overwrite", "--precision", "17"});
     while (names().size() <= 2 && runner.isRunning())
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     runner.send(GetParam());

@@ -24,7 +24,7 @@ async function start(): Promise<void> {
     (id) => {
       const element = document.getElementById(id);
       const text = element?.textContent ?? null;
-      // The text is not needed again; letting go of it halves the memory.
+      // The text is not needed again; releasing it halves the memory.
       if (element && id !== 'manifest') element.textContent = '';
       return text;
     },
@@ -34,7 +34,7 @@ async function start(): Promise<void> {
   );
   const app = new App(page, stage);
   byId('loading', HTMLDivElement).hidden = true;
-  // For tests, and for whoever wants to look closer in the browser's console.
+  // For tests, and for inspection in the browser's console.
   Object.defineProperty(window, 'tidewatch', { value: app });
 }
 

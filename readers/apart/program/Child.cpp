@@ -18,10 +18,10 @@ namespace Tidewatch::Apart {
 
 namespace {
 
-/// The other end is gone: nobody waits for an answer.
+/// Thrown when the other end is closed.
 struct Gone {};
 
-/// Memory of the other end that is filled here.
+/// Maps memory of the library, to be filled here.
 class Mapping {
 public:
     Mapping(int descriptor, std::uint64_t size) : size_(size) {
@@ -29,8 +29,8 @@ public:
             return;
         memory_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, descriptor, 0);
         if (memory_ == MAP_FAILED)
-            throw Anchor::LimitError(fmt::format("there is no memory for {} bytes to be read: {}", size_,
-                                                 std::generic_category().message(errno)));
+            throw Anchor::LimitError(fmt::format("there is not enough memory for the {} bytes to be read: {}",
+                                                 size_, std::generic_category().message(errno)));
     }
     ~Mapping() {
         if (size_ != 0)
@@ -46,12 +46,12 @@ private:
     std::uint64_t size_;
 };
 
-/// One child at its work.
+/// What a child does: serves one file.
 class FileServer {
 public:
     FileServer(Channel& channel, const SourceModule& module) : channel_(channel), module_(module) {}
 
-    /// False when nothing more is to be done.
+    /// Takes the file and locks the process; false when there is nothing to serve.
     bool take(const std::function<Lockdown::InForce(std::uint64_t most)>& lock) {
         auto request = channel_.receive();
         if (!request)
@@ -120,7 +120,7 @@ private:
         answer(MessageType::Failed, MessageWriter().byte(static_cast<std::uint8_t>(kind)).text(message));
     }
 
-    /// For a library that may not make memory to be filled.
+    /// For a library that may not create shared memory.
     void sendArray(const Structure::Array& array, std::uint64_t size, std::uint64_t most,
                    const Source::Tick& tick) {
         constexpr std::size_t pieceSize = std::size_t{1} << 20;
@@ -199,7 +199,7 @@ void serveFile(Channel& channel, const SourceModule& module,
         }
     } catch (const Gone&) {
     } catch (const Anchor::FormatError&) {
-        // The library and this program are of one version: what is no request is none to answer.
+        // The library has the same version as this program, so an invalid request is not worth an answer.
     }
 }
 

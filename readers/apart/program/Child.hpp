@@ -9,8 +9,8 @@
 
 namespace Tidewatch::Apart {
 
-/// Serves one file over a channel until its other end is gone: takes it, locks the process by `lock` and answers
-/// what is asked about it. The process reads nothing of the file before.
+/// Serves one file over a channel until the other end closes: receives it, locks the process with `lock` and
+/// answers requests. Nothing of the file is read before the lock.
 void serveFile(Channel& channel, const SourceModule& module,
                const std::function<Lockdown::InForce(std::uint64_t most)>& lock);
 

@@ -48,7 +48,7 @@ void nameCall(int, siginfo_t* information, void*) {
 constexpr std::uint32_t unknownCall = SCMP_ACT_ERRNO(ENOSYS);
 #endif
 
-/// What reading open files, computing and answering takes.
+/// The calls needed to read open files, compute and answer.
 constexpr int allowed[] = {
     SCMP_SYS(read),
     SCMP_SYS(readv),
@@ -99,7 +99,7 @@ constexpr int allowed[] = {
     SCMP_SYS(exit_group),
 };
 
-/// What libraries try and go on without, as they do where they have no rights.
+/// Calls that libraries try and can do without; they fail with EACCES.
 constexpr int refused[] = {
     SCMP_SYS(open),       SCMP_SYS(openat), SCMP_SYS(creat),      SCMP_SYS(access),   SCMP_SYS(faccessat),
     SCMP_SYS(faccessat2), SCMP_SYS(stat),   SCMP_SYS(lstat),      SCMP_SYS(readlink), SCMP_SYS(readlinkat),
@@ -108,10 +108,10 @@ constexpr int refused[] = {
     SCMP_SYS(ptrace),     SCMP_SYS(kill),   SCMP_SYS(getdents64),
 };
 
-/// Stands in the filter for the number of a process that has yet to be forked.
+/// A placeholder in the filter for the process id, which is not known before the fork.
 constexpr std::uint32_t numberOfProcess = 0x7ea5fab1;
 
-/// The library's own macros for this are not C++ to every compiler.
+/// In place of the library's macros, which are not valid C++ for every compiler.
 scmp_arg_cmp argument(unsigned number, scmp_compare how, scmp_datum_t first, scmp_datum_t second = 0) {
     return {number, how, first, second};
 }
@@ -125,7 +125,7 @@ std::vector<sock_filter> makeFilter() {
         return {};
     bool isMade = true;
     const auto rule = [&](std::uint32_t action, int call, auto... conditions) {
-        // Neither a call that this processor does not have nor an action that is taken anyway is a rule.
+        // Rules equal to the default action, and calls that this architecture does not have, are skipped.
         const int result = action == unknownCall ? 0
                                                  : seccomp_rule_add(context.get(), action, call,
                                                                     sizeof...(conditions), conditions...);
@@ -135,23 +135,23 @@ std::vector<sock_filter> makeFilter() {
         rule(SCMP_ACT_ALLOW, call);
     for (const int call : refused)
         rule(SCMP_ACT_ERRNO(EACCES), call);
-    // Sanitizers try through a pipe whether memory can be read.
+    // Sanitizers use a pipe to test whether memory is readable.
     if (hasAddressSanitizer) {
         rule(SCMP_ACT_ALLOW, SCMP_SYS(pipe));
         rule(SCMP_ACT_ALLOW, SCMP_SYS(pipe2));
     }
-    // Newer C libraries look at open files with this call; they name none then.
+    // Newer C libraries implement fstat() with this call, with an empty path.
     rule(SCMP_ACT_ALLOW, SCMP_SYS(newfstatat), argument(3, SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH));
     rule(SCMP_ACT_ALLOW, SCMP_SYS(mmap), argument(2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
     rule(SCMP_ACT_ALLOW, SCMP_SYS(mprotect), argument(2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
     rule(SCMP_ACT_ERRNO(ENOTTY), SCMP_SYS(ioctl));
     for (const int command : {F_GETFD, F_SETFD, F_GETFL, F_GETLK, F_SETLK, F_DUPFD, F_DUPFD_CLOEXEC})
         rule(SCMP_ACT_ALLOW, SCMP_SYS(fcntl), argument(1, SCMP_CMP_EQ, static_cast<scmp_datum_t>(command)));
-    // To look at limits, not to change them.
+    // To read limits, not to change them.
     rule(SCMP_ACT_ALLOW, SCMP_SYS(prlimit64), argument(0, SCMP_CMP_EQ, 0), argument(2, SCMP_CMP_EQ, 0));
-    // abort() sends its own process a signal.
+    // For abort().
     rule(SCMP_ACT_ALLOW, SCMP_SYS(tgkill), argument(0, SCMP_CMP_EQ, numberOfProcess));
-    // The answers of the newest calls, which their users take for an old kernel.
+    // Callers of these fall back to older calls.
     rule(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3));
     rule(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(statx));
     if (!isMade || seccomp_attr_set(context.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2) != 0)
@@ -169,13 +169,14 @@ std::vector<sock_filter> makeFilter() {
     return filter;
 }
 
-/// Takes the right to open, make, change or run anything; gives the version of Landlock, 0 where there is none.
+/// Gives up the right to open, create, change or execute any file; returns the version of Landlock, 0 without
+/// it.
 std::uint32_t dropFiles() {
     const long version = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
     if (version < 1)
         return 0;
     landlock_ruleset_attr rules{};
-    // The rights of the first version, which all later ones have.
+    // The rights of version 1, which all later versions know.
     rules.handled_access_fs = (std::uint64_t{LANDLOCK_ACCESS_FS_MAKE_SYM} << 1U) - 1;
     const long ruleset = ::syscall(SYS_landlock_create_ruleset, &rules, sizeof rules, 0);
     if (ruleset < 0)
@@ -185,7 +186,7 @@ std::uint32_t dropFiles() {
     return isLocked ? static_cast<std::uint32_t>(version) : 0;
 }
 
-/// Bytes of this process's address space; 0 where the system does not tell.
+/// Bytes of this process's address space; 0 if unknown.
 std::uint64_t addressSpace() {
     std::uint64_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
@@ -208,13 +209,13 @@ bool limit(__rlimit_resource_t resource, rlim_t most) {
 }
 
 bool setLimits(std::uint64_t most) {
-    // So many that each request can bring its memory along.
+    // Enough for each request to bring a memory file.
     constexpr rlim_t descriptors = 256;
     bool isLimited = limit(RLIMIT_CORE, 0) && limit(RLIMIT_NOFILE, descriptors);
     if (hasAddressSanitizer)
-        return isLimited; // it reserves terabytes, and writes its reports
+        return isLimited; // it reserves terabytes of address space and writes reports
     isLimited = limit(RLIMIT_FSIZE, 0) && isLimited;
-    // Beside the array that is asked for: what is there, and the libraries' own, half of the machine at the most.
+    // Beside the requested array: what is in use now, and half of the machine's memory for the libraries.
     const std::uint64_t memory = machineMemory();
     const std::uint64_t array = std::min(most, memory);
     const std::uint64_t own = std::max<std::uint64_t>(memory / 2, std::uint64_t{1} << 30U);

@@ -8,21 +8,22 @@
 
 namespace Tidewatch::Apart {
 
-/// How a process gives up all that reading an open file does not need: new privileges, opening files, the network,
-/// other programs and processes, writing files, and memory beyond a limit.
+/// The sandbox: a process gives up all that reading an open file does not need, namely new privileges,
+/// opening files, the network, other programs and processes, writing files, and memory beyond a limit.
 class Lockdown {
 public:
-    /// What is in force; each as far as the kernel has it and the process may.
+    /// The parts in force: those that the kernel supports and permits.
     struct InForce {
         bool seccomp = false;
         std::uint32_t landlock = 0;
         bool limits = false;
     };
 
-    /// Puts the filter of system calls together, which takes a while: once, for all processes that are forked.
+    /// Compiles the filter of system calls; done once for all forked processes, since it takes a while.
     Lockdown();
 
-    /// Locks this process for good. `most` are the bytes of the largest array that it may be asked for.
+    /// Locks this process irrevocably. `most` is the size in bytes of the largest array that may be
+    /// requested.
     [[nodiscard]] InForce apply(std::uint64_t most) const;
 
 private:

@@ -74,7 +74,7 @@ private:
         }
     }
 
-    /// A child that is ready and waits for the channel over which it is asked.
+    /// A child forked in advance, which waits for the channel to its client.
     struct Spare {
         ModuleKind kind{};
         pid_t process = -1;
@@ -89,9 +89,9 @@ private:
             spare_.reset();
         const int socket = child.descriptor();
         children_[number] = ready.process;
-        // Where it has died meanwhile, whoever asks over its channel is told.
+        // If it has died meanwhile, the client finds its channel closed.
         static_cast<void>(ready.control.send(MessageType::Forked, {}, std::span(&socket, 1)));
-        // Where one file of a kind is read after another, the next process is made while this one reads.
+        // When files of one kind are read one after another, the next process is forked while this one reads.
         next_ = kind == last_ ? std::optional(kind) : std::nullopt;
         last_ = kind;
     }
@@ -118,11 +118,11 @@ private:
                 serveFile(channel, module, [this](std::uint64_t most) { return lockdown_.apply(most); });
             }
         }
-        // Not by the ends of libraries, which may meet what a damaged file has left.
+        // Without the libraries' exit handlers, which a damaged file may have made unsafe.
         ::_exit(0);
     }
 
-    /// Makes the process that is asked for next, most likely.
+    /// Forks the process that is most likely requested next.
     void prepareNext() {
         const auto kind = std::exchange(next_, std::nullopt);
         if (kind && !spare_)
@@ -136,7 +136,7 @@ private:
         using namespace std::chrono_literals;
         int status = 0;
         bool wasKilled = true;
-        // It has closed its socket, so it is at its end, or pretends to be.
+        // It has closed its socket, so it should be exiting.
         for (auto left = 2000ms; isEnding && wasKilled && left > 0ms; left -= 1ms) {
             wasKilled = ::waitpid(known->second, &status, WNOHANG) == 0;
             if (wasKilled)

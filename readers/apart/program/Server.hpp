@@ -5,7 +5,7 @@
 
 namespace Tidewatch::Apart {
 
-/// Forks children over a channel until its other end is gone, and then ends them.
+/// Forks children on request until the other end of the channel closes, and then ends them.
 void serveLibrary(Channel channel);
 
 } // namespace Tidewatch::Apart

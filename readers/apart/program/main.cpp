@@ -14,7 +14,7 @@
 
 namespace {
 
-/// The socket that the library names; -1 where it is none.
+/// The socket whose number the library passes; -1 if it is not a socket.
 int socketOf(std::string_view argument) {
     int number = -1;
     int type = 0;
@@ -25,11 +25,11 @@ int socketOf(std::string_view argument) {
     return isSocket ? number : -1;
 }
 
-/// Lets go of everything of the host's but the socket.
+/// Closes all inherited descriptors except the socket.
 void keepOnly(int socket) {
     const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
 #if defined(__SANITIZE_ADDRESS__)
-    constexpr int lastReplaced = 1; // reports go to the error output
+    constexpr int lastReplaced = 1; // reports go to standard error
 #else
     constexpr int lastReplaced = 2;
 #endif

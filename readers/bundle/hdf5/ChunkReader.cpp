@@ -12,10 +12,10 @@ namespace Tidewatch::Hdf5 {
 
 namespace {
 
-// How much is read between two looks at the clock of whoever wants to stop.
+// How much is read between two calls of the progress callback.
 constexpr std::uint64_t bytesBetweenTicks = std::uint64_t{4} << 20;
 
-/// The filters of the dataset; nothing where one of them is not ours to undo.
+/// The filters of the dataset; nothing if this project does not implement one of them.
 std::optional<FilterPipeline> pipelineOf(hid_t properties) {
     const int count = H5Pget_nfilters(properties);
     unsigned options = 0;
@@ -82,7 +82,7 @@ void ChunkReader::read(const std::type_info& elementType, std::span<std::byte> t
         if (sinceTick >= bytesBetweenTicks) {
             sinceTick = 0;
             const double share = static_cast<double>(done) / static_cast<double>(allNumbers * number_.size());
-            tick(std::min(share, 1.0)); // chunks at the edges hang over
+            tick(std::min(share, 1.0)); // chunks at the edges extend beyond the array
         }
     } while (advance(place_, extents_, chunk_));
 }
@@ -148,8 +148,8 @@ void ChunkReader::scatter(std::span<const std::byte> content, const NumberType& 
     for (std::size_t axis = 0; axis < axes; ++axis)
         shape[axis] = std::min(chunk_[axis], extents_[axis] - place_[axis]);
 
-    // Numbers that lie side by side both in the chunk and in the array are copied as one run: along the last
-    // axis, and along as many axes before it as the chunk spans wholly in those behind.
+    // Numbers that are contiguous both in the chunk and in the array are copied as one run: along the last
+    // axis, and along each preceding axis as long as the chunk spans all axes after it.
     std::size_t outer = axes - 1;
     std::uint64_t run = shape[outer];
     while (outer > 0 && chunk_[outer] == extents_[outer])

@@ -15,18 +15,19 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// Reads a dataset that is stored in chunks, chunk by chunk: the library finds them, and this project undoes
-/// their filters (see FilterPipeline). Made for one pass over one dataset, whose parts it refers to.
+/// Reads a chunked dataset chunk by chunk: the library locates them, and this project reverses their filters
+/// (see FilterPipeline). Made for one pass over one dataset, whose parts it refers to.
 class ChunkReader {
 public:
-    /// `extents` and `chunk` have one entry an axis, slowest axis first, none of them 0.
+    /// `extents` and `chunk` have one entry per axis, slowest axis first, none of them 0.
     ChunkReader(const Object& object, const NumberType& number, const std::vector<std::uint64_t>& extents,
                 const std::vector<std::uint64_t>& chunk);
 
-    /// Whether all filters of the dataset are ours to undo. Otherwise the library has to read the data.
+    /// Whether this project implements all filters of the dataset. Otherwise the library has to read the
+    /// data.
     [[nodiscard]] bool canDecode() const noexcept { return pipeline_.has_value(); }
 
-    /// Throws Anchor::FormatError unless every chunk that has been written lies in the file.
+    /// Throws Anchor::FormatError unless every chunk that has been written lies inside the file.
     void requireAllInFile() const;
 
     /// Reads all numbers; see Dataset::read. Only where canDecode().
@@ -34,18 +35,18 @@ public:
               const std::function<void(double share)>& tick);
 
 private:
-    /// Where the chunk at hand lies in the file; nothing for one that was never written.
+    /// How the current chunk is stored; nothing for one that was never written.
     struct Stored {
         std::uint32_t skippedFilters;
         std::uint64_t size;
     };
     [[nodiscard]] std::optional<Stored> locate() const;
 
-    /// The chunk at hand, unfiltered.
+    /// The decoded content of the current chunk.
     [[nodiscard]] std::span<const std::byte> load(const Stored& stored);
     /// A chunk of fill values in this machine's byte order.
     [[nodiscard]] std::span<const std::byte> fillValues();
-    /// Puts the part of the chunk at hand that lies inside the extents where it belongs.
+    /// Copies the part of the current chunk that lies inside the extents to its place in `target`.
     void scatter(std::span<const std::byte> content, const NumberType& stands,
                  const std::type_info& elementType, std::size_t elementSize,
                  std::span<std::byte> target) const;
@@ -56,7 +57,7 @@ private:
     const std::vector<std::uint64_t>& chunk_;
     std::optional<FilterPipeline> pipeline_;
     std::size_t chunkBytes_;
-    std::vector<std::uint64_t> place_; // the first number of the chunk at hand
+    std::vector<std::uint64_t> place_; // the first number of the current chunk
     std::vector<std::byte> stored_;
     std::vector<std::byte> filled_;
 };

@@ -16,17 +16,17 @@ namespace Tidewatch::Hdf5 {
 namespace {
 
 // Four axes, and one for the components of an element.
-constexpr std::size_t mostAxes = 5;
+constexpr std::size_t maxAxes = 5;
 
-// How much is read between two looks at the clock of whoever wants to stop.
+// How much is read between two calls of the progress callback.
 constexpr std::uint64_t pieceBytes = std::uint64_t{4} << 20;
 
-// Chunks of a well-made file have some kilobytes at least, and each that is there takes its place in the
-// file. A chunk that was never written takes none, so a small number of chunks needs no file at all.
+// Chunks of real files have some kilobytes or more. A chunk that was never written takes no bytes in the
+// file, so a moderate number of chunks is accepted whatever the file's size.
 constexpr std::uint64_t chunksWithoutFile = std::uint64_t{1} << 20;
-constexpr std::uint64_t leastBytesOfChunk = 8;
+constexpr std::uint64_t minChunkBytes = 8;
 
-/// The product; nothing where it exceeds 64 bits. A zero anywhere makes it zero.
+/// The product; nothing if it exceeds 64 bits. A zero factor makes it zero.
 std::optional<std::uint64_t> checkedProduct(std::span<const std::uint64_t> factors, std::uint64_t start) {
     if (std::find(factors.begin(), factors.end(), std::uint64_t{0}) != factors.end())
         return 0;
@@ -54,7 +54,7 @@ NumberType Dataset::numberOf(const Object& object) {
         object.failWithReason("the number type cannot be read");
     const auto number = NumberType::of(type.get());
     if (!number)
-        object.fail("its values are of a type that is not known here (integers of 8 to 64 bits and IEEE "
+        object.fail("its values are of a type that is not supported (integers of 8 to 64 bits and IEEE "
                     "numbers are)");
     return *number;
 }
@@ -65,10 +65,10 @@ void Dataset::readShape() {
         object_.failWithReason("the extents cannot be read");
     const int axes = H5Sget_simple_extent_ndims(space.get());
     if (H5Sget_simple_extent_type(space.get()) != H5S_SIMPLE || axes < 1 ||
-        static_cast<std::size_t>(axes) > mostAxes)
+        static_cast<std::size_t>(axes) > maxAxes)
         object_.fail("has no extents that an array could have");
-    hsize_t extents[mostAxes] = {};
-    hsize_t most[mostAxes] = {};
+    hsize_t extents[maxAxes] = {};
+    hsize_t most[maxAxes] = {};
     if (H5Sget_simple_extent_dims(space.get(), extents, most) != axes)
         object_.failWithReason("the extents cannot be read");
     for (int axis = 0; axis < axes; ++axis) {
@@ -76,9 +76,9 @@ void Dataset::readShape() {
             object_.fail("has extents beyond what it says is their maximum");
     }
     extents_.assign(extents, extents + axes);
-    // Elements of 16 bytes are the largest numbers, so no number type makes the bytes overflow later.
+    // The largest number type has 16 bytes, so the size in bytes cannot overflow later.
     if (!checkedProduct(extents_, sizeof(long double)))
-        object_.fail("has extents whose product is beyond all bounds");
+        object_.fail("has extents whose product exceeds 64 bits");
 }
 
 void Dataset::readLayout() {
@@ -97,8 +97,7 @@ void Dataset::readLayout() {
         layout_ = Layout::Contiguous;
         if (H5Pget_external_count(properties.get()) != 0)
             object_.fail("its data lies in other files (external storage)");
-        // A dataset that was never written has no data, and reads as its fill value; that it could have been
-        // written bounds it all the same.
+        // A dataset that was never written reads as its fill value; its size is limited all the same.
         if (bytes > fileSize)
             object_.fail("its extents need more bytes than the file has");
         const haddr_t address = H5Dget_offset(object_.id());
@@ -123,9 +122,9 @@ void Dataset::readLayout() {
 }
 
 void Dataset::readChunkShape(hid_t properties) {
-    hsize_t extents[mostAxes] = {};
-    const int axes = H5Pget_chunk(properties, static_cast<int>(mostAxes), extents);
-    chunk_.assign(extents, extents + std::clamp(axes, 0, static_cast<int>(mostAxes)));
+    hsize_t extents[maxAxes] = {};
+    const int axes = H5Pget_chunk(properties, static_cast<int>(maxAxes), extents);
+    chunk_.assign(extents, extents + std::clamp(axes, 0, static_cast<int>(maxAxes)));
     if (chunk_.size() != extents_.size() || static_cast<std::size_t>(axes) != extents_.size() ||
         std::find(chunk_.begin(), chunk_.end(), std::uint64_t{0}) != chunk_.end() ||
         !checkedProduct(chunk_, sizeof(long double)))
@@ -134,7 +133,7 @@ void Dataset::readChunkShape(hid_t properties) {
     for (std::size_t axis = 0; axis < counts.size(); ++axis)
         counts[axis] = extents_[axis] / chunk_[axis] + (extents_[axis] % chunk_[axis] != 0 ? 1 : 0);
     const auto count = checkedProduct(counts, 1);
-    if (!count || (*count > chunksWithoutFile && *count > object_.file().size() / leastBytesOfChunk))
+    if (!count || (*count > chunksWithoutFile && *count > object_.file().size() / minChunkBytes))
         object_.fail("has more chunks than a file of this size can hold");
 }
 
@@ -177,7 +176,8 @@ void Dataset::read(const std::type_info& elementType, std::span<std::byte> targe
 
 void Dataset::readByLibrary(const std::type_info& elementType, std::span<std::byte> target,
                             const Tick& tick) const {
-    // Pieces are slabs along the first axis that can be cut, of whole chunks so that none is decoded twice.
+    // Pieces are slabs along the first axis with more than one entry, made of whole chunks so that none is
+    // decoded twice.
     std::size_t axis = 0;
     while (axis + 1 < extents_.size() && extents_[axis] == 1)
         ++axis;

@@ -13,15 +13,15 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// A dataset of numbers that is safe to read: what the file says about it has been checked against the file.
+/// A dataset of numbers whose metadata has been checked against the file, so that it is safe to read.
 class Dataset {
 public:
-    /// Told the share (0 to 1) of the numbers that have been read; may throw to stop.
+    /// Called with the share (0 to 1) of the numbers that have been read; may throw to stop.
     using Tick = std::function<void(double share)>;
 
-    /// Checks an object. Throws Anchor::FormatError when it is no dataset of numbers of a known type with one
-    /// to five axes, when its data lies in other files (external storage, virtual datasets), when its size
-    /// exceeds 64 bits, or when data that lies in the file plainly (not in chunks) is not all there.
+    /// Checks an object. Throws Anchor::FormatError when it is not a dataset of numbers of a known type with
+    /// one to five axes, when its data lies in other files (external storage, virtual datasets), when its
+    /// size exceeds 64 bits, or when data stored without chunks is incomplete.
     explicit Dataset(Object object);
 
     [[nodiscard]] const Object& object() const noexcept { return object_; }
@@ -31,9 +31,9 @@ public:
     /// The extents, slowest axis first, as HDF5 has them.
     [[nodiscard]] const std::vector<std::uint64_t>& extents() const noexcept { return extents_; }
 
-    /// Reads all numbers as numbers of a scalar element type, which number() must hold. `target` takes
-    /// exactly all of them. Chunks larger than `most` bytes are refused. Throws Anchor::FormatError when data
-    /// is damaged or a value does not fit the element type, Anchor::LimitError for such a chunk.
+    /// Reads all numbers, converted to a scalar element type that number() holds. `target` has exactly their
+    /// size. Throws Anchor::FormatError when data is damaged or a value does not fit the element type,
+    /// Anchor::LimitError for chunks larger than `most` bytes.
     void read(const std::type_info& elementType, std::span<std::byte> target, std::uint64_t most,
               const Tick& tick) const;
 
@@ -44,10 +44,10 @@ private:
     void readShape();
     void readLayout();
     void readChunkShape(hid_t properties);
-    /// Throws for data with a filter that the library does not have built in: it would look for a plugin.
+    /// Throws for a filter that is not built into the library, which would look for a plugin.
     void requireBuiltInFilters(hid_t properties) const;
 
-    /// For data without chunks, and for chunks with filters that are not ours to undo.
+    /// For data without chunks, and for chunks with filters that this project does not implement.
     void readByLibrary(const std::type_info& elementType, std::span<std::byte> target,
                        const Tick& tick) const;
 

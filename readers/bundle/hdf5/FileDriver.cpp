@@ -28,13 +28,13 @@ std::string FileFailure::text() const {
 
 namespace {
 
-/// What the file-access properties carry for the driver; the library copies it byte by byte.
+/// What the file-access properties hold for the driver; the library copies it byte by byte.
 struct DriverSettings {
     FileFailure* failure;
     int descriptor;
 };
 
-/// A file as the driver sees it. The library knows it by its first member.
+/// The driver's state of a file. The library refers to it by its first member.
 struct OpenedFile {
     H5FD_t base{};
     int descriptor = -1;
@@ -53,7 +53,7 @@ struct OpenedFile {
     };
     std::vector<Unwritten> unwritten;
 };
-static_assert(std::is_standard_layout_v<OpenedFile>); // so it and its first member have one address
+static_assert(std::is_standard_layout_v<OpenedFile>); // so it and its first member have the same address
 
 OpenedFile& self(H5FD_t* file) noexcept {
     return *reinterpret_cast<OpenedFile*>(file);
@@ -62,7 +62,7 @@ const OpenedFile& self(const H5FD_t* file) noexcept {
     return *reinterpret_cast<const OpenedFile*>(file);
 }
 
-constexpr haddr_t mostAddress = static_cast<haddr_t>(std::numeric_limits<off_t>::max());
+constexpr haddr_t maxAddress = static_cast<haddr_t>(std::numeric_limits<off_t>::max());
 
 void note(OpenedFile& file, const char* what, int number) noexcept {
     if (file.failure != nullptr && !*file.failure)
@@ -87,7 +87,7 @@ H5FD_t* openFile(const char* name, unsigned flags, hid_t access, haddr_t) noexce
         file->descriptor = ::open(name, mode, 0666);
     }
     struct stat status {};
-    // A missing file is no failure yet when the library is going to make it: it first tries without.
+    // A missing file is not a failure yet if the library is going to create it: it first tries to open it.
     if (file->descriptor < 0 || ::fstat(file->descriptor, &status) != 0) {
         if (errno != ENOENT || (flags & H5F_ACC_CREAT) != 0)
             note(*file, "cannot open", errno);
@@ -114,7 +114,8 @@ herr_t closeFile(H5FD_t* base) noexcept {
 }
 
 int compareFiles(const H5FD_t* a, const H5FD_t* b) noexcept {
-    // The library reads two files that are one through the first of them, whose descriptor may be gone by then.
+    // The library shares one state between handles of the same file; the descriptor of the first may be
+    // closed by then.
     if (self(a).isLent || self(b).isLent)
         return std::less<>()(a, b) ? -1 : std::less<>()(b, a) ? 1 : 0;
     if (self(a).device != self(b).device)
@@ -149,10 +150,10 @@ herr_t tellDescriptor(H5FD_t* file, hid_t, void** handle) noexcept {
 }
 
 bool isAddressable(haddr_t address, std::size_t size) noexcept {
-    return address <= mostAddress && size <= mostAddress - address;
+    return address <= maxAddress && size <= maxAddress - address;
 }
 
-/// Reads as many bytes as there are; a negative number for an error.
+/// Reads up to `size` bytes; returns their number, or a negative number for an error.
 ssize_t readUpTo(int descriptor, unsigned char* target, std::size_t size, haddr_t address) noexcept {
     std::size_t done = 0;
     while (done < size) {
@@ -243,21 +244,21 @@ herr_t unlockFile(H5FD_t*) noexcept {
     return 0;
 }
 
-/// The driver's number with the library, which is made known to it once.
+/// The id under which the driver is registered with the library.
 hid_t driver() {
     static hid_t registered = H5I_INVALID_HID;
-    // A host may have shut the library down in between, which forgets all numbers.
+    // A host may have shut the library down in between, which invalidates all ids.
     if (registered >= 0 && H5Iget_type(registered) == H5I_VFL)
         return registered;
     static constexpr H5FD_mem_t everythingInOneFile[H5FD_MEM_NTYPES] = H5FD_FLMAP_DICHOTOMY;
     H5FD_class_t description{};
 #if H5_VERSION_GE(1, 13, 0)
     description.version = H5FD_CLASS_VERSION;
-    // A number of the range that the library leaves to others.
+    // From the range reserved for drivers outside the library.
     description.value = static_cast<H5FD_class_value_t>(H5_VFD_RESERVED + 84);
 #endif
     description.name = "tidewatch";
-    description.maxaddr = mostAddress;
+    description.maxaddr = maxAddress;
     description.fc_degree = H5F_CLOSE_WEAK;
     description.fapl_size = sizeof(DriverSettings);
     description.open = &openFile;

@@ -18,7 +18,7 @@ std::uint32_t fletcher32(std::span<const std::byte> data) {
     std::uint32_t first = 0;
     std::uint32_t second = 0;
     const auto fold = [](std::uint32_t sum) { return (sum & 0xffff) + (sum >> 16); };
-    // So many numbers can be added before the second sum could overflow.
+    // How many numbers can be added before the second sum may overflow.
     constexpr std::size_t block = 360;
     const std::size_t pairs = data.size() / 2;
     for (std::size_t start = 0; start < pairs; start += block) {
@@ -49,7 +49,7 @@ void removeChecksum(std::vector<std::byte>& data) {
         stored |= std::to_integer<std::uint32_t>(data[size + i]) << (8 * i);
     data.resize(size);
     const std::uint32_t computed = fletcher32(data);
-    // HDF5 1.6.2 and earlier wrote the bytes of both halves the other way round on little-endian machines.
+    // HDF5 1.6.2 and earlier swapped the bytes within both halves on little-endian machines.
     const std::uint32_t swapped = (computed & 0x00ff00ff) << 8 | (computed >> 8 & 0x00ff00ff);
     if (stored != computed && stored != swapped)
         throw Anchor::FormatError("does not match its checksum");
@@ -68,8 +68,8 @@ void unshuffleElements(const std::byte* source, std::byte* target, std::size_t c
 
 std::span<const std::byte> FilterPipeline::decode(std::vector<std::byte>& stored, std::uint32_t skipped,
                                                   std::size_t size) {
-    // What one filter makes may be input of another, and a little longer than the chunk: a checksum, or data
-    // that was compressed twice.
+    // Output of one filter that is input of another may be slightly longer than the chunk: with a checksum,
+    // or compressed twice.
     const std::size_t most = steps_.size() > 1 ? size + size / 256 + 64 * steps_.size() : size;
     for (std::size_t i = steps_.size(); i-- > 0;) {
         if (i < 32 && (skipped >> i & 1) != 0)
@@ -96,13 +96,13 @@ void FilterPipeline::inflate(std::vector<std::byte>& data, std::size_t most) {
     struct Stream : z_stream {
         Stream() : z_stream{} {
             if (inflateInit(this) != Z_OK)
-                throw Anchor::LimitError("cannot be decompressed for want of memory");
+                throw Anchor::LimitError("cannot be decompressed: there is not enough memory");
         }
         ~Stream() { inflateEnd(this); }
         Stream(const Stream&) = delete;
         Stream& operator=(const Stream&) = delete;
     } stream;
-    constexpr std::size_t mostAtOnce = std::numeric_limits<uInt>::max();
+    constexpr std::size_t maxAtOnce = std::numeric_limits<uInt>::max();
     spare_.clear();
     std::size_t read = 0;
     std::size_t written = 0;
@@ -111,12 +111,12 @@ void FilterPipeline::inflate(std::vector<std::byte>& data, std::size_t most) {
         if (written == spare_.size()) {
             if (written > most)
                 throw Anchor::FormatError("decompresses to more bytes than are needed");
-            // Grows with what has come out, so that a false size costs no memory. The one byte more leaves
-            // room to see the end of the stream.
+            // Grows with the output, so that a false size costs no memory. One extra byte leaves room to
+            // detect the end of the stream.
             spare_.resize(std::min(most + 1, std::max({data.size(), std::size_t{65536}, 2 * written})));
         }
-        const std::size_t in = std::min(data.size() - read, mostAtOnce);
-        const std::size_t out = std::min(spare_.size() - written, mostAtOnce);
+        const std::size_t in = std::min(data.size() - read, maxAtOnce);
+        const std::size_t out = std::min(spare_.size() - written, maxAtOnce);
         stream.next_in = reinterpret_cast<Bytef*>(data.data() + read);
         stream.avail_in = static_cast<uInt>(in);
         stream.next_out = reinterpret_cast<Bytef*>(spare_.data() + written);

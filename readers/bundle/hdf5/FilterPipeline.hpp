@@ -8,11 +8,11 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// Undoes the filters that HDF5 applies to a chunk: deflate, shuffle and the Fletcher-32 checksum.
+/// Reverses the filters that HDF5 applies to a chunk: deflate, shuffle and the Fletcher-32 checksum.
 ///
-/// The library does so as well, but takes a chunk's own word for how large it comes out: it lets a small
-/// deflated chunk fill the memory, and reads past the end of one that comes out short. Here the result has
-/// the chunk's size, or there is an error. (The filters are described in the HDF5 File Format Specification,
+/// The library can do so as well, but does not check the decompressed size: it lets a small deflated chunk
+/// fill the memory, and reads past the end of one that decompresses to too little. Here the result has the
+/// chunk's size, or there is an error. (The filters are described in the HDF5 File Format Specification,
 /// section IV.A.2.l, and the zlib format in RFC 1950.)
 class FilterPipeline {
 public:
@@ -23,10 +23,10 @@ public:
 
     [[nodiscard]] std::size_t size() const noexcept { return steps_.size(); }
 
-    /// The chunk's content from its stored bytes. Bit i of `skipped` says that filter i was not applied to
-    /// this chunk. Valid until the next call. Throws Anchor::FormatError, with a text that says only what is
-    /// wrong with the chunk, when the content is damaged or has not exactly `size` bytes; makes no larger
-    /// buffers than what comes out of the data, and never ones beyond `size` and a constant.
+    /// Decodes a chunk's stored bytes. Bit i of `skipped` means that filter i was not applied to this chunk.
+    /// The result is valid until the next call. Throws Anchor::FormatError, with a text that says only what
+    /// is wrong with the chunk, when the content is damaged or does not have exactly `size` bytes. Buffers
+    /// grow with the decoded data, up to `size` and a constant.
     [[nodiscard]] std::span<const std::byte> decode(std::vector<std::byte>& stored, std::uint32_t skipped,
                                                     std::size_t size);
 

@@ -7,14 +7,14 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// Owns an identifier of the HDF5 library and closes it in the way that fits its kind.
+/// Owns an identifier of the HDF5 library and closes it with the function for its kind.
 template <herr_t (*Close)(hid_t)>
 class Handle {
 public:
     Handle() = default;
 
-    /// Takes over what a call of the library returned, a failure (a negative number) included: then the
-    /// handle is empty.
+    /// Takes ownership of what a call of the library returned; a failure (a negative number) gives an empty
+    /// handle.
     explicit Handle(hid_t id) noexcept : id_(id) {}
     Handle(Handle&& other) noexcept : id_(std::exchange(other.id_, H5I_INVALID_HID)) {}
     Handle& operator=(Handle&& other) noexcept {
@@ -26,7 +26,7 @@ public:
     [[nodiscard]] hid_t get() const noexcept { return id_; }
     [[nodiscard]] explicit operator bool() const noexcept { return id_ >= 0; }
 
-    /// Closes now; tells whether that went well. Closing twice is no error.
+    /// Closes now; returns whether that succeeded. Closing twice is allowed.
     bool close() noexcept {
         if (id_ < 0)
             return true;

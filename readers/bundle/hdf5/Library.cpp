@@ -11,7 +11,7 @@ namespace Tidewatch::Hdf5 {
 namespace {
 
 std::recursive_mutex& libraryMutex() {
-    // Never destroyed: files that static objects of a host hold are closed at the very end of the process.
+    // Never destroyed: static objects of a host may hold files until the process ends.
     static auto* const mutex = new std::recursive_mutex;
     return *mutex;
 }
@@ -50,13 +50,13 @@ std::string innermostError() {
             if (entry->desc != nullptr)
                 *static_cast<std::string*>(data) = Anchor::printable(entry->desc);
         } catch (...) {
-            // Without memory for the text the message does without it; C code must not see the exception.
+            // Out of memory: the message has no text then. The exception must not pass through C code.
             return -1;
         }
         return 1;
     };
     H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, takeFirst, &text);
-    // Some texts end with the addresses of buffers in this process, which are nobody's business.
+    // Some texts end with addresses of buffers in this process, which messages must not disclose.
     if (const std::size_t address = text.find("0x"); address != std::string::npos)
         text.erase(std::min(text.find(':'), address));
     return text;

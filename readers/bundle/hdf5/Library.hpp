@@ -7,13 +7,11 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// Makes calls into the HDF5 library possible for as long as the object lives; every such call of this
-/// project happens inside one.
+/// Guards calls of the HDF5 library for its lifetime; this project makes every such call inside one.
 ///
-/// It holds a lock of the process, since the library may have been built without one of its own, and it keeps
-/// the library from printing its error stack; what the host had set for that is put back at the end. Objects
-/// may nest on one thread. A host that uses the HDF5 library in other threads meanwhile needs a library that
-/// was built thread-safe.
+/// It holds a process-wide lock, since the library may not have been built thread-safe, and keeps the library
+/// from printing its error stack; the host's setting for that is restored at the end. Objects may nest on one
+/// thread. A host that uses the HDF5 library in other threads meanwhile needs a thread-safe build of it.
 class LibraryCall {
 public:
     LibraryCall();
@@ -25,18 +23,18 @@ private:
     void* printerData_ = nullptr;
     H5E_auto2_t printer_ = nullptr;
 #ifndef H5_NO_DEPRECATED_SYMBOLS
-    // The library keeps one of two kinds of printers and refuses to tell it in terms of the other.
+    // The library has one of two kinds of error printers set, and each has its own functions.
     H5E_auto1_t oldPrinter_ = nullptr;
     bool isOld_ = false;
 #endif
 };
 
-/// What the innermost entry of the library's error stack says, printable; empty where the stack is. Ask
+/// The text of the innermost entry of the library's error stack, printable; empty if there is none. Call
 /// within the LibraryCall of the call that failed, before any other call.
 [[nodiscard]] std::string innermostError();
 
-/// Whether the call that failed did so for want of memory, as the library's error stack has it. To be asked as
-/// innermostError() is.
+/// Whether the failed call ran out of memory, according to the library's error stack. Call as
+/// innermostError().
 [[nodiscard]] bool isOutOfMemory();
 
 } // namespace Tidewatch::Hdf5

@@ -15,17 +15,17 @@ namespace Tidewatch::Hdf5 {
 
 namespace {
 
-// Below this size compression gains little, and a chunk index costs more than the data.
-constexpr std::uint64_t leastChunkedBytes = 16384;
+// Below this size compression gains little, and the chunk index would be larger than the data.
+constexpr std::uint64_t minChunkedBytes = 16384;
 
 // Fits the library's chunk cache (1 MiB) and the processor's.
 constexpr std::uint64_t chunkBytes = std::uint64_t{512} << 10;
 
-// How much is written between two looks at the clock of whoever wants to stop.
+// How much is written between two calls of the progress callback.
 constexpr std::uint64_t numbersBetweenTicks = std::uint64_t{1} << 18;
 
-/// The extents of a chunk: whole along the fast axes, one along the slow ones, and as many rows in between as
-/// fit into a chunk.
+/// The extents of a chunk: full along the fast axes, 1 along the slow ones, and as many rows in between as
+/// fit.
 std::vector<std::uint64_t> chunkShape(const std::vector<std::uint64_t>& extents, std::size_t numberSize) {
     std::vector<std::uint64_t> chunk(extents.size(), 1);
     std::uint64_t room = chunkBytes / numberSize;
@@ -36,8 +36,8 @@ std::vector<std::uint64_t> chunkShape(const std::vector<std::uint64_t>& extents,
     return chunk;
 }
 
-/// A copy of long doubles whose padding is zero: it is no part of the value, and would otherwise carry bits
-/// of this process's memory into the file.
+/// A copy of long doubles with zeroed padding, which would otherwise write bits of this process's memory into
+/// the file.
 std::vector<std::byte> withoutPadding(std::span<const std::byte> data) {
     constexpr std::size_t valueBytes = 10;
     std::vector<std::byte> copy(data.begin(), data.end());
@@ -48,9 +48,9 @@ std::vector<std::byte> withoutPadding(std::span<const std::byte> data) {
     return copy;
 }
 static_assert(std::numeric_limits<long double>::digits == 64 && sizeof(long double) == 16,
-              "the long double of the x86-64 processors: ten bytes of value");
+              "the long double of x86-64: ten bytes of value");
 
-/// Creation properties of a kind, without times of day, so that the same data gives the same bytes.
+/// Creation properties of a kind, without timestamps, so that the same data gives the same bytes.
 PropertiesHandle withoutTimes(hid_t kind) {
     PropertiesHandle properties(H5Pcreate(kind));
     return properties && H5Pset_obj_track_times(properties.get(), false) >= 0 ? std::move(properties)
@@ -62,7 +62,7 @@ PropertiesHandle withoutTimes(hid_t kind) {
 NewFile::NewFile(std::string path) : path_(std::move(path)) {
     const LibraryCall call;
     const PropertiesHandle access = fileAccess(failure_);
-    // Version 1.8 of the format gives every block of metadata a checksum, and every HDF5 tool in use reads
+    // Version 1.8 of the format has a checksum for every block of metadata, and every HDF5 tool in use reads
     // it.
     require(access && H5Pset_libver_bounds(access.get(), H5F_LIBVER_V18, H5F_LIBVER_V18) >= 0,
             "cannot be made");
@@ -108,7 +108,7 @@ namespace {
 bool writeText(hid_t object, const char* attribute, std::string_view text) {
     const DatatypeHandle type(H5Tcopy(H5T_C_S1));
     const DataspaceHandle space(H5Screate(H5S_SCALAR));
-    // A text of HDF5 has one byte at least.
+    // A string in HDF5 has at least one byte.
     const std::string bytes = text.empty() ? std::string(1, '\0') : std::string(text);
     if (!type || !space || H5Tset_size(type.get(), bytes.size()) < 0 ||
         H5Tset_strpad(type.get(), H5T_STR_NULLPAD) < 0 ||
@@ -119,7 +119,7 @@ bool writeText(hid_t object, const char* attribute, std::string_view text) {
     return handle && H5Awrite(handle.get(), type.get(), bytes.data()) >= 0;
 }
 
-/// The scalar element type of the same numbers.
+/// The scalar element type with the same representation.
 template <class T>
 using ElementOf = std::conditional_t<std::is_same_v<T, std::uint64_t>, unsigned long long, T>;
 
@@ -194,7 +194,7 @@ void NewFile::Group::addDataset(const NewDataset& dataset, std::span<const std::
                                 const std::function<void()>& tick) const {
     const std::vector<std::uint64_t>& extents = dataset.extents;
     const std::size_t axes = extents.size();
-    const bool isLarge = data.size() >= leastChunkedBytes;
+    const bool isLarge = data.size() >= minChunkedBytes;
     const std::vector<std::uint64_t> block =
         isLarge ? chunkShape(extents, data.size() / product(extents)) : extents;
     const std::vector<hsize_t> shape(extents.begin(), extents.end());

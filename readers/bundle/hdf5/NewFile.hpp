@@ -19,11 +19,11 @@ namespace Tidewatch::Hdf5 {
 
 /// An HDF5 file that is being written.
 ///
-/// Every operation throws Anchor::FileError with path and cause as soon as the system has refused a write.
-/// Nothing is said of a failure when the object is destroyed without close().
+/// Every operation throws Anchor::FileError with path and cause as soon as a write has failed. Destruction
+/// without close() does not report failures.
 class NewFile {
 public:
-    /// Makes the file, empty; one that is there is overwritten.
+    /// Creates the file, empty; an existing one is overwritten.
     explicit NewFile(std::string path);
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
@@ -44,8 +44,8 @@ public:
         };
         void set(const Attribute& attribute) const;
 
-        /// Adds an attribute to the group. A text of bytes that are not UTF-8 is marked as one of the other kind that
-        /// HDF5 knows (ASCII).
+        /// Adds an attribute to the group. A text that is not valid UTF-8 is marked as ASCII, HDF5's other
+        /// character set.
         void setText(const char* attribute, std::string_view text) const;
         /// The same for a single number and for a list; T is std::uint8_t, std::uint16_t, std::int32_t, std::uint64_t or
         /// double.
@@ -54,7 +54,7 @@ public:
         template <class T>
         void setNumbers(const char* attribute, std::span<const T> values) const;
 
-        /// What is to be known about a dataset that is added.
+        /// The description of a dataset to add.
         struct NewDataset {
             std::string name;
             /// The type of its numbers, a scalar element type.
@@ -62,12 +62,12 @@ public:
             /// Slowest axis first.
             std::vector<std::uint64_t> extents;
             std::vector<Attribute> attributes;
-            /// The level at which a large dataset is compressed, 0 for none.
+            /// The compression level of a large dataset, 0 for none.
             unsigned compression;
         };
 
-        /// Adds a dataset; `data` holds all its numbers. `tick` is called some times in between and may
-        /// throw.
+        /// Adds a dataset; `data` holds all its numbers. `tick` is called from time to time and may throw to
+        /// stop.
         void addDataset(const NewDataset& dataset, std::span<const std::byte> data,
                         const std::function<void()>& tick) const;
 
@@ -85,7 +85,7 @@ public:
 
     [[nodiscard]] Group root() const;
 
-    /// Writes what is still in memory and closes the file. To be called once, when all groups are gone.
+    /// Flushes and closes the file. Call once, when all groups have been destroyed.
     void close();
 
 private:

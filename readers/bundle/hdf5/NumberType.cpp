@@ -13,8 +13,8 @@ namespace Tidewatch::Hdf5 {
 
 namespace {
 
-/// A scalar element type and the library's datatypes for it. Those are looked up afresh each time, since the
-/// library's names for them are calls.
+/// A scalar element type and the library's datatypes for it. They are looked up each time, since the
+/// library's names for them are macros that call functions.
 struct Row {
     const std::type_info* type;
     std::size_t size;
@@ -39,7 +39,7 @@ std::array<Row, 11> rows() {
          H5T_NATIVE_LDOUBLE},
     }};
 }
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the table above takes the machine for one");
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the table above assumes a little-endian machine");
 
 Row rowOf(const std::type_info& elementType) {
     for (const Row& row : rows()) {
@@ -49,7 +49,7 @@ Row rowOf(const std::type_info& elementType) {
     return {};
 }
 
-/// Whether type Wide has every value of type Narrow.
+/// Whether every value of type Narrow is a value of type Wide.
 template <class Wide, class Narrow>
 consteval bool holdsAll() {
     using W = std::numeric_limits<Wide>;
@@ -64,7 +64,7 @@ consteval bool holdsAll() {
         return W::digits >= N::digits && W::max_exponent >= N::max_exponent;
 }
 
-/// Converts a number of a type that holds all values of Narrow; false where this value is none of them.
+/// Converts a number of a type that holds all values of Narrow; false if this value is not one of them.
 template <class Wide, class Narrow>
 bool narrow(Wide value, Narrow& result) {
     using N = std::numeric_limits<Narrow>;
@@ -126,7 +126,7 @@ void visitNumber(const std::type_info& type, Visitor&& visitor) {
 } // namespace
 
 std::optional<NumberType> NumberType::of(hid_t datatype) {
-    // H5Tequal compares everything there is to a datatype, so whatever equals a row is safe to decode.
+    // H5Tequal compares all properties of a datatype, so whatever equals a row is safe to decode.
     for (const Row& row : rows()) {
         if (H5Tequal(datatype, row.stored) > 0)
             return NumberType(*row.type, row.size, false);

@@ -12,11 +12,10 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// The number type of a dataset: which of the scalar element types its numbers are, and in which byte order
-/// they stand in the file.
+/// The number type of a dataset: the scalar element type of its numbers, and their byte order in the file.
 ///
-/// Known are integers of 1, 2, 4 and 8 bytes that use all their bits, the IEEE types of 4 and 8 bytes, and
-/// this machine's long double.
+/// Supported are integers of 1, 2, 4 and 8 bytes that use all their bits, the IEEE types of 4 and 8 bytes,
+/// and this machine's long double.
 class NumberType {
 public:
     /// The number type that a datatype of the library describes; nothing for any other datatype.
@@ -37,10 +36,10 @@ public:
     /// kept as int32 or float32, but not as int16.
     [[nodiscard]] bool holds(const std::type_info& elementType) const;
 
-    /// Turns numbers as they stand in the file into numbers of a scalar element type that this type holds.
-    /// `source` and `target` have the same number of numbers. Fractions are no integers and what is beyond
-    /// the element type's range does not fit; a float64 rounds to the nearest float32. Gives the place of the
-    /// first number that does not fit, and nothing when all do.
+    /// Converts numbers as stored in the file to a scalar element type that this type holds. `source` and
+    /// `target` have the same count. Fractions do not fit integers, and values out of range do not fit; a
+    /// float64 rounds to the nearest float32. Returns the index of the first number that does not fit,
+    /// nothing when all do.
     [[nodiscard]] std::optional<std::size_t> decode(std::span<const std::byte> source,
                                                     const std::type_info& elementType,
                                                     std::span<std::byte> target) const;
@@ -61,11 +60,11 @@ private:
 };
 
 /// The library's datatype for a scalar element type in this machine's memory. Call within a LibraryCall; the
-/// number belongs to the library.
+/// library owns the identifier.
 [[nodiscard]] hid_t memoryType(const std::type_info& elementType);
 
-/// The datatype in which files keep a scalar element type: little-endian, except that long double has no
-/// form but the machine's own. Call within a LibraryCall; the number belongs to the library.
+/// The datatype in which files store a scalar element type: little-endian, except for long double, which is
+/// stored as on this machine. Call within a LibraryCall; the library owns the identifier.
 [[nodiscard]] hid_t storedType(const std::type_info& elementType);
 
 } // namespace Tidewatch::Hdf5

@@ -14,8 +14,8 @@ namespace Tidewatch::Hdf5 {
 
 namespace {
 
-// No attribute of ours comes near it; it keeps what is allocated for a hostile one small.
-constexpr std::size_t mostValues = 4096;
+// Far more than our attributes have; limits the allocation for hostile ones.
+constexpr std::size_t maxValues = 4096;
 
 struct Listing {
     std::vector<std::string> names;
@@ -41,7 +41,7 @@ herr_t collect(hid_t, const char* name, const H5L_info_t* info, void* data) noex
     return listing.hasOtherLink ? 1 : 0;
 }
 
-const char* const otherLink = "is a link that leads out of its group (only hard links are allowed)";
+const char* const otherLink = "is not a hard link (only hard links are allowed)";
 
 std::string joined(const std::string& path, const std::string& name) {
     return path == "/" ? path + name : path + "/" + name;
@@ -89,7 +89,7 @@ std::vector<std::string> Object::links(std::uint64_t most) const {
             failWithReason("the group cannot be read");
     }
     if (listing.isOutOfMemory)
-        fail<Anchor::LimitError>("the group's names exceed the memory");
+        fail<Anchor::LimitError>("there is not enough memory for the group's names");
     if (listing.isTooLong)
         fail("has more links than a file of this size can hold");
     if (listing.hasOtherLink)
@@ -131,7 +131,7 @@ std::optional<Object> Object::findChild(const std::string& name) const {
 }
 
 AttributeHandle Object::findAttribute(const char* name) const {
-    // Looked at before the library decodes it, and reads on where it is cut off.
+    // Checked before the library decodes it, since that would read past the end of a truncated one.
     const auto found = stored(name);
     const htri_t exists = H5Aexists(id(), name);
     if (exists < 0)
@@ -145,7 +145,7 @@ AttributeHandle Object::findAttribute(const char* name) const {
     const std::size_t size = type ? H5Tget_size(type.get()) : 0;
     if (size == 0)
         failWithReason(quoted(name) + " cannot be read");
-    // Elsewhere than in the header, the library itself knows how much there is.
+    // Outside the header, the library checks the size itself.
     if (found && found->data.size() / size < valueCount(attribute.get(), name))
         fail(quoted(name) + " is cut off");
     return attribute;
@@ -171,7 +171,7 @@ std::size_t Object::valueCount(hid_t attribute, const char* name) const {
     const hssize_t count = space ? H5Sget_simple_extent_npoints(space.get()) : -1;
     if (count < 0)
         failWithReason(quoted(name) + " cannot be read");
-    if (static_cast<std::uint64_t>(count) > mostValues)
+    if (static_cast<std::uint64_t>(count) > maxValues)
         fail(quoted(name) + " has too many values");
     return static_cast<std::size_t>(count);
 }
@@ -227,7 +227,7 @@ std::optional<std::vector<T>> Object::integers(const char* name) const {
         return std::nullopt;
     const std::size_t count = valueCount(attribute.get(), name);
     std::vector<T> result(count);
-    // Nothing is no integer: what has no values may have any type.
+    // An attribute without values may have any type.
     if (count == 0)
         return result;
     const DatatypeHandle type(H5Aget_type(attribute.get()));

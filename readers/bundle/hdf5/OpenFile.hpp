@@ -12,40 +12,38 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// An HDF5 file that is read through a descriptor, without any file lock. Objects refer to the file, so it has to
-/// outlive them.
+/// An HDF5 file that is read through a descriptor, without file locks. It has to outlive its objects.
 class OpenFile {
 public:
-    /// Reads the first of some files, which stay open meanwhile. Throws Anchor::FormatError when the library
-    /// refuses: the file is damaged, cut off or no HDF5 file at all.
+    /// Opens the first of the files, which have to stay open meanwhile. Throws Anchor::FormatError when the
+    /// library refuses it: the file is damaged, truncated or not an HDF5 file.
     explicit OpenFile(const SourceFiles& files);
 
     OpenFile(const OpenFile&) = delete;
     OpenFile& operator=(const OpenFile&) = delete;
 
-    /// The path as it was given.
+    /// The path as given.
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-    /// Bytes of the file when it was opened.
+    /// The size of the file in bytes when it was opened.
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
 
-    /// The root group.
     [[nodiscard]] Object root() const;
 
-    /// The object of an absolute path inside the file; each link on the way is checked.
+    /// The object at an absolute path inside the file; each link on the way is checked.
     [[nodiscard]] Object open(const std::string& path) const;
 
-    /// Fills a block with bytes of the file from an address on; false when they are not all there. Throws
+    /// Fills `target` with bytes of the file from an address on; false if the file ends before. Throws
     /// Anchor::FileError when the system cannot read.
     [[nodiscard]] bool fetch(std::uint64_t address, std::span<unsigned char> target) const;
 
-    /// To be called after a call of the library that failed, within its LibraryCall. Throws Anchor::FileError when
-    /// the system could not read, Anchor::LimitError when the library was out of memory; else there is something
-    /// wrong with the file.
+    /// Call after a failed call of the library, within its LibraryCall. Throws Anchor::FileError when the
+    /// system could not read, Anchor::LimitError when the library was out of memory; if it returns, the file
+    /// is damaged.
     void throwUnlessDamaged() const;
 
 private:
-    /// Refuses files of a build that this project does not read.
+    /// Refuses files with parameters that this project does not support.
     void requireParameters() const;
 
     std::string path_;

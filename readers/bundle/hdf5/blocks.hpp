@@ -9,14 +9,14 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// The product of extents that is known to fit 64 bits.
+/// The product of extents, which must fit 64 bits.
 [[nodiscard]] inline std::uint64_t product(std::span<const std::uint64_t> extents) {
     return std::accumulate(extents.begin(), extents.end(), std::uint64_t{1}, std::multiplies<>());
 }
 
-/// Walks an array in blocks: steps `place`, the first number of the current block, to that of the next one,
+/// Walks an array in blocks: moves `place`, the first number of the current block, to that of the next one,
 /// along the last axis first; false, and back at the beginning, after the last one. All three have one entry
-/// an axis; extents and steps are not 0.
+/// per axis; extents and steps are not 0.
 [[nodiscard]] inline bool advance(std::span<std::uint64_t> place, std::span<const std::uint64_t> extents,
                                   std::span<const std::uint64_t> steps) {
     for (std::size_t axis = place.size(); axis-- > 0;) {

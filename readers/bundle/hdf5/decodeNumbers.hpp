@@ -10,8 +10,8 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// NumberType::decode for the numbers of an object: throws Anchor::FormatError about it when a number does
-/// not fit the element type.
+/// NumberType::decode for the numbers of an object: throws Anchor::FormatError when a number does not fit the
+/// element type.
 void decodeNumbers(const Object& object, const NumberType& stored, std::span<const std::byte> source,
                    const std::type_info& elementType, std::span<std::byte> target);
 

@@ -20,7 +20,8 @@ bool isUtf8(std::string_view text) noexcept {
             if ((byte(place + i) & 0xC0U) != 0x80)
                 return false;
         }
-        // Of the longer sequences the second byte tells: too long, surrogates, beyond the last.
+        // The second byte of longer sequences reveals overlong forms, surrogates, and code points beyond the
+        // last.
         if (size > 2) {
             const unsigned second = byte(place + 1);
             if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||

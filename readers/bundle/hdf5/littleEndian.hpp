@@ -7,8 +7,7 @@
 
 namespace Tidewatch::Hdf5 {
 
-/// The unsigned number that `size` bytes (at most 8) stand for, lowest byte first. The block has to hold
-/// them.
+/// Decodes an unsigned little-endian number of `size` bytes (max 8), all of which must be in the block.
 [[nodiscard]] inline std::uint64_t littleEndian(std::span<const unsigned char> block, std::size_t offset,
                                                 std::size_t size) noexcept {
     std::uint64_t value = 0;

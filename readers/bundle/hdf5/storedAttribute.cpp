@@ -14,15 +14,15 @@ namespace {
 
 using Bytes = std::span<const unsigned char>;
 
-// The headers of our objects have some hundred bytes; these bounds are for hostile ones.
-constexpr std::uint64_t mostBlockBytes = std::uint64_t{1} << 24;
-constexpr std::size_t mostBlocks = 1024;
+// The headers of our objects have some hundred bytes; these limits are for hostile ones.
+constexpr std::uint64_t maxBlockBytes = std::uint64_t{1} << 24;
+constexpr std::size_t maxBlocks = 1024;
 
 [[noreturn]] void fail(const char* what) {
     throw Anchor::FormatError(what);
 }
 
-/// Takes bytes from the front of a block; throws when there are not so many.
+/// Takes bytes from the front of a block; throws if there are too few.
 Bytes take(Bytes& block, std::uint64_t size) {
     if (size > block.size())
         fail("is cut off");
@@ -35,14 +35,14 @@ std::uint64_t takeNumber(Bytes& block, std::size_t size) {
     return littleEndian(take(block, size), 0, size);
 }
 
-/// Throws unless a datatype message has all that its class needs to be told, as far as attributes may have it.
+/// Throws unless a datatype message is long enough for its class (of those that attributes may have).
 void requireWholeType(Bytes type) {
-    constexpr std::array<std::size_t, 11> leastSizes{12, 20, 10, 8, 12, 8, 8, 8, 8, 8 + 8, 8};
-    if (type.empty() || type.size() < leastSizes[std::min<std::size_t>(type[0] & 15U, leastSizes.size() - 1)])
+    constexpr std::array<std::size_t, 11> minSizes{12, 20, 10, 8, 12, 8, 8, 8, 8, 8 + 8, 8};
+    if (type.empty() || type.size() < minSizes[std::min<std::size_t>(type[0] & 15U, minSizes.size() - 1)])
         fail("is cut off");
 }
 
-/// The number of elements that a dataspace message states; throws unless it has all that it says it has.
+/// The number of elements that a dataspace message states; throws if the message is truncated.
 std::uint64_t elementCount(Bytes space) {
     if (space.size() < 4)
         fail("is cut off");
@@ -56,12 +56,12 @@ std::uint64_t elementCount(Bytes space) {
     std::uint64_t count = 1;
     for (std::size_t axis = 0; axis < space[1]; ++axis) {
         if (__builtin_mul_overflow(count, littleEndian(space, headSize + 8 * axis, 8), &count))
-            fail("has extents beyond all bounds");
+            fail("has extents whose product exceeds 64 bits");
     }
     return count;
 }
 
-/// Looks through the messages of one object header for an attribute.
+/// Searches the messages of one object header for an attribute.
 class HeaderSearch {
 public:
     HeaderSearch(const Fetch& fetch, std::string_view attribute) : fetch_(fetch), attribute_(attribute) {}
@@ -69,10 +69,10 @@ public:
     std::optional<StoredAttribute> find(std::uint64_t header) {
         readFirstBlock(header);
         for (std::size_t i = 0; i < continuations_.size() && !found_; ++i) {
-            if (i == mostBlocks)
-                fail("is not found in a header of that many pieces");
+            if (i == maxBlocks)
+                fail("is in a header of too many pieces");
             const std::vector<unsigned char> block = read(continuations_[i].address, continuations_[i].size);
-            // Blocks of version 2 have a signature before, and a checksum behind their messages.
+            // Blocks of version 2 have a signature before and a checksum after their messages.
             constexpr std::size_t frameSize = 4;
             Bytes messages = block;
             if (!isOld_) {
@@ -91,11 +91,11 @@ private:
     };
 
     std::vector<unsigned char> read(std::uint64_t address, std::uint64_t size) const {
-        if (size > mostBlockBytes)
+        if (size > maxBlockBytes)
             fail("has a header of an impossible size");
         std::vector<unsigned char> block(size);
         if (!fetch_(address, block))
-            fail("has a header that leads out of the file");
+            fail("has a header that extends beyond the end of the file");
         return block;
     }
 
@@ -108,8 +108,8 @@ private:
             readMessages(read(header + oldPrefixSize, littleEndian(prefix, 8, 4)));
             return;
         }
-        // Version 2: signature, version, flags, then what the flags say there is: four times of day, two limits
-        // for attributes; at last the size of the messages, in 1, 2, 4 or 8 bytes.
+        // Version 2: signature, version, flags, then what the flags say there is: four timestamps, two limits
+        // for attributes; finally the size of the messages, in 1, 2, 4 or 8 bytes.
         constexpr std::array<unsigned char, 5> start{'O', 'H', 'D', 'R', 2};
         if (!std::equal(start.begin(), start.end(), prefix.begin()))
             fail("has a header of an unknown form");
@@ -163,7 +163,7 @@ private:
                         [](unsigned char a, char b) { return a == static_cast<unsigned char>(b); }))
             return;
         if (version != 1 && flags != 0)
-            fail("has a type that stands elsewhere in the file");
+            fail("has a type that is stored elsewhere in the file");
         const Bytes type = takePart(typeSize);
         requireWholeType(type);
         const std::uint64_t count = elementCount(takePart(spaceSize));
@@ -183,13 +183,13 @@ private:
     std::optional<StoredAttribute> found_;
 };
 
-/// The place in the file of an object of a global heap collection, which has to have at least `size` bytes.
+/// The address of an object of a global heap collection, which must have at least `size` bytes.
 std::uint64_t heapObject(const Fetch& fetch, std::uint64_t collection, std::uint64_t number,
                          std::uint64_t size) {
     std::array<unsigned char, 16> head{};
     constexpr std::array<unsigned char, 4> signature{'G', 'C', 'O', 'L'};
     if (!fetch(collection, head) || !std::equal(signature.begin(), signature.end(), head.begin()))
-        fail("refers to a heap that is not there");
+        fail("refers to a heap that does not exist");
     const std::uint64_t end = littleEndian(head, 8, 8);
     for (std::uint64_t place = head.size(); end >= head.size() && place <= end - head.size();) {
         if (!fetch(collection + place, head))
@@ -220,7 +220,7 @@ std::string variableText(const Fetch& fetch, const StoredAttribute& attribute, s
     constexpr unsigned variableLength = 9;
     constexpr unsigned isText = 1;
     if ((attribute.type[0] & 15U) != variableLength || (attribute.type[1] & 15U) != isText)
-        fail("is not a text of its own type");
+        fail("is not a string of variable length");
     Bytes rest = attribute.data;
     const std::uint64_t size = takeNumber(rest, 4);
     const std::uint64_t collection = takeNumber(rest, 8);

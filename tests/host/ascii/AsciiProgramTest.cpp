@@ -362,8 +362,7 @@ TEST_F(AsciiProgramTest, GridOfAGeoTiffHasItsReferenceSystemBesideIt) {
         "\"false_easting\",3],PARAMETER[\"false_northing\",4],UNIT[\"metre\",1]]";
     for (const Case& one :
          {Case{"EPSG:32633", "EPSG:32633", "EPSG:32633"},
-          Case{"EPSG:25832+5783", "EPSG:25832+5783", "EPSG:25832"},
-          Case{mine, "mine", mine}}) {
+          Case{"EPSG:25832+5783", "EPSG:25832+5783", "EPSG:25832"}, Case{mine, "mine", mine}}) {
         const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
         ASSERT_EQ(OSRSetFromUserInput(system, one.text), OGRERR_NONE);
         writeGeoTiff(place_ / "in.tif", system);

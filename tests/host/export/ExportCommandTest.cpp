@@ -288,7 +288,8 @@ TEST_F(ExportTest, NothingWrittenIsAnErrorThatSaysWhy) {
 TEST_F(ExportTest, FiltersThatLeaveEverythingOutAreAnErrorThatSaysWhatThereIs) {
     options.filters.grids = {"c"};
     EXPECT_EQ(run("a.lbl", {{0, "a"}, {1, "b"}}), 1);
-    EXPECT_EQ(err, "tidewatch: nothing was written: no grid matches --grid 'c' (case counts); there are: a, b\n");
+    EXPECT_EQ(err,
+              "tidewatch: nothing was written: no grid matches --grid 'c' (case counts); there are: a, b\n");
     EXPECT_EQ(run("{grid}.lbl", {{0, "a"}}), 1);
     EXPECT_EQ(run("a.lbl", {}), 1);
     EXPECT_EQ(err, "tidewatch: nothing was written: the inputs contain no grid\n");

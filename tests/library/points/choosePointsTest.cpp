@@ -188,7 +188,9 @@ TEST(ChoosePoints, EveryPointLiesInOneOfTheBoxesSideBySide) {
         choice.box->lower.x = column;
         choice.box->upper.x = column + 1;
         choice.box->upper.y = 10;
-        sum += arrayOf<double>(*choosePoints(*cloud.bundle(), choice, Selection(Filters{})).bundle, "cloud", "Extra", "f0").size();
+        sum += arrayOf<double>(*choosePoints(*cloud.bundle(), choice, Selection(Filters{})).bundle, "cloud",
+                               "Extra", "f0")
+                   .size();
     }
     EXPECT_EQ(sum, 2000U);
 }
@@ -226,7 +228,8 @@ TEST(ChoosePoints, ClassesMayBeOfAnyIntegerTypeAndThoseBeyondAByteAreNone) {
         .field("Classification", "", std::vector<int>{2, -254, 258, 65538});
     PointChoice choice;
     choice.classes = {2};
-    EXPECT_THAT(arrayOf<int>(*choosePoints(*bundle, choice, Selection(Filters{})).bundle, "cloud", "Classification", ""),
+    EXPECT_THAT(arrayOf<int>(*choosePoints(*bundle, choice, Selection(Filters{})).bundle, "cloud",
+                             "Classification", ""),
                 ElementsAre(2));
 }
 
@@ -300,8 +303,9 @@ TEST(ChoosePoints, BoxBesideALatticeLeavesNoneOfItAndSaysSo) {
 TEST(ChoosePoints, ClassesOfALatticeAreAnErrorWithARemedy) {
     PointChoice choice;
     choice.classes = {2};
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*latticeBundle(), choice, Selection(Filters{}))); }),
-                AllOf(HasSubstr("grid \"dem\""), HasSubstr("--cells-as-points")));
+    EXPECT_THAT(
+        errorOf([&] { static_cast<void>(choosePoints(*latticeBundle(), choice, Selection(Filters{}))); }),
+        AllOf(HasSubstr("grid \"dem\""), HasSubstr("--cells-as-points")));
 }
 
 TEST(ChoosePoints, EverySkeletonOfVerticesIsChosenFromAndOthersAreNamed) {

@@ -98,7 +98,7 @@ TEST_F(HostileBundleFile, NotHdf5IsRefused) {
 
 TEST_F(HostileBundleFile, NoFormatOrAnotherIsRefused) {
     { const Craft::File file(file_); }
-    expectRefused("no bundle file");
+    expectRefused("not a bundle file");
     Craft::File(file_).text("/", "format", "something else").number("/", "version", 1);
     expectRefused("something else");
     Craft::File(file_).number("/", "format", 1).number("/", "version", 1);
@@ -351,7 +351,7 @@ TEST_F(HostileBundleFile, TwoSlicesOfOneTimeAreRefused) {
         .group("/slices/b")
         .number("/slices/a", "time", 0.0)
         .number("/slices/b", "time", -0.0);
-    expectRefused("/slices/b: two slices have one time");
+    expectRefused("/slices/b: two slices have the same time");
 }
 
 TEST_F(HostileBundleFile, SkeletonsTwiceOrWithWrongAttributesAreRefused) {
@@ -516,7 +516,7 @@ TEST_F(HostileBundleFile, GroupsThatHangInEachOtherManyTimesAreRefusedLongBefore
 // Fields and their types.
 
 TEST_F(HostileBundleFile, ElementTypeUnknownOrNoTextIsRefused) {
-    expectRefused("element type that is not known here: \"float16\"", [](const Craft::File& file) {
+    expectRefused("element type that is not supported: \"float16\"", [](const Craft::File& file) {
         file.group(Craft::fields + "F").text(Craft::fields + "F", "element", "float16");
     });
     expectRefused("attribute \"element\" is not a text", [](const Craft::File& file) {
@@ -541,7 +541,7 @@ TEST_F(HostileBundleFile, NumberTypeThatCannotHoldTheElementTypeIsRefused) {
 
 TEST_F(HostileBundleFile, DatasetThatHoldsNoNumbersOfAKnownTypeIsRefused) {
     const auto expectType = [&](hid_t type) {
-        expectRefused("of a type that is not known here", [&](const Craft::File& file) {
+        expectRefused("of a type that is not supported", [&](const Craft::File& file) {
             file.dataset(Craft::fields + "F", type, type, {2}, nullptr);
         });
     };
@@ -606,7 +606,7 @@ TEST_F(HostileBundleFile, ValueOutsideTheElementTypesRangeIsRefusedWhenItIsRead)
             try {
                 ADD_FAILURE() << one.element << " from " << one.value << ":\n" << loadAll(file_);
             } catch (const Anchor::FormatError& error) {
-                EXPECT_THAT(error.what(), HasSubstr("value that is no " + std::string(one.element)));
+                EXPECT_THAT(error.what(), HasSubstr("value that does not fit " + std::string(one.element)));
             }
         }
     }
@@ -622,7 +622,7 @@ TEST_F(HostileBundleFile, FragmentsOfDifferentTypesWithoutAStatedOneAreRefused) 
 TEST_F(HostileBundleFile, GroupWhereDataShouldBeIsRefused) {
     expectRefused("F/a: is a group without the attribute \"kind\"",
                   [](const Craft::File& file) { file.group(Craft::fields + "F/a"); });
-    expectRefused("is of a kind that is not known here: \"spiral\"", [](const Craft::File& file) {
+    expectRefused("is of a kind that is not supported: \"spiral\"", [](const Craft::File& file) {
         file.group(Craft::fields + "F").text(Craft::fields + "F", "kind", "spiral");
     });
 }
@@ -650,7 +650,7 @@ TEST_F(HostileBundleFile, ExtentsThatNoArrayCouldHaveAreRefused) {
 }
 
 TEST_F(HostileBundleFile, ExtentsThatOverflowAreRefused) {
-    expectRefused("beyond all bounds", [](const Craft::File& file) {
+    expectRefused("exceeds 64 bits", [](const Craft::File& file) {
         Craft::Properties properties;
         properties.chunk({1, 1, 1});
         const hsize_t large = hsize_t{1} << 21;
@@ -737,7 +737,7 @@ TEST_F(HostileBundleFile, UniformPositionsThatAreNoneAreRefused) {
             .numbers(field, "spacing", three)
             .numbers(field, "extents", three);
     });
-    expectUniform("beyond all bounds", [&](const Craft::File& file) {
+    expectUniform("exceeds 64 bits", [&](const Craft::File& file) {
         file.numbers(field, "origin", three)
             .numbers(field, "spacing", three)
             .numbers(field, "extents", std::vector<std::uint64_t>{1u << 31, 1u << 31, 8});
@@ -768,7 +768,7 @@ TEST_F(HostileBundleFile, UniformPositionsWithoutPlacesAndWithCountlessRowsAreRe
                 .numbers(field, "extents", extents);
         };
     };
-    expectRefused("beyond all bounds", craft({0, 1'000'000'000'000'000'000, 1}));
+    expectRefused("exceeds 64 bits", craft({0, 1'000'000'000'000'000'000, 1}));
     expectRefused<Anchor::LimitError>("stands for 24000000000 bytes of positions",
                                       craft({0, 1'000'000'000, 1}));
 }
@@ -799,7 +799,7 @@ TEST_F(HostileBundleFile, ArrayWithoutElementsAndWithCountlessRowsIsALimitErrorW
     EXPECT_NO_THROW(loadAll(file_, 1'000'000));
 
     craft({1'000'000'000'000'000'000, 0, 3}, true);
-    expectRefused("beyond all bounds");
+    expectRefused("exceeds 64 bits");
 }
 
 // Storage.
@@ -1441,7 +1441,7 @@ TEST_F(HostileBundleFile, LocalHeapWhoseFreeListComesBackToItselfIsStopped) {
         bytes[data + first + k] = static_cast<char>(first >> (8 * k));
     Support::writeBytes(file_, bytes);
     Tidewatch::ApartSource::patience = std::chrono::milliseconds(500);
-    expectRefused("without a word, and was stopped");
+    expectRefused("of processor time without answering, and was stopped");
     Tidewatch::ApartSource::patience = std::chrono::seconds(20);
 }
 

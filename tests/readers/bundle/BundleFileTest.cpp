@@ -1073,19 +1073,19 @@ TEST_F(BundleFile, StatementsThatAreNotReadAgainAreRefused) {
                 HasSubstr("not a finite number above 0"));
     EXPECT_THAT(refused([](auto& of) { of.offset = {0, INFINITY, 0}; }), HasSubstr("offset of coordinates"));
     EXPECT_THAT(refused([](auto& of) { of.systemIdentifier = std::string("a\0b", 3); }),
-                HasSubstr("/g/system_identifier: a text with a zero"));
+                HasSubstr("/g/system_identifier: a text that contains a zero"));
     EXPECT_THAT(refused([](auto& of) { of.systemIdentifier = std::string(65'537, 'a'); }),
                 HasSubstr("a text of 65537 bytes"));
     EXPECT_THAT(refused([](auto& of) {
                     of.records = {{std::string(1, '\0'), 1}};
                 }),
-                HasSubstr("/g/records/000000: a text with a zero"));
+                HasSubstr("/g/records/000000: a text that contains a zero"));
     EXPECT_THAT(refused([](auto& of) { of.records.resize(10'001); }), HasSubstr("10001 records"));
     EXPECT_THAT(refused([](auto& of) {
                     of.records = {{"a", 1, "", std::vector<std::uint8_t>(std::size_t{128} << 20)}};
                 }),
-                HasSubstr("than are read again"));
-    EXPECT_THAT(refused(nothing, std::string("a\0b", 3)), HasSubstr("/crs: a text with a zero"));
+                HasSubstr("than can be read again"));
+    EXPECT_THAT(refused(nothing, std::string("a\0b", 3)), HasSubstr("/crs: a text that contains a zero"));
     EXPECT_THAT(refused(nothing, std::string((1 << 20) + 1, 'a')), HasSubstr("a text of 1048577 bytes"));
 }
 

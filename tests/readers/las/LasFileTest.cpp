@@ -378,7 +378,7 @@ TEST_F(LasFileTest, ScaleThatIsZeroOrNoNumberIsRefused) {
     for (const double scale : {1e300, -1e300}) {
         std::string large = small().build();
         patch(large, 131, scale);
-        EXPECT_THAT(refusal(large), HasSubstr("lead beyond all numbers"));
+        EXPECT_THAT(refusal(large), HasSubstr("exceed the range of numbers"));
     }
     for (const double scale : {0.0, -0.0, std::nan(""), inf, -inf}) {
         for (std::size_t axis = 0; axis < 3; ++axis) {

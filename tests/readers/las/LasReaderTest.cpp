@@ -695,7 +695,7 @@ TEST_F(LasReaderTest, ReportListsWhatTheHeaderShowsFromTheStart) {
     static_cast<void>(read(write("full.las", file.build())));
     EXPECT_THAT(report_->notCarried(),
                 ElementsAre("mark of synthetic return numbers", "waveforms",
-                            "extra bytes \"blob\\x0a\" (no number)", "4 undescribed extra bytes"));
+                            "extra bytes \"blob\\x0a\" (not a number)", "4 undescribed extra bytes"));
 }
 
 TEST_F(LasReaderTest, StatementHasWhatTheFileStates) {

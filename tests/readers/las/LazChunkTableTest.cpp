@@ -103,7 +103,8 @@ TEST_F(LazChunkTableTest, PositionMayStandAtTheEndOfTheFile) {
     Support::append(bytes, position);
     EXPECT_EQ(read(bytes).size(), 3U);
     patch(bytes, bytes.size() - 8, std::int64_t{-1});
-    EXPECT_THAT(refusal(bytes), HasSubstr("chunk table: the file is cut off: it should begin at byte 18446744073709551615"));
+    EXPECT_THAT(refusal(bytes),
+                HasSubstr("chunk table: the file is cut off: it should begin at byte 18446744073709551615"));
 }
 
 TEST_F(LazChunkTableTest, OneStreamIsShownAsOneChunk) {
@@ -151,9 +152,9 @@ TEST_F(LazChunkTableTest, PositionOutsideTheFileIsRefused) {
           std::numeric_limits<std::uint64_t>::max() - 1}) {
         std::string bytes = good;
         patch(bytes, place, position);
-        EXPECT_THAT(refusal(bytes), HasSubstr(position < place + 8
-                                                  ? "it begins at " + std::to_string(position) + ", before"
-                                                  : "it should begin at byte " + std::to_string(position)));
+        EXPECT_THAT(refusal(bytes),
+                    HasSubstr(position < place + 8 ? "it begins at " + std::to_string(position) + ", before"
+                                                   : "it should begin at byte " + std::to_string(position)));
     }
 }
 

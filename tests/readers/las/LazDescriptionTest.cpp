@@ -109,11 +109,11 @@ TEST(LazDescription, UnknownCompressorsAndCodersAreRefused) {
 TEST(LazDescription, CompressorOfTheOtherFamilyOfFormatsIsRefused) {
     std::string bytes = payload(3, 34);
     patch(bytes, 0, std::uint16_t{3});
-    EXPECT_THAT(refusal(bytes), HasSubstr("does not serve point format 3"));
+    EXPECT_THAT(refusal(bytes), HasSubstr("cannot be used with point format 3"));
     for (const int compressor : {1, 2}) {
         bytes = payload(6, 30);
         patch(bytes, 0, static_cast<std::uint16_t>(compressor));
-        EXPECT_THAT(refusal(bytes, 6, 30), HasSubstr("does not serve point format 6"));
+        EXPECT_THAT(refusal(bytes, 6, 30), HasSubstr("cannot be used with point format 6"));
     }
 }
 

@@ -316,7 +316,7 @@ TEST(PointDecoder, GpsTimeThatSwitchesSequencesWithoutEndIsRefused) {
     parts.chunks[0].bytes.resize(28);
     parts.chunks[0].bytes += encoder.finish();
     EXPECT_THAT(failureOfLas<Anchor::FormatError>(parts.build(LazAssembly::table(parts.entries(), false))),
-                HasSubstr("point 1: cannot be decompressed: its GPS time refers to itself without end"));
+                HasSubstr("point 1: cannot be decompressed: its GPS time switches sequences without end"));
 }
 
 TEST(PointDecoder, NothingIsPrintedWhateverTheFile) {

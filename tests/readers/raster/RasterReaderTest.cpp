@@ -486,7 +486,7 @@ TEST_F(Rasters, TransformThatLeadsBeyondAllNumbersIsRefused) {
     for (const Transform& transform :
          {Transform{0, -1e308, 0, 0, 0, 1}, Transform{0, 1, 0, -1e308, 0, -1e308}}) {
         EXPECT_EQ(errorOf([&] { (void)Tidewatch::Raster::Placing::make(transform, 4, 4, "x"); }),
-                  "x: its georeference places its pixels beyond all numbers");
+                  "x: its georeference places its pixels beyond the range of numbers");
     }
 }
 
@@ -571,7 +571,7 @@ TEST_F(Rasters, SmallFileThatClaimsMoreThanAllMemoryIsRefusedWhenAnArrayIsMade) 
     options.MaximumArrayBytes = std::numeric_limits<std::uint64_t>::max();
     const auto unlimited = read(folder / "a.tif");
     EXPECT_THAT(errorOf<Anchor::LimitError>([&] { (void)arrayOf(unlimited, "Band1"); }),
-                HasSubstr("band 1: there is no memory for its 9223372036854775808 bytes"));
+                HasSubstr("band 1: there is not enough memory for its 9223372036854775808 bytes"));
 }
 
 TEST_F(Rasters, PlainFileThatStatesMoreThanItHoldsIsRefusedBeforeAnythingIsAllocated) {
@@ -735,7 +735,7 @@ TEST_F(Rasters, FormatsThatLeadToOtherFilesAreRefusedWithTheirNameWhateverTheFil
         EXPECT_TRUE(reader.recognises(folder / name, {}));
         EXPECT_EQ(errorOf([&, file = folder / name] { read(file); }),
                   (folder / name) + ": is of GDAL's format " + driver +
-                      ", whose files lead to other files; it is not read");
+                      ", whose files refer to other files, so it is not read");
         EXPECT_THAT(bundle->slices(), IsEmpty());
     }
 }

@@ -34,23 +34,23 @@ export class Column {
     return this.entry.role;
   }
 
-  /** Whether the point has a value that is a number. */
+  /** Whether the point has a value that is not NaN. */
   has(i: number): boolean {
     const raw = this.raw[i];
     return this.entry.kind === 'integer' ? !(this.entry.gaps && raw === 0) : !Number.isNaN(raw);
   }
 
-  /** The nearest double to the value; NaN where there is none. */
+  /** The nearest double to the value; NaN if there is none. */
   value(i: number): number {
     const entry = this.entry;
     const raw = this.raw[i];
     if (entry.kind === 'float') return raw;
     if (entry.gaps && raw === 0) return NaN;
-    // A quotient of two exact numbers is rounded once, so it is the double that the decimal text stands for.
+    // The quotient of two exact numbers is rounded once, so it is the double nearest to the decimal text.
     return (Number(entry.min) + raw - (entry.gaps ? 1 : 0)) / 10 ** entry.decimals;
   }
 
-  /** The value in full, with the decimals of the input; a dash where there is none. */
+  /** The exact value, with the decimals of the input; a dash if there is none. */
   text(i: number): string {
     if (!this.has(i)) return '–';
     const entry = this.entry;
@@ -60,7 +60,7 @@ export class Column {
   }
 }
 
-/** A whole number of 10^-decimals as a decimal text. */
+/** An integer in units of 10^-decimals as decimal text. */
 export function decimalText(units: bigint, decimals: number): string {
   const digits = (units < 0n ? -units : units).toString().padStart(decimals + 1, '0');
   const whole = digits.slice(0, digits.length - decimals);
@@ -78,7 +78,7 @@ function shortestFloat(value: number): string {
   return String(value);
 }
 
-/** Undoes the planes and differences of a column. Throws an Error where the bytes do not fit the entry. */
+/** Decodes the byte planes and differences of a column. Throws an Error if the bytes do not match the entry. */
 export function unpackColumn(entry: ColumnEntry, count: number, bytes: Uint8Array): Column {
   const expected = count * entry.width;
   if (bytes.length !== expected)

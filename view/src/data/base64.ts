@@ -5,8 +5,8 @@ const values = new Uint8Array(128).fill(255);
 for (let i = 0; i < alphabet.length; ++i) values[alphabet.charCodeAt(i)] = i;
 
 /**
- * The bytes of a base64 text (RFC 4648, section 4, without line ends; padding is needed). Throws an Error for any other
- * text. The browser's atob would make a second text of the same length first.
+ * Decodes a base64 text (RFC 4648, section 4, without line ends, with padding). Throws an Error for any other
+ * text. The browser's atob would first create a second text of the same length.
  */
 export function decodeBase64(text: string): Uint8Array<ArrayBuffer> {
   if (text.length % 4 !== 0) throw new Error('base64: the length is not a multiple of four');
@@ -16,7 +16,7 @@ export function decodeBase64(text: string): Uint8Array<ArrayBuffer> {
   const digit = (at: number): number => {
     const code = text.charCodeAt(at);
     const value = code < 128 ? values[code] : 255;
-    if (value === 255) throw new Error(`base64: a wrong character at ${at}`);
+    if (value === 255) throw new Error(`base64: invalid character at ${at}`);
     return value;
   };
   const whole = padding > 0 ? text.length - 4 : text.length;

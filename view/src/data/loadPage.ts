@@ -17,7 +17,7 @@ export interface SurfacePiece {
   count: number;
   columns: Column[];
   entry: SurfaceEntry;
-  /** Null: the places lie at height 0. */
+  /** Null if all heights are 0. */
   height: Column | null;
   hole: Column | null;
 }
@@ -26,9 +26,9 @@ export type Piece = PointsPiece | SurfacePiece;
 
 export interface Layer {
   entry: LayerEntry;
-  /** What the layers of one grid, dimension and refinement have in common in all slices. */
+  /** The same for the layers of a grid, dimension and refinement in all slices. */
   key: string;
-  /** What people call it. */
+  /** Shown to users. */
   label: string;
   pieces: Piece[];
 }
@@ -43,19 +43,19 @@ export interface Page {
   slices: Slice[];
 }
 
-/** Where the texts of the page's data elements come from, by id; null where there is none. */
+/** Returns the text of the page's data element with an id; null if there is none. */
 export type ElementText = (id: string) => string | null;
 
 /**
- * Reads the data of a page. `told` hears the share (0 to 1) that is done. Throws an Error for data that is not as
- * docs/view-page.md has it.
+ * Reads the data of a page. `told` is called with the share (0 to 1) that is done. Throws an Error for data
+ * that does not conform to docs/view-page.md.
  */
 export async function loadPage(elementText: ElementText, told: (share: number) => void): Promise<Page> {
   const text = elementText('manifest');
   if (text === null) throw new Error('the page holds no manifest');
   const manifest = JSON.parse(text) as Manifest;
-  // The types promise 1; what the page says may be anything.
-  if ((manifest.format as number) !== 1) throw new Error(`the page is of format ${manifest.format}, which is not known here`);
+  // The type declares 1, but the page may contain anything.
+  if ((manifest.format as number) !== 1) throw new Error(`the page has the format ${manifest.format}, which is not supported`);
   const total = manifest.slices.flatMap((slice) => slice.layers.flatMap((layer) => layer.pieces)).length;
   let done = 0;
   const slices: Slice[] = [];
@@ -90,7 +90,7 @@ function layerLabel(entry: LayerEntry): string {
 
 async function loadPiece(entry: PieceEntry, elementText: ElementText): Promise<Piece> {
   const text = elementText(entry.data);
-  if (text === null) throw new Error(`the page holds no data "${entry.data}"`);
+  if (text === null) throw new Error(`the page contains no data "${entry.data}"`);
   const bytes = decodeBase64(text.trim());
   const columns: Column[] = [];
   let start = 0;

@@ -1,27 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
 
 /**
- * What a page says about its data; docs/view-page.md is the one statement of the format, with the units and the coding of
- * columns.
+ * The description of a page's data; docs/view-page.md specifies the format, with the units and the encoding
+ * of columns.
  */
 export interface Manifest {
   format: 1;
-  /** What the page shows, for its heading. */
+  /** The heading of the page. */
   title: string;
   /** The program and its version. */
   program: string;
-  /** The coordinate reference system; null where the inputs state none that is known. */
+  /** The coordinate reference system; null if unknown. */
   system: string | null;
-  /** The unit of coordinates, such as "m"; empty where it is not known. */
+  /** The unit of coordinates, such as "m"; empty if unknown. */
   unit: string;
   files: { name: string; kind: string; notCarried: string[] }[];
-  /** What is to be said about how the points were chosen; a sentence each. */
+  /** Notes on how the points were chosen; a sentence each. */
   notes: string[];
-  /** The classes that the chosen points have, ascending. */
+  /** The classes of the chosen points, ascending. */
   classes: ClassEntry[];
-  /** Colours of scales, by the name of the scale, from low to high: "#rrggbb". */
+  /** Colour ramps by name, from low to high: "#rrggbb". */
   ramps: Record<string, string[]>;
-  /** By time, ascending. */
+  /** In ascending order of time. */
   slices: SliceEntry[];
 }
 
@@ -42,9 +42,9 @@ export interface LayerEntry {
   origin: string;
   dimension: number;
   refinement: number[];
-  /** Whether exporters would take it: the highest refinement that is the same in every direction. */
+  /** Whether exporters would use it: the highest refinement that is the same in every direction. */
   isDefault: boolean;
-  /** Points or places in the input. */
+  /** The number of points or places in the input. */
   of: number;
   pieces: PieceEntry[];
 }
@@ -52,9 +52,9 @@ export interface LayerEntry {
 export type PieceEntry = PointsEntry | SurfaceEntry;
 
 interface PieceBase {
-  /** The id of the element that holds the columns. */
+  /** The id of the element that contains the columns. */
   data: string;
-  /** Points or places in the page. */
+  /** The number of points or places in the page. */
   count: number;
   columns: ColumnEntry[];
 }
@@ -69,7 +69,7 @@ export interface SurfaceEntry extends PieceBase {
   extents: [number, number];
   origin: [number, number];
   spacing: [number, number];
-  /** The name of the column that places lie at; empty: they lie at height 0. */
+  /** The name of the column of heights; if empty, all heights are 0. */
   height: string;
 }
 
@@ -98,11 +98,11 @@ interface ColumnBase {
 
 export interface IntegerColumnEntry extends ColumnBase {
   kind: 'integer';
-  /** The least and the largest value, as whole numbers of 10^-decimals. */
+  /** The min and max value, as integers in units of 10^-decimals. */
   min: string;
   max: string;
   decimals: number;
-  /** Bytes of a coded difference; 0: every value is the least. */
+  /** Bytes of an encoded difference; if 0, every value is `min`. */
   width: number;
   /** Whether some points have no value. */
   gaps: boolean;

@@ -6,16 +6,16 @@ import type { Vector } from './View.ts';
 const blockSize = 32768;
 
 /**
- * The points of a piece as blocks of neighbours, each with coordinates relative to its middle: single precision is then
- * precise wherever in the world they lie.
+ * The points of a piece as blocks of neighbours, each with coordinates relative to its centre, for which
+ * single precision is sufficient anywhere in the world.
  *
- * Within a block points stand in an order of which every beginning is spread evenly, so that drawing less of it thins
- * the picture.
+ * Within a block, points are in an order of which every prefix is evenly distributed, so that drawing a
+ * prefix thins the picture.
  */
 export class PointObject {
   readonly object = new THREE.Group();
   readonly blocks: Block[] = [];
-  /** Colours as paintPiece() makes them, in the order of the piece. */
+  /** Colours from paintPiece(), in the order of the piece. */
   readonly colors: Uint8Array;
 
   constructor(
@@ -31,18 +31,18 @@ export class PointObject {
     }
   }
 
-  /** Hands the colours to the graphics card. */
+  /** Uploads the colours to the GPU. */
   updateColors(): void {
     const words = new Uint32Array(this.colors.buffer);
     for (const block of this.blocks) block.setColors(words);
   }
 
-  /** Draws a share (0 to 1) of the points. */
+  /** Sets the share (0 to 1) of the points to draw. */
   setShare(share: number): void {
     for (const block of this.blocks) block.points.geometry.setDrawRange(0, Math.ceil(block.count * share));
   }
 
-  /** Points that are switched on. */
+  /** The number of visible points. */
   visibleCount(): number {
     let count = 0;
     for (let i = 3; i < this.colors.length; i += 4) if (this.colors[i] !== 0) ++count;
@@ -57,7 +57,7 @@ export class PointObject {
 /** Neighbouring points of a piece. */
 export class Block {
   readonly points: THREE.Points;
-  /** The middle of the block, in the scene. */
+  /** The centre of the block, in the scene. */
   readonly center: Vector;
   readonly radius: number;
   private readonly stride: number;
@@ -104,12 +104,12 @@ export class Block {
     this.points.position.set(...this.center);
   }
 
-  /** The index in the piece of what stands at a place of the drawing order. */
+  /** The index in the piece of the point at a place of the drawing order. */
   indexOf(slot: number): number {
     return this.first + ((slot * this.stride) % this.count);
   }
 
-  /** The position of a place of the drawing order, relative to the center. */
+  /** The position of the point at a place of the drawing order, relative to the center. */
   get positions(): Float32Array {
     return this.points.geometry.getAttribute('position').array as Float32Array;
   }
@@ -121,7 +121,7 @@ export class Block {
   }
 }
 
-/** A number near the golden section of n that shares no factor with it: its multiples visit everything, evenly spread. */
+/** A number near n / golden ratio that is coprime to n: its multiples visit all numbers, evenly distributed. */
 export function spreadingStride(n: number): number {
   const divisor = (a: number, b: number): number => (b === 0 ? a : divisor(b, a % b));
   let stride = Math.max(1, Math.round(n * 0.6180339887));

@@ -3,10 +3,10 @@ import * as THREE from 'three';
 import { edlFragment, edlVertex, pointFragment, pointVertex, surfaceFragment, surfaceVertex } from './shaders.ts';
 import { basisOf, eyeOf, fieldOfView, type Vector, type View } from './View.ts';
 
-/** What takes part in the drawing. */
+/** An object that is drawn. */
 export interface Drawn {
   object: THREE.Object3D;
-  /** Draws a share (0 to 1) of itself, where it can. */
+  /** Sets the share (0 to 1) to draw, if the object supports it. */
   setShare?(share: number): void;
 }
 
@@ -15,15 +15,15 @@ const fastFrame = 30;
 const restAfter = 180;
 const leastShare = 0.02;
 
-/** The share of the points to draw in the next frame of a movement, after one with `share` took so many milliseconds. */
+/** The share of the points to draw in the next frame of a movement, after a frame with `share` took `took` milliseconds. */
 export function nextShare(share: number, took: number): number {
   if (took > slowFrame) return Math.max(leastShare, share * Math.max(0.2, (0.75 * slowFrame) / took));
   return took < fastFrame ? Math.min(1, share * 1.15) : share;
 }
 
 /**
- * Draws the scene into a canvas when something has changed, and not otherwise. While the view moves and frames take long,
- * it draws fewer points; once it rests, all of them.
+ * Draws the scene into a canvas when something has changed. While the view moves and frames are slow, it
+ * draws fewer points; once the view rests, all of them.
  */
 export class Stage {
   readonly camera = new THREE.PerspectiveCamera(fieldOfView, 1, 1, 1000);
@@ -54,18 +54,18 @@ export class Stage {
   private moved = false;
 
   pointSize = 2;
-  /** The distance of neighbouring points, in units of the scene: near points grow to that. */
+  /** The distance between neighbouring points, in units of the scene: near points are drawn that large. */
   spacing = 0;
   edl = true;
   width = 1;
   height = 1;
   private ratio = 1;
 
-  /** Throws an Error where the browser has no WebGL 2. */
+  /** Throws an Error if the browser has no WebGL 2. */
   constructor(readonly canvas: HTMLCanvasElement) {
     THREE.ColorManagement.enabled = false;
     this.renderer = new THREE.WebGLRenderer({ canvas, antialias: false, alpha: false, powerPreference: 'high-performance' });
-    this.renderer.outputColorSpace = THREE.LinearSRGBColorSpace; // colours pass as they are
+    this.renderer.outputColorSpace = THREE.LinearSRGBColorSpace; // no conversion of colours
     this.renderer.autoClear = true;
     this.scene.add(this.root);
     const uniforms = { size: { value: 2 }, perDistance: { value: 0 } };
@@ -109,7 +109,7 @@ export class Stage {
     return this.view_;
   }
 
-  /** Moves to a view; `moving` says that more movements may follow at once. */
+  /** Moves to a view; `moving` means that more movements may follow immediately. */
   setView(view: View, moving = true): void {
     this.view_ = view;
     this.requestFrame(moving);
@@ -119,7 +119,7 @@ export class Stage {
     return this.exaggeration_;
   }
 
-  /** Stretches heights; the view stays on what it looks at. */
+  /** Exaggerates heights; the view keeps its target. */
   setExaggeration(factor: number): void {
     const { target } = this.view_;
     this.view_ = { ...this.view_, target: [target[0], target[1], (target[2] / this.exaggeration_) * factor] };
@@ -128,7 +128,7 @@ export class Stage {
     this.requestFrame();
   }
 
-  /** What is to be drawn, and the sphere around it (without exaggeration). */
+  /** Sets the objects to draw, and the sphere around them (without exaggeration). */
   setDrawn(drawn: Drawn[], center: Vector, radius: number): void {
     this.drawn = drawn;
     this.sphere = { center, radius };
@@ -163,7 +163,7 @@ export class Stage {
     requestAnimationFrame(() => this.frame());
   }
 
-  /** Draws at once, all points, so that the canvas can be copied in the same task. */
+  /** Draws all points immediately, so that the canvas can be copied in the same task. */
   drawNow(): void {
     this.share = 1;
     this.draw(1);
@@ -172,16 +172,16 @@ export class Stage {
   private frame(): void {
     this.requested = false;
     const now = performance.now();
-    // A slow frame may come long after the movement that asked for it.
+    // A slow frame may come long after the movement that requested it.
     const moving = this.moved || now - this.movedAt < restAfter;
     this.moved = false;
     const took = now - this.lastFrame;
     this.lastFrame = now;
-    // The time since a frame at rest says nothing.
+    // The time since a frame at rest is meaningless.
     if (moving && this.wasMoving) this.share = nextShare(this.share, took);
     this.wasMoving = moving;
     this.draw(moving ? this.share : 1);
-    // Once more when the view has come to rest.
+    // Draw again when the view has come to rest.
     if (moving && this.share < 1) {
       window.setTimeout(() => {
         if (this.shareOfFrame < 1 && performance.now() - this.movedAt >= restAfter) this.requestFrame();
@@ -195,7 +195,7 @@ export class Stage {
     for (const drawn of this.drawn) drawn.setShare?.(share);
     this.placeCamera();
     const { uniforms } = this.pointMaterial;
-    // Fewer points are drawn larger, so that the picture stays as bright.
+    // Fewer points are drawn larger, to keep the picture's brightness.
     const growth = Math.min(2, 1 / Math.sqrt(share));
     uniforms.size.value = this.pointSize * this.ratio * growth;
     const pixelsPerUnit = (this.height * this.ratio) / (2 * Math.tan((fieldOfView * Math.PI) / 360));
@@ -232,7 +232,7 @@ export class Stage {
     this.camera.updateProjectionMatrix();
   }
 
-  /** From a place relative to `center` (in the scene, without exaggeration) to the picture: a matrix in three.js's order. */
+  /** The matrix from places relative to `center` (in the scene, without exaggeration) to the picture, in three.js's order. */
   projection(center: Vector): Float64Array {
     this.placeCamera();
     const matrix = new THREE.Matrix4()
@@ -242,7 +242,7 @@ export class Stage {
     return Float64Array.from(matrix.elements);
   }
 
-  /** Where a place of the scene (without exaggeration) is in the canvas, in its pixels; null behind the viewer. */
+  /** The position of a place of the scene (without exaggeration) in the canvas, in pixels; null if it is behind the viewer. */
   project(place: Vector): [number, number] | null {
     const m = this.projection(place);
     const w = m[15];

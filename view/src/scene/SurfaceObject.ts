@@ -5,10 +5,10 @@ import type { Vector } from './View.ts';
 
 const tileSize = 128; // places along an edge, so that indexes fit 16 bits
 
-/** A lattice of heights as triangles, with the light of a low sun in the north-west; places without a height are holes. */
+/** A lattice of heights as triangles, illuminated from the north-west; places without a height are holes. */
 export class SurfaceObject {
   readonly object = new THREE.Group();
-  /** Colours as paintPiece() makes them, in the order of the piece. */
+  /** Colours from paintPiece(), in the order of the piece. */
   readonly colors: Uint8Array;
   private readonly light: Uint8Array;
   private readonly tiles: { mesh: THREE.Mesh; colors: THREE.BufferAttribute; source: Uint32Array }[] = [];
@@ -97,7 +97,7 @@ export class SurfaceObject {
   }
 }
 
-/** Whether something was surveyed at a place. */
+/** Whether a place was surveyed. */
 export function isThere(piece: SurfacePiece, i: number): boolean {
   return (piece.hole === null || piece.hole.raw[i] * piece.hole.scale + piece.hole.offset === 0) && (piece.height === null || (piece.height.has(i) && Number.isFinite(piece.height.value(i))));
 }
@@ -106,7 +106,7 @@ export function heightOf(piece: SurfacePiece, i: number): number {
   return piece.height === null ? 0 : piece.height.raw[i] * piece.height.scale + piece.height.offset;
 }
 
-/** The triangles of the cell whose lower left place is `i`: two, one where a corner is missing, or none. */
+/** The triangles of the cell whose lower left place is `i`: two, one if a corner is missing, or none. */
 export function trianglesOf(there: (i: number) => boolean, i: number, width: number): [number, number, number][] {
   const [a, b, c, d] = [i, i + 1, i + width, i + width + 1];
   const [hasA, hasB, hasC, hasD] = [there(a), there(b), there(c), there(d)];
@@ -121,7 +121,7 @@ export function trianglesOf(there: (i: number) => boolean, i: number, width: num
   return triangles;
 }
 
-/** How much light each place gets, 0 to 255, from the north-west at 45 degrees. Heights count double: surveys are flat. */
+/** The illumination of each place, 0 to 255, from the north-west at 45 degrees. Heights count double, since surveys are flat. */
 export function hillshade(piece: SurfacePiece): Uint8Array {
   const [columns, rows] = piece.entry.extents;
   const [dx, dy] = piece.entry.spacing;

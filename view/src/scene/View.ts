@@ -4,13 +4,13 @@ export type Vector = [number, number, number];
 
 export const fieldOfView = 45; // degrees, over the height of the picture
 
-/** From where and to where one looks, in coordinates of the scene. Angles are in degrees. */
+/** The position and direction of the camera, in coordinates of the scene. Angles are in degrees. */
 export interface View {
   target: Vector;
   distance: number;
-  /** The compass direction of the look: 0 is north, 90 east. */
+  /** The compass direction of the view: 0 is north, 90 east. */
   azimuth: number;
-  /** How steeply one looks down: 0 along the ground, 90 straight down. */
+  /** The angle of the view below the horizon: 90 is straight down. */
   elevation: number;
 }
 
@@ -23,7 +23,7 @@ export interface Basis {
 
 const radians = (degrees: number): number => (degrees * Math.PI) / 180;
 
-/** The axes for a view; also straight down, where a fixed "up" of the scene would leave them undefined. */
+/** The axes for a view; defined also for straight down, unlike with a fixed "up" of the scene. */
 export function basisOf(view: View): Basis {
   const a = radians(view.azimuth);
   const e = radians(view.elevation);
@@ -63,8 +63,8 @@ export function orbit(view: View, right: number, down: number): View {
 }
 
 /**
- * Moves so that what lies under the pointer stays there, in pixels of a picture of that height; a look along the ground
- * moves up and down, others along the ground.
+ * Moves so that what is under the pointer stays there, in pixels of a picture of that height; flat views move
+ * vertically, others along the ground.
  */
 export function pan(view: View, right: number, down: number, height: number): View {
   const scale = unitsPerPixel(view, height);
@@ -72,7 +72,7 @@ export function pan(view: View, right: number, down: number, height: number): Vi
   let vertical = up;
   if (view.elevation > 20) {
     const a = radians(view.azimuth);
-    // Moving along the ground by the same number of pixels takes more at a flat angle.
+    // At a flat angle, a pixel is a longer distance along the ground.
     const stretch = 1 / Math.sin(radians(view.elevation));
     vertical = [Math.sin(a) * stretch, Math.cos(a) * stretch, 0];
   }
@@ -80,8 +80,8 @@ export function pan(view: View, right: number, down: number, height: number): Vi
 }
 
 /**
- * Moves nearer (a factor below 1) or farther, towards a place of the picture: its offset from the middle in pixels, to the
- * right and up.
+ * Zooms in (a factor below 1) or out, towards a place of the picture: its offset from the centre in pixels,
+ * to the right and up.
  */
 export function zoom(view: View, factor: number, right: number, up: number, height: number, limits: [number, number]): View {
   const distance = Math.min(limits[1], Math.max(limits[0], view.distance * factor));
@@ -96,11 +96,11 @@ export function zoom(view: View, factor: number, right: number, up: number, heig
 export function viewOf(center: Vector, radius: number, aspect: number, azimuth: number, elevation: number): View {
   const half = radians(fieldOfView / 2);
   const narrow = Math.min(half, Math.atan(Math.tan(half) * aspect));
-  // Surveys are flat: the sphere around them would leave much of the picture empty.
+  // Surveys are flat, so fitting their sphere would leave much of the picture empty.
   return { target: [...center], distance: (0.88 * radius) / Math.sin(narrow), azimuth, elevation };
 }
 
-/** Where a place is in a picture of that height, in pixels from its middle, to the right and up; far off behind the viewer. */
+/** The position of a place in a picture of that height, in pixels from the centre, to the right and up; far away if behind the viewer. */
 export function placeIn(view: View, place: Vector, height: number): [number, number] {
   const { right, up, forward } = basisOf(view);
   const from = add(place, eyeOf(view), -1);
@@ -109,7 +109,7 @@ export function placeIn(view: View, place: Vector, height: number): [number, num
   return [dot(from, right) * perUnit, dot(from, up) * perUnit];
 }
 
-/** The margins of a picture that something else covers, in pixels. */
+/** The margins of a picture that are covered, in pixels. */
 export interface Margins {
   left: number;
   right: number;
@@ -117,13 +117,13 @@ export interface Margins {
   bottom: number;
 }
 
-/** A view in which a box around the origin of the scene fills what the margins leave of a picture. */
+/** A view in which a box around the origin of the scene fills the picture inside the margins. */
 export function viewOfBox(extent: Vector, width: number, height: number, margins: Margins, azimuth: number, elevation: number): View {
   const corners: Vector[] = [];
   for (const x of [-0.5, 0.5]) for (const y of [-0.5, 0.5]) for (const z of [-0.5, 0.5]) corners.push([x * extent[0], y * extent[1], z * extent[2]]);
   const room = [Math.max(40, width - margins.left - margins.right), Math.max(40, height - margins.top - margins.bottom)];
   let view = viewOf([0, 0, 0], Math.hypot(...extent) / 2 || 1, width / height, azimuth, elevation);
-  // Each round brings the box nearer to its place: how it looks depends on the distance, and that on how it looks.
+  // Iterates, since the projected size depends on the distance and vice versa.
   for (let round = 0; round < 60; ++round) {
     const places = corners.map((corner) => placeIn(view, corner, height));
     const xs = places.map(([x]) => x);
@@ -139,7 +139,7 @@ export function viewOfBox(extent: Vector, width: number, height: number, margins
   return view;
 }
 
-/** The view between two, for a smooth passage: share 0 to 1. Turns the short way round. */
+/** Interpolates between two views, with share 0 to 1. Turns in the shorter direction. */
 export function between(from: View, to: View, share: number): View {
   const mix = (a: number, b: number): number => a + (b - a) * share;
   const turn = ((((to.azimuth - from.azimuth) % 360) + 540) % 360) - 180;

@@ -3,9 +3,9 @@ import type { Column } from '../data/Column.ts';
 import type { Page, Piece } from '../data/loadPage.ts';
 import { isThere } from './SurfaceObject.ts';
 
-/** What points can be coloured by. */
+/** An attribute by which points can be coloured. */
 export interface Attribute {
-  /** Unique; what a link says. */
+  /** Unique; used in links. */
   key: string;
   label: string;
   kind: 'scale' | 'class' | 'rgb' | 'plain';
@@ -15,7 +15,7 @@ export interface Attribute {
 
 const heightKey = 'height';
 
-/** The column of a piece that holds an attribute; null where it has none. */
+/** The column of a piece with an attribute; null if it has none. */
 export function columnOf(piece: Piece, attribute: Attribute): Column | null {
   if (attribute.key === heightKey) return piece.kind === 'points' ? piece.z : piece.height;
   if (attribute.kind === 'class') return piece.columns.find((column) => column.role === 'class') ?? null;
@@ -23,7 +23,7 @@ export function columnOf(piece: Piece, attribute: Attribute): Column | null {
   return piece.columns.find((column) => attributeKey(column) === attribute.key) ?? null;
 }
 
-/** The three columns of colours; null where there are none. */
+/** The three columns of colours; null if there are none. */
 export function colorColumnsOf(piece: Piece): [Column, Column, Column] | null {
   const find = (role: string): Column | undefined => piece.columns.find((column) => column.role === role);
   const [red, green, blue] = [find('red'), find('green'), find('blue')];
@@ -31,11 +31,11 @@ export function colorColumnsOf(piece: Piece): [Column, Column, Column] | null {
 }
 
 function attributeKey(column: Column): string {
-  // The names of fields are free, and must not be taken for the keys of our own attributes.
+  // A field may have any name, which must not collide with the keys of our own attributes.
   return column.role === undefined || column.role === 'returns' ? `f:${column.name}` : column.role;
 }
 
-/** All that the pieces of a page can be coloured by, the usual ones first. */
+/** All attributes by which the pieces of a page can be coloured, the usual ones first. */
 export function attributesOf(page: Page): Attribute[] {
   const pieces = page.slices.flatMap((slice) => slice.layers.flatMap((layer) => layer.pieces));
   const has = (role: string): boolean => pieces.some((piece) => piece.columns.some((column) => column.role === role));
@@ -62,14 +62,14 @@ export function attributesOf(page: Page): Attribute[] {
 export interface Distribution {
   min: number;
   max: number;
-  /** The range between which all but the outermost fiftieth of the values lie. */
+  /** The range of all but the outermost 2 % of the values. */
   low: number;
   high: number;
-  /** Numbers of values in equal parts of [min, max]. */
+  /** A histogram: the number of values in equal parts of [min, max]. */
   bins: Uint32Array;
 }
 
-/** How the values of an attribute are spread over all pieces; null where there is none. */
+/** The distribution of an attribute over all pieces; null if there are no values. */
 export function distributionOf(pieces: Iterable<Piece>, attribute: Attribute, binCount = 96): Distribution | null {
   const columns: [Piece, Column][] = [];
   for (const piece of pieces) {
@@ -104,7 +104,7 @@ export function distributionOf(pieces: Iterable<Piece>, attribute: Attribute, bi
   return { min, max, low: quantile(0.01, false), high: quantile(0.99, true), bins };
 }
 
-/** What stands in the holes of surfaces means nothing. */
+/** Values in the holes of surfaces are meaningless. */
 function forEachValue(columns: [Piece, Column][], visit: (value: number) => void): void {
   for (const [piece, column] of columns) {
     const { raw, scale, offset } = column;

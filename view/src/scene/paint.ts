@@ -3,23 +3,24 @@ import type { Piece } from '../data/loadPage.ts';
 import { type Attribute, colorColumnsOf, columnOf } from './attributes.ts';
 import type { Color } from './ramp.ts';
 
-/** How points become colours. */
+/** How points are coloured. */
 export interface Paint {
   attribute: Attribute;
-  /** Of scales: what the ends of the ramp stand for. */
+  /** For scales: the values at the ends of the ramp. */
   range: [number, number];
   /** 256 colours, three bytes each. */
   ramp: Uint8Array;
   /** By class code. */
   classColors: Map<number, Color>;
-  /** Classes that are switched off. */
+  /** Hidden classes. */
   hiddenClasses: ReadonlySet<number>;
-  /** For what has no value. */
+  /** The colour of points without a value. */
   plain: Color;
 }
 
 /**
- * Writes the colour of each point of a piece (4 bytes: red, green, blue, and 255 or, where the point is switched off, 0).
+ * Writes the colour of each point of a piece (4 bytes: red, green, blue, and 255, or 0 if the point is
+ * hidden).
  */
 export function paintPiece(piece: Piece, paint: Paint, out: Uint8Array): void {
   const { attribute, plain } = paint;

@@ -8,7 +8,7 @@ export function parseColor(text: string): Color {
   return match ? [parseInt(match[1], 16), parseInt(match[2], 16), parseInt(match[3], 16)] : [0, 0, 0];
 }
 
-/** 256 colours from low to high, three bytes each, with equal steps between the colours that are given. */
+/** 256 colours from low to high, three bytes each, interpolated between the given, equidistant colours. */
 export function makeRamp(colors: readonly string[]): Uint8Array {
   const stops = (colors.length > 0 ? colors : ['#000000', '#ffffff']).map(parseColor);
   const ramp = new Uint8Array(3 * 256);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-/** Points: a colour with the alpha 0 is switched off. Near points grow to the distance of their neighbours. */
+/** Points: those with alpha 0 are hidden. Near points are drawn as large as the distance between neighbours. */
 export const pointVertex = `
 precision highp float;
 uniform mat4 modelViewMatrix;
@@ -50,8 +50,8 @@ void main() {
 }`;
 
 /**
- * Eye-dome lighting: a pixel is darker by how much nearer its neighbours are, in the logarithm of the distance, so that
- * edges show however far away they are.
+ * Eye-dome lighting: a pixel is darker the nearer its neighbours are, by the logarithm of the distance, so
+ * that edges are visible at any distance.
  */
 export const edlFragment = `
 precision highp float;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
-/** The largest of 1, 2 and 5 times a power of ten that is not above a positive number. */
+/** The largest of 1, 2 and 5 times a power of ten that does not exceed a positive number. */
 export function niceBelow(value: number): number {
   const power = 10 ** Math.floor(Math.log10(value));
   const lead = value / power;
-  // A whisker of tolerance: 10^-3 has no exact double.
+  // A small tolerance, since 10^-3 is not exact in double precision.
   return (lead >= 5 - 1e-9 ? 5 : lead >= 2 - 1e-9 ? 2 : 1) * power;
 }
 
@@ -19,14 +19,14 @@ export function ticks(low: number, high: number, count: number): number[] {
   return list;
 }
 
-/** A number for people, with as many decimals as a step of that size needs. */
+/** A number for display, with as many decimals as a step of that size needs. */
 export function plain(value: number, step: number): string {
   const decimals = Math.min(12, Math.max(0, Math.ceil(-Math.log10(step) - 1e-9)));
   const text = value.toFixed(decimals);
   return Number(text) === 0 ? (0).toFixed(decimals) : text;
 }
 
-/** A whole number in groups of three digits: "1 000 000", with spaces that do not break. */
+/** An integer in groups of three digits: "1 000 000", with non-breaking spaces. */
 export function grouped(value: number): string {
   return String(value).replace(/\B(?=(\d{3})+$)/g, '\u202f');
 }

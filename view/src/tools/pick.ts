@@ -3,13 +3,13 @@ import type { Piece, SurfacePiece } from '../data/loadPage.ts';
 import { heightOf, isThere, trianglesOf } from '../scene/SurfaceObject.ts';
 import { dot, type Vector } from '../scene/View.ts';
 
-/** A point or a place of a lattice that was pointed at. */
+/** The point or lattice place under the pointer. */
 export interface Picked {
   piece: Piece;
   index: number;
 }
 
-/** Points near each other, to be looked through; structurally a Block of a PointObject. */
+/** Neighbouring points to search; structurally a Block of a PointObject. */
 export interface PickBlock {
   readonly count: number;
   readonly center: Vector;
@@ -20,15 +20,16 @@ export interface PickBlock {
 
 export interface Candidate {
   index: number;
-  /** Pixels from the pointer. */
+  /** Distance from the pointer in pixels. */
   away: number;
   /** Distance from the viewer. */
   depth: number;
 }
 
 /**
- * The point within `radius` pixels of a place of the picture: of those that are not clearly behind another one, the
- * nearest to the pointer. `visible` says of an index of the piece whether it is switched on.
+ * The point within `radius` pixels of a place of the picture: of those that are not clearly occluded by
+ * another one, the nearest to the pointer. `visible` returns whether the point at an index of the piece is
+ * shown.
  */
 export function pickPoint(
   blocks: Iterable<PickBlock>,
@@ -66,7 +67,7 @@ export function pickPoint(
   return nearestInFront(candidates);
 }
 
-/** Whether a block's sphere may reach into the square around the pointer. */
+/** Whether a block's sphere may intersect the square around the pointer. */
 function mayHold(m: Float64Array, radius: number, u: number, v: number, reachU: number, reachV: number): boolean {
   const w = m[15];
   const lengthOf = (row: number): number => Math.hypot(m[row], m[row + 4], m[row + 8]) * radius;
@@ -80,7 +81,7 @@ function mayHold(m: Float64Array, radius: number, u: number, v: number, reachU: 
   return !outside(0, u, reachU) && !outside(1, v, reachV);
 }
 
-/** Of what is within a hundredth of the distance of the foremost, the nearest to the pointer. */
+/** Of the candidates within 1 % of the distance of the foremost one, the nearest to the pointer. */
 export function nearestInFront(candidates: readonly Candidate[]): Candidate | null {
   let front = Infinity;
   for (const { depth } of candidates) front = Math.min(front, depth);
@@ -92,8 +93,8 @@ export function nearestInFront(candidates: readonly Candidate[]): Candidate | nu
 }
 
 /**
- * Where a line of sight meets a surface: how far along the line (in lengths of `direction`) and the nearest place of the
- * lattice; null where it passes by. Coordinates are relative to `origin`.
+ * The intersection of a line of sight with a surface: the distance along the line (in lengths of `direction`)
+ * and the nearest place of the lattice; null if there is none. Coordinates are relative to `origin`.
  */
 export function pickSurface(piece: SurfacePiece, origin: Vector, from: Vector, direction: Vector): { index: number; along: number } | null {
   const [columns, rows] = piece.entry.extents;
@@ -118,7 +119,7 @@ export function pickSurface(piece: SurfacePiece, origin: Vector, from: Vector, d
   clip(startY, stepY, rows - 1);
   if (first > last) return null;
   const speed = Math.hypot(stepX, stepY);
-  // Half a cell a step; straight down, all of the line lies in one cell.
+  // Steps of half a cell; straight down, the whole line is in one cell.
   const pace = speed > 1e-9 ? 0.5 / speed : last - first;
   const place = (i: number): Vector => [
     piece.entry.origin[0] + (i % columns) * dx - origin[0],
@@ -149,7 +150,7 @@ export function pickSurface(piece: SurfacePiece, origin: Vector, from: Vector, d
   return null;
 }
 
-/** Where a line meets a triangle (by the volumes of the tetrahedra that it spans); null where it passes by. */
+/** The intersection of a line with a triangle (from the volumes of the tetrahedra that they form); null if there is none. */
 function meet(from: Vector, direction: Vector, a: Vector, b: Vector, c: Vector): number | null {
   const minus = (p: Vector, q: Vector): Vector => [p[0] - q[0], p[1] - q[1], p[2] - q[2]];
   const cross = (p: Vector, q: Vector): Vector => [p[1] * q[2] - p[2] * q[1], p[2] * q[0] - p[0] * q[2], p[0] * q[1] - p[1] * q[0]];

@@ -5,7 +5,7 @@ import { heightOf, isThere } from '../scene/SurfaceObject.ts';
 /** A place on the ground. */
 export type Place = [number, number];
 
-/** What a cross-section shows: distances from its beginning, heights, and the index of each point in its piece. */
+/** The points of a cross-section: distances from its start, heights, and the index of each point in its piece. */
 export interface Section {
   along: Float64Array;
   height: Float64Array;

@@ -21,7 +21,7 @@ const noAttributeColor: Record<string, Color> = { light: [150, 156, 162], dark: 
 
 type Tool = 'measure' | 'cut' | null;
 
-/** The page: what its controls do. */
+/** Connects the controls of the page with the survey and the stage. */
 export class App {
   readonly survey: Survey;
   private readonly attributes: Attribute[];
@@ -91,14 +91,14 @@ export class App {
     });
   }
 
-  // ---- what is seen
+  // ---- view
 
   private usualAttribute(): Attribute {
     const wanted = this.attributes.find((attribute) => attribute.key === 'class' && this.page.manifest.classes.length > 2);
     return wanted ?? this.attributes[0];
   }
 
-  /** Heights in other units than the coordinates (metres over degrees) would be a needle; the slider starts where they fit. */
+  /** Heights in another unit than the coordinates (metres and degrees) would form a needle, so the slider starts at a scale that fits. */
   private usualStretch(): number {
     const [x, y, z] = this.survey.extent;
     const plainExtent = Math.max(x, y);
@@ -114,12 +114,12 @@ export class App {
     return viewOfBox([extent[0], extent[1], extent[2] * exaggeration], width, height, margins, azimuth, elevation);
   }
 
-  /** The number of points that are drawn now. */
+  /** The number of points drawn. */
   shown(): number {
     return this.survey.shownCount();
   }
 
-  /** Where a place of the survey is in the window, in pixels; null behind the viewer. */
+  /** The position of a place of the survey in the window, in pixels; null if it is behind the viewer. */
   project(x: number, y: number, z: number): [number, number] | null {
     return this.stage.project(this.survey.toScene([x, y, z]));
   }
@@ -159,7 +159,7 @@ export class App {
     this.noteLink();
   }
 
-  /** Brings all controls in line with the state. */
+  /** Updates all controls from the state. */
   private refresh(): void {
     this.color.value = this.attribute.key;
     byId('scale', HTMLDivElement).hidden = this.attribute.kind !== 'scale';
@@ -368,7 +368,7 @@ export class App {
     });
     this.controls.onClick = (x, y) => this.click(x, y);
     this.controls.onDoubleClick = (x, y) => {
-      // Whoever measures may click twice in one place, and quickly.
+      // When measuring, two quick clicks are not a double click.
       if (this.tool !== null) {
         this.click(x, y);
         return;
@@ -409,7 +409,7 @@ export class App {
   }
 
   private togglePanel(): void {
-    // It is there at first in wide windows, and away in narrow ones.
+    // Initially visible in wide windows, hidden in narrow ones.
     const isNarrow = window.matchMedia('(max-width: 820px)').matches;
     const open = isNarrow ? this.panel.classList.toggle('open') : !this.panel.classList.toggle('closed');
     byId('more', HTMLButtonElement).setAttribute('aria-expanded', String(open));
@@ -640,7 +640,7 @@ export class App {
 
   // ---- links
 
-  /** The fragment that leads back to what is shown. */
+  /** The URL fragment that restores what is shown. */
   link(): string {
     const { view } = this.stage;
     const z = this.stage.exaggeration;
@@ -658,7 +658,7 @@ export class App {
     });
   }
 
-  /** Writes the link into the address, once things have settled: browsers allow it only some times a second. */
+  /** Updates the address after a delay, since browsers limit the rate. */
   private noteLink(): void {
     window.clearTimeout(this.linkTimer);
     this.linkTimer = window.setTimeout(() => {

@@ -5,9 +5,9 @@ import { between, orbit, pan, type View, zoom } from '../scene/View.ts';
 const clickSlack = 5; // pixels that a click may move
 const doubleClick = 320; // milliseconds
 
-/** Mouse, pen, fingers: turning, moving and zooming, and clicks for whoever wants them. */
+/** Mouse, pen and touch input: turning, moving, zooming, and clicks for listeners. */
 export class Controls {
-  /** The distances between which zooming stays. */
+  /** The min and max distance for zooming. */
   limits: [number, number] = [1e-6, 1e12];
   onClick: (x: number, y: number) => void = () => undefined;
   onDoubleClick: (x: number, y: number) => void = () => undefined;
@@ -46,7 +46,7 @@ export class Controls {
       'wheel',
       (event) => {
         event.preventDefault();
-        // Lines and pages are turned into pixels; a notch of a wheel has about a hundred.
+        // Converts lines and pages to pixels; a notch of a wheel has about 100.
         const pixels = event.deltaY * (event.deltaMode === 1 ? 33 : event.deltaMode === 2 ? 400 : 1) * (event.ctrlKey ? 4 : 1);
         this.zoomAt(Math.exp(Math.min(400, Math.max(-400, pixels)) * 0.0016), event.clientX, event.clientY);
       },
@@ -88,12 +88,12 @@ export class Controls {
     pointer.y = event.clientY;
     const after = Math.hypot(pointer.x - other.x, pointer.y - other.y);
     const turned = ((Math.atan2(pointer.y - other.y, pointer.x - other.x) - turnBefore) * 180) / Math.PI;
-    // Each finger moves the middle between them by half.
+    // Each finger moves the midpoint by half its distance.
     this.stage.setView(orbit(pan(view, right / 2, down / 2, height), -(((turned + 540) % 360) - 180), 0));
     if (before > 0 && after > 0) this.zoomAt(before / after, (pointer.x + other.x) / 2, (pointer.y + other.y) / 2);
   }
 
-  /** Nearer or farther, towards a place of the canvas; its middle without one. */
+  /** Zooms towards a place of the canvas, by default its centre. */
   zoomAt(factor: number, x = this.stage.width / 2, y = this.stage.height / 2): void {
     this.stopPassage();
     const { view, width, height } = this.stage;
@@ -110,7 +110,7 @@ export class Controls {
     this.stage.setView(pan(this.stage.view, right, down, this.stage.height));
   }
 
-  /** Goes to a view, smoothly unless people have asked their system for less movement. */
+  /** Goes to a view, smoothly unless the system is set to reduced motion. */
   goTo(view: View): void {
     this.stopPassage();
     if (window.matchMedia('(prefers-reduced-motion: reduce)').matches) {

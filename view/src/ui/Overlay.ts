@@ -5,12 +5,12 @@ import { context2d, themeColor } from './dom.ts';
 /** What is drawn over the picture, in coordinates of the scene. */
 export interface Marks {
   picked: Vector | null;
-  /** One or two ends of what is being measured or cut. */
+  /** One or two ends of the measurement or cross-section. */
   line: Vector[];
   label: string;
 }
 
-/** Draws marks over a picture. `project` gives their place in pixels. */
+/** Draws marks over a picture. `project` maps places to pixels. */
 export function drawMarks(context: CanvasRenderingContext2D, marks: Marks, project: (place: Vector) => [number, number] | null): void {
   const accent = themeColor('--accent');
   const ground = themeColor('--ground');
@@ -56,7 +56,7 @@ export function drawMarks(context: CanvasRenderingContext2D, marks: Marks, proje
   }
 }
 
-/** The canvas over the picture, emptied. */
+/** Clears the canvas over the picture, and returns its context. */
 export function freshOverlay(canvas: HTMLCanvasElement, width: number, height: number): CanvasRenderingContext2D {
   const context = context2d(canvas, width, height);
   context.clearRect(0, 0, width, height);

@@ -3,14 +3,14 @@ import { plain, ticks } from '../tools/niceNumber.ts';
 import type { Section } from '../tools/section.ts';
 import { byId, context2d, themeColor } from './dom.ts';
 
-/** A cross-section and the colours of its points, as paintPiece() makes them. */
+/** A cross-section and the colours of its points from paintPiece(). */
 export interface ColoredSection extends Section {
   colors: Uint8Array;
 }
 
 /** Shows a cross-section: heights over the distance along it. */
 export class ProfilePanel {
-  /** Called with half the width of the strip whose points are shown. */
+  /** Called when half the width of the strip changes. */
   onWidth: (half: number) => void = () => undefined;
   onClose: () => void = () => undefined;
   half = 1;
@@ -33,7 +33,7 @@ export class ProfilePanel {
     new ResizeObserver(() => this.draw()).observe(this.canvas);
   }
 
-  /** Begins a section of a length, with a strip that suits it. */
+  /** Starts a section of a length, with a suitable width of the strip. */
   open(length: number, unit: string): void {
     this.length = length;
     this.unit = unit;

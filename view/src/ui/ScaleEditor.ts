@@ -2,7 +2,7 @@
 import type { Distribution } from '../scene/attributes.ts';
 import { context2d, make, themeColor } from './dom.ts';
 
-/** The legend of a scale: how the values are spread, the ramp, and its two ends to drag or to type. */
+/** The legend of a scale: a histogram of the values, the ramp, and its two ends, which can be dragged or typed. */
 export class ScaleEditor {
   private readonly histogram = make('canvas', 'histogram');
   private readonly bar = make('canvas', 'ramp');

@@ -11,9 +11,9 @@ import type { ColoredSection } from './ProfilePanel.ts';
 
 type SceneObject = PointObject | SurfaceObject;
 
-/** What is drawn of a page: which slice, which layers, in which colours. */
+/** The part of a page that is drawn: the slice, the layers and their colours. */
 export class Survey {
-  /** The middle of everything, in coordinates of the survey: the origin of the scene. */
+  /** The centre of the survey, in its coordinates: the origin of the scene. */
   readonly origin: Vector;
   readonly radius: number;
   readonly extent: Vector;
@@ -62,7 +62,7 @@ export class Survey {
     return this.shownLayers().flatMap((layer) => layer.pieces);
   }
 
-  /** Points and places that are drawn, switched-off classes left out. */
+  /** The number of points and places drawn, without hidden classes. */
   shownCount(): number {
     let count = 0;
     for (const piece of this.shownPieces()) {
@@ -78,7 +78,7 @@ export class Survey {
     this.update();
   }
 
-  /** Hands to the stage what is to be drawn now. Only what is drawn is painted. */
+  /** Passes the objects to draw to the stage. Only these are painted. */
   update(): void {
     const drawn: Drawn[] = [];
     let points = 0;
@@ -131,7 +131,7 @@ export class Survey {
         const object = this.objects.get(piece);
         if (!(object instanceof PointObject)) continue;
         const hit = pickPoint(object.blocks, (center) => this.stage.projection(center), this.isVisible(piece), this.stage, x, y, radius);
-        // Points lie on the surfaces that were made from them.
+        // Prefer points, which lie on the surfaces computed from them.
         if (hit && (best === null || hit.depth < best.depth * 1.02)) best = { piece, ...hit };
       }
       if (best) break;
@@ -139,7 +139,7 @@ export class Survey {
     return best;
   }
 
-  /** Where a point is, in coordinates of the survey. */
+  /** The position of a point, in coordinates of the survey. */
   positionOf({ piece, index }: Picked): Vector {
     if (piece.kind === 'points') return [piece.x.value(index), piece.y.value(index), piece.z.value(index)];
     const { origin, spacing, extents } = piece.entry;
@@ -163,7 +163,7 @@ export class Survey {
   }
 }
 
-/** What is switched on at first: of each grid what exporters take; a surface only where its slice has no points. */
+/** The layers shown initially: of each grid the one that exporters use; surfaces only if their slice has no points. */
 function usualLayers(page: Page): string[] {
   const keys: string[] = [];
   for (const slice of page.slices) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-/** The element of the page with that id. Throws an Error where there is none of that kind. */
+/** The element with that id. Throws an Error if there is none of that type. */
 export function byId<T extends Element>(id: string, kind: new () => T): T {
   const element = document.getElementById(id);
   if (!(element instanceof kind)) throw new Error(`the page has no ${id}`);
@@ -15,7 +15,7 @@ export function make<K extends keyof HTMLElementTagNameMap>(tag: K, className = 
   return element;
 }
 
-/** A canvas made as large as it shows, and its context in CSS pixels. */
+/** Resizes a canvas to its displayed size, and returns its context in CSS pixels. */
 export function context2d(canvas: HTMLCanvasElement, width = canvas.clientWidth, height = canvas.clientHeight): CanvasRenderingContext2D {
   const ratio = window.devicePixelRatio || 1;
   canvas.width = Math.max(1, Math.round(width * ratio));

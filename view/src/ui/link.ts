@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 import type { View } from '../scene/View.ts';
 
-/** What a link to a view restores. What is not given stays as it is. */
+/** The state that a link to a view restores. Missing members leave the state unchanged. */
 export interface LinkState {
   /** The target in coordinates of the survey. */
   view?: View;
@@ -16,10 +16,10 @@ export interface LinkState {
   edl?: boolean;
 }
 
-/** A number with no more digits than a picture shows. */
+/** A number with only the digits that are visible in a picture. */
 const short = (value: number, digits: number): string => String(Number(value.toFixed(digits)));
 
-/** The fragment of the address, without its "#". */
+/** The fragment of the URL, without "#". */
 export function linkOf(state: LinkState): string {
   const values = new URLSearchParams();
   const { view } = state;
@@ -39,7 +39,7 @@ export function linkOf(state: LinkState): string {
   return values.toString();
 }
 
-/** Reads a fragment that may come from anybody: what is not understood is passed over. */
+/** Parses an untrusted fragment; invalid parts are ignored. */
 export function parseLink(fragment: string): LinkState {
   const values = new URLSearchParams(fragment.replace(/^#/, ''));
   const numbers = (name: string, count?: number): number[] | null => {

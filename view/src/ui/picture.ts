@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 import { themeColor } from './dom.ts';
 
-/** What stands on a saved picture beside the survey. */
+/** The annotations of a saved picture. */
 export interface PictureTexts {
   title: string;
   subtitle: string;
@@ -12,7 +12,7 @@ export interface PictureTexts {
     | { kind: 'colors'; title: string; entries: { color: string; name: string }[] }
     | null;
   bar: { pixels: number; text: string };
-  /** The compass direction of the look, in degrees. */
+  /** The compass direction of the view, in degrees. */
   azimuth: number;
 }
 
