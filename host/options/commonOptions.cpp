@@ -188,28 +188,33 @@ void addPoints(CLI::App& app, InputOptions& inputs) {
         "points inside, in units of the coordinates; those on an upper face are outside. Of rasters, rows and "
         "columns")
         ->group(group);
-    app.add_flag_function(
-           "--cells-as-points",
-           [&](std::int64_t) { inputs.cellsAsPoints.emplace(inputs.cellsAsPoints.value_or(CellOptions())); },
-           "cell centres of rasters that have a value become points, and bands their fields")
-        ->group(group);
+    // By pointer: given a name, the parser ends the process when memory runs out.
+    auto* const cellsAsPoints =
+        app.add_flag_function(
+               "--cells-as-points",
+               [&](std::int64_t) {
+                   inputs.cellsAsPoints.emplace(inputs.cellsAsPoints.value_or(CellOptions()));
+               },
+               "cell centres of rasters that have a value become points, and bands their fields")
+            ->group(group);
     addRepeatable(
         app, "--z-band", {"N|FIELD", "a number or the name of a field"}, anyText,
         [&](const std::string& field) { inputs.cellsAsPoints.emplace().heights = field; },
         "the band, or field, of their heights (default 1)")
         ->expected(1)
-        ->needs("--cells-as-points")
+        ->needs(cellsAsPoints)
         ->group(group);
-    app.add_flag_function(
-           "--merge", [&](std::int64_t) { inputs.merge.emplace(inputs.merge.value_or(MergeOptions())); },
-           "the inputs become one grid per time, their points in the order of the inputs")
-        ->group(group);
+    auto* const merge =
+        app.add_flag_function(
+               "--merge", [&](std::int64_t) { inputs.merge.emplace(inputs.merge.value_or(MergeOptions())); },
+               "the inputs become one grid per time, their points in the order of the inputs")
+            ->group(group);
     addRepeatable(
         app, "--grid-name", "NAME", gridName,
         [&](const std::string& name) { inputs.merge.emplace().gridName = name; },
         fmt::format("its name (default {})", MergeOptions().gridName))
         ->expected(1)
-        ->needs("--merge")
+        ->needs(merge)
         ->group(group);
 }
 

@@ -35,7 +35,7 @@ std::string_view cut(std::string_view text, std::size_t width) {
 
 /// Whether a message of an exporter says that it leaves something out.
 bool tellsOfSomethingMissing(std::string_view message) {
-    constexpr std::string_view phrases[] = {"Have no ", "can only ", "Can only ", "Cannot "};
+    constexpr std::string_view phrases[] = {"Have no ", "can only ", "Can only ", "cannot ", "Cannot "};
     return std::any_of(std::begin(phrases), std::end(phrases), [&](std::string_view phrase) {
         return message.find(phrase) != std::string_view::npos;
     });

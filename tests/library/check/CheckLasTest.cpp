@@ -193,7 +193,7 @@ TEST(CheckLas, StepsAreThoseThatNumbersCanHold) {
 TEST(CheckLas, BytesBehindThePointsAreTold) {
     const CheckReport report = checkBytes(build(builder(4, 6)) + "abc");
     EXPECT_THAT(kindsOf(report), ElementsAre("warning unused-bytes"));
-    EXPECT_THAT(report.findings()[0].message, HasSubstr("3 bytes behind the 40 points"));
+    EXPECT_THAT(report.findings()[0].message, HasSubstr("3 bytes after the 40 points"));
 }
 
 TEST(CheckLas, UndescribedBytesAreTold) {

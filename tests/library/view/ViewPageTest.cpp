@@ -317,7 +317,7 @@ TEST_F(ViewPageTest, ThePageIsNeverLargerThanItMayBe) {
     const ReadPage page = make();
     EXPECT_LE(page.text().size(), ViewPageOptions::usualBytes);
     EXPECT_GE(page.text().size(), ViewPageOptions::usualBytes * 8 / 10);
-    EXPECT_THAT(made_.notes, Contains(HasSubstr("no more than 25 MB")));
+    EXPECT_THAT(made_.notes, Contains(HasSubstr("limit the page to 25 MB")));
 }
 
 TEST_F(ViewPageTest, AHostStopsTheWork) {
