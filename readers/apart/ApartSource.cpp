@@ -75,11 +75,16 @@ bool mayHaveFileOf(std::uint64_t size) {
            size <= limit.rlim_cur;
 }
 
-void copyFrom(const Descriptor& memory, std::span<std::byte> target, const std::string& path) {
+void copyFrom(const Descriptor& memory, std::span<std::byte> target, const std::string& path,
+              const Source::Tick& tick) {
+    // Copying gigabytes takes seconds, in which a host may want to stop.
+    constexpr std::size_t block = std::size_t{16} << 20;
     std::size_t done = 0;
     while (done < target.size()) {
-        const ssize_t got =
-            ::pread(memory.get(), target.data() + done, target.size() - done, static_cast<off_t>(done));
+        if (tick)
+            tick(1);
+        const ssize_t got = ::pread(memory.get(), target.data() + done, std::min(block, target.size() - done),
+                                    static_cast<off_t>(done));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
@@ -250,7 +255,7 @@ std::vector<std::string> ApartSource::read(const Structure::Array& array, std::s
     const std::string answer = ask(MessageType::Read, request, std::span(&descriptor, isNew ? 1 : 0),
                                    MessageType::Done, array.object, tick);
     if (!isSent)
-        copyFrom(memory_, target, path_);
+        copyFrom(memory_, target, path_, tick);
     else if (!awaited_.empty())
         fail(array.object, "the answer of the process that reads it is cut off");
     if (memorySize_ > maxKeptBytes)

@@ -7,6 +7,7 @@
 #include "sheaf/ElementTypes.hpp"
 #include "sheaf/MemArray.hpp"
 
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <span>
@@ -60,7 +61,15 @@ Sheaf::CachedCreator::Made InputArrayCreator::make() const {
             refuse(fmt::format("there is not enough memory for its {} bytes", bytes_));
         };
         try {
-            elements.resize(shape.elementCount().value_or(std::numeric_limits<std::uint64_t>::max()));
+            const std::uint64_t count =
+                shape.elementCount().value_or(std::numeric_limits<std::uint64_t>::max());
+            elements.reserve(count);
+            // The system provides memory as it is filled, gigabytes of it in seconds.
+            constexpr std::uint64_t block = std::uint64_t{4} << 20;
+            while (elements.size() < count) {
+                elements.resize(std::min(count, elements.size() + block));
+                input_->tick(0);
+            }
         } catch (const std::bad_alloc&) {
             refuseForMemory();
         } catch (const std::length_error&) {
