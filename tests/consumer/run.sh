@@ -89,7 +89,7 @@ done <"$work/headers.txt"
 echo "== installed program, and the same export by a host through the installed readers"
 "$program" --version
 "$program" sample --points 20000 -o "$work/sample.h5"
-"$program" pcd "$work/sample.h5" --cell-size 0.5 -o "$work/by-program.pcd"
+"$program" pcd "$work/sample.h5" --cell-size 0.5 --last-wins -o "$work/by-program.pcd"
 for way in by-cmake by-pkg-config; do
     "$work/$way/export-files" "$work/$way.pcd" "$work/sample.h5"
     cmp "$work/$way.pcd" "$work/by-program.pcd"
@@ -106,7 +106,7 @@ done
 echo "== the installed program with every exporter and reader"
 "$program" las "$work/sample.h5" -o "$work/laz/{time}.laz" --grid coast --verify --quiet
 "$program" info "$work/laz/0.laz"
-"$program" ascii "$work/sample.h5" -o "$work/text" --grid elevation --quiet
+"$program" ascii "$work/sample.h5" -o "$work/text" --grid elevation --last-wins --quiet
 if [[ -e $libdir/libtidewatch-rasters.so ]]; then
     "$program" info "$work/text/Height/east.grd"
 fi
