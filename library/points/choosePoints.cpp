@@ -10,13 +10,11 @@
 #include "sheaf/HeldCreator.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
-#include <ranges>
 #include <utility>
 
 #include <fmt/format.h>
@@ -31,10 +29,17 @@ using Masks = std::vector<Anchor::StrongPtr<const FragmentMask>>;
 
 /// The first place along an axis of a lattice whose coordinate is not below a bound.
 std::uint64_t firstPlaceFrom(double bound, double origin, double spacing, std::uint64_t places) {
-    const auto all = std::views::iota(std::uint64_t{0}, places);
-    const auto found = std::ranges::partition_point(
-        all, [&](std::uint64_t place) { return origin + static_cast<double>(place) * spacing < bound; });
-    return static_cast<std::uint64_t>(found - all.begin());
+    std::uint64_t first = 0;
+    for (std::uint64_t left = places; left != 0;) {
+        const std::uint64_t half = left / 2;
+        if (origin + static_cast<double>(first + half) * spacing < bound) {
+            first += half + 1;
+            left -= half + 1;
+        } else {
+            left = half;
+        }
+    }
+    return first;
 }
 
 /// Ignores z: heights are values of cells, not coordinates of the lattice.

@@ -51,7 +51,9 @@ std::vector<Placed> placed(std::span<const PhysicalSpace::point> points) {
     // If the extent overflows, all points are in one cell.
     const double perUnit = extent > 0 && std::isfinite(extent) ? cells / extent : 0;
     const auto cell = [&](double value, double start) {
-        return static_cast<std::uint64_t>(std::clamp((value - start) * perUnit, 0.0, cells - 1));
+        const double place = (value - start) * perUnit;
+        // An extent that overflows gives NaN, too.
+        return place > 0 ? static_cast<std::uint64_t>(std::min(place, cells - 1)) : std::uint64_t{0};
     };
     std::vector<Placed> list;
     list.reserve(points.size());
