@@ -3,7 +3,7 @@
 #
 # Sets up the machine, builds, and runs every test: the release build, the suite again under a locale with decimal
 # commas, a project that uses the installed package, the suite under sanitizers, the threaded tests under
-# ThreadSanitizer, and a clang build whose fuzzers run briefly. Stops at the first stage that fails; the summary counts
+# ThreadSanitizer, and a clang build of which the fuzzers of our own code run briefly. Stops at the first stage that fails; the summary counts
 # the tests and gives the reasons for skips.
 set -euo pipefail
 
@@ -100,5 +100,5 @@ begin_stage "threads: tests"
 run_ctest ci-threads Concurrent \
     env TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/threads/suppressions.txt"
 
-begin_stage "clang: build with ASan and UBSan, warnings are errors; each fuzzer for 20 s"
-scripts/fuzz.sh 20
+begin_stage "clang: build with ASan and UBSan, warnings are errors; fuzzers of what runs in a host's process for 20 s"
+scripts/fuzz.sh --in-process 20
