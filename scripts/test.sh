@@ -3,8 +3,8 @@
 #
 # Sets up the machine, builds, and runs every test: the release build, the suite again under a locale with decimal
 # commas, a project that uses the installed package, the suite under sanitizers, the threaded tests under
-# ThreadSanitizer, and a clang build of which the fuzzers of our own code run briefly. Stops at the first stage that fails; the summary counts
-# the tests and gives the reasons for skips.
+# ThreadSanitizer, and a clang build of which the fuzzers of our own code run briefly. Stops at the first stage that
+# fails; the summary counts the tests and gives the reasons for skips.
 set -euo pipefail
 
 quick=0
