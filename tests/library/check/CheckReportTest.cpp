@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/check/found.hpp"
+#include "support/systemReason.hpp"
 
+#include <cerrno>
 #include <regex>
 #include <set>
 
@@ -67,7 +69,8 @@ TEST(CheckFile, AFileThatIsNotThereIsAFault) {
     const Support::TemporaryFolder folder;
     const CheckReport report = checkFile(folder / "missing.laz");
     EXPECT_THAT(kindsOf(report), ElementsAre("fault file"));
-    EXPECT_THAT(report.findings()[0].place + report.findings()[0].message, HasSubstr("No such file"));
+    EXPECT_THAT(report.findings()[0].place + report.findings()[0].message,
+                HasSubstr(Support::systemReason(ENOENT)));
     EXPECT_THAT(kindsOf(checkFile(folder.path().string())), ElementsAre("fault file"));
 }
 
