@@ -5,6 +5,7 @@
 #include "anchor/printable.hpp"
 #include "library/check/checkSystem.hpp"
 #include "library/check/kinds.hpp"
+#include "library/input/Filters.hpp"
 #include "library/input/Inputs.hpp"
 #include "library/report/Wording.hpp"
 #include "sheaf/ElementTypes.hpp"
@@ -25,21 +26,14 @@ using Sheaf::FieldFragment;
 
 void forEachFragment(const Sheaf::Bundle& bundle,
                      const std::function<void(const std::string& grid, const FieldFragment&)>& visit) {
-    for (const auto& [time, weakSlice] : bundle.slices()) {
-        const auto slice = weakSlice.lock();
-        if (!slice)
-            continue;
-        for (const auto& [name, weakGrid] : slice->grids()) {
-            const auto grid = weakGrid.lock();
-            if (!grid)
-                continue;
-            const std::string place = gridAtTime(Anchor::printable(name), time);
-            grid->skeletons().iterate_all([&](const FieldFragment& at) {
-                visit(place, at);
-                return true;
-            });
-        }
-    }
+    const Selection all(Filters{});
+    all.forEachGrid(bundle, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+        const std::string place = gridAtTime(Anchor::printable(name), time);
+        grid.skeletons().iterate_all([&](const FieldFragment& at) {
+            visit(place, at);
+            return true;
+        });
+    });
 }
 
 std::optional<std::uint64_t> elementsOf(const Sheaf::CreativeArrayBase& data) {
