@@ -50,10 +50,17 @@ trap 'exit 1' INT TERM
 step() { printf '\n######## %s: %s\n' "$release" "$*"; }
 fail() { echo "fresh-debian: $release: $*" >&2; exit 1; }
 
+# Certificate authorities that this machine's administrator added, without which a network that inspects connections
+# cannot be used. Debian's ca-certificates takes them over when setup.sh installs it; npm is told of them.
+authorities=()
+for certificate in /usr/local/share/ca-certificates/*.crt; do
+    [[ -e $certificate ]] && authorities=(NODE_EXTRA_CA_CERTS=/etc/ssl/certs/ca-certificates.crt)
+done
+
 # Runs a command line in the project's folder there, with a minimal environment.
 there() {
     chroot "$root" env -i HOME=/root LANG=C.UTF-8 PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-        bash -euc "cd /opt/tidewatch && $1"
+        "${authorities[@]}" bash -euc "cd /opt/tidewatch && $1"
 }
 
 try_release() {
@@ -63,6 +70,10 @@ try_release() {
         fail "debootstrap failed"
     }
     rm "$root.log"
+    if ((${#authorities[@]})); then
+        mkdir -p "$root/usr/local/share/ca-certificates"
+        cp -L /usr/local/share/ca-certificates/*.crt "$root/usr/local/share/ca-certificates/"
+    fi
     git clone --quiet --no-local "$project" "$root/opt/tidewatch"
     mount -t proc proc "$root/proc"
 
