@@ -30,6 +30,11 @@ public:
         }
     }
 
+    void add(const NumberRounding& other) noexcept {
+        count_ += other.count_;
+        worst_ = std::max(worst_, other.worst_);
+    }
+
     [[nodiscard]] std::uint64_t count() const noexcept { return count_; }
     /// The largest change.
     [[nodiscard]] double worst() const noexcept { return static_cast<double>(worst_); }
@@ -58,7 +63,7 @@ private:
 struct NoRounding {
     explicit NoRounding(unsigned int) {}
     template <class T>
-    void add(const T&) {}
+    void add(const T&) noexcept {}
     [[nodiscard]] static std::uint64_t count() noexcept { return 0; }
     [[nodiscard]] static double worst() noexcept { return 0; }
 };
@@ -73,6 +78,7 @@ public:
         numbers_.add(element.y);
         numbers_.add(element.z);
     }
+    void add(const ComponentRounding& other) noexcept { numbers_.add(other.numbers_); }
     [[nodiscard]] std::uint64_t count() const noexcept { return numbers_.count(); }
     [[nodiscard]] double worst() const noexcept { return numbers_.worst(); }
 

@@ -26,7 +26,7 @@ inline constexpr unsigned int defaultDecimals = AsciiPlan::coordinateDecimals;
 
 /// Appends a blank and a number: with `precision` decimals, or six if the precision is 0.
 template <std::floating_point T>
-void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
+void toText(ConvLib::LineText& line, T value, unsigned int precision) {
     constexpr unsigned int max = std::numeric_limits<int>::max();
     line.character(' ');
     line.fixed(value, static_cast<int>(std::min(decimalsFor(precision), max)));
@@ -35,7 +35,7 @@ void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
 /// Appends a blank and an integer in decimal. The precision only matters for bytes: unless it is 0, a byte
 /// becomes the character of that code. Such grid files exist, and their readers rely on it.
 template <std::integral T>
-void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
+void toText(ConvLib::LineText& line, T value, unsigned int precision) {
     line.character(' ');
     if (std::is_same_v<T, unsigned char> && precision != 0)
         line.character(static_cast<char>(value));
@@ -46,11 +46,11 @@ void toText(ConvLib::LineWriter& line, T value, unsigned int precision) {
 /// Appends an element in its default form: a blank and the number, or a blank and the component for each
 /// component.
 template <Scalar T>
-void elementText(ConvLib::LineWriter& line, T value) {
+void elementText(ConvLib::LineText& line, T value) {
     toText(line, value, 0);
 }
 
-inline void elementText(ConvLib::LineWriter& line, const Sheaf::Element::Color& color) {
+inline void elementText(ConvLib::LineText& line, const Sheaf::Element::Color& color) {
     for (const unsigned char channel : color)
         toText(line, channel, 0);
 }
@@ -61,7 +61,7 @@ requires requires(const T& element) {
     element.y;
     element.z;
 }
-void elementText(ConvLib::LineWriter& line, const T& element) {
+void elementText(ConvLib::LineText& line, const T& element) {
     toText(line, element.x, 0);
     toText(line, element.y, 0);
     toText(line, element.z, 0);

@@ -5,41 +5,36 @@
 #include "ascii/FragmentWatch.hpp"
 #include "ascii/TextFile.hpp"
 #include "ascii/elementText.hpp"
+#include "ascii/rowParts.hpp"
 #include "sheaf/MemArray.hpp"
 
-#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <span>
+#include <vector>
 
 namespace ExportLib {
 
 /// The path of a text file, from the path without its extension. Positions get the name that users expect.
 [[nodiscard]] std::filesystem::path elementsPath(std::filesystem::path path);
 
-/// Calls write(element) for each of the elements, and the stop question after each block of them.
-template <class T, bool isObserved, class Write>
-void writeInBlocks(std::span<const T> elements, FragmentWatch<T, isObserved>& watch, Write&& write) {
-    while (!elements.empty()) {
-        const auto block = elements.first(std::min<std::size_t>(elements.size(), watch.block));
-        for (const T& element : block) {
-            write(element);
-            watch.add(element);
-        }
-        watch.wrote(block);
-        elements = elements.subspan(block.size());
-    }
-}
-
 /// Writes one line per element, in storage order.
 template <class T, bool isObserved>
 std::uint64_t writeList(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>& elements,
                         FragmentWatch<T, isObserved>& watch) {
-    writeInBlocks(std::span<const T>(elements.base_vector()), watch, [&](const T& element) {
-        elementText(lines, element);
-        lines.endLine();
-    });
-    return elements.base_vector().size();
+    const std::span<const T> all = elements.base_vector();
+    const auto spanOf = [&](std::size_t begin, std::size_t end) { return all.subspan(begin, end - begin); };
+    watch.write(
+        lines, all.size(),
+        [&](ConvLib::LineText& text, std::size_t begin, std::size_t end, auto& counts) {
+            for (const T& element : spanOf(begin, end)) {
+                elementText(text, element);
+                text.endLine();
+                counts.add(element);
+            }
+        },
+        spanOf);
+    return all.size();
 }
 
 /// Writes one line per row, every element followed by a blank; rows without columns are empty lines. Writes nothing if
@@ -51,17 +46,38 @@ std::uint64_t writeTable(ConvLib::LineWriter& lines, const Sheaf::TypedArray<T>&
     if (table == nullptr || table->extents()[0] < stated[0] || table->extents()[1] < stated[1] ||
         table->extents().elementCount() != table->base_vector().size())
         return 0;
-    for (std::uint64_t row = 0; row < stated[1]; ++row) {
-        const std::span<const T> all = table->base_vector();
-        writeInBlocks(all.subspan(row * table->extents()[0], stated[0]), watch, [&](const T& element) {
-            elementText(lines, element);
-            lines.character(' ');
-        });
-        lines.endLine();
-        // There may be many rows without columns.
-        watch.wrote(1);
+    const std::uint64_t columns = stated[0];
+    const std::uint64_t rows = stated[1];
+    if (columns == 0) {
+        writeEmptyLines(lines, rows, watch);
+        return 0;
     }
-    return stated[0] * stated[1];
+    const std::uint64_t width = table->extents()[0];
+    const std::span<const T> all = table->base_vector();
+    watch.write(
+        lines, rows * columns,
+        [&](ConvLib::LineText& text, std::size_t begin, std::size_t end, auto& counts) {
+            forEachRowPart(begin, end, columns, [&](std::uint64_t row, std::uint64_t from, std::uint64_t to) {
+                for (const T& element : all.subspan(row * width + from, to - from)) {
+                    elementText(text, element);
+                    text.character(' ');
+                    counts.add(element);
+                }
+                if (to == columns)
+                    text.endLine();
+            });
+        },
+        // A block ends anywhere in a row, and elements beyond the stated columns are not written.
+        [&](std::size_t begin, std::size_t end) {
+            std::vector<T> written;
+            written.reserve(end - begin);
+            forEachRowPart(begin, end, columns, [&](std::uint64_t row, std::uint64_t from, std::uint64_t to) {
+                const auto part = all.subspan(row * width + from, to - from);
+                written.insert(written.end(), part.begin(), part.end());
+            });
+            return written;
+        });
+    return rows * columns;
 }
 
 /// Writes elements to an open file: a table if the array has two axes, else a list.
@@ -69,11 +85,8 @@ template <class T, bool isObserved>
 std::uint64_t writeTo(TextFile& file, const CheckType& c, const Sheaf::TypedArray<T>& elements) {
     FragmentWatch<T, isObserved> watch(c, defaultDecimals);
     const auto extents = Sheaf::getSize(*c.data);
-    const std::uint64_t count = extents && extents->rank() == 2
-                                    ? writeTable(file.lines(), elements, *extents, watch)
-                                    : writeList(file.lines(), elements, watch);
-    watch.finish(count);
-    return count;
+    return extents && extents->rank() == 2 ? writeTable(file.lines(), elements, *extents, watch)
+                                           : writeList(file.lines(), elements, watch);
 }
 
 /// Writes a fragment's elements as text. Creates no file if there is no array of such elements.

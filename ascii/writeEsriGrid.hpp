@@ -5,10 +5,12 @@
 #include "ascii/GridFragment.hpp"
 #include "ascii/TextFile.hpp"
 #include "ascii/elementText.hpp"
+#include "ascii/rowParts.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <span>
 
 namespace ExportLib {
 
@@ -21,39 +23,43 @@ std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragmen
                          FragmentWatch<T, isObserved>& watch) {
     fragment.header().write(lines);
     const std::uint64_t rows = fragment.rowCount();
-    const std::uint64_t begin = fragment.firstColumn();
-    const std::uint64_t end = fragment.endColumn();
-    for (std::uint64_t row = rows; row-- > 0;) {
-        const unsigned char* const typesOfRow = types.base_vector().data() + row * types.extents()[0];
-        const T* const valuesOfRow = values.base_vector().data() + row * values.extents()[0];
-        for (std::uint64_t column = begin; column < end;) {
-            const std::uint64_t blockEnd = column + std::min(end - column, watch.block);
-            watch.wrote(blockEnd - column);
-            for (; column < blockEnd; ++column) {
-                if (accepted[typesOfRow[column]]) {
-                    toText(lines, valuesOfRow[column], precision);
-                    watch.addCell(valuesOfRow[column], typesOfRow[column]);
-                } else {
-                    lines.text(EsriGridHeader::noData);
-                }
-                lines.character(' ');
-            }
-        }
-        lines.endLine();
-        // There may be many rows without columns.
-        watch.wrote(1);
+    const std::uint64_t first = fragment.firstColumn();
+    const std::uint64_t columns = fragment.endColumn() - std::min(first, fragment.endColumn());
+    if (columns == 0) {
+        writeEmptyLines(lines, rows, watch);
+        return 0;
     }
-    return begin < end ? rows * (end - begin) : 0;
+    watch.write(
+        lines, rows * columns,
+        [&](ConvLib::LineText& text, std::size_t begin, std::size_t end, auto& counts) {
+            forEachRowPart(begin, end, columns, [&](std::uint64_t fromTop, std::uint64_t from, std::uint64_t to) {
+                const std::uint64_t row = rows - 1 - fromTop;
+                const unsigned char* const typesOfRow =
+                    types.base_vector().data() + row * types.extents()[0] + first;
+                const T* const valuesOfRow = values.base_vector().data() + row * values.extents()[0] + first;
+                for (std::uint64_t column = from; column < to; ++column) {
+                    if (accepted[typesOfRow[column]]) {
+                        toText(text, valuesOfRow[column], precision);
+                        counts.addCell(valuesOfRow[column], typesOfRow[column]);
+                    } else {
+                        text.text(EsriGridHeader::noData);
+                    }
+                    text.character(' ');
+                }
+                if (to == columns)
+                    text.endLine();
+            });
+        },
+        [](std::size_t, std::size_t) { return std::span<const T>(); });
+    return rows * columns;
 }
 
 template <Scalar T, bool isObserved>
 std::uint64_t writeCells(TextFile& file, const CheckType& c, const GridFragment& fragment,
                          const GridFragment::CellTypes& types, const Sheaf::MemArray<3, T>& values) {
     FragmentWatch<T, isObserved> watch(c, decimalsFor(c.precision));
-    const std::uint64_t cells = writeCells(file.lines(), fragment, types, values,
-                                           acceptedCellTypes(c.cellTypeFilter), c.precision, watch);
-    watch.finish(cells);
-    return cells;
+    return writeCells(file.lines(), fragment, types, values, acceptedCellTypes(c.cellTypeFilter), c.precision,
+                      watch);
 }
 
 /// Writes a fragment of numbers on a uniform grid as an ESRI ASCII grid. The file is created once the

@@ -123,7 +123,7 @@ void GridStep::expandBounds() {
     positions_->forEachFragment([&](const Fragment& fragment, const Sheaf::Field::Creator& data) {
         exporter_.askWhetherToStop();
         announce("Positions", fragment, *data);
-        if (const Box bounds = Sheaf::boundsOf(*data, true, host_.askWhetherToStop)) {
+        if (const Box bounds = Sheaf::boundsOf(*data, true, host_.askWhetherToStop, host_.workers)) {
             bounds_->expand(*bounds);
             boundsOfFragments_.emplace(data.get(), bounds);
         }
@@ -150,7 +150,7 @@ bool GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {
 Box GridStep::boundsOfTile(const Sheaf::CreativeArrayBase& positions) const {
     const auto known = boundsOfFragments_.find(&positions);
     Box bounds = known != boundsOfFragments_.end() ? known->second
-                                                   : Sheaf::boundsOf(positions, true, host_.askWhetherToStop);
+                                                   : Sheaf::boundsOf(positions, true, host_.askWhetherToStop, host_.workers);
     return bounds ? bounds : Box(new Geom::BoundingBox);
 }
 
@@ -326,7 +326,7 @@ bool ExportPointCloudToLas::Run() {
     if (RenameMap.empty())
         RenameMap = DefaultRenameMap();
     const LasBox::Host host{[this](const ConvLib::WrittenFile& file) { recordWrittenFile(file); }, Observer(),
-                            [this] { askWhetherToStop(); }};
+                            [this] { askWhetherToStop(); }, workers()};
     for (const auto& [time, weakSlice] : bundle->slices()) {
         const auto slice = weakSlice.lock();
         if (!slice || !UseThisTime(time))

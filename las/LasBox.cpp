@@ -161,6 +161,12 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
     errno = 0;
     writer_.reset(opener_.open(&header_));
     noteFailure(!writer_);
+#ifdef TIDEWATCH_LASLIB_SIDE_BY_SIDE
+    if (Anchor::Workers* const workers = host_.workers; writer_ && Anchor::workerCount(workers) > 1)
+        writer_->compress_side_by_side(workers->count(), [workers](std::size_t pieces, const auto& piece) {
+            Anchor::runPieces(workers, pieces, piece);
+        });
+#endif
 }
 
 void LasBox::setAxes(const Geom::BoundingBox& box) {

@@ -50,6 +50,8 @@ public:
         Anchor::StrongPtr<ConvLib::RunObserver> observer = {};
         /// Called every BasicConverterDefs::stopInterval points; may be empty.
         std::function<void()> askWhetherToStop = {};
+        /// With whom points are compressed; null: on the calling thread.
+        Anchor::Workers* workers = nullptr;
     };
 
     /// `day` and `year` are those of setCreationDate(); an axis on which the box is empty counts as 0 to 0.

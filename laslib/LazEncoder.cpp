@@ -3,10 +3,21 @@
 
 #include "LittleEndian.hpp"
 
+#include "formats/las/ArithmeticEncoder.hpp"
+#include "formats/las/CorrectedNumbers.hpp"
+#include "formats/littleEndian.hpp"
+
+#include <algorithm>
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <ostream>
+#include <sstream>
+#include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <laszip/laszip_api.h>
@@ -30,37 +41,250 @@ static_assert(offsetof(LASpoint, extended_classification) ==
               offsetof(laszip_point_struct, extended_classification));
 static_assert(sizeof(LASpoint::rgb) == sizeof(laszip_point_struct::rgb));
 
-/// Copies bytes that are at the same place in both points. Bit fields are copied by the byte that they share,
-/// and nothing wider, because the processor stalls on a wide read of what was just written in parts.
-template <std::size_t... place>
-void copyBytes(laszip_point_struct& to, const LASpoint& from) {
-    auto* const target = reinterpret_cast<unsigned char*>(&to);
+/// What LASzip compresses of a point, extra bytes aside: the fields from X to the second return numbers, at the same
+/// places as in both points, then the rest.
+struct PackedPoint {
+    static constexpr std::size_t commonBytes = 25;
+    alignas(4) std::array<unsigned char, commonBytes> common;
+    F64 gps_time;
+    std::array<U16, 4> rgb;
+};
+
+/// Copies what is at the same place in all kinds of points. Bit fields are copied by the byte that they share, and
+/// nothing wider, because the processor stalls on a wide read of what was just written in parts.
+void copyCommon(void* to, const LASpoint& from) {
+    auto* const target = static_cast<unsigned char*>(to);
     const auto* const source = reinterpret_cast<const unsigned char*>(&from);
-    ((target[place] = source[place]), ...);
+    const auto copy = [&]<std::size_t size>(std::size_t place, std::integral_constant<std::size_t, size>) {
+        std::memcpy(target + place, source + place, size);
+    };
+    constexpr std::integral_constant<std::size_t, 1> byte;
+    constexpr std::integral_constant<std::size_t, 2> two;
+    constexpr std::integral_constant<std::size_t, 4> four;
+    copy(offsetof(LASpoint, X), four);
+    copy(offsetof(LASpoint, Y), four);
+    copy(offsetof(LASpoint, Z), four);
+    copy(offsetof(LASpoint, intensity), two);
+    copy(14, byte); // returns and flags
+    copy(15, byte); // class and flags
+    copy(offsetof(LASpoint, scan_angle_rank), byte);
+    copy(offsetof(LASpoint, user_data), byte);
+    copy(offsetof(LASpoint, point_source_ID), two);
+    copy(offsetof(LASpoint, extended_scan_angle), two);
+    copy(22, byte); // type, channel and flags
+    copy(offsetof(LASpoint, extended_classification), byte);
+    copy(24, byte); // returns
+}
+
+PackedPoint packed(const LASpoint& from) {
+    PackedPoint to;
+    copyCommon(to.common.data(), from);
+    to.gps_time = from.gps_time;
+    std::copy(std::begin(from.rgb), std::end(from.rgb), to.rgb.begin());
+    return to;
+}
+
+void copyPoint(const PackedPoint& from, laszip_point_struct& to) {
+    std::memcpy(&to, from.common.data(), PackedPoint::commonBytes);
+    to.gps_time = from.gps_time;
+    std::copy(from.rgb.begin(), from.rgb.end(), std::begin(to.rgb));
+}
+
+void copyPoint(const LASpoint& from, laszip_point_struct& to) {
+    copyCommon(&to, from);
+    to.gps_time = from.gps_time;
+    std::copy(std::begin(from.rgb), std::end(from.rgb), std::begin(to.rgb));
 }
 
 } // namespace
 
+/// A writer of the library.
 struct LazEncoder::Library {
     laszip_POINTER writer = nullptr;
     laszip_point_struct* point = nullptr;
     std::vector<U8> description;
+    bool isOpen = false;
 
+    Library(U8 format, U16 recordLength) {
+        if (laszip_create(&writer) != 0 || laszip_request_native_extension(writer, 1) != 0 ||
+            laszip_set_point_type_and_size(writer, format, recordLength) != 0)
+            return;
+        U8* bytes = nullptr;
+        U32 size = 0;
+        if (laszip_create_laszip_vlr(writer, &bytes, &size) == 0)
+            description.assign(bytes, bytes + size);
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
     ~Library() {
-        if (writer != nullptr)
-            laszip_destroy(writer);
+        if (writer == nullptr)
+            return;
+        // laszip_destroy() alone would leak the memory of a writer that has failed.
+        if (isOpen)
+            laszip_close_writer(writer);
+        laszip_destroy(writer);
+    }
+
+    bool begin(std::ostream& stream) {
+        // The library allocates the point's extra bytes here, so the point is fetched afterwards.
+        isOpen = laszip_open_writer_stream(writer, stream, 1, 1) == 0;
+        return isOpen && laszip_get_point_pointer(writer, &point) == 0;
+    }
+
+    template <class Point>
+    bool write(const Point& from, const U8* extraBytes, std::size_t extraSize) {
+        copyPoint(from, *point);
+        if (extraSize != 0)
+            std::memcpy(point->extra_bytes, extraBytes, extraSize);
+        return laszip_write_point(writer) == 0;
+    }
+
+    bool end() {
+        isOpen = false;
+        return laszip_close_writer(writer) == 0;
     }
 };
 
-LazEncoder::LazEncoder(U8 format, U16 recordLength) : library_(std::make_unique<Library>()) {
+/// Collects points, and compresses them chunk by chunk side by side.
+///
+/// The point data of a LAZ file: the position of the chunk table, the chunks, and the table: version, number of chunks
+/// and, arithmetically coded, the bytes of each.
+class LazEncoder::Chunks {
+public:
+    Chunks(U8 format, U16 recordLength, std::ostream& stream, std::size_t atOnce, RunPieces run)
+        : format_(format),
+          recordLength_(recordLength),
+          stream_(stream),
+          run_(std::move(run)),
+          chunks_(atOnce) {}
+
+    [[nodiscard]] bool add(const LASpoint& point) {
+        if (filled_ == chunks_.size())
+            compress();
+        if (!healthy_)
+            return false;
+        Chunk& chunk = chunks_[filled_];
+        if (chunk.points.capacity() == 0) {
+            chunk.points.reserve(chunkPoints);
+            chunk.extraBytes.reserve(chunkPoints * static_cast<std::size_t>(point.extra_bytes_number));
+        }
+        chunk.points.push_back(packed(point));
+        if (point.extra_bytes_number > 0)
+            chunk.extraBytes.insert(chunk.extraBytes.end(), point.extra_bytes,
+                                    point.extra_bytes + point.extra_bytes_number);
+        if (chunk.points.size() == chunkPoints)
+            ++filled_;
+        return true;
+    }
+
+    [[nodiscard]] bool end() {
+        if (filled_ < chunks_.size() && !chunks_[filled_].points.empty())
+            ++filled_;
+        compress();
+        if (!healthy_)
+            return false;
+        const auto table = stream_.tellp();
+        put(U32{0});
+        put(static_cast<U32>(sizes_.size()));
+        if (!sizes_.empty()) {
+            using Formats::Las::CorrectedNumbers;
+            Formats::Las::ArithmeticEncoder encoder;
+            CorrectedNumbers numbers;
+            U32 before = 0;
+            for (const U32 size : sizes_) {
+                numbers.write(encoder, before, size, CorrectedNumbers::bytes);
+                before = size;
+            }
+            const std::string coded = encoder.finish();
+            stream_.write(coded.data(), static_cast<std::streamsize>(coded.size()));
+        }
+        stream_.seekp(begin_);
+        put(static_cast<U64>(table));
+        stream_.seekp(0, std::ios::end);
+        return true;
+    }
+
+    /// Leaves room for the position of the table.
+    void begin() {
+        begin_ = stream_.tellp();
+        put(~U64{0});
+    }
+
+private:
+    struct Chunk {
+        std::vector<PackedPoint> points;
+        std::vector<U8> extraBytes;
+        std::string compressed;
+        bool healthy = true;
+    };
+
+    template <class Number>
+    void put(Number number) {
+        std::array<char, sizeof(Number)> bytes;
+        LittleEndianWriter(bytes.data()).put(number);
+        stream_.write(bytes.data(), bytes.size());
+    }
+
+    /// A chunk's bytes are those that a writer of a file of this chunk alone writes between the position of the table
+    /// and the table.
+    void compress(Chunk& chunk) const {
+        std::ostringstream stream;
+        Library library(format_, recordLength_);
+        chunk.healthy = !library.description.empty() && library.begin(stream);
+        const std::size_t extraSize = chunk.extraBytes.size() / chunk.points.size();
+        for (std::size_t i = 0; i < chunk.points.size() && chunk.healthy; ++i)
+            chunk.healthy = library.write(chunk.points[i], chunk.extraBytes.data() + i * extraSize, extraSize);
+        chunk.healthy = chunk.healthy && library.end();
+        chunk.compressed = std::move(stream).str();
+    }
+
+    void compress() {
+        if (filled_ == 0)
+            return;
+        run_(filled_, [this](std::size_t i) {
+            try {
+                compress(chunks_[i]);
+            } catch (...) {
+                chunks_[i].healthy = false;
+            }
+        });
+        for (Chunk& chunk : std::span(chunks_).first(filled_)) {
+            healthy_ = healthy_ && chunk.healthy;
+            if (healthy_) {
+                constexpr std::size_t positionSize = sizeof(U64);
+                const auto tableBegin =
+                    static_cast<std::size_t>(Formats::loadLittleEndian<std::uint64_t>(
+                        reinterpret_cast<const std::uint8_t*>(chunk.compressed.data())));
+                stream_.write(chunk.compressed.data() + positionSize,
+                              static_cast<std::streamsize>(tableBegin - positionSize));
+                sizes_.push_back(static_cast<U32>(tableBegin - positionSize));
+            }
+            chunk.points.clear();
+            chunk.extraBytes.clear();
+            chunk.healthy = true;
+            chunk.compressed = {};
+        }
+        filled_ = 0;
+    }
+
+    U8 format_;
+    U16 recordLength_;
+    std::ostream& stream_;
+    RunPieces run_;
+    std::vector<Chunk> chunks_;
+    std::size_t filled_ = 0; // chunks that are full
+    std::vector<U32> sizes_; // of the chunks in the file
+    std::ostream::pos_type begin_;
+    bool healthy_ = true;
+};
+
+LazEncoder::LazEncoder(U8 format, U16 recordLength)
+    : format_(format),
+      recordLength_(recordLength),
+      library_(std::make_unique<Library>(format, recordLength)) {
     Library& library = *library_;
-    U8* bytes = nullptr;
-    U32 size = 0;
-    if (laszip_create(&library.writer) != 0 || laszip_request_native_extension(library.writer, 1) != 0 ||
-        laszip_set_point_type_and_size(library.writer, format, recordLength) != 0 ||
-        laszip_create_laszip_vlr(library.writer, &bytes, &size) != 0)
+    if (library.description.empty())
         return;
-    library.description.assign(bytes, bytes + size);
     const auto at = [&](std::size_t offset) {
         return reinterpret_cast<char*>(library.description.data()) + offset;
     };
@@ -79,34 +303,38 @@ std::span<const U8> LazEncoder::description() const noexcept {
     return library_->description;
 }
 
-bool LazEncoder::begin(std::ostream& stream) {
-    // The library allocates the point's extra bytes here, so the point is fetched afterwards.
-    return laszip_open_writer_stream(library_->writer, stream, 1, 1) == 0 &&
-           laszip_get_point_pointer(library_->writer, &library_->point) == 0;
+void LazEncoder::begin(std::ostream& stream) {
+    stream_ = &stream;
+}
+
+void LazEncoder::compressSideBySide(std::size_t chunks, RunPieces run) {
+    chunks_ = std::make_unique<Chunks>(format_, recordLength_, *stream_, chunks, std::move(run));
+}
+
+/// Deferred to the first point, since until then it may be decided how to compress.
+bool LazEncoder::start() {
+    if (started_)
+        return true;
+    started_ = true;
+    if (!chunks_)
+        return library_->begin(*stream_);
+    chunks_->begin();
+    return true;
 }
 
 bool LazEncoder::write(const LASpoint& point) {
-    laszip_point_struct& copy = *library_->point;
-    copy.X = point.X;
-    copy.Y = point.Y;
-    copy.Z = point.Z;
-    copy.intensity = point.intensity;
-    copyBytes<14, 15>(copy, point); // returns and flags; class and flags
-    copy.scan_angle_rank = point.scan_angle_rank;
-    copy.user_data = point.user_data;
-    copy.point_source_ID = point.point_source_ID;
-    copy.extended_scan_angle = point.extended_scan_angle;
-    copyBytes<22, 23, 24>(copy, point); // type, channel and flags; class; returns
-    copy.gps_time = point.gps_time;
-    copy.rgb[0] = point.rgb[0];
-    copy.rgb[1] = point.rgb[1];
-    copy.rgb[2] = point.rgb[2];
-    copy.rgb[3] = point.rgb[3];
-    if (point.extra_bytes_number > 0)
-        std::memcpy(copy.extra_bytes, point.extra_bytes, static_cast<std::size_t>(point.extra_bytes_number));
-    return laszip_write_point(library_->writer) == 0;
+    if (!start())
+        return false;
+    if (chunks_)
+        return chunks_->add(point);
+    return library_->write(point, point.extra_bytes, static_cast<std::size_t>(point.extra_bytes_number));
 }
 
 bool LazEncoder::end() {
-    return laszip_close_writer(library_->writer) == 0;
+    // Without points there is nothing to do side by side, and the library writes what it writes then.
+    if (!started_)
+        chunks_.reset();
+    if (!start())
+        return false;
+    return chunks_ ? chunks_->end() : library_->end();
 }

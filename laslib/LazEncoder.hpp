@@ -2,14 +2,20 @@
 #pragma once
 
 #include "laspoint.hpp"
+#include "laswriter.hpp"
 #include "mydefs.hpp"
 
-#include <iosfwd>
+#include <cstddef>
 #include <memory>
+#include <ostream>
 #include <span>
 
 /// Compresses the points of one file with the LASzip library, which is used for nothing else: headers and
 /// counts are written by LASwriterLAS.
+///
+/// The chunks of a file do not depend on each other. If several can be compressed side by side, points are
+/// collected chunk by chunk, each chunk is compressed by a writer of its own, and the chunk table is made here;
+/// the file has the same bytes.
 class LazEncoder {
 public:
     /// For records of a point format and length; isReady() returns whether the library accepts them.
@@ -24,16 +30,32 @@ public:
     /// this object.
     [[nodiscard]] std::span<const U8> description() const noexcept;
 
-    /// Starts the points at the stream's current position. The stream must outlive this object.
-    bool begin(std::ostream& stream);
+    /// Puts the points at the stream's current position, where the first point finds it. The stream must outlive this
+    /// object.
+    void begin(std::ostream& stream);
 
-    /// Compresses a point.
+    /// Compresses so many chunks at once. After begin(), and before the first point.
+    void compressSideBySide(std::size_t chunks, RunPieces run);
+
+    /// Compresses a point, at once or later. False if LASzip failed; so do the other functions. May throw
+    /// std::bad_alloc.
     bool write(const LASpoint& point);
 
     /// Ends the last chunk and writes the chunk table.
     bool end();
 
+    /// Points of all chunks but the last.
+    static constexpr std::size_t chunkPoints = 50'000;
+
 private:
     struct Library;
+    class Chunks;
+    bool start();
+
+    U8 format_;
+    U16 recordLength_;
+    std::ostream* stream_ = nullptr;
+    bool started_ = false;
     std::unique_ptr<Library> library_;
+    std::unique_ptr<Chunks> chunks_;
 };

@@ -8,7 +8,13 @@
 #include "laszip.hpp"
 #include "mydefs.hpp"
 
+#include <cstddef>
+#include <functional>
 #include <string>
+
+/// Calls its second argument with 0 to pieces - 1, once each, on any threads; returns when all calls have. The second
+/// argument does not throw.
+using RunPieces = std::function<void(std::size_t pieces, const std::function<void(std::size_t)>& piece)>;
 
 /// Writes the points of one file.
 ///
@@ -27,6 +33,11 @@ public:
     LASwriter& operator=(const LASwriter&) = delete;
     /// Closes the file unless close() already has.
     virtual ~LASwriter();
+
+    /// Not in LASlib, where this macro is missing: compresses `chunks` chunks of a file side by side by `run`. Only
+    /// before the first point; without effect on plain files. The file has the same bytes.
+#define TIDEWATCH_LASLIB_SIDE_BY_SIDE
+    virtual void compress_side_by_side(std::size_t chunks, RunPieces run) = 0;
 
     /// Writes a point that was prepared for the header's format and length.
     virtual BOOL write_point(const LASpoint* point) = 0;

@@ -11,8 +11,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -233,7 +235,7 @@ bool LASwriterLAS::open(const CHAR* fileName, const LASheader& header, bool comp
     append(asChars(description));
     if (compressed) {
         stream_.emplace(&*file_);
-        encoderFailed_ = !encoder_->begin(*stream_);
+        encoder_->begin(*stream_);
     }
     return true;
 }
@@ -251,10 +253,26 @@ bool LASwriterLAS::isHealthy() const noexcept {
     return !file_->failed() && !encoderFailed_;
 }
 
+void LASwriterLAS::compress_side_by_side(std::size_t chunks, RunPieces run) {
+    if (encoder_)
+        encoder_->compressSideBySide(chunks, std::move(run));
+}
+
+/// Runs a step of the encoder; false if it fails. Callers do not expect exceptions: in LASlib there are none.
+template <class Step>
+bool LASwriterLAS::encode(Step step) {
+    try {
+        return step(*encoder_);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return false;
+    }
+}
+
 BOOL LASwriterLAS::write_point(const LASpoint* point) {
     ++p_count;
     if (encoder_) {
-        encoderFailed_ = encoderFailed_ || !encoder_->write(*point);
+        encoderFailed_ = encoderFailed_ || !encode([&](LazEncoder& encoder) { return encoder.write(*point); });
         return isHealthy();
     }
     LittleEndianWriter to(file_->reserve(std::size_t{recordLength_} + LASpoint::extraBytesStep));
@@ -312,7 +330,7 @@ I64 LASwriterLAS::close(BOOL update_npoints) {
     if (!file_ || !file_->isOpen())
         return 0;
     if (encoder_) {
-        encoderFailed_ = !encoder_->end() || encoderFailed_;
+        encoderFailed_ = !encode([](LazEncoder& encoder) { return encoder.end(); }) || encoderFailed_;
         stream_.reset();
         encoder_.reset();
     }

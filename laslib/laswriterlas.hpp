@@ -24,6 +24,7 @@ public:
     /// that is not possible.
     bool open(const CHAR* fileName, const LASheader& header, bool compressed);
 
+    void compress_side_by_side(std::size_t chunks, RunPieces run) override;
     BOOL write_point(const LASpoint* point) override;
     BOOL update_header(const LASheader* header, BOOL use_inventory, BOOL update_extra_bytes) override;
     I64 close(BOOL update_npoints) override;
@@ -33,6 +34,8 @@ private:
     void appendTrailingRecords();
     void overwrite(U64 position, std::span<const char> bytes);
     [[nodiscard]] bool isHealthy() const noexcept;
+    template <class Step>
+    [[nodiscard]] bool encode(Step step);
 
     std::optional<OutputFile> file_;
     std::optional<std::ostream> stream_;

@@ -87,32 +87,22 @@ std::pair<unsigned short, unsigned short> rangeOf(const std::vector<unsigned sho
     return {lowest, highest};
 }
 
-void writeLines(ConvLib::LineWriter& lines, const Cloud& cloud,
-                const std::vector<unsigned long long>& indices, int precision, const StopQuestion& mayGoOn) {
-    inBlocks(indices.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t line = begin; line < end; ++line) {
-            const PhysicalSpace::point& p = cloud.positions[indices[line]];
-            lines.generalRow(std::array{p.x, p.y, p.z}, precision);
-            lines.endLine();
-        }
-    });
-}
-
-void writeShadedLines(ConvLib::LineWriter& lines, const Cloud& cloud,
-                      const std::vector<unsigned long long>& indices, int precision,
-                      const PointShading& shading, const StopQuestion& mayGoOn) {
-    inBlocks(indices.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t line = begin; line < end; ++line) {
-            const unsigned long long index = indices[line];
-            const PhysicalSpace::point& p = cloud.positions[index];
-            const float intensity = shading.intensity(cloud.intensities[index]);
-            const float color = shading.color(p.z, intensity);
-            lines.generalRow(
-                std::array{p.x, p.y, p.z, static_cast<double>(intensity), static_cast<double>(color)},
-                precision);
-            lines.endLine();
-        }
-    });
+/// Writes a line for each index: compose(text, index) its numbers.
+template <class Compose>
+void writeLines(ConvLib::LineWriter& lines, const std::vector<unsigned long long>& indices,
+                Anchor::Workers* workers, const StopQuestion& mayGoOn, Compose&& compose) {
+    // Small enough that each processor has several, large enough to be worth handing out.
+    constexpr std::size_t block = 16384;
+    mayGoOn();
+    lines.composeInBlocks(
+        indices.size(), block, workers,
+        [&](ConvLib::LineText& text, std::size_t begin, std::size_t end) {
+            for (std::size_t line = begin; line < end; ++line) {
+                compose(text, indices[line]);
+                text.endLine();
+            }
+        },
+        [&](std::size_t, std::size_t) { mayGoOn(); });
 }
 
 std::vector<unsigned long long> allOf(std::size_t points) {
@@ -230,9 +220,20 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
         if (observer && lowest == highest)
             observer->valuesChanged(
                 {"Intensity", ConvLib::ValueChange::NotFinite, indices.size(), indices.size()});
-        writeShadedLines(lines, cloud, indices, Precision, PointShading(heights, lowest, highest), mayGoOn);
+        const PointShading shading(heights, lowest, highest);
+        writeLines(lines, indices, workers(), mayGoOn, [&](ConvLib::LineText& text, unsigned long long index) {
+            const PhysicalSpace::point& p = cloud.positions[index];
+            const float intensity = shading.intensity(cloud.intensities[index]);
+            const float color = shading.color(p.z, intensity);
+            text.generalRow(
+                std::array{p.x, p.y, p.z, static_cast<double>(intensity), static_cast<double>(color)},
+                Precision);
+        });
     } else {
-        writeLines(lines, cloud, indices, Precision, mayGoOn);
+        writeLines(lines, indices, workers(), mayGoOn, [&](ConvLib::LineText& text, unsigned long long index) {
+            const PhysicalSpace::point& p = cloud.positions[index];
+            text.generalRow(std::array{p.x, p.y, p.z}, Precision);
+        });
     }
     lines.finish();
     if (error == 0)

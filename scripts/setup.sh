@@ -35,7 +35,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source-path=SCRIPTDIR
 . scripts/apt-state.sh
 
-build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev
+build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev libtbb-dev
     libgdal-dev libpng-dev libproj-dev libseccomp-dev ca-certificates)
 test_packages=(libgtest-dev libgmock-dev hdf5-tools gdal-bin geotiff-bin clang-format doxygen git locales
     chromium fonts-dejavu-core python3 jq)

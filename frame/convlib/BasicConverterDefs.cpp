@@ -17,6 +17,7 @@ struct BasicConverterDefs::Own {
     bool flushLines = true;
     Anchor::StrongPtr<RunObserver> observer;
     std::function<void()> stopQuestion;
+    Anchor::StrongPtr<Anchor::Workers> workers;
     // The current grid.
     double time = 0;
     std::string grid;
@@ -163,6 +164,14 @@ void BasicConverterDefs::setObserver(Anchor::StrongPtr<RunObserver> observer) no
 
 void BasicConverterDefs::setStopQuestion(std::function<void()> mayGoOn) noexcept {
     own_->stopQuestion = std::move(mayGoOn);
+}
+
+void BasicConverterDefs::setWorkers(Anchor::StrongPtr<Anchor::Workers> workers) noexcept {
+    own_->workers = std::move(workers);
+}
+
+Anchor::Workers* BasicConverterDefs::workers() const noexcept {
+    return own_->workers.get();
 }
 
 void BasicConverterDefs::setAdditions(double time, const std::string& grid, GridAdditions additions) {

@@ -4,6 +4,7 @@
 #include "anchor/LoaderProgress.hpp"
 #include "anchor/StrongPtr.hpp"
 #include "anchor/WeakPtr.hpp"
+#include "anchor/Workers.hpp"
 #include "convlib/GridAdditions.hpp"
 #include "convlib/InputReport.hpp"
 #include "convlib/ReadOptions.hpp"
@@ -100,6 +101,10 @@ public:
     /// called in the middle of a file.
     void setStopQuestion(std::function<void()> mayGoOn) noexcept;
     static constexpr std::size_t stopInterval = 65536;
+
+    /// With whom Run() does its work; null unless set: on the calling thread only. The output is the same.
+    void setWorkers(Anchor::StrongPtr<Anchor::Workers> workers) noexcept;
+    [[nodiscard]] Anchor::Workers* workers() const noexcept;
 
     /// What the files of a grid are to have besides; none unless set. Nothing is set by an empty value.
     void setAdditions(double time, const std::string& grid, GridAdditions additions);

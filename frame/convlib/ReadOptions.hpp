@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "anchor/processMemory.hpp"
+#include "anchor/StrongPtr.hpp"
+#include "anchor/Workers.hpp"
+#include "anchor/processLimits.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -31,6 +33,10 @@ struct ReadOptions {
     /// whatever this returns. Called on the thread that creates an array, which may be any. Empty if the host may
     /// request all fields.
     std::function<bool(const std::string& field)> IsWanted;
+
+    /// With whom arrays are read; null: on the thread that requests them only. Kept as long as arrays can be requested.
+    /// Tick is called on the thread that requests an array in any case.
+    Anchor::StrongPtr<Anchor::Workers> Workers;
 };
 
 } // namespace ConvLib

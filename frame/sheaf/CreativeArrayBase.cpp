@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <span>
+#include <vector>
 
 namespace Sheaf {
 
@@ -33,7 +34,7 @@ namespace {
 using Bounds = Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>;
 
 bool expandByArray(Geom::BoundingBox& box, const Anchor::StrongPtr<Anchor::Cacheable>& data,
-                   const std::function<void()>& mayGoOn) {
+                   const std::function<void()>& mayGoOn, Anchor::Workers* workers) {
     if (const auto lattice = Anchor::dynamicCast<UniformCartesianArray>(data)) {
         lattice->expand(box);
         return true;
@@ -42,28 +43,31 @@ bool expandByArray(Geom::BoundingBox& box, const Anchor::StrongPtr<Anchor::Cache
     if (!points)
         return false;
     constexpr std::size_t block = 65536;
-    std::span<const Geom::PhysicalSpace::point> rest = points->base_vector();
-    while (!rest.empty()) {
-        if (mayGoOn)
-            mayGoOn();
-        const std::size_t size = std::min(block, rest.size());
-        for (const Geom::PhysicalSpace::point& p : rest.first(size))
-            box.expand(p);
-        rest = rest.subspan(size);
-    }
+    const std::span<const Geom::PhysicalSpace::point> all = points->base_vector();
+    std::vector<Geom::BoundingBox> boxes((all.size() + block - 1) / block);
+    Anchor::runPieces(
+        workers, boxes.size(),
+        [&](std::size_t i) {
+            const auto rest = all.subspan(i * block);
+            for (const Geom::PhysicalSpace::point& p : rest.first(std::min(block, rest.size())))
+                boxes[i].expand(p);
+        },
+        mayGoOn);
+    for (const Geom::BoundingBox& part : boxes)
+        box.expand(part);
     return true;
 }
 
 /// `hasArray` is true if there was an array or remembered bounds of one.
 Bounds findBounds(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn,
-                  bool& hasArray) {
+                  Anchor::Workers* workers, bool& hasArray) {
     hasArray = true;
     if (auto known = creator.knownBounds())
         return known;
     const auto data = mayCreate ? creator.create(false) : creator.available();
     hasArray = data != nullptr;
     Bounds bounds(new Geom::BoundingBox);
-    if (!expandByArray(*bounds, data, mayGoOn))
+    if (!expandByArray(*bounds, data, mayGoOn, workers))
         return nullptr;
     // Nobody edits a lattice.
     if (!creator.mayBeEdited() || Anchor::dynamicCast<UniformCartesianArray>(data))
@@ -73,14 +77,15 @@ Bounds findBounds(const CreativeArrayBase& creator, bool mayCreate, const std::f
 
 } // namespace
 
-Bounds boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn) {
+Bounds boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn,
+                Anchor::Workers* workers) {
     bool hasArray = false;
-    return findBounds(creator, mayCreate, mayGoOn, hasArray);
+    return findBounds(creator, mayCreate, mayGoOn, workers, hasArray);
 }
 
 bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate) {
     bool hasArray = false;
-    if (const Bounds bounds = findBounds(creator, mayCreate, {}, hasArray))
+    if (const Bounds bounds = findBounds(creator, mayCreate, {}, nullptr, hasArray))
         box.expand(*bounds);
     return hasArray;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Workers.hpp"
 #include "anchor/CreatorBase.hpp"
 #include "geom/BoundingBox.hpp"
 #include "sheaf/MemBase.hpp"
@@ -53,10 +54,11 @@ private:
 /// it must not be changed.
 ///
 /// The array is created if that is needed and `mayCreate` is true; otherwise only arrays in memory and remembered boxes
-/// are used. `mayGoOn`, unless it is empty, is called every 65 536 points, so that a host can stop the work by an
-/// exception. Throws what create() and `mayGoOn` throw.
+/// are used. `mayGoOn`, unless it is empty, is called every 65 536 points (with workers, at times), so that a host can
+/// stop the work by an exception. Throws what create() and `mayGoOn` throw.
 [[nodiscard]] TIDEWATCH_API Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>
-boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn = {});
+boundsOf(const CreativeArrayBase& creator, bool mayCreate, const std::function<void()>& mayGoOn = {},
+         Anchor::Workers* workers = nullptr);
 
 /// Extends a box by that of a creator's array, if it has one. False if there was no array.
 TIDEWATCH_API bool ExpandBBox(Geom::BoundingBox& box, const CreativeArrayBase& creator, bool mayCreate);

@@ -3,6 +3,8 @@
 
 #include "anchor/Cache.hpp"
 #include "anchor/names.hpp"
+#include "anchor/processLimits.hpp"
+#include "host/TbbWorkers.hpp"
 #include "host/options/OptionValues.hpp"
 #include "host/options/addOption.hpp"
 #include "library/output/endsIn.hpp"
@@ -153,6 +155,7 @@ void addInputs(CLI::App& app, InputOptions& inputs) {
              fmt::format("cut LAS and LAZ points into pieces of N (default {})", inputs.fragmentPoints))
         ->group(group);
     addReading(app, inputs);
+    addJobs(app, inputs);
     addValue(app, "--crs", "SYSTEM", anyText, inputs.referenceSystem,
              "coordinate reference system of all grids: EPSG:25832+5783, a file of well-known text, or none; "
              "nothing is transformed")
@@ -171,6 +174,21 @@ void addReading(CLI::App& app, InputOptions& inputs) {
     addValue(app, "--sandbox", {"WHEN", "auto or require"}, sandboxWish, inputs.requiresSandbox,
              "auto (if the system supports it), or require: do not read bundle files and rasters without it")
         ->group(group);
+}
+
+void addJobs(CLI::App& app, InputOptions& inputs) {
+    inputs.workers = makeWorkers(Anchor::processCores());
+    addRepeatable(
+        app, "-j,--jobs", {"N", "a number from 1 to 1024"},
+        [](std::string_view text) {
+            constexpr unsigned most = 1024;
+            const auto number = parseNumber<unsigned>(text);
+            return number && *number >= 1 && *number <= most ? number : std::nullopt;
+        },
+        [&](unsigned count) { inputs.workers = makeWorkers(count); },
+        "processors to use (default all that this process may use)")
+        ->expected(1)
+        ->group("Inputs");
 }
 
 void addPoints(CLI::App& app, InputOptions& inputs) {

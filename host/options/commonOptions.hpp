@@ -18,6 +18,9 @@ void addInputs(CLI::App& command, InputOptions& inputs);
 /// `--memory-limit` and `--sandbox`, which addInputs() adds, too.
 void addReading(CLI::App& command, InputOptions& inputs);
 
+/// `--jobs`, which addInputs() adds, too.
+void addJobs(CLI::App& command, InputOptions& inputs);
+
 /// `--time`, `--grid` and `--field`.
 void addFilters(CLI::App& command, Filters& filters);
 

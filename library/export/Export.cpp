@@ -229,6 +229,7 @@ bool Export::Impl::runOnce(const RunScope& scope) {
     exporter.bundleptr = inputs_.bundle();
     // Only finished files are put in place, so nobody waits for single lines.
     exporter.setFlushLines(false);
+    exporter.setWorkers(inputs_.workers());
     options_.filters.applyTo(exporter);
     if (options_.showSettings) {
         exporter.OutputPath = scope.output;

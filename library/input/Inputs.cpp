@@ -51,7 +51,8 @@ private:
 
 Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress)
     : bundle_(Anchor::makeStrong<Sheaf::Bundle>()),
-      expected_(std::make_shared<ExpectedFields>()) {
+      expected_(std::make_shared<ExpectedFields>()),
+      workers_(options.workers) {
     const std::size_t times = options.sliceTimes.size();
     if (times > 1 && times != options.files.size())
         throw UsageError(fmt::format("--slice-time has {} for {}; give one, or one for each",
@@ -65,6 +66,7 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     }
     read.FragmentPoints = options.fragmentPoints;
     read.Tick = Progress::ticker(progress);
+    read.Workers = options.workers;
     read.IsWanted = [expected = expected_](const std::string& field) { return expected->contains(field); };
     if (options.requiresSandbox)
         requireSandbox(true);

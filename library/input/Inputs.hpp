@@ -3,6 +3,7 @@
 
 #include "anchor/FileState.hpp"
 #include "anchor/StrongPtr.hpp"
+#include "anchor/Workers.hpp"
 #include "convlib/InputReport.hpp"
 #include "convlib/ReadOptions.hpp"
 #include "library/Progress.hpp"
@@ -35,6 +36,8 @@ struct InputOptions {
     /// exporter has in memory together. nullopt leaves the cache as it is and allows the others three quarters of what
     /// the process may use.
     std::optional<std::uint64_t> memoryLimit;
+    /// With whom inputs are read and outputs written; null: on the calling thread only. Nothing else depends on it.
+    Anchor::StrongPtr<Anchor::Workers> workers = {};
     /// Refuses bundle files and rasters where the process that reads them cannot be locked: requireSandbox().
     bool requiresSandbox = false;
     /// Leaves out inputs that cannot be read, unless none can: see Inputs::failures().
@@ -87,6 +90,9 @@ public:
     /// created.
     void expectFields(std::set<std::string> fields) const;
 
+    /// Those of the options; may be null.
+    [[nodiscard]] const Anchor::StrongPtr<Anchor::Workers>& workers() const noexcept { return workers_; }
+
     /// The most memory in bytes for data that has to be in memory together.
     [[nodiscard]] std::uint64_t memoryLimit() const noexcept { return memoryLimit_; }
 
@@ -116,6 +122,7 @@ private:
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> reports_;
     std::vector<Anchor::FileIdentity> identities_;
     std::shared_ptr<ExpectedFields> expected_;
+    Anchor::StrongPtr<Anchor::Workers> workers_;
     std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;
     std::vector<std::string> failures_;
     std::vector<std::string> notes_;

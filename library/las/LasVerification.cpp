@@ -366,7 +366,8 @@ std::vector<std::string> LasVerification::compare(const File& file, const LasPla
                          statement.versionMinor, statement.pointFormat, settings_.version, pointFormat));
     ConvLib::ReadOptions options;
     // Small compared with the fragments of the input.
-    options.FragmentPoints = 100'000;
+    options.FragmentPoints = 100'000ULL * Anchor::workerCount(workers.get());
+    options.Workers = workers;
     options.Tick = tick;
     const ReadBack readBack(file.path, options);
     Comparison comparison(file.name, plan, settings_, statement, readBack.plan());

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/StrongPtr.hpp"
+#include "anchor/Workers.hpp"
 #include "las/LasPlan.hpp"
 #include "library/las/LasRecorder.hpp"
 
@@ -19,6 +21,8 @@ public:
 
     /// Called while points are decoded; see ConvLib::ReadOptions.
     std::function<void(const std::string& file, double share)> tick;
+    /// With whom points are decoded; may be null.
+    Anchor::StrongPtr<Anchor::Workers> workers;
     /// Called before a number of points are decoded.
     std::function<void(std::uint64_t points)> beginPass;
 

@@ -5,11 +5,7 @@
 
 namespace Tidewatch::Las {
 
-namespace {
-constexpr std::uint32_t minLength = 1U << 24;
-constexpr unsigned maxBitsAtOnce = 19;
-constexpr unsigned halfWord = 16;
-} // namespace
+using Formats::Las::halfWordBits;
 
 ArithmeticDecoder::ArithmeticDecoder(Source source) : source_(std::move(source)) {
     for (int i = 0; i < 4; ++i)
@@ -26,7 +22,7 @@ std::uint32_t ArithmeticDecoder::nextByte() {
 }
 
 void ArithmeticDecoder::renew() {
-    while (length_ < minLength) {
+    while (length_ < Formats::Las::shortestInterval) {
         value_ = (value_ << 8) | nextByte();
         length_ <<= 8;
     }
@@ -68,9 +64,9 @@ bool ArithmeticDecoder::bit(BitModel& model) {
 }
 
 std::uint32_t ArithmeticDecoder::bits(unsigned count) {
-    if (count > maxBitsAtOnce) {
-        const std::uint32_t low = bits(halfWord);
-        return low | (bits(count - halfWord) << halfWord);
+    if (count > Formats::Las::mostBitsAtOnce) {
+        const std::uint32_t low = bits(halfWordBits);
+        return low | (bits(count - halfWordBits) << halfWordBits);
     }
     length_ >>= count;
     const std::uint32_t number = value_ / length_;

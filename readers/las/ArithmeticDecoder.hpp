@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "readers/las/ArithmeticModel.hpp"
+#include "formats/las/ArithmeticModel.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -15,6 +15,9 @@ namespace Tidewatch::Las {
 /// Throws Damage for a stream that ends early or is invalid.
 class ArithmeticDecoder {
 public:
+    using SymbolModel = Formats::Las::SymbolModel;
+    using BitModel = Formats::Las::BitModel;
+
     /// Returns the next byte, or nothing at the end.
     using Source = std::function<std::optional<std::uint8_t>()>;
 

@@ -28,13 +28,12 @@ class ColumnOf final : public LasColumn {
 public:
     using Value = std::invoke_result_t<const Get&, const Point&>;
 
-    ColumnOf(Get get, std::uint64_t points) : get_(std::move(get)) { values_.reserve(points); }
+    ColumnOf(Get get, std::uint64_t points) : get_(std::move(get)), points_(points) {}
 
-    void take(std::span<const Point> points) override {
-        const std::size_t before = values_.size();
-        values_.resize(before + points.size());
-        std::transform(points.begin(), points.end(), values_.begin() + static_cast<std::ptrdiff_t>(before),
-                       get_);
+    void begin() override { values_.resize(points_); }
+
+    void take(std::uint64_t first, std::span<const Point> points) override {
+        std::transform(points.begin(), points.end(), values_.begin() + static_cast<std::ptrdiff_t>(first), get_);
     }
 
     [[nodiscard]] Anchor::StrongPtr<Sheaf::MemBase> finish() override {
@@ -43,6 +42,7 @@ public:
 
 private:
     Get get_;
+    std::uint64_t points_;
     std::vector<Value> values_;
 };
 

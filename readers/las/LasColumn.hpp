@@ -19,13 +19,17 @@
 
 namespace Tidewatch {
 
-/// Collects the values of one field while points are being decoded.
+/// Collects the values of one field while points are being decoded, possibly by several threads.
 class LasColumn {
 public:
     virtual ~LasColumn() = default;
 
-    /// Appends the values of a block of points.
-    virtual void take(std::span<const Las::Point> points) = 0;
+    /// Allocates the memory of all values. To be called once, before the others.
+    virtual void begin() = 0;
+
+    /// Takes the values of a block of points, the first of which is value number `first`. Threads may take different
+    /// blocks at the same time.
+    virtual void take(std::uint64_t first, std::span<const Las::Point> points) = 0;
 
     /// The array of all values; the column is empty afterwards.
     [[nodiscard]] virtual Anchor::StrongPtr<Sheaf::MemBase> finish() = 0;

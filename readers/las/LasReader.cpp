@@ -120,9 +120,10 @@ void fillGrid(const SingleGrid& target, const std::shared_ptr<LasSource>& source
     }
     target.grid.setStatement(source->statement());
     target.chart.setReferenceSystem(source->referenceSystem());
+    const auto file = std::make_shared<LasArrayCreator::File>(source);
     for (std::uint64_t index = 0; index < source->fragmentCount(); ++index) {
         const auto fragment = target.grid.makeFragment(source->fragmentName(index));
-        const auto creators = LasArrayCreator::makeAll(source, index);
+        const auto creators = LasArrayCreator::makeAll(file);
         for (std::size_t field = 0; field < fields.size(); ++field)
             fields[field]->addFragment(fragment, creators[field]);
     }

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <functional>
 #include <list>
 #include <optional>
@@ -26,7 +27,8 @@ using Las::Point;
 /// Roughly what a creator, its entry in its field and its share of a fragment take.
 constexpr std::uint64_t bytesPerListedArray = 400;
 
-constexpr std::size_t maxOpenSources = 64;
+// Few enough for processes that may have 64 files open, the usual lower limit.
+constexpr std::size_t maxOpenSources = 16;
 
 /// The limit of all records kept in memory; real ones have some kilobytes.
 constexpr std::uint64_t maxRecordBytes = std::uint64_t{64} << 20;
@@ -76,25 +78,108 @@ std::string decimal(std::uint64_t number, std::size_t width) {
     return fmt::format("{:0{}}", number, width);
 }
 
-using RawColour = std::array<std::uint16_t, 3>;
+/// Raw colours are three numbers a point.
+constexpr std::size_t channelCount = 3;
+using RawColours = std::vector<unsigned short>;
 
-Anchor::StrongPtr<Sheaf::MemBase> makeColours(const std::vector<RawColour>& raw, unsigned shift) {
-    std::vector<Sheaf::Element::Color> colours(raw.size());
-    std::transform(raw.begin(), raw.end(), colours.begin(), [shift](const RawColour& from) {
-        Sheaf::Element::Color colour;
-        for (std::size_t channel = 0; channel < from.size(); ++channel)
-            colour[channel] = static_cast<unsigned char>(from[channel] >> shift);
-        return colour;
+/// The channels of a block's points, combined by "or": above 255 if one of them is.
+std::uint16_t channelsOf(std::span<const Point> points) noexcept {
+    std::uint16_t channels = 0;
+    for (const Point& point : points)
+        channels = static_cast<std::uint16_t>(channels | point.rgb[0] | point.rgb[1] | point.rgb[2]);
+    return channels;
+}
+
+bool isWide(std::uint16_t channels) noexcept {
+    constexpr std::uint16_t largestOfByte = 0xFF;
+    return channels > largestOfByte;
+}
+
+Anchor::StrongPtr<Sheaf::MemBase> makeColours(const RawColours& raw, unsigned shift,
+                                              Anchor::Workers* workers) {
+    std::vector<Sheaf::Element::Color> colours(raw.size() / channelCount);
+    constexpr std::size_t block = 65536;
+    Anchor::runPieces(workers, (colours.size() + block - 1) / block, [&](std::size_t piece) {
+        const std::size_t begin = piece * block;
+        const std::size_t end = std::min(colours.size(), begin + block);
+        for (std::size_t i = begin; i < end; ++i) {
+            for (std::size_t channel = 0; channel < channelCount; ++channel)
+                colours[i][channel] = static_cast<unsigned char>(raw[i * channelCount + channel] >> shift);
+        }
     });
     return Sheaf::makeArray(std::move(colours));
 }
 
 } // namespace
 
-void LasSource::Findings::take(std::span<const Point> points) noexcept {
-    for (const Point& point : points)
-        colours = static_cast<std::uint16_t>(colours | point.rgb[0] | point.rgb[1] | point.rgb[2]);
-}
+/// The fields that are collected of a fragment while it is decoded.
+class LasSource::Pass {
+public:
+    Pass(const LasSource& source, std::uint64_t fragment, std::span<const std::size_t> wanted)
+        : fragment_(fragment),
+          points_(source.pointsOf(fragment)),
+          fields_(wanted.begin(), wanted.end()),
+          columns_(wanted.size()),
+          workers_(source.options_.Workers.get()) {
+        for (std::size_t i = 0; i < fields_.size(); ++i) {
+            const LasField& field = source.fields_[fields_[i]];
+            if (field.isColours())
+                colours_ = i;
+            else
+                columns_[i] = field.makeColumn(points_);
+        }
+        // The system hands memory out when it is first written to, which takes as long as copying it.
+        Anchor::runPieces(workers_, columns_.size(), [this](std::size_t i) {
+            if (columns_[i])
+                columns_[i]->begin();
+            else
+                raw_.resize(points_ * channelCount);
+        });
+    }
+
+    [[nodiscard]] std::uint64_t fragment() const noexcept { return fragment_; }
+    [[nodiscard]] std::uint64_t points() const noexcept { return points_; }
+
+    /// Takes a block of points, the first of which is number `first` of the fragment.
+    void take(std::uint64_t first, std::span<const Point> block) {
+        for (const auto& column : columns_) {
+            if (column)
+                column->take(first, block);
+        }
+        if (!colours_)
+            return;
+        auto target = raw_.begin() + static_cast<std::ptrdiff_t>(first * channelCount);
+        for (const Point& point : block)
+            target = std::copy(point.rgb.begin(), point.rgb.end(), target);
+    }
+
+    /// The arrays; colours are left raw unless the depth is known.
+    [[nodiscard]] Decoded finish(ColourDepth depth) {
+        Decoded decoded{fragment_, fields_, {}, {}};
+        for (const auto& column : columns_)
+            decoded.arrays.emplace_back(column ? column->finish() : nullptr);
+        if (colours_ && depth == ColourDepth::Unknown)
+            decoded.rawColours = Sheaf::makeArray(std::exchange(raw_, {}));
+        else if (colours_)
+            decoded.arrays[*colours_] = makeColours(raw_, shiftOf(depth), workers_);
+        raw_ = {};
+        return decoded;
+    }
+
+    [[nodiscard]] static unsigned shiftOf(ColourDepth depth) noexcept {
+        constexpr unsigned byteBits = 8;
+        return depth == ColourDepth::Bits16 ? byteBits : 0;
+    }
+
+private:
+    std::uint64_t fragment_;
+    std::uint64_t points_;
+    std::vector<std::size_t> fields_;
+    std::vector<std::unique_ptr<LasColumn>> columns_;
+    std::optional<std::size_t> colours_; // the place of the field of colours
+    RawColours raw_;
+    Anchor::Workers* workers_;
+};
 
 LasSource::LasSource(std::string path, ConvLib::ReadOptions options)
     : file_(std::make_shared<const Las::LasFile>(std::move(path))),
@@ -127,28 +212,25 @@ std::string LasSource::fragmentName(std::uint64_t fragment) const {
     return decimal(fragment, std::max(usualWidth, decimal(fragmentCount_ - 1, 1).size()));
 }
 
-Las::PointDecoder& LasSource::decoder() {
+Las::DecoderPool& LasSource::decoders() {
     OpenSources::instance().use(this, [this] { return tryToClose(); });
-    if (!decoder_)
-        decoder_ = std::make_unique<Las::PointDecoder>(file_);
-    return *decoder_;
+    if (!decoders_)
+        decoders_ = std::make_unique<Las::DecoderPool>(file_);
+    return *decoders_;
 }
 
 bool LasSource::tryToClose() {
     const std::unique_lock lock(mutex_, std::try_to_lock);
     if (!lock.owns_lock())
         return false;
-    decoder_.reset();
+    decoders_.reset();
     return true;
 }
 
-void LasSource::remember(const Findings& findings) {
-    constexpr std::uint16_t largestOfByte = 0xFF;
-    if (findings.colours > largestOfByte)
+/// Records what the colours of a fragment tell; whatever fields it was decoded for.
+void LasSource::remember(std::uint64_t fragment, bool wide) {
+    if (wide)
         colourDepth_ = ColourDepth::Bits16;
-}
-
-void LasSource::rememberSeen(std::uint64_t fragment) {
     if (colourDepth_ != ColourDepth::Unknown || seenFragments_.empty() || seenFragments_[fragment])
         return;
     seenFragments_[fragment] = true;
@@ -156,80 +238,87 @@ void LasSource::rememberSeen(std::uint64_t fragment) {
         colourDepth_ = ColourDepth::Bits8;
 }
 
-void LasSource::lookForWideColours(std::uint64_t fragment) {
-    const std::uint64_t first = fragment * fragmentPoints_;
-    const std::uint64_t count = pointsOf(fragment);
-    constexpr std::uint64_t step = Las::PointDecoder::tickInterval;
-    for (std::uint64_t done = 0; done < count && colourDepth_ == ColourDepth::Unknown; done += step) {
-        Findings findings;
-        decoder().decode(first + done, std::min(step, count - done),
-                         [&](std::span<const Point> points) { findings.take(points); });
-        remember(findings);
-        if (options_.Tick)
-            options_.Tick(file_->path(), 1.0);
-    }
-    rememberSeen(fragment);
-}
-
-void LasSource::findColourDepth(std::uint64_t lastFragment) {
-    // Starts where the decoder is, since some files can only be read forward.
-    for (std::uint64_t i = 1; i <= fragmentCount_ && colourDepth_ == ColourDepth::Unknown; ++i) {
-        const std::uint64_t fragment = (lastFragment + i) % fragmentCount_;
-        if (!seenFragments_[fragment])
-            lookForWideColours(fragment);
-    }
-}
-
-std::vector<Anchor::StrongPtr<Sheaf::MemBase>> LasSource::decode(std::uint64_t fragment,
-                                                                 std::span<const std::size_t> wanted) {
-    const std::lock_guard lock(mutex_);
-    const std::uint64_t points = pointsOf(fragment);
-    std::vector<std::unique_ptr<LasColumn>> columns(wanted.size());
-    std::optional<std::size_t> colourPlace;
-    std::vector<RawColour> colours;
-    for (std::size_t i = 0; i < wanted.size(); ++i) {
-        const LasField& field = fields_[wanted[i]];
-        if (field.isColours())
-            colourPlace = i;
-        else
-            columns[i] = field.makeColumn(points);
-    }
-    if (colourPlace)
-        colours.reserve(points);
-
-    Findings findings;
-    const auto sink = [&](std::span<const Point> block) {
-        findings.take(block);
-        for (const auto& column : columns) {
-            if (column)
-                column->take(block);
-        }
-        if (colourPlace) {
-            for (const Point& point : block)
-                colours.push_back(point.rgb);
-        }
+void LasSource::run(Pass& pass) {
+    const std::uint64_t begin = pass.fragment() * fragmentPoints_;
+    std::atomic<std::uint16_t> channels = 0;
+    const auto sink = [&](std::uint64_t first, std::span<const Point> block) {
+        pass.take(first - begin, block);
+        channels |= channelsOf(block);
     };
     const auto tick = [&](std::uint64_t done) {
         if (options_.Tick)
-            options_.Tick(file_->path(), static_cast<double>(done) / static_cast<double>(points));
+            options_.Tick(file_->path(), static_cast<double>(done) / static_cast<double>(pass.points()));
     };
-    decoder().decode(fragment * fragmentPoints_, points, sink, tick);
-    remember(findings);
-    rememberSeen(fragment);
+    decoders().decode(begin, pass.points(), options_.Workers.get(), sink, tick);
+    remember(pass.fragment(), isWide(channels));
+}
 
-    std::vector<Anchor::StrongPtr<Sheaf::MemBase>> arrays(wanted.size());
-    for (std::size_t i = 0; i < wanted.size(); ++i) {
-        if (columns[i])
-            arrays[i] = columns[i]->finish();
+/// Looks for wide colours in a fragment of which nothing is kept, as far as the first one.
+void LasSource::search(std::uint64_t fragment) {
+    const std::uint64_t first = fragment * fragmentPoints_;
+    const std::uint64_t count = pointsOf(fragment);
+    // With workers, enough for each of them.
+    const std::uint64_t step =
+        Las::PointDecoder::tickInterval * (8 * Anchor::workerCount(options_.Workers.get()) - 7);
+    std::atomic<std::uint16_t> channels = 0;
+    for (std::uint64_t done = 0; done < count && !isWide(channels); done += step) {
+        decoders().decode(
+            first + done, std::min(step, count - done), options_.Workers.get(),
+            [&](std::uint64_t, std::span<const Point> points) { channels |= channelsOf(points); });
+        if (options_.Tick)
+            options_.Tick(file_->path(), 1.0);
     }
-    if (colourPlace) {
-        if (colourPlace == 0U)
-            findColourDepth(fragment);
-        constexpr unsigned byteBits = 8;
-        if (colourDepth_ != ColourDepth::Unknown)
-            arrays[*colourPlace] = makeColours(colours, colourDepth_ == ColourDepth::Bits16 ? byteBits : 0);
+    remember(fragment, isWide(channels));
+}
+
+/// Returns what is kept of the fragments that had to be decoded for it.
+std::vector<LasSource::Pass> LasSource::findColourDepth(std::uint64_t lastFragment, const Keep& keep) {
+    std::vector<Pass> kept;
+    // Starts where the decoder is, since some files can only be read forward.
+    for (std::uint64_t i = 1; i <= fragmentCount_ && colourDepth_ == ColourDepth::Unknown; ++i) {
+        const std::uint64_t fragment = (lastFragment + i) % fragmentCount_;
+        if (seenFragments_[fragment])
+            continue;
+        const auto fields = keep ? keep(fragment) : std::vector<std::size_t>();
+        if (fields.empty())
+            search(fragment);
+        else
+            run(kept.emplace_back(*this, fragment, fields));
     }
-    return arrays;
+    return kept;
+}
+
+bool LasSource::looksAhead(std::size_t field) const {
+    const std::lock_guard lock(mutex_);
+    return fields_[field].isColours() && colourDepth_ == ColourDepth::Unknown && unseenFragments_ > 1;
+}
+
+std::vector<LasSource::Decoded> LasSource::decode(std::uint64_t fragment, std::span<const std::size_t> wanted,
+                                                  const Keep& keep) {
+    const std::lock_guard lock(mutex_);
+    Pass pass(*this, fragment, wanted);
+    run(pass);
+    std::vector<Pass> kept;
+    if (fields_[wanted.front()].isColours())
+        kept = findColourDepth(fragment, keep);
+    std::vector<Decoded> all{pass.finish(colourDepth_)};
+    for (Pass& other : kept)
+        all.push_back(other.finish(colourDepth_));
+    return all;
+}
+
+std::vector<LasSource::Decoded> LasSource::narrow(std::uint64_t fragment, std::size_t field,
+                                                  const Anchor::StrongPtr<Sheaf::MemBase>& rawColours,
+                                                  const Keep& keep) {
+    const std::lock_guard lock(mutex_);
+    std::vector<Pass> kept = findColourDepth(fragment, keep);
+    const auto raw = Anchor::dynamicCast<Sheaf::TypedArray<unsigned short>>(rawColours);
+    std::vector<Decoded> all{{fragment, {field}, {}, {}}};
+    all.front().arrays.push_back(
+        makeColours(raw->base_vector(), Pass::shiftOf(colourDepth_), options_.Workers.get()));
+    for (Pass& other : kept)
+        all.push_back(other.finish(colourDepth_));
+    return all;
 }
 
 void LasSource::readStatement() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/LazChunkTable.hpp"
 
+#include "formats/las/CorrectedNumbers.hpp"
 #include "formats/las/layout.hpp"
 #include "formats/littleEndian.hpp"
 #include "readers/las/ArithmeticDecoder.hpp"
@@ -20,45 +21,6 @@ constexpr std::string_view object = "chunk table";
 constexpr std::uint64_t positionSize = 8;
 constexpr std::uint64_t tableHeadSize = Formats::Las::ChunkTable::headSize;
 constexpr std::uint64_t maxStreamPoints = 0xFFFFFFFE; // LASzip uses one more to mark "no chunks"
-
-/// Decodes 32-bit numbers that are stored as corrections of predicted ones. A correction is coded as the
-/// number of its bits, with a model for each context, and then its index among the corrections of that many
-/// bits: the upper eight bits with a model, the others without.
-class CorrectedNumbers {
-public:
-    explicit CorrectedNumbers(ArithmeticDecoder& decoder) : decoder_(&decoder) {
-        for (unsigned count = 1; count <= wordBits; ++count)
-            upperBits_.emplace_back(1U << std::min(count, modelledBits));
-    }
-
-    [[nodiscard]] std::uint32_t next(std::uint32_t predicted, std::size_t context) {
-        return predicted + correction(bitCounts_[context]);
-    }
-
-private:
-    static constexpr unsigned wordBits = 32;
-    static constexpr unsigned modelledBits = 8;
-
-    /// Modulo 2^32, as the format has it.
-    std::uint32_t correction(SymbolModel& bitCounts) {
-        const unsigned count = decoder_->symbol(bitCounts);
-        if (count == 0)
-            return decoder_->bit(zeroOrOne_) ? 1 : 0;
-        if (count == wordBits)
-            return 0x80000000U;
-        std::uint32_t place = decoder_->symbol(upperBits_[count - 1]);
-        if (count > modelledBits)
-            place = (place << (count - modelledBits)) | decoder_->bits(count - modelledBits);
-        // Corrections of k bits are -(2^k - 1) to -2^(k-1) and 2^(k-1) + 1 to 2^k.
-        const std::uint32_t half = 1U << (count - 1);
-        return place >= half ? place + 1 : place - (2 * half - 1);
-    }
-
-    ArithmeticDecoder* decoder_;
-    std::array<SymbolModel, 2> bitCounts_{SymbolModel(wordBits + 1), SymbolModel(wordBits + 1)};
-    BitModel zeroOrOne_;
-    std::vector<SymbolModel> upperBits_;
-};
 
 /// Reads bytes of the file one after the other, buffered.
 class ByteSource {
@@ -189,18 +151,19 @@ LazChunkTable LazChunkTable::read(const InputFile& file, const LasHeader& header
         if (count != 0) {
             ByteSource source(file, tableOffset + tableHeadSize);
             ArithmeticDecoder decoder([&source] { return source.next(); });
-            CorrectedNumbers numbers(decoder);
+            using Formats::Las::CorrectedNumbers;
+            CorrectedNumbers numbers;
             std::uint32_t points = 0;
             std::uint32_t bytes = 0;
             for (std::uint32_t index = 0; index < count; ++index) {
                 const Start begin = table.starts_.back();
                 const std::uint64_t pointsLeft = header.pointCount - begin.firstPoint;
                 if (description.hasVariableChunks())
-                    points = numbers.next(points, 0);
+                    points = numbers.read(decoder, points, CorrectedNumbers::points);
                 else
                     points = static_cast<std::uint32_t>(
                         std::min<std::uint64_t>(pointsLeft, description.chunkSize));
-                bytes = numbers.next(bytes, 1);
+                bytes = numbers.read(decoder, bytes, CorrectedNumbers::bytes);
                 if (points == 0 || points > pointsLeft)
                     failFormat(path, object, "chunk {} is to have {} of the {} points that are left", index,
                                points, pointsLeft);

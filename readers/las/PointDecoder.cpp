@@ -30,6 +30,10 @@ PointDecoder::PointDecoder(std::shared_ptr<const LasFile> file)
 
 PointDecoder::~PointDecoder() = default;
 
+std::uint64_t PointDecoder::position() const noexcept {
+    return source_ ? source_->position() : 0;
+}
+
 void PointDecoder::decode(std::uint64_t first, std::uint64_t count, const Sink& sink, const Tick& tick) {
     if (count == 0)
         return;

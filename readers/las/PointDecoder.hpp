@@ -40,6 +40,9 @@ public:
     /// is missing or has changed since the LasFile was created, and what `tick` and `sink` throw.
     void decode(std::uint64_t first, std::uint64_t count, const Sink& sink, const Tick& tick = {});
 
+    /// The point that is decoded next without a seek: the one after the previous range; 0 before the first.
+    [[nodiscard]] std::uint64_t position() const noexcept;
+
 private:
     void goTo(std::uint64_t point, const Tick& tick);
     [[nodiscard]] std::span<const Point> nextBlock(std::uint64_t most);

@@ -2,6 +2,7 @@
 #include "convlib/LineWriter.hpp"
 
 #include "support/TemporaryFolder.hpp"
+#include "support/ThreadWorkers.hpp"
 #include "support/writesSoFar.hpp"
 
 #include <algorithm>
@@ -14,7 +15,9 @@
 #include <locale>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -276,6 +279,78 @@ TEST(LineWriter, GlobalLocaleWithCommasAndGroupingChangesNoByte) {
     }
     EXPECT_FALSE(Support::readBytes(folder / "plain").empty());
     EXPECT_EQ(Support::readBytes(folder / "commas"), Support::readBytes(folder / "plain"));
+}
+
+/// The text of items 0 to count - 1 in blocks of 7: lines of different lengths, each item a part of a line.
+std::string composed(const std::filesystem::path& path, std::size_t count, unsigned workers, bool flush,
+                     std::vector<std::pair<std::size_t, std::size_t>>* appended = nullptr) {
+    std::ofstream stream(path, std::ios::trunc);
+    LineWriter lines(stream, flush);
+    lines.text("head ");
+    const auto lent = Support::threadWorkers(workers);
+    lines.composeInBlocks(
+        count, 7, lent.get(),
+        [](ConvLib::LineText& text, std::size_t begin, std::size_t end) {
+            for (std::size_t i = begin; i < end; ++i) {
+                text.integer(i);
+                text.text(std::string(i % 50, 'x'));
+                if (i % 3 == 2)
+                    text.endLine();
+            }
+        },
+        [&](std::size_t begin, std::size_t end) {
+            if (appended != nullptr)
+                appended->emplace_back(begin, end);
+        });
+    lines.text("tail");
+    lines.endLine();
+    lines.finish();
+    EXPECT_EQ(lines.lines(), count / 3 + 1);
+    stream.close();
+    const std::string bytes = Support::readBytes(path);
+    EXPECT_EQ(lines.bytes(), bytes.size());
+    return bytes;
+}
+
+TEST(LineWriter, TextComposedSideBySideIsTheSame) {
+    const Support::TemporaryFolder folder;
+    for (const std::size_t count : {0U, 1U, 7U, 8U, 1000U, 20'000U}) {
+        const std::string expected = composed(folder / "a", count, 1, false);
+        for (const unsigned workers : {2U, 3U, 16U}) {
+            std::vector<std::pair<std::size_t, std::size_t>> appended;
+            EXPECT_EQ(composed(folder / "b", count, workers, false, &appended), expected);
+            EXPECT_EQ(composed(folder / "c", count, workers, true), expected);
+            std::size_t end = 0;
+            for (const auto& [from, to] : appended) {
+                EXPECT_EQ(from, end);
+                end = to;
+            }
+            EXPECT_EQ(end, count);
+        }
+    }
+}
+
+TEST(LineWriter, WhoStopsSideBySideKeepsTheBlocksBefore) {
+    const Support::TemporaryFolder folder;
+    std::ofstream stream(folder / "a");
+    LineWriter lines(stream, false);
+    const auto workers = Support::threadWorkers(3);
+    EXPECT_THROW(lines.composeInBlocks(
+                     1000, 10, workers.get(),
+                     [](ConvLib::LineText& text, std::size_t begin, std::size_t end) {
+                         for (std::size_t i = begin; i < end; ++i) {
+                             text.integer(i);
+                             text.endLine();
+                         }
+                     },
+                     [](std::size_t, std::size_t end) {
+                         if (end == 50)
+                             throw std::runtime_error("stop");
+                     }),
+                 std::runtime_error);
+    lines.finish();
+    EXPECT_EQ(lines.lines(), 50U);
+    EXPECT_EQ(Support::readBytes(folder / "a").substr(0, 4), "0\n1\n");
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 // Inputs with the exact files that LASlib writes for them (release 221128).
 #include "las/LasCase.hpp"
 #include "support/ConsoleCapture.hpp"
+#include "support/ThreadWorkers.hpp"
 #include "support/WrittenLas.hpp"
 #include "support/testName.hpp"
 
@@ -138,6 +139,18 @@ TEST_P(LasCases, FilesAreThoseOfLaslib) {
         EXPECT_EQ(tileLine(file.path, file.items), report.tiles[i]);
         EXPECT_EQ(file.bytes, fs::file_size(file.path));
         EXPECT_FALSE(file.failed);
+    }
+}
+
+TEST_P(LasCases, AnyNumberOfWorkersWritesTheSameFiles) {
+    const auto expected = filesIn(GetParam() / "expected");
+    for (const unsigned count : {2U, 3U, 16U}) {
+        const Support::TemporaryFolder folder;
+        Support::ConsoleCapture console;
+        Support::LasCase one(GetParam(), folder.path().string());
+        one.exporter.setWorkers(Support::threadWorkers(count));
+        EXPECT_TRUE(one.exporter.Run());
+        EXPECT_TRUE(filesIn(folder.path()) == expected) << count << " workers";
     }
 }
 

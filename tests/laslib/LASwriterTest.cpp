@@ -5,8 +5,12 @@
 #include "support/WrittenLas.hpp"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -368,5 +372,52 @@ TEST_F(LASwriting, OutputErrorIsKeptAndTurnsTheSignOfTheSize) {
         EXPECT_LT(writer->close(), -375);
     }
 }
+
+struct ChunksSideBySide : LASwriting, ::testing::WithParamInterface<int> {};
+
+/// Calls the pieces from the last to the first, in as many threads.
+void runBackwards(std::size_t pieces, const std::function<void(std::size_t)>& piece) {
+    std::vector<std::jthread> threads;
+    for (std::size_t i = pieces; i-- > 0;)
+        threads.emplace_back(piece, i);
+}
+
+TEST_P(ChunksSideBySide, GiveTheBytesOfOneAfterTheOther) {
+    const auto format = static_cast<U8>(GetParam());
+    LASheader header = headerOf(format >= 6 ? 4 : 2, format);
+    header.point_data_record_length = static_cast<U16>(header.point_data_record_length + 4);
+    std::mt19937 engine(static_cast<unsigned>(format));
+    const auto write = [&](const std::string& name, int points, std::size_t chunks) {
+        engine.seed(format);
+        LASpoint point;
+        EXPECT_TRUE(point.init(&header, format, header.point_data_record_length));
+        const auto writer = open(name, header);
+        if (chunks != 0)
+            writer->compress_side_by_side(chunks, runBackwards);
+        for (int i = 0; i < points; ++i) {
+            fill(point, i);
+            point.X = 3 * i + static_cast<I32>(engine() % 20);
+            point.gps_time = i * 0.25 + engine() % 3;
+            // Chunks of very different sizes.
+            point.intensity = static_cast<U16>(i / 50'000 % 2 == 0 ? 7 : engine());
+            point.classification = i % 3;
+            point.extended_classification = static_cast<U8>(i % 3);
+            point.set_attribute(1, static_cast<U16>(i));
+            EXPECT_TRUE(writer->write_point(&point));
+        }
+        const I64 bytes = writer->close();
+        std::string content = Support::readBytes(folder / name);
+        EXPECT_EQ(bytes, static_cast<I64>(content.size()));
+        return content;
+    };
+    for (const int points : {0, 1, 49'999, 50'000, 50'001, 270'000}) {
+        const std::string expected = write("a.laz", points, 0);
+        for (const std::size_t chunks : {2U, 3U, 16U})
+            EXPECT_TRUE(write("b.laz", points, chunks) == expected) << points << " points, " << chunks;
+    }
+    EXPECT_TRUE(write("a.las", 1000, 0) == write("b.las", 1000, 3));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, ChunksSideBySide, ::testing::Values(0, 1, 2, 3, 6, 7, 8));
 
 } // namespace

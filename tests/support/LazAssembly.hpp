@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "support/ArithmeticEncoder.hpp"
+#include "formats/las/ArithmeticEncoder.hpp"
+#include "formats/las/CorrectedNumbers.hpp"
 #include "support/LasFileBuilder.hpp"
 #include "support/compressLas.hpp"
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -86,13 +86,14 @@ struct LazAssembly {
         append(bytes, static_cast<std::uint32_t>(entries.size()));
         if (entries.empty())
             return bytes;
-        ArithmeticEncoder encoder;
-        Numbers numbers;
+        using Formats::Las::CorrectedNumbers;
+        Formats::Las::ArithmeticEncoder encoder;
+        CorrectedNumbers numbers;
         Entry before{0, 0};
         for (const Entry& entry : entries) {
             if (withPoints)
-                numbers.encode(encoder, entry.points - before.points, 0);
-            numbers.encode(encoder, entry.bytes - before.bytes, 1);
+                numbers.write(encoder, before.points, entry.points, CorrectedNumbers::points);
+            numbers.write(encoder, before.bytes, entry.bytes, CorrectedNumbers::bytes);
             before = entry;
         }
         return bytes + encoder.finish();
@@ -119,43 +120,6 @@ struct LazAssembly {
         copy.setCompressor(1);
         return copy.head + chunkBytes();
     }
-
-private:
-    /// How the table stores the difference of a number to the one before.
-    class Numbers {
-    public:
-        Numbers() {
-            for (unsigned bits = 1; bits <= 32; ++bits)
-                upper_.emplace_back(1U << std::min(bits, 8U));
-        }
-
-        void encode(ArithmeticEncoder& encoder, std::uint32_t difference, std::size_t context) {
-            const auto correction = static_cast<std::int64_t>(static_cast<std::int32_t>(difference));
-            const auto magnitude = static_cast<std::uint64_t>(correction <= 0 ? -correction : correction - 1);
-            const auto bits = static_cast<unsigned>(std::bit_width(magnitude));
-            encoder.symbol(counts_[context], bits);
-            if (bits == 0) {
-                encoder.bit(one_, correction == 1);
-                return;
-            }
-            if (bits == 32)
-                return;
-            const auto place = static_cast<std::uint32_t>(
-                correction < 0 ? correction + (std::int64_t{1} << bits) - 1 : correction - 1);
-            if (bits <= 8) {
-                encoder.symbol(upper_[bits - 1], place);
-            } else {
-                encoder.symbol(upper_[bits - 1], place >> (bits - 8));
-                encoder.bits(bits - 8, place & ((1U << (bits - 8)) - 1));
-            }
-        }
-
-    private:
-        std::vector<Tidewatch::Las::SymbolModel> counts_{Tidewatch::Las::SymbolModel(33),
-                                                         Tidewatch::Las::SymbolModel(33)};
-        std::vector<Tidewatch::Las::SymbolModel> upper_;
-        Tidewatch::Las::BitModel one_;
-    };
 };
 
 } // namespace Support

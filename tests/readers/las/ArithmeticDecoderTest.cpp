@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "readers/las/ArithmeticDecoder.hpp"
 
-#include "support/ArithmeticEncoder.hpp"
+#include "formats/las/ArithmeticEncoder.hpp"
 
 #include <random>
 #include <string>
@@ -12,8 +12,8 @@
 namespace {
 
 using Tidewatch::Las::ArithmeticDecoder;
-using Tidewatch::Las::BitModel;
-using Tidewatch::Las::SymbolModel;
+using Formats::Las::BitModel;
+using Formats::Las::SymbolModel;
 
 ArithmeticDecoder::Source sourceOf(const std::string& bytes) {
     return [&bytes, next = std::size_t{0}]() mutable -> std::optional<std::uint8_t> {
@@ -56,7 +56,7 @@ TEST(ArithmeticDecoder, GivesBackWhatWasEncodedForEveryKindOfSymbol) {
         std::vector<std::uint32_t> sent;
         SymbolModel encodeModel(symbols);
         BitModel encodeBit;
-        Support::ArithmeticEncoder encoder;
+        Formats::Las::ArithmeticEncoder encoder;
         for (int i = 0; i < 20000; ++i) {
             // Mostly one symbol, so that the counts are halved and the interval gets narrow.
             const std::uint32_t symbol = random() % 8 == 0 ? random() % symbols : symbols - 1;
@@ -82,7 +82,7 @@ TEST(ArithmeticDecoder, GivesBackWhatWasEncodedForEveryKindOfSymbol) {
 
 TEST(ArithmeticDecoder, StreamThatEndsEarlyIsDamage) {
     SymbolModel encodeModel(256);
-    Support::ArithmeticEncoder encoder;
+    Formats::Las::ArithmeticEncoder encoder;
     for (std::uint32_t symbol = 0; symbol < 200; ++symbol)
         encoder.symbol(encodeModel, symbol);
     const std::string bytes = encoder.finish();

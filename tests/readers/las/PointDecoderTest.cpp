@@ -296,11 +296,12 @@ TEST(PointDecoder, LayerSizesThatOverflow32BitsAreRefusedBeforeDecompression) {
 TEST(PointDecoder, GpsTimeThatSwitchesSequencesWithoutEndIsRefused) {
     // Each switch makes LASzip call itself; five million of them fit in some 150 bytes and would take 240 MB
     // of stack.
-    using namespace Tidewatch::Las;
+    using Formats::Las::BitModel;
+    using Formats::Las::SymbolModel;
     LasFileBuilder builder = varied(2, 1, 2);
     builder.points[0].numberOfReturns = 1;
     LazAssembly parts = LazAssembly::make(builder, {2});
-    Support::ArithmeticEncoder encoder;
+    Formats::Las::ArithmeticEncoder encoder;
     SymbolModel changedValues(64);
     encoder.symbol(changedValues, 0);
     for (int axis = 0; axis < 3; ++axis) {

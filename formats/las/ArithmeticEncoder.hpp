@@ -1,29 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "readers/las/ArithmeticModel.hpp"
+#include "formats/las/ArithmeticModel.hpp"
 
 #include <cstdint>
 #include <string>
 
-namespace Support {
+namespace Formats::Las {
 
-/// The counterpart of Las::ArithmeticDecoder, for tests that forge streams. The models are the reader's; that
-/// they are right shows in files written by LASzip.
+/// Encodes symbols with the arithmetic coding of LAZ files (A. Said, 2004).
 class ArithmeticEncoder {
 public:
-    void symbol(Tidewatch::Las::SymbolModel& model, std::uint32_t symbol) {
-        using Tidewatch::Las::SymbolModel;
+    void symbol(SymbolModel& model, std::uint32_t symbol) {
         const std::uint32_t whole = length_;
         const std::uint32_t unit = length_ >> SymbolModel::precision;
         const std::uint32_t lower = model.lowerBound(symbol) * unit;
+        // The last symbol's part extends to the end of the interval, which absorbs rounding errors.
         const bool isLast = symbol + 1 == model.symbolCount();
         narrow(lower, (isLast ? whole : model.lowerBound(symbol + 1) * unit) - lower);
         model.count(symbol);
     }
 
-    void bit(Tidewatch::Las::BitModel& model, bool one) {
-        const std::uint32_t bound = model.oneBound() * (length_ >> Tidewatch::Las::BitModel::precision);
+    void bit(BitModel& model, bool one) {
+        const std::uint32_t bound = model.oneBound() * (length_ >> BitModel::precision);
         if (one)
             narrow(bound, length_ - bound);
         else
@@ -31,10 +30,11 @@ public:
         model.count(one);
     }
 
+    /// An unmodelled number of 1 to 32 bits.
     void bits(unsigned count, std::uint32_t number) {
-        if (count > 19) {
-            bits(16, number & 0xFFFFU);
-            bits(count - 16, number >> 16);
+        if (count > mostBitsAtOnce) {
+            bits(halfWordBits, number & 0xFFFFU);
+            bits(count - halfWordBits, number >> halfWordBits);
             return;
         }
         const std::uint32_t unit = length_ >> count;
@@ -43,16 +43,16 @@ public:
 
     /// Ends the stream, with as many bytes as a decoder reads.
     [[nodiscard]] std::string finish() {
-        constexpr std::uint32_t shortest = 1U << 24;
-        const bool isLong = length_ > 2 * shortest;
-        add(isLong ? shortest : shortest >> 1);
-        length_ = isLong ? shortest >> 1 : shortest >> 9;
+        const bool isLong = length_ > 2 * shortestInterval;
+        add(isLong ? shortestInterval : shortestInterval >> 1);
+        length_ = isLong ? shortestInterval >> 1 : shortestInterval >> 9;
         renew();
         bytes_.append(isLong ? 3 : 2, '\0');
         return bytes_;
     }
 
 private:
+    /// Moves the interval up; a carry goes into the bytes that have left already.
     void add(std::uint32_t amount) {
         const std::uint32_t before = base_;
         base_ += amount;
@@ -72,7 +72,7 @@ private:
     }
 
     void renew() {
-        while (length_ < (1U << 24)) {
+        while (length_ < shortestInterval) {
             bytes_ += static_cast<char>(base_ >> 24);
             base_ <<= 8;
             length_ <<= 8;
@@ -84,4 +84,4 @@ private:
     std::uint32_t length_ = 0xFFFFFFFF;
 };
 
-} // namespace Support
+} // namespace Formats::Las

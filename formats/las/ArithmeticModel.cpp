@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "readers/las/ArithmeticModel.hpp"
+#include "formats/las/ArithmeticModel.hpp"
 
 #include <algorithm>
 
-namespace Tidewatch::Las {
+namespace Formats::Las {
 
 namespace {
 
@@ -65,4 +65,4 @@ void BitModel::count(bool bit) {
     untilUpdate_ = cycle_;
 }
 
-} // namespace Tidewatch::Las
+} // namespace Formats::Las

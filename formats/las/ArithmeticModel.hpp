@@ -5,7 +5,14 @@
 #include <cstdint>
 #include <vector>
 
-namespace Tidewatch::Las {
+namespace Formats::Las {
+
+/// Coders renew their interval, byte by byte, when it becomes shorter than this. (A 32-bit interval: A. Said, 2004.)
+constexpr std::uint32_t shortestInterval = 1U << 24;
+
+/// Longer unmodelled numbers are coded in two parts: the lower half word, then the rest.
+constexpr unsigned mostBitsAtOnce = 19;
+constexpr unsigned halfWordBits = 16;
 
 /// Adaptive frequencies of n symbols, as the entropy coding of LAZ files uses them: counts that start at 1
 /// and are halved from 2^15 on, turned into cumulative bounds in units of 2^-15 at growing intervals.
@@ -57,4 +64,4 @@ private:
     std::uint32_t untilUpdate_ = 4;
 };
 
-} // namespace Tidewatch::Las
+} // namespace Formats::Las

@@ -20,4 +20,12 @@ namespace Anchor {
 [[nodiscard]] TIDEWATCH_API std::uint64_t groupMemory(std::string_view membership,
                                                       const std::filesystem::path& root);
 
+/// Processors that this process may use, at least 1: those that it may run on, or as many as a control group's share of
+/// their time makes, rounded up.
+[[nodiscard]] TIDEWATCH_API unsigned processCores();
+
+/// The processors that control groups allow, arguments and rules as for groupMemory(); the largest number without a
+/// limit. (Linux kernel documentation, "Control Group v2", cpu.max; "CFS Bandwidth Control", cpu.cfs_quota_us.)
+[[nodiscard]] TIDEWATCH_API unsigned groupCores(std::string_view membership, const std::filesystem::path& root);
+
 } // namespace Anchor
