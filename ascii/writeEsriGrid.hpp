@@ -32,23 +32,25 @@ std::uint64_t writeCells(ConvLib::LineWriter& lines, const GridFragment& fragmen
     watch.write(
         lines, rows * columns,
         [&](ConvLib::LineText& text, std::size_t begin, std::size_t end, auto& counts) {
-            forEachRowPart(begin, end, columns, [&](std::uint64_t fromTop, std::uint64_t from, std::uint64_t to) {
-                const std::uint64_t row = rows - 1 - fromTop;
-                const unsigned char* const typesOfRow =
-                    types.base_vector().data() + row * types.extents()[0] + first;
-                const T* const valuesOfRow = values.base_vector().data() + row * values.extents()[0] + first;
-                for (std::uint64_t column = from; column < to; ++column) {
-                    if (accepted[typesOfRow[column]]) {
-                        toText(text, valuesOfRow[column], precision);
-                        counts.addCell(valuesOfRow[column], typesOfRow[column]);
-                    } else {
-                        text.text(EsriGridHeader::noData);
-                    }
-                    text.character(' ');
-                }
-                if (to == columns)
-                    text.endLine();
-            });
+            forEachRowPart(begin, end, columns,
+                           [&](std::uint64_t fromTop, std::uint64_t from, std::uint64_t to) {
+                               const std::uint64_t row = rows - 1 - fromTop;
+                               const unsigned char* const typesOfRow =
+                                   types.base_vector().data() + row * types.extents()[0] + first;
+                               const T* const valuesOfRow =
+                                   values.base_vector().data() + row * values.extents()[0] + first;
+                               for (std::uint64_t column = from; column < to; ++column) {
+                                   if (accepted[typesOfRow[column]]) {
+                                       toText(text, valuesOfRow[column], precision);
+                                       counts.addCell(valuesOfRow[column], typesOfRow[column]);
+                                   } else {
+                                       text.text(EsriGridHeader::noData);
+                                   }
+                                   text.character(' ');
+                               }
+                               if (to == columns)
+                                   text.endLine();
+                           });
         },
         [](std::size_t, std::size_t) { return std::span<const T>(); });
     return rows * columns;

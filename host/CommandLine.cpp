@@ -202,6 +202,7 @@ CLI::App* addBundle(CLI::App& program, BundleRequest& request) {
     addLosses(app, request.losses);
     addInputs(app, request.inputs);
     addPoints(app, request.inputs);
+    addTiles(app, request.inputs);
     addReport(app, request.report);
     finish(app, "Example:\n  tidewatch bundle morning.laz --slice-time 6 -o morning.h5");
     return &app;

@@ -30,9 +30,8 @@ public:
                 piece(i);
         };
         // Only now: the least of all limits that exist counts, and workers may exist that are never used.
-        std::call_once(limited_, [this] {
-            threads_.emplace(tbb::global_control::max_allowed_parallelism, count_);
-        });
+        std::call_once(limited_,
+                       [this] { threads_.emplace(tbb::global_control::max_allowed_parallelism, count_); });
         arena_.execute([&] { tbb::parallel_for(0U, count_, work, tbb::simple_partitioner()); });
     }
 

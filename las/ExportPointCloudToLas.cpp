@@ -149,8 +149,9 @@ bool GridStep::mayGoOn(std::uint64_t write, std::uint64_t count) {
 /// again.
 Box GridStep::boundsOfTile(const Sheaf::CreativeArrayBase& positions) const {
     const auto known = boundsOfFragments_.find(&positions);
-    Box bounds = known != boundsOfFragments_.end() ? known->second
-                                                   : Sheaf::boundsOf(positions, true, host_.askWhetherToStop, host_.workers);
+    Box bounds = known != boundsOfFragments_.end()
+                     ? known->second
+                     : Sheaf::boundsOf(positions, true, host_.askWhetherToStop, host_.workers);
     return bounds ? bounds : Box(new Geom::BoundingBox);
 }
 

@@ -2,7 +2,6 @@
 #include "LazEncoder.hpp"
 
 #include "LittleEndian.hpp"
-
 #include "formats/las/ArithmeticEncoder.hpp"
 #include "formats/las/CorrectedNumbers.hpp"
 #include "formats/littleEndian.hpp"
@@ -233,7 +232,8 @@ private:
         chunk.healthy = !library.description.empty() && library.begin(stream);
         const std::size_t extraSize = chunk.extraBytes.size() / chunk.points.size();
         for (std::size_t i = 0; i < chunk.points.size() && chunk.healthy; ++i)
-            chunk.healthy = library.write(chunk.points[i], chunk.extraBytes.data() + i * extraSize, extraSize);
+            chunk.healthy =
+                library.write(chunk.points[i], chunk.extraBytes.data() + i * extraSize, extraSize);
         chunk.healthy = chunk.healthy && library.end();
         chunk.compressed = std::move(stream).str();
     }
@@ -252,9 +252,8 @@ private:
             healthy_ = healthy_ && chunk.healthy;
             if (healthy_) {
                 constexpr std::size_t positionSize = sizeof(U64);
-                const auto tableBegin =
-                    static_cast<std::size_t>(Formats::loadLittleEndian<std::uint64_t>(
-                        reinterpret_cast<const std::uint8_t*>(chunk.compressed.data())));
+                const auto tableBegin = static_cast<std::size_t>(Formats::loadLittleEndian<std::uint64_t>(
+                    reinterpret_cast<const std::uint8_t*>(chunk.compressed.data())));
                 stream_.write(chunk.compressed.data() + positionSize,
                               static_cast<std::streamsize>(tableBegin - positionSize));
                 sizes_.push_back(static_cast<U32>(tableBegin - positionSize));

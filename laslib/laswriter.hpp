@@ -42,7 +42,9 @@ public:
     /// Writes a point that was prepared for the header's format and length.
     virtual BOOL write_point(const LASpoint* point) = 0;
 
-    virtual void update_inventory(const LASpoint* point) { inventory.add(point); }
+    virtual void update_inventory(const LASpoint* point) {
+        inventory.add(point);
+    }
 
     /// Writes the counts and the extent of a header into the file, and with `update_extra_bytes` the content
     /// of its record of attributes. Counts of the inventory (`use_inventory`) are not supported: false.

@@ -272,7 +272,8 @@ bool LASwriterLAS::encode(Step step) {
 BOOL LASwriterLAS::write_point(const LASpoint* point) {
     ++p_count;
     if (encoder_) {
-        encoderFailed_ = encoderFailed_ || !encode([&](LazEncoder& encoder) { return encoder.write(*point); });
+        encoderFailed_ =
+            encoderFailed_ || !encode([&](LazEncoder& encoder) { return encoder.write(*point); });
         return isHealthy();
     }
     LittleEndianWriter to(file_->reserve(std::size_t{recordLength_} + LASpoint::extraBytesStep));

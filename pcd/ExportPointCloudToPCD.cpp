@@ -221,19 +221,21 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
             observer->valuesChanged(
                 {"Intensity", ConvLib::ValueChange::NotFinite, indices.size(), indices.size()});
         const PointShading shading(heights, lowest, highest);
-        writeLines(lines, indices, workers(), mayGoOn, [&](ConvLib::LineText& text, unsigned long long index) {
-            const PhysicalSpace::point& p = cloud.positions[index];
-            const float intensity = shading.intensity(cloud.intensities[index]);
-            const float color = shading.color(p.z, intensity);
-            text.generalRow(
-                std::array{p.x, p.y, p.z, static_cast<double>(intensity), static_cast<double>(color)},
-                Precision);
-        });
+        writeLines(lines, indices, workers(), mayGoOn,
+                   [&](ConvLib::LineText& text, unsigned long long index) {
+                       const PhysicalSpace::point& p = cloud.positions[index];
+                       const float intensity = shading.intensity(cloud.intensities[index]);
+                       const float color = shading.color(p.z, intensity);
+                       text.generalRow(std::array{p.x, p.y, p.z, static_cast<double>(intensity),
+                                                  static_cast<double>(color)},
+                                       Precision);
+                   });
     } else {
-        writeLines(lines, indices, workers(), mayGoOn, [&](ConvLib::LineText& text, unsigned long long index) {
-            const PhysicalSpace::point& p = cloud.positions[index];
-            text.generalRow(std::array{p.x, p.y, p.z}, Precision);
-        });
+        writeLines(lines, indices, workers(), mayGoOn,
+                   [&](ConvLib::LineText& text, unsigned long long index) {
+                       const PhysicalSpace::point& p = cloud.positions[index];
+                       text.generalRow(std::array{p.x, p.y, p.z}, Precision);
+                   });
     }
     lines.finish();
     if (error == 0)

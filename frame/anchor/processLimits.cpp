@@ -6,8 +6,8 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
-#include <string>
 #include <sched.h>
+#include <string>
 #include <unistd.h>
 
 #include <sys/resource.h>
@@ -133,8 +133,8 @@ unsigned processCores() {
     cpu_set_t allowed;
     CPU_ZERO(&allowed);
     // Fails on machines of more than 1024 processors; then all of them count.
-    const int count = ::sched_getaffinity(0, sizeof allowed, &allowed) == 0 ? CPU_COUNT(&allowed)
-                                                                             : ::get_nprocs();
+    const int count =
+        ::sched_getaffinity(0, sizeof allowed, &allowed) == 0 ? CPU_COUNT(&allowed) : ::get_nprocs();
     return std::clamp(groupCores(ownMembership(), groupRoot), 1U, static_cast<unsigned>(std::max(count, 1)));
 }
 

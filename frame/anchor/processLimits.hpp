@@ -26,6 +26,7 @@ namespace Anchor {
 
 /// The processors that control groups allow, arguments and rules as for groupMemory(); the largest number without a
 /// limit. (Linux kernel documentation, "Control Group v2", cpu.max; "CFS Bandwidth Control", cpu.cfs_quota_us.)
-[[nodiscard]] TIDEWATCH_API unsigned groupCores(std::string_view membership, const std::filesystem::path& root);
+[[nodiscard]] TIDEWATCH_API unsigned groupCores(std::string_view membership,
+                                                const std::filesystem::path& root);
 
 } // namespace Anchor

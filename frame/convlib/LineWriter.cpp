@@ -32,7 +32,8 @@ public:
 protected:
     void makeRoom(std::size_t size) override {
         const std::size_t filled = view().size();
-        const std::size_t capacity = std::max(filled + size, 2 * static_cast<std::size_t>(limit_ - buffer_.get()));
+        const std::size_t capacity =
+            std::max(filled + size, 2 * static_cast<std::size_t>(limit_ - buffer_.get()));
         auto larger = std::make_unique_for_overwrite<char[]>(capacity);
         std::memcpy(larger.get(), buffer_.get(), filled);
         buffer_ = std::move(larger);

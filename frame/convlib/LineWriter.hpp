@@ -131,8 +131,8 @@ public:
     /// blocks of text a worker are in memory.
     using Compose = std::function<void(LineText& text, std::size_t begin, std::size_t end)>;
     using Appended = std::function<void(std::size_t begin, std::size_t end)>;
-    void composeInBlocks(std::size_t count, std::size_t block, Anchor::Workers* workers, const Compose& compose,
-                         const Appended& appended);
+    void composeInBlocks(std::size_t count, std::size_t block, Anchor::Workers* workers,
+                         const Compose& compose, const Appended& appended);
 
     /// Writes the remaining data and flushes the stream. More may be appended afterwards.
     void finish() noexcept;

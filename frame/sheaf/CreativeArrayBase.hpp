@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "anchor/Workers.hpp"
 #include "anchor/CreatorBase.hpp"
+#include "anchor/Workers.hpp"
 #include "geom/BoundingBox.hpp"
 #include "sheaf/MemBase.hpp"
 

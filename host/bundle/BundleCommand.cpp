@@ -3,11 +3,16 @@
 
 #include "library/bundle/BundleExport.hpp"
 
+#include <filesystem>
+
 namespace Tidewatch {
 
 int BundleRequest::run() const {
     Report out(report, "bundle");
-    const Inputs read(inputs, out.bar());
+    InputOptions chosen = inputs;
+    if (chosen.tiles)
+        chosen.tiles->scratch = std::filesystem::path(output).parent_path();
+    const Inputs read(chosen, out.bar());
     BundleExport bundle(output, overwrite, read.identities());
     ExportReport done;
     done.files.push_back(bundle.write(*read.bundle(), *out.bar()));

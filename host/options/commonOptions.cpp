@@ -12,8 +12,10 @@
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -115,6 +117,7 @@ void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     addLosses(app, options.losses);
     addInputs(app, request.inputs);
     addPoints(app, request.inputs);
+    addTiles(app, request.inputs);
     addFilters(app, options.filters);
     addReport(app, request.report);
     app.add_flag("--print-parameters", request.printParameters,
@@ -236,6 +239,47 @@ void addPoints(CLI::App& app, InputOptions& inputs) {
         ->group(group);
 }
 
+void addTiles(CLI::App& app, InputOptions& inputs) {
+    const std::string group = "Points";
+    // Both may be given in any order.
+    const auto layout = std::make_shared<std::pair<double, std::array<double, 2>>>();
+    const auto set = [&inputs, layout] {
+        if (layout->first != 0)
+            inputs.tiles.emplace(TileOptions{TileLayout(layout->first, layout->second)});
+    };
+    auto* const size =
+        addRepeatable(
+            app, "--tile-size", {"SIZE", "a number above 0"},
+            [](std::string_view text) {
+                const auto number = finiteNumber(text);
+                return number && *number > 0 ? number : std::nullopt;
+            },
+            [set, layout](double edge) {
+                layout->first = edge;
+                set();
+            },
+            "cut points into squares of this size, in units of the coordinates; each becomes a "
+            "fragment, or with {tile} in OUTPUT a file")
+            ->expected(1)
+            ->group(group);
+    addRepeatable(
+        app, "--tile-origin", {"X,Y", "two numbers"},
+        [](std::string_view text) -> std::optional<std::array<double, 2>> {
+            const auto numbers = parseList(text, finiteNumber);
+            if (!numbers || numbers->size() != 2)
+                return std::nullopt;
+            return std::array{numbers->at(0), numbers->at(1)};
+        },
+        [set, layout](const std::array<double, 2>& origin) {
+            layout->second = origin;
+            set();
+        },
+        "a corner of a square (default 0,0)")
+        ->expected(1)
+        ->needs(size)
+        ->group(group);
+}
+
 void addReport(CLI::App& app, ReportOptions& report, const std::string& jsonHelp) {
     const std::string group = "Messages";
     addValue(app, "--progress", {"WHEN", "auto, always or never"}, parseProgressMode, report.progress,
@@ -285,13 +329,14 @@ void addFileExport(CLI::App& app, ExportRequest& request, ExportOptions& options
             return std::optional(OutputPattern(checkedPath(text, name, name)));
         },
         options.output, options.overwrite,
-        "the file to write; {grid} and {time} in it give each grid or time its own file");
+        "the file to write; {grid}, {time} and {tile} in it give each grid, time or square its own file");
     addExport(app, request, options);
 }
 
 void addFolderExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
-    addOutput(app, "DIRECTORY", folderPattern, options.output, options.overwrite,
-              "the folder to fill; {grid} and {time} in it give each grid or time its own folder");
+    addOutput(
+        app, "DIRECTORY", folderPattern, options.output, options.overwrite,
+        "the folder to fill; {grid}, {time} and {tile} in it give each grid, time or square its own folder");
     addExport(app, request, options);
 }
 

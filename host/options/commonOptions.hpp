@@ -30,6 +30,9 @@ void addOptionalOutput(CLI::App& command, std::optional<std::string>& output, bo
 /// Options for choosing points of the inputs, and for merging them.
 void addPoints(CLI::App& app, InputOptions& inputs);
 
+/// Options for cutting points into squares.
+void addTiles(CLI::App& app, InputOptions& inputs);
+
 void addReport(CLI::App& command, ReportOptions& report, const std::string& jsonHelp = "the summary as JSON");
 
 /// `--output` of a command that writes one bundle file, and `--overwrite`.

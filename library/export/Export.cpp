@@ -130,7 +130,7 @@ const ExportReport& Export::Impl::write() {
     unmatched_ = unmatchedFilters(options_.filters, std::array{inputs_.bundle()});
     for (const std::string& text : unmatched_)
         losses_.add("filter", text);
-    const std::vector<RunScope> scopes = planRuns(options_.output, selection_, *inputs_.bundle());
+    const std::vector<RunScope> scopes = planRuns(options_.output, selection_, inputs_);
     checkPlaces(scopes);
     staging_.emplace(folder());
     for (const std::string& leftover : staging_->leftovers())
@@ -306,7 +306,7 @@ void Export::Impl::collectFiles(ExportRun& run, const StagingFolder::Run& folder
                 skipped_.push_back(gridAtTime(grid.name, grid.time) + ": none of its points is chosen");
             continue;
         }
-        exported_.insert(grid.name);
+        exported_.insert(inputs_.inputGridOf(grid.name));
         run.findLosses(grid, losses_);
     }
     for (const auto& [grids, names] : sharedBy)

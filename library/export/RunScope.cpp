@@ -2,11 +2,13 @@
 #include "library/export/RunScope.hpp"
 
 #include "anchor/Error.hpp"
+#include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 
-#include <algorithm>
 #include <filesystem>
 #include <map>
+#include <set>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -23,23 +25,27 @@ std::string described(const RunScope& scope) {
 } // namespace
 
 std::vector<RunScope> planRuns(const OutputPattern& pattern, const Selection& selection,
-                               const Sheaf::Bundle& bundle) {
-    if (!pattern.isPerGrid() && !pattern.isPerTime())
+                               const Inputs& inputs) {
+    if (!pattern.isPerGrid() && !pattern.isPerTime() && !pattern.isPerTile())
         return {{std::nullopt, std::nullopt, pattern.text()}};
     std::vector<RunScope> runs;
+    std::set<std::pair<std::optional<double>, std::optional<std::string>>> known;
     std::map<std::filesystem::path, std::size_t> runOf;
-    selection.forEachGrid(bundle, [&](double time, const std::string& grid, const Sheaf::Grid&) {
+    selection.forEachGrid(*inputs.bundle(), [&](double time, const std::string& grid, const Sheaf::Grid&) {
         RunScope scope;
         if (pattern.isPerTime())
             scope.time = time;
-        if (pattern.isPerGrid())
+        if (pattern.isPerGrid() || pattern.isPerTile())
             scope.grid = grid;
-        const bool isKnown = std::any_of(runs.begin(), runs.end(), [&](const RunScope& other) {
-            return other.time == scope.time && other.grid == scope.grid;
-        });
-        if (isKnown)
+        if (!known.emplace(scope.time, scope.grid).second)
             return;
-        scope.output = pattern.fill(grid, time);
+        const TiledPoints::Tile* const tile = inputs.tileOf(grid);
+        if (pattern.isPerTile() && tile == nullptr)
+            throw UsageError(fmt::format("{}: {} is not cut into squares, so {{tile}} has no name for it; "
+                                         "--tile-size cuts points",
+                                         pattern.text(), gridAtTime(grid, time)));
+        scope.output =
+            pattern.fill(inputs.inputGridOf(grid), time, tile != nullptr ? tile->name : std::string());
         const auto place = std::filesystem::absolute(scope.output).lexically_normal();
         if (const auto [entry, isNew] = runOf.try_emplace(place, runs.size()); !isNew)
             throw Anchor::FileError(fmt::format("{}: both {} and {} get this name", scope.output,

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "library/input/Filters.hpp"
+#include "library/input/Inputs.hpp"
 #include "library/output/OutputPattern.hpp"
-#include "sheaf/Bundle.hpp"
 
 #include <optional>
 #include <string>
@@ -22,10 +22,10 @@ struct RunScope {
     [[nodiscard]] bool admits(const std::string& runGrid) const { return !grid || *grid == runGrid; }
 };
 
-/// The runs that an output pattern requires: one, or one for each selected grid, time, or combination of
-/// both, in the order of the bundle. Throws Anchor::FileError if two runs have the same output, and what
+/// The runs that an output pattern requires: one, or one for each selected grid, square, time, or combination of
+/// them, in the order of the bundle. Throws Anchor::FileError if two runs have the same output, and what
 /// OutputPattern::fill() throws.
 [[nodiscard]] std::vector<RunScope> planRuns(const OutputPattern& pattern, const Selection& selection,
-                                             const Sheaf::Bundle& bundle);
+                                             const Inputs& inputs);
 
 } // namespace Tidewatch

@@ -25,6 +25,11 @@ namespace Tidewatch {
 void selectInputs(InputOptions& inputs, Filters& filters) {
     inputs.selected.times = filters.times;
     inputs.selected.grids = filters.grids;
+    if (inputs.tiles)
+        inputs.tiledFields = filters.fields;
+    // What comes of it is all there is, under another name.
+    if (inputs.tiles && inputs.tiles->areGrids)
+        filters.grids.clear();
     if (!inputs.merge)
         return;
     inputs.merge->selected = inputs.selected;
@@ -103,6 +108,7 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     };
     if (!options.merge) {
         bundle_ = finish(std::move(bundle_));
+        cutIntoTiles(options, progress);
         return;
     }
     for (MergeInput& input : separate)
@@ -112,6 +118,20 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     addNotes(merged.notes);
     reports_ = {
         Anchor::makeStrong<MergedReport>(options.merge->gridName, merged.origin, std::move(reports_))};
+    cutIntoTiles(options, progress);
+}
+
+void Inputs::cutIntoTiles(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress) {
+    if (!options.tiles)
+        return;
+    Filters filters = options.merge ? Filters{} : options.selected;
+    filters.fields = options.tiledFields;
+    Selection selection(filters);
+    TiledPoints tiled =
+        tilePoints(*bundle_, *options.tiles, selection, memoryLimit_, options.workers.get(), progress);
+    addNotes(tiled.notes);
+    bundle_ = std::move(tiled.bundle);
+    tiles_ = std::move(tiled.tiles);
 }
 
 /// Makes of what was read what is asked for.
@@ -166,10 +186,20 @@ void Inputs::countChosen() const {
         count();
 }
 
+const TiledPoints::Tile* Inputs::tileOf(const std::string& grid) const noexcept {
+    const auto found = tiles_.find(grid);
+    return found != tiles_.end() ? &found->second : nullptr;
+}
+
+const std::string& Inputs::inputGridOf(const std::string& grid) const noexcept {
+    const TiledPoints::Tile* const tile = tileOf(grid);
+    return tile != nullptr ? tile->grid : grid;
+}
+
 Anchor::StrongPtr<ConvLib::InputReport> Inputs::reportOf(const std::string& grid,
                                                          const std::string& origin) const {
     for (const auto& report : reports_) {
-        if (report->grid() == grid && report->file() == origin)
+        if (report->grid() == inputGridOf(grid) && report->file() == origin)
             return report;
     }
     return nullptr;

@@ -11,11 +11,14 @@
 #include "library/points/CellOptions.hpp"
 #include "library/points/MergeOptions.hpp"
 #include "library/points/PointChoice.hpp"
+#include "library/points/TileOptions.hpp"
+#include "library/points/tilePoints.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -50,8 +53,12 @@ struct InputOptions {
     /// Makes points of the cells of lattices, before anything is chosen.
     std::optional<CellOptions> cellsAsPoints = {};
     PointChoice points = {};
-    /// Makes one grid per time of all inputs, at last.
+    /// Makes one grid per time of all inputs.
     std::optional<MergeOptions> merge = {};
+    /// Cuts points into squares, at last. Reads all of them.
+    std::optional<TileOptions> tiles = {};
+    /// The fields that squares are to have, as globs; empty: all.
+    std::vector<std::string> tiledFields = {};
 };
 
 /// Tells inputs which times and grids filters select. If inputs are merged, that is all there is to select: what comes of
@@ -85,6 +92,12 @@ public:
     [[nodiscard]] Anchor::StrongPtr<ConvLib::InputReport> reportOf(const std::string& grid,
                                                                    const std::string& origin) const;
 
+    /// The square that a grid holds, where squares are grids; null for other grids.
+    [[nodiscard]] const TiledPoints::Tile* tileOf(const std::string& grid) const noexcept;
+
+    /// The grid of the inputs that a grid comes from: itself, or that of which it is a square.
+    [[nodiscard]] const std::string& inputGridOf(const std::string& grid) const noexcept;
+
     /// Announces to the readers that only these fields will be requested, until the next call; initially all may be.
     /// Other fields are still available on request, possibly by another pass over the file. Safe while arrays are
     /// created.
@@ -115,6 +128,7 @@ private:
     [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle> prepared(Anchor::StrongPtr<Sheaf::Bundle> read,
                                                             const InputOptions& options,
                                                             const Anchor::StrongPtr<Progress>& progress);
+    void cutIntoTiles(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress);
     void addNotes(const std::vector<std::string>& notes);
     void throwFailures(const std::exception_ptr& first) const;
 
@@ -126,6 +140,7 @@ private:
     std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;
     std::vector<std::string> failures_;
     std::vector<std::string> notes_;
+    std::map<std::string, TiledPoints::Tile> tiles_;
     /// What choosing reads.
     std::set<std::string> decidingFields_;
     std::vector<std::function<void()>> countings_;

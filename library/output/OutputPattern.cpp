@@ -23,7 +23,8 @@ OutputPattern::OutputPattern(std::string text) : text_(std::move(text)) {
         const std::size_t close = open == std::string::npos ? open : text_.find('}', open);
         if (close == std::string::npos) {
             if (open != std::string::npos &&
-                (text_.compare(open, 5, "{grid") == 0 || text_.compare(open, 5, "{time") == 0))
+                (text_.compare(open, 5, "{grid") == 0 || text_.compare(open, 5, "{time") == 0 ||
+                 text_.compare(open, 5, "{tile") == 0))
                 throw UsageError(fmt::format("OUTPUT {}: \"{}\" has no \"}}\"", text_, text_.substr(open)));
             pieces_.push_back({Kind::Text, text_.substr(place)});
             return;
@@ -37,15 +38,18 @@ OutputPattern::OutputPattern(std::string text) : text_(std::move(text)) {
         } else if (name == "time") {
             pieces_.push_back({Kind::Time, {}});
             perTime_ = true;
+        } else if (name == "tile") {
+            pieces_.push_back({Kind::Tile, {}});
+            perTile_ = true;
         } else {
-            throw UsageError(
-                fmt::format("OUTPUT {}: {{{}}} is unknown; there are {{grid}} and {{time}}", text_, name));
+            throw UsageError(fmt::format(
+                "OUTPUT {}: {{{}}} is unknown; there are {{grid}}, {{time}} and {{tile}}", text_, name));
         }
         place = close + 1;
     }
 }
 
-std::string OutputPattern::fill(const std::string& grid, double time) const {
+std::string OutputPattern::fill(const std::string& grid, double time, const std::string& tile) const {
     if (const std::string_view fault = Anchor::nameFault(grid); perGrid_ && !fault.empty())
         throw Anchor::FormatError(
             fmt::format("{}: the name of a grid, \"{}\", {}, so it cannot be part of a file name", text_,
@@ -62,13 +66,16 @@ std::string OutputPattern::fill(const std::string& grid, double time) const {
         case Kind::Time:
             path += shortestText(time);
             break;
+        case Kind::Tile:
+            path += tile;
+            break;
         }
     }
     return path;
 }
 
 std::filesystem::path OutputPattern::fixedFolder(bool isFolder) const {
-    const bool isWhole = isFolder && !perGrid_ && !perTime_;
+    const bool isWhole = isFolder && !perGrid_ && !perTime_ && !perTile_;
     // The text between the last separator and the first brace is part of a name that varies.
     const std::string first =
         pieces_.empty() || pieces_.front().kind != Kind::Text ? "" : pieces_.front().text;

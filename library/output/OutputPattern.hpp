@@ -9,8 +9,8 @@
 
 namespace Tidewatch {
 
-/// The OUTPUT of an export command: a path in which {grid} and {time} are replaced by the name of a grid and
-/// by a time in its shortest decimal form.
+/// The OUTPUT of an export command: a path in which {grid}, {time} and {tile} are replaced by the name of a grid,
+/// by a time in its shortest decimal form and by the name of a square.
 class TIDEWATCH_API OutputPattern {
 public:
     /// An empty pattern.
@@ -29,16 +29,19 @@ public:
     /// Whether each time gets its own output.
     [[nodiscard]] bool isPerTime() const noexcept { return perTime_; }
 
+    /// Whether each square gets its own output.
+    [[nodiscard]] bool isPerTile() const noexcept { return perTile_; }
+
     /// The folder that is part of every output, whatever the grid and the time: that of the text before the first
     /// brace, or the whole text, if it `isFolder`. "." if there is none.
     [[nodiscard]] std::filesystem::path fixedFolder(bool isFolder) const;
 
-    /// The path for a grid and a time. Throws Anchor::FormatError for a grid name in the pattern that is not
+    /// The path for a grid, a time and a square. Throws Anchor::FormatError for a grid name in the pattern that is not
     /// valid as a path component: the name comes from an input file and must not refer to another folder.
-    [[nodiscard]] std::string fill(const std::string& grid, double time) const;
+    [[nodiscard]] std::string fill(const std::string& grid, double time, const std::string& tile = {}) const;
 
 private:
-    enum class Kind { Text, Grid, Time };
+    enum class Kind { Text, Grid, Time, Tile };
     struct Piece {
         Kind kind;
         std::string text;
@@ -48,6 +51,7 @@ private:
     std::vector<Piece> pieces_;
     bool perGrid_ = false;
     bool perTime_ = false;
+    bool perTile_ = false;
 };
 
 } // namespace Tidewatch

@@ -61,8 +61,6 @@ Anchor::StrongPtr<Sheaf::Field> GridBuilder::addField(Sheaf::Representation& to,
     return field;
 }
 
-namespace {
-
 void copyData(const Sheaf::Grid& from, Sheaf::Grid& to) {
     const GridBuilder builder(from, to);
     builder.build(
@@ -78,8 +76,6 @@ void copyData(const Sheaf::Grid& from, Sheaf::Grid& to) {
             });
         });
 }
-
-} // namespace
 
 Anchor::StrongPtr<Sheaf::Bundle>
 rebuilt(const Sheaf::Bundle& from, const Selection& selection,

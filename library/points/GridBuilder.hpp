@@ -37,6 +37,9 @@ private:
     Sheaf::Grid& to_;
 };
 
+/// Fills a grid with everything that another one has; the data is shared.
+void copyData(const Sheaf::Grid& from, Sheaf::Grid& to);
+
 /// A bundle with the slices and grids of another one. Grids that are selected are filled by `build`, all others with the
 /// same data.
 [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle>

@@ -99,10 +99,10 @@ std::uint64_t LasArrayCreator::bytesToMake() const {
 Sheaf::CachedCreator::Made LasArrayCreator::make() const {
     const std::uint64_t bytes = source().pointsOf(fragment_->index) * field().elementSize;
     if (bytes > source().options().MaximumArrayBytes)
-        throw Anchor::LimitError(
-            fmt::format("{}: {} of fragment {}: {} bytes are more than the limit of {}", source().file().path(),
-                        field().name, source().fragmentName(fragment_->index), bytes,
-                        source().options().MaximumArrayBytes));
+        throw Anchor::LimitError(fmt::format("{}: {} of fragment {}: {} bytes are more than the limit of {}",
+                                             source().file().path(), field().name,
+                                             source().fragmentName(fragment_->index), bytes,
+                                             source().options().MaximumArrayBytes));
     const std::uint64_t limit = Anchor::Cache::MemCache().limit();
     const auto decode = [&] {
         const auto raw = field().isColours() ? fragment_->rawColours->available() : nullptr;
@@ -111,7 +111,8 @@ Sheaf::CachedCreator::Made LasArrayCreator::make() const {
         const auto keep = [&](std::uint64_t fragment) { return keepOf(fragment, room); };
         if (!raw)
             return source().decode(fragment_->index, what.fields, keep);
-        auto narrowed = source().narrow(fragment_->index, field_, Anchor::dynamicCast<Sheaf::MemBase>(raw), keep);
+        auto narrowed =
+            source().narrow(fragment_->index, field_, Anchor::dynamicCast<Sheaf::MemBase>(raw), keep);
         Anchor::Cache::MemCache().forget(fragment_->rawColours.get());
         return narrowed;
     };

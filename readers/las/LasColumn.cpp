@@ -33,7 +33,8 @@ public:
     void begin() override { values_.resize(points_); }
 
     void take(std::uint64_t first, std::span<const Point> points) override {
-        std::transform(points.begin(), points.end(), values_.begin() + static_cast<std::ptrdiff_t>(first), get_);
+        std::transform(points.begin(), points.end(), values_.begin() + static_cast<std::ptrdiff_t>(first),
+                       get_);
     }
 
     [[nodiscard]] Anchor::StrongPtr<Sheaf::MemBase> finish() override {

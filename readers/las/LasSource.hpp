@@ -2,8 +2,8 @@
 #pragma once
 
 #include "convlib/ReadOptions.hpp"
-#include "readers/las/LasColumn.hpp"
 #include "readers/las/DecoderPool.hpp"
+#include "readers/las/LasColumn.hpp"
 #include "readers/las/LasFile.hpp"
 #include "sheaf/FileStatement.hpp"
 

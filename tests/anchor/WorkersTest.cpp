@@ -17,7 +17,8 @@ namespace {
 using Anchor::runPieces;
 using Support::threadWorkers;
 
-std::string failureOf(Anchor::Workers* workers, std::size_t pieces, const std::function<void(std::size_t)>& piece,
+std::string failureOf(Anchor::Workers* workers, std::size_t pieces,
+                      const std::function<void(std::size_t)>& piece,
                       const std::function<void()>& between = {}) {
     try {
         runPieces(workers, pieces, piece, between);

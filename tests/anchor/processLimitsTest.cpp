@@ -49,7 +49,9 @@ TEST_F(GroupLimits, InVersionOneTheMemoryControllerCounts) {
 }
 
 TEST_F(GroupLimits, ProcessorsAreTheShareOfTimeRoundedUp) {
-    const auto cores = [&](std::string_view membership) { return Anchor::groupCores(membership, root.path()); };
+    const auto cores = [&](std::string_view membership) {
+        return Anchor::groupCores(membership, root.path());
+    };
     constexpr unsigned any = std::numeric_limits<unsigned>::max();
     EXPECT_EQ(cores("0::/a\n"), any);
     limit("a/cpu.max", "max 100000\n");

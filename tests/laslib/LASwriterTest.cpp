@@ -397,10 +397,10 @@ TEST_P(ChunksSideBySide, GiveTheBytesOfOneAfterTheOther) {
         for (int i = 0; i < points; ++i) {
             fill(point, i);
             point.X = 3 * i + static_cast<I32>(engine() % 20);
-            point.gps_time = i * 0.25 + engine() % 3;
+            point.gps_time = i * 0.25 + static_cast<double>(engine() % 3);
             // Chunks of very different sizes.
             point.intensity = static_cast<U16>(i / 50'000 % 2 == 0 ? 7 : engine());
-            point.classification = i % 3;
+            point.classification = static_cast<U8>(i % 3) & 3;
             point.extended_classification = static_cast<U8>(i % 3);
             point.set_attribute(1, static_cast<U16>(i));
             EXPECT_TRUE(writer->write_point(&point));

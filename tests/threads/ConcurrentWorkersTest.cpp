@@ -3,12 +3,12 @@
 // What exporters and readers do side by side when the host lends workers. CI also builds this with ThreadSanitizer
 // (preset "ci-threads").
 #include "anchor/Cache.hpp"
+#include "ascii/AsciiBundle.hpp"
 #include "ascii/ExportPointCloudToASCII.hpp"
 #include "convlib/Reader.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
 #include "readers/registerReaders.hpp"
-#include "ascii/AsciiBundle.hpp"
 #include "support/ConsoleCapture.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/ThreadWorkers.hpp"

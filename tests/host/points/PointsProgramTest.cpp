@@ -6,6 +6,8 @@
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/WrittenLas.hpp"
 
+#include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -44,6 +46,14 @@ protected:
             file.points.push_back(point);
         }
         write(name, file);
+    }
+
+    [[nodiscard]] std::vector<std::string> namesIn(const std::string& folder) const {
+        std::vector<std::string> all;
+        for (const auto& entry : std::filesystem::directory_iterator(place_ / folder))
+            all.push_back(entry.path().filename().string());
+        std::sort(all.begin(), all.end());
+        return all;
     }
 
     /// The stored first coordinates of an uncompressed file.
@@ -121,6 +131,56 @@ TEST_F(PointsProgram, SliceTimesAreOneForAllOrOneForEach) {
     const auto three = run({"las", "a.las", "b.las", "--slice-time", "1,2,3", "-o", "{grid}{time}.las"});
     EXPECT_EQ(three.status, 2);
     EXPECT_THAT(three.err, HasSubstr("--slice-time has 3 times for 2 inputs"));
+}
+
+TEST_F(PointsProgram, SquaresBecomeFilesFragmentsOrFolders) {
+    // Steps of 0.01: x from 0 to 0.29 and, every other point, y 0 and 1.
+    writeRow("a.laz", 0, 30,
+             [](LasRecord& point, std::size_t i) { point.y = static_cast<std::int32_t>(i % 2 * 100); });
+    writeRow("b.las", 5, 2);
+    const auto files =
+        run({"las", "a.laz", "b.las", "--merge", "--tile-size", "0.1", "-o", "t/{tile}.las", "--verify"});
+    EXPECT_EQ(files.status, 0) << files.err;
+    EXPECT_THAT(namesIn("t"),
+                ElementsAre("0.1_0.las", "0.1_1.las", "0.2_0.las", "0.2_1.las", "0_0.las", "0_1.las"));
+    EXPECT_THAT(xOf("t/0_0.las"), ElementsAre(0, 2, 4, 6, 8, 5, 6));
+    EXPECT_THAT(xOf("t/0.1_1.las"), ElementsAre(11, 13, 15, 17, 19));
+
+    const auto tiles =
+        run({"las", "a.laz", "--tiles", "--tile-size", "10", "--tile-origin", "0.15,-5", "-o", "s/x.las"});
+    EXPECT_EQ(tiles.status, 0) << tiles.err;
+    EXPECT_THAT(namesIn("s"), ElementsAre("x_-9.85_-5.las", "x_0.15_-5.las"));
+
+    EXPECT_EQ(
+        run({"pcd", "a.laz", "--tile-size", "0.2", "--class", "1,2", "-o", "p/{grid}-{tile}.pcd"}).status, 0);
+    EXPECT_THAT(namesIn("p"), ElementsAre("a-0.2_0.pcd", "a-0.2_1.pcd", "a-0_0.pcd", "a-0_1.pcd"));
+    EXPECT_EQ(run({"ascii", "a.laz", "--tile-size", "0.2", "--field", "Positions", "-o", "g/{tile}"}).status,
+              0);
+    EXPECT_THAT(namesIn("g"), ElementsAre("0.2_0", "0.2_1", "0_0", "0_1"));
+    EXPECT_EQ(run({"bundle", "a.laz", "--tile-size", "0.2", "-o", "b.h5"}).status, 0);
+    EXPECT_THAT(run({"info", "b.h5", "--fields"}).out, HasSubstr("0.2_1"));
+}
+
+TEST_F(PointsProgram, SquaresThatAreNotAskedForAreWrongUsage) {
+    writeRow("a.las", 0, 3);
+    const auto noSize = run({"las", "a.las", "-o", "{tile}.las"});
+    EXPECT_EQ(noSize.status, 2);
+    EXPECT_THAT(noSize.err, HasSubstr("--tile-size cuts points into squares"));
+    EXPECT_EQ(run({"las", "a.las", "--tile-size", "0", "-o", "x.las"}).status, 2);
+    EXPECT_EQ(run({"las", "a.las", "--tile-origin", "1,2", "-o", "x.las"}).status, 2);
+    EXPECT_EQ(run({"las", "a.las", "--tile-size", "1", "--tile-origin", "1", "-o", "x.las"}).status, 2);
+    EXPECT_THAT(names(), ElementsAre("a.las"));
+}
+
+TEST_F(PointsProgram, JobsGiveTheSameFiles) {
+    writeRow("a.laz", 0, 120'000);
+    for (const std::string jobs : {"1", "2", "3"}) {
+        const auto result = run({"las", "a.laz", "--jobs", jobs, "-o", jobs + ".laz"});
+        EXPECT_EQ(result.status, 0) << result.err;
+    }
+    EXPECT_TRUE(Support::readBytes(place_ / "1.laz") == Support::readBytes(place_ / "2.laz"));
+    EXPECT_TRUE(Support::readBytes(place_ / "1.laz") == Support::readBytes(place_ / "3.laz"));
+    EXPECT_EQ(run({"las", "a.laz", "-j", "0", "-o", "x.laz"}).status, 2);
 }
 
 TEST_F(PointsProgram, ClassesReturnsAndBoxesAreChosen) {

@@ -15,7 +15,7 @@ protected:
     PlanRuns() : bundle_(Anchor::makeStrong<Sheaf::Bundle>()) {}
 
     std::vector<RunScope> plan(const std::string& pattern, const Filters& filters = {}) {
-        return planRuns(OutputPattern(pattern), Selection(filters), *bundle_);
+        return planRuns(OutputPattern(pattern), Selection(filters), Inputs(bundle_));
     }
     void add(double time, const std::string& grid) { Support::GridBuilder(*bundle_, time, grid); }
 

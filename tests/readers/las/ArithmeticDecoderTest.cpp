@@ -11,9 +11,9 @@
 
 namespace {
 
-using Tidewatch::Las::ArithmeticDecoder;
 using Formats::Las::BitModel;
 using Formats::Las::SymbolModel;
+using Tidewatch::Las::ArithmeticDecoder;
 
 ArithmeticDecoder::Source sourceOf(const std::string& bytes) {
     return [&bytes, next = std::size_t{0}]() mutable -> std::optional<std::uint8_t> {

@@ -477,6 +477,59 @@ TEST_F(LasReaderTest, ColoursStayOutWhileTheirDepthIsUnknownAndOtherFieldsAreNot
     EXPECT_TRUE(creator(*grid, "RGB", "000001")->available());
 }
 
+TEST_F(LasReaderTest, PointsOfNarrowColoursAreDecodedOnce) {
+    // One tick is at most 16 384 points.
+    constexpr std::size_t points = 160'000;
+    LasFileBuilder file = varied(2, 3, points);
+    for (LasRecord& point : file.points) {
+        for (auto& channel : point.rgb)
+            channel &= 0xFF;
+    }
+    const std::string path = write("a.laz", compressLas(file, 10'000));
+    const std::vector<std::string> fragments{"000000", "000001", "000002", "000003"};
+    options_.FragmentPoints = points / fragments.size();
+    for (const bool coloursFirst : {false, true}) {
+        std::size_t ticks = 0;
+        options_.Tick = [&](const std::string&, double) { ++ticks; };
+        options_.SliceTime += 1;
+        const auto grid = read(path);
+        if (coloursFirst)
+            static_cast<void>(values<Color>(*grid, "RGB", fragments[0]));
+        for (const std::string& fragment : fragments)
+            static_cast<void>(values<Point>(*grid, "Positions", fragment));
+        std::size_t number = 0;
+        for (const std::string& fragment : fragments) {
+            for (const Color& colour : values<Color>(*grid, "RGB", fragment))
+                ASSERT_EQ(colour.green(), file.points[number++].rgb[1]);
+            static_cast<void>(values<double>(*grid, "GPSTime", fragment));
+        }
+        EXPECT_EQ(number, points);
+        EXPECT_LE(ticks, points / 16'384 + fragments.size() + 1)
+            << (coloursFirst ? "colours first" : "positions first");
+        EXPECT_GE(ticks, points / 16'384);
+    }
+}
+
+TEST_F(LasReaderTest, NarrowColoursThatExceedTheCacheAreStillRight) {
+    LasFileBuilder file = varied(2, 3, 40'000);
+    for (LasRecord& point : file.points) {
+        for (auto& channel : point.rgb)
+            channel &= 0xFF;
+    }
+    options_.FragmentPoints = 10'000;
+    Anchor::Cache::MemCache().setLimit(1'500'000);
+    const auto grid = read(write("a.laz", compressLas(file, 5'000)));
+    for (std::size_t fragment = 0; fragment < 4; ++fragment) {
+        const auto colours = values<Color>(*grid, "RGB", "00000" + std::to_string(fragment));
+        const auto times = values<double>(*grid, "GPSTime", "00000" + std::to_string(fragment));
+        for (std::size_t i = 0; i < colours.size(); ++i) {
+            ASSERT_EQ(colours[i].blue(), file.points[fragment * 10'000 + i].rgb[2]);
+            ASSERT_EQ(times[i], file.points[fragment * 10'000 + i].gpsTime);
+        }
+        EXPECT_LE(Anchor::Cache::MemCache().bytesInUse(), 2'000'000U);
+    }
+}
+
 TEST_F(LasReaderTest, FieldsThatAreNotWantedDoNotComeAlongAndAreMadeWhenAskedFor) {
     std::set<std::string> wanted{"Positions", "Intensity"};
     options_.IsWanted = [&](const std::string& field) { return wanted.contains(field); };

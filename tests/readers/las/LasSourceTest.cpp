@@ -50,7 +50,9 @@ TEST_F(LasSourceTest, FieldsThatAreWantedComeInTheOrderOfTheWish) {
     const Support::MemoryFile memory(file.build());
     LasSource source(memory.path(), fragmentsOf(10));
     const std::vector<std::size_t> wanted{3, 0};
-    const auto arrays = source.decode(0, wanted);
+    const auto decoded = source.decode(0, wanted, {});
+    ASSERT_EQ(decoded.size(), 1U);
+    const auto& arrays = decoded.front().arrays;
     ASSERT_EQ(arrays.size(), 2U);
     EXPECT_EQ(arrays[0]->elementType(), *source.fields()[3].elementType);
     EXPECT_EQ(arrays[1]->elementType(), *source.fields()[0].elementType);

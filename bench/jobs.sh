@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# The program with one processor beside the same with more: whole processes, in turns, medians of ratios.
+# Usage: bench/jobs.sh BUILD [FOLDER [POINTS [JOBS [ROUNDS]]]], where BUILD is a build folder that has the program.
+# Writes and removes files of some hundred MB in FOLDER (default: here).
+set -euo pipefail
+
+(($# >= 1)) || { sed -n '4,7s/^# //p' "$0" >&2; exit 2; }
+program=$(realpath "$1/host/tidewatch")
+points=${3:-5000000}
+jobs=${4:-2}
+rounds=${5:-5}
+folder=$(mktemp -d "${2:-.}/jobs.XXXXXX")
+trap 'rm -rf "$folder"' EXIT
+cd "$folder"
+
+# One slice of the synthetic survey, with all attributes, as LAZ.
+"$program" sample --points "$points" -o survey.h5 -q
+"$program" las survey.h5 --grid coast --time 0 -o survey.laz -q
+rm survey.h5
+"$program" info survey.laz
+
+# Seconds that a command takes.
+seconds() {
+    local begin=$EPOCHREALTIME
+    "$@" >/dev/null 2>&1
+    local end=$EPOCHREALTIME
+    awk -v b="$begin" -v e="$end" 'BEGIN { printf "%.3f", e - b }'
+}
+
+median() { sort -g | awk '{ v[NR] = $1 } END { print NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
+
+compare() {
+    local name=$1 one more ones=() mores=() ratios=() round
+    shift
+    for ((round = 0; round < rounds; ++round)); do
+        rm -rf out*
+        one=$(seconds "$program" "$@" -j 1)
+        rm -rf out*
+        more=$(seconds "$program" "$@" -j "$jobs")
+        ones+=("$one")
+        mores+=("$more")
+        ratios+=("$(awk -v a="$one" -v b="$more" 'BEGIN { print a / b }')")
+    done
+    printf '%-14s -j 1 %6.2f s   -j %d %6.2f s   ratio %.2f\n' "$name" "$(printf '%s\n' "${ones[@]}" | median)" \
+        "$jobs" "$(printf '%s\n' "${mores[@]}" | median)" "$(printf '%s\n' "${ratios[@]}" | median)"
+}
+
+compare "laz to laz" las survey.laz -o out.laz
+compare "laz to las" las survey.laz -o out.las
+compare "laz to pcd" pcd survey.laz -o out.pcd --no-thinning
+compare "laz to thin pcd" pcd survey.laz -o out.pcd --cell-size 1
+compare "laz to ascii" ascii survey.laz -o out --field Positions
+compare "laz, verified" las survey.laz -o out.laz --verify
+compare "laz to squares" las survey.laz -o 'out/{tile}.laz' --tile-size 250
