@@ -8,6 +8,7 @@
 #include "library/Progress.hpp"
 #include "library/input/Filters.hpp"
 #include "library/points/CellOptions.hpp"
+#include "library/points/FragmentMask.hpp"
 #include "library/points/MergeOptions.hpp"
 #include "library/points/PointChoice.hpp"
 #include "sheaf/Bundle.hpp"
@@ -95,10 +96,14 @@ public:
 
     /// Whether grids hold what was chosen of points or cells. Then extents state the most elements that there can be,
     /// until an array is made or countChosen() is called.
-    [[nodiscard]] bool isChosen() const noexcept { return !countings_.empty(); }
+    [[nodiscard]] bool isChosen() const noexcept { return isChosen_; }
 
-    /// Reads as much as it takes to know how many points are chosen, if that is to be known before arrays are made.
-    void countChosen() const;
+    /// Whether only cells of some types became points.
+    [[nodiscard]] bool choosesByCellTypes() const noexcept { return choosesByCellTypes_; }
+
+    /// Reads as much as it takes to know how many points are chosen, if that is to be known before arrays are made. It is
+    /// all of the current part of `progress`, which may be null.
+    void countChosen(const Anchor::StrongPtr<Progress>& progress = {}) const;
 
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
@@ -121,7 +126,9 @@ private:
     std::vector<std::string> notes_;
     /// What choosing reads.
     std::set<std::string> decidingFields_;
-    std::vector<std::function<void()>> countings_;
+    bool isChosen_ = false;
+    bool choosesByCellTypes_ = false;
+    std::vector<Anchor::StrongPtr<const FragmentMask>> masks_;
 };
 
 } // namespace Tidewatch
