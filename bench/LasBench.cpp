@@ -6,6 +6,7 @@
 #include "anchor/Cache.hpp"
 #include "bench/Ratio.hpp"
 #include "bench/SurveyCloud.hpp"
+#include "bench/peakMemory.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 #include "sheaf/CachedCreator.hpp"
 #include "sheaf/HeldCreator.hpp"
@@ -32,8 +33,6 @@
 
 #include <fmt/core.h>
 #include <laszip/laszip_api.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 
 namespace {
 
@@ -215,14 +214,10 @@ private:
     }
 };
 
-double mebibytes(std::uint64_t bytes) {
-    return static_cast<double>(bytes) / 1048576.0;
-}
-
 void report(const std::string& what, const Bench::Race& race, std::uint64_t bytes) {
     race.printTimes();
     fmt::print("  {}: {:.2f} million points a second, {:.0f} MiB\n", what,
-               static_cast<double>(pointCount) * 1e-6 / race.seconds(0), mebibytes(bytes));
+               static_cast<double>(pointCount) * 1e-6 / race.seconds(0), Bench::mebibytes(bytes));
 }
 
 void compareSpeed(const std::string& folder) {
@@ -332,9 +327,7 @@ private:
 
 /// The peak of resident memory of an export, in bytes, measured in its own process.
 std::uint64_t peakOfExport(const std::string& path, int version) {
-    std::fflush(stdout);
-    const pid_t child = ::fork();
-    if (child == 0) {
+    const std::uint64_t peak = Bench::peakMemoryOf([&] {
         Anchor::Cache::MemCache().setLimit(0);
         std::vector<LateCreator::Family> families(pointCount / fragmentPoints);
         const auto bundle =
@@ -342,14 +335,9 @@ std::uint64_t peakOfExport(const std::string& path, int version) {
                 return Anchor::makeStrong<LateCreator>(type, name, i, families[i]);
             });
         exportTo(bundle, path, version);
-        std::_Exit(0);
-    }
-    int status = 0;
-    rusage usage{};
-    if (child < 0 || ::wait4(child, &status, 0, &usage) != child || status != 0)
-        throw std::runtime_error("LasBench: the export to " + path + " failed");
+    });
     std::filesystem::remove(path);
-    return static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
+    return peak;
 }
 
 void measureMemory(const std::string& folder) {
@@ -358,8 +346,9 @@ void measureMemory(const std::string& folder) {
         for (const char* const extension : {".las", ".laz"}) {
             const std::uint64_t peak = peakOfExport(folder + "/tidewatch-bench" + extension, version);
             fmt::print("LAS 1.{} {}: peak memory {:.0f} MiB, one fragment {:.0f} MiB\n", version, extension,
-                       mebibytes(peak), mebibytes(fragment));
-            Bench::printAtMost("peak memory beyond one fragment, MiB", mebibytes(peak - fragment), 64.0);
+                       Bench::mebibytes(peak), Bench::mebibytes(fragment));
+            Bench::printAtMost("peak memory beyond one fragment, MiB", Bench::mebibytes(peak - fragment),
+                               64.0);
         }
     }
 }

@@ -5,6 +5,7 @@
 // walk, measured in its own process, beside the size of the positions.   Usage: bench-walk [POINTS]
 // [FOLDER]
 #include "anchor/Cache.hpp"
+#include "bench/peakMemory.hpp"
 #include "convlib/Reader.hpp"
 #include "readers/bundle/BundleFileWriter.hpp"
 #include "readers/registerReaders.hpp"
@@ -14,21 +15,19 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 #include <fmt/format.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 
 namespace {
 
+using Bench::mebibytes;
+using Bench::peakMemoryOf;
 using Geom::PhysicalSpace;
 
 constexpr std::uint64_t fragmentPoints = 1'000'000;
@@ -90,32 +89,6 @@ void walkSurvey(const std::string& path) {
                box.upper().y, box.upper().z, seconds.count());
 }
 
-/// Does the work in its own process; gives the peak of its resident memory in bytes.
-std::uint64_t peakMemoryOf(const std::function<void()>& work) {
-    std::fflush(stdout);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        int status = 0;
-        try {
-            work();
-        } catch (const std::exception& error) {
-            fmt::print(stderr, "{}\n", error.what());
-            status = 1;
-        }
-        std::fflush(stdout);
-        std::_Exit(status);
-    }
-    int status = 0;
-    rusage usage{};
-    if (child < 0 || ::wait4(child, &status, 0, &usage) != child || status != 0)
-        std::exit(1);
-    return static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
-}
-
-double mebibytes(std::uint64_t bytes) {
-    return static_cast<double>(bytes) / 1048576.0;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -123,13 +96,19 @@ int main(int argc, char** argv) {
     const std::filesystem::path folder = argc > 2 ? argv[2] : std::filesystem::temp_directory_path();
     const std::string path = (folder / fmt::format("tidewatch-walk-{}.h5", ::getpid())).string();
 
-    const std::uint64_t written = peakMemoryOf([&] { writeSurvey(path, points); });
-    fmt::print("{} points, {:.0f} MiB of positions; written as {:.0f} MiB, peak memory {:.0f} MiB\n", points,
-               mebibytes(points * sizeof(PhysicalSpace::point)), mebibytes(std::filesystem::file_size(path)),
-               mebibytes(written));
-    const std::uint64_t walked = peakMemoryOf([&] { walkSurvey(path); });
-    fmt::print("walk: peak memory {:.0f} MiB with a cache limit of {:.0f} MiB\n", mebibytes(walked),
-               mebibytes(Anchor::Cache::defaultLimit));
+    int status = 0;
+    try {
+        const std::uint64_t written = peakMemoryOf([&] { writeSurvey(path, points); });
+        fmt::print("{} points, {:.0f} MiB of positions; written as {:.0f} MiB, peak memory {:.0f} MiB\n",
+                   points, mebibytes(points * sizeof(PhysicalSpace::point)),
+                   mebibytes(std::filesystem::file_size(path)), mebibytes(written));
+        const std::uint64_t walked = peakMemoryOf([&] { walkSurvey(path); });
+        fmt::print("walk: peak memory {:.0f} MiB with a cache limit of {:.0f} MiB\n", mebibytes(walked),
+                   mebibytes(Anchor::Cache::defaultLimit));
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "{}\n", error.what());
+        status = 1;
+    }
     std::filesystem::remove(path);
-    return 0;
+    return status;
 }

@@ -2,6 +2,7 @@
 #include "host/Program.hpp"
 
 #include "anchor/Error.hpp"
+#include "anchor/printable.hpp"
 #include "host/CommandLine.hpp"
 #include "host/Interruption.hpp"
 #include "host/report/StandardOutput.hpp"
@@ -23,7 +24,7 @@ namespace {
 enum ExitStatus { failed = 1, wrongUsage = 2, interrupted = 130 };
 
 ExitStatus fail(const std::string& message, ExitStatus status = failed) {
-    const std::string line = "tidewatch: " + message + "\n";
+    const std::string line = "tidewatch: " + Anchor::printableLines(message) + "\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
     return status;
 }

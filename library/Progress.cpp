@@ -6,9 +6,11 @@
 namespace Tidewatch {
 
 Progress::~Progress() = default;
+void Progress::part(double, double) {}
 void Progress::begin(const std::string&, double, const std::string&) {}
 void Progress::piece(double, double) {}
 void Progress::say(const std::string&) {}
+void Progress::waits(const std::string&) {}
 void Progress::tick(const std::string&, double) {}
 void Progress::end() {}
 void Progress::check() {}

@@ -12,13 +12,17 @@ namespace Tidewatch {
 /// Reports how far the work has come, and lets a host stop it: an exception thrown by any of these functions ends the
 /// work and passes to the caller. The base class shows nothing and stops nothing.
 ///
-/// Work has a size in some unit and consists of pieces; reading an array reports the share of the current piece. Called
-/// on the thread that does the work, check() many times a second.
+/// A run consists of parts, each with its share of the whole; the work in one has a size in some unit and consists of
+/// pieces; reading an array reports the share of the current piece. Called on the thread that does the work, check() many
+/// times a second.
 class TIDEWATCH_API Progress : public Anchor::ReferenceBase<Progress> {
 public:
     ~Progress() override;
 
-    /// Work of size `total` starts; `unit` is in the plural.
+    /// What follows is the part of the whole run between these shares (0 to 1). Without a call, work is the whole run.
+    virtual void part(double from, double to);
+
+    /// Work of size `total` starts; `unit` is in the plural. It is all of the current part.
     virtual void begin(const std::string& text, double total, const std::string& unit);
 
     /// A piece starts: `done` is the work done so far, `size` the work in this piece.
@@ -27,10 +31,14 @@ public:
     /// The description of the current work changes.
     virtual void say(const std::string& text);
 
+    /// The work has been waiting for a while for something that others do. A host should tell this even where it shows no
+    /// progress.
+    virtual void waits(const std::string& text);
+
     /// The completed share (0 to 1) of the piece, while a file is read.
     virtual void tick(const std::string& file, double share);
 
-    /// The work is over.
+    /// The run is over: nothing is left to be done.
     virtual void end();
 
     /// Asks whether to continue.

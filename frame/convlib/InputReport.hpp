@@ -44,6 +44,9 @@ public:
     /// as "coordinate reference system".
     [[nodiscard]] virtual std::vector<std::string> notCarried() const = 0;
 
+    /// Contents, as far as known by now, that are lost where only cells of some types are taken; one short phrase each.
+    [[nodiscard]] virtual std::vector<std::string> lostByCellTypes() const;
+
     /// The step in which the file stores coordinates, per axis in coordinate units; nullopt if it stores them
     /// as floating-point numbers.
     [[nodiscard]] virtual std::optional<Geom::PhysicalSpace::vector> coordinateStep() const = 0;

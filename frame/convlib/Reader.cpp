@@ -22,6 +22,9 @@ InputReport::~InputReport() = default;
 std::vector<InputReport::Fact> InputReport::facts() const {
     return {};
 }
+std::vector<std::string> InputReport::lostByCellTypes() const {
+    return {};
+}
 std::optional<InputReport::Box> InputReport::statedBox() const {
     return std::nullopt;
 }

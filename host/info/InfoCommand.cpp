@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/info/InfoCommand.hpp"
 
+#include "anchor/printable.hpp"
 #include "host/info/inventoryTexts.hpp"
 #include "host/report/StandardOutput.hpp"
+#include "library/ProgressParts.hpp"
 
 #include <string>
 #include <vector>
@@ -14,6 +16,7 @@ int InfoRequest::run() const {
     InputOptions options = inputs;
     options.skipsUnreadable = true;
     const Inputs read(options, out.bar());
+    out.bar()->part(ProgressParts::opened, 1);
     Inventory inventory = Inventory::of(*read.bundle(), read.reports(), bounds);
     if (statistics)
         inventory.addStatistics(*read.bundle(), out.bar());
@@ -28,7 +31,7 @@ int InfoRequest::run() const {
         std::string text = fields ? inventoryText(inventory) : inventoryTable(inventory);
         if (statistics)
             text += statisticsText(inventory);
-        writeStandardOutput(text);
+        writeStandardOutput(Anchor::printableLines(text));
     }
     for (const std::string& failure : failures)
         out.messages().error(failure);

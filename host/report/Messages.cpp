@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/report/Messages.hpp"
 
+#include "anchor/printable.hpp"
+#include "library/report/Wording.hpp"
+
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
 #include <unistd.h>
 #include <utility>
 
+#include <fmt/format.h>
 #include <sys/ioctl.h>
 
 namespace Tidewatch {
@@ -47,16 +51,37 @@ Messages::Messages(Verbosity verbosity, std::FILE* stream)
     : stream_(stream),
       verbosity_(verbosity),
       earlierSink_(Anchor::Console::setSink([this](std::string_view message) {
-          if (verbosity_ == Verbosity::Verbose || tellsOfSomethingMissing(message))
+          if (verbosity_ == Verbosity::Verbose)
               note(message);
+          else if (tellsOfSomethingMissing(message))
+              takeConsoleMessage(message);
       })) {}
 
 Messages::~Messages() {
     Anchor::Console::setSink(std::move(earlierSink_));
     try {
+        tellRepeats();
         status({});
     } catch (...) {
         // The only consequence is that the status line remains on the screen.
+    }
+}
+
+void Messages::takeConsoleMessage(std::string_view message) {
+    const auto known = std::find_if(repeats_.begin(), repeats_.end(),
+                                    [&](const Repeats& repeats) { return repeats.message == message; });
+    if (known != repeats_.end()) {
+        ++known->more;
+        return;
+    }
+    note(message);
+    repeats_.push_back({std::string(message)});
+}
+
+void Messages::tellRepeats() {
+    for (Repeats& repeats : repeats_) {
+        if (const std::uint64_t more = std::exchange(repeats.more, 0); more != 0)
+            note(fmt::format("... and {} more: {}", grouped(more), repeats.message));
     }
 }
 
@@ -64,7 +89,7 @@ void Messages::line(std::string_view text) {
     const std::string below = std::exchange(status_, {});
     // Carriage return and "erase to the end of the line" (ECMA-48 EL) remove the status line.
     std::string all = below.empty() ? "" : "\r\x1b[K";
-    all.append(text).append("\n").append(below);
+    all.append(Anchor::printableLines(text)).append("\n").append(below);
     std::fwrite(all.data(), 1, all.size(), stream_);
     std::fflush(stream_);
     status_ = below;
@@ -76,18 +101,21 @@ void Messages::note(std::string_view text) {
 }
 
 void Messages::warning(std::string_view text) {
-    if (verbosity_ != Verbosity::Quiet)
-        line(std::string("tidewatch: warning: ").append(text));
+    if (verbosity_ == Verbosity::Quiet)
+        return;
+    tellRepeats();
+    line(std::string("tidewatch: warning: ").append(text));
 }
 
 void Messages::error(std::string_view text) {
+    tellRepeats();
     line(std::string("tidewatch: ").append(text));
 }
 
 void Messages::status(std::string_view text) {
     if (text.empty() && status_.empty())
         return;
-    status_ = cut(text, widthOf(stream_) - 1);
+    status_ = cut(Anchor::printable(text), widthOf(stream_) - 1);
     const std::string all = "\r" + status_ + "\x1b[K";
     std::fwrite(all.data(), 1, all.size(), stream_);
     std::fflush(stream_);

@@ -3,17 +3,20 @@
 
 #include "anchor/Console.hpp"
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Tidewatch {
 
 /// The program's standard error: lines of text, and below them, on a terminal, one status line that is
 /// redrawn in place.
 ///
-/// For use by one thread. During its lifetime, console messages of the libraries go here, too, one line each,
-/// subject to the verbosity.
+/// What has no place in a message is escaped (Anchor::printable). For use by one thread. During its lifetime, console messages of the libraries go here, too, one line each,
+/// subject to the verbosity. Of equal ones the first is shown at once, and the number of the others before the next
+/// warning or error, or at the end; Verbosity::Verbose shows all.
 class Messages {
 public:
     enum class Verbosity {
@@ -50,9 +53,18 @@ public:
     [[nodiscard]] bool canRedraw() const;
 
 private:
+    void takeConsoleMessage(std::string_view message);
+    void tellRepeats();
+
     std::FILE* stream_;
     Verbosity verbosity_;
     std::string status_;
+    struct Repeats {
+        std::string message;
+        /// Besides the one that was shown.
+        std::uint64_t more = 0;
+    };
+    std::vector<Repeats> repeats_;
     Anchor::Console::Sink earlierSink_;
 };
 

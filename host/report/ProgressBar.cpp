@@ -64,6 +64,14 @@ ProgressBar::ProgressBar(ProgressMode mode, Messages& messages, std::function<Cl
 
 ProgressBar::~ProgressBar() = default;
 
+void ProgressBar::part(double from, double to) {
+    begun_ = false;
+    from_ = std::clamp(from, 0.0, 1.0);
+    to_ = std::clamp(to, from_, 1.0);
+    share_ = 0;
+    Interruption::check();
+}
+
 void ProgressBar::begin(const std::string& text, double total, const std::string& unit) {
     begun_ = true;
     text_ = text;
@@ -71,6 +79,10 @@ void ProgressBar::begin(const std::string& text, double total, const std::string
     total_ = total;
     done_ = pieceSize_ = share_ = 0;
     start_ = now_();
+    if (!firstStart_) {
+        firstStart_ = start_;
+        firstShare_ = from_;
+    }
     draw(true);
     Interruption::check();
 }
@@ -89,6 +101,14 @@ void ProgressBar::say(const std::string& text) {
     Interruption::check();
 }
 
+void ProgressBar::waits(const std::string& text) {
+    if (mode_ == Mode::Off)
+        messages_.note("tidewatch: " + text);
+    else
+        say(text);
+    Interruption::check();
+}
+
 void ProgressBar::tick(const std::string& file, double share) {
     share_ = share;
     if (!begun_)
@@ -98,12 +118,16 @@ void ProgressBar::tick(const std::string& file, double share) {
 }
 
 void ProgressBar::end() {
-    if (mode_ == Mode::Lines && begun_) {
+    if (mode_ == Mode::Lines && firstStart_) {
         done_ = total_;
         pieceSize_ = share_ = 0;
+        isOver_ = true;
         draw(true);
     }
-    begun_ = false;
+    begun_ = isOver_ = false;
+    from_ = shown_ = share_ = 0;
+    to_ = 1;
+    firstStart_.reset();
     if (mode_ == Mode::Redraw)
         messages_.status({});
 }
@@ -128,20 +152,29 @@ void ProgressBar::draw(bool atOnce) {
         messages_.line(line);
 }
 
-ProgressState ProgressBar::state(Clock::time_point now) const {
+double ProgressBar::shareOfRun() const {
+    if (isOver_)
+        return 1;
+    const double ofPart = !begun_ ? share_ : total_ > 0 ? (done_ + share_ * pieceSize_) / total_ : 0;
+    return from_ + std::clamp(ofPart, 0.0, 1.0) * (to_ - from_);
+}
+
+ProgressState ProgressBar::state(Clock::time_point now) {
     ProgressState state{text_, std::nullopt, std::nullopt, unit_, std::nullopt};
-    if (!begun_) {
-        state.share = share_;
+    // Full is what a bar is when nothing is left to be done.
+    constexpr double most = 0.99;
+    const double share = shareOfRun();
+    shown_ = std::max(shown_, isOver_ ? 1 : std::min(share, most));
+    state.share = shown_;
+    if (!begun_)
         return state;
-    }
     const double done = std::min(total_, done_ + share_ * pieceSize_);
-    if (total_ > 0)
-        state.share = done / total_;
     const double elapsed = Seconds(now - start_).count();
-    if (elapsed >= settlingTime.count() && done > 0) {
+    if (elapsed >= settlingTime.count() && done > 0)
         state.rate = done / elapsed;
-        state.secondsLeft = (total_ - done) / *state.rate;
-    }
+    const double elapsedSinceFirst = Seconds(now - *firstStart_).count();
+    if (elapsedSinceFirst >= settlingTime.count() && share > firstShare_)
+        state.secondsLeft = (1 - share) * elapsedSinceFirst / (share - firstShare_);
     return state;
 }
 

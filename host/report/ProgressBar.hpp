@@ -42,7 +42,8 @@ struct ProgressState {
 /// Shows the progress of the work, and interrupts it: every call throws Interrupted once the user has asked
 /// to stop.
 ///
-/// Drawing is throttled by the clock, so calls may be as frequent as the caller likes.
+/// The share that it shows never falls, and reaches 100 % only at the end. Drawing is throttled by the clock, so calls
+/// may be as frequent as the caller likes.
 class ProgressBar final : public Progress {
 public:
     using Clock = std::chrono::steady_clock;
@@ -51,10 +52,13 @@ public:
     ProgressBar(ProgressMode mode, Messages& messages, std::function<Clock::time_point()> now = &Clock::now);
     ~ProgressBar() override;
 
+    void part(double from, double to) override;
     void begin(const std::string& text, double total, const std::string& unit) override;
     void piece(double done, double size) override;
     /// Draws at once.
     void say(const std::string& text) override;
+    /// As a line, where there is no bar or line that says so anyway.
+    void waits(const std::string& text) override;
     /// Unless begin() was called, the file itself is the work.
     void tick(const std::string& file, double share) override;
     /// Removes the bar.
@@ -65,13 +69,25 @@ private:
     enum class Mode { Off, Redraw, Lines };
 
     void draw(bool atOnce);
-    [[nodiscard]] ProgressState state(Clock::time_point now) const;
+    [[nodiscard]] ProgressState state(Clock::time_point now);
+    /// The share of the whole run that is done.
+    [[nodiscard]] double shareOfRun() const;
 
     Messages& messages_;
     std::function<Clock::time_point()> now_;
     Mode mode_ = Mode::Off;
 
+    /// The current part of the run.
+    double from_ = 0;
+    double to_ = 1;
+    /// The largest share shown so far.
+    double shown_ = 0;
+    /// When the first work began, and the share that was done by then.
+    std::optional<Clock::time_point> firstStart_;
+    double firstShare_ = 0;
+
     bool begun_ = false;
+    bool isOver_ = false;
     std::string text_;
     std::string unit_;
     double total_ = 0;

@@ -1,17 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/report/Report.hpp"
 
+#include "anchor/printable.hpp"
 #include "host/report/StandardOutput.hpp"
 #include "host/report/summaryText.hpp"
 #include "library/report/Wording.hpp"
 
 #include <cstddef>
 #include <map>
+#include <unistd.h>
 #include <utility>
 
 #include <fmt/format.h>
 
 namespace Tidewatch {
+
+namespace {
+
+/// Where standard output is not a terminal, programs read it, and get all.
+constexpr std::size_t filesOnAScreen = 20;
+
+} // namespace
 
 Report::Report(const ReportOptions& options, std::string command)
     : options_(options),
@@ -71,6 +80,8 @@ void Report::printNotes(const std::vector<std::string>& notes) {
 void Report::printSummary(const ExportReport& report) const {
     if (options_.json)
         writeStandardOutput(summaryJson(command_, report));
+    else if (!options_.quiet && ::isatty(STDOUT_FILENO) == 1)
+        writeStandardOutput(Anchor::printableLines(summaryText(report, filesOnAScreen)));
     else if (!options_.quiet)
         writeStandardOutput(summaryText(report));
 }

@@ -2,6 +2,7 @@
 #include "host/report/summaryText.hpp"
 
 #include "host/report/Json.hpp"
+#include "library/report/Wording.hpp"
 
 #include <utility>
 
@@ -9,12 +10,18 @@
 
 namespace Tidewatch {
 
-std::string summaryText(const ExportReport& report) {
+std::string summaryText(const ExportReport& report, std::size_t most) {
+    const std::size_t files = report.files.size();
+    const std::size_t shown = files > most ? most - 1 : files;
     std::string text;
-    for (const ExportReport::File& file : report.files)
+    for (std::size_t number = 0; number < shown; ++number) {
+        const ExportReport::File& file = report.files[number];
         text += fmt::format("{}: {} {}, {} bytes{}\n", file.path, file.items, file.unit, file.bytes,
                             file.bytesBefore != 0 ? fmt::format(", appended to {} bytes", file.bytesBefore)
                                                   : std::string());
+    }
+    if (shown != files)
+        text += fmt::format("... and {} more files\n", grouped(files - shown));
     return text;
 }
 

@@ -3,6 +3,7 @@
 
 #include "anchor/Error.hpp"
 #include "host/view/openInBrowser.hpp"
+#include "library/ProgressParts.hpp"
 #include "library/output/endsIn.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
@@ -57,10 +58,10 @@ int makePicture(const ViewRequest& request, Report& out, const Inputs& inputs, V
     options.size = request.size.value_or(options.size);
     options.colors = request.color.value_or(options.colors);
     const ViewPicture picture = makeViewPicture(inputs, options, *out.bar());
-    out.bar()->end();
     const std::string pieces[] = {pngBytes(picture.image)};
     ExportReport done;
     done.files.push_back(file.place(pieces, picture.points));
+    out.bar()->end();
     out.printSummary(done);
     return 0;
 }
@@ -73,12 +74,12 @@ int makePage(const ViewRequest& request, Report& out, const Inputs& inputs, View
     options.title = std::move(title);
     options.program = "tidewatch " TIDEWATCH_VERSION;
     ViewPage page = makeViewPage(inputs, options, *out.bar());
-    out.bar()->end();
     for (const std::string& note : page.notes)
         out.messages().note("tidewatch: " + note);
     ExportReport done;
     done.notes = page.notes;
     done.files.push_back(file.place(page.text, page.points));
+    out.bar()->end();
     out.printSummary(done);
     if (!request.output && !openInBrowser(done.files.front().path))
         out.messages().warning("there is no xdg-open here; open " + done.files.front().path +
@@ -109,7 +110,12 @@ int ViewRequest::run() const {
     Report out(report, "view");
     const Inputs read(job.inputs, out.bar());
     // Points are chosen in proportion to their number.
-    read.countChosen();
+    constexpr double counted = 0.3;
+    if (read.isChosen()) {
+        out.bar()->part(ProgressParts::opened, counted);
+        read.countChosen(out.bar());
+    }
+    out.bar()->part(read.isChosen() ? counted : ProgressParts::opened, ProgressParts::worked);
     ViewFile file(output ? *output : cachePath(inputs.files), overwrite || !output, read.identities());
     return isPicture ? makePicture(job, out, read, file, titleOf(inputs.files))
                      : makePage(job, out, read, file, titleOf(inputs.files));

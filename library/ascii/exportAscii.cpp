@@ -117,6 +117,11 @@ public:
     bool fillsFolder() const override { return true; }
     bool addsToFiles() const override { return options_.settings.append; }
 
+    bool choosesByCellTypes() const override {
+        return !options_.cellTypes.empty() &&
+               options_.settings.filterField == AsciiOptions().settings.filterField;
+    }
+
     std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override {
         std::vector<ExpectedFile> files;
         const auto addFilesOf = [&](double time, const std::string& name, const Sheaf::Grid& grid) {

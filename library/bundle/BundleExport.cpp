@@ -35,9 +35,11 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
     const StagingFolder::Run run = folder->beginRun();
     const fs::path staged = run.path() / state_->path.filename();
     BundleFileWriteOptions options;
+    bool hasBegun = false;
     options.Progress = [&](std::uint64_t done, std::uint64_t total) {
-        if (done == 0)
+        if (!hasBegun)
             progress.begin("writing", static_cast<double>(total), "items");
+        hasBegun = true;
         progress.piece(static_cast<double>(done), 1);
     };
     try {
@@ -49,7 +51,6 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
             message.replace(0, staged.string().size(), state_->path.string());
         throw Anchor::FileError(message);
     }
-    progress.end();
     state_->placement.add(run.name() / state_->path.filename(), state_->path);
     return {state_->path.string(), Inventory::of(bundle, {}, false).points(),
             fs::file_size(staged), "points",

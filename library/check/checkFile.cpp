@@ -119,8 +119,6 @@ CheckReport checkFile(const std::string& path, const CheckOptions& options,
     } catch (const Anchor::Error& error) {
         report.faultOf(Kind::file, error.what());
     }
-    if (progress)
-        progress->end();
     return report;
 }
 

@@ -19,7 +19,7 @@ struct CheckOptions {
 
 /// Checks whether a file conforms to its format, reading it once, piece by piece: LAS and LAZ files, PCD
 /// files, ESRI ASCII grids, and whatever the registered readers read, such as bundle files. The format is
-/// detected by content. docs/check.md lists the findings. `progress` may be null.
+/// detected by content. docs/check.md lists the findings. `progress` may be null; the file is all of its current part.
 ///
 /// Errors of the file are in the report; throws only what `progress` throws.
 [[nodiscard]] TIDEWATCH_API CheckReport checkFile(const std::string& path, const CheckOptions& options = {},

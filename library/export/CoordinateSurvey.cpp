@@ -21,13 +21,27 @@ bool isMultiple(double value, double stepsPerUnit, double tolerance) {
     return std::abs(value - nearest(value * stepsPerUnit) / stepsPerUnit) <= tolerance;
 }
 
+/// Whether a 32-bit float is the nearest one to a multiple.
+bool isFloatOfMultiple(double value, double stepsPerUnit) {
+    const double multiple = nearest(value * stepsPerUnit) / stepsPerUnit;
+    return static_cast<double>(static_cast<float>(multiple)) == value;
+}
+
+template <class T>
+double resolutionAt(double value) {
+    const T number = static_cast<T>(value);
+    return static_cast<double>(std::nextafter(number, std::numeric_limits<T>::infinity()) - number);
+}
+
 } // namespace
 
 double CoordinateSurvey::Axis::stepToKeep(double statedStep) const {
     if (statedStep > 0)
         return statedStep;
     const double farthest = std::max(std::abs(lower), std::abs(upper));
-    return decimalStep.value_or(std::nextafter(farthest, std::numeric_limits<double>::infinity()) - farthest);
+    if (!areFloats)
+        return decimalStep.value_or(resolutionAt<double>(farthest));
+    return std::max(decimalStep.value_or(0), resolutionAt<float>(farthest));
 }
 
 void CoordinateSurvey::look(std::span<const Geom::PhysicalSpace::point> points) {
@@ -53,6 +67,8 @@ void CoordinateSurvey::lookAlong(Progress& axis, std::span<const Geom::PhysicalS
     axis.lower = lower;
     axis.upper = upper;
     axis.isEmpty = false;
+    if (axis.areFloats)
+        lookAtFloats(axis, points, coordinate);
 
     // Coordinates are sums of an offset and a multiple of a scale, each rounded at the magnitude of the
     // range.
@@ -74,13 +90,30 @@ void CoordinateSurvey::lookAlong(Progress& axis, std::span<const Geom::PhysicalS
     }
 }
 
+void CoordinateSurvey::lookAtFloats(Progress& axis, std::span<const Geom::PhysicalSpace::point> points,
+                                    double Geom::PhysicalSpace::point::*coordinate) {
+    constexpr double largest = std::numeric_limits<float>::max();
+    for (const auto& point : points) {
+        const double value = point.*coordinate;
+        if (!std::isfinite(value))
+            continue;
+        axis.areFloats =
+            std::abs(value) <= largest && static_cast<double>(static_cast<float>(value)) == value;
+        if (!axis.areFloats)
+            return;
+        while (axis.floatDecimals <= finestDecimal &&
+               !isFloatOfMultiple(value, powersOfTen[axis.floatDecimals]))
+            ++axis.floatDecimals;
+    }
+}
+
 std::optional<CoordinateSurvey::Axis> CoordinateSurvey::axis(std::size_t number) const {
     const Progress& known = axes_.at(number);
     if (known.isEmpty)
         return std::nullopt;
-    Axis axis{known.lower, known.upper, std::nullopt};
-    if (known.decimals <= finestDecimal)
-        axis.decimalStep = 1 / powersOfTen[known.decimals];
+    Axis axis{known.lower, known.upper, std::nullopt, known.areFloats && known.decimals > finestDecimal};
+    if (const int decimals = axis.areFloats ? known.floatDecimals : known.decimals; decimals <= finestDecimal)
+        axis.decimalStep = 1 / powersOfTen[decimals];
     return axis;
 }
 

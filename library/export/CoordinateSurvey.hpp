@@ -24,11 +24,13 @@ public:
         double lower;
         double upper;
         /// The coarsest of 1, 0.1, ... 1e-9 of which every coordinate is a multiple within the rounding of
-        /// doubles of this range; nullopt if there is none.
+        /// doubles of this range or, where areFloats, to 32-bit floats; nullopt if there is none.
         std::optional<double> decimalStep;
+        /// Whether every coordinate is a 32-bit float, and no multiple of a decimal step as a double.
+        bool areFloats = false;
 
         /// The step that an output should preserve: the one that the input states (0: it states none), else
-        /// the decimal step, else the resolution of doubles of this range.
+        /// the decimal step, else the resolution of doubles or 32-bit floats of this range.
         [[nodiscard]] double stepToKeep(double statedStep) const;
     };
 
@@ -46,9 +48,14 @@ private:
         double lower;
         double upper;
         int decimals; // finestDecimal + 1 means no step
+        /// The same for multiples that are rounded to 32-bit floats; as long as areFloats.
+        int floatDecimals;
+        bool areFloats = true;
         bool isEmpty = true;
     };
 
+    static void lookAtFloats(Progress& axis, std::span<const Geom::PhysicalSpace::point> points,
+                             double Geom::PhysicalSpace::point::*coordinate);
     void lookAlong(Progress& axis, std::span<const Geom::PhysicalSpace::point> points,
                    double Geom::PhysicalSpace::point::*coordinate);
 

@@ -2,6 +2,7 @@
 #include "library/export/Export.hpp"
 
 #include "anchor/Error.hpp"
+#include "library/ProgressParts.hpp"
 #include "library/output/FolderLock.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
@@ -40,6 +41,16 @@ struct Origin {
 
 fs::path relativeTo(const StagingFolder::Run& folder, const ConvLib::WrittenFile& file) {
     return fs::path(file.path).lexically_relative(folder.path());
+}
+
+double elementsOf(const Sheaf::Grid& grid) {
+    double sum = 0;
+    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& item) {
+        if (const auto extents = item.data->extents())
+            sum += static_cast<double>(extents->elementCount().value_or(0));
+        return true;
+    });
+    return sum;
 }
 
 /// The text with another name for a folder.
@@ -82,6 +93,7 @@ private:
     using Grids = std::vector<const ExportedGrid*>;
 
     void checkPlaces(const std::vector<RunScope>& scopes);
+    void runAll(const std::vector<RunScope>& scopes);
     static void requireFileName(const fs::path& file);
     [[noreturn]] void refuseOverwriting(const fs::path& file,
                                         const std::set<std::pair<double, std::string>>& grids) const;
@@ -127,7 +139,7 @@ Placement::Mode Export::Impl::mode() const {
 }
 
 const ExportReport& Export::Impl::write() {
-    unmatched_ = unmatchedFilters(options_.filters, std::array{inputs_.bundle()});
+    unmatched_ = unmatchedFilters(options_.filters, std::array{inputs_.bundle()}, format_->namedFields());
     for (const std::string& text : unmatched_)
         losses_.add("filter", text);
     const std::vector<RunScope> scopes = planRuns(options_.output, selection_, inputs_);
@@ -135,9 +147,7 @@ const ExportReport& Export::Impl::write() {
     staging_.emplace(folder());
     for (const std::string& leftover : staging_->leftovers())
         report_.notes.push_back(leftover);
-    for (const RunScope& scope : scopes)
-        report_.completed = runOnce(scope) && report_.completed;
-    progress_->end();
+    runAll(scopes);
     if (report_.files.empty())
         report_.whyNothing = whyNothing();
     noteProperties();
@@ -148,13 +158,16 @@ const ExportReport& Export::Impl::write() {
 const ExportReport& Export::Impl::place() {
     if (!report_.completed)
         return report_;
-    progress_->check();
     const auto check = [this] { progress_->check(); };
+    check();
+    progress_->part(ProgressParts::worked, 1);
+    progress_->begin("putting files in place", static_cast<double>(report_.files.size()), "files");
     std::optional<FolderLock> lock;
     if (format_->addsToFiles())
         lock.emplace(
-            folder(), [this](const std::string& text) { progress_->say(text); }, check);
-    placement_.commit(check);
+            folder(), [this](const std::string& text) { progress_->waits(text); }, check);
+    placement_.commit(check, [this](std::size_t done) { progress_->piece(static_cast<double>(done), 0); });
+    progress_->end();
     for (ExportReport::File& file : report_.files)
         file.bytesBefore = placement_.bytesBefore(file.path);
     report_.placed = true;
@@ -164,6 +177,28 @@ const ExportReport& Export::Impl::place() {
 const ExportReport& Export::Impl::placeUnlessRefused() {
     const bool isRefused = report_.files.empty() || options_.losses.refuses(report_.losses);
     return isRefused ? report_ : place();
+}
+
+/// Runs share the progress by the number of elements that they may read.
+void Export::Impl::runAll(const std::vector<RunScope>& scopes) {
+    std::vector<double> ends;
+    double sum = 0;
+    for (const RunScope& scope : scopes) {
+        sum += 1;
+        selection_.forEachGrid(*inputs_.bundle(),
+                               [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+                                   if (scope.admits(time) && scope.admits(name))
+                                       sum += elementsOf(grid);
+                               });
+        ends.push_back(sum);
+    }
+    const auto share = [&](double done) {
+        return inputs_.shareDone() + done / sum * (ProgressParts::worked - inputs_.shareDone());
+    };
+    for (std::size_t number = 0; number < scopes.size(); ++number) {
+        progress_->part(share(number == 0 ? 0 : ends[number - 1]), share(ends[number]));
+        report_.completed = runOnce(scopes[number]) && report_.completed;
+    }
 }
 
 void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
@@ -357,7 +392,7 @@ void Export::Impl::noteSharedFiles(const std::vector<std::string>& files, const 
 void Export::Impl::noteProperties() {
     for (const auto& report : inputs_.reports()) {
         if (report->grid().empty() || exported_.contains(report->grid()))
-            losses_.addProperties(*report);
+            losses_.addProperties(*report, inputs_.choosesByCellTypes() || format_->choosesByCellTypes());
     }
 }
 

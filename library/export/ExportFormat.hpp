@@ -96,6 +96,12 @@ public:
     /// Whether the output is appended to existing files; otherwise it replaces them.
     [[nodiscard]] virtual bool addsToFiles() const { return false; }
 
+    /// Fields that options of the format name, and that some grid should have.
+    [[nodiscard]] virtual std::vector<NamedField> namedFields() const { return {}; }
+
+    /// Whether only cells of some types are written with their values.
+    [[nodiscard]] virtual bool choosesByCellTypes() const { return false; }
+
     /// The exporter's output path, relative to the folder of unfinished files; empty for that folder itself. By default
     /// the name of OUTPUT, with extension() if it has none.
     [[nodiscard]] virtual std::filesystem::path exporterOutput(const RunScope& scope) const;

@@ -26,7 +26,7 @@ void RunRecorder::follow(ConvLib::BasicConverterDefs& exporter) {
     if (scope_.grid)
         exporter.GridFilter = {ConvLib::globOf(*scope_.grid)};
     exporter.setObserver(Anchor::StrongPtr<RunObserver>(this));
-    exporter.setStopQuestion([progress = progress_] { progress->check(); });
+    exporter.setStopQuestion([this] { goesOn(); });
 }
 
 std::size_t RunRecorder::filesSoFar() const noexcept {
@@ -49,17 +49,29 @@ void RunRecorder::finish(std::span<const ConvLib::WrittenFile> record) {
     }
 }
 
-void RunRecorder::gridBegins(double time, const std::string& grid) {
+void RunRecorder::goesOn() {
+    progress_->check();
+}
+
+void RunRecorder::recordGrid(double time, const std::string& grid) {
     progress_->check();
     endFragment();
     grids_.push_back({time, grid});
+}
+
+void RunRecorder::gridBegins(double time, const std::string& grid) {
+    recordGrid(time, grid);
     progress_->say("writing " + grid);
 }
 
-void RunRecorder::fragmentBegins(std::string_view field, std::string_view fragment, std::uint64_t elements) {
+void RunRecorder::recordFragment(std::string_view field, std::string_view fragment) {
     endFragment();
     grids_.back().fragments.push_back(
         {std::string(field), std::string(fragment), filesSoFar(), filesSoFar()});
+}
+
+void RunRecorder::fragmentBegins(std::string_view field, std::string_view fragment, std::uint64_t elements) {
+    recordFragment(field, fragment);
     const auto size = static_cast<double>(elements);
     progress_->piece(done_, size);
     done_ += size;

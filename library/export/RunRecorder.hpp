@@ -83,6 +83,13 @@ public:
     void valuesChanged(const ConvLib::ChangedValues& values) override;
 
 protected:
+    /// The exporter asks whether to go on: every 65 536 points, lines or cells of each thing that it does with them.
+    virtual void goesOn();
+
+    /// Records a grid and a fragment without reporting progress.
+    void recordGrid(double time, const std::string& grid);
+    void recordFragment(std::string_view field, std::string_view fragment);
+
     [[nodiscard]] Progress& progress() const noexcept { return *progress_; }
     /// The length of the exporter's record.
     [[nodiscard]] std::size_t filesSoFar() const noexcept;

@@ -44,16 +44,16 @@ void Selection::forEachGrid(
 namespace {
 
 /// "no grid matches --grid 'x' (case counts); there are: a, b and 3 more".
-std::string noMatch(const std::string& what, const std::string& option, const std::string& glob,
-                    const std::set<std::string>& names) {
-    return fmt::format("no {} matches --{} '{}'{}; there are: {}", what, option, glob,
-                       option == "time" ? "" : " (case counts)", listed({names.begin(), names.end()}));
+std::string noMatch(const std::string& what, const std::string& option, const std::set<std::string>& names) {
+    return fmt::format("no {} matches {}{}; there are: {}", what, option,
+                       what == "time" ? "" : " (case counts)", listed({names.begin(), names.end()}));
 }
 
 } // namespace
 
 std::vector<std::string> unmatchedFilters(const Filters& filters,
-                                          std::span<const Anchor::StrongPtr<Sheaf::Bundle>> bundles) {
+                                          std::span<const Anchor::StrongPtr<Sheaf::Bundle>> bundles,
+                                          std::span<const NamedField> named) {
     std::set<double> times;
     std::set<std::string> grids;
     std::set<std::string> fields;
@@ -82,14 +82,16 @@ std::vector<std::string> unmatchedFilters(const Filters& filters,
         for (const double time : times)
             present.insert(shortestText(time));
         const std::string first = shortestText(range.first);
-        texts.push_back(noMatch("time", "time",
-                                range.first == range.last ? first : first + ":" + shortestText(range.last),
-                                present));
+        texts.push_back(
+            noMatch("time",
+                    fmt::format("--time '{}{}'", first,
+                                range.first == range.last ? std::string() : ":" + shortestText(range.last)),
+                    present));
     }
     for (const std::string& glob : filters.grids) {
         Selection one(Filters{{}, {glob}, {}});
         if (std::none_of(grids.begin(), grids.end(), [&](const auto& name) { return one.UseThisGrid(name); }))
-            texts.push_back(noMatch("grid", "grid", glob, grids));
+            texts.push_back(noMatch("grid", fmt::format("--grid '{}'", glob), grids));
     }
     for (const std::string& glob : filters.fields) {
         if (fields.empty())
@@ -97,7 +99,11 @@ std::vector<std::string> unmatchedFilters(const Filters& filters,
         Selection one(Filters{{}, {}, {glob}});
         if (std::none_of(fields.begin(), fields.end(),
                          [&](const auto& name) { return one.UseThisField(name); }))
-            texts.push_back(noMatch("field", "field", glob, fields));
+            texts.push_back(noMatch("field", fmt::format("--field '{}'", glob), fields));
+    }
+    for (const NamedField& name : named) {
+        if (!fields.empty() && !fields.contains(name.field))
+            texts.push_back(noMatch("field", name.option, fields));
     }
     return texts;
 }

@@ -36,9 +36,17 @@ public:
                          visit) const;
 };
 
-/// What is to be said of filters that match nothing in the bundles: one text for each, with what there is instead. Fields
-/// are those of the grids that the other filters select.
+/// An option that names a field.
+struct NamedField {
+    std::string field;
+    /// As in messages: "--rename 'Echo=UserData'".
+    std::string option;
+};
+
+/// What is to be said of filters that match nothing in the bundles, and of options that name a field that is not there: one
+/// text for each, with what there is instead. Fields are those of the grids that the other filters select.
 [[nodiscard]] TIDEWATCH_API std::vector<std::string>
-unmatchedFilters(const Filters& filters, std::span<const Anchor::StrongPtr<Sheaf::Bundle>> bundles);
+unmatchedFilters(const Filters& filters, std::span<const Anchor::StrongPtr<Sheaf::Bundle>> bundles,
+                 std::span<const NamedField> named = {});
 
 } // namespace Tidewatch

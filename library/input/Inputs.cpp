@@ -4,6 +4,7 @@
 #include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "convlib/Reader.hpp"
+#include "library/ProgressParts.hpp"
 #include "library/crs/gridSystem.hpp"
 #include "library/input/MergedReport.hpp"
 #include "library/points/cellsAsPoints.hpp"
@@ -79,8 +80,10 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     std::vector<MergeInput> separate; // inputs that are merged may have grids of one name
     for (std::size_t number = 0; number < options.files.size(); ++number) {
         const std::string& file = options.files[number];
-        if (progress)
+        if (progress) {
             progress->check();
+            ProgressParts::one(*progress, number, options.files.size(), 0, ProgressParts::opened);
+        }
         if (times != 0)
             read.SliceTime = options.sliceTimes[times == 1 ? 0 : number];
         const auto into = options.merge ? Anchor::makeStrong<Sheaf::Bundle>() : bundle_;
@@ -127,6 +130,9 @@ void Inputs::cutIntoTiles(const InputOptions& options, const Anchor::StrongPtr<P
     Filters filters = options.merge ? Filters{} : options.selected;
     filters.fields = options.tiledFields;
     Selection selection(filters);
+    shareDone_ = ProgressParts::cut;
+    if (progress)
+        progress->part(ProgressParts::opened, shareDone_);
     TiledPoints tiled =
         tilePoints(*bundle_, *options.tiles, selection, memoryLimit_, options.workers.get(), progress);
     addNotes(tiled.notes);
@@ -144,8 +150,10 @@ Anchor::StrongPtr<Sheaf::Bundle> Inputs::prepared(Anchor::StrongPtr<Sheaf::Bundl
     const auto use = [&](ChosenPoints made) {
         read = std::move(made.bundle);
         addNotes(made.notes);
-        countings_.push_back(std::move(made.count));
+        isChosen_ = true;
+        masks_.insert(masks_.end(), made.masks.begin(), made.masks.end());
     };
+    choosesByCellTypes_ = options.cellsAsPoints.has_value();
     if (options.cellsAsPoints)
         use(cellsAsPoints(*read, *options.cellsAsPoints, selection, decidingFields_, mayGoOn));
     if (!options.points.isAll()) {
@@ -181,9 +189,19 @@ void Inputs::expectFields(std::set<std::string> fields) const {
     expected_->set(std::move(fields));
 }
 
-void Inputs::countChosen() const {
-    for (const auto& count : countings_)
-        count();
+void Inputs::countChosen(const Anchor::StrongPtr<Progress>& progress) const {
+    double total = 0;
+    for (const auto& mask : masks_)
+        total += static_cast<double>(mask->elements());
+    if (progress)
+        progress->begin("choosing", total, "points");
+    double done = 0;
+    for (const auto& mask : masks_) {
+        if (progress)
+            progress->piece(done, static_cast<double>(mask->elements()));
+        static_cast<void>(mask->chosen());
+        done += static_cast<double>(mask->elements());
+    }
 }
 
 const TiledPoints::Tile* Inputs::tileOf(const std::string& grid) const noexcept {

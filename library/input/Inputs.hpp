@@ -6,9 +6,10 @@
 #include "anchor/Workers.hpp"
 #include "convlib/InputReport.hpp"
 #include "convlib/ReadOptions.hpp"
-#include "library/Progress.hpp"
+#include "library/ProgressParts.hpp"
 #include "library/input/Filters.hpp"
 #include "library/points/CellOptions.hpp"
+#include "library/points/FragmentMask.hpp"
 #include "library/points/MergeOptions.hpp"
 #include "library/points/PointChoice.hpp"
 #include "library/points/TileOptions.hpp"
@@ -92,6 +93,9 @@ public:
     [[nodiscard]] Anchor::StrongPtr<ConvLib::InputReport> reportOf(const std::string& grid,
                                                                    const std::string& origin) const;
 
+    /// The share of the whole run that is done when the inputs are there.
+    [[nodiscard]] double shareDone() const noexcept { return shareDone_; }
+
     /// The square that a grid holds, where squares are grids; null for other grids.
     [[nodiscard]] const TiledPoints::Tile* tileOf(const std::string& grid) const noexcept;
 
@@ -114,10 +118,14 @@ public:
 
     /// Whether grids hold what was chosen of points or cells. Then extents state the most elements that there can be,
     /// until an array is made or countChosen() is called.
-    [[nodiscard]] bool isChosen() const noexcept { return !countings_.empty(); }
+    [[nodiscard]] bool isChosen() const noexcept { return isChosen_; }
 
-    /// Reads as much as it takes to know how many points are chosen, if that is to be known before arrays are made.
-    void countChosen() const;
+    /// Whether only cells of some types became points.
+    [[nodiscard]] bool choosesByCellTypes() const noexcept { return choosesByCellTypes_; }
+
+    /// Reads as much as it takes to know how many points are chosen, if that is to be known before arrays are made. It is
+    /// all of the current part of `progress`, which may be null.
+    void countChosen(const Anchor::StrongPtr<Progress>& progress = {}) const;
 
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
@@ -141,9 +149,12 @@ private:
     std::vector<std::string> failures_;
     std::vector<std::string> notes_;
     std::map<std::string, TiledPoints::Tile> tiles_;
+    double shareDone_ = ProgressParts::opened;
     /// What choosing reads.
     std::set<std::string> decidingFields_;
-    std::vector<std::function<void()>> countings_;
+    bool isChosen_ = false;
+    bool choosesByCellTypes_ = false;
+    std::vector<Anchor::StrongPtr<const FragmentMask>> masks_;
 };
 
 } // namespace Tidewatch

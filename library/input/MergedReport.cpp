@@ -24,16 +24,26 @@ std::string MergedReport::kind() const {
     return listed({kinds.begin(), kinds.end()});
 }
 
-std::vector<std::string> MergedReport::notCarried() const {
+/// What the files say, each text once.
+std::vector<std::string> MergedReport::ofAll(std::vector<std::string> (ConvLib::InputReport::*texts)()
+                                                 const) const {
     std::vector<std::string> all;
     std::set<std::string> known;
     for (const auto& file : files_) {
-        for (std::string& property : file->notCarried()) {
-            if (known.insert(property).second)
-                all.push_back(std::move(property));
+        for (std::string& text : ((*file).*texts)()) {
+            if (known.insert(text).second)
+                all.push_back(std::move(text));
         }
     }
     return all;
+}
+
+std::vector<std::string> MergedReport::notCarried() const {
+    return ofAll(&InputReport::notCarried);
+}
+
+std::vector<std::string> MergedReport::lostByCellTypes() const {
+    return ofAll(&InputReport::lostByCellTypes);
 }
 
 std::optional<Geom::PhysicalSpace::vector> MergedReport::coordinateStep() const {

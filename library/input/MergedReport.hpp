@@ -24,10 +24,15 @@ public:
     /// What any of the files has and the bundle has not.
     [[nodiscard]] std::vector<std::string> notCarried() const override;
 
+    [[nodiscard]] std::vector<std::string> lostByCellTypes() const override;
+
     /// The finest along each axis; nullopt if a file stores coordinates as floating-point numbers.
     [[nodiscard]] std::optional<Geom::PhysicalSpace::vector> coordinateStep() const override;
 
 private:
+    [[nodiscard]] std::vector<std::string> ofAll(std::vector<std::string> (ConvLib::InputReport::*texts)()
+                                                     const) const;
+
     std::string grid_;
     std::string origin_;
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> files_;

@@ -202,6 +202,16 @@ public:
     }
     std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override;
 
+    std::vector<NamedField> namedFields() const override {
+        std::vector<NamedField> named;
+        const auto defaults = ExportLib::ExportPointCloudToLas::DefaultRenameMap();
+        for (const auto& entry : options_.renames) {
+            if (const auto usual = defaults.find(entry.first); usual == defaults.end() || *usual != entry)
+                named.push_back({entry.first, fmt::format("--rename '{}={}'", entry.first, entry.second)});
+        }
+        return named;
+    }
+
     std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const override {
         return std::make_unique<LasRun>(options_, settings_, context, scope);
     }

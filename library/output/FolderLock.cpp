@@ -19,14 +19,15 @@ FolderLock::FolderLock(const std::filesystem::path& folder,
     : folder_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     if (!folder_.isOpen())
         throw Anchor::FileError(fmt::format("{}: cannot open: {}", folder.string(), systemMessage(errno)));
-    bool hasSaid = false;
+    constexpr auto interval = std::chrono::milliseconds(20);
+    constexpr int intervalsBeforeSaying = 50;
+    int intervals = 0;
     while (::flock(folder_.number(), LOCK_EX | LOCK_NB) != 0 && (errno == EWOULDBLOCK || errno == EINTR)) {
-        if (!hasSaid && say)
+        if (intervals++ == intervalsBeforeSaying && say)
             say(fmt::format("waiting for another run that adds to files in {}", folder.string()));
-        hasSaid = true;
         if (check)
             check();
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        std::this_thread::sleep_for(interval);
     }
 }
 

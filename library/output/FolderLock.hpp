@@ -13,9 +13,9 @@ namespace Tidewatch {
 /// folder, not the files, since appending replaces a file by renaming.
 class FolderLock {
 public:
-    /// Waits until no other run holds the lock: `say` is called once with a message, `check` several times a
-    /// second and may throw to give up; either may be empty. Throws Anchor::FileError if the folder cannot be
-    /// opened. Has no effect on a file system without locks.
+    /// Waits until no other run holds the lock: `say` is called once with a message when that has taken a second, `check`
+    /// several times a second and may throw to give up; either may be empty. Throws Anchor::FileError if the folder
+    /// cannot be opened. Has no effect on a file system without locks.
     FolderLock(const std::filesystem::path& folder, const std::function<void(const std::string&)>& say,
                const std::function<void()>& check);
 

@@ -170,7 +170,8 @@ void Placement::checkMount(const Move& move) {
                         move.target.string(), folder.string()));
 }
 
-void Placement::commit(const std::function<void()>& check) {
+void Placement::commit(const std::function<void()>& check,
+                       const std::function<void(std::size_t)>& isPrepared) {
     std::set<fs::path> targets;
     for (Move& move : moves_) {
         resolveTarget(move);
@@ -178,8 +179,11 @@ void Placement::commit(const std::function<void()>& check) {
             throw Anchor::FileError(move.target.string() + ": is the target of two files");
         checkMount(move);
     }
-    for (Move& move : moves_)
-        prepare(move, check);
+    for (std::size_t number = 0; number != moves_.size(); ++number) {
+        prepare(moves_[number], check);
+        if (isPrepared)
+            isPrepared(number + 1);
+    }
     CreatedFolders folders;
     for (const Move& move : moves_) {
         folders.create(move.target.parent_path());

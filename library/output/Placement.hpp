@@ -55,7 +55,10 @@ public:
     ///
     /// From the first rename on, running out of memory does no harm: either everything is in place, or the
     /// message says what is.
-    void commit(const std::function<void()>& check = {});
+    ///
+    /// `isPrepared`, unless it is empty, gets the number of files that are ready to be renamed, each time one is.
+    void commit(const std::function<void()>& check = {},
+                const std::function<void(std::size_t)>& isPrepared = {});
 
     /// After commit(): the size in bytes of a file before it was appended to; 0 for a new one.
     [[nodiscard]] std::uint64_t bytesBefore(const std::filesystem::path& target) const;

@@ -5,6 +5,7 @@
 #include "convlib/NumberText.hpp"
 #include "library/export/PlannedGrids.hpp"
 #include "library/export/propertyLosses.hpp"
+#include "library/pcd/PcdRecorder.hpp"
 #include "library/pcd/PcdRounding.hpp"
 #include "library/points/cellsAsPoints.hpp"
 #include "library/report/Wording.hpp"
@@ -43,7 +44,6 @@ public:
     PcdRun(const PcdOptions& options, const ExportFormat::Context& context, const RunScope& scope)
         : planned_(plansOf(options, context, scope)),
           bundle_(context.inputs.bundle()),
-          recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.RefLevel = options.refinementLevel;
         exporter_.Precision = options.precision;
@@ -52,12 +52,12 @@ public:
         exporter_.ExactCounts = options.exactCounts;
         exporter_.Thinning = options.thinning;
         if (context.inputs.isChosen() && mostMemory() > context.inputs.memoryLimit()) {
-            context.progress->say("counting the chosen points");
-            context.inputs.countChosen();
+            context.inputs.countChosen(context.progress);
             planned_ = plansOf(options, context, scope);
         }
         checkMemory(context);
-        context.progress->begin("writing", planned_.elements(), "values");
+        recorder_ = Anchor::makeStrong<PcdRecorder>(scope, planned_.elements(), context.progress);
+        recorder_->begin();
     }
 
     ConvLib::BasicConverterDefs& exporter() override { return exporter_; }
@@ -92,7 +92,7 @@ private:
 
     PlannedPcds planned_;
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
-    Anchor::StrongPtr<RunRecorder> recorder_;
+    Anchor::StrongPtr<PcdRecorder> recorder_;
     ExportLib::ExportPointCloudToPCD exporter_;
     bool statesCellSize_ = false;
 };
@@ -115,8 +115,9 @@ void PcdRun::checkMemory(const ExportFormat::Context& context) const {
                 "or raise --memory-limit",
                 gridAtTime(name, time), counted(plan.elements(PcdPlan::Role::Positions), "point"),
                 memoryText(needed), memoryText(allowed)));
-        context.progress->say(
-            fmt::format("{} needs {} of memory", gridAtTime(name, time), memoryText(needed)));
+        if (needed != 0)
+            context.progress->say(
+                fmt::format("{} needs {} of memory", gridAtTime(name, time), memoryText(needed)));
     });
 }
 

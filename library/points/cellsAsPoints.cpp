@@ -206,14 +206,9 @@ bool hasCells(const Sheaf::Grid& grid) {
 ChosenPoints cellsAsPoints(const Sheaf::Bundle& from, const CellOptions& options, const Selection& selection,
                            std::set<std::string>& fieldsRead, const std::function<void()>& mayGoOn) {
     ChosenPoints result;
-    Masks all;
     result.bundle = rebuilt(from, selection, [&](double time, const Sheaf::Grid& grid, Sheaf::Grid& copy) {
-        CellReader(options, fieldsRead, mayGoOn, time, grid, copy, all).run();
+        CellReader(options, fieldsRead, mayGoOn, time, grid, copy, result.masks).run();
     });
-    result.count = [all = std::move(all)] {
-        for (const auto& mask : all)
-            static_cast<void>(mask->chosen());
-    };
     return result;
 }
 

@@ -77,13 +77,40 @@ struct Part {
     Anchor::StrongPtr<Lattice> lattice;
     /// The number of elements of the whole fragment.
     std::uint64_t elements = 0;
+    /// Nothing is chosen from it.
+    bool isWhole = false;
 };
+
+/// The representation of vertices in the default chart if it has positions, else null.
+Anchor::StrongPtr<Sheaf::Representation> decidingRepresentation(const Sheaf::Grid& grid,
+                                                                const Sheaf::Skeleton& skeleton) {
+    if (skeleton.dimension() != 0)
+        return nullptr;
+    auto deciding = skeleton.representations()(grid.findCartesianChart({}));
+    return deciding && deciding->Positions() ? deciding : nullptr;
+}
+
+bool isLattice(const Sheaf::Field::Creator& positions) {
+    return Anchor::dynamicCast<Lattice>(positions->available()) != nullptr;
+}
+
+/// Whether a grid has points to choose from.
+bool hasPoints(const Sheaf::Grid& grid) {
+    bool has = false;
+    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& item) {
+        has = item.skeleton.dimension() == 0 && item.id.name() == "Positions" && !isLattice(item.data);
+        return !has;
+    });
+    return has;
+}
 
 class Chooser {
 public:
-    Chooser(const PointChoice& choice, const MayGoOn& mayGoOn, double time, const Sheaf::Grid& from,
-            Sheaf::Grid& to, std::vector<std::string>& notes, Masks& masks)
+    /// `keepsLattices`: those that have nothing to choose by stay as they are.
+    Chooser(const PointChoice& choice, bool keepsLattices, const MayGoOn& mayGoOn, double time,
+            const Sheaf::Grid& from, Sheaf::Grid& to, std::vector<std::string>& notes, Masks& masks)
         : choice_(choice),
+          keepsLattices_(keepsLattices),
           mayGoOn_(mayGoOn),
           from_(from),
           builder_(from, to),
@@ -97,8 +124,6 @@ private:
     /// By fragment name; nullopt for data without a fragment.
     using Parts = std::map<std::optional<std::string>, Part>;
 
-    [[nodiscard]] Anchor::StrongPtr<Sheaf::Representation>
-    decidingRepresentation(const Sheaf::Skeleton& skeleton) const;
     [[nodiscard]] Parts partsOf(const Sheaf::Representation& deciding);
     [[nodiscard]] Part partOfLattice(const Lattice& lattice) const;
     [[nodiscard]] Part partOfPoints(const Sheaf::Representation& deciding,
@@ -110,6 +135,7 @@ private:
     void note(const std::string& text) const { notes_.push_back(where_ + ": " + text); }
 
     const PointChoice& choice_;
+    bool keepsLattices_;
     const MayGoOn& mayGoOn_;
     const Sheaf::Grid& from_;
     GridBuilder builder_;
@@ -122,7 +148,7 @@ private:
 void Chooser::run() {
     bool hasOthers = false;
     const auto takes = [&](const Sheaf::Skeleton& skeleton) {
-        const auto deciding = decidingRepresentation(skeleton);
+        const auto deciding = decidingRepresentation(from_, skeleton);
         if (deciding)
             parts_[skeleton.key()] = partsOf(*deciding);
         hasOthers = hasOthers || !deciding;
@@ -134,15 +160,6 @@ void Chooser::run() {
         note("skeletons that are not vertices with positions are left out, since points are chosen");
 }
 
-/// The representation of vertices in the default chart if it has positions, else null.
-Anchor::StrongPtr<Sheaf::Representation>
-Chooser::decidingRepresentation(const Sheaf::Skeleton& skeleton) const {
-    if (skeleton.dimension() != 0)
-        return nullptr;
-    auto deciding = skeleton.representations()(from_.findCartesianChart({}));
-    return deciding && deciding->Positions() ? deciding : nullptr;
-}
-
 Chooser::Parts Chooser::partsOf(const Sheaf::Representation& deciding) {
     Parts parts;
     bool hasCells = false;
@@ -151,22 +168,27 @@ Chooser::Parts Chooser::partsOf(const Sheaf::Representation& deciding) {
         const auto lattice = Anchor::dynamicCast<Lattice>(positions->available());
         Part part = lattice ? partOfLattice(*lattice) : partOfPoints(deciding, fragment, positions);
         hasCells = hasCells || lattice;
-        keepsCells = keepsCells || part.lattice;
+        keepsCells = keepsCells || part.lattice || part.isWhole;
         parts.emplace(nameOf(fragment), std::move(part));
         return true;
     });
     if (hasCells && !keepsCells)
         note("no cell centre is inside the box");
+    else if (hasCells && (!choice_.classes.empty() || choice_.returns))
+        note("it is a lattice, from which no classes or returns can be chosen; it stays");
     return parts;
 }
 
 Part Chooser::partOfLattice(const Lattice& lattice) const {
-    if (!choice_.classes.empty() || choice_.returns)
+    if ((!choice_.classes.empty() || choice_.returns) && !keepsLattices_)
         throw Anchor::ModelError(where_ +
                                  ": classes and returns are chosen from points, and this is a lattice; "
                                  "--cells-as-points makes points of its cells");
     Part part;
     part.elements = lattice.extents().elementCount().value_or(0);
+    part.isWhole = !choice_.box;
+    if (part.isWhole)
+        return part;
     part.window = windowOf(lattice, *choice_.box);
     if (part.window->places() != 0)
         part.lattice = Tidewatch::partOf(lattice, *part.window);
@@ -203,6 +225,8 @@ void Chooser::fill(const Parts& parts, const Sheaf::Representation& from, Sheaf:
 /// Null if nothing is left of a lattice.
 Sheaf::Field::Creator Chooser::dataOf(const Part& part, const Sheaf::Field::Creator& whole,
                                       const std::string& field) const {
+    if (part.isWhole)
+        return whole;
     if (part.window && !part.lattice)
         return nullptr;
     if (part.window && Anchor::dynamicCast<Lattice>(whole->available()))
@@ -225,15 +249,14 @@ Sheaf::Field::Creator Chooser::dataOf(const Part& part, const Sheaf::Field::Crea
 ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice, const Selection& selection,
                           const MayGoOn& mayGoOn) {
     ChosenPoints result;
-    Masks all;
+    bool keepsLattices = false;
+    selection.forEachGrid(from, [&](double, const std::string&, const Sheaf::Grid& grid) {
+        keepsLattices = keepsLattices || hasPoints(grid);
+    });
     result.bundle = rebuilt(from, selection, [&](double time, const Sheaf::Grid& grid, Sheaf::Grid& copy) {
-        Chooser chooser(choice, mayGoOn, time, grid, copy, result.notes, all);
+        Chooser chooser(choice, keepsLattices, mayGoOn, time, grid, copy, result.notes, result.masks);
         chooser.run();
     });
-    result.count = [all = std::move(all)] {
-        for (const auto& mask : all)
-            static_cast<void>(mask->chosen());
-    };
     return result;
 }
 

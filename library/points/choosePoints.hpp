@@ -2,6 +2,7 @@
 #pragma once
 
 #include "library/input/Filters.hpp"
+#include "library/points/FragmentMask.hpp"
 #include "library/points/PointChoice.hpp"
 #include "sheaf/Bundle.hpp"
 
@@ -11,13 +12,13 @@
 
 namespace Tidewatch {
 
-/// The chosen points of a bundle, and the rows and columns of its lattices inside the box.
+/// The chosen points of a bundle, and the rows and columns of its lattices inside the box, if there is one.
 struct ChosenPoints {
     Anchor::StrongPtr<Sheaf::Bundle> bundle;
     /// Notes on what was left out besides points, one text each.
     std::vector<std::string> notes = {};
-    /// Determines the number of chosen points, fragment by fragment; until then extents state upper bounds.
-    std::function<void()> count = {};
+    /// Those of the fragments of points; until they are determined, extents state upper bounds.
+    std::vector<Anchor::StrongPtr<const FragmentMask>> masks = {};
 };
 
 /// Grids that are not selected stay as they are. Arrays are created on demand from those of `from`, whose
@@ -25,8 +26,8 @@ struct ChosenPoints {
 /// stop.
 ///
 /// Throws Anchor::ModelError, naming the grid, if a field needed for the choice is missing or does not
-/// contain integers, if classes or returns are to be chosen from a lattice, and if a field of a fragment has
-/// another length than its positions.
+/// contain integers, if classes or returns are to be chosen and there are only lattices, and if a field of a
+/// fragment has another length than its positions. Lattices beside points stay, and a note says so.
 [[nodiscard]] ChosenPoints choosePoints(const Sheaf::Bundle& from, const PointChoice& choice,
                                         const Selection& selection,
                                         const std::function<void()>& mayGoOn = {});

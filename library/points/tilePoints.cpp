@@ -359,7 +359,6 @@ TiledPoints tilePoints(const Sheaf::Bundle& from, const TileOptions& options, Se
         else
             copyData(grid, *result.bundle->makeSlice(time)->makeGrid(name, grid.origin()));
     });
-    told->end();
     return result;
 }
 

@@ -33,8 +33,12 @@ void Losses::addField(const std::string& name) {
     fields_.insert(name);
 }
 
-void Losses::addProperties(const ConvLib::InputReport& input) {
-    const std::vector<std::string> properties = input.notCarried();
+void Losses::addProperties(const ConvLib::InputReport& input, bool byCellTypes) {
+    std::vector<std::string> properties = input.notCarried();
+    if (byCellTypes) {
+        for (std::string& lost : input.lostByCellTypes())
+            properties.push_back(std::move(lost));
+    }
     if (!properties.empty())
         add("properties", fmt::format("{}: not carried: {}", input.file(), joined(properties)));
 }

@@ -45,8 +45,8 @@ public:
     /// one entry.
     void addOf(std::string_view where, std::string_view kind, std::string text);
     void addField(const std::string& name);
-    /// Adds the contents of an input file that are not in the bundle.
-    void addProperties(const ConvLib::InputReport& input);
+    /// Adds the contents of an input file that are not in the bundle; `byCellTypes`: only cells of some types were taken.
+    void addProperties(const ConvLib::InputReport& input, bool byCellTypes = false);
 
     /// All of them, fields first. `format` is the name of the written format: "PCD".
     [[nodiscard]] std::vector<Loss> list(std::string_view format) const;

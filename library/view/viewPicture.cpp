@@ -495,7 +495,6 @@ ViewPicture makeViewPicture(const Inputs& inputs, const ViewPictureOptions& opti
     Relief relief(areaFor(box, options.size, layout));
     relief.setZero(std::isfinite(box.lower().z) ? box.lower().z : 0);
     painter.draw(relief, colors);
-    progress.end();
 
     // Closes gaps no wider than the distance between neighbouring points.
     const double pixelsPerPoint =

@@ -52,33 +52,40 @@ public:
         changed_.wait(lock, [&] { return !input.isBusy_; });
         input.isBusy_ = true;
         if (input.live_) {
-            recent_.remove(&input);
+            takeOut(input);
             ++inUse_;
             return std::move(input.live_);
         }
         changed_.wait(lock, [&] { return inUse_ < Input::mostOpen; });
         if (inUse_ + recent_.size() >= Input::mostOpen) {
-            dropped = std::move(recent_.front()->live_);
-            recent_.pop_front();
+            Input& oldest = *recent_.front();
+            dropped = std::move(oldest.live_);
+            takeOut(oldest);
         }
         ++inUse_;
         lock.unlock();
         return nullptr;
     }
 
-    /// Ends a borrow(); pass null for `live` to close the files.
-    void giveBack(Input& input, std::unique_ptr<Input::Live> live) {
+    /// Ends a borrow(); pass null for `live` to close the files. Needs no memory, since it is called while an exception
+    /// passes through.
+    void giveBack(Input& input, std::unique_ptr<Input::Live> live) noexcept {
         const std::lock_guard lock(mutex_);
         input.isBusy_ = false;
         --inUse_;
         if (live) {
             input.live_ = std::move(live);
-            recent_.push_back(&input);
+            recent_.splice(recent_.end(), input.place_);
         }
         changed_.notify_all();
     }
 
 private:
+    void takeOut(Input& input) {
+        const auto place = std::find(recent_.begin(), recent_.end(), &input);
+        input.place_.splice(input.place_.begin(), recent_, place);
+    }
+
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<Anchor::FileIdentity> identities_;
@@ -92,6 +99,7 @@ Input::Input(std::string path, ConvLib::ReadOptions options, ModuleKind kind, Re
       options_(std::move(options)),
       kind_(kind),
       reading_(reading) {
+    place_.push_back(this);
     states_.emplace_back(path_, InputFile(path_).state());
     OpenInputs::all().add(*this);
 }
@@ -199,7 +207,7 @@ Structure Input::structure() {
         Structure structure = live.source->structure([this](double share) { tick(share); });
         requireUnchanged(live);
         const std::lock_guard lock(remarksMutex_);
-        remarks_ = structure.notCarried;
+        notCarried_ = structure.notCarried;
         return structure;
     });
 }
@@ -211,15 +219,20 @@ void Input::read(const Structure::Array& array, std::span<std::byte> target) {
         requireUnchanged(live);
         const std::lock_guard lock(remarksMutex_);
         for (const std::string& remark : found) {
-            if (std::find(remarks_.begin(), remarks_.end(), remark) == remarks_.end())
-                remarks_.push_back(remark);
+            if (std::find(lostByCellTypes_.begin(), lostByCellTypes_.end(), remark) == lostByCellTypes_.end())
+                lostByCellTypes_.push_back(remark);
         }
     });
 }
 
-std::vector<std::string> Input::remarks() const {
+std::vector<std::string> Input::notCarried() const {
     const std::lock_guard lock(remarksMutex_);
-    return remarks_;
+    return notCarried_;
+}
+
+std::vector<std::string> Input::lostByCellTypes() const {
+    const std::lock_guard lock(remarksMutex_);
+    return lostByCellTypes_;
 }
 
 } // namespace Tidewatch

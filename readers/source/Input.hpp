@@ -9,6 +9,7 @@
 #include "readers/source/modules.hpp"
 
 #include <cstddef>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -48,8 +49,11 @@ public:
     /// Source::read(). Throws Anchor::FileError also when the file has changed since it was first opened.
     void read(const Structure::Array& array, std::span<std::byte> target);
 
-    /// What reading has found that the grids do not carry.
-    [[nodiscard]] std::vector<std::string> remarks() const;
+    /// For InputReport::notCarried.
+    [[nodiscard]] std::vector<std::string> notCarried() const;
+
+    /// For InputReport::lostByCellTypes: what reading arrays has found.
+    [[nodiscard]] std::vector<std::string> lostByCellTypes() const;
 
     /// Reports the progress of the current array to the host, which may throw.
     void tick(double share) const {
@@ -87,9 +91,12 @@ private:
     /// The states of the file and its companions when they were first opened.
     std::vector<std::pair<std::string, Anchor::FileState>> states_;
     mutable std::mutex remarksMutex_;
-    std::vector<std::string> remarks_;
+    std::vector<std::string> notCarried_;
+    std::vector<std::string> lostByCellTypes_;
 
     // Guarded by OpenInputs.
+    /// Its entry for the list of open inputs, while it is not there.
+    std::list<Input*> place_;
     std::unique_ptr<Live> live_;
     bool isBusy_ = false;
 };

@@ -45,8 +45,8 @@ public:
 
     /// Fills `target`, which has the size of all elements, with an array that structure() named, of this or
     /// of an earlier Source of the same file. Throws Anchor::LimitError if reading needs a temporary buffer
-    /// of more than `most` bytes. Returns remarks on what is not carried, for InputReport::notCarried. Throws
-    /// what structure() throws.
+    /// of more than `most` bytes. Returns remarks for InputReport::lostByCellTypes. Throws what
+    /// structure() throws.
     [[nodiscard]] virtual std::vector<std::string> read(const Structure::Array& array,
                                                         std::span<std::byte> target, std::uint64_t most,
                                                         const Tick& tick) = 0;

@@ -21,7 +21,10 @@ public:
     [[nodiscard]] std::string file() const override { return input_->path(); }
     [[nodiscard]] std::string kind() const override { return kind_; }
     [[nodiscard]] std::string grid() const override { return grid_; }
-    [[nodiscard]] std::vector<std::string> notCarried() const override { return input_->remarks(); }
+    [[nodiscard]] std::vector<std::string> notCarried() const override { return input_->notCarried(); }
+    [[nodiscard]] std::vector<std::string> lostByCellTypes() const override {
+        return input_->lostByCellTypes();
+    }
     [[nodiscard]] std::optional<Geom::PhysicalSpace::vector> coordinateStep() const override { return {}; }
 
 private:

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <random>
 #include <vector>
@@ -75,6 +76,21 @@ TEST(TextRounding, LossIsThatOfThePrintedText) {
         EXPECT_NEAR(roundingOf<double>({value}, 6), loss, 1e-13);
         EXPECT_LE(loss, 0.5e-6 + 1e-13);
     }
+}
+
+TEST(TextRounding, FloatsThatTheTextStatesExactlyLoseNothing) {
+    std::mt19937 random(5);
+    int exact = 0;
+    for (int i = 0; i < 20000; ++i) {
+        const float value = std::ldexp(std::uniform_real_distribution<float>(-1, 1)(random), i % 40 - 20);
+        char text[64];
+        std::snprintf(text, sizeof text, "%.6f", static_cast<double>(value));
+        if (std::strtof(text, nullptr) != value)
+            continue;
+        ++exact;
+        EXPECT_EQ(roundingOf<float>({value}, 6), 0) << text;
+    }
+    EXPECT_GT(exact, 5000);
 }
 
 } // namespace

@@ -3,8 +3,8 @@
 // The program with calls of the system failing under it, one in each run: whatever happens, each output holds its old bytes or
 // all of its new ones, the exit status and the messages fit, and nothing is left over.
 //
-// With TIDEWATCH_THOROUGH=1 each call of each kind fails in turn, otherwise some of them, and the counts go to the file
-// that TIDEWATCH_FAULT_TABLE names.
+// With TIDEWATCH_THOROUGH=1 each call of each kind fails in turn, otherwise some of them; with a larger number N all but
+// allocations, of which every Nth. The counts go to the file that TIDEWATCH_FAULT_TABLE names.
 #include "host/ProgramRunner.hpp"
 
 #include <algorithm>
@@ -16,14 +16,18 @@
 #include <fstream>
 #include <map>
 #include <optional>
+#include <sched.h>
 #include <set>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
 
 namespace Tidewatch {
 namespace {
@@ -77,9 +81,10 @@ const std::vector<Fault>& faults() {
     return all;
 }
 
-bool isThorough() {
+/// The step from one allocation that fails to the next; 0 for a quick run.
+long thoroughStep() {
     const char* const value = std::getenv("TIDEWATCH_THOROUGH");
-    return value != nullptr && std::string(value) == "1";
+    return value != nullptr ? std::atol(value) : 0;
 }
 
 /// Relative paths and contents of all files below a folder.
@@ -138,14 +143,9 @@ public:
                       const std::function<void()>& prepare = {}) {
         fs::remove_all(out());
         fs::create_directory(out());
-        fs::copy(place_.path() / "old", out(), fs::copy_options::recursive);
+        copyOld();
         fs::remove(log());
-        std::vector<std::string> arguments = command_.arguments;
-        for (std::string& word : arguments) {
-            if (word.starts_with("OUT"))
-                word.replace(0, 3, "out");
-        }
-        return ProgramRunner::run(place_.path(), arguments, [&] {
+        return runOnWhatIsThere([&] {
             if (fault) {
                 ::setenv("LD_PRELOAD", TIDEWATCH_FAULT_INJECTOR, 1);
                 ::setenv("TIDEWATCH_FAULT",
@@ -155,6 +155,29 @@ public:
             if (prepare)
                 prepare();
         });
+    }
+
+    /// Puts the outputs of an earlier run into the folder of outputs.
+    void copyOld() const { fs::copy(place_.path() / "old", out(), fs::copy_options::recursive); }
+
+    /// Runs the command without touching the outputs before.
+    [[nodiscard]] ProgramResult runOnWhatIsThere(const std::function<void()>& prepare = {}) const {
+        std::vector<std::string> arguments = command_.arguments;
+        for (std::string& word : arguments) {
+            if (word.starts_with("OUT"))
+                word.replace(0, 3, "out");
+        }
+        return ProgramRunner::run(place_.path(), arguments, prepare);
+    }
+
+    /// The bytes of all outputs together, before and after a run.
+    [[nodiscard]] std::size_t bytes() const {
+        std::size_t sum = 0;
+        for (const Tree* const tree : {&old_, &new_}) {
+            for (const auto& [name, content] : *tree)
+                sum += content.size();
+        }
+        return sum;
     }
 
     [[nodiscard]] fs::path out() const { return place_.path() / "out"; }
@@ -253,9 +276,10 @@ private:
 
 /// The numbers of the calls that are to fail: all of them, or some spread over the whole run, the first and the last
 /// among them.
-std::vector<long> chosen(long calls, long most) {
+std::vector<long> chosen(long calls, long most, bool isAllocation = false) {
     std::vector<long> numbers;
-    const long step = isThorough() ? 1 : std::max<long>(1, calls / most);
+    const long thorough = isAllocation ? thoroughStep() : std::min(thoroughStep(), 1L);
+    const long step = thorough > 0 ? thorough : std::max<long>(1, calls / most);
     for (long number = 1; number <= calls; number += step)
         numbers.push_back(number);
     if (calls > 0 && numbers.back() != calls)
@@ -280,7 +304,7 @@ TEST_P(Faults, NoCallThatFailsBreaksAnOutput) {
         std::map<std::string, int> ofLibraries;
         int injections = 0;
         int violations = 0;
-        for (const long number : chosen(calls, isAllocation ? 25 : 5)) {
+        for (const long number : chosen(calls, isAllocation ? 25 : 5, isAllocation)) {
             const ProgramResult result = stage.run(fault, number);
             ++injections;
             const std::string wrong = stage.judge(result);
@@ -334,8 +358,88 @@ TEST_P(Faults, NoSignalBreaksAnOutput) {
     }
 }
 
+/// Calls `work` in a process of its own that may mount, and returns its text; nothing where mounting is not allowed.
+std::optional<std::string> whereMountingIsAllowed(const std::function<std::string()>& work) {
+    const Support::TemporaryFolder folder;
+    const std::string told = folder / "told";
+    const pid_t child = ::fork();
+    if (child == 0) {
+        constexpr int notAllowed = 77;
+        // Without the second call, mounts might be seen outside.
+        if ((::unshare(CLONE_NEWNS) != 0 && ::unshare(CLONE_NEWNS | CLONE_NEWUSER) != 0) ||
+            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("tmpfs", folder.path().c_str(), "tmpfs", 0, "size=64k") != 0 ||
+            ::umount(folder.path().c_str()) != 0)
+            ::_exit(notAllowed);
+        std::string text;
+        try {
+            text = work();
+        } catch (const std::exception& error) {
+            text = error.what();
+        }
+        Support::writeBytes(told, text);
+        ::_exit(0);
+    }
+    int status = 1;
+    if (child < 0 || ::waitpid(child, &status, 0) != child || status != 0)
+        return std::nullopt;
+    return Support::readBytes(told);
+}
+
+TEST_P(Faults, NoFullDiskBreaksAnOutput) {
+    Stage stage(GetParam());
+    int refused = 0;
+    const auto work = [&] {
+        std::string wrong;
+        const auto tryOn = [&](const std::string& limits) {
+            if (::mount("tmpfs", stage.out().c_str(), "tmpfs", 0, limits.c_str()) != 0)
+                throw std::runtime_error("cannot mount: " + limits);
+            try {
+                stage.copyOld();
+            } catch (const fs::filesystem_error&) {
+                ::umount(stage.out().c_str());
+                return;
+            }
+            const ProgramResult result = stage.runOnWhatIsThere();
+            refused += result.status != 0 ? 1 : 0;
+            if (const std::string judged = stage.judge(result); !judged.empty())
+                wrong += fmt::format("{}, disk of {}: {}\n{}\n", GetParam().name, limits, judged, result.err);
+            ::umount(stage.out().c_str());
+        };
+        const std::size_t pages = stage.bytes() / 4096 + 64;
+        const std::size_t step = thoroughStep() > 0 ? 1 : std::max<std::size_t>(1, pages / 6);
+        for (std::size_t size = 2; size < pages; size += step)
+            tryOn(fmt::format("size={}k", 4 * size));
+        for (int inodes = 2; inodes < 10; ++inodes)
+            tryOn(fmt::format("nr_inodes={}", inodes));
+        if (refused == 0 && GetParam().name != "info")
+            wrong += "no disk was too small";
+        return wrong;
+    };
+    const auto wrong = whereMountingIsAllowed(work);
+    if (!wrong)
+        GTEST_SKIP() << "no mounting: a process may not mount a tmpfs here";
+    EXPECT_EQ(*wrong, "");
+}
+
 INSTANTIATE_TEST_SUITE_P(Commands, Faults, ::testing::ValuesIn(commands()),
                          [](const auto& command) { return command.param.name; });
+
+TEST(ReadingApart, NoAllocationWhileArraysAreReadApartEndsTheProcess) {
+    const Command& info = commands().back();
+    ASSERT_EQ(info.name, "info");
+    Stage stage(info);
+    const Fault fault{"allocate", std::to_string(ENOMEM)};
+    stage.run(fault, 0);
+    // The arrays come last; each takes about twenty allocations.
+    const long first = stage.calls() * 97 / 100;
+    for (long number = first; number < first + 40; ++number) {
+        const ProgramResult result = stage.run(fault, number);
+        if (stage.foreignLibraries().empty()) {
+            EXPECT_EQ(stage.judge(result), "") << number << "\n" << result.err;
+        }
+    }
+}
 
 TEST(FaultInjector, WritingStraightToThePlaceOfTheOutputIsNoticed) {
     const Command& pcd = commands()[2];

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <regex>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -314,6 +315,41 @@ TEST_F(ProgramTest, ProgressIsShownOnRequestOnly) {
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err, HasSubstr("reading"));
     EXPECT_THAT(result.err, HasSubstr("[########################] 100 %"));
+}
+
+/// The percentages that progress lines show, in order.
+std::vector<int> percentages(const std::string& text) {
+    std::vector<int> all;
+    const std::regex share("\\] +([0-9]+) %");
+    for (std::sregex_iterator match(text.begin(), text.end(), share), end; match != end; ++match)
+        all.push_back(std::stoi((*match)[1]));
+    return all;
+}
+
+TEST_F(ProgramTest, ProgressRisesOverTheWholeRunAndIsFullOnlyAtTheEnd) {
+    writeSmall();
+    const std::vector<ProgramRunner::Arguments> commands{
+        {"pcd", "in.h5", "-o", "pcd/{grid}-{time}.pcd"},
+        {"pcd", "in.h5", "-o", "box/{grid}-{time}.pcd", "--box", "0,0,500,500"},
+        {"las", "in.h5", "-o", "las/{grid}-{time}.laz", "--verify"},
+        {"ascii", "in.h5", "-o", "text/{time}"},
+        {"ascii", "in.h5", "-o", "added", "--append"},
+        {"bundle", "in.h5", "-o", "out.h5"},
+        {"view", "in.h5", "-o", "out.png"},
+        {"info", "in.h5", "--stats"},
+        {"check", "in.h5", "out.h5", "las/dunes-0.laz"},
+    };
+    for (ProgramRunner::Arguments arguments : commands) {
+        SCOPED_TRACE(arguments[0]);
+        arguments.insert(arguments.end(), {"--progress", "always"});
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        const std::vector<int> shares = percentages(result.err);
+        ASSERT_GE(shares.size(), 2U) << result.err;
+        EXPECT_TRUE(std::is_sorted(shares.begin(), shares.end())) << result.err;
+        EXPECT_EQ(shares.back(), 100) << result.err;
+        EXPECT_EQ(std::count(shares.begin(), shares.end(), 100), 1) << result.err;
+    }
 }
 
 TEST_F(ProgramTest, TheMemoryLimitChangesNoByte) {

@@ -6,17 +6,22 @@
 #include "host/report/Json.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <fcntl.h>
 #include <filesystem>
 #include <locale>
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 #ifdef TIDEWATCH_GDAL
 #include <array>
@@ -161,6 +166,27 @@ TEST_F(AsciiProgramTest, TileThatExistsIsNotReplacedEither) {
     EXPECT_EQ(refused.status, 1);
     EXPECT_THAT(refused.err, HasSubstr("w_10_20.grd: already exists"));
     EXPECT_THAT(tree("out"), ElementsAre(Pair("Height/w_10_20.grd", "mine")));
+}
+
+TEST_F(AsciiProgramTest, WaitingForAnotherRunThatAppendsIsSaidWithoutATerminalToo) {
+    writeSmall();
+    fs::create_directory(place_.path() / "out");
+    const int folder = ::open((place_ / "out").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(::flock(folder, LOCK_EX), 0);
+    const std::string said = place_ / "said";
+    ProgramRunner waiting(place_.path(), {"ascii", "in.h5", "-o", "out", "--append", "--field", "Id"}, [&] {
+        ::dup2(::open(said.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+    });
+    const auto hasSaid = [&] {
+        return fs::exists(said) && Support::readBytes(said).find("waiting for another run that adds to files "
+                                                                 "in out\n") != std::string::npos;
+    };
+    while (!hasSaid() && waiting.isRunning())
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_TRUE(hasSaid());
+    ::close(folder);
+    EXPECT_EQ(waiting.finish().status, 0);
+    EXPECT_EQ(Support::readBytes(place_ / "out/Id.asc"), " 7\n -8\n");
 }
 
 TEST_F(AsciiProgramTest, AppendAddsToFilesThatExist) {
@@ -418,6 +444,29 @@ TEST_F(AsciiProgramTest, GdalReadsTheReferenceSystemBesideAGrid) {
     ASSERT_NE(file, nullptr);
     EXPECT_THAT(GDALGetProjectionRef(file), HasSubstr("ETRS89 / UTM zone 32N"));
     GDALClose(file);
+}
+
+TEST_F(AsciiProgramTest, ValuesBesideNoDataOfAnotherBandAreALossOnlyWhereCellTypesChoose) {
+    GDALAllRegister();
+    const GDALDatasetH raster =
+        GDALCreate(GDALGetDriverByName("GTiff"), (place_ / "two.tif").c_str(), 2, 1, 2, GDT_Byte, nullptr);
+    ASSERT_NE(raster, nullptr);
+    std::array<double, 6> transform{100, 1, 0, 200, 0, -1};
+    GDALSetGeoTransform(raster, transform.data());
+    std::array<unsigned char, 2> values{7, 0};
+    for (const int band : {1, 2}) {
+        EXPECT_EQ(GDALRasterIO(GDALGetRasterBand(raster, band), GF_Write, 0, 0, 2, 1, values.data(), 2, 1,
+                               GDT_Byte, 0, 0),
+                  CE_None);
+        values = {7, 7};
+    }
+    GDALSetRasterNoDataValue(GDALGetRasterBand(raster, 1), 0);
+    GDALClose(raster);
+
+    const auto loss = HasSubstr("values of bands where another band has no-data");
+    EXPECT_THAT(run({"two.tif", "-o", "all"}).err, Not(loss));
+    EXPECT_THAT(run({"two.tif", "-o", "typed", "--cell-types", "1"}).err, loss);
+    EXPECT_THAT(run({"two.tif", "-o", "points", "--cells-as-points"}).err, loss);
 }
 
 /// A raster as GDAL reads it.

@@ -388,6 +388,22 @@ TEST_F(LasProgramTest, StrictRefusesALoss) {
     EXPECT_EQ(run(renamed).status, 0);
 }
 
+TEST_F(LasProgramTest, RenamingAFieldThatNoGridHasIsALoss) {
+    writeSmall();
+    const auto result =
+        run({"in.h5", "--time", "0", "--grid", "dunes", "-o", "x.laz", "--rename", "Ecko=UserData"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err,
+                HasSubstr("no field matches --rename 'Ecko=UserData' (case counts); there are: "));
+    EXPECT_EQ(run({"in.h5", "--time", "0", "--grid", "dunes", "-o", "y.laz", "--rename", "Ecko=UserData",
+                   "--strict", "--accept", "fields,properties,rounding"})
+                  .status,
+              1);
+    EXPECT_THAT(
+        run({"in.h5", "--time", "0", "--grid", "dunes", "-o", "z.laz", "--rename", "Echo=UserData"}).err,
+        Not(HasSubstr("--rename")));
+}
+
 TEST_F(LasProgramTest, ACoordinateThatDoesNotFitPutsNothingInPlace) {
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
     GridBuilder(*bundle, 0, "a").field("Positions", "", randomPoints(5));

@@ -3,12 +3,15 @@
 // Choosing and merging points from outside: LAS files of the tests' own builder go in, and what comes out is read by a
 // plain reader of the published layout.
 #include "host/ProgramFixture.hpp"
+#include "host/report/Json.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/WrittenLas.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -270,6 +273,95 @@ TEST_F(PointsProgram, CellsBecomePointsWhereThatIsAskedForAndTheMessageSaysSoEls
     EXPECT_EQ(field.status, 1);
     EXPECT_THAT(field.err, AllOf(HasSubstr("dem.h5: grid \"dem\""), HasSubstr("Depth"), HasSubstr("Height")));
     EXPECT_EQ(run({"las", "dem.h5", "--z-band", "1", "-o", "y.las"}).status, 2);
+}
+
+TEST_F(PointsProgram, ABundleOfChosenPointsKeepsItsLattices) {
+    ASSERT_EQ(run({"sample", "--points", "500", "-o", "tides.h5"}).status, 0);
+    const auto result = run({"bundle", "tides.h5", "--class", "2", "-o", "ground.h5"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("no classes or returns can be chosen; it stays"));
+    const Json info = Json::parse(run({"info", "ground.h5", "--stats", "--json"}).out);
+    std::set<std::string> grids;
+    for (const Json& grid : info["slices"][0]["grids"]) {
+        grids.insert(grid["name"]);
+        const Json& classes = grid["statistics"]["classes"];
+        EXPECT_TRUE(classes.empty() || (classes.size() == 1 && classes[0]["class"] == 2)) << classes;
+    }
+    EXPECT_GE(grids.size(), 2U);
+}
+
+TEST_F(PointsProgram, HeightsThatAreFloatsAreRoundedOnlyWhereTheyChangeByMoreThanTheirResolution) {
+    const auto demOf = [](const std::vector<float>& heights) {
+        const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+        const std::uint64_t count = heights.size();
+        GridBuilder(*bundle, 0, "dem")
+            .field("Positions", "",
+                   Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
+                       Geom::PhysicalSpace::point{10, 20, 0}, Geom::PhysicalSpace::vector{1, 1, 1},
+                       Sheaf::MultiIndex<3>{count, 1, 1})))
+            .field("Height", "",
+                   Anchor::makeStrong<Sheaf::HeldCreator>(
+                       Sheaf::makeArray(Sheaf::Extents{count, 1, 1}, heights)));
+        return bundle;
+    };
+    // Whole centimetres, as floats tell them apart.
+    write("dem.h5", demOf({410.56F, 399.99F, 1.23F, 520.51F}));
+    for (const std::string command : {"las", "pcd", "ascii"}) {
+        ProgramRunner::Arguments arguments{command, "dem.h5", "--cells-as-points", "-o", "x." + command};
+        if (command == "pcd")
+            arguments.emplace_back("--no-thinning");
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_THAT(result.err, Not(HasSubstr("rounded"))) << command;
+    }
+    // Finer than the steps of the LAS file.
+    write("fine.h5", demOf({410.56003F, 410.5601F, 410.56017F, 410.56023F}));
+    EXPECT_THAT(run({"las", "fine.h5", "--cells-as-points", "-o", "y.las"}).err,
+                HasSubstr("more than the input's step of 3.1e-05 allows"));
+}
+
+TEST_F(PointsProgram, ThousandsOfInputsWithOneOddityGiveAScreenOfMessages) {
+    constexpr std::size_t inputs = 1000;
+    std::vector<std::string> files;
+    for (std::size_t number = 0; number < inputs; ++number) {
+        files.push_back("tile" + std::to_string(number) + ".las");
+        // Thinned to one point, intensities all the same, a record that is not known, and no reference system.
+        Support::LasFileBuilder file;
+        file.format = 1;
+        file.points.resize(2);
+        file.vlrs.push_back({"somebody", 7, "something"});
+        write(files.back(), file);
+    }
+    const auto linesOf = [](const std::string& text) {
+        return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    };
+    const std::vector<ProgramRunner::Arguments> commands{
+        {"las", "--plain", "-o", "las/{grid}.laz"},
+        {"las", "--merge", "-o", "all.laz"},
+        {"las", "--last-wins", "-o", "last.laz"},
+        {"pcd", "-o", "pcd/{grid}.pcd"},
+        {"pcd", "--merge", "-o", "all.pcd"},
+        {"ascii", "-o", "text/{grid}"},
+        {"ascii", "--append", "-o", "appended"},
+        {"bundle", "-o", "all.h5"},
+        {"bundle", "--merge", "-o", "merged.h5"},
+        {"view", "-o", "all.png"},
+        {"las", "--rename", "X=UserData", "-o", "renamed/{grid}.las"},
+    };
+    constexpr std::size_t screen = 24;
+    for (ProgramRunner::Arguments arguments : commands) {
+        arguments.insert(arguments.end(), files.begin(), files.end());
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 0) << arguments[0] << result.err.substr(0, 2000);
+        EXPECT_LE(linesOf(result.err), screen) << arguments[0] << result.err.substr(0, 2000);
+    }
+    ProgramRunner::Arguments info{"info"};
+    info.insert(info.end(), files.begin(), files.end());
+    const auto shown = run(info);
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_LE(linesOf(shown.err), screen) << shown.err;
+    // A line for each of 40 files, and what there is besides.
+    EXPECT_LE(linesOf(shown.out), 46U) << shown.out;
 }
 
 TEST_F(PointsProgram, ThinningIsALossUnlessTheCellSizeWasGiven) {

@@ -40,6 +40,14 @@ TEST_F(MessagesTest, EachKindHasItsForm) {
     EXPECT_EQ(shown(), "as it stands\na note\ntidewatch: warning: look out\ntidewatch: it broke\n");
 }
 
+TEST_F(MessagesTest, NamesThatWouldTurnOrForgeTheTextAreEscaped) {
+    Messages messages(Messages::Verbosity::Normal, stream_.get());
+    messages.warning("grid \"a\xe2\x80\xae\xff\"");
+    messages.status("reading \x1b[2J");
+    EXPECT_EQ(shown(), "tidewatch: warning: grid \"a\\xe2\\x80\\xae\\xff\"\n"
+                       "\rreading \\x1b[2J\x1b[K");
+}
+
 TEST_F(MessagesTest, QuietLeavesErrorsAndWhatWasAskedFor) {
     Messages messages(Messages::Verbosity::Quiet, stream_.get());
     messages.line("as it stands");
@@ -67,6 +75,36 @@ TEST_F(MessagesTest, UsuallyOnlyConsoleMessagesThatTellOfSomethingMissingAreShow
     Anchor::Console() << "Have no cell type field";
     Anchor::Console() << "Can only convert scalar fields";
     EXPECT_EQ(shown(), "Have no cell type field\nCan only convert scalar fields\n");
+}
+
+TEST_F(MessagesTest, EqualConsoleMessagesAreCounted) {
+    Messages messages(Messages::Verbosity::Normal, stream_.get());
+    for (int number = 0; number < 1001; ++number) {
+        Anchor::Console() << "Can only convert scalar fields";
+        Anchor::Console() << "Run";
+    }
+    Anchor::Console() << "Have no cell type field";
+    messages.warning("look out");
+    messages.warning("again");
+    EXPECT_EQ(shown(), "Can only convert scalar fields\nHave no cell type field\n"
+                       "... and 1 000 more: Can only convert scalar fields\n"
+                       "tidewatch: warning: look out\ntidewatch: warning: again\n");
+}
+
+TEST_F(MessagesTest, EqualConsoleMessagesAreCountedAtTheEndAtTheLatest) {
+    {
+        const Messages messages(Messages::Verbosity::Normal, stream_.get());
+        Anchor::Console() << "Have no cell type field";
+        Anchor::Console() << "Have no cell type field";
+    }
+    EXPECT_EQ(shown(), "Have no cell type field\n... and 1 more: Have no cell type field\n");
+}
+
+TEST_F(MessagesTest, VerboseShowsEqualConsoleMessages) {
+    const Messages messages(Messages::Verbosity::Verbose, stream_.get());
+    Anchor::Console() << "Run";
+    Anchor::Console() << "Run";
+    EXPECT_EQ(shown(), "Run\nRun\n");
 }
 
 TEST_F(MessagesTest, QuietHidesConsoleMessages) {

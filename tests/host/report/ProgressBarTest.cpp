@@ -88,18 +88,71 @@ TEST_F(ProgressBarTest, ANewTextIsShownAtOnce) {
     EXPECT_THAT(shown(), ::testing::EndsWith("writing [############------------]  50 %\n"));
 }
 
+TEST_F(ProgressBarTest, WaitingIsSaidWithoutABarToo) {
+    make(ProgressMode::Never)->waits("waiting for others");
+    EXPECT_EQ(shown(), "tidewatch: waiting for others\n");
+    make(ProgressMode::Always)->waits("waiting again");
+    EXPECT_THAT(shown(), ::testing::HasSubstr("\nwaiting again"));
+}
+
 TEST_F(ProgressBarTest, WithoutBegunWorkAFileIsTheWork) {
     const auto bar = make(ProgressMode::Always);
     Progress::ticker(bar)("a.laz", 0.5);
     EXPECT_EQ(shown(), "reading a.laz [############------------]  50 %\n");
 }
 
-TEST_F(ProgressBarTest, WorkOfNoSizeHasNoShare) {
+TEST_F(ProgressBarTest, WorkOfNoSizeIsDoneAtTheEnd) {
     const auto bar = make(ProgressMode::Always);
     bar->begin("reading", 0, "points");
     bar->piece(0, 0);
     bar->end();
-    EXPECT_EQ(shown(), "reading\nreading\n");
+    EXPECT_EQ(shown(),
+              "reading [------------------------]   0 %\nreading [########################] 100 %\n");
+}
+
+TEST_F(ProgressBarTest, PartsFillTheBarOneAfterTheOther) {
+    const auto bar = make(ProgressMode::Always);
+    bar->part(0, 0.25);
+    bar->tick("a", 1);
+    bar->part(0.25, 0.75);
+    bar->begin("writing", 10, "points");
+    bar->piece(5, 5);
+    bar->say("checking");
+    bar->part(0.75, 1);
+    bar->begin("placing", 2, "files");
+    bar->end();
+    EXPECT_EQ(shown(), "reading a [######------------------]  25 %\n"
+                       "writing [######------------------]  25 %\n"
+                       "checking [############------------]  50 %\n"
+                       "placing [##################------]  75 %\n"
+                       "placing [########################] 100 %\n");
+}
+
+TEST_F(ProgressBarTest, WorkThatGoesOnIsNeverAtItsEnd) {
+    const auto bar = make(ProgressMode::Always);
+    bar->begin("writing", 10, "points");
+    bar->piece(10, 0);
+    bar->say("closing");
+    EXPECT_THAT(shown(), ::testing::EndsWith("closing [#######################-]  99 %\n"));
+}
+
+TEST_F(ProgressBarTest, TheShareNeverFalls) {
+    const auto bar = make(ProgressMode::Always);
+    bar->begin("reading", 10, "points");
+    bar->piece(5, 5);
+    bar->say("reading again");
+    bar->begin("writing", 10, "points");
+    EXPECT_THAT(shown(), ::testing::EndsWith("writing [############------------]  50 %\n"));
+}
+
+TEST_F(ProgressBarTest, TheTimeLeftIsThatOfTheWholeRun) {
+    const auto bar = make(ProgressMode::Always);
+    bar->part(0, 0.5);
+    bar->begin("reading", 100, "points");
+    now_ += std::chrono::seconds(10);
+    bar->piece(50, 0);
+    EXPECT_THAT(shown(),
+                ::testing::EndsWith("reading [######------------------]  25 %  5.0 points/s  0:30 left\n"));
 }
 
 // Each interruption test runs in its own process, since a request to stop cannot be taken back.

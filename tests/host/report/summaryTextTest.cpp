@@ -14,6 +14,14 @@ TEST(Summary, TextHasALineForEachFile) {
     EXPECT_EQ(summaryText(summary), "out/a.pcd: 1234567 points, 99 bytes\nb.grd: 1 cells, 0 bytes\n");
 }
 
+TEST(Summary, TextOfManyFilesIsCutWhereThatIsAskedFor) {
+    ExportReport summary;
+    for (const char* const name : {"a", "b", "c", "d"})
+        summary.files.push_back({name, 1, 2, "cells", {}, {}});
+    EXPECT_EQ(summaryText(summary, 3), "a: 1 cells, 2 bytes\nb: 1 cells, 2 bytes\n... and 2 more files\n");
+    EXPECT_EQ(summaryText(summary, 4), summaryText(summary));
+}
+
 TEST(Summary, TextSaysWhatAFileHeldBefore) {
     ExportReport summary;
     summary.files = {{"a.txt", 2, 8, "points", {}, {}, 100}};

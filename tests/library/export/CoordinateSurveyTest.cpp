@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <span>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -96,6 +97,40 @@ TEST(CoordinateSurvey, HugeCoordinatesAreWholeNumbers) {
     EXPECT_EQ(survey.axis(0)->decimalStep, 1);
     EXPECT_TRUE(survey.axis(1));
     EXPECT_TRUE(survey.axis(2));
+}
+
+TEST(CoordinateSurvey, FloatsOfDecimalNumbersHaveTheirStep) {
+    Points points;
+    for (int hundredth = 40'000; hundredth < 41'000; ++hundredth)
+        points.push_back({static_cast<float>(hundredth / 100.0), hundredth / 100.0, 0});
+    CoordinateSurvey survey;
+    survey.look(std::span(points).first(7));
+    survey.look(std::span(points).subspan(7));
+    EXPECT_TRUE(survey.axis(0)->areFloats);
+    EXPECT_EQ(survey.axis(0)->decimalStep, 0.01);
+    EXPECT_EQ(survey.axis(0)->stepToKeep(0), 0.01);
+    EXPECT_FALSE(survey.axis(1)->areFloats);
+    EXPECT_EQ(survey.axis(1)->decimalStep, 0.01);
+    // Doubles are looked at first.
+    EXPECT_FALSE(survey.axis(2)->areFloats);
+    EXPECT_EQ(survey.axis(2)->decimalStep, 1);
+
+    survey.look(Points{{400.12, 0, 0}});
+    EXPECT_FALSE(survey.axis(0)->areFloats);
+    EXPECT_FALSE(survey.axis(0)->decimalStep);
+}
+
+TEST(CoordinateSurvey, FloatsAreNeverKnownBetterThanTheirResolution) {
+    std::mt19937 random(13);
+    std::uniform_real_distribution<float> heights(1, 500);
+    Points points;
+    for (int number = 0; number < 1000; ++number)
+        points.push_back({heights(random), 0, 0});
+    points.push_back({300.1F, 0, 0});
+    CoordinateSurvey survey;
+    survey.look(points);
+    ASSERT_TRUE(survey.axis(0)->areFloats);
+    EXPECT_EQ(survey.axis(0)->stepToKeep(0), std::ldexp(1.0, -15));
 }
 
 TEST(CoordinateSurvey, TheStepToKeepIsTheStatedOneElseTheDecimalOneElseTheResolution) {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/points/cellsAsPoints.hpp"
 
-#include "anchor/Error.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/BundleBuilder.hpp"
+#include "support/bundleQueries.hpp"
 
 #include <limits>
 #include <random>
@@ -16,6 +16,8 @@
 namespace Tidewatch {
 namespace {
 
+using Support::fieldOf;
+using Support::gridAt;
 using Support::GridBuilder;
 using Support::Points;
 using ::testing::AllOf;
@@ -39,11 +41,7 @@ Sheaf::Field::Creator cells(std::uint64_t columns, std::uint64_t rows, std::vect
 
 template <class T>
 std::vector<T> arrayOf(const Sheaf::Bundle& bundle, const std::string& field) {
-    const auto grid = bundle.slices().at(0).lock()->grids().at("dem").lock();
-    const auto found =
-        grid->getField(grid->findCartesianChart({}), field, grid->skeletons().findVertices(-1));
-    return Anchor::dynamicCast<Sheaf::TypedArray<T>>(found->getCreator(nullptr)->create(false))
-        ->base_vector();
+    return Support::arrayOf<T>(bundle, "dem", field, "");
 }
 
 std::vector<std::array<double, 3>> positionsOf(const Sheaf::Bundle& bundle) {
@@ -69,9 +67,7 @@ TEST(CellsAsPoints, CentresWithAValueBecomePointsInTheOrderOfTheCells) {
     EXPECT_THAT(arrayOf<short>(*made.bundle, "Band2"), ElementsAre(10, 40, 50, 60));
     EXPECT_THAT(arrayOf<double>(*made.bundle, "Band1"), ElementsAre(1, 4, 5, 6));
     EXPECT_THAT(read, UnorderedElementsAre("Band1", "CellType"));
-    const auto grid = made.bundle->slices().at(0).lock()->grids().at("dem").lock();
-    EXPECT_FALSE(
-        grid->getField(grid->findCartesianChart({}), "CellType", grid->skeletons().findVertices(-1)));
+    EXPECT_FALSE(fieldOf(*gridAt(*made.bundle, 0, "dem"), "CellType"));
 }
 
 TEST(CellsAsPoints, HeightsAreTheBandOrFieldThatIsAskedFor) {
@@ -87,13 +83,10 @@ TEST(CellsAsPoints, HeightsAreTheBandOrFieldThatIsAskedFor) {
                 ElementsAre(Position{10, 20, 7}, Position{12, 20, 8}));
     EXPECT_THAT(positionsOf(*cellsAsPoints(*bundle, {"1"}, Selection(Filters{}), read).bundle),
                 ElementsAre(Position{10, 20, -3}, Position{12, 20, -4}));
-    try {
-        static_cast<void>(cellsAsPoints(*bundle, {"3"}, Selection(Filters{}), read));
-        FAIL() << "no error";
-    } catch (const Anchor::ModelError& error) {
-        EXPECT_THAT(error.what(), AllOf(HasSubstr("grid \"dem\" at time 0"), HasSubstr("no field 3"),
-                                        HasSubstr("Depth, Level")));
-    }
+    EXPECT_THAT(
+        Support::modelErrorOf(
+            [&] { static_cast<void>(cellsAsPoints(*bundle, {"3"}, Selection(Filters{}), read)); }),
+        AllOf(HasSubstr("grid \"dem\" at time 0"), HasSubstr("no field 3"), HasSubstr("Depth, Level")));
 }
 
 TEST(CellsAsPoints, BandTenIsNotTheTenthByName) {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/points/choosePoints.hpp"
 
-#include "anchor/Error.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/BundleBuilder.hpp"
+#include "support/bundleQueries.hpp"
 
 #include <functional>
 #include <random>
@@ -16,7 +16,11 @@
 namespace Tidewatch {
 namespace {
 
+using Support::arrayOf;
+using Support::dataOf;
+using Support::gridAt;
 using Support::GridBuilder;
+using Support::modelErrorOf;
 using Support::Points;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
@@ -25,35 +29,6 @@ using ::testing::IsEmpty;
 
 using Byte = unsigned char;
 using Bytes = std::vector<Byte>;
-
-Anchor::StrongPtr<Sheaf::Grid> gridAt(const Sheaf::Bundle& bundle, double time, const std::string& name) {
-    return bundle.slices().at(time).lock()->grids().at(name).lock();
-}
-
-Sheaf::Field::Creator dataOf(const Sheaf::Bundle& bundle, const std::string& grid, const std::string& field,
-                             const std::string& fragment) {
-    const auto owner = gridAt(bundle, 0, grid);
-    const auto skeleton = owner->skeletons().findVertices(-1);
-    return owner->getField(owner->findCartesianChart({}), field, skeleton)
-        ->getCreator(fragment.empty() ? nullptr : owner->makeFragment(fragment));
-}
-
-template <class T>
-std::vector<T> arrayOf(const Sheaf::Bundle& bundle, const std::string& grid, const std::string& field,
-                       const std::string& fragment) {
-    const auto array =
-        Anchor::dynamicCast<Sheaf::TypedArray<T>>(dataOf(bundle, grid, field, fragment)->create(false));
-    return array->base_vector();
-}
-
-std::string errorOf(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const Anchor::ModelError& error) {
-        return error.what();
-    }
-    return "no error";
-}
 
 /// A random cloud in fragments, as arrays in plain sight.
 struct Cloud {
@@ -208,14 +183,15 @@ TEST(ChoosePoints, AllChoicesHoldAtOnce) {
     });
 }
 
-TEST(ChoosePoints, CountTellsHowManyBeforeArraysAreMade) {
+TEST(ChoosePoints, MasksTellHowManyBeforeArraysAreMade) {
     const Cloud cloud(4, {300});
     PointChoice choice;
     choice.classes = {5};
     const ChosenPoints chosen = choosePoints(*cloud.bundle(), choice, Selection(Filters{}));
     const auto data = dataOf(*chosen.bundle, "cloud", "Extra", "f0");
     EXPECT_EQ(data->extents(), Sheaf::Extents{300});
-    chosen.count();
+    for (const auto& mask : chosen.masks)
+        static_cast<void>(mask->chosen());
     const auto stated = data->extents();
     EXPECT_LT((*stated)[0], 300U);
     EXPECT_EQ((*stated)[0], arrayOf<double>(*chosen.bundle, "cloud", "Extra", "f0").size());
@@ -242,14 +218,14 @@ TEST(ChoosePoints, MissingOrUnfitFieldIsAnErrorThatNamesGridAndField) {
     PointChoice choice;
     choice.classes = {2};
     EXPECT_THAT(
-        errorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
+        modelErrorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
         AllOf(HasSubstr("grid \"cloud\" at time 0"), HasSubstr("Classification"), HasSubstr("missing")));
     choice = {};
     choice.returns.emplace().first = true;
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
+    EXPECT_THAT(modelErrorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
                 AllOf(HasSubstr("ReturnNumber"), HasSubstr("float32")));
     choice.returns.emplace().only = true;
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
+    EXPECT_THAT(modelErrorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
                 AllOf(HasSubstr("NumberOfReturns"), HasSubstr("3 values for 4 points")));
 }
 
@@ -258,22 +234,26 @@ TEST(ChoosePoints, FieldOfAnotherLengthThanPositionsIsAnError) {
     GridBuilder(*bundle, 0, "cloud").field("Positions", "", Points(4)).field("Echo", "", Bytes(5));
     PointChoice choice;
     choice.box = PointBox{{0, 0, 0}, {1, 1, 1}};
-    EXPECT_THAT(errorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
+    EXPECT_THAT(modelErrorOf([&] { static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{}))); }),
                 HasSubstr("Echo has 5 values for 4 points"));
 }
 
-Anchor::StrongPtr<Sheaf::Bundle> latticeBundle() {
-    auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+void addLattice(Sheaf::Bundle& bundle) {
     std::vector<float> heights(20);
     for (std::size_t i = 0; i < heights.size(); ++i)
         heights[i] = static_cast<float>(i);
-    GridBuilder(*bundle, 0, "dem")
+    GridBuilder(bundle, 0, "dem")
         .field("Positions", "",
                Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
                    Geom::PhysicalSpace::point{100, 200, 0}, Geom::PhysicalSpace::vector{2, 3, 1},
                    Sheaf::MultiIndex<3>{5, 4, 1})))
         .field("Height", "",
                Anchor::makeStrong<Sheaf::HeldCreator>(Sheaf::makeArray(Sheaf::Extents{5, 4, 1}, heights)));
+}
+
+Anchor::StrongPtr<Sheaf::Bundle> latticeBundle() {
+    auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    addLattice(*bundle);
     return bundle;
 }
 
@@ -303,9 +283,34 @@ TEST(ChoosePoints, BoxBesideALatticeLeavesNoneOfItAndSaysSo) {
 TEST(ChoosePoints, ClassesOfALatticeAreAnErrorWithARemedy) {
     PointChoice choice;
     choice.classes = {2};
-    EXPECT_THAT(
-        errorOf([&] { static_cast<void>(choosePoints(*latticeBundle(), choice, Selection(Filters{}))); }),
-        AllOf(HasSubstr("grid \"dem\""), HasSubstr("--cells-as-points")));
+    EXPECT_THAT(modelErrorOf(
+                    [&] { static_cast<void>(choosePoints(*latticeBundle(), choice, Selection(Filters{}))); }),
+                AllOf(HasSubstr("grid \"dem\""), HasSubstr("--cells-as-points")));
+}
+
+TEST(ChoosePoints, LatticesBesidePointsStayWhereClassesAreChosenAndThatIsSaid) {
+    const auto bundle = latticeBundle();
+    GridBuilder(*bundle, 0, "scan")
+        .field("Positions", "", Points{{103, 204, 0}, {0, 0, 0}, {104, 204, 0}})
+        .field("Classification", "", Bytes{2, 2, 9});
+    PointChoice choice;
+    choice.classes = {2};
+    const ChosenPoints chosen = choosePoints(*bundle, choice, Selection(Filters{}));
+    EXPECT_THAT(arrayOf<Byte>(*chosen.bundle, "scan", "Classification", ""), ElementsAre(2, 2));
+    EXPECT_EQ(arrayOf<float>(*chosen.bundle, "dem", "Height", "").size(), 20U);
+    EXPECT_TRUE(Anchor::dynamicCast<Sheaf::UniformCartesianArray>(
+        dataOf(*chosen.bundle, "dem", "Positions", "")->available()));
+    EXPECT_THAT(chosen.notes, ElementsAre(AllOf(HasSubstr("grid \"dem\" at time 0"), HasSubstr("it stays"))));
+
+    choice.box = PointBox{{101, 203, 0}, {106, 209, 1}};
+    const ChosenPoints part = choosePoints(*bundle, choice, Selection(Filters{}));
+    EXPECT_THAT(arrayOf<Byte>(*part.bundle, "scan", "Classification", ""), ElementsAre(2));
+    EXPECT_THAT(arrayOf<float>(*part.bundle, "dem", "Height", ""), ElementsAre(6, 7, 11, 12));
+    // A selection without points has none to choose from.
+    EXPECT_THAT(modelErrorOf([&] {
+                    static_cast<void>(choosePoints(*bundle, choice, Selection(Filters{{}, {"dem"}, {}})));
+                }),
+                HasSubstr("--cells-as-points"));
 }
 
 TEST(ChoosePoints, EverySkeletonOfVerticesIsChosenFromAndOthersAreNamed) {

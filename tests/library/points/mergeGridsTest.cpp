@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/points/mergeGrids.hpp"
 
-#include "anchor/Error.hpp"
 #include "library/crs/ReferenceSystem.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/BundleBuilder.hpp"
+#include "support/bundleQueries.hpp"
 
 #include <functional>
 #include <string>
@@ -16,6 +16,7 @@
 namespace Tidewatch {
 namespace {
 
+using Support::fieldOf;
 using Support::GridBuilder;
 using Support::Points;
 using ::testing::AllOf;
@@ -34,11 +35,7 @@ MergeInput input(const std::string& file, const std::function<void(GridBuilder&)
 }
 
 Anchor::StrongPtr<Sheaf::Grid> mergedAt(const MergedGrids& merged, double time = 0) {
-    return merged.bundle->slices().at(time).lock()->grids().at("merged").lock();
-}
-
-Anchor::StrongPtr<Sheaf::Field> fieldOf(const Sheaf::Grid& grid, const std::string& name) {
-    return grid.getField(grid.findCartesianChart({}), name, grid.skeletons().findVertices(-1));
+    return Support::gridAt(*merged.bundle, time, "merged");
 }
 
 std::vector<std::string> fragmentsOf(const Sheaf::Field& field) {
@@ -52,22 +49,15 @@ template <class T>
 std::vector<T> allOf(const Sheaf::Field& field) {
     std::vector<T> all;
     field.forEachFragment([&](const auto&, const auto& data) {
-        const auto array = Anchor::dynamicCast<Sheaf::TypedArray<T>>(data->create(false));
-        EXPECT_TRUE(array);
-        if (array)
-            all.insert(all.end(), array->base_vector().begin(), array->base_vector().end());
+        const std::vector<T> elements = Support::elementsOf<T>(*data);
+        all.insert(all.end(), elements.begin(), elements.end());
         return true;
     });
     return all;
 }
 
 std::string errorOf(const std::vector<MergeInput>& inputs) {
-    try {
-        static_cast<void>(mergeGrids(inputs, {}));
-    } catch (const Anchor::ModelError& error) {
-        return error.what();
-    }
-    return "no error";
+    return Support::modelErrorOf([&] { static_cast<void>(mergeGrids(inputs, {})); });
 }
 
 TEST(MergeGrids, PointsKeepTheOrderOfInputsAndFragments) {
