@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/info/InfoCommand.hpp"
 
-#include "host/info/inventoryTexts.hpp"
 #include "host/report/StandardOutput.hpp"
+#include "library/info/inventoryTexts.hpp"
 
 #include <string>
 #include <vector>

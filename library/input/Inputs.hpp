@@ -24,6 +24,8 @@
 
 namespace Tidewatch {
 
+struct MergeInput;
+
 /// What to read, and how.
 struct InputOptions {
     std::vector<std::string> files;
@@ -68,6 +70,12 @@ public:
     /// Uses a bundle that a host has in memory, and keeps it alive.
     explicit Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle);
 
+    /// These inputs with what the options ask for beyond reading: cells become points, points are chosen, and all grids of
+    /// one time merged. Nothing else of the options plays a part, and these inputs stay as they are. Throws as the first
+    /// constructor does.
+    [[nodiscard]] Inputs with(const InputOptions& options,
+                              const Anchor::StrongPtr<Progress>& progress = {}) const;
+
     [[nodiscard]] const Anchor::StrongPtr<Sheaf::Bundle>& bundle() const noexcept { return bundle_; }
 
     /// The reports about the files, in their order; one about all files that were merged.
@@ -86,6 +94,9 @@ public:
     /// Other fields are still available on request, possibly by another pass over the file. Safe while arrays are
     /// created.
     void expectFields(std::set<std::string> fields) const;
+
+    /// Announces that all fields may be requested.
+    void expectAllFields() const;
 
     /// The most memory in bytes for data that has to be in memory together.
     [[nodiscard]] std::uint64_t memoryLimit() const noexcept { return memoryLimit_; }
@@ -106,6 +117,7 @@ public:
 private:
     class ExpectedFields;
 
+    void mergeAll(std::span<const MergeInput> inputs, const MergeOptions& options);
     [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle> prepared(Anchor::StrongPtr<Sheaf::Bundle> read,
                                                             const InputOptions& options,
                                                             const Anchor::StrongPtr<Progress>& progress);
