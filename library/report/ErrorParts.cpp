@@ -7,14 +7,19 @@ namespace {
 
 constexpr std::string_view colon = ": ";
 
-/// Cuts what is before the first colon off a text; nothing if there is none.
-std::string cutPart(std::string_view& text) {
+/// Cuts the name of a file or an object off a text; nothing if the text begins with what is wrong.
+std::string cutName(std::string_view& text) {
     const std::size_t end = text.find(colon);
     if (end == std::string_view::npos)
         return {};
-    const std::string part(text.substr(0, end));
+    const std::string_view part = text.substr(0, end);
+    // "cannot open: No such file or directory", "not recognised (known: LAS/LAZ file, ...)".
+    const bool isCause =
+        part.starts_with("cannot ") || part.rfind('(') + 1 > part.rfind(')') + 1; // npos + 1 is 0
+    if (isCause)
+        return {};
     text.remove_prefix(end + colon.size());
-    return part;
+    return std::string(part);
 }
 
 } // namespace
@@ -27,9 +32,9 @@ ErrorParts ErrorParts::of(std::string_view text, std::string_view file) {
         parts.file = file;
         text.remove_prefix(file.size() + colon.size());
     } else if (file.empty()) {
-        parts.file = cutPart(text);
+        parts.file = cutName(text);
     }
-    parts.object = cutPart(text);
+    parts.object = cutName(text);
     parts.cause = text;
     return parts;
 }

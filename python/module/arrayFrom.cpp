@@ -22,11 +22,13 @@ namespace {
 constexpr const char* cellTypeField = "CellType";
 
 /// The number types that arrays of NumPy and fields have in common: kind and size in NumPy, type in C++.
-using Numbers = Sheaf::TypeList<signed char, unsigned char, short, unsigned short, int, unsigned int, long long,
-                                unsigned long long, float, double, long double>;
+using Numbers = Sheaf::TypeList<signed char, unsigned char, short, unsigned short, int, unsigned int,
+                                long long, unsigned long long, float, double, long double>;
 
 template <class T>
-constexpr char kindOf = std::is_floating_point_v<T> ? 'f' : std::is_signed_v<T> ? 'i' : 'u';
+constexpr char kindOf = std::is_floating_point_v<T> ? 'f'
+                        : std::is_signed_v<T>       ? 'i'
+                                                    : 'u';
 
 /// Calls visitor(TypeTag<T>()) with the number type of a dtype; false if there is none.
 template <class Visitor>
@@ -158,7 +160,8 @@ std::pair<std::vector<T>, std::size_t> elementsOf(const py::dtype& type, const S
             numbers.resize(block * components);
             for (std::size_t done = 0; done < count && misfit == nowhere; done += block) {
                 const std::size_t size = std::min(block, count - done);
-                misfit = convert<From>(source, (first + done) * components, size * components, numbers.data());
+                misfit =
+                    convert<From>(source, (first + done) * components, size * components, numbers.data());
                 std::memcpy(static_cast<void*>(elements.data() + done), numbers.data(), size * sizeof(T));
             }
         }
@@ -176,8 +179,9 @@ bool isTriple(const std::type_info& type) {
 
 bool hasFloats(const std::type_info& type) {
     bool result = false;
-    Sheaf::visitElementType(
-        type, [&](auto tag) { result = std::is_floating_point_v<ComponentOf<typename decltype(tag)::type>>; });
+    Sheaf::visitElementType(type, [&](auto tag) {
+        result = std::is_floating_point_v<ComponentOf<typename decltype(tag)::type>>;
+    });
     return result;
 }
 
@@ -206,14 +210,16 @@ Values::Values(const py::object& values, std::string name) : name_(std::move(nam
     const py::module_ numpy = py::module_::import("numpy");
     if (py::isinstance(values, numpy.attr("ma").attr("MaskedArray")) &&
         numpy.attr("ma").attr("is_masked")(values).cast<bool>())
-        raise(PyExc_ValueError, name_ + ": has masked values, and a field has a value for each point; fill them "
-                                        "first, or leave those points out");
+        raise(PyExc_ValueError, name_ +
+                                    ": has masked values, and a field has a value for each point; fill them "
+                                    "first, or leave those points out");
     array_ = py::reinterpret_borrow<py::array>(numpy.attr("asarray")(values));
     const py::dtype type = array_.dtype();
     if (!visitNumber(type, [](auto) {}))
-        raise(PyExc_TypeError, name_ + ": values of dtype " + std::string(py::str(static_cast<const py::object&>(type))) +
-                                   " are not taken; integers of 8 to 64 bits and floating-point numbers of 32 bits "
-                                   "and more are (astype makes them)");
+        raise(PyExc_TypeError,
+              name_ + ": values of dtype " + std::string(py::str(static_cast<const py::object&>(type))) +
+                  " are not taken; integers of 8 to 64 bits and floating-point numbers of 32 bits "
+                  "and more are (astype makes them)");
     isSwapped_ = !type.attr("isnative").cast<bool>();
 }
 
@@ -238,8 +244,8 @@ const std::type_info& Values::elementType(bool wantsTriple, const std::string& s
     }
     if (existing != nullptr) {
         if (own != nullptr && *own != *existing)
-            raise(PyExc_ValueError, name_ + ": other fragments hold " +
-                                        std::string(Sheaf::elementTypeName(*existing)));
+            raise(PyExc_ValueError,
+                  name_ + ": other fragments hold " + std::string(Sheaf::elementTypeName(*existing)));
         own = existing;
     }
     const auto known = typesByName(name_);
@@ -263,9 +269,10 @@ const std::type_info& Values::elementType(bool wantsTriple, const std::string& s
         else if (array_.dtype().kind() == 'u' && array_.dtype().itemsize() == 1)
             own = &typeid(Sheaf::Element::Color);
         else
-            raise(PyExc_TypeError, name_ + ": triples are of float32, float64 (vectors) or uint8 (colours), not of " +
-                                       std::string(py::str(static_cast<const py::object&>(array_.dtype()))) +
-                                       "; a field for each component holds others");
+            raise(PyExc_TypeError,
+                  name_ + ": triples are of float32, float64 (vectors) or uint8 (colours), not of " +
+                      std::string(py::str(static_cast<const py::object&>(array_.dtype()))) +
+                      "; a field for each component holds others");
     }
     if (own == nullptr)
         visitNumber(array_.dtype(), [&](auto tag) { own = &typeid(typename decltype(tag)::type); });
@@ -276,8 +283,8 @@ const std::type_info& Values::elementType(bool wantsTriple, const std::string& s
     return *own;
 }
 
-Anchor::StrongPtr<Sheaf::MemBase> Values::copy(const std::type_info& elementType, const Sheaf::Extents& extents,
-                                               std::size_t first) const {
+Anchor::StrongPtr<Sheaf::MemBase> Values::copy(const std::type_info& elementType,
+                                               const Sheaf::Extents& extents, std::size_t first) const {
     Source source{static_cast<const char*>(array_.data()), shape(), {}, isSwapped_};
     for (py::ssize_t axis = 0; axis < array_.ndim(); ++axis)
         source.strides.push_back(array_.strides(axis));

@@ -36,9 +36,8 @@ public:
 
     /// Copies the elements from `first` on, counted in the array's own order, into an array of an element type with the
     /// extents. Throws ValueError for a value that does not fit. Call with the lock, which is given up meanwhile.
-    [[nodiscard]] Anchor::StrongPtr<Sheaf::MemBase> copy(const std::type_info& elementType,
-                                                         const Sheaf::Extents& extents,
-                                                         std::size_t first = 0) const;
+    [[nodiscard]] Anchor::StrongPtr<Sheaf::MemBase>
+    copy(const std::type_info& elementType, const Sheaf::Extents& extents, std::size_t first = 0) const;
 
 private:
     py::array array_;

@@ -168,7 +168,8 @@ py::array joinedOf(const std::vector<Creator>& creators, const std::type_info& e
         });
         // Of chosen points the most that there can be is stated.
         if (taken < stated)
-            joined = joined[py::slice(0, static_cast<py::ssize_t>(taken), 1)].template cast<py::array>().attr("copy")();
+            joined = joined[py::slice(0, static_cast<py::ssize_t>(taken), 1)].template cast<py::array>().attr(
+                "copy")();
         result = std::move(joined);
     });
     return result;

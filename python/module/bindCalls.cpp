@@ -262,7 +262,8 @@ py::dict write(const char* call, const Source& source, const Name& output, py::d
     return asDict(report, policy, settings);
 }
 
-py::dict writeBundle(const Source& source, const Name& output, py::dict arguments, const py::object& progress) {
+py::dict writeBundle(const Source& source, const Name& output, py::dict arguments,
+                     const py::object& progress) {
     Given given(std::move(arguments));
     Reading reading(source, given);
     takeFilters(given, reading.options.selected);
@@ -332,9 +333,8 @@ py::tuple viewPicture(const Source& source, py::dict arguments, const py::object
         png = pngBytes(made.image);
         return made;
     });
-    py::array_t<std::uint8_t> pixels(
-        {static_cast<py::ssize_t>(picture.image.height), static_cast<py::ssize_t>(picture.image.width),
-         py::ssize_t{3}});
+    py::array_t<std::uint8_t> pixels({static_cast<py::ssize_t>(picture.image.height),
+                                      static_cast<py::ssize_t>(picture.image.width), py::ssize_t{3}});
     std::memcpy(pixels.mutable_data(), picture.image.pixels.data(), picture.image.pixels.size());
     return py::make_tuple(py::bytes(png), picture.points, pixels);
 }
@@ -383,8 +383,9 @@ py::dict check(const Name& file, py::dict arguments, const py::object& progress)
 BundleHandle sample(std::uint64_t points, std::uint64_t seed) {
     if (points == 0)
         throw UsageError("points takes a number from 1");
-    return perform(py::none(),
-                   [&](const auto&) { return BundleHandle(Inputs(makeSampleSurvey({points, seed}))); });
+    return perform(py::none(), [&](const auto&) {
+        return BundleHandle(Inputs(makeSampleSurvey({points, seed})));
+    });
 }
 
 py::dict sandbox() {
@@ -403,15 +404,18 @@ void bindCalls(py::module_& module) {
     module.attr("LOSS_KINDS") = py::tuple(py::cast(lossKinds));
     module.def("open", open);
     module.def("info", info);
-    module.def("las", [](const Source& source, const Name& output, py::dict given, const py::object& progress) {
-        return write<lasJob>("las", source, output, std::move(given), progress);
-    });
-    module.def("pcd", [](const Source& source, const Name& output, py::dict given, const py::object& progress) {
-        return write<pcdJob>("pcd", source, output, std::move(given), progress);
-    });
-    module.def("ascii", [](const Source& source, const Name& output, py::dict given, const py::object& progress) {
-        return write<asciiJob>("ascii", source, output, std::move(given), progress);
-    });
+    module.def("las",
+               [](const Source& source, const Name& output, py::dict given, const py::object& progress) {
+                   return write<lasJob>("las", source, output, std::move(given), progress);
+               });
+    module.def("pcd",
+               [](const Source& source, const Name& output, py::dict given, const py::object& progress) {
+                   return write<pcdJob>("pcd", source, output, std::move(given), progress);
+               });
+    module.def("ascii",
+               [](const Source& source, const Name& output, py::dict given, const py::object& progress) {
+                   return write<asciiJob>("ascii", source, output, std::move(given), progress);
+               });
     module.def("bundle", writeBundle);
     module.def("view_page", viewPage);
     module.def("view_picture", viewPicture);

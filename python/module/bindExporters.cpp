@@ -111,7 +111,8 @@ void bindMember(py::class_<Hosted<Exporter>>& type, const char* name, Value Expo
 }
 
 template <class Exporter>
-void bindNames(py::class_<Hosted<Exporter>>& type, const char* name, std::vector<std::string> Exporter::*member) {
+void bindNames(py::class_<Hosted<Exporter>>& type, const char* name,
+               std::vector<std::string> Exporter::*member) {
     type.def_property(
         name, [member](const Hosted<Exporter>& self) { return asNames(self.exporter.*member); },
         [member](Hosted<Exporter>& self, const std::vector<Name>& names) {
@@ -162,12 +163,10 @@ py::class_<Hosted<Exporter>> bindExporter(py::module_& module, const char* name)
                 for (const auto& [first, last] : ranges)
                     self.exporter.TimeFilter.push_back({first, last});
             })
-        .def_property_readonly(
-            "errors", [](const Self& self) { return asNames(self.exporter.Errors); })
+        .def_property_readonly("errors", [](const Self& self) { return asNames(self.exporter.Errors); })
         .def_property_readonly("written_files",
                                [](const Self& self) { return writtenFilesOf(self.exporter); })
-        .def("print_parameters",
-             [](Self& self) { return textOf(self.settings().printParameters()); })
+        .def("print_parameters", [](Self& self) { return textOf(self.settings().printParameters()); })
         .def("print_secondary", [](Self& self) { return textOf(self.settings().printSecondary()); });
     bindNames<Exporter>(type, "grid_filter", &Exporter::GridFilter);
     bindNames<Exporter>(type, "field_filter", &Exporter::FieldFilter);

@@ -47,6 +47,8 @@ std::vector<double> timesOf(const BundleHandle& bundle) {
 }
 
 std::optional<SliceHandle> findSlice(const BundleHandle& bundle, double time) {
+    if (std::isnan(time))
+        return std::nullopt; // which a map would find anywhere
     const auto& slices = bundle.state()->bundle().slices();
     const auto found = slices.find(time);
     auto slice = found != slices.end() ? found->second.lock() : nullptr;
@@ -59,7 +61,8 @@ SliceHandle sliceAt(const BundleHandle& bundle, double time) {
         std::vector<std::string> texts;
         for (const double other : timesOf(bundle))
             texts.push_back(shortestText(other));
-        raise(PyExc_KeyError, "there is no slice at time " + shortestText(time) + "; there are " + listed(texts));
+        raise(PyExc_KeyError,
+              "there is no slice at time " + shortestText(time) + "; there are " + listed(texts));
     }
     return *slice;
 }
@@ -89,8 +92,9 @@ std::optional<GridHandle> findGrid(const SliceHandle& slice, const std::string& 
 GridHandle gridNamed(const SliceHandle& slice, const std::string& name) {
     auto grid = findGrid(slice, name);
     if (!grid)
-        raise(PyExc_KeyError, "there is no grid \"" + name + "\" at time " + shortestText(slice.slice->time()) +
-                                  "; there are " + listed(gridsOf(slice)));
+        raise(PyExc_KeyError, "there is no grid \"" + name + "\" at time " +
+                                  shortestText(slice.slice->time()) + "; there are " +
+                                  listed(gridsOf(slice)));
     return *grid;
 }
 
@@ -139,13 +143,15 @@ GridHandle madeGrid(const SliceHandle& slice, const Name& name, const std::optio
         if (like) {
             grid->grid->setStatement(like->grid->statement());
             if (const auto chart = like->grid->findChart(""))
-                grid->grid->declareCartesianChart(chart->name())->setReferenceSystem(chart->referenceSystem());
+                grid->grid->declareCartesianChart(chart->name())
+                    ->setReferenceSystem(chart->referenceSystem());
             slice.state->models[grid->grid.get()] = like->grid;
         }
         if (crs)
             setSystemOf(*grid, crs);
     } else if (crs || like) {
-        raise("ModelError", grid->text() + ": is there already, and like and crs are for new grids; set its crs");
+        raise("ModelError",
+              grid->text() + ": is there already, and like and crs are for new grids; set its crs");
     }
     return *grid;
 }
@@ -173,8 +179,8 @@ Sheaf::MultiIndex<3> extentsFrom(const std::vector<std::size_t>& shape) {
         return {shape[1], shape[0], 1};
     if (shape.size() == 3)
         return {shape[2], shape[1], shape[0]};
-    raise(PyExc_ValueError, "a lattice has the shape (rows, columns) or (layers, rows, columns), not " +
-                                shapeText(shape));
+    raise(PyExc_ValueError,
+          "a lattice has the shape (rows, columns) or (layers, rows, columns), not " + shapeText(shape));
 }
 
 GridHandle madeLattice(const SliceHandle& slice, const Name& name, const py::object& origin,
@@ -199,8 +205,8 @@ GridHandle madeLattice(const SliceHandle& slice, const Name& name, const py::obj
     }
     const Sheaf::MultiIndex<3> extents = extentsFrom(places);
     if (findGrid(slice, name.bytes))
-        raise("ModelError", "there is a grid \"" + name.bytes + "\" at time " + shortestText(slice.slice->time()) +
-                                " already");
+        raise("ModelError", "there is a grid \"" + name.bytes + "\" at time " +
+                                shortestText(slice.slice->time()) + " already");
     const GridHandle grid = madeGrid(slice, name, crs, like);
     try {
         const Fragment fragment = grid.grid->makeFragment(name.bytes);
@@ -209,7 +215,9 @@ GridHandle madeLattice(const SliceHandle& slice, const Name& name, const py::obj
         fragment->overlapHigh = Sheaf::MultiIndex<3>{};
         const auto chart = grid.grid->declareCartesianChart(std::string(Sheaf::Grid::standardChart));
         const auto vertices = grid.grid->skeletons().make({0, {}});
-        vertices->representations().make(chart)->makeField("Positions", typeid(Sheaf::Element::Point))
+        vertices->representations()
+            .make(chart)
+            ->makeField("Positions", typeid(Sheaf::Element::Point))
             ->addFragment(fragment, Anchor::makeStrong<Sheaf::HeldCreator>(
                                         Anchor::makeStrong<Sheaf::UniformCartesianArray>(
                                             Sheaf::Element::Point{corner[0], corner[1], corner[2]},
@@ -280,9 +288,9 @@ py::dict statementOf(const GridHandle& grid) {
     if (!from.records.empty()) {
         py::list records;
         for (const Sheaf::FileRecord& record : from.records)
-            records.append(py::make_tuple(Name{record.userId}, record.recordId, Name{record.description},
-                                          py::bytes(reinterpret_cast<const char*>(record.bytes.data()),
-                                                    record.bytes.size())));
+            records.append(py::make_tuple(
+                Name{record.userId}, record.recordId, Name{record.description},
+                py::bytes(reinterpret_cast<const char*>(record.bytes.data()), record.bytes.size())));
         statement["records"] = records;
     }
     return statement;
@@ -386,7 +394,8 @@ const FieldsHandle& fieldsOf(const FieldsHandle& fields) {
 /// What grids and skeletons have in common: they map names to arrays.
 template <class Handle>
 void bindFields(py::class_<Handle>& type) {
-    type.def("__getitem__", [](const Handle& self, const Name& name) { return fieldsOf(self).get(name.bytes); })
+    type.def("__getitem__",
+             [](const Handle& self, const Name& name) { return fieldsOf(self).get(name.bytes); })
         .def("__setitem__",
              [](Handle& self, const Name& name, const py::object& values) {
                  FieldsHandle(fieldsOf(self)).set(name.bytes, values, {});
@@ -402,20 +411,37 @@ void bindFields(py::class_<Handle>& type) {
         .def("__len__", [](const Handle& self) { return fieldsOf(self).names().size(); })
         .def(
             "set",
-            [](Handle& self, const Name& name, const py::object& values, const std::optional<std::string>& element) {
+            [](Handle& self, const Name& name, const py::object& values,
+               const std::optional<std::string>& element) {
                 FieldsHandle(fieldsOf(self)).set(name.bytes, values, element.value_or(std::string()));
             },
-            py::arg("name"), py::arg("values"), py::kw_only(), py::arg("type") = py::none())
-        .def("element_type",
-             [](const Handle& self, const Name& name) {
-                 return std::string(Sheaf::elementTypeName(fieldsOf(self).field(name.bytes)->getElementType()));
-             })
-        .def("fragments", [](const Handle& self) { return fragmentsOf(fieldsOf(self)); })
-        .def("fragment",
-             [](const Handle& self, const Name& name) { return fragmentNamed(fieldsOf(self), name); })
-        .def_property_readonly("points", [](const Handle& self) { return fieldsOf(self).points(); })
-        .def_property_readonly("lattice",
-                               [](const Handle& self) { return latticeOf(fieldsOf(self), nullptr); });
+            py::arg("name"), py::arg("values"), py::kw_only(), py::arg("type") = py::none(),
+            "Makes or replaces a field, as assigning does, of an element type: \"point\", \"vector\", \"fixed3d\", "
+            "\"bivector3d\", \"bivector3f\", \"rgb8\", \"float32\", ... Without one, fields that files know have "
+            "their own, and others that of the values. ValueError for a wrong shape and for values that do not fit, "
+            "TypeError for numbers that no field holds.")
+        .def(
+            "element_type",
+            [](const Handle& self, const Name& name) {
+                return std::string(
+                    Sheaf::elementTypeName(fieldsOf(self).field(name.bytes)->getElementType()));
+            },
+            "The element type of a field: \"point\", \"uint16\", ... KeyError if there is none.")
+        .def(
+            "fragments", [](const Handle& self) { return fragmentsOf(fieldsOf(self)); },
+            "The fragments, in the order in which fields are joined. The array of a field of one is a view without a "
+            "copy.")
+        .def(
+            "fragment",
+            [](const Handle& self, const Name& name) { return fragmentNamed(fieldsOf(self), name); },
+            "The fragment of that name, made if there is none.")
+        .def_property_readonly(
+            "points", [](const Handle& self) { return fieldsOf(self).points(); },
+            "The number of points or of places.")
+        .def_property_readonly(
+            "lattice", [](const Handle& self) { return latticeOf(fieldsOf(self), nullptr); },
+            "The Lattice of a uniform grid, of its first fragment if it has several; None for "
+            "points.");
 }
 
 } // namespace
@@ -428,7 +454,8 @@ void bindModel(py::module_& module) {
     py::class_<FragmentHandle> fragment(module, "Fragment");
 
     bundle.def(py::init([] { return BundleHandle(Inputs(Anchor::makeStrong<Sheaf::Bundle>())); }))
-        .def("slice", madeSlice, py::arg("time"))
+        .def("slice", madeSlice, py::arg("time"),
+             "The slice of a time, made if there is none. ModelError for a time that is not finite.")
         .def("__getitem__", sliceAt)
         .def("__delitem__",
              [](const BundleHandle& self, double time) {
@@ -442,20 +469,23 @@ void bindModel(py::module_& module) {
              })
         .def("__iter__", [](const BundleHandle& self) { return py::iter(py::cast(timesOf(self))); })
         .def("__len__", [](const BundleHandle& self) { return timesOf(self).size(); })
-        .def("close", &BundleHandle::close)
-        .def_property_readonly("closed", &BundleHandle::isClosed)
+        .def("close", &BundleHandle::close,
+             "Lets go of the bundle and its files. Arrays, slices and grids that are held stay as they are.")
+        .def_property_readonly("closed", &BundleHandle::isClosed, "Whether close() has been called.")
         .def_property_readonly(
-            "failures",
-            [](const BundleHandle& self) { return asNames(self.state()->inputs.failures()); })
-        .def_property_readonly("notes",
-                               [](const BundleHandle& self) { return asNames(self.state()->inputs.notes()); });
+            "failures", [](const BundleHandle& self) { return asNames(self.state()->inputs.failures()); },
+            "What is wrong with files that were left out, a text each.")
+        .def_property_readonly(
+            "notes", [](const BundleHandle& self) { return asNames(self.state()->inputs.notes()); },
+            "Remarks on reference systems that were replaced, on choosing and on merging.");
 
     slice.def_property_readonly("_bundle", [](const SliceHandle& self) { return BundleHandle(self.state); })
         .def_property_readonly("time", [](const SliceHandle& self) { return self.slice->time(); })
         .def("grid", madeGrid, py::arg("name"), py::kw_only(), py::arg("crs") = py::none(),
              py::arg("like") = py::none())
         .def("_lattice", madeLattice)
-        .def("__getitem__", [](const SliceHandle& self, const Name& name) { return gridNamed(self, name.bytes); })
+        .def("__getitem__",
+             [](const SliceHandle& self, const Name& name) { return gridNamed(self, name.bytes); })
         .def("__delitem__", removeGrid)
         .def("__contains__",
              [](const SliceHandle& self, const py::object& name) {
@@ -467,18 +497,35 @@ void bindModel(py::module_& module) {
     bindFields(grid);
     grid.def_property_readonly("_bundle", [](const GridHandle& self) { return BundleHandle(self.state); })
         .def_property_readonly("name", [](const GridHandle& self) { return Name{self.grid->name()}; })
-        .def_property_readonly("origin", [](const GridHandle& self) { return Name{self.grid->origin()}; })
-        .def_property_readonly("time", [](const GridHandle& self) { return self.time; })
+        .def_property_readonly(
+            "origin", [](const GridHandle& self) { return Name{self.grid->origin()}; },
+            "The file that it comes from, or \"\".")
+        .def_property_readonly(
+            "time", [](const GridHandle& self) { return self.time; }, "That of its slice.")
         .def_property("crs", systemOf, setSystemOf)
-        .def_property_readonly("crs_wkt", systemTextOf)
-        .def_property("statement", statementOf, setStatementOf)
-        .def_property_readonly("bounds", boundsOf)
-        .def("skeletons", skeletonsOf)
+        .def_property_readonly("crs_wkt", systemTextOf,
+                               "The coordinate reference system as well-known text, or None.")
+        .def_property(
+            "statement", statementOf, setStatementOf,
+            "What the file states besides, as far as it does, and LAS files get: step and offset of "
+            "coordinates (x, y, z), gps_time (\"week\" or \"adjusted\"), file_source_id, "
+            "system_identifier, and records, a list of (user ID, record ID, description, bytes). May be "
+            "set to a dict of these.")
+        .def_property_readonly(
+            "bounds", boundsOf,
+            "The box of the positions, (2, 3) float64, the lower corner first; None without any. "
+            "Reads them.")
+        .def(
+            "skeletons", skeletonsOf,
+            "All skeletons. The fields of the grid itself are those of the vertices of the highest refinement that is "
+            "the same in every direction.")
         .def("skeleton", skeletonOf, py::arg("refinement") = std::vector<std::int32_t>(), py::kw_only(),
-             py::arg("dimension") = 0);
+             py::arg("dimension") = 0, "The skeleton of a refinement and dimension, made if there is none.");
 
     bindFields(skeleton);
-    skeleton.def_property_readonly("dimension", [](const FieldsHandle& self) { return self.skeleton()->dimension(); })
+    skeleton
+        .def_property_readonly("dimension",
+                               [](const FieldsHandle& self) { return self.skeleton()->dimension(); })
         .def_property_readonly(
             "refinement",
             [](const FieldsHandle& self) { return py::tuple(py::cast(self.skeleton()->refinement())); })
@@ -488,15 +535,13 @@ void bindModel(py::module_& module) {
     fragment
         .def_property_readonly("name",
                                [](const FragmentHandle& self) {
-                                   return self.fragment ? std::optional(Name{self.fragment->name()}) : std::nullopt;
+                                   return self.fragment ? std::optional(Name{self.fragment->name()})
+                                                        : std::nullopt;
                                })
         .def_property_readonly(
-            "lattice",
-            [](const FragmentHandle& self) { return latticeOf(self.fields, self.fragment); })
-        .def("__getitem__",
-             [](const FragmentHandle& self, const Name& name) {
-                 return self.fields.getOf(self.fragment, name.bytes);
-             })
+            "lattice", [](const FragmentHandle& self) { return latticeOf(self.fields, self.fragment); })
+        .def("__getitem__", [](const FragmentHandle& self,
+                               const Name& name) { return self.fields.getOf(self.fragment, name.bytes); })
         .def("__setitem__",
              [](FragmentHandle& self, const Name& name, const py::object& values) {
                  self.fields.setOf(self.fragment, name.bytes, values, {});
@@ -506,7 +551,8 @@ void bindModel(py::module_& module) {
                  return py::isinstance<py::str>(name) && self.fields.contains(name.cast<Name>().bytes) &&
                         self.fields.field(name.cast<Name>().bytes)->getCreator(self.fragment) != nullptr;
              })
-        .def("__iter__", [](const FragmentHandle& self) { return py::iter(py::cast(asNames(namesOf(self)))); })
+        .def("__iter__",
+             [](const FragmentHandle& self) { return py::iter(py::cast(asNames(namesOf(self)))); })
         .def("__len__", [](const FragmentHandle& self) { return namesOf(self).size(); });
 }
 

@@ -36,8 +36,11 @@ std::vector<std::size_t> asSizes(const std::vector<py::ssize_t>& shape) {
     return {shape.begin(), shape.end()};
 }
 
-/// Whether values of a shape have three components for each place of another shape; nullopt if they do not fit it.
-std::optional<bool> isTripleIn(const std::vector<std::size_t>& shape, std::vector<std::size_t> places) {
+/// Whether values of a shape have three components for each place of an array; nullopt if they do not fit it.
+std::optional<bool> isTripleIn(std::vector<std::size_t> shape, std::vector<std::size_t> places) {
+    // The axis of a single layer is left out, and may be there.
+    if (places.size() == 2 && shape.size() > 2 && shape.front() == 1)
+        shape.erase(shape.begin());
     if (shape == places)
         return false;
     places.push_back(3);
@@ -61,8 +64,8 @@ First firstOf(const Values& values, const std::string& name) {
         raise(PyExc_ValueError, name + ": an array of shape " + values.shapeText() +
                                     " is not a list of values, (n,), or of points or colours, (n, 3)");
     if (const auto wanted = isTripleByName(name); wanted && *wanted != isTriple)
-        raise(PyExc_ValueError, name + ": takes an array of shape " + (*wanted ? "(n, 3)" : "(n,)") + ", not " +
-                                    values.shapeText());
+        raise(PyExc_ValueError, name + ": takes an array of shape " + (*wanted ? "(n, 3)" : "(n,)") +
+                                    ", not " + values.shapeText());
     return {isTriple, Sheaf::Extents{shape[0]}};
 }
 
@@ -70,8 +73,9 @@ First firstOf(const Values& values, const std::string& name) {
 
 void requireUnused(const BundleState& state) {
     if (state.users != 0)
-        raise(PyExc_RuntimeError, "the bundle is in use, by an export or the like in another thread, and must not "
-                                  "change meanwhile");
+        raise(PyExc_RuntimeError,
+              "the bundle is in use, by an export or the like in another thread, and must not "
+              "change meanwhile");
 }
 
 const SharedState& BundleHandle::state() const {
@@ -211,8 +215,8 @@ void FieldsHandle::set(const std::string& name, const py::object& from, const st
         layout.size() == 1 ? asSizes(shapeOf(extents.front())) : std::vector<std::size_t>{elements};
     const auto isTriple = isTripleIn(values.shape(), places);
     if (!isTriple)
-        raise(PyExc_ValueError, name + ": an array of shape " + values.shapeText() + " does not fit " + grid_.text() +
-                                    ", whose fields have the shape " + shapeText(places) +
+        raise(PyExc_ValueError, name + ": an array of shape " + values.shapeText() + " does not fit " +
+                                    grid_.text() + ", whose fields have the shape " + shapeText(places) +
                                     " (and a 3 behind it for points and colours)");
     const std::type_info& type = values.elementType(*isTriple, elementType, nullptr);
     std::vector<Piece> pieces;
@@ -286,8 +290,8 @@ void FieldsHandle::setOf(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, c
         const auto fit = isTripleIn(values.shape(), places);
         if (!fit)
             raise(PyExc_ValueError, name + ": an array of shape " + values.shapeText() + " does not fit " +
-                                        nameOf(fragment) + ", whose fields have the shape " + shapeText(places) +
-                                        " (and a 3 behind it for points and colours)");
+                                        nameOf(fragment) + ", whose fields have the shape " +
+                                        shapeText(places) + " (and a 3 behind it for points and colours)");
         isTriple = *fit;
     } else {
         const First first = firstOf(values, name);
@@ -314,7 +318,8 @@ Creator FieldsHandle::latticeOf(const Anchor::StrongPtr<Sheaf::FragmentID>& frag
     if (!contains(positionsField))
         return nullptr;
     for (const Piece& piece : piecesOf(positionsField)) {
-        const bool isMeant = fragment == nullptr || (piece.fragment && piece.fragment->name() == fragment->name());
+        const bool isMeant =
+            fragment == nullptr || (piece.fragment && piece.fragment->name() == fragment->name());
         if (isMeant && isLattice(piece.data))
             return piece.data;
     }

@@ -120,7 +120,8 @@ private:
     [[nodiscard]] std::vector<Piece> piecesOf(const std::string& name) const;
     /// The pieces that decide about shapes: those of a field beside the one of this name; empty for nothing.
     [[nodiscard]] std::vector<Piece> layoutBeside(const std::string& name) const;
-    void replace(const std::string& name, const std::type_info& elementType, const std::vector<Piece>& pieces);
+    void replace(const std::string& name, const std::type_info& elementType,
+                 const std::vector<Piece>& pieces);
     [[nodiscard]] std::string textOf(const std::string& name) const { return grid_.text() + ": " + name; }
 
     GridHandle grid_;

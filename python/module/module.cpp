@@ -5,6 +5,8 @@
 #include "readers/registerReaders.hpp"
 
 PYBIND11_MODULE(_core, module) {
+    pybind11::options options;
+    options.disable_function_signatures(); // the stubs have them
     module.doc() = "What tidewatch is made of in C++; use the names of the package tidewatch.";
     Tidewatch::registerReaders();
     Tidewatch::Python::keepMessages();

@@ -13,8 +13,8 @@ std::string bytesOf(const py::handle& text) {
     if (py::isinstance<py::bytes>(text))
         return text.cast<std::string>();
     // As the system's own names: any bytes.
-    const auto encoded = py::reinterpret_steal<py::bytes>(
-        PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogateescape"));
+    const auto encoded =
+        py::reinterpret_steal<py::bytes>(PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogateescape"));
     if (!encoded)
         throw py::error_already_set();
     return encoded;

@@ -127,54 +127,105 @@ Grid.crs = property(_get_crs, _set_crs)
 
 # How they are shown
 
-def _inventory(bundle: Bundle) -> Tuple[str, Dict[str, Any]]:
-    text, members, _, _ = _core.info(bundle, {"fields": True}, None)
-    return text, json.loads(members)
-
-
 def _grouped(number: int) -> str:
     return f"{number:,}".replace(",", " ")
 
 
-def _members(grid: Grid) -> Dict[str, Any]:
-    for one in _inventory(grid._bundle)[1]["slices"]:
-        if one["time"] == grid.time:
-            for found in one["grids"]:
-                if found["name"] == grid.name:
-                    return found
+def _counted(number: int, what: str) -> str:
+    return f"{_grouped(number)} {what}{'' if number == 1 else 's'}"
+
+
+def _inventory(bundle: Bundle) -> Dict[str, Any]:
+    return json.loads(_core.info(bundle, {}, None)[1])
+
+
+def _slice_of(bundle: Bundle, time: float) -> Dict[str, Any]:
+    for one in _inventory(bundle)["slices"]:
+        if one["time"] == time:
+            return one
+    return {"time": time, "grids": []}
+
+
+def _grid_of(grid: Grid) -> Dict[str, Any]:
+    for one in _slice_of(grid._bundle, grid.time)["grids"]:
+        if one["name"] == grid.name:
+            return one
     return {"name": grid.name, "points": 0, "fragments": 0, "skeletons": []}
 
 
-def _fields_of(grid: Dict[str, Any]) -> List[Dict[str, Any]]:
-    return [dict(field, skeleton=skeleton) for skeleton in grid["skeletons"]
-            for representation in skeleton["representations"] for field in representation["fields"]]
+def _fields(grid: Dict[str, Any]) -> List[Dict[str, Any]]:
+    """Those that the grid itself has: of the finest of its vertices."""
+    vertices = [skeleton for skeleton in grid["skeletons"]
+                if skeleton["dimension"] == 0 and len(set(skeleton["refinement"])) <= 1]
+    finest = max(vertices, key=lambda skeleton: skeleton["refinement"][:1] or [0], default={"representations": []})
+    return [field for representation in finest["representations"][:1] for field in representation["fields"]]
 
 
 def _shape(field: Dict[str, Any]) -> str:
-    return " × ".join(_grouped(extent) for extent in field.get("extents", ())) or _grouped(field["elements"])
+    extents = field.get("extents", [])
+    if len(extents) == 3 and extents[2] == 1:
+        extents = extents[:2]
+    return " × ".join(_grouped(extent) for extent in reversed(extents)) or _grouped(field["elements"])
 
 
-def _grid_text(grid: Dict[str, Any], time: float) -> str:
-    lines = [f'<tidewatch.Grid "{grid["name"]}" at time {time:g}: {_grouped(grid["points"])} points'
-             + (f', {grid["fragments"]} fragments' if grid["fragments"] > 1 else "")
-             + (f', {grid["reference_system"]["name"]}' if grid.get("reference_system") else "") + ">"]
-    fields = _fields_of(grid)
-    width = max((len(field["name"]) for field in fields), default=0)
-    lines += [f'  {field["name"]:<{width}}  {field["type"]:<8} {_shape(field)}' for field in fields]
+def _about(grid: Dict[str, Any]) -> str:
+    """Points, fragments and reference system."""
+    texts = [_counted(grid["points"], "point")]
+    if grid["fragments"] > 1:
+        texts.append(_counted(grid["fragments"], "fragment"))
+    system_of = grid.get("reference_system") or {}
+    if system_of:
+        texts.append(system_of.get("code") or system_of["name"])
+    return ", ".join(texts)
+
+
+def _table(grid: Dict[str, Any], indent: str) -> List[str]:
+    fields = _fields(grid)
+    rows = [(field["name"], field["type"], _shape(field)) for field in fields]
+    widths = [max((len(row[column]) for row in rows), default=0) for column in range(3)]
+    return [f"{indent}{row[0]:<{widths[0]}}  {row[1]:<{widths[1]}}  {row[2]:>{widths[2]}}" for row in rows]
+
+
+def _slice_lines(members: Dict[str, Any]) -> List[str]:
+    lines = []
+    for grid in members["grids"]:
+        lines.append(f'    {grid["name"]}: {_about(grid)}')
+        lines.append("      " + ", ".join(field["name"] for field in _fields(grid)))
+    return lines
+
+
+def _bundle_repr(self: Bundle) -> str:
+    if self.closed:
+        return "<tidewatch.Bundle, closed>"
+    slices = _inventory(self)["slices"]
+    grids = sum(len(one["grids"]) for one in slices)
+    lines = [f"<tidewatch.Bundle: {_counted(len(slices), 'time slice')}, {_counted(grids, 'grid')}>"]
+    for one in slices:
+        lines += [f'  time {one["time"]:g}'] + _slice_lines(one)
     return "\n".join(lines)
 
 
+def _slice_repr(self: Slice) -> str:
+    members = _slice_of(self._bundle, self.time)
+    return "\n".join([f"<tidewatch.Slice: time {self.time:g}, {_counted(len(members['grids']), 'grid')}>"]
+                     + _slice_lines(members))
+
+
+def _grid_repr(self: Grid) -> str:
+    members = _grid_of(self)
+    return "\n".join([f'<tidewatch.Grid "{self.name}": time {self.time:g}, {_about(members)}>'] + _table(members, "  "))
+
+
+_LEFT = ' style="text-align: left"'
+
+
 def _grid_html(grid: Dict[str, Any]) -> str:
-    system_name = (grid.get("reference_system") or {}).get("name", "")
+    head = "".join(f"<th{_LEFT}>{title}</th>" for title in ("field", "type", "values"))
     rows = "".join(
-        "<tr>" + "".join(f'<td style="text-align: left">{html.escape(str(cell))}</td>' for cell in (
-            field["name"], field["type"], _shape(field), field["fragments"])) + "</tr>"
-        for field in _fields_of(grid))
-    return (f'<details open><summary><b>{html.escape(grid["name"])}</b>: {_grouped(grid["points"])} points'
-            f'{", " + html.escape(system_name) if system_name else ""}</summary>'
-            '<table><thead><tr><th style="text-align: left">field</th><th style="text-align: left">type</th>'
-            '<th style="text-align: left">values</th><th style="text-align: left">fragments</th></tr></thead>'
-            f"<tbody>{rows}</tbody></table></details>")
+        "<tr>" + "".join(f"<td{_LEFT}>{html.escape(cell)}</td>" for cell in (field["name"], field["type"], _shape(field)))
+        + "</tr>" for field in _fields(grid))
+    return (f'<details><summary><b>{html.escape(grid["name"])}</b>: {html.escape(_about(grid))}</summary>'
+            f"<table><thead><tr>{head}</tr></thead><tbody>{rows}</tbody></table></details>")
 
 
 def _slice_html(members: Dict[str, Any]) -> str:
@@ -182,38 +233,18 @@ def _slice_html(members: Dict[str, Any]) -> str:
             + "".join(_grid_html(grid) for grid in members["grids"]) + "</div>")
 
 
-def _bundle_repr(self: Bundle) -> str:
-    if self.closed:
-        return "<tidewatch.Bundle, closed>"
-    text = _inventory(self)[0].rstrip("\n")
-    return "<tidewatch.Bundle>\n" + text
-
-
 def _bundle_html(self: Bundle) -> str:
     if self.closed:
         return "<div>tidewatch.Bundle, closed</div>"
-    return "<div>tidewatch.Bundle</div>" + "".join(_slice_html(one) for one in _inventory(self)[1]["slices"])
-
-
-def _slice_members(self: Slice) -> Dict[str, Any]:
-    for one in _inventory(self._bundle)[1]["slices"]:
-        if one["time"] == self.time:
-            return one
-    return {"time": self.time, "grids": []}
-
-
-def _slice_repr(self: Slice) -> str:
-    members = _slice_members(self)
-    return "\n".join([f"<tidewatch.Slice at time {self.time:g}: {len(members['grids'])} grids>"]
-                     + [f'  {grid["name"]}: {_grouped(grid["points"])} points' for grid in members["grids"]])
+    return "<div><b>tidewatch.Bundle</b></div>" + "".join(_slice_html(one) for one in _inventory(self)["slices"])
 
 
 Bundle.__repr__ = _bundle_repr
 Bundle._repr_html_ = _bundle_html
 Slice.__repr__ = _slice_repr
-Slice._repr_html_ = lambda self: _slice_html(_slice_members(self))
-Grid.__repr__ = lambda self: _grid_text(_members(self), self.time)
-Grid._repr_html_ = lambda self: _grid_html(_members(self))
+Slice._repr_html_ = lambda self: _slice_html(_slice_of(self._bundle, self.time))
+Grid.__repr__ = _grid_repr
+Grid._repr_html_ = lambda self: _grid_html(_grid_of(self))
 Skeleton.__repr__ = lambda self: (f"<tidewatch.Skeleton of dimension {self.dimension}, refinement "
                                   f"{self.refinement}: {', '.join(self)}>")
 Fragment.__repr__ = lambda self: (f"<tidewatch.Fragment {json.dumps(self.name)}: {', '.join(self)}>"
