@@ -121,11 +121,14 @@ void bindNames(py::class_<Hosted<Exporter>>& type, const char* name,
 }
 
 template <class Exporter>
-py::class_<Hosted<Exporter>> bindExporter(py::module_& module, const char* name) {
+py::class_<Hosted<Exporter>> bindExporter(py::module_& module, const char* name, const char* text) {
     using Self = Hosted<Exporter>;
-    py::class_<Self> type(module, name);
+    py::class_<Self> type(module, name, text);
     type.def(py::init<>())
-        .def("run", run<Exporter>)
+        .def(
+            "run", run<Exporter>,
+            "Does the export: true if the bundle was gone through. Output errors are in written_files alone, others in "
+            "errors. Exceptions of readers and of progress pass through.")
         .def_property(
             "bundle",
             [](const Self& self) -> py::object {
@@ -180,7 +183,9 @@ void bindExporters(py::module_& module) {
     using Pcd = ExportLib::ExportPointCloudToPCD;
     using Ascii = ExportLib::ExportPointCloudToASCII;
 
-    auto las = bindExporter<Las>(module, "ExportPointCloudToLas");
+    auto las = bindExporter<Las>(
+        module, "ExportPointCloudToLas",
+        "The LAS exporter with its settings as attributes; tidewatch.las does more around it. docs/las.md");
     bindMember(las, "day", &Las::Day);
     bindMember(las, "year", &Las::Year);
     bindMember(las, "ref_level", &Las::RefLevel);
@@ -221,14 +226,18 @@ void bindExporters(py::module_& module) {
                 self.settings().setOffset(offset);
             });
 
-    auto pcd = bindExporter<Pcd>(module, "ExportPointCloudToPCD");
+    auto pcd = bindExporter<Pcd>(
+        module, "ExportPointCloudToPCD",
+        "The PCD exporter with its settings as attributes; tidewatch.pcd does more around it. docs/pcd.md");
     bindMember(pcd, "ref_level", &Pcd::RefLevel);
     bindMember(pcd, "precision", &Pcd::Precision);
     bindMember(pcd, "cell_size", &Pcd::CellSize);
     bindMember(pcd, "exact_counts", &Pcd::ExactCounts);
     bindMember(pcd, "thinning", &Pcd::Thinning);
 
-    auto ascii = bindExporter<Ascii>(module, "ExportPointCloudToASCII");
+    auto ascii = bindExporter<Ascii>(
+        module, "ExportPointCloudToASCII",
+        "The exporter of text with its settings as attributes; tidewatch.ascii does more around it. docs/ascii.md");
     bindMember(ascii, "filter_field", &Ascii::FilterField);
     bindMember(ascii, "ref_level", &Ascii::RefLevel);
     bindMember(ascii, "precision", &Ascii::Precision);

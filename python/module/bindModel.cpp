@@ -447,11 +447,24 @@ void bindFields(py::class_<Handle>& type) {
 } // namespace
 
 void bindModel(py::module_& module) {
-    py::class_<BundleHandle> bundle(module, "Bundle");
-    py::class_<SliceHandle> slice(module, "Slice");
-    py::class_<GridHandle> grid(module, "Grid");
-    py::class_<FieldsHandle> skeleton(module, "Skeleton");
-    py::class_<FragmentHandle> fragment(module, "Fragment");
+    py::class_<BundleHandle> bundle(
+        module, "Bundle",
+        "A data set: a mapping of times to slices. `tidewatch.open` makes one of files, Bundle() an empty one in memory.");
+    py::class_<SliceHandle> slice(module, "Slice", "The grids of one time: a mapping of names to grids.");
+    py::class_<GridHandle> grid(
+        module, "Grid",
+        "A point cloud or a lattice: a mapping of names of fields to arrays.\n\n"
+        "grid[name] is all of a field: shape (n,), or (n, 3) for points, vectors and colours, of the points of all "
+        "fragments; a view without a copy where there is one fragment, read-only where it comes from a file, else a copy. "
+        "A field of a lattice has the shape (rows, columns), the first row in the south. Arrays outlive the grid, its "
+        "bundle and its file.\n\n"
+        "grid[name] = values makes or replaces a field by a copy of values of any number type, byte order and strides.");
+    py::class_<FieldsHandle> skeleton(
+        module, "Skeleton",
+        "The elements of one dimension of a grid at one refinement: a mapping like the grid itself.");
+    py::class_<FragmentHandle> fragment(
+        module, "Fragment",
+        "A piece of a grid: a mapping of names of fields to arrays, each a view without a copy.");
 
     bundle.def(py::init([] { return BundleHandle(Inputs(Anchor::makeStrong<Sheaf::Bundle>())); }))
         .def("slice", madeSlice, py::arg("time"),
@@ -480,7 +493,8 @@ void bindModel(py::module_& module) {
             "Remarks on reference systems that were replaced, on choosing and on merging.");
 
     slice.def_property_readonly("_bundle", [](const SliceHandle& self) { return BundleHandle(self.state); })
-        .def_property_readonly("time", [](const SliceHandle& self) { return self.slice->time(); })
+        .def_property_readonly(
+            "time", [](const SliceHandle& self) { return self.slice->time(); }, "Its time.")
         .def("grid", madeGrid, py::arg("name"), py::kw_only(), py::arg("crs") = py::none(),
              py::arg("like") = py::none())
         .def("_lattice", madeLattice)
@@ -496,7 +510,8 @@ void bindModel(py::module_& module) {
 
     bindFields(grid);
     grid.def_property_readonly("_bundle", [](const GridHandle& self) { return BundleHandle(self.state); })
-        .def_property_readonly("name", [](const GridHandle& self) { return Name{self.grid->name()}; })
+        .def_property_readonly(
+            "name", [](const GridHandle& self) { return Name{self.grid->name()}; }, "Its name in the slice.")
         .def_property_readonly(
             "origin", [](const GridHandle& self) { return Name{self.grid->origin()}; },
             "The file that it comes from, or \"\".")
@@ -524,13 +539,16 @@ void bindModel(py::module_& module) {
 
     bindFields(skeleton);
     skeleton
-        .def_property_readonly("dimension",
-                               [](const FieldsHandle& self) { return self.skeleton()->dimension(); })
+        .def_property_readonly(
+            "dimension", [](const FieldsHandle& self) { return self.skeleton()->dimension(); },
+            "0 for vertices.")
         .def_property_readonly(
             "refinement",
-            [](const FieldsHandle& self) { return py::tuple(py::cast(self.skeleton()->refinement())); })
+            [](const FieldsHandle& self) { return py::tuple(py::cast(self.skeleton()->refinement())); },
+            "Per direction; () if it is not refined.")
         .def_property_readonly(
-            "excluded", [](const FieldsHandle& self) { return self.skeleton()->exclusionMark() != 0; });
+            "excluded", [](const FieldsHandle& self) { return self.skeleton()->exclusionMark() != 0; },
+            "Whether it is marked as not to be exported.");
 
     fragment
         .def_property_readonly("name",
@@ -539,7 +557,8 @@ void bindModel(py::module_& module) {
                                                         : std::nullopt;
                                })
         .def_property_readonly(
-            "lattice", [](const FragmentHandle& self) { return latticeOf(self.fields, self.fragment); })
+            "lattice", [](const FragmentHandle& self) { return latticeOf(self.fields, self.fragment); },
+            "Its Lattice, or None for points.")
         .def("__getitem__", [](const FragmentHandle& self,
                                const Name& name) { return self.fields.getOf(self.fragment, name.bytes); })
         .def("__setitem__",
