@@ -3,12 +3,11 @@
 
 #include "anchor/Error.hpp"
 #include "host/options/HelpFormat.hpp"
-#include "host/options/OptionValues.hpp"
 #include "host/options/addOption.hpp"
 #include "host/options/commonOptions.hpp"
-#include "host/report/Json.hpp"
 #include "host/report/StandardOutput.hpp"
-#include "las/LasPlan.hpp"
+#include "library/options/OptionValues.hpp"
+#include "library/report/Json.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
@@ -28,43 +27,10 @@ namespace Tidewatch {
 
 namespace {
 
-std::optional<int> lasVersion(const std::string& text) {
-    for (const int minor : {2, 3, 4}) {
-        if (text == "1." + std::to_string(minor))
-            return minor;
-    }
-    return std::nullopt;
-}
-
-std::optional<int> pointSourceID(const std::string& text) {
-    const auto number = parseNumber<std::uint16_t>(text);
-    return number ? std::optional<int>(*number) : std::nullopt;
-}
-
-/// The LAS attributes that fields can become.
-std::vector<std::string> attributeNames() {
-    auto names = ExportLib::LasPlan::attributes(true);
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-/// "FIELD=ATTRIBUTE"; the field's name may contain "=", too.
-std::optional<std::pair<std::string, std::string>> renaming(const std::string& text) {
-    const std::size_t sign = text.rfind('=');
-    if (sign == std::string::npos || sign == 0)
-        return std::nullopt;
-    std::pair<std::string, std::string> entry{text.substr(0, sign), text.substr(sign + 1)};
-    const auto attributes = attributeNames();
-    if (std::find(attributes.begin(), attributes.end(), entry.second) == attributes.end())
-        throw UsageError(fmt::format("--rename: there is no attribute \"{}\"; there are {}", entry.second,
-                                     joined(attributes)));
-    return entry;
-}
-
 CLI::App* addLas(CLI::App& program, LasRequest& request) {
     CLI::App& app = *program.add_subcommand("las", "write LAS or LAZ files: points with all attributes");
     const std::string group = "LAS";
-    addValue(app, "--las-version", {"VERSION", "1.2, 1.3 or 1.4"}, lasVersion, request.options.version,
+    addValue(app, "--las-version", {"VERSION", "1.2, 1.3 or 1.4"}, parseLasVersion, request.options.version,
              fmt::format("1.2, 1.3 or 1.4 (default 1.{})", request.options.version))
         ->group(group);
     app.add_flag("--tiles", request.options.tiles, "one file per fragment; its name follows OUTPUT's")
@@ -78,12 +44,12 @@ CLI::App* addLas(CLI::App& program, LasRequest& request) {
     addValue(app, "--year", {"N", "a whole number"}, parseNumber<int>, request.options.year,
              fmt::format("year of the header (default {})", request.options.year))
         ->group(group);
-    addValue(app, "--point-source-id", {"N", "a number from 0 to 65535"}, pointSourceID,
+    addValue(app, "--point-source-id", {"N", "a number from 0 to 65535"}, parsePointSourceID,
              request.options.pointSourceID,
              "0 to 65535: assigned to every point; 0 keeps the points' own (default 0)")
         ->group(group);
     addRepeatable(
-        app, "--rename", "FIELD=ATTRIBUTE", renaming,
+        app, "--rename", "FIELD=ATTRIBUTE", parseRenaming,
         [&](const auto& entry) { request.options.renames[entry.first] = entry.second; },
         "store a field as a LAS attribute (repeatable)")
         ->group(group);
@@ -208,33 +174,6 @@ CLI::App* addBundle(CLI::App& program, BundleRequest& request) {
     return &app;
 }
 
-std::optional<ViewPictureOptions::Size> pictureSize(const std::string& text) {
-    const std::size_t cross = text.find('x');
-    const auto width = parseNumber<std::uint32_t>(text.substr(0, cross));
-    const auto height =
-        cross == std::string::npos ? std::nullopt : parseNumber<std::uint32_t>(text.substr(cross + 1));
-    const auto fits = [](std::uint32_t edge) {
-        return edge >= ViewPictureOptions::leastEdge && edge <= ViewPictureOptions::mostEdge;
-    };
-    if (!width || !height || !fits(*width) || !fits(*height))
-        return std::nullopt;
-    return ViewPictureOptions::Size{*width, *height};
-}
-
-std::optional<ViewPictureOptions::Colors> pictureColors(const std::string& text) {
-    using Colors = ViewPictureOptions::Colors;
-    constexpr std::pair<std::string_view, Colors> table[] = {{"height", Colors::Height},
-                                                             {"class", Colors::Class},
-                                                             {"intensity", Colors::Intensity},
-                                                             {"return", Colors::Return},
-                                                             {"rgb", Colors::RGB}};
-    for (const auto& [name, colors] : table) {
-        if (text == name)
-            return colors;
-    }
-    return std::nullopt;
-}
-
 CLI::App* addView(CLI::App& program, ViewRequest& request) {
     CLI::App& app = *program.add_subcommand("view", "show the inputs: a page for any browser, or a picture");
     addOptionalOutput(app, request.output, request.overwrite);
@@ -243,10 +182,10 @@ CLI::App* addView(CLI::App& program, ViewRequest& request) {
                          ViewPageOptions::defaultPoints, ViewPageOptions::usualBytes / 1'000'000))
         ->group("Page");
     const ViewPictureOptions picture;
-    addValue(app, "--size", "WIDTHxHEIGHT", pictureSize, request.size,
+    addValue(app, "--size", "WIDTHxHEIGHT", parsePictureSize, request.size,
              fmt::format("pixels of a picture (default {}x{})", picture.size.width, picture.size.height))
         ->group("Picture");
-    addValue(app, "--color", "BY", pictureColors, request.color,
+    addValue(app, "--color", "BY", parsePictureColors, request.color,
              "height, class, intensity, return or rgb (default class where there are several, else height)")
         ->group("Picture");
     addInputs(app, request.inputs);

@@ -290,4 +290,8 @@ std::vector<std::string> LasPlan::attributes(bool carry) {
     return CaptureSlots::names(carry);
 }
 
+std::vector<const std::type_info*> LasPlan::elementTypes(const std::string& attribute, bool carry) {
+    return CaptureSlots::elementTypes(attribute, carry);
+}
+
 } // namespace ExportLib

@@ -13,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 namespace ExportLib {
@@ -153,6 +154,10 @@ struct TIDEWATCH_API LasPlan {
 
     /// The attributes that fields can become; more if grids are carried.
     [[nodiscard]] static std::vector<std::string> attributes(bool carry = false);
+
+    /// The element types that an attribute takes, the preferred one first; none for what is not an attribute.
+    [[nodiscard]] static std::vector<const std::type_info*> elementTypes(const std::string& attribute,
+                                                                         bool carry = false);
 };
 
 } // namespace ExportLib

@@ -36,9 +36,10 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/apt-state.sh
 
 build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libfmt-dev libtbb-dev
-    libgdal-dev libpng-dev libproj-dev libseccomp-dev ca-certificates)
+    libgdal-dev libpng-dev libproj-dev libseccomp-dev pybind11-dev python3-dev python3-numpy ca-certificates)
 test_packages=(libgtest-dev libgmock-dev hdf5-tools gdal-bin geotiff-bin clang-format doxygen git locales
-    chromium fonts-dejavu-core python3 jq)
+    chromium fonts-dejavu-core python3 python3-pytest python3-h5py python3-gdal python3-nbconvert python3-ipykernel
+    python3-matplotlib jq)
 
 say() { printf 'setup: %s\n' "$*"; }
 fail() { printf 'setup: %s\n' "$*" >&2; exit 1; }
@@ -183,21 +184,30 @@ install_on_debian() {
 
 # Prints a line for everything that is missing, however it should have been installed.
 find_missing() {
-    local command header flags=() headers=(CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h png.h proj.h seccomp.h laszip/laszip_api.h)
-    local commands=(g++ cmake ninja pkg-config node npm)
+    local command header flags=() python=/usr/bin/python3
+    local headers=(Python.h pybind11/pybind11.h CLI/CLI.hpp nlohmann/json.hpp fmt/format.h hdf5.h zlib.h gdal.h png.h proj.h seccomp.h laszip/laszip_api.h)
+    local commands=(g++ cmake ninja pkg-config node npm python3) module modules=(numpy)
     if ((with_tests)); then
         headers+=(gtest/gtest.h gmock/gmock.h)
-        commands+=(h5dump gdalinfo gdalsrsinfo listgeo clang-format doxygen git localedef chromium python3 jq)
+        commands+=(h5dump gdalinfo gdalsrsinfo listgeo clang-format doxygen git localedef chromium jq)
+        modules+=(pytest h5py osgeo nbconvert ipykernel matplotlib)
     fi
     ((with_fuzz)) && commands+=(clang++)
     for command in "${commands[@]}"; do
         have "$command" || echo "the command $command"
+    done
+    # As CMake takes it.
+    [[ -x $python ]] || python=python3
+    for module in "${modules[@]}"; do
+        "$python" -c "import $module" >"$scratch/log" 2>&1 || echo "the module $module of $python"
     done
     have g++ || return 0
 
     read -ra flags < <({
         pkg-config --cflags hdf5-serial 2>/dev/null || pkg-config --cflags hdf5 2>/dev/null
         pkg-config --cflags gdal 2>/dev/null
+        "$python" -m pybind11 --includes 2>/dev/null ||
+            "$python" -c 'import sysconfig; print("-I" + sysconfig.get_paths()["include"])' 2>/dev/null
     } | tr '\n' ' ') || true
     for header in "${headers[@]}"; do
         printf '#if !__has_include(<%s>)\nthe header <%s>\n#endif\n' "$header" "$header"

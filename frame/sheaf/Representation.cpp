@@ -27,6 +27,10 @@ Anchor::StrongPtr<Field> Representation::findOrMakeField(const std::string& name
     return field;
 }
 
+void Representation::removeField(const std::string& name) {
+    fields_.erase(name);
+}
+
 const Anchor::StrongPtr<Field>& Representation::Positions() const {
     return findField("Positions");
 }

@@ -34,6 +34,9 @@ public:
     /// element type.
     Anchor::StrongPtr<Field> findOrMakeField(const std::string& name, const std::type_info& elementType);
 
+    /// Removes a field; whoever holds it keeps it. An unknown name is not an error.
+    void removeField(const std::string& name);
+
     /// The field named "Positions", or the null field.
     [[nodiscard]] const Anchor::StrongPtr<Field>& Positions() const;
 

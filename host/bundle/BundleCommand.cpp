@@ -15,15 +15,9 @@ int BundleRequest::run() const {
         chosen.tiles->scratch = std::filesystem::path(output).parent_path();
     const Inputs read(chosen, out.bar());
     BundleExport bundle(output, overwrite, read.identities());
-    ExportReport done;
     out.bar()->part(read.shareDone(), ProgressParts::worked);
-    done.files.push_back(bundle.write(*read.bundle(), *out.bar()));
-    done.notes = read.notes();
+    const ExportReport done = bundle.write(read, *out.bar());
     out.printNotes(done.notes);
-    Losses found;
-    for (const auto& input : read.reports())
-        found.addProperties(*input, read.choosesByCellTypes());
-    done.losses = found.list("the bundle");
     if (!out.acceptLosses(done.losses, losses))
         return 1;
     out.bar()->part(ProgressParts::worked, 1);

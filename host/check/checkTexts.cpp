@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/check/checkTexts.hpp"
 
-#include "host/report/Json.hpp"
+#include "library/report/Json.hpp"
 #include "library/report/Wording.hpp"
 
 #include <cstddef>

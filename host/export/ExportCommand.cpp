@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/export/ExportCommand.hpp"
 
-#include "library/report/UsageError.hpp"
-
 #include <utility>
 
 namespace Tidewatch {
@@ -45,16 +43,8 @@ int runExport(std::string command, const ExportRequest& request, ExportOptions o
 
 int LasRequest::run() const {
     LasOptions chosen = options;
-    chosen.carry = !plain;
-    chosen.conforming = !plain;
-    const auto refuse = [&](bool isGiven, const char* option) {
-        if (plain && isGiven)
-            throw UsageError(std::string("--plain and ") + option +
-                             " exclude each other: plain files are what the exporter writes by itself");
-    };
-    refuse(options.step.has_value(), "--scale");
-    refuse(options.offset.has_value(), "--offset");
-    refuse(inputs.referenceSystem.has_value(), "--crs");
+    if (plain)
+        chosen.setPlain(inputs);
     return runExport("las", *this, chosen, lasFormat(chosen));
 }
 

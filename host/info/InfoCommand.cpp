@@ -2,9 +2,9 @@
 #include "host/info/InfoCommand.hpp"
 
 #include "anchor/printable.hpp"
-#include "host/info/inventoryTexts.hpp"
 #include "host/report/StandardOutput.hpp"
 #include "library/ProgressParts.hpp"
+#include "library/info/inventoryTexts.hpp"
 
 #include <string>
 #include <vector>

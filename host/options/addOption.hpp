@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "host/options/OptionValues.hpp"
+#include "library/options/OptionValues.hpp"
 #include "library/report/UsageError.hpp"
 
 #include <string>

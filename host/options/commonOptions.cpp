@@ -5,8 +5,8 @@
 #include "anchor/names.hpp"
 #include "anchor/processLimits.hpp"
 #include "host/TbbWorkers.hpp"
-#include "host/options/OptionValues.hpp"
 #include "host/options/addOption.hpp"
+#include "library/options/OptionValues.hpp"
 #include "library/output/endsIn.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
@@ -69,25 +69,6 @@ std::optional<ProgressMode> parseProgressMode(const std::string& text) {
     if (text == "never")
         return ProgressMode::Never;
     return std::nullopt;
-}
-
-std::optional<bool> sandboxWish(const std::string& text) {
-    if (text == "auto")
-        return false;
-    if (text == "require")
-        return true;
-    return std::nullopt;
-}
-
-std::optional<std::string> lossKind(std::string_view text) {
-    const bool isKnown = std::find(lossKinds.begin(), lossKinds.end(), text) != lossKinds.end();
-    return isKnown ? std::optional(std::string(text)) : std::nullopt;
-}
-
-std::optional<std::string> gridName(std::string_view text) {
-    if (const std::string_view fault = Anchor::nameFault(text); !fault.empty())
-        throw InvalidValue("a grid's name " + std::string(fault));
-    return std::string(text);
 }
 
 /// A number of bytes in the largest unit that divides it.
@@ -174,7 +155,7 @@ void addReading(CLI::App& app, InputOptions& inputs) {
             "quarters of the machine's for one that cannot be read in parts)",
             sizeText(Anchor::Cache::defaultLimit)))
         ->group(group);
-    addValue(app, "--sandbox", {"WHEN", "auto or require"}, sandboxWish, inputs.requiresSandbox,
+    addValue(app, "--sandbox", {"WHEN", "auto or require"}, parseSandboxWish, inputs.requiresSandbox,
              "auto (if the system supports it), or require: do not read bundle files and rasters without it")
         ->group(group);
 }
@@ -231,7 +212,7 @@ void addPoints(CLI::App& app, InputOptions& inputs) {
                "the inputs become one grid per time, their points in the order of the inputs")
             ->group(group);
     addRepeatable(
-        app, "--grid-name", "NAME", gridName,
+        app, "--grid-name", "NAME", parseGridName,
         [&](const std::string& name) { inputs.merge.emplace().gridName = name; },
         fmt::format("its name (default {})", MergeOptions().gridName))
         ->expected(1)
@@ -316,7 +297,7 @@ void addLosses(CLI::App& app, LossPolicy& policy) {
     app.add_flag("--strict", policy.strict, "treat losses as errors, and write nothing")->group(group);
     addRepeatable(
         app, "--accept", {"KIND[,...]", "kinds of losses: " + joined({lossKinds.begin(), lossKinds.end()})},
-        [](std::string_view text) { return parseList(text, lossKind); },
+        [](std::string_view text) { return parseList(text, parseLossKind); },
         [&](const auto& kinds) { policy.accepted.insert(kinds.begin(), kinds.end()); },
         "losses of these kinds are fine: neither shown nor refused")
         ->group(group);

@@ -7,7 +7,6 @@
 #include "library/report/Wording.hpp"
 
 #include <cstddef>
-#include <map>
 #include <unistd.h>
 #include <utility>
 
@@ -33,33 +32,11 @@ Report::Report(const ReportOptions& options, std::string command)
 
 bool Report::acceptLosses(const std::vector<Loss>& losses, const LossPolicy& policy) {
     const bool isRefused = policy.refuses(losses);
-    // Hundreds of inputs may give hundreds of messages of one kind.
-    constexpr std::size_t shownOfKind = 3;
-    std::map<std::string, std::vector<const Loss*>> byKind;
-    std::vector<std::string> kinds; // in their order
-    for (const Loss& loss : losses) {
-        if (policy.accepted.contains(loss.kind))
-            continue;
-        auto& ofKind = byKind[loss.kind];
-        if (ofKind.empty())
-            kinds.push_back(loss.kind);
-        ofKind.push_back(&loss);
-    }
-    const auto print = [&](const std::string& text) {
+    for (const Loss& loss : policy.shown(losses, "; --json lists all")) {
         if (isRefused)
-            messages_.error(text);
+            messages_.error(loss.message);
         else
-            messages_.warning(text);
-    };
-    for (const std::string& kind : kinds) {
-        const auto& ofKind = byKind[kind];
-        // If only one message would be left, it is shown instead of the line about it.
-        const std::size_t shown = ofKind.size() > shownOfKind ? shownOfKind - 1 : ofKind.size();
-        for (std::size_t i = 0; i < shown; ++i)
-            print(ofKind[i]->message);
-        if (shown != ofKind.size())
-            print(fmt::format("... and {} more of kind {}; --json lists all", grouped(ofKind.size() - shown),
-                              kind));
+            messages_.warning(loss.message);
     }
     if (isRefused)
         messages_.error(

@@ -57,6 +57,17 @@ ExportReport::File BundleExport::write(const Sheaf::Bundle& bundle, Progress& pr
             std::nullopt,          std::nullopt};
 }
 
+ExportReport BundleExport::write(const Inputs& inputs, Progress& progress) {
+    ExportReport done;
+    done.files.push_back(write(*inputs.bundle(), progress));
+    done.notes = inputs.notes();
+    Losses found;
+    for (const auto& input : inputs.reports())
+        found.addProperties(*input, inputs.choosesByCellTypes());
+    done.losses = found.list("the bundle");
+    return done;
+}
+
 void BundleExport::commit() {
     state_->placement.commit();
 }

@@ -5,6 +5,7 @@
 #include "anchor/Visibility.hpp"
 #include "library/Progress.hpp"
 #include "library/export/ExportReport.hpp"
+#include "library/input/Inputs.hpp"
 #include "sheaf/Bundle.hpp"
 
 #include <memory>
@@ -23,6 +24,9 @@ public:
     /// Writes the bundle into a folder for unfinished files. Returns the file's entry of a report. Throws
     /// Anchor::Error and what the progress object throws.
     [[nodiscard]] ExportReport::File write(const Sheaf::Bundle& bundle, Progress& progress);
+
+    /// The same for inputs. The report has the notes on them, too, and as losses what the files have and the bundle has not.
+    [[nodiscard]] ExportReport write(const Inputs& inputs, Progress& progress);
 
     /// Puts the written file in place. Throws Anchor::FileError; then nothing has been put in place.
     void commit();

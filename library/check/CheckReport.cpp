@@ -2,6 +2,7 @@
 #include "library/check/CheckReport.hpp"
 
 #include "library/check/kinds.hpp"
+#include "library/report/ErrorParts.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -62,15 +63,8 @@ void CheckReport::note(std::string_view kind, std::string place, std::string mes
 }
 
 void CheckReport::faultOf(std::string_view kind, const std::string& error) {
-    std::string_view rest = error;
-    if (const std::string prefix = file_ + ": "; rest.starts_with(prefix))
-        rest.remove_prefix(prefix.size());
-    constexpr std::string_view colon = ": ";
-    const std::size_t end = rest.find(colon);
-    if (end == std::string_view::npos)
-        fault(kind, {}, std::string(rest));
-    else
-        fault(kind, std::string(rest.substr(0, end)), std::string(rest.substr(end + colon.size())));
+    ErrorParts parts = ErrorParts::of(error, file_);
+    fault(kind, std::move(parts.object), std::move(parts.cause));
 }
 
 } // namespace Tidewatch

@@ -212,6 +212,16 @@ WantedSystem wantedSystem(const std::string& text) {
     }
 }
 
+void setSystem(Sheaf::Grid& grid, const WantedSystem& wanted) {
+    for (const std::string& name : grid.chartNames())
+        grid.findChart(name)->setReferenceSystem(wanted.text);
+    Sheaf::FileStatement statement = grid.statement();
+    std::erase_if(statement.records, [](const FileRecord& record) {
+        return Format::isOfReferenceSystem(record.userId, record.recordId);
+    });
+    grid.setStatement(std::move(statement));
+}
+
 std::vector<std::string> setSystem(Sheaf::Bundle& bundle, const WantedSystem& wanted) {
     const auto system = wanted.text.empty() ? std::nullopt : tryText(wanted.text);
     std::vector<std::string> notes;
@@ -225,13 +235,7 @@ std::vector<std::string> setSystem(Sheaf::Bundle& bundle, const WantedSystem& wa
                                         before.title()));
         if (isSame)
             return;
-        for (const std::string& name : grid.chartNames())
-            grid.findChart(name)->setReferenceSystem(wanted.text);
-        Sheaf::FileStatement statement = grid.statement();
-        std::erase_if(statement.records, [](const FileRecord& record) {
-            return Format::isOfReferenceSystem(record.userId, record.recordId);
-        });
-        grid.setStatement(std::move(statement));
+        setSystem(grid, wanted);
     });
     return notes;
 }

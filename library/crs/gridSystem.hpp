@@ -13,7 +13,7 @@
 namespace Tidewatch {
 
 /// The system of a grid, which is that of its default chart.
-struct GridSystem {
+struct TIDEWATCH_API GridSystem {
     /// As well-known text; empty if there is none.
     std::string text = {};
     /// Nothing if PROJ cannot read the text.
@@ -40,7 +40,10 @@ struct WantedSystem {
 
 /// Parses the value of `--crs`: codes such as "EPSG:25832+5783", the path of a file of well-known text, or
 /// "none". Throws UsageError for anything else.
-[[nodiscard]] WantedSystem wantedSystem(const std::string& text);
+[[nodiscard]] TIDEWATCH_API WantedSystem wantedSystem(const std::string& text);
+
+/// Sets the system of all charts of a grid, and leaves out the records that state another one. Nothing is transformed.
+TIDEWATCH_API void setSystem(Sheaf::Grid& grid, const WantedSystem& wanted);
 
 /// Sets or removes the system of all charts of a bundle. Nothing is transformed. Returns notes on systems
 /// that were replaced or removed, one text each.

@@ -45,6 +45,10 @@ public:
         const std::lock_guard lock(mutex_);
         fields_ = std::move(fields);
     }
+    void setAll() {
+        const std::lock_guard lock(mutex_);
+        fields_.reset();
+    }
     [[nodiscard]] bool contains(const std::string& field) const {
         const std::lock_guard lock(mutex_);
         return !fields_ || fields_->contains(field);
@@ -116,12 +120,31 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     }
     for (MergeInput& input : separate)
         input.bundle = finish(std::move(input.bundle));
-    MergedGrids merged = mergeGrids(separate, *options.merge);
+    mergeAll(separate, *options.merge);
+    cutIntoTiles(options, progress);
+}
+
+Inputs Inputs::with(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress) const {
+    Inputs made(*this);
+    made.bundle_ = made.prepared(bundle_, options, progress);
+    if (options.merge) {
+        std::vector<std::string> files;
+        for (const auto& report : reports_)
+            files.push_back(report->file());
+        const MergeInput all{files.empty() ? "the bundle" : listed(files), made.bundle_};
+        made.mergeAll({&all, 1}, *options.merge);
+    }
+    made.workers_ = options.workers;
+    made.cutIntoTiles(options, progress);
+    return made;
+}
+
+void Inputs::mergeAll(std::span<const MergeInput> inputs, const MergeOptions& options) {
+    MergedGrids merged = mergeGrids(inputs, options);
     bundle_ = std::move(merged.bundle);
     addNotes(merged.notes);
-    reports_ = {
-        Anchor::makeStrong<MergedReport>(options.merge->gridName, merged.origin, std::move(reports_))};
-    cutIntoTiles(options, progress);
+    if (!reports_.empty())
+        reports_ = {Anchor::makeStrong<MergedReport>(options.gridName, merged.origin, std::move(reports_))};
 }
 
 void Inputs::cutIntoTiles(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress) {
@@ -187,6 +210,10 @@ Inputs::Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle)
 void Inputs::expectFields(std::set<std::string> fields) const {
     fields.insert(decidingFields_.begin(), decidingFields_.end());
     expected_->set(std::move(fields));
+}
+
+void Inputs::expectAllFields() const {
+    expected_->setAll();
 }
 
 void Inputs::countChosen(const Anchor::StrongPtr<Progress>& progress) const {

@@ -29,6 +29,8 @@
 
 namespace Tidewatch {
 
+struct MergeInput;
+
 /// What to read, and how.
 struct InputOptions {
     std::vector<std::string> files;
@@ -79,6 +81,12 @@ public:
     /// Uses a bundle that a host has in memory, and keeps it alive.
     explicit Inputs(Anchor::StrongPtr<Sheaf::Bundle> bundle);
 
+    /// These inputs with what the options ask for beyond reading: cells become points, points are chosen, and all grids of
+    /// one time merged. Nothing else of the options plays a part, and these inputs stay as they are. Throws as the first
+    /// constructor does.
+    [[nodiscard]] Inputs with(const InputOptions& options,
+                              const Anchor::StrongPtr<Progress>& progress = {}) const;
+
     [[nodiscard]] const Anchor::StrongPtr<Sheaf::Bundle>& bundle() const noexcept { return bundle_; }
 
     /// The reports about the files, in their order; one about all files that were merged.
@@ -110,6 +118,9 @@ public:
     /// Those of the options; may be null.
     [[nodiscard]] const Anchor::StrongPtr<Anchor::Workers>& workers() const noexcept { return workers_; }
 
+    /// Announces that all fields may be requested.
+    void expectAllFields() const;
+
     /// The most memory in bytes for data that has to be in memory together.
     [[nodiscard]] std::uint64_t memoryLimit() const noexcept { return memoryLimit_; }
 
@@ -133,6 +144,7 @@ public:
 private:
     class ExpectedFields;
 
+    void mergeAll(std::span<const MergeInput> inputs, const MergeOptions& options);
     [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle> prepared(Anchor::StrongPtr<Sheaf::Bundle> read,
                                                             const InputOptions& options,
                                                             const Anchor::StrongPtr<Progress>& progress);

@@ -11,6 +11,7 @@
 #include "library/las/LasRecorder.hpp"
 #include "library/las/LasVerification.hpp"
 #include "library/points/cellsAsPoints.hpp"
+#include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 
 #include <cstddef>
@@ -262,6 +263,19 @@ LasOptions::LasOptions() {
     uncompressed = defaults.uncompressed;
     pointSourceID = defaults.PointSourceID;
     renames = ExportLib::ExportPointCloudToLas::DefaultRenameMap();
+}
+
+void LasOptions::setPlain(const InputOptions& inputs) {
+    const auto refuse = [](bool isGiven, const char* option) {
+        if (isGiven)
+            throw UsageError(std::string("--plain and ") + option +
+                             " exclude each other: plain files are what the exporter writes by itself");
+    };
+    refuse(step.has_value(), "--scale");
+    refuse(offset.has_value(), "--offset");
+    refuse(inputs.referenceSystem.has_value(), "--crs");
+    carry = false;
+    conforming = false;
 }
 
 std::unique_ptr<const ExportFormat> lasFormat(const LasOptions& options) {

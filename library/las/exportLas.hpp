@@ -35,6 +35,9 @@ struct TIDEWATCH_API LasOptions : ExportOptions {
     std::optional<std::array<double, 3>> offset = {};
     /// Decode every file and compare it before it is put in place.
     bool verify = false;
+
+    /// Makes files what the exporter writes by itself. Throws UsageError for options that exclude that.
+    void setPlain(const InputOptions& inputs);
 };
 
 /// The format for an Export.

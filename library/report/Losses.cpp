@@ -4,6 +4,8 @@
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
+#include <cstddef>
+#include <map>
 #include <utility>
 
 #include <fmt/format.h>
@@ -13,6 +15,33 @@ namespace Tidewatch {
 bool LossPolicy::refuses(const std::vector<Loss>& losses) const {
     return strict && std::any_of(losses.begin(), losses.end(),
                                  [&](const Loss& loss) { return !accepted.contains(loss.kind); });
+}
+
+std::vector<Loss> LossPolicy::shown(const std::vector<Loss>& losses, std::string_view remedy) const {
+    // Hundreds of inputs may give hundreds of messages of one kind.
+    constexpr std::size_t shownOfKind = 3;
+    std::map<std::string, std::vector<const Loss*>> byKind;
+    std::vector<std::string> kinds; // in their order
+    for (const Loss& loss : losses) {
+        if (accepted.contains(loss.kind))
+            continue;
+        auto& ofKind = byKind[loss.kind];
+        if (ofKind.empty())
+            kinds.push_back(loss.kind);
+        ofKind.push_back(&loss);
+    }
+    std::vector<Loss> result;
+    for (const std::string& kind : kinds) {
+        const auto& ofKind = byKind[kind];
+        // If only one message would be left, it is shown instead of the line about it.
+        const std::size_t shown = ofKind.size() > shownOfKind ? shownOfKind - 1 : ofKind.size();
+        for (std::size_t i = 0; i < shown; ++i)
+            result.push_back(*ofKind[i]);
+        if (shown != ofKind.size())
+            result.push_back({kind, fmt::format("... and {} more of kind {}{}",
+                                                grouped(ofKind.size() - shown), kind, remedy)});
+    }
+    return result;
 }
 
 void Losses::add(std::string_view kind, std::string message) {

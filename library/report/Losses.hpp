@@ -35,6 +35,10 @@ struct TIDEWATCH_API LossPolicy {
 
     /// Whether a list has a loss that keeps files from being put in place.
     [[nodiscard]] bool refuses(const std::vector<Loss>& losses) const;
+
+    /// What is to be shown of a list: losses whose kind is not accepted, at most three of a kind, the last of which may say
+    /// how many more there are and, by `remedy`, where they are to be seen ("; --json lists all").
+    [[nodiscard]] std::vector<Loss> shown(const std::vector<Loss>& losses, std::string_view remedy) const;
 };
 
 /// Collects losses; all dropped fields become one entry, however many grids they belong to.

@@ -2,7 +2,7 @@
 //
 // The built program from outside: what users see.
 #include "host/ProgramFixture.hpp"
-#include "host/report/Json.hpp"
+#include "library/report/Json.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
 
 #include <algorithm>

@@ -334,5 +334,19 @@ TEST(LasAttributes, AreThoseThatTheExporterTakesArraysFor) {
         EXPECT_THAT(LasPlan::attributes(), ::testing::Contains(attribute));
 }
 
+TEST(LasAttributes, HaveElementTypesOfWhichTheFirstIsPreferred) {
+    const auto namesOf = [](const std::string& attribute, bool carry) {
+        std::vector<std::string> names;
+        for (const std::type_info* const type : LasPlan::elementTypes(attribute, carry))
+            names.emplace_back(Sheaf::elementTypeName(*type));
+        return names;
+    };
+    EXPECT_THAT(namesOf("Positions", false), ElementsAre("point"));
+    EXPECT_THAT(namesOf("ScanAngleRank", false), ElementsAre("int8", "int16"));
+    EXPECT_THAT(namesOf("Overlap", true), ElementsAre("uint8"));
+    EXPECT_THAT(namesOf("Overlap", false), ElementsAre());
+    EXPECT_THAT(namesOf("Height", true), ElementsAre());
+}
+
 } // namespace
 } // namespace ExportLib

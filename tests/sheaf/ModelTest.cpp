@@ -214,6 +214,17 @@ TEST(Representation, FieldIsFoundOrMadeOfOneElementType) {
     EXPECT_THROW((void)representation.findOrMakeField("Height", typeid(double)), Anchor::ModelError);
 }
 
+TEST(Representation, ARemovedFieldMayBeMadeAgainOfAnotherType) {
+    Sheaf::Representation representation;
+    const auto first = representation.makeField("Height", typeid(float));
+    representation.removeField("Depth");
+    representation.removeField("Height");
+    EXPECT_FALSE(representation.findField("Height"));
+    const auto second = representation.makeField("Height", typeid(double));
+    EXPECT_NE(first, second);
+    EXPECT_EQ(first->getElementType(), typeid(float));
+}
+
 TEST(Representation, FieldsStandInByteOrderAndNamesAreUnique) {
     Sheaf::Representation representation;
     for (const char* const name : {"b", "a", "Z", "\xc3\xa9"})

@@ -3,7 +3,7 @@
 // `tidewatch ascii` from outside. Where GDAL is there, it reads the grids back.
 #include "ascii/AsciiBundle.hpp"
 #include "host/ProgramFixture.hpp"
-#include "host/report/Json.hpp"
+#include "library/report/Json.hpp"
 
 #include <algorithm>
 #include <chrono>

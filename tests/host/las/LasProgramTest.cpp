@@ -4,8 +4,8 @@
 // it is compressed, by laz-perf; neither shares code with the program.
 #include "convlib/Reader.hpp"
 #include "host/ProgramFixture.hpp"
-#include "host/report/Json.hpp"
 #include "las/ExportPointCloudToLas.hpp"
+#include "library/report/Json.hpp"
 #include "readers/registerReaders.hpp"
 #include "support/WrittenLas.hpp"
 #include "support/lazPerf.hpp"

@@ -3,7 +3,7 @@
 // Choosing and merging points from outside: LAS files of the tests' own builder go in, and what comes out is read by a
 // plain reader of the published layout.
 #include "host/ProgramFixture.hpp"
-#include "host/report/Json.hpp"
+#include "library/report/Json.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/WrittenLas.hpp"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/report/summaryText.hpp"
 
-#include "host/report/Json.hpp"
+#include "library/report/Json.hpp"
 
 #include <gtest/gtest.h>
 

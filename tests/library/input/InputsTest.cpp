@@ -2,6 +2,7 @@
 #include "library/input/Inputs.hpp"
 
 #include "convlib/Reader.hpp"
+#include "support/BundleBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
@@ -43,6 +44,48 @@ TEST(Inputs, ReadersLearnWhichFieldsAreExpectedEvenAfterTheInputsAreGone) {
         EXPECT_FALSE(options.IsWanted("Intensity"));
     }
     EXPECT_FALSE(options.IsWanted("Intensity"));
+    ConvLib::unregisterReader("kept file");
+}
+
+TEST(Inputs, OfABundleInMemoryGiveSomeOfItsPoints) {
+    const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    Support::GridBuilder(*bundle, 0, "a")
+        .field("Positions", "", Support::Points{{0, 0, 0}, {5, 5, 5}, {9, 9, 9}});
+    Support::GridBuilder(*bundle, 0, "b").field("Positions", "", Support::Points{{1, 1, 1}});
+    const Inputs inputs(bundle);
+    InputOptions what;
+    what.points.box.emplace();
+    what.points.box->upper = {6, 6, 6};
+    what.merge.emplace();
+    const Inputs chosen = inputs.with(what);
+    chosen.countChosen();
+    const auto grid = chosen.bundle()->slices().at(0).lock()->grids().at("merged").lock();
+    std::uint64_t points = 0;
+    grid->skeletons()
+        .findVertices(-1)
+        ->representations()(grid->findCartesianChart(""))
+        ->Positions()
+        ->forEachFragment([&](const auto&, const Sheaf::Field::Creator& data) {
+            points += data->extents()->elementCount().value();
+            return true;
+        });
+    EXPECT_EQ(points, 3U);
+    EXPECT_EQ(bundle->slices().at(0).lock()->grids().size(), 2U);
+    EXPECT_FALSE(inputs.isChosen());
+    EXPECT_TRUE(chosen.isChosen());
+}
+
+TEST(Inputs, MayExpectAllFieldsAgain) {
+    const Support::TemporaryFolder folder;
+    Support::writeBytes(folder / "a.kept", "");
+    ConvLib::ReadOptions options;
+    ConvLib::registerReader(Anchor::makeStrong<KeepingReader>(options));
+    InputOptions what;
+    what.files = {folder / "a.kept"};
+    const Inputs inputs(what);
+    inputs.expectFields({"Positions"});
+    inputs.expectAllFields();
+    EXPECT_TRUE(options.IsWanted("Intensity"));
     ConvLib::unregisterReader("kept file");
 }
 

@@ -70,5 +70,22 @@ TEST(Losses, WhatIsSaidOfSeveralGridsInTheSameWordsIsOneEntry) {
                                                                 {"shift", "b: it stays"}}));
 }
 
+TEST(LossPolicy, ShowsThreeOfAKindAndHowManyMoreThereAre) {
+    std::vector<Loss> losses;
+    for (int i = 0; i < 5; ++i)
+        losses.push_back({"range", "range " + std::to_string(i)});
+    for (int i = 0; i < 3; ++i)
+        losses.push_back({"count", "count " + std::to_string(i)});
+    losses.push_back({"units", "accepted"});
+    LossPolicy policy;
+    policy.accepted = {"units"};
+    std::vector<std::string> shown;
+    for (const Loss& loss : policy.shown(losses, "; see there"))
+        shown.push_back(loss.kind + ": " + loss.message);
+    EXPECT_EQ(shown, (std::vector<std::string>{"range: range 0", "range: range 1",
+                                               "range: ... and 3 more of kind range; see there",
+                                               "count: count 0", "count: count 1", "count: count 2"}));
+}
+
 } // namespace
 } // namespace Tidewatch

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "anchor/printable.hpp"
-#include "host/info/inventoryTexts.hpp"
+#include "library/info/inventoryTexts.hpp"
 #include "library/report/Wording.hpp"
 #include "library/view/PointClasses.hpp"
 

@@ -10,15 +10,16 @@ namespace Tidewatch {
 
 /// A table for the user with a line for each of the first `mostFiles` files; for a single file, a line for
 /// each property.
-[[nodiscard]] std::string inventoryTable(const Inventory& inventory, std::size_t mostFiles = 40);
+[[nodiscard]] TIDEWATCH_API std::string inventoryTable(const Inventory& inventory,
+                                                       std::size_t mostFiles = 40);
 
 /// Grids, skeletons, charts and fields for the user: indented, columns aligned.
-[[nodiscard]] std::string inventoryText(const Inventory& inventory);
+[[nodiscard]] TIDEWATCH_API std::string inventoryText(const Inventory& inventory);
 
 /// Ranges of fields, classes and returns of the grids that have statistics.
-[[nodiscard]] std::string statisticsText(const Inventory& inventory);
+[[nodiscard]] TIDEWATCH_API std::string statisticsText(const Inventory& inventory);
 
 /// A JSON document with a final newline.
-[[nodiscard]] std::string inventoryJson(const Inventory& inventory);
+[[nodiscard]] TIDEWATCH_API std::string inventoryJson(const Inventory& inventory);
 
 } // namespace Tidewatch

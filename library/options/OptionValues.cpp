@@ -1,5 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/options/OptionValues.hpp"
+#include "library/options/OptionValues.hpp"
+
+#include "anchor/names.hpp"
+#include "las/LasPlan.hpp"
+#include "library/report/Losses.hpp"
+#include "library/report/UsageError.hpp"
+#include "library/report/Wording.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -8,6 +14,8 @@
 #include <fmt/format.h>
 
 namespace Tidewatch {
+
+InvalidValue::~InvalidValue() = default;
 
 std::optional<std::string> anyText(std::string_view text) {
     return std::string(text);
@@ -125,6 +133,83 @@ std::optional<ReturnChoice> parseReturns(std::string_view text) {
         return true;
     };
     return parseList(text, add) ? std::optional(choice) : std::nullopt;
+}
+
+std::optional<int> parseLasVersion(std::string_view text) {
+    for (const int minor : {2, 3, 4}) {
+        if (text == "1." + std::to_string(minor))
+            return minor;
+    }
+    return std::nullopt;
+}
+
+std::optional<int> parsePointSourceID(std::string_view text) {
+    const auto number = parseNumber<std::uint16_t>(text);
+    return number ? std::optional<int>(*number) : std::nullopt;
+}
+
+std::vector<std::string> attributeNames() {
+    auto names = ExportLib::LasPlan::attributes(true);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::optional<std::pair<std::string, std::string>> parseRenaming(std::string_view text) {
+    const std::size_t sign = text.rfind('=');
+    if (sign == std::string_view::npos || sign == 0)
+        return std::nullopt;
+    std::pair<std::string, std::string> entry{text.substr(0, sign), text.substr(sign + 1)};
+    const auto attributes = attributeNames();
+    if (std::find(attributes.begin(), attributes.end(), entry.second) == attributes.end())
+        throw UsageError(fmt::format("--rename: there is no attribute \"{}\"; there are {}", entry.second,
+                                     joined(attributes)));
+    return entry;
+}
+
+std::optional<ViewPictureOptions::Size> parsePictureSize(std::string_view text) {
+    const std::size_t cross = text.find('x');
+    const auto width = parseNumber<std::uint32_t>(text.substr(0, cross));
+    const auto height =
+        cross == std::string_view::npos ? std::nullopt : parseNumber<std::uint32_t>(text.substr(cross + 1));
+    const auto fits = [](std::uint32_t edge) {
+        return edge >= ViewPictureOptions::leastEdge && edge <= ViewPictureOptions::mostEdge;
+    };
+    if (!width || !height || !fits(*width) || !fits(*height))
+        return std::nullopt;
+    return ViewPictureOptions::Size{*width, *height};
+}
+
+std::optional<ViewPictureOptions::Colors> parsePictureColors(std::string_view text) {
+    using Colors = ViewPictureOptions::Colors;
+    constexpr std::pair<std::string_view, Colors> table[] = {{"height", Colors::Height},
+                                                             {"class", Colors::Class},
+                                                             {"intensity", Colors::Intensity},
+                                                             {"return", Colors::Return},
+                                                             {"rgb", Colors::RGB}};
+    for (const auto& [name, colors] : table) {
+        if (text == name)
+            return colors;
+    }
+    return std::nullopt;
+}
+
+std::optional<bool> parseSandboxWish(std::string_view text) {
+    if (text == "auto")
+        return false;
+    if (text == "require")
+        return true;
+    return std::nullopt;
+}
+
+std::optional<std::string> parseLossKind(std::string_view text) {
+    const bool isKnown = std::find(lossKinds.begin(), lossKinds.end(), text) != lossKinds.end();
+    return isKnown ? std::optional(std::string(text)) : std::nullopt;
+}
+
+std::optional<std::string> parseGridName(std::string_view text) {
+    if (const std::string_view fault = Anchor::nameFault(text); !fault.empty())
+        throw InvalidValue("a grid's name " + std::string(fault));
+    return std::string(text);
 }
 
 } // namespace Tidewatch

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/options/OptionValues.hpp"
+#include "library/options/OptionValues.hpp"
 
 #include <array>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/info/inventoryTexts.hpp"
-#include "host/report/Json.hpp"
+#include "library/info/inventoryTexts.hpp"
+#include "library/report/Json.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/BundleBuilder.hpp"
 
