@@ -11,14 +11,7 @@ int runExport(std::string command, const ExportRequest& request, ExportOptions o
     if (request.printParameters)
         options.showSettings = [&](const std::string& settings) { report.messages().line(settings); };
     InputOptions read = request.inputs;
-    if (read.tiles) {
-        read.tiles->areGrids = options.output.isPerTile();
-        read.tiles->scratch = options.output.fixedFolder(format->fillsFolder());
-    } else if (options.output.isPerTile()) {
-        throw UsageError(
-            "{tile} in OUTPUT is the name of a square, and --tile-size cuts points into squares");
-    }
-    selectInputs(read, options.filters);
+    prepareInputs(read, options, *format);
     const Inputs inputs(read, report.bar());
     const LossPolicy policy = options.losses;
     Export job(inputs, std::move(options), std::move(format), report.bar());

@@ -4,12 +4,12 @@
 #include "anchor/Cache.hpp"
 #include "anchor/names.hpp"
 #include "anchor/processLimits.hpp"
-#include "host/TbbWorkers.hpp"
 #include "host/options/addOption.hpp"
 #include "library/options/OptionValues.hpp"
 #include "library/output/endsIn.hpp"
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
+#include "workers/TbbWorkers.hpp"
 
 #include <algorithm>
 #include <array>
@@ -163,12 +163,7 @@ void addReading(CLI::App& app, InputOptions& inputs) {
 void addJobs(CLI::App& app, InputOptions& inputs) {
     inputs.workers = makeWorkers(Anchor::processCores());
     addRepeatable(
-        app, "-j,--jobs", {"N", "a number from 1 to 1024"},
-        [](std::string_view text) {
-            constexpr unsigned most = 1024;
-            const auto number = parseNumber<unsigned>(text);
-            return number && *number >= 1 && *number <= most ? number : std::nullopt;
-        },
+        app, "-j,--jobs", {"N", "a number from 1 to 1024"}, parseJobs,
         [&](unsigned count) { inputs.workers = makeWorkers(count); },
         "processors to use (default all that this process may use)")
         ->expected(1)
@@ -230,11 +225,7 @@ void addTiles(CLI::App& app, InputOptions& inputs) {
     };
     auto* const size =
         addRepeatable(
-            app, "--tile-size", {"SIZE", "a number above 0"},
-            [](std::string_view text) {
-                const auto number = finiteNumber(text);
-                return number && *number > 0 ? number : std::nullopt;
-            },
+            app, "--tile-size", {"SIZE", "a number above 0"}, positiveNumber,
             [set, layout](double edge) {
                 layout->first = edge;
                 set();
@@ -244,13 +235,7 @@ void addTiles(CLI::App& app, InputOptions& inputs) {
             ->expected(1)
             ->group(group);
     addRepeatable(
-        app, "--tile-origin", {"X,Y", "two numbers"},
-        [](std::string_view text) -> std::optional<std::array<double, 2>> {
-            const auto numbers = parseList(text, finiteNumber);
-            if (!numbers || numbers->size() != 2)
-                return std::nullopt;
-            return std::array{numbers->at(0), numbers->at(1)};
-        },
+        app, "--tile-origin", {"X,Y", "two numbers"}, parsePair,
         [set, layout](const std::array<double, 2>& origin) {
             layout->second = origin;
             set();

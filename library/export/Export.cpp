@@ -409,6 +409,17 @@ std::string Export::Impl::whyNothing() const {
     return grids.empty() ? "the inputs contain no grid" : "the filters leave out " + listed(grids);
 }
 
+void prepareInputs(InputOptions& inputs, ExportOptions& options, const ExportFormat& format) {
+    if (inputs.tiles) {
+        inputs.tiles->areGrids = options.output.isPerTile();
+        inputs.tiles->scratch = options.output.fixedFolder(format.fillsFolder());
+    } else if (options.output.isPerTile()) {
+        throw UsageError(
+            "{tile} in OUTPUT is the name of a square, and --tile-size cuts points into squares");
+    }
+    selectInputs(inputs, options.filters);
+}
+
 Export::Export(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
                Anchor::StrongPtr<Progress> progress)
     : impl_(std::make_unique<Impl>(inputs, std::move(options), std::move(format), std::move(progress))) {}

@@ -27,6 +27,10 @@ struct ExportOptions {
     std::function<void(const std::string& settings)> showSettings = {};
 };
 
+/// Before inputs for an export are made: tells them what its filters select (selectInputs()), and whether the squares into
+/// which they cut points are files. Throws UsageError for {tile} in OUTPUT without squares.
+TIDEWATCH_API void prepareInputs(InputOptions& inputs, ExportOptions& options, const ExportFormat& format);
+
 /// An export: runs the exporter as often as the output pattern requires, each time into a folder of unfinished files,
 /// checks what it wrote, and puts all files in place.
 ///

@@ -82,6 +82,19 @@ std::optional<std::array<double, 3>> parseSteps(std::string_view text) {
                : std::nullopt;
 }
 
+std::optional<std::array<double, 2>> parsePair(std::string_view text) {
+    const auto numbers = parseList(text, finiteNumber);
+    if (!numbers || numbers->size() != 2)
+        return std::nullopt;
+    return std::array{numbers->at(0), numbers->at(1)};
+}
+
+std::optional<unsigned> parseJobs(std::string_view text) {
+    constexpr unsigned most = 1024;
+    const auto number = parseNumber<unsigned>(text);
+    return number && *number >= 1 && *number <= most ? number : std::nullopt;
+}
+
 std::optional<double> positiveNumber(std::string_view text) {
     const auto number = finiteNumber(text);
     return number && *number > 0 ? number : std::nullopt;

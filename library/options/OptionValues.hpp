@@ -93,6 +93,12 @@ parseRanges(std::string_view text);
 /// The same, all of them greater than 0.
 [[nodiscard]] TIDEWATCH_API std::optional<std::array<double, 3>> parseSteps(std::string_view text);
 
+/// "X,Y"
+[[nodiscard]] TIDEWATCH_API std::optional<std::array<double, 2>> parsePair(std::string_view text);
+
+/// How many processors to use, 1 to 1024.
+[[nodiscard]] TIDEWATCH_API std::optional<unsigned> parseJobs(std::string_view text);
+
 /// A finite number greater than 0.
 [[nodiscard]] TIDEWATCH_API std::optional<double> positiveNumber(std::string_view text);
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/points/TileOptions.hpp"
-
 #include "library/report/UsageError.hpp"
 
 #include <cmath>

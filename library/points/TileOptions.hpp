@@ -25,7 +25,9 @@ public:
     };
 
     /// The square that a place is in. Only for coordinates for which isPlaced() is true.
-    [[nodiscard]] Tile at(double x, double y) const noexcept { return {cell(x, origin_[0]), cell(y, origin_[1])}; }
+    [[nodiscard]] Tile at(double x, double y) const noexcept {
+        return {cell(x, origin_[0]), cell(y, origin_[1])};
+    }
 
     /// Whether coordinates are finite and not too many squares away from the origin to be counted exactly.
     [[nodiscard]] bool isPlaced(double x, double y) const noexcept {

@@ -46,7 +46,8 @@ struct CutVertices {
 };
 
 /// The representation of vertices in the default chart if it has positions, else null.
-Anchor::StrongPtr<Sheaf::Representation> verticesOf(const Sheaf::Grid& grid, const Sheaf::Skeleton& skeleton) {
+Anchor::StrongPtr<Sheaf::Representation> verticesOf(const Sheaf::Grid& grid,
+                                                    const Sheaf::Skeleton& skeleton) {
     if (skeleton.dimension() != 0)
         return nullptr;
     auto vertices = skeleton.representations()(grid.findCartesianChart({}));
@@ -84,8 +85,8 @@ struct Grouping {
         for (std::size_t i = 0; i < points.size(); ++i) {
             const Point& p = points[i];
             if (!layout.isPlaced(p.x, p.y)) [[unlikely]]
-                throw Anchor::ModelError(fmt::format(
-                    "{}: point {}: x {}, y {} cannot be put into a square", where, i, p.x, p.y));
+                throw Anchor::ModelError(
+                    fmt::format("{}: point {}: x {}, y {} cannot be put into a square", where, i, p.x, p.y));
             const Tile tile = layout.at(p.x, p.y);
             // Neighbours are mostly in the same square.
             if (groups.empty() || tile != groups[last].tile) {
@@ -110,8 +111,8 @@ struct Grouping {
 };
 
 /// Copies the elements of an array, which has the stated type and as many elements as there are points, group by group.
-void gather(const Anchor::Cacheable& array, const Column& column, std::size_t pointBytes, const Grouping& grouping,
-            std::byte* target) {
+void gather(const Anchor::Cacheable& array, const Column& column, std::size_t pointBytes,
+            const Grouping& grouping, std::byte* target) {
     Sheaf::visitElementType(column.field->getElementType(), [&](auto tag) {
         using T = typename decltype(tag)::type;
         const T* const from = dynamic_cast<const Sheaf::TypedArray<T>&>(array).base_vector().data();
@@ -127,8 +128,8 @@ void gather(const Anchor::Cacheable& array, const Column& column, std::size_t po
 
 class Cutter {
 public:
-    Cutter(const TileOptions& options, Selection& selection, std::uint64_t memoryLimit, Anchor::Workers* workers,
-           Progress& progress, TiledPoints& result)
+    Cutter(const TileOptions& options, Selection& selection, std::uint64_t memoryLimit,
+           Anchor::Workers* workers, Progress& progress, TiledPoints& result)
         : options_(options),
           selection_(selection),
           memoryLimit_(memoryLimit),
@@ -144,9 +145,10 @@ private:
     using Cuts = std::map<Sheaf::Skeleton::Key, CutVertices>;
 
     [[nodiscard]] bool isCut(const Sheaf::Field& positions) const;
-    [[nodiscard]] CutVertices cutVertices(const Sheaf::Skeleton& skeleton, const Sheaf::Representation& vertices);
-    void cutFragment(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, const Sheaf::Field::Creator& positions,
-                     CutVertices& cut);
+    [[nodiscard]] CutVertices cutVertices(const Sheaf::Skeleton& skeleton,
+                                          const Sheaf::Representation& vertices);
+    void cutFragment(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
+                     const Sheaf::Field::Creator& positions, CutVertices& cut);
     [[nodiscard]] Array arrayOf(const Column& column, const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
                                 std::size_t points);
     void fill(const CutVertices& cut, const Sheaf::Representation& from, Sheaf::Grid& grid,
@@ -216,27 +218,29 @@ bool Cutter::isCut(const Sheaf::Field& positions) const {
         return true;
     });
     if (hasLattice && hasPoints)
-        throw Anchor::ModelError(where_ + ": it has lattices and points, and only points are cut into squares");
+        throw Anchor::ModelError(where_ +
+                                 ": it has lattices and points, and only points are cut into squares");
     return hasPoints && positions.getElementType() == typeid(Point);
 }
 
 CutVertices Cutter::cutVertices(const Sheaf::Skeleton& skeleton, const Sheaf::Representation& vertices) {
     CutVertices cut;
     std::size_t bytes = 0;
-    skeleton.representations().forEach([&](const Sheaf::BaseSpace&, const Sheaf::Representation& representation) {
-        representation.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
-            const bool isPositions = &field == vertices.Positions().get();
-            if (!isPositions && !selection_.UseThisField(id.name()))
+    skeleton.representations().forEach(
+        [&](const Sheaf::BaseSpace&, const Sheaf::Representation& representation) {
+            representation.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
+                const bool isPositions = &field == vertices.Positions().get();
+                if (!isPositions && !selection_.UseThisField(id.name()))
+                    return true;
+                Sheaf::visitElementType(field.getElementType(), [&](auto tag) {
+                    constexpr std::size_t size = sizeof(typename decltype(tag)::type);
+                    cut.columns.push_back({&representation, id.name(), &field, size, bytes});
+                    bytes += size;
+                });
                 return true;
-            Sheaf::visitElementType(field.getElementType(), [&](auto tag) {
-                constexpr std::size_t size = sizeof(typename decltype(tag)::type);
-                cut.columns.push_back({&representation, id.name(), &field, size, bytes});
-                bytes += size;
             });
             return true;
         });
-        return true;
-    });
     vertices.Positions()->forEachFragment([&](const auto& fragment, const auto& positions) {
         cutFragment(fragment, positions, cut);
         return true;
@@ -298,8 +302,8 @@ Array Cutter::arrayOf(const Column& column, const Anchor::StrongPtr<Sheaf::Fragm
     const auto values = Anchor::dynamicCast<Sheaf::MemBase>(array);
     const std::uint64_t count = values ? values->extents().elementCount().value_or(0) : 0;
     if (!values || values->elementType() != column.field->getElementType() || count != points)
-        throw Anchor::ModelError(fmt::format("{}: {} has {} for {}", where_, column.name, counted(count, "value"),
-                                             counted(points, "point")));
+        throw Anchor::ModelError(fmt::format("{}: {} has {} for {}", where_, column.name,
+                                             counted(count, "value"), counted(points, "point")));
     return array;
 }
 
@@ -311,8 +315,8 @@ void Cutter::fill(const CutVertices& cut, const Sheaf::Representation& from, She
         const auto field = GridBuilder::addField(to, column.name, *column.field);
         const auto add = [&](const Tile& tile, const std::shared_ptr<TileData>& data) {
             field->addFragment(grid.makeFragment(options_.layout.name(tile)),
-                               Anchor::makeStrong<TileCreator>(data, column.field->getElementType(), column.size,
-                                                               column.bytesBefore));
+                               Anchor::makeStrong<TileCreator>(data, column.field->getElementType(),
+                                                               column.size, column.bytesBefore));
         };
         if (only == nullptr) {
             for (const auto& [tile, data] : cut.tiles)
@@ -329,9 +333,8 @@ void Cutter::addGrid(double time, const Sheaf::Grid& from, const std::string& na
     const auto grid = result_.bundle->makeSlice(time)->makeGrid(name, from.origin());
     GridBuilder(from, *grid)
         .build([&](const Sheaf::Skeleton& skeleton) { return cuts.contains(skeleton.key()); },
-               [&](const Sheaf::Skeleton& skeleton, const Sheaf::Representation& fields, Sheaf::Representation& to) {
-                   fill(cuts.at(skeleton.key()), fields, *grid, to, only);
-               });
+               [&](const Sheaf::Skeleton& skeleton, const Sheaf::Representation& fields,
+                   Sheaf::Representation& to) { fill(cuts.at(skeleton.key()), fields, *grid, to, only); });
 }
 
 } // namespace
@@ -353,12 +356,13 @@ TiledPoints tilePoints(const Sheaf::Bundle& from, const TileOptions& options, Se
     told->begin("cutting into squares", static_cast<double>(points), "points");
     TiledPoints result{Anchor::makeStrong<Sheaf::Bundle>()};
     Cutter cutter(options, selection, memoryLimit, workers, *told, result);
-    Selection(Filters{}).forEachGrid(from, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-        if (selected.contains(&grid))
-            cutter.cut(time, grid);
-        else
-            copyData(grid, *result.bundle->makeSlice(time)->makeGrid(name, grid.origin()));
-    });
+    Selection(Filters{}).forEachGrid(
+        from, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+            if (selected.contains(&grid))
+                cutter.cut(time, grid);
+            else
+                copyData(grid, *result.bundle->makeSlice(time)->makeGrid(name, grid.origin()));
+        });
     return result;
 }
 

@@ -38,8 +38,8 @@ struct TiledPoints {
 /// Throws Anchor::ModelError, naming the grid, for a point without a finite place, for a field whose length differs
 /// from that of its positions, and for a grid both with lattices and with points; Anchor::LimitError for more squares
 /// than `memoryLimit` bytes can list; Anchor::FileError; and what creators and `progress` throw.
-[[nodiscard]] TiledPoints tilePoints(const Sheaf::Bundle& from, const TileOptions& options, Selection& selection,
-                                     std::uint64_t memoryLimit, Anchor::Workers* workers,
-                                     const Anchor::StrongPtr<Progress>& progress);
+[[nodiscard]] TiledPoints tilePoints(const Sheaf::Bundle& from, const TileOptions& options,
+                                     Selection& selection, std::uint64_t memoryLimit,
+                                     Anchor::Workers* workers, const Anchor::StrongPtr<Progress>& progress);
 
 } // namespace Tidewatch

@@ -20,6 +20,7 @@
 #include "readers/registerReaders.hpp"
 
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -42,6 +43,7 @@ struct Reading {
     /// Takes the arguments. Call with the lock.
     Reading(const Source& source, Given& given) {
         takePoints(given, options);
+        takeJobs(given, options);
         if (py::isinstance<BundleHandle>(source)) {
             state = source.cast<const BundleHandle&>().state();
             takeReading(given, options);
@@ -245,9 +247,10 @@ py::dict write(const char* call, const Source& source, const Name& output, py::d
                const py::object& progress) {
     Given given(std::move(arguments));
     Reading reading(source, given);
+    takeTiles(given, reading.options);
     Job job = makeJob(given, output, reading.options);
     given.requireAllTaken(call);
-    selectInputs(reading.options, job.options.filters);
+    prepareInputs(reading.options, job.options, *job.format);
     const LossPolicy policy = job.options.losses;
     std::vector<std::string> settings;
     job.options.showSettings = [&](const std::string& text) { settings.push_back(text); };
@@ -269,6 +272,9 @@ py::dict writeBundle(const Source& source, const Name& output, py::dict argument
     takeFilters(given, reading.options.selected);
     if (reading.options.merge)
         reading.options.merge->selected = reading.options.selected;
+    takeTiles(given, reading.options);
+    if (reading.options.tiles)
+        reading.options.tiles->scratch = std::filesystem::path(output.bytes).parent_path();
     const bool overwrite = given.flag("overwrite");
     LossPolicy policy;
     takeLosses(given, policy);

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "python/module/options.hpp"
 
+#include "anchor/processLimits.hpp"
 #include "python/module/errors.hpp"
+#include "workers/TbbWorkers.hpp"
 
+#include <array>
+#include <optional>
 #include <utility>
 
 namespace Tidewatch::Python {
@@ -80,6 +84,23 @@ void takePoints(Given& given, InputOptions& options) {
         throw UsageError("grid_name is for merge=True");
     given.each("grid_name", "a name", parseGridName,
                [&](const std::string& name) { options.merge->gridName = name; });
+}
+
+void takeJobs(Given& given, InputOptions& options) {
+    unsigned jobs = Anchor::processCores();
+    given.value("jobs", "a number from 1 to 1024", parseJobs, jobs);
+    options.workers = makeWorkers(jobs);
+}
+
+void takeTiles(Given& given, InputOptions& options) {
+    std::optional<double> size;
+    std::array<double, 2> origin{};
+    given.value("tile_size", "a number greater than 0", positiveNumber, size);
+    if (given.has("tile_origin") && !size)
+        throw UsageError("tile_origin is for tile_size");
+    given.value("tile_origin", "two numbers", parsePair, origin);
+    if (size)
+        options.tiles.emplace(TileOptions{TileLayout(*size, origin)});
 }
 
 void takeFilters(Given& given, Filters& filters) {

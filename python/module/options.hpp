@@ -70,6 +70,12 @@ void takeFiles(Given& given, InputOptions& options);
 /// Takes the arguments about choosing and merging.
 void takePoints(Given& given, InputOptions& options);
 
+/// Takes how many processors to use.
+void takeJobs(Given& given, InputOptions& options);
+
+/// Takes the arguments about squares.
+void takeTiles(Given& given, InputOptions& options);
+
 void takeFilters(Given& given, Filters& filters);
 void takeLosses(Given& given, LossPolicy& policy);
 

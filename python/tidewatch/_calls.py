@@ -80,7 +80,7 @@ def open(*files: PathLike, slice_time: Union[None, Number, Sequence[Number]] = N
          box: Union[None, Sequence[Number], str] = None, cells_as_points: bool = False,
          z_band: Union[None, int, str] = None, merge: bool = False, grid_name: Optional[str] = None,
          time: Union[None, Range, Sequence[Range]] = None, grid: Optional[Text] = None, skip_unreadable: bool = False,
-         progress: Progress = None) -> Bundle:
+         jobs: Optional[int] = None, progress: Progress = None) -> Bundle:
     """Opens LAS, LAZ and bundle files and rasters as one bundle.
 
     The structure is read now, arrays when they are asked for; the files have to stay as they are.
@@ -103,6 +103,7 @@ def open(*files: PathLike, slice_time: Union[None, Number, Sequence[Number]] = N
         grid_name: with merge, its name; "merged" by default.
         time, grid: the times and the patterns of names of the grids that are chosen from and merged; others stay as they
             are, or with merge are left out.
+        jobs: how many processors to read with; by default all that the process may use.
         skip_unreadable: leave out files that cannot be read, unless none can; `Bundle.failures` says why.
         progress: True, or a function of (text, done, total, unit).
 
@@ -151,12 +152,13 @@ def las(source: Source, output: PathLike, *, las_version: Union[None, str, float
         returns: Union[None, int, str, Sequence[Union[int, str]]] = None,
         box: Union[None, Sequence[Number], str] = None, cells_as_points: bool = False,
         z_band: Union[None, int, str] = None, merge: bool = False, grid_name: Optional[str] = None,
-        progress: Progress = None) -> Report:
+        tile_size: Optional[Number] = None, tile_origin: Union[None, Sequence[Number], str] = None,
+        jobs: Optional[int] = None, progress: Progress = None) -> Report:
     """Writes points as LAS or LAZ files: aside, checked, and put in place together.
 
     Args:
         source: a bundle, or files as `open` takes them.
-        output: the file; {grid} and {time} in it give each grid or time its own. It ends in .laz or .las, or .laz is
+        output: the file; {grid}, {time} and {tile} in it give each grid, time or square its own. It ends in .laz or .las, or .laz is
             appended.
         las_version: "1.2", "1.3" or "1.4" (the default).
         uncompressed: LAS; also where output ends in .las.
@@ -174,6 +176,9 @@ def las(source: Source, output: PathLike, *, las_version: Union[None, str, float
         accept: kinds of losses that are fine: neither warned of nor refused.
         slice_time, fragment_points, memory_limit, sandbox, crs, classes, returns, box, cells_as_points, z_band, merge,
             grid_name: see `open`.
+        tile_size: cut points into squares of this size; with {tile} in output each is a file, else a fragment.
+        tile_origin: (x, y), a corner of a square; (0, 0) by default.
+        jobs: how many processors to use; by default all that the process may use.
         progress: True, or a function of (text, done, total, unit).
 
     Returns:
@@ -198,7 +203,8 @@ def pcd(source: Source, output: PathLike, *, ref_level: Optional[int] = None, pr
         returns: Union[None, int, str, Sequence[Union[int, str]]] = None,
         box: Union[None, Sequence[Number], str] = None, cells_as_points: bool = False,
         z_band: Union[None, int, str] = None, merge: bool = False, grid_name: Optional[str] = None,
-        progress: Progress = None) -> Report:
+        tile_size: Optional[Number] = None, tile_origin: Union[None, Sequence[Number], str] = None,
+        jobs: Optional[int] = None, progress: Progress = None) -> Report:
     """Writes points as PCD files, one point for each cubic cell.
 
     Args:
@@ -230,7 +236,8 @@ def ascii(source: Source, output: PathLike, *, ref_level: Optional[int] = None, 
           returns: Union[None, int, str, Sequence[Union[int, str]]] = None,
           box: Union[None, Sequence[Number], str] = None, cells_as_points: bool = False,
           z_band: Union[None, int, str] = None, merge: bool = False, grid_name: Optional[str] = None,
-          progress: Progress = None) -> Report:
+          tile_size: Optional[Number] = None, tile_origin: Union[None, Sequence[Number], str] = None,
+          jobs: Optional[int] = None, progress: Progress = None) -> Report:
     """Writes fields as text: points as XYZ files, lattices as ESRI ASCII grids, other numbers as lists.
 
     Args:
@@ -257,7 +264,8 @@ def bundle(source: Source, output: PathLike, *, overwrite: bool = False, strict:
            returns: Union[None, int, str, Sequence[Union[int, str]]] = None,
            box: Union[None, Sequence[Number], str] = None, cells_as_points: bool = False,
            z_band: Union[None, int, str] = None, merge: bool = False, grid_name: Optional[str] = None,
-           progress: Progress = None) -> Report:
+           tile_size: Optional[Number] = None, tile_origin: Union[None, Sequence[Number], str] = None,
+           jobs: Optional[int] = None, progress: Progress = None) -> Report:
     """Writes a bundle file (HDF5), which holds everything that a bundle does.
 
     Arguments, results and exceptions are those of `las`.
@@ -270,7 +278,7 @@ def bundle(source: Source, output: PathLike, *, overwrite: bool = False, strict:
 def info(source: Source, *, fields: bool = False, stats: bool = False, bounds: bool = False,
          slice_time: Union[None, Number, Sequence[Number]] = None, fragment_points: Optional[int] = None,
          memory_limit: Union[None, int, str] = None, sandbox: Optional[str] = None, crs: Any = None,
-         progress: Progress = None) -> Info:
+         jobs: Optional[int] = None, progress: Progress = None) -> Info:
     """What inputs are and hold, as a dict with the members of `tidewatch info --json`; its text is the program's.
 
     Args:
@@ -278,7 +286,7 @@ def info(source: Source, *, fields: bool = False, stats: bool = False, bounds: b
         fields: the text shows grids, skeletons and fields. (The dict always has them.)
         stats: read everything, for ranges of fields, classes and returns.
         bounds: read positions, for the box of each grid.
-        slice_time, fragment_points, memory_limit, sandbox, crs: see `open`.
+        slice_time, fragment_points, memory_limit, sandbox, crs, jobs: see `open`.
         progress: True, or a function of (text, done, total, unit).
 
     Returns:
@@ -322,7 +330,7 @@ def view(source: Source, output: Optional[PathLike] = None, *, points: Optional[
          returns: Union[None, int, str, Sequence[Union[int, str]]] = None,
          box: Union[None, Sequence[Number], str] = None, cells_as_points: bool = False,
          z_band: Union[None, int, str] = None, merge: bool = False, grid_name: Optional[str] = None,
-         progress: Progress = None) -> View:
+         jobs: Optional[int] = None, progress: Progress = None) -> View:
     """Shows inputs: a page for any browser, or a picture from above.
 
     Args:

@@ -82,6 +82,7 @@ _FORMS: Dict[str, Callable[[Any], Union[Text, List[Text]]]] = {
     "box": _joined,
     "scale": _joined,
     "offset": _joined,
+    "tile_origin": _joined,
     "cell_types": lambda value: ",".join(str(part) for part in _ranges(value)),
     "size": lambda value: "x".join(str(_text(part)) for part in value) if _is_list(value) else _text(value),
 }

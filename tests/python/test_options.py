@@ -80,6 +80,8 @@ CASES = [
     ("pcd", dict(cell_size=2.5, precision=10, exact_counts=True),
      ["--cell-size", "2.5", "--precision", "10", "--exact-counts"]),
     ("pcd", dict(thinning=False), ["--no-thinning"]),
+    ("las", dict(tiles=True, tile_size=500, tile_origin=(250, 250), jobs=2),
+     ["--tiles", "--tile-size", "500", "--tile-origin", "250,250", "--jobs", "1"]),
     ("ascii", dict(field="Intensity", append=True), ["--field", "Intensity", "--append"]),
 ]
 
@@ -174,6 +176,10 @@ def test_pictures_and_pages_are_those_of_the_program(survey_file, quiet):
     (lambda file: tw.las(file, "a.laz", accept="nothing"), tw.UsageError, "accept takes kinds of losses"),
     (lambda file: tw.las(file, "{what}.laz"), tw.UsageError, "what"),
     (lambda file: tw.las(file, "a.laz", memory_limit="many"), tw.UsageError, "memory_limit takes bytes"),
+    (lambda file: tw.las(file, "a.laz", jobs=0), tw.UsageError, "jobs takes a number from 1 to 1024"),
+    (lambda file: tw.las(file, "a.laz", tile_size=-1), tw.UsageError, "tile_size takes a number greater than 0"),
+    (lambda file: tw.las(file, "a.laz", tile_origin=(1, 2)), tw.UsageError, "tile_origin is for tile_size"),
+    (lambda file: tw.las(file, "{tile}.laz"), tw.UsageError, "tile_size cuts points into squares"),
     (lambda file: tw.las(file, "a.laz", scale=0), tw.UsageError, "scale takes"),
     (lambda file: tw.las(file, "a.laz", z_band=2), tw.UsageError, "z_band is for cells_as_points=True"),
     (lambda file: tw.las(file, "a.laz", classes=[2.5]), tw.UsageError, "classes takes"),

@@ -43,9 +43,11 @@ TEST(TileLayout, SquaresAreHalfOpenAndNamedByTheirCorners) {
 TEST(TileLayout, EveryPlaceIsInsideTheSquareThatItIsIn) {
     std::mt19937_64 random(5);
     for (int i = 0; i < 200'000; ++i) {
-        const double size = std::ldexp(1.0 + static_cast<double>(random() % 1000) / 999, static_cast<int>(random() % 20) - 10);
+        const double size = std::ldexp(1.0 + static_cast<double>(random() % 1000) / 999,
+                                       static_cast<int>(random() % 20) - 10);
         const TileLayout layout(size, {static_cast<double>(random() % 1000) / 7, -3.1});
-        const double x = static_cast<double>(static_cast<std::int64_t>(random() % 20'000'000) - 10'000'000) / 3;
+        const double x =
+            static_cast<double>(static_cast<std::int64_t>(random() % 20'000'000) - 10'000'000) / 3;
         // Half of the places lie on an edge.
         const auto at = layout.at(x, 0);
         const double place = i % 2 == 0 ? x : layout.corner(at)[0];
@@ -149,7 +151,8 @@ TEST_F(TilePoints, EachPointIsInItsSquareInTheOrderOfTheInput) {
     EXPECT_EQ(grids.tiles.size(), expected.size());
     for (const auto& [name, points] : expected) {
         const auto one = gridOf(grids, "coast_" + name);
-        EXPECT_THAT(valuesOf<Geom::PhysicalSpace::point>(*one, "Positions"), ElementsAre(std::pair(name, points)));
+        EXPECT_THAT(valuesOf<Geom::PhysicalSpace::point>(*one, "Positions"),
+                    ElementsAre(std::pair(name, points)));
         EXPECT_EQ(grids.tiles.at("coast_" + name).grid, "coast");
         EXPECT_EQ(grids.tiles.at("coast_" + name).name, name);
     }
@@ -163,7 +166,8 @@ TEST_F(TilePoints, ArraysComeAgainAfterTheCacheHasDroppedThem) {
     Anchor::Cache::MemCache().setLimit(0);
     for (int round = 0; round < 2; ++round) {
         const auto values = valuesOf<Geom::PhysicalSpace::point>(*gridOf(tiled, "coast"), "Positions");
-        EXPECT_THAT(values.at("0_0"), ElementsAre(Geom::PhysicalSpace::point{1, 1, 1}, Geom::PhysicalSpace::point{2, 2, 3}));
+        EXPECT_THAT(values.at("0_0"),
+                    ElementsAre(Geom::PhysicalSpace::point{1, 1, 1}, Geom::PhysicalSpace::point{2, 2, 3}));
         EXPECT_THAT(values.at("10_0"), ElementsAre(Geom::PhysicalSpace::point{12, 1, 2}));
     }
 }
@@ -197,18 +201,22 @@ TEST_F(TilePoints, OnlyTheFieldsAndGridsThatAreSelectedAreCut) {
 
 TEST_F(TilePoints, LatticesStayAsTheyAre) {
     GridBuilder(*bundle, 0, "heights")
-        .field("Positions", "", Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
-                   Geom::PhysicalSpace::point{0, 0, 0}, Geom::PhysicalSpace::vector{2, 2, 1}, Sheaf::MultiIndex<3>{4, 3, 1})))
+        .field("Positions", "",
+               Anchor::makeStrong<Sheaf::HeldCreator>(Anchor::makeStrong<Sheaf::UniformCartesianArray>(
+                   Geom::PhysicalSpace::point{0, 0, 0}, Geom::PhysicalSpace::vector{2, 2, 1},
+                   Sheaf::MultiIndex<3>{4, 3, 1})))
         .field("Height", "", std::vector<float>(12, 1.5F));
     const TiledPoints tiled = tile(1, true);
     const auto heights = gridOf(tiled, "heights");
-    EXPECT_TRUE(heights->getField(heights->findCartesianChart({}), "Height", heights->skeletons().findVertices(-1)));
+    EXPECT_TRUE(
+        heights->getField(heights->findCartesianChart({}), "Height", heights->skeletons().findVertices(-1)));
 }
 
 TEST_F(TilePoints, PointsWithoutAPlaceAndTooManySquaresAreErrorsThatNameTheGrid) {
     GridBuilder(*bundle, 0, "coast")
         .field("Positions", "a", Points{{1, 1, 1}, {std::numeric_limits<double>::quiet_NaN(), 2, 1}});
-    EXPECT_THAT(errorOf(10), HasSubstr("grid \"coast\" at time 0: point 1: x nan, y 2 cannot be put into a square"));
+    EXPECT_THAT(errorOf(10),
+                HasSubstr("grid \"coast\" at time 0: point 1: x nan, y 2 cannot be put into a square"));
 
     bundle = Anchor::makeStrong<Sheaf::Bundle>();
     Points line;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/TbbWorkers.hpp"
+#include "workers/TbbWorkers.hpp"
 
 #include <atomic>
 #include <cstddef>
