@@ -3,6 +3,7 @@
 // The memory that the PCD exporter takes for each point, whose plan promises how much it is at most, for clouds that are
 // thinned in the three ways there are. Usage: bench-pcd [POINTS] [FOLDER]
 #include "anchor/Cache.hpp"
+#include "anchor/Console.hpp"
 #include "bench/Ratio.hpp"
 #include "bench/peakMemory.hpp"
 #include "pcd/ExportPointCloudToPCD.hpp"
@@ -16,6 +17,7 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 #include <unistd.h>
 #include <vector>
@@ -128,6 +130,8 @@ int main(int argc, char** argv) {
     const std::uint64_t points = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 20'000'000;
     const std::filesystem::path folder = argc > 2 ? argv[2] : std::filesystem::temp_directory_path();
     const std::string path = (folder / fmt::format("tidewatch-bench-{}.pcd", ::getpid())).string();
+    // The exporter's own messages.
+    Anchor::Console::setSink([](std::string_view) {});
     int status = 0;
     try {
         measure(path, points);

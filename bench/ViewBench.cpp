@@ -3,6 +3,7 @@
 // A page of a large LAZ file (100 million points, or the number given) beside reading the same file: the time of both, and
 // the memory that the page takes. Usage: bench-view [POINTS] [FOLDER]
 #include "anchor/Cache.hpp"
+#include "anchor/Console.hpp"
 #include "bench/Ratio.hpp"
 #include "bench/peakMemory.hpp"
 #include "library/las/exportLas.hpp"
@@ -18,6 +19,7 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
@@ -39,7 +41,6 @@ void writeSurvey(const std::string& path, std::uint64_t points) {
 }
 
 Inputs open(const std::string& path) {
-    registerReaders();
     InputOptions options;
     options.files = {path};
     options.memoryLimit = Anchor::Cache::defaultLimit;
@@ -105,6 +106,9 @@ int main(int argc, char** argv) {
     const std::uint64_t points = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 100'000'000;
     const std::filesystem::path folder = argc > 2 ? argv[2] : std::filesystem::temp_directory_path();
     const std::string stem = (folder / fmt::format("tidewatch-view-{}", ::getpid())).string();
+    registerReaders();
+    // The exporter's own messages.
+    Anchor::Console::setSink([](std::string_view) {});
     int status = 0;
     try {
         measure(stem + ".laz", stem + ".html", points);

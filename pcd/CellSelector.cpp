@@ -65,24 +65,34 @@ struct CellSelector::NarrowEntry {
     }
 };
 
+/// In three parts, so that no byte is lost between entries.
 struct CellSelector::WideEntry {
-    std::uint64_t cellNumber;
-    std::uint64_t pointIndex;
+    std::uint32_t cellHigh;
+    std::uint32_t cellLow;
+    std::uint32_t pointIndex;
 
     static WideEntry of(const CellSelector& selector, std::size_t index) {
-        return {selector.cellOf(index), index};
+        const std::uint64_t cell = selector.cellOf(index);
+        return {static_cast<std::uint32_t>(cell >> 32), static_cast<std::uint32_t>(cell & 0xffffffff),
+                static_cast<std::uint32_t>(index)};
     }
-    [[nodiscard]] std::uint64_t cell() const { return cellNumber; }
+    [[nodiscard]] std::uint64_t cell() const { return std::uint64_t{cellHigh} << 32 | cellLow; }
     [[nodiscard]] std::uint64_t index() const { return pointIndex; }
-    [[nodiscard]] bool isInCellOf(const WideEntry& other) const { return cellNumber == other.cellNumber; }
+    [[nodiscard]] bool isInCellOf(const WideEntry& other) const {
+        return cellLow == other.cellLow && cellHigh == other.cellHigh;
+    }
+    friend bool operator<(const WideEntry& a, const WideEntry& b) {
+        return a.cell() != b.cell() ? a.cell() < b.cell() : a.pointIndex < b.pointIndex;
+    }
 };
 
+template <class Index>
 struct CellSelector::KeyEntry {
     Key key;
-    std::uint64_t pointIndex;
+    Index pointIndex;
 
     static KeyEntry of(const CellSelector& selector, std::size_t index) {
-        return {selector.keyOf(index), index};
+        return {selector.keyOf(index), static_cast<Index>(index)};
     }
     [[nodiscard]] std::uint64_t index() const { return pointIndex; }
     [[nodiscard]] bool isInCellOf(const KeyEntry& other) const {
@@ -126,46 +136,46 @@ CellSelector::CellSelector(double cellSize, const std::vector<Geom::PhysicalSpac
 
 bool CellSelector::supports(Strategy strategy) const noexcept {
     constexpr std::uint64_t narrowEnd = std::uint64_t{1} << 32;
+    const bool hasNarrowIndices = points_.size() <= narrowEnd;
     switch (strategy) {
     case Strategy::SortNarrow:
-        return isNumbered_ && volume_ <= narrowEnd && points_.size() <= narrowEnd;
-    case Strategy::SortWide:
-        return isNumbered_;
-    case Strategy::Compare:
+        return hasNarrowIndices && isNumbered_ && volume_ <= narrowEnd;
+    case Strategy::CompareWide:
+        return hasNarrowIndices && isNumbered_;
+    case Strategy::CompareKeys:
+        return hasNarrowIndices;
+    case Strategy::CompareAnyKeys:
         return true;
     }
     return false;
 }
 
 CellSelector::Strategy CellSelector::preferred() const noexcept {
-    for (const Strategy strategy : {Strategy::SortNarrow, Strategy::SortWide})
+    for (const Strategy strategy : {Strategy::SortNarrow, Strategy::CompareWide, Strategy::CompareKeys})
         if (supports(strategy))
             return strategy;
-    return Strategy::Compare;
+    return Strategy::CompareAnyKeys;
 }
 
 std::vector<unsigned long long> CellSelector::select(Strategy strategy) const {
+    using Index = unsigned long long;
     switch (strategy) {
     case Strategy::SortNarrow: {
         auto entries = collect<NarrowEntry>();
         radixSort(entries, volume_, mayGoOn_);
-        return pick(entries);
+        return pick<Index>(entries);
     }
-    case Strategy::SortWide: {
-        auto entries = collect<WideEntry>();
-        radixSort(entries, volume_, mayGoOn_);
-        return pick(entries);
+    case Strategy::CompareWide:
+        return pick<Index>(collectSorted<WideEntry>());
+    case Strategy::CompareKeys: {
+        // Entries and a result of this type would take more memory than sorting.
+        const auto picked = pick<std::uint32_t>(collectSorted<KeyEntry<std::uint32_t>>());
+        return {picked.begin(), picked.end()};
     }
-    case Strategy::Compare:
+    case Strategy::CompareAnyKeys:
         break;
     }
-    auto entries = collect<KeyEntry>();
-    std::size_t calls = 0;
-    if (mayGoOn_)
-        std::sort(entries.begin(), entries.end(), AskingLess(mayGoOn_, calls));
-    else
-        std::sort(entries.begin(), entries.end());
-    return pick(entries);
+    return pick<Index>(collectSorted<KeyEntry<std::uint64_t>>());
 }
 
 CellSelector::Key CellSelector::keyOf(std::size_t index) const noexcept {
@@ -211,13 +221,24 @@ std::vector<Entry> CellSelector::collect() const {
 }
 
 template <class Entry>
-std::vector<unsigned long long> CellSelector::pick(const std::vector<Entry>& sorted) const {
+std::vector<Entry> CellSelector::collectSorted() const {
+    auto entries = collect<Entry>();
+    std::size_t calls = 0;
+    if (mayGoOn_)
+        std::sort(entries.begin(), entries.end(), AskingLess(mayGoOn_, calls));
+    else
+        std::sort(entries.begin(), entries.end());
+    return entries;
+}
+
+template <class Index, class Entry>
+std::vector<Index> CellSelector::pick(const std::vector<Entry>& sorted) const {
     std::size_t occupied = 1;
     inBlocks(sorted.size(), mayGoOn_, [&](std::size_t begin, std::size_t end) {
         for (std::size_t i = std::max<std::size_t>(begin, 1); i < end; ++i)
             occupied += static_cast<std::size_t>(!sorted[i].isInCellOf(sorted[i - 1]));
     });
-    std::vector<unsigned long long> result;
+    std::vector<Index> result;
     result.reserve(std::max(points_.size() / 2, occupied));
     // A cell may extend beyond its block.
     std::size_t i = 0;
@@ -236,7 +257,7 @@ std::vector<unsigned long long> CellSelector::pick(const std::vector<Entry>& sor
                     best = candidate;
                 }
             }
-            result.push_back(chosen);
+            result.push_back(static_cast<Index>(chosen));
         }
     });
     return result;

@@ -48,8 +48,10 @@ std::uint64_t PcdPlan::elements() const noexcept {
 std::uint64_t PcdPlan::memory() const noexcept {
     // Positions and intensities; then their cells with the numbers of the points (CellSelector), which become the
     // numbers of those that are kept.
-    constexpr std::uint64_t bytesPerPoint = 48;
-    return std::max(elements(Role::Positions), elements(Role::Intensity)) * bytesPerPoint;
+    // bench-pcd measures it.
+    constexpr std::uint64_t mostNumbered = std::uint64_t{1} << 32;
+    const std::uint64_t most = std::max(elements(Role::Positions), elements(Role::Intensity));
+    return most * (most <= mostNumbered ? 48 : 64);
 }
 
 std::set<std::string> PcdPlan::fieldsRead() const {

@@ -38,8 +38,8 @@ namespace ExportLib {
 /// Coordinates and cell sizes may have any value, see quant; a cell size of 0 gives one cell. `upper` is not
 /// used. Throws std::length_error or std::bad_alloc if there is not enough memory.
 ///
-/// Cost: linear in the points unless their cells span more than 64 bits, then n log n; up to 40 bytes per
-/// point besides the arguments, including the result.
+/// Cost: linear in the points unless their cells span more than 32 bits, then n log n; up to 20 bytes per
+/// point besides the arguments, including the result (32 for more than 2^32 points).
 [[nodiscard]] std::vector<unsigned long long>
 reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
            const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,

@@ -42,6 +42,9 @@ public:
         return isGap(point) ? std::numeric_limits<double>::quiet_NaN() : static_cast<double>(values_[point]);
     }
 
+    [[nodiscard]] std::uint64_t bytes() const override {
+        return values_.capacity() * sizeof(Component) + gaps_.capacity() / 8;
+    }
     [[nodiscard]] PackedColumn pack(std::span<const std::uint32_t> points) const override {
         if constexpr (std::is_integral_v<Component>) {
             if (auto packed = packWhole(points))

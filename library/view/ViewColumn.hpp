@@ -28,6 +28,9 @@ public:
     /// Packs the values of these points, in this order.
     [[nodiscard]] virtual PackedColumn pack(std::span<const std::uint32_t> points) const = 0;
 
+    /// The memory of the values.
+    [[nodiscard]] virtual std::uint64_t bytes() const = 0;
+
     /// A column for one component of a field of an element type; null if it has no such component.
     [[nodiscard]] static std::unique_ptr<ViewColumn> make(const std::type_info& elementType,
                                                           std::size_t component);

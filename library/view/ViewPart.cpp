@@ -121,6 +121,13 @@ void PointPart::take(std::span<const PhysicalSpace::point> positions,
     takeColumns(columns_, fields_, fragment, taken);
 }
 
+std::uint64_t PointPart::bytes() const {
+    std::uint64_t sum = positions_.capacity() * sizeof(PhysicalSpace::point);
+    for (const NamedColumn& column : columns_)
+        sum += column.values->bytes();
+    return sum;
+}
+
 std::vector<bool> PointPart::keptForClasses(std::uint64_t wanted) const {
     if (classes_ == nullptr)
         return {};

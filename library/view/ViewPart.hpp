@@ -46,6 +46,9 @@ public:
     void take(std::span<const Geom::PhysicalSpace::point> positions,
               const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, const std::function<void()>& mayGoOn);
 
+    /// The memory of the points taken so far.
+    [[nodiscard]] std::uint64_t bytes() const;
+
     /// Chooses at most `wanted` of the points.
     void choose(std::uint64_t wanted);
 

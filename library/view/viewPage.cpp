@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/view/viewPage.hpp"
 
+#include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "library/report/Wording.hpp"
 #include "library/view/PointClasses.hpp"
@@ -159,10 +160,29 @@ void shareOut(std::vector<Layer>& layers, std::uint64_t points) {
     shareOut(clouds, room);
 }
 
+/// Takes what a page holds off the limit of the memory cache, as long as the page is being made.
+class CacheShare {
+public:
+    CacheShare() = default;
+    ~CacheShare() { Anchor::Cache::MemCache().setLimit(limit_); }
+    CacheShare(const CacheShare&) = delete;
+    CacheShare& operator=(const CacheShare&) = delete;
+
+    void hold(std::uint64_t bytes) const {
+        Anchor::Cache::MemCache().setLimit(limit_ - std::min(limit_, bytes));
+    }
+
+private:
+    std::uint64_t limit_ = Anchor::Cache::MemCache().limit();
+};
+
 /// Reads the layers one after the other, fragment by fragment.
 class LayerReader {
 public:
-    LayerReader(Selection& selection, Progress& progress) : selection_(selection), progress_(progress) {}
+    LayerReader(Selection& selection, Progress& progress, const CacheShare& share)
+        : selection_(selection),
+          progress_(progress),
+          share_(share) {}
 
     void read(std::vector<Layer>& layers) {
         std::uint64_t total = 0;
@@ -176,6 +196,7 @@ public:
 
 private:
     void readLayer(Layer& layer) {
+        const std::uint64_t before = held_;
         const auto fields = viewFields(*layer.representation, selection_);
         layer.representation->Positions()->forEachFragment(
             [&](const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, const Sheaf::Field::Creator& data) {
@@ -190,6 +211,9 @@ private:
                              Anchor::dynamicCast<Sheaf::TypedArray<PhysicalSpace::point>>(array))
                     takePoints(layer, fields, points->base_vector(), fragment);
                 done_ += elements;
+                // Lattices count little: they are thinned as they are taken.
+                held_ = before + (layer.points ? layer.points->bytes() : 0);
+                share_.hold(held_);
                 return true;
             });
     }
@@ -229,7 +253,9 @@ private:
 
     Selection& selection_;
     Progress& progress_;
+    const CacheShare& share_;
     std::uint64_t done_ = 0;
+    std::uint64_t held_ = 0;
 };
 
 Json columnEntry(const NamedPack& pack) {
@@ -435,7 +461,10 @@ ViewPage makeViewPage(const Inputs& inputs, const ViewPageOptions& options, Prog
         throw Anchor::ModelError("there is nothing to show: no chosen grid has positions");
     const ViewSystem system = viewSystem(*inputs.bundle(), selection);
     shareOut(layers, options.points.value_or(ViewPageOptions::defaultPoints));
-    LayerReader(selection, progress).read(layers);
+    const CacheShare cached;
+    LayerReader(selection, progress, cached).read(layers);
+    // Nothing is read any more.
+    cached.hold(std::numeric_limits<std::uint64_t>::max());
 
     progress.say("choosing and packing points");
     ViewPage page;

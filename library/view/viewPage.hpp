@@ -42,7 +42,8 @@ struct TIDEWATCH_API ViewPage {
 /// time.
 [[nodiscard]] TIDEWATCH_API bool canMakeViewPages();
 
-/// Creates a page. Reads each array once; holds three times as many points as the page. Throws
+/// Creates a page. Reads each array once; holds three times as many points as the page, which are taken off the
+/// limit of the memory cache meanwhile. Throws
 /// Anchor::LimitError if canMakeViewPages() is false, Anchor::ModelError if there is nothing to show, and
 /// what creators and the progress object throw.
 [[nodiscard]] TIDEWATCH_API ViewPage makeViewPage(const Inputs& inputs, const ViewPageOptions& options,

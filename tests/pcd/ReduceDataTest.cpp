@@ -32,7 +32,8 @@ using Indices = std::vector<unsigned long long>;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double smallest = std::numeric_limits<double>::denorm_min();
-constexpr std::array strategies{Strategy::SortNarrow, Strategy::SortWide, Strategy::Compare};
+constexpr std::array strategies{Strategy::SortNarrow, Strategy::CompareWide, Strategy::CompareKeys,
+                                Strategy::CompareAnyKeys};
 
 /// The plain version: one ordered tree of the points by cell, one of the cells.
 Indices byTrees(double cellSize, const Points& points, const Intensities& intensities, const Point& origin) {
@@ -247,14 +248,16 @@ TEST_P(ReduceDataStrategy, IsChosenAndGivesWhatTheTreesGive) {
     EXPECT_EQ(expectAsByTrees(kind.cellSize, points, {}, {}), slower);
 }
 
-INSTANTIATE_TEST_SUITE_P(Strategies, ReduceDataStrategy,
-                         testing::Values(CloudKind{"SortNarrowFewCells", 100, 2, 5.0, Strategy::SortNarrow},
-                                         CloudKind{"SortNarrow", 100, 5, 0.1, Strategy::SortNarrow},
-                                         CloudKind{"SortWide", 1000, 50, 0.001, Strategy::SortWide},
-                                         CloudKind{"SortWideFull", 1.2e6, 1.2e6, 1.0, Strategy::SortWide},
-                                         CloudKind{"Compare", 1e9, 1e9, 1.0, Strategy::Compare},
-                                         CloudKind{"CompareFull", 1e19, 1e19, 1.0, Strategy::Compare}),
-                         [](const auto& instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Strategies, ReduceDataStrategy,
+    testing::Values(CloudKind{"SortNarrowFewCells", 100, 2, 5.0, Strategy::SortNarrow},
+                    CloudKind{"SortNarrow", 100, 5, 0.1, Strategy::SortNarrow},
+                    CloudKind{"SortNarrowOneColumn", 0.9, 5000, 1.0, Strategy::SortNarrow},
+                    CloudKind{"CompareWide", 1000, 50, 0.001, Strategy::CompareWide},
+                    CloudKind{"CompareWideFull", 1.2e6, 1.2e6, 1.0, Strategy::CompareWide},
+                    CloudKind{"CompareKeys", 1e9, 1e9, 1.0, Strategy::CompareKeys},
+                    CloudKind{"CompareKeysFull", 1e19, 1e19, 1.0, Strategy::CompareKeys}),
+    [](const auto& instance) { return std::string(instance.param.name); });
 
 double anyCoordinate(std::mt19937_64& random, unsigned kind) {
     const auto unit = static_cast<double>(random() >> 11) * 0x1p-53;

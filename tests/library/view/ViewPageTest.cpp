@@ -1,16 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/view/viewPage.hpp"
 
+#include "anchor/Cache.hpp"
 #include "anchor/Error.hpp"
 #include "library/sample/SampleSurvey.hpp"
 #include "library/view/UnpackedColumn.hpp"
+#include "sheaf/CachedCreator.hpp"
+#include "sheaf/MemArray.hpp"
 #include "sheaf/UniformCartesianArray.hpp"
 #include "support/BundleBuilder.hpp"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <map>
 #include <random>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,6 +25,7 @@
 namespace Tidewatch {
 namespace {
 
+using Geom::PhysicalSpace;
 using ::Support::GridBuilder;
 using ::Support::Points;
 using ::testing::ElementsAre;
@@ -318,6 +325,41 @@ TEST_F(ViewPageTest, ThePageIsNeverLargerThanItMayBe) {
     EXPECT_LE(page.text().size(), ViewPageOptions::usualBytes);
     EXPECT_GE(page.text().size(), ViewPageOptions::usualBytes * 8 / 10);
     EXPECT_THAT(made_.notes, Contains(HasSubstr("limit the page to 25 MB")));
+}
+
+/// Positions that note the limit of the memory cache when they are made.
+class Witness final : public Sheaf::CachedCreator {
+public:
+    Witness(std::vector<PhysicalSpace::point> points, std::vector<std::uint64_t>& limits)
+        : CachedCreator(typeid(PhysicalSpace::point), Sheaf::Extents{points.size()}),
+          points_(std::move(points)),
+          limits_(limits) {}
+
+protected:
+    [[nodiscard]] Made make() const override {
+        limits_.push_back(Anchor::Cache::MemCache().limit());
+        return {Sheaf::makeArray(points_)};
+    }
+    [[nodiscard]] std::uint64_t bytesToMake() const override {
+        return points_.size() * sizeof(PhysicalSpace::point);
+    }
+
+private:
+    std::vector<PhysicalSpace::point> points_;
+    std::vector<std::uint64_t>& limits_;
+};
+
+TEST_F(ViewPageTest, WhatAPageHoldsIsTakenOffTheCacheUntilItIsMade) {
+    const std::uint64_t limit = Anchor::Cache::MemCache().limit();
+    std::vector<std::uint64_t> limits;
+    GridBuilder grid(*bundle_, 0, "cloud");
+    for (const char* const fragment : {"a", "b"})
+        grid.field("Positions", fragment, Anchor::makeStrong<Witness>(randomPlaces(1000, 1), limits));
+    static_cast<void>(make());
+    ASSERT_EQ(limits.size(), 2U);
+    EXPECT_EQ(limits[0], limit);
+    EXPECT_LE(limits[1], limit - 1000 * sizeof(PhysicalSpace::point));
+    EXPECT_EQ(Anchor::Cache::MemCache().limit(), limit);
 }
 
 TEST_F(ViewPageTest, AHostStopsTheWork) {
