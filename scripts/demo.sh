@@ -77,3 +77,8 @@ the picture is $PWD/$out/survey.png.
 The program is $tidewatch; try $tidewatch --help.
 To install it and the library:  cmake --install build/demo --prefix ~/.local
 TEXT
+
+step "And in Python: the survey as arrays of NumPy"
+code="import tidewatch as tw; print(tw.open('$out/survey.h5')[0]['coast']['Positions'].mean(axis=0))"
+printf '$ PYTHONPATH=build/demo/python /usr/bin/python3 -c "%s"\n' "$code"
+PYTHONPATH=build/demo/python /usr/bin/python3 -c "$code"

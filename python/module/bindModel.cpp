@@ -555,7 +555,8 @@ void bindModel(py::module_& module) {
                                [](const FragmentHandle& self) {
                                    return self.fragment ? std::optional(Name{self.fragment->name()})
                                                         : std::nullopt;
-                               })
+                               },
+                               "None for data that is not divided into fragments.")
         .def_property_readonly(
             "lattice", [](const FragmentHandle& self) { return latticeOf(self.fields, self.fragment); },
             "Its Lattice, or None for points.")
