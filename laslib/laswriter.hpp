@@ -35,9 +35,9 @@ public:
     virtual ~LASwriter();
 
     /// Not in LASlib, where this macro is missing: compresses `chunks` chunks of a file side by side by `run`. Only
-    /// before the first point; without effect on plain files. The file has the same bytes.
+    /// before the first point; without effect on plain files, and on writers that do not know it. The file has the same bytes.
 #define TIDEWATCH_LASLIB_SIDE_BY_SIDE
-    virtual void compress_side_by_side(std::size_t chunks, RunPieces run) = 0;
+    virtual void compress_side_by_side(std::size_t /*chunks*/, RunPieces /*run*/) {}
 
     /// Writes a point that was prepared for the header's format and length.
     virtual BOOL write_point(const LASpoint* point) = 0;
