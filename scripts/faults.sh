@@ -3,8 +3,7 @@
 #
 # Lets every call of the system fail in turn, under every command of the program, and prints a table: calls, injections,
 # violations of ours, and those of libraries. Takes hours, nearly all of them for the 120 000 allocations;
-# `scripts/faults.sh 40` lets every 40th of them fail and takes a quarter of an hour. Ends with status 1 if there is a
-# violation of ours.
+# `scripts/faults.sh 40` lets every 40th of them fail. Ends with status 1 if there is a violation of ours.
 set -euo pipefail
 
 if (($# > 1)) || [[ ! ${1:-1} =~ ^[1-9][0-9]*$ ]]; then

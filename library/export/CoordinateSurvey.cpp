@@ -92,7 +92,7 @@ void CoordinateSurvey::lookAlong(Progress& axis, std::span<const Geom::PhysicalS
 
 void CoordinateSurvey::lookAtFloats(Progress& axis, std::span<const Geom::PhysicalSpace::point> points,
                                     double Geom::PhysicalSpace::point::*coordinate) {
-    constexpr double largest = std::numeric_limits<float>::max();
+    constexpr auto largest = static_cast<double>(std::numeric_limits<float>::max());
     for (const auto& point : points) {
         const double value = point.*coordinate;
         if (!std::isfinite(value))
