@@ -551,12 +551,12 @@ void bindModel(py::module_& module) {
             "Whether it is marked as not to be exported.");
 
     fragment
-        .def_property_readonly("name",
-                               [](const FragmentHandle& self) {
-                                   return self.fragment ? std::optional(Name{self.fragment->name()})
-                                                        : std::nullopt;
-                               },
-                               "None for data that is not divided into fragments.")
+        .def_property_readonly(
+            "name",
+            [](const FragmentHandle& self) {
+                return self.fragment ? std::optional(Name{self.fragment->name()}) : std::nullopt;
+            },
+            "None for data that is not divided into fragments.")
         .def_property_readonly(
             "lattice", [](const FragmentHandle& self) { return latticeOf(self.fields, self.fragment); },
             "Its Lattice, or None for points.")
