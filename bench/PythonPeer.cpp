@@ -61,8 +61,8 @@ Anchor::StrongPtr<Sheaf::Bundle> load(const std::string& path) {
                 return true;
             });
             vertices->makeField(name, typeid(T))
-                ->addFragment(nullptr, Anchor::makeStrong<Sheaf::HeldCreator>(
-                                           Sheaf::makeArray(std::move(elements))));
+                ->addFragment(nullptr,
+                              Anchor::makeStrong<Sheaf::HeldCreator>(Sheaf::makeArray(std::move(elements))));
         });
     }
     return bundle;
