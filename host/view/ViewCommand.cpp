@@ -6,7 +6,6 @@
 #include "library/ProgressParts.hpp"
 #include "library/output/endsIn.hpp"
 #include "library/report/UsageError.hpp"
-#include "library/report/Wording.hpp"
 #include "library/view/ViewFile.hpp"
 
 #include <algorithm>
@@ -20,19 +19,6 @@ namespace Tidewatch {
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string titleOf(const std::vector<std::string>& files) {
-    constexpr std::size_t most = 3;
-    std::vector<std::string> names;
-    for (const std::string& file : files) {
-        if (names.size() < most)
-            names.push_back(fs::path(file).filename().string());
-    }
-    std::string title = joined(names);
-    if (files.size() > most)
-        title += " and " + std::to_string(files.size() - most) + " more";
-    return title;
-}
 
 /// The path of a page in the user's cache (XDG Base Directory Specification).
 std::string cachePath(const std::vector<std::string>& files) {
@@ -117,8 +103,8 @@ int ViewRequest::run() const {
     }
     out.bar()->part(read.isChosen() ? counted : ProgressParts::opened, ProgressParts::worked);
     ViewFile file(output ? *output : cachePath(inputs.files), overwrite || !output, read.identities());
-    return isPicture ? makePicture(job, out, read, file, titleOf(inputs.files))
-                     : makePage(job, out, read, file, titleOf(inputs.files));
+    return isPicture ? makePicture(job, out, read, file, viewTitle(inputs.files))
+                     : makePage(job, out, read, file, viewTitle(inputs.files));
 }
 
 } // namespace Tidewatch

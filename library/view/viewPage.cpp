@@ -446,6 +446,19 @@ std::vector<std::string> assemble(std::string manifest, std::vector<std::string>
 
 } // namespace
 
+std::string viewTitle(const std::vector<std::string>& files) {
+    constexpr std::size_t most = 3;
+    std::vector<std::string> names;
+    for (const std::string& file : files) {
+        if (names.size() < most)
+            names.push_back(std::filesystem::path(file).filename().string());
+    }
+    std::string title = joined(names);
+    if (files.size() > most)
+        title += " and " + std::to_string(files.size() - most) + " more";
+    return title;
+}
+
 bool canMakeViewPages() {
     return !pageTemplate().empty();
 }

@@ -38,6 +38,9 @@ struct TIDEWATCH_API ViewPage {
     std::vector<std::string> notes;
 };
 
+/// The heading of a view of files: their names, three at most.
+[[nodiscard]] TIDEWATCH_API std::string viewTitle(const std::vector<std::string>& files);
+
 /// Whether this build contains the page's script, which is bundled if npm's packages are installed at build
 /// time.
 [[nodiscard]] TIDEWATCH_API bool canMakeViewPages();

@@ -301,7 +301,7 @@ py::tuple viewPage(const Source& source, py::dict arguments, const py::object& p
     ViewPageOptions options;
     takeFilters(given, options.filters);
     given.value("points", "a number from 1", positiveCount, options.points);
-    given.value("title", "a text", anyText, options.title);
+    options.title = viewTitle(reading.options.files);
     options.program = "tidewatch " TIDEWATCH_VERSION;
     given.requireAllTaken("view");
     selectInputs(reading.options, options.filters);
@@ -326,7 +326,7 @@ py::tuple viewPicture(const Source& source, py::dict arguments, const py::object
     takeFilters(given, options.filters);
     given.value("size", "(width, height), 200 to 20000 each", parsePictureSize, options.size);
     given.value("color", "height, class, intensity, return or rgb", parsePictureColors, options.colors);
-    given.value("title", "a text", anyText, options.title);
+    options.title = viewTitle(reading.options.files);
     given.requireAllTaken("picture");
     selectInputs(reading.options, options.filters);
     const MaybeInUse used(reading.state);

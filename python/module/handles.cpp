@@ -101,6 +101,9 @@ Anchor::StrongPtr<Sheaf::Representation> FieldsHandle::representation() const {
 }
 
 Sheaf::Representation& FieldsHandle::madeRepresentation() {
+    // Another thread may have made it meanwhile.
+    if (!skeleton_)
+        skeleton_ = grid_.grid->skeletons().find({0, {}});
     if (!skeleton_)
         skeleton_ = grid_.grid->skeletons().make({0, {}});
     auto chart = grid_.grid->findCartesianChart("");

@@ -311,16 +311,6 @@ def check(file: PathLike, *, memory_limit: Union[None, int, str] = None, sandbox
         return CheckReport(_core.check(os.fsencode(file), arguments, shown))
 
 
-def _title(source: Source) -> str:
-    """Three names at most."""
-    if isinstance(source, Bundle):
-        return ""
-    most = 3
-    files: List[Any] = [source] if _is_path(source) else list(source)  # type: ignore[arg-type]
-    names = [os.path.basename(os.fsdecode(file)) for file in files]
-    return ", ".join(names[:most]) + (f" and {len(names) - most} more" if len(names) > most else "")
-
-
 def view(source: Source, output: Optional[PathLike] = None, *, points: Optional[int] = None,
          size: Union[None, Tuple[int, int], str] = None, color: Optional[str] = None, overwrite: bool = False,
          time: Union[None, Range, Sequence[Range]] = None, grid: Optional[Text] = None, field: Optional[Text] = None,
@@ -360,11 +350,7 @@ def view(source: Source, output: Optional[PathLike] = None, *, points: Optional[
         raise UsageError("size and color are arguments of pictures")
     if output is None and not is_picture and points is None and not _core.can_make_pages():
         is_picture = True
-    inputs = _source(source if isinstance(source, Bundle) or _is_path(source) else list(source))
-    files = [] if isinstance(inputs, Bundle) else inputs
-    title = _title(source if isinstance(source, Bundle) else [os.fsdecode(file) for file in files])
-    if title:
-        arguments["title"] = title
+    inputs = _source(source)
     with Shown(progress) as shown:
         if is_picture:
             content, count, pixels = _core.view_picture(inputs, arguments, shown)
@@ -376,7 +362,8 @@ def view(source: Source, output: Optional[PathLike] = None, *, points: Optional[
                 _warn(RemarkWarning(in_python(note)))
     if output is not None:
         _core.place_view(os.fsencode(output), overwrite, made.content, made.points,
-                         inputs if isinstance(inputs, Bundle) else None, files)
+                         inputs if isinstance(inputs, Bundle) else None,
+                         [] if isinstance(inputs, Bundle) else inputs)
     return made
 
 

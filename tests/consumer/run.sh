@@ -111,4 +111,14 @@ if [[ -e $libdir/libtidewatch-rasters.so ]]; then
     "$program" info "$work/text/Height/east.grd"
 fi
 
+package=$(find "$work/prefix" -path '*/tidewatch/__init__.py' -printf '%h')
+if [[ -n $package ]]; then
+    echo "== the installed Python package"
+    (cd "$work" && PYTHONPATH=${package%/tidewatch} PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -c "
+import tidewatch as tw
+tw.las('coast.laz', 'copy-by-python.laz')
+print(tw.open('sample.h5')[0]['coast'])")
+    cmp "$work/copy-by-python.laz" "$work/copy-by-program.laz"
+fi
+
 echo "consumer: all outputs are the same"

@@ -19,7 +19,7 @@ from pathlib import Path
 import commands
 
 # What a build without the page of "tidewatch view" says.
-NO_PAGES = "pages are not in this build"
+NO_PAGES = "this build cannot write pages"
 FEW = 4
 
 

@@ -335,8 +335,8 @@ TEST(ReduceData, RandomCloudsGiveWhatTheTreesGive) {
         ++compared[static_cast<std::size_t>(expectAsByTrees(cellSize, points, intensities, origin))];
         ASSERT_FALSE(HasFailure()) << "round " << round;
     }
-    // One strategy to compare up to all: each has had its share of the clouds.
-    for (std::size_t i = 1; i < compared.size(); ++i)
+    // Two strategies, which take any cloud of this size, up to all: each has had its share of the clouds.
+    for (std::size_t i = 2; i < compared.size(); ++i)
         EXPECT_GT(compared[i], 50) << i;
 }
 

@@ -2,6 +2,8 @@
 """Several threads at once."""
 
 import gc
+import subprocess
+import sys
 import threading
 from concurrent.futures import ThreadPoolExecutor
 
@@ -16,6 +18,23 @@ THREADS = 4
 def in_threads(work, times=THREADS):
     with ThreadPoolExecutor(THREADS) as pool:
         return [future.result() for future in [pool.submit(work, number) for number in range(times)]]
+
+
+def test_the_first_arrays_of_a_process_may_come_in_several_threads_at_once():
+    program = """
+import threading
+import tidewatch as tw
+survey = tw.sample(20_000)
+barrier = threading.Barrier(4)
+def read():
+    barrier.wait()
+    survey[0]["coast"]["Positions"]
+threads = [threading.Thread(target=read) for _ in range(4)]
+for thread in threads: thread.start()
+for thread in threads: thread.join()
+"""
+    # A process of its own, which has no NumPy yet; it would wait forever.
+    subprocess.run([sys.executable, "-c", program], check=True, timeout=120)
 
 
 def test_python_goes_on_while_a_thread_works(quiet):
