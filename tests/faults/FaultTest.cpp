@@ -163,6 +163,8 @@ public:
     /// Runs the command without touching the outputs before.
     [[nodiscard]] ProgramResult runOnWhatIsThere(const std::function<void()>& prepare = {}) const {
         std::vector<std::string> arguments = command_.arguments;
+        // With threads, which call is the Nth would be chance.
+        arguments.insert(arguments.end(), {"--jobs", "1"});
         for (std::string& word : arguments) {
             if (word.starts_with("OUT"))
                 word.replace(0, 3, "out");
