@@ -73,6 +73,7 @@ Operation::Operation(const py::object& callable)
 Operation::~Operation() = default;
 
 void Operation::begin(const std::string& text, double total, const std::string& unit) {
+    end(); // what came before, so that its bar is full
     {
         const std::lock_guard lock(mutex_);
         state_ = {text, unit, total, 0, 0, 0, true};

@@ -4,7 +4,7 @@
 from __future__ import annotations
 
 import sys
-from typing import Any, Callable, Optional, Union
+from typing import Any, Callable, Optional, Tuple, Union
 
 #: Gets what is being done, how much of it is done, how much there is (0 if it is not known), and the unit of both.
 ProgressFunction = Callable[[str, float, float, str], Any]
@@ -17,13 +17,14 @@ class _Bars:
     def __init__(self, tqdm: Any) -> None:
         self._tqdm = tqdm
         self._bar: Any = None
-        self._text: Optional[str] = None
+        self._work: Optional[Tuple[float, str]] = None
 
     def __call__(self, text: str, done: float, total: float, unit: str) -> None:
-        if text != self._text:
+        if (total, unit) != self._work:
             self.close()
-            self._text = text
+            self._work = (total, unit)
             self._bar = self._tqdm(total=total or None, desc=text, unit=f" {unit}" if unit else "", unit_scale=bool(unit))
+        self._bar.set_description(text)
         self._bar.update(max(0, done - self._bar.n))
 
     def close(self) -> None:

@@ -3,25 +3,30 @@
 
 from __future__ import annotations
 
+import functools
+import inspect
 import re
 
 #: Options whose arguments have other names: the program's name, and what to write in Python.
 RENAMED = {"class": "classes", "no-thinning": "thinning=False", "crs": "crs"}
-_OPTIONS = (
-    "accept append box cell-size cell-types cells-as-points class color crs day exact-counts field filter-field "
-    "fragment-points grid grid-name last-wins las-version memory-limit merge no-thinning offset overwrite plain points "
-    "precision ref-level rename returns sandbox scale size slice-time strict tile-suffix tiles time uncompressed verify "
-    "year z-band").split()
-_FLAGS = set("append cells-as-points exact-counts last-wins merge overwrite plain strict tile-suffix tiles uncompressed "
-             "verify".split())
-_OPTION = re.compile(r"(?<![\w-])--(" + "|".join(sorted(_OPTIONS, key=len, reverse=True)) + r")(?![\w-])")
+_OPTION = re.compile(r"(?<![\w-])--([a-z]+(?:-[a-z]+)*)(?![\w-])")
+
+
+@functools.lru_cache(maxsize=None)
+def _arguments() -> dict[str, str]:
+    """The arguments of all functions that share their options with the program, as messages write them."""
+    from . import _calls  # which imports this module
+    return {
+        name: name + "=True" if isinstance(parameter.default, bool) else name
+        for function in (_calls.las, _calls.pcd, _calls.ascii, _calls.bundle, _calls.info, _calls.check, _calls.view,
+                         _calls.sample, _calls.open)
+        for name, parameter in inspect.signature(function).parameters.items()
+    }
 
 
 def _argument(match: re.Match[str]) -> str:
     name = match.group(1)
-    if name in RENAMED:
-        return RENAMED[name]
-    return name.replace("-", "_") + ("=True" if name in _FLAGS else "")
+    return RENAMED.get(name) or _arguments().get(name.replace("-", "_"), match.group())
 
 
 def in_python(text: str) -> str:

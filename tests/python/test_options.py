@@ -12,6 +12,7 @@ import pytest
 
 import tidewatch as tw
 from conftest import PROGRAM
+from tidewatch._words import in_python
 
 # What Python has in another way than by an argument of the same name.
 OTHER_NAMES = {"class": "classes", "no-thinning": "thinning", "rename": "rename"}
@@ -50,6 +51,17 @@ def test_every_option_of_the_program_is_an_argument_and_the_other_way_round(comm
     documented = inspect.getdoc(function) + inspect.getdoc(tw.las) + inspect.getdoc(tw.open)
     for name in arguments:
         assert re.search(rf"\b{name}\b", documented), name
+
+
+@pytest.mark.parametrize("command", ARGUMENTS_OF)
+def test_messages_name_arguments_and_not_options(command):
+    function, _ = ARGUMENTS_OF[command]
+    arguments = inspect.signature(function).parameters
+    for option in options_of(command) - OTHER_WAYS.keys() - OTHER_NAMES.keys():
+        name = option.replace("-", "_")
+        if name in arguments:
+            value = "=True" if isinstance(arguments[name].default, bool) else ""
+            assert in_python(f"--{option} takes a number") == f"{name}{value} takes a number"
 
 
 def test_every_command_is_a_function():

@@ -20,7 +20,7 @@ def test_a_function_is_told_what_is_done(quiet):
     tw.las(tw.sample(20000), "{time}.laz", grid="coast", time=0, progress=lambda *call: calls.append(call))
     texts = [call[0] for call in calls]
     assert any(text.startswith("writing") for text in texts)
-    assert {call[3] for call in calls} == {"points"} and {call[2] for call in calls} == {20000}
+    assert {call[2:] for call in calls} == {(20000, "points"), (1, "files")}
     assert all(0 <= done <= total for _, done, total, _ in calls) and calls[-1][1] == calls[-1][2]
 
 
@@ -64,6 +64,9 @@ def test_true_shows_bars_of_tqdm_or_lines(cloud, quiet, capsys, monkeypatch):
             assert self.open and more >= 0
             self.n += more
 
+        def set_description(self, text):
+            self.texts = getattr(self, "texts", []) + [text]
+
         def close(self):
             self.open = False
 
@@ -71,8 +74,10 @@ def test_true_shows_bars_of_tqdm_or_lines(cloud, quiet, capsys, monkeypatch):
     fake.tqdm = Bar
     monkeypatch.setitem(sys.modules, "tqdm.auto", fake)
     tw.las(cloud, "b.laz", progress=True)
-    assert bars and not any(bar.open for bar in bars) and bars[-1].n == 1000
-    assert bars[-1].options["total"] == 1000
+    assert bars and not any(bar.open for bar in bars)
+    assert all(bar.n == bar.options["total"] for bar in bars)
+    assert [bar.n for bar in bars] == [1000, 1]  # the points, and their file
+    assert "writing coast" in bars[0].texts
 
 
 def test_messages_of_exporters_go_to_logging(cloud, quiet, caplog, capfd):
