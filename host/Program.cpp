@@ -40,8 +40,8 @@ int runProgram(std::span<const char* const> arguments) {
     try {
         registerReaders();
         return std::visit([](const auto& request) { return request.run(); }, parseCommandLine(arguments));
-    } catch (const Interrupted&) {
-        return fail("interrupted; nothing was put in place", interrupted);
+    } catch (const Interrupted& interruption) {
+        return fail("interrupted; " + interruption.outcome, interrupted);
     } catch (const UsageError& error) {
         return fail(error.what(), wrongUsage);
     } catch (const std::bad_alloc&) {

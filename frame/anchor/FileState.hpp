@@ -3,6 +3,7 @@
 
 #include "anchor/Visibility.hpp"
 
+#include <compare>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -16,7 +17,7 @@ struct TIDEWATCH_API FileIdentity {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
 
-    friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+    friend auto operator<=>(const FileIdentity&, const FileIdentity&) = default;
 
     /// The file at a path, following links; nullopt if there is none.
     [[nodiscard]] static std::optional<FileIdentity> of(const std::filesystem::path& path);

@@ -31,11 +31,17 @@ public:
     /// if the slice has a grid of that name; the message names both origins.
     Anchor::StrongPtr<Grid> makeGrid(const std::string& name, const std::string& origin = {});
 
+    /// Adds a grid that another slice has, too, under its own name; both keep it alive. Throws as makeGrid() does.
+    void addGrid(const Anchor::StrongPtr<Grid>& grid);
+
     /// Releases a grid: its entry in the map expires unless somebody else holds the grid. An unknown name is
     /// not an error.
     void removeGrid(const std::string& name);
 
 private:
+    /// The entry for a grid that is to be added.
+    Anchor::WeakPtr<Grid>& freeEntry(const std::string& name, const std::string& origin);
+
     double time_;
     GridMap grids_;
     std::map<std::string, Anchor::StrongPtr<Grid>> kept_;

@@ -1,9 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/export/ExportCommand.hpp"
 
+#include "host/Interruption.hpp"
+#include "library/export/Export.hpp"
+#include "library/report/Wording.hpp"
+
 #include <utility>
 
+#include <fmt/format.h>
+
 namespace Tidewatch {
+
+namespace {
+
+/// Says of an interruption what is in place.
+const ExportReport& writeEach(Export& job) {
+    try {
+        return job.write();
+    } catch (const Interrupted&) {
+        const ExportReport& done = job.report();
+        throw Interrupted{fmt::format("{} of {} are in place; the same command with --skip-existing goes on",
+                                      grouped(done.done + done.existing), counted(done.outputs, "output"))};
+    }
+}
+
+} // namespace
 
 int runExport(std::string command, const ExportRequest& request, ExportOptions options,
               std::unique_ptr<const ExportFormat> format) {
@@ -14,7 +35,12 @@ int runExport(std::string command, const ExportRequest& request, ExportOptions o
     prepareInputs(read, options, *format);
     const Inputs inputs(read, report.bar());
     const LossPolicy policy = options.losses;
+    const bool isEach = options.each.isAsked();
     Export job(inputs, std::move(options), std::move(format), report.bar());
+    if (request.dryRun)
+        return report.printPlan(job.plan(), policy) ? 0 : 1;
+    if (isEach)
+        return report.printEach(writeEach(job), policy) ? 0 : 1;
     const ExportReport& done = job.write();
 
     report.printNotes(done.notes);

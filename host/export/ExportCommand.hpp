@@ -16,12 +16,15 @@ namespace Tidewatch {
 struct ExportRequest {
     InputOptions inputs;
     bool printParameters = false;
+    /// Says what would be written, and writes nothing.
+    bool dryRun = false;
     ReportOptions report;
 };
 
 /// Runs an export, reports what it did, and puts its files in place. Returns the exit status: 0, or 1 if the exporter
-/// recorded an error, nothing was written or a loss was refused. Throws Anchor::Error if an input cannot be read or a
-/// file cannot be written, and Interrupted; then nothing has been put in place unless the message says otherwise.
+/// recorded an error, nothing was written, a loss was refused, an output that stands by itself failed, or something
+/// would stand in the way. Throws Anchor::Error if an input cannot be read or a file cannot be written, and Interrupted;
+/// then nothing has been put in place unless the message says otherwise.
 [[nodiscard]] int runExport(std::string command, const ExportRequest& request, ExportOptions options,
                             std::unique_ptr<const ExportFormat> format);
 

@@ -5,6 +5,7 @@
 #include "anchor/names.hpp"
 #include "anchor/processLimits.hpp"
 #include "host/options/addOption.hpp"
+#include "library/input/fileLists.hpp"
 #include "library/options/OptionValues.hpp"
 #include "library/output/endsIn.hpp"
 #include "library/report/UsageError.hpp"
@@ -90,10 +91,33 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
     app.add_flag("--overwrite", overwrite, "replace existing files")->group(group);
 }
 
+void addEach(CLI::App& app, EachOutput& each) {
+    const std::string group = "Many outputs";
+    app.add_flag_callback(
+           "--together", [&] { each = {}; }, "put all files in place at the end, or none (default)")
+        ->excludes(
+            app.add_flag("--each", each.isPlaced, "put each output in place as soon as it is written")
+                ->group(group),
+            app.add_flag("--keep-going", each.keepsGoing,
+                         "go on with the others where one fails; implies --each")
+                ->group(group),
+            app.add_flag("--skip-existing", each.skipsExisting,
+                         "leave outputs that are there, so that an interrupted run goes on; implies --each")
+                ->group(group),
+            addValue(app, "--part", {"K/N", "K/N, such as 2/8"}, parsePart, each.part,
+                     "write only every Nth output, from the Kth: for N processes; implies --each")
+                ->group(group))
+        ->group(group);
+}
+
 /// The options of all exports except those of the output.
 void addExport(CLI::App& app, ExportRequest& request, ExportOptions& options) {
     app.add_flag("--last-wins", options.lastWins,
                  "let grids of one file name overwrite each other, as the exporters do")
+        ->group("Output");
+    addEach(app, options.each);
+    app.add_flag("--dry-run", request.dryRun,
+                 "write nothing; say what would be written, lost, and in the way")
         ->group("Output");
     addLosses(app, options.losses);
     addInputs(app, request.inputs);
@@ -127,7 +151,11 @@ void addFilters(CLI::App& app, Filters& filters) {
 
 void addInputs(CLI::App& app, InputOptions& inputs) {
     const std::string group = "Inputs";
-    app.add_option("INPUT", inputs.files, "bundle files (.h5), LAS or LAZ files, rasters")->required();
+    app.add_option_function<std::vector<std::string>>(
+           "INPUT", [&](const auto& arguments) { inputs.files = namedInputs(arguments); },
+           "bundle files (.h5), LAS or LAZ files, rasters; @LIST names a file with their names, a line each, and - stands "
+           "for such a list on standard input")
+        ->required();
     addValue(
         app, "--slice-time", {"T[,T...]", "a number, or as many as there are inputs"},
         [](std::string_view text) { return parseList(text, finiteNumber); }, inputs.sliceTimes,

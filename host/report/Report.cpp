@@ -32,35 +32,86 @@ Report::Report(const ReportOptions& options, std::string command)
 
 bool Report::acceptLosses(const std::vector<Loss>& losses, const LossPolicy& policy) {
     const bool isRefused = policy.refuses(losses);
-    for (const Loss& loss : policy.shown(losses, "; --json lists all")) {
-        if (isRefused)
-            messages_.error(loss.message);
-        else
-            messages_.warning(loss.message);
-    }
+    printLosses(losses, policy, isRefused);
     if (isRefused)
         messages_.error(
             "nothing was put in place, because --strict refuses losses; --accept says which are fine");
     return !isRefused;
 }
 
+void Report::printLosses(const std::vector<Loss>& losses, const LossPolicy& policy, bool asErrors) {
+    for (const Loss& loss : policy.shown(losses, "; --json lists all")) {
+        if (asErrors)
+            messages_.error(loss.message);
+        else
+            messages_.warning(loss.message);
+    }
+}
+
 void Report::printNotes(const std::vector<std::string>& notes) {
+    printFirst(notes, "remarks", &Messages::warning);
+}
+
+void Report::printFirst(const std::vector<std::string>& texts, std::string_view rest,
+                        void (Messages::*print)(std::string_view)) {
     constexpr std::size_t most = 8;
-    const std::size_t shown = notes.size() > most ? most - 1 : notes.size();
+    const std::size_t shown = texts.size() > most ? most - 1 : texts.size();
     for (std::size_t i = 0; i < shown; ++i)
-        messages_.warning(notes[i]);
-    if (shown != notes.size())
-        messages_.warning(
-            fmt::format("... and {} more remarks; --json lists all", grouped(notes.size() - shown)));
+        (messages_.*print)(texts[i]);
+    if (shown != texts.size())
+        (messages_.*
+         print)(fmt::format("... and {} more {}; --json lists all", grouped(texts.size() - shown), rest));
+}
+
+void Report::printText(const std::string& all, const std::string& onAScreen) const {
+    if (options_.quiet)
+        return;
+    if (::isatty(STDOUT_FILENO) == 1)
+        writeStandardOutput(Anchor::printableLines(onAScreen));
+    else
+        writeStandardOutput(all);
 }
 
 void Report::printSummary(const ExportReport& report) const {
     if (options_.json)
         writeStandardOutput(summaryJson(command_, report));
-    else if (!options_.quiet && ::isatty(STDOUT_FILENO) == 1)
-        writeStandardOutput(Anchor::printableLines(summaryText(report, filesOnAScreen)));
-    else if (!options_.quiet)
-        writeStandardOutput(summaryText(report));
+    else
+        printText(summaryText(report), summaryText(report, filesOnAScreen));
+}
+
+bool Report::printEach(const ExportReport& report, const LossPolicy& policy) {
+    printNotes(report.notes);
+    for (const std::string& error : report.errors)
+        messages_.error(error);
+    printLosses(report.losses, policy, false);
+    std::vector<std::string> failures;
+    for (const ExportReport::Failure& failure : report.failures)
+        failures.push_back(failure.message);
+    printFirst(failures, "failures", &Messages::error);
+    printSummary(report);
+    if (report.existing != 0)
+        messages_.note(fmt::format("tidewatch: {} of {} existed already", grouped(report.existing),
+                                   counted(report.outputs, "output")));
+    if (!failures.empty())
+        messages_.error(fmt::format("{} failed; {} of {} are in place", grouped(failures.size()),
+                                    grouped(report.done + report.existing),
+                                    counted(report.outputs, "output")));
+    else if (report.files.empty() && report.existing == 0)
+        messages_.error("nothing was written: " + report.whyNothing);
+    return failures.empty() && report.errors.empty() && (!report.files.empty() || report.existing != 0);
+}
+
+bool Report::printPlan(const ExportPlan& plan, const LossPolicy& policy) {
+    printNotes(plan.notes);
+    printLosses(plan.losses, policy, policy.refuses(plan.losses));
+    if (options_.json)
+        writeStandardOutput(planJson(command_, plan));
+    else
+        printText(planText(plan), planText(plan, filesOnAScreen));
+    printFirst(plan.obstacles, "obstacles", &Messages::error);
+    if (!plan.whyNothing.empty())
+        messages_.error("nothing would be written: " + plan.whyNothing);
+    return plan.obstacles.empty() && plan.whyNothing.empty();
 }
 
 } // namespace Tidewatch

@@ -3,6 +3,7 @@
 
 #include "host/report/Messages.hpp"
 #include "host/report/ProgressBar.hpp"
+#include "library/export/ExportPlan.hpp"
 #include "library/export/ExportReport.hpp"
 #include "library/report/Losses.hpp"
 
@@ -40,7 +41,18 @@ public:
     /// Writes the summary of the files in place to standard output. Throws Anchor::FileError.
     void printSummary(const ExportReport& report) const;
 
+    /// Prints what became of outputs that stand by themselves, and the summary. False if one failed.
+    [[nodiscard]] bool printEach(const ExportReport& report, const LossPolicy& policy);
+
+    /// Prints what would be done. False if something is in the way, or there is nothing to do.
+    [[nodiscard]] bool printPlan(const ExportPlan& plan, const LossPolicy& policy);
+
 private:
+    void printLosses(const std::vector<Loss>& losses, const LossPolicy& policy, bool asErrors);
+    void printFirst(const std::vector<std::string>& texts, std::string_view rest,
+                    void (Messages::*print)(std::string_view));
+    void printText(const std::string& all, const std::string& onAScreen) const;
+
     ReportOptions options_;
     Messages messages_;
     Anchor::StrongPtr<ProgressBar> bar_;

@@ -47,6 +47,57 @@ std::string summaryJson(const std::string& command, const ExportReport& report) 
         lost.push_back({{"kind", loss.kind}, {"message", loss.message}});
     document["notes"] = report.notes;
     document["errors"] = report.errors;
+    if (!report.isEach)
+        return jsonText(document);
+    document["outputs"] = {{"all", report.outputs}, {"written", report.done}, {"existing", report.existing}};
+    Json& failed = document["failures"] = Json::array();
+    for (const ExportReport::Failure& failure : report.failures) {
+        Json entry;
+        if (!failure.name.empty())
+            entry["output"] = failure.name;
+        entry["message"] = failure.message;
+        failed.push_back(std::move(entry));
+    }
+    return jsonText(document);
+}
+
+std::string planText(const ExportPlan& plan, std::size_t most) {
+    const std::size_t files = plan.files.size();
+    const std::size_t shown = files > most ? most - 1 : files;
+    std::uint64_t bytes = 0;
+    for (const ExportPlan::File& file : plan.files)
+        bytes += file.bytes;
+    std::string text;
+    for (std::size_t number = 0; number < shown; ++number) {
+        const ExportPlan::File& file = plan.files[number];
+        text += fmt::format("{}: at most {} {}, about {}{}\n", file.path, file.items, file.unit,
+                            memoryText(file.bytes), file.isCertain ? "" : ", if its array is as stated");
+    }
+    if (shown != files)
+        text += fmt::format("... and {} more files\n", grouped(files - shown));
+    text += fmt::format("{} and about {} would be written", counted(files, "file"), memoryText(bytes));
+    if (plan.existing != 0)
+        text += fmt::format("; {} exist already", counted(plan.existing, "output"));
+    return text + '\n';
+}
+
+std::string planJson(const std::string& command, const ExportPlan& plan) {
+    Json document;
+    document["command"] = command;
+    document["dryRun"] = true;
+    Json& list = document["files"] = Json::array();
+    for (const ExportPlan::File& file : plan.files)
+        list.push_back({{"path", file.path},
+                        {"grids", file.grids},
+                        {file.unit, file.items},
+                        {"bytes", file.bytes},
+                        {"certain", file.isCertain}});
+    Json& lost = document["losses"] = Json::array();
+    for (const Loss& loss : plan.losses)
+        lost.push_back({{"kind", loss.kind}, {"message", loss.message}});
+    document["notes"] = plan.notes;
+    document["obstacles"] = plan.obstacles;
+    document["outputs"] = {{"all", plan.outputs}, {"existing", plan.existing}};
     return jsonText(document);
 }
 

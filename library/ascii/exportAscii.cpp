@@ -43,7 +43,7 @@ public:
           planned_(
               context, scope,
               [&](const Sheaf::Grid& grid) { return planOf(grid, options.settings, context.selection); }),
-          bundle_(context.inputs.bundle()),
+          bundle_(scope.bundle),
           recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
           exporter_() {
         exporter_.FilterField = options.settings.filterField;
@@ -58,9 +58,8 @@ public:
         context.progress->begin("writing", planned_.elements(), "values");
         context.selection.forEachGrid(
             *bundle_, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-                if (scope.admits(time) && scope.admits(name))
-                    systems_[{time, name}] =
-                        prjOf(grid, planOf(grid, options.settings, context.selection), options.settings);
+                systems_[{time, name}] =
+                    prjOf(grid, planOf(grid, options.settings, context.selection), options.settings);
             });
         for (const auto& [key, system] : systems_)
             exporter_.setAdditions(key.first, key.second, system.additions);
@@ -125,20 +124,21 @@ public:
     std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override {
         std::vector<ExpectedFile> files;
         const auto addFilesOf = [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-            if (!scope.admits(time) || !scope.admits(name))
-                return;
             const AsciiPlan plan = planOf(grid, options_.settings, context.selection);
             const bool hasPrj = !prjOf(grid, plan, options_.settings).additions.prj.empty();
             for (const auto& fragment : plan.fragments) {
                 if (fragment.form == AsciiPlan::Form::None)
                     continue;
                 fs::path file = fs::path(scope.output) / fragment.file;
-                files.push_back({file, time, name, fragment.isCertain});
+                // Positions have three numbers.
+                const std::uint64_t lineBytes = fragment.field == "Positions" ? 36 : 10;
+                files.push_back(
+                    {file, time, name, fragment.elements, fragment.elements * lineBytes, fragment.isCertain});
                 if (hasPrj && fragment.form == AsciiPlan::Form::Grid)
-                    files.push_back({file.replace_extension(".prj"), time, name, fragment.isCertain});
+                    files.push_back({file.replace_extension(".prj"), time, name, 1, 0, fragment.isCertain});
             }
         };
-        context.selection.forEachGrid(*context.inputs.bundle(), addFilesOf);
+        context.selection.forEachGrid(*scope.bundle, addFilesOf);
         return files;
     }
 

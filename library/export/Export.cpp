@@ -3,6 +3,7 @@
 
 #include "anchor/Error.hpp"
 #include "library/ProgressParts.hpp"
+#include "library/export/runExporter.hpp"
 #include "library/output/FolderLock.hpp"
 #include "library/output/Placement.hpp"
 #include "library/output/StagingFolder.hpp"
@@ -15,33 +16,24 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include <fmt/format.h>
+#include <sys/statvfs.h>
 
 namespace Tidewatch {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-/// Where a file came from.
-struct Origin {
-    /// The grids for which it was written.
-    std::vector<const ExportedGrid*> grids;
-    /// The last entry for it in the exporter's record.
-    std::size_t lastRecord = 0;
-};
-
-fs::path relativeTo(const StagingFolder::Run& folder, const ConvLib::WrittenFile& file) {
-    return fs::path(file.path).lexically_relative(folder.path());
-}
 
 double elementsOf(const Sheaf::Grid& grid) {
     double sum = 0;
@@ -53,26 +45,15 @@ double elementsOf(const Sheaf::Grid& grid) {
     return sum;
 }
 
-/// The text with another name for a folder.
-std::string renamed(std::string text, const std::string& folder, const std::string& by) {
-    for (std::size_t place = 0; (place = text.find(folder, place)) != std::string::npos; place += by.size())
-        text.replace(place, folder.size(), by);
-    return text;
-}
-
-/// Returns what `work` does; errors about a folder name it as the user knows it.
-template <class Work>
-auto withFolderNamed(const std::string& folder, const std::string& name, Work&& work) {
-    try {
-        return work();
-    } catch (const Anchor::FormatError& error) {
-        throw Anchor::FormatError(renamed(error.what(), folder, name));
-    } catch (const Anchor::FileError& error) {
-        throw Anchor::FileError(renamed(error.what(), folder, name));
-    } catch (const fs::filesystem_error& error) {
-        throw Anchor::FileError(
-            fmt::format("{}: {}", renamed(error.path1().string(), folder, name), error.code().message()));
-    }
+/// The bytes that are free where a path is, or will be; nullopt if the system does not say.
+std::optional<std::uint64_t> freeBytes(fs::path folder) {
+    std::error_code ignored;
+    for (folder = fs::absolute(folder); !fs::exists(folder, ignored) && folder.has_relative_path();)
+        folder = folder.parent_path();
+    struct statvfs room {};
+    if (::statvfs(folder.c_str(), &room) != 0)
+        return std::nullopt;
+    return static_cast<std::uint64_t>(room.f_bavail) * room.f_frsize;
 }
 
 } // namespace
@@ -85,23 +66,38 @@ public:
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
+    ExportPlan plan();
     const ExportReport& write();
     const ExportReport& place();
     const ExportReport& placeUnlessRefused();
+    const ExportReport& report() const noexcept { return report_; }
 
 private:
-    using Grids = std::vector<const ExportedGrid*>;
+    using Scopes = std::vector<RunScope>;
 
-    void checkPlaces(const std::vector<RunScope>& scopes);
-    void runAll(const std::vector<RunScope>& scopes);
+    [[nodiscard]] ExportFormat::Context context() { return {inputs_, selection_, progress_}; }
+    Scopes planScopes();
+    void checkNames(const std::vector<ExpectedFile>& files) const;
+    void checkPlaces(const RunScope& scope, const std::vector<ExpectedFile>& files) const;
     static void requireFileName(const fs::path& file);
     [[noreturn]] void refuseOverwriting(const fs::path& file,
                                         const std::set<std::pair<double, std::string>>& grids) const;
-    bool runOnce(const RunScope& scope);
-    void collectFiles(ExportRun& run, const StagingFolder::Run& folder);
-    void noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids);
-    void noteSharedFiles(const std::vector<std::string>& files, const Grids& grids);
-    void noteProperties();
+    void begin();
+    void runTogether(const Scopes& scopes);
+    void runEach(const Scopes& scopes);
+    void runAlone(const RunScope& scope, const std::vector<ExpectedFile>& files);
+    /// How many of the files of an output are there already.
+    enum class Presence { None, Some, All };
+    [[nodiscard]] Presence presenceOf(const std::vector<ExpectedFile>& files) const;
+    void requireNoLosses(const RunScope& scope, const RunResult& result) const;
+    void stage(const RunResult& result, Placement::Mode mode);
+    void take(RunResult result);
+    void commit();
+    [[nodiscard]] Losses propertiesOf(const std::set<std::string>& exported) const;
+    void planFiles(ExportPlan& plan, const RunScope& scope, const std::vector<ExpectedFile>& files) const;
+    void planRun(ExportPlan& plan, Losses& losses, const RunScope& scope,
+                 const std::vector<ExpectedFile>& files);
+    void noteManyOutputs(std::vector<std::string>& notes, std::size_t outputs) const;
     [[nodiscard]] std::string whyNothing() const;
     [[nodiscard]] Placement::Mode mode() const;
     /// Where the unfinished files are.
@@ -118,7 +114,37 @@ private:
     std::vector<std::string> skipped_;
     std::vector<std::string> unmatched_;
     std::set<std::string> exported_;
+    /// The numbers of the inputs' reports, by grid.
+    std::map<std::string, std::vector<std::size_t>> reportsOf_;
+    /// Where outputs stand by themselves: what is in place.
+    std::set<std::string> placed_;
     ExportReport report_;
+};
+
+/// Gives each run its part of the progress, by the number of elements that it may read.
+class RunShares {
+public:
+    RunShares(const std::vector<RunScope>& scopes, double from, double to) : from_(from), to_(to) {
+        double sum = 0;
+        for (const RunScope& scope : scopes) {
+            sum += 1;
+            Selection(Filters{}).forEachGrid(
+                *scope.bundle,
+                [&](double, const std::string&, const Sheaf::Grid& grid) { sum += elementsOf(grid); });
+            ends_.push_back(sum);
+        }
+    }
+
+    void begin(std::size_t number, Progress& progress) const {
+        progress.part(share(number == 0 ? 0 : ends_[number - 1]), share(ends_[number]));
+    }
+
+private:
+    [[nodiscard]] double share(double done) const { return from_ + done / ends_.back() * (to_ - from_); }
+
+    double from_;
+    double to_;
+    std::vector<double> ends_;
 };
 
 Export::Impl::Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
@@ -130,6 +156,8 @@ Export::Impl::Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<
       selection_(options_.filters),
       placement_(options_.overwrite, inputs_.identities()) {
     report_.notes = inputs_.notes();
+    for (std::size_t number = 0; number < inputs_.reports().size(); ++number)
+        reportsOf_[inputs_.reports()[number]->grid()].push_back(number);
 }
 
 Export::Impl::~Impl() = default;
@@ -138,40 +166,209 @@ Placement::Mode Export::Impl::mode() const {
     return format_->addsToFiles() ? Placement::Mode::Append : Placement::Mode::Replace;
 }
 
-const ExportReport& Export::Impl::write() {
+Export::Impl::Scopes Export::Impl::planScopes() {
     unmatched_ = unmatchedFilters(options_.filters, std::array{inputs_.bundle()}, format_->namedFields());
     for (const std::string& text : unmatched_)
         losses_.add("filter", text);
-    const std::vector<RunScope> scopes = planRuns(options_.output, selection_, inputs_);
-    checkPlaces(scopes);
-    staging_.emplace(folder());
-    for (const std::string& leftover : staging_->leftovers())
-        report_.notes.push_back(leftover);
-    runAll(scopes);
+    Scopes scopes = planRuns(options_.output, selection_, inputs_);
+    if (const auto& part = options_.each.part) {
+        Scopes mine;
+        for (std::size_t number = 0; number < scopes.size(); ++number) {
+            if (part->contains(number))
+                mine.push_back(std::move(scopes[number]));
+        }
+        scopes = std::move(mine);
+    }
+    return scopes;
+}
+
+/// What was asked for takes so long that it should not be lost when it is interrupted.
+void Export::Impl::noteManyOutputs(std::vector<std::string>& notes, std::size_t outputs) const {
+    constexpr std::size_t many = 100;
+    if (outputs > many && !options_.each.isAsked())
+        notes.push_back(
+            fmt::format("all {} outputs are put in place together at the end; --each puts each in "
+                        "place when it is done, and --skip-existing goes on after an interruption",
+                        grouped(outputs)));
+}
+
+const ExportReport& Export::Impl::write() {
+    const Scopes scopes = planScopes();
+    report_.outputs = scopes.size();
+    noteManyOutputs(report_.notes, scopes.size());
+    if (options_.each.isAsked())
+        runEach(scopes);
+    else
+        runTogether(scopes);
+    losses_.add(propertiesOf(exported_));
     if (report_.files.empty())
         report_.whyNothing = whyNothing();
-    noteProperties();
     report_.losses = losses_.list(format_->name());
     return report_;
 }
 
+void Export::Impl::begin() {
+    staging_.emplace(folder());
+    for (const std::string& leftover : staging_->leftovers())
+        report_.notes.push_back(leftover);
+}
+
+void Export::Impl::runTogether(const Scopes& scopes) {
+    for (const RunScope& scope : scopes) {
+        const auto files = format_->expectedFiles(context(), scope);
+        checkPlaces(scope, files);
+        checkNames(files);
+    }
+    begin();
+    const RunShares shares(scopes, inputs_.shareDone(), ProgressParts::worked);
+    for (std::size_t number = 0; number < scopes.size(); ++number) {
+        shares.begin(number, *progress_);
+        const StagingFolder::Run folder = staging_->beginRun();
+        RunResult result = runExporter(*format_, context(), options_, scopes[number], folder);
+        report_.completed = result.completed && report_.completed;
+        stage(result, mode());
+        take(std::move(result));
+    }
+}
+
+/// Wrong usage is told before any work, and so is what stands in the way, unless the others shall be written anyway.
+void Export::Impl::runEach(const Scopes& scopes) {
+    const EachOutput& each = options_.each;
+    report_.isEach = report_.placed = true;
+    std::vector<std::vector<ExpectedFile>> files;
+    for (const RunScope& scope : scopes) {
+        files.push_back(format_->expectedFiles(context(), scope));
+        if (!each.keepsGoing && !each.skipsExisting)
+            checkPlaces(scope, files.back());
+        checkNames(files.back());
+    }
+    if (options_.losses.refuses(losses_.list(format_->name())))
+        throw UsageError(joined(unmatched_, "; ") + "; --strict refuses that");
+    begin();
+    for (const std::string& failure : inputs_.failures())
+        report_.failures.push_back({"", failure});
+    const RunShares shares(scopes, inputs_.shareDone(), 1);
+    for (std::size_t number = 0; number < scopes.size(); ++number) {
+        shares.begin(number, *progress_);
+        progress_->check();
+        try {
+            runAlone(scopes[number], files[number]);
+        } catch (const Anchor::Error& error) {
+            report_.failures.push_back({scopes[number].output, error.what()});
+            if (!each.keepsGoing)
+                break;
+        }
+        files[number] = {};
+    }
+    progress_->end();
+}
+
+/// Puts an output in place by itself, or throws.
+void Export::Impl::runAlone(const RunScope& scope, const std::vector<ExpectedFile>& files) {
+    Placement::Mode mode = this->mode();
+    if (const Presence there = presenceOf(files); there == Presence::All) {
+        ++report_.existing;
+        return;
+    } else if (there == Presence::Some) { // put in place before an interruption
+        mode = Placement::Mode::Overwrite;
+    } else {
+        checkPlaces(scope, files);
+    }
+    const StagingFolder::Run folder = staging_->beginRun();
+    const auto remove = [this](const StagingFolder::Run* run) { staging_->endRun(*run); };
+    const std::unique_ptr<const StagingFolder::Run, decltype(remove)> removed(&folder, remove);
+
+    RunResult result = runExporter(*format_, context(), options_, scope, folder);
+    if (!result.completed)
+        throw Anchor::FileError(fmt::format("{}: {}", scope.output, joined(result.errors, "; ")));
+    requireNoLosses(scope, result);
+    for (const RunResult::File& file : result.files) {
+        const bool isNew = placed_.insert(fs::absolute(file.file.path).lexically_normal()).second;
+        if (!isNew && !format_->addsToFiles())
+            throw Anchor::FileError(file.file.path + ": an earlier output of this run has this name");
+    }
+    stage(result, mode);
+    commit();
+    take(std::move(result));
+    ++report_.done;
+}
+
+/// How many of an output's files are there, where that matters.
+Export::Impl::Presence Export::Impl::presenceOf(const std::vector<ExpectedFile>& files) const {
+    if (!options_.each.skipsExisting)
+        return Presence::None;
+    std::set<fs::path> paths;
+    for (const ExpectedFile& file : files)
+        paths.insert(file.path);
+    const auto there = std::count_if(paths.begin(), paths.end(), [](const fs::path& path) {
+        std::error_code ignored;
+        return fs::is_regular_file(path, ignored);
+    });
+    if (there == 0)
+        return Presence::None;
+    return there == std::ssize(paths) ? Presence::All : Presence::Some;
+}
+
+void Export::Impl::requireNoLosses(const RunScope& scope, const RunResult& result) const {
+    Losses all = result.losses;
+    all.add(propertiesOf(result.exported));
+    const auto losses = all.list(format_->name());
+    if (!options_.losses.refuses(losses))
+        return;
+    std::vector<std::string> texts;
+    for (const Loss& loss : options_.losses.shown(losses, ""))
+        texts.push_back(loss.message);
+    throw Anchor::FileError(
+        fmt::format("{}: --strict refuses losses: {}", scope.output, joined(texts, "; ")));
+}
+
+/// The files of a run are to be put in place.
+void Export::Impl::stage(const RunResult& result, Placement::Mode mode) {
+    for (const RunResult::File& file : result.files)
+        placement_.add(file.staged, file.file.path, mode);
+}
+
+void Export::Impl::take(RunResult result) {
+    for (RunResult::File& file : result.files) {
+        report_.files.push_back(std::move(file.file));
+        report_.files.back().bytesBefore = placement_.bytesBefore(report_.files.back().path);
+    }
+    const auto append = [](std::vector<std::string>& to, std::vector<std::string>& from) {
+        to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
+    };
+    append(report_.notes, result.notes);
+    append(report_.errors, result.errors);
+    append(skipped_, result.skipped);
+    losses_.add(result.losses);
+    exported_.merge(result.exported);
+}
+
 const ExportReport& Export::Impl::place() {
-    if (!report_.completed)
+    if (!report_.completed || report_.placed)
         return report_;
-    const auto check = [this] { progress_->check(); };
-    check();
+    progress_->check();
     progress_->part(ProgressParts::worked, 1);
     progress_->begin("putting files in place", static_cast<double>(report_.files.size()), "files");
+    commit();
+    progress_->end();
+    for (ExportReport::File& file : report_.files)
+        file.bytesBefore = placement_.bytesBefore(file.path);
+    report_.done = report_.outputs;
+    report_.placed = true;
+    return report_;
+}
+
+/// Puts the files in place that were staged.
+void Export::Impl::commit() {
+    const auto check = [this] { progress_->check(); };
     std::optional<FolderLock> lock;
     if (format_->addsToFiles())
         lock.emplace(
             folder(), [this](const std::string& text) { progress_->waits(text); }, check);
-    placement_.commit(check, [this](std::size_t done) { progress_->piece(static_cast<double>(done), 0); });
-    progress_->end();
-    for (ExportReport::File& file : report_.files)
-        file.bytesBefore = placement_.bytesBefore(file.path);
-    report_.placed = true;
-    return report_;
+    placement_.commit(check, [this](std::size_t done) {
+        if (!options_.each.isAsked())
+            progress_->piece(static_cast<double>(done), 0);
+    });
 }
 
 const ExportReport& Export::Impl::placeUnlessRefused() {
@@ -179,44 +376,27 @@ const ExportReport& Export::Impl::placeUnlessRefused() {
     return isRefused ? report_ : place();
 }
 
-/// Runs share the progress by the number of elements that they may read.
-void Export::Impl::runAll(const std::vector<RunScope>& scopes) {
-    std::vector<double> ends;
-    double sum = 0;
-    for (const RunScope& scope : scopes) {
-        sum += 1;
-        selection_.forEachGrid(*inputs_.bundle(),
-                               [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-                                   if (scope.admits(time) && scope.admits(name))
-                                       sum += elementsOf(grid);
-                               });
-        ends.push_back(sum);
+/// Whether names are possible, and grids would overwrite each other.
+void Export::Impl::checkNames(const std::vector<ExpectedFile>& files) const {
+    std::map<fs::path, std::set<std::pair<double, std::string>>> gridsOf;
+    for (const ExpectedFile& file : files) {
+        requireFileName(file.path);
+        gridsOf[file.path].insert({file.time, file.grid});
     }
-    const auto share = [&](double done) {
-        return inputs_.shareDone() + done / sum * (ProgressParts::worked - inputs_.shareDone());
-    };
-    for (std::size_t number = 0; number < scopes.size(); ++number) {
-        progress_->part(share(number == 0 ? 0 : ends[number - 1]), share(ends[number]));
-        report_.completed = runOnce(scopes[number]) && report_.completed;
+    for (const auto& [file, grids] : gridsOf) {
+        if (grids.size() > 1 && !format_->addsToFiles() && !options_.lastWins)
+            refuseOverwriting(file, grids);
     }
 }
 
-void Export::Impl::checkPlaces(const std::vector<RunScope>& scopes) {
-    for (const RunScope& scope : scopes) {
-        if (format_->fillsFolder())
-            Placement::checkFolder(scope.output);
-        std::map<fs::path, std::set<std::pair<double, std::string>>> gridsOf;
-        std::set<fs::path> checked;
-        for (const ExpectedFile& file : format_->expectedFiles({inputs_, selection_, progress_}, scope)) {
-            requireFileName(file.path);
-            if (file.isCertain && checked.insert(file.path).second)
-                placement_.check(file.path, mode());
-            gridsOf[file.path].insert({file.time, file.grid});
-        }
-        for (const auto& [file, grids] : gridsOf) {
-            if (grids.size() > 1 && !format_->addsToFiles() && !options_.lastWins)
-                refuseOverwriting(file, grids);
-        }
+/// Whether something is in the way.
+void Export::Impl::checkPlaces(const RunScope& scope, const std::vector<ExpectedFile>& files) const {
+    if (format_->fillsFolder())
+        Placement::checkFolder(scope.output);
+    std::set<fs::path> checked;
+    for (const ExpectedFile& file : files) {
+        if (file.isCertain && checked.insert(file.path).second)
+            placement_.check(file.path, mode());
     }
 }
 
@@ -255,145 +435,109 @@ void Export::Impl::refuseOverwriting(const fs::path& file,
         fmt::format("{}: {} would overwrite each other; {}", file.string(), listed(texts), joined(remedies)));
 }
 
-bool Export::Impl::runOnce(const RunScope& scope) {
-    const StagingFolder::Run folder = staging_->beginRun();
-
-    const auto run = format_->makeRun({inputs_, selection_, progress_}, scope);
-    inputs_.expectFields(run->fieldsRead());
-    ConvLib::BasicConverterDefs& exporter = run->exporter();
-    exporter.bundleptr = inputs_.bundle();
-    // Only finished files are put in place, so nobody waits for single lines.
-    exporter.setFlushLines(false);
-    exporter.setWorkers(inputs_.workers());
-    options_.filters.applyTo(exporter);
-    if (options_.showSettings) {
-        exporter.OutputPath = scope.output;
-        const std::string text = exporter.printParameters() + exporter.printSecondary() + run->moreSettings();
-        options_.showSettings(text.starts_with('\n') ? text.substr(1) : text);
-    }
-    run->recorder().follow(exporter);
-    const fs::path name = format_->exporterOutput(scope);
-    exporter.OutputPath = (name.empty() ? folder.path() : folder.path() / name).string();
-
-    const fs::path output = scope.output;
-    const fs::path folderOfOutput = format_->fillsFolder() ? output : output.parent_path();
-    const std::string place = folderOfOutput.empty() ? "." : folderOfOutput.string();
-    const bool completed = withFolderNamed(folder.path().string(), place, [&] { return exporter.Run(); });
-    run->recorder().finish(exporter.writtenFiles());
-    progress_->check();
-    // Users know the output by its own name.
-    for (const std::string& error : exporter.Errors)
-        report_.errors.push_back(renamed(error, folder.path().string(), place));
-    if (completed)
-        collectFiles(*run, folder);
-    return completed;
+/// What the inputs of some grids have that the bundle has not.
+Losses Export::Impl::propertiesOf(const std::set<std::string>& exported) const {
+    Losses losses;
+    std::set<std::size_t> numbers;
+    const auto add = [&](const std::string& grid) {
+        if (const auto found = reportsOf_.find(grid); found != reportsOf_.end())
+            numbers.insert(found->second.begin(), found->second.end());
+    };
+    add(""); // files that are whole bundles
+    for (const std::string& grid : exported)
+        add(grid);
+    for (const std::size_t number : numbers)
+        losses.addProperties(*inputs_.reports()[number],
+                             inputs_.choosesByCellTypes() || format_->choosesByCellTypes());
+    return losses;
 }
 
-void Export::Impl::collectFiles(ExportRun& run, const StagingFolder::Run& folder) {
-    const RunScope& scope = run.recorder().scope();
-    const auto target = [&](const fs::path& file) { return format_->placeOf(scope, file); };
-    const auto& record = run.exporter().writtenFiles();
-    const std::vector<fs::path> files = folder.verify(record, target);
-
-    std::map<fs::path, Origin> originOf;
-    for (const ExportedGrid& grid : run.recorder().grids()) {
-        if (!grid.hasFiles()) {
-            const std::string where = gridAtTime(grid.name, grid.time);
-            const std::string why = run.whySkipped(grid);
-            skipped_.push_back(where + ": " + why);
-            losses_.addOf(where, "skipped", "not exported: " + why);
+/// What a run will write, and what is in its way.
+void Export::Impl::planFiles(ExportPlan& plan, const RunScope& scope,
+                             const std::vector<ExpectedFile>& files) const {
+    const auto check = [&](const auto& place) {
+        try {
+            place();
+        } catch (const Anchor::FileError& error) {
+            plan.obstacles.emplace_back(error.what());
         }
-        for (std::size_t number = grid.firstFile; number != grid.endFile; ++number) {
-            Origin& origin = originOf[relativeTo(folder, record[number])];
-            origin.lastRecord = number;
-            if (origin.grids.empty() || origin.grids.back() != &grid)
-                origin.grids.push_back(&grid);
+    };
+    if (format_->fillsFolder())
+        check([&] { Placement::checkFolder(scope.output); });
+    const Placement::Mode mode =
+        presenceOf(files) == Presence::Some ? Placement::Mode::Overwrite : this->mode();
+    std::map<fs::path, std::size_t> numberOf;
+    for (const ExpectedFile& file : files) {
+        const auto [entry, isNew] = numberOf.try_emplace(file.path, plan.files.size());
+        if (isNew) {
+            plan.files.push_back(
+                {file.path.string(), {}, 0, std::string(format_->unitOf(file.path)), 0, file.isCertain});
+            check([&] { placement_.check(file.path, mode); });
         }
+        ExportPlan::File& planned = plan.files[entry->second];
+        planned.grids.push_back(file.grid);
+        planned.items += file.items;
+        planned.bytes += file.bytes;
     }
-    std::set<const ExportedGrid*> inFiles;
-    std::set<const ExportedGrid*> withoutPoints;
-    std::map<Grids, std::vector<std::string>> sharedBy;
-    for (const fs::path& file : files) {
-        const Origin& origin = originOf.at(file);
-        const Grids& grids = origin.grids;
-        const std::size_t number = origin.lastRecord;
-        const fs::path place = target(file);
-        if (inputs_.isChosen() && record[number].items == 0) {
-            for (const ExportedGrid* const grid : grids)
-                withoutPoints.insert(grid);
-            continue;
-        }
-        withFolderNamed((folder.path() / file).string(), place.string(), [&] {
-            run.check({folder.path() / file, place, record[number], number, *grids.back()}, report_.notes);
+}
+
+/// What a run will drop.
+void Export::Impl::planRun(ExportPlan& plan, Losses& losses, const RunScope& scope,
+                           const std::vector<ExpectedFile>& files) {
+    std::set<std::pair<double, std::string>> written;
+    for (const ExpectedFile& file : files)
+        written.emplace(file.time, file.grid);
+    try {
+        const auto run = format_->makeRun(context(), scope);
+        selection_.forEachGrid(*scope.bundle, [&](double time, const std::string& name, const Sheaf::Grid&) {
+            const ExportedGrid grid{time, name};
+            if (!written.contains({time, name})) {
+                const std::string where = gridAtTime(name, time);
+                const std::string why = run->whySkipped(grid);
+                skipped_.push_back(where + ": " + why);
+                losses.addOf(where, "skipped", "not exported: " + why);
+                return;
+            }
+            run->findLosses(grid, losses);
+            exported_.insert(inputs_.inputGridOf(name));
         });
-        placement_.add(folder.name() / file, place, mode());
-        noteFile(place, record[number], grids);
-        if (format_->addsToFiles())
-            inFiles.insert(grids.begin(), grids.end());
-        else
-            inFiles.insert(grids.back());
-        if (grids.size() > 1)
-            sharedBy[grids].push_back(place.string());
+    } catch (const Anchor::LimitError& error) {
+        plan.obstacles.emplace_back(error.what());
     }
-    for (const ExportedGrid& grid : run.recorder().grids()) {
-        if (!inFiles.contains(&grid)) {
-            if (withoutPoints.contains(&grid))
-                skipped_.push_back(gridAtTime(grid.name, grid.time) + ": none of its points is chosen");
+}
+
+ExportPlan Export::Impl::plan() {
+    ExportPlan plan;
+    const Scopes scopes = planScopes();
+    plan.outputs = scopes.size();
+    plan.notes = report_.notes;
+    plan.obstacles = inputs_.failures();
+    noteManyOutputs(plan.notes, scopes.size());
+    Losses losses = losses_;
+    std::uint64_t bytes = 0;
+    for (const RunScope& scope : scopes) {
+        progress_->check();
+        const auto files = format_->expectedFiles(context(), scope);
+        checkNames(files);
+        if (presenceOf(files) == Presence::All) {
+            ++plan.existing;
             continue;
         }
-        exported_.insert(inputs_.inputGridOf(grid.name));
-        run.findLosses(grid, losses_);
+        planFiles(plan, scope, files);
+        planRun(plan, losses, scope, files);
     }
-    for (const auto& [grids, names] : sharedBy)
-        noteSharedFiles(names, grids);
-}
-
-void Export::Impl::noteFile(const fs::path& path, const ConvLib::WrittenFile& written, const Grids& grids) {
-    ExportReport::File file{path.string(),
-                            written.items,
-                            written.bytes,
-                            std::string(format_->unitOf(path)),
-                            std::nullopt,
-                            std::nullopt,
-                            0};
-    if (!grids.empty()) {
-        const ExportedGrid& last = *grids.back();
-        const auto differs = [&](auto member) {
-            return format_->addsToFiles() &&
-                   std::any_of(grids.begin(), grids.end(),
-                               [&](const ExportedGrid* grid) { return grid->*member != last.*member; });
-        };
-        if (!differs(&ExportedGrid::name))
-            file.grid = last.name;
-        if (!differs(&ExportedGrid::time))
-            file.time = last.time;
-    }
-    report_.files.push_back(std::move(file));
-}
-
-void Export::Impl::noteSharedFiles(const std::vector<std::string>& files, const Grids& grids) {
-    std::string text = listed(files);
-    text += files.size() == 1 ? " holds " : " hold ";
-
-    std::vector<std::string> names;
-    for (const ExportedGrid* const grid : grids)
-        names.push_back(gridAtTime(grid->name, grid->time));
-    if (format_->addsToFiles()) {
-        text += joined(names) + " one after the other";
-    } else {
-        text += names.back() + ", which overwrote ";
-        names.pop_back();
-        text += joined(names);
-    }
-    losses_.add(format_->addsToFiles() ? "joined" : "overwritten",
-                text + "; {grid} or {time} in OUTPUT keeps them apart");
-}
-
-void Export::Impl::noteProperties() {
-    for (const auto& report : inputs_.reports()) {
-        if (report->grid().empty() || exported_.contains(report->grid()))
-            losses_.addProperties(*report, inputs_.choosesByCellTypes() || format_->choosesByCellTypes());
-    }
+    losses.add(propertiesOf(exported_));
+    for (const ExportPlan::File& file : plan.files)
+        bytes += file.bytes;
+    if (const auto room = freeBytes(folder()); room && bytes > *room)
+        plan.obstacles.push_back(fmt::format("{}: {} are free, and the files take about {}",
+                                             folder().string(), memoryText(*room), memoryText(bytes)));
+    if (plan.files.empty() && plan.existing == 0)
+        plan.whyNothing = whyNothing();
+    plan.losses = losses.list(format_->name());
+    if (options_.losses.refuses(plan.losses))
+        plan.obstacles.emplace_back("--strict refuses losses");
+    return plan;
 }
 
 std::string Export::Impl::whyNothing() const {
@@ -417,6 +561,10 @@ void prepareInputs(InputOptions& inputs, ExportOptions& options, const ExportFor
         throw UsageError(
             "{tile} in OUTPUT is the name of a square, and --tile-size cuts points into squares");
     }
+    if (options.each.skipsExisting && format.addsToFiles())
+        throw UsageError("--skip-existing and --append exclude each other");
+    // Points of all inputs together would be too few without being wrong.
+    inputs.skipsUnreadable = options.each.keepsGoing && !inputs.merge && !inputs.tiles;
     selectInputs(inputs, options.filters);
 }
 
@@ -436,6 +584,14 @@ const ExportReport& Export::place() {
 
 const ExportReport& Export::placeUnlessRefused() {
     return impl_->placeUnlessRefused();
+}
+
+ExportPlan Export::plan() {
+    return impl_->plan();
+}
+
+const ExportReport& Export::report() const noexcept {
+    return impl_->report();
 }
 
 } // namespace Tidewatch

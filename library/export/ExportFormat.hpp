@@ -10,6 +10,7 @@
 #include "library/report/Losses.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -38,6 +39,9 @@ struct ExpectedFile {
     /// The grid that goes into it.
     double time;
     std::string grid;
+    /// The most items that the grid gives it, and about how many bytes.
+    std::uint64_t items = 0;
+    std::uint64_t bytes = 0;
     /// Whether it will be there in any case; else only if its array turns out to be what was stated.
     bool isCertain = true;
 };

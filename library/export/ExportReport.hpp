@@ -3,6 +3,7 @@
 
 #include "library/report/Losses.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,7 +26,22 @@ struct ExportReport {
         std::uint64_t bytesBefore = 0;
     };
 
+    /// An output, or an input, of which nothing was put in place.
+    struct Failure {
+        std::string name;
+        /// Names the file, too.
+        std::string message;
+    };
+
     std::vector<File> files;
+    /// The number of outputs that there are to write, and of those, where they stand by themselves, that were there
+    /// already or are done.
+    std::size_t outputs = 0;
+    std::size_t existing = 0;
+    std::size_t done = 0;
+    /// Whether outputs stand by themselves; only then are there failures.
+    bool isEach = false;
+    std::vector<Failure> failures;
     std::vector<Loss> losses;
     /// Remarks that are neither a loss nor an error.
     std::vector<std::string> notes;
@@ -35,7 +51,7 @@ struct ExportReport {
     bool completed = true;
     /// Why there are no files; empty if there are.
     std::string whyNothing;
-    /// Whether the files are in place.
+    /// Whether the files are in place; where outputs stand by themselves, all that are listed are.
     bool placed = false;
 };
 

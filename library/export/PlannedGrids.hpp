@@ -31,9 +31,7 @@ public:
     PlannedGrids(const ExportFormat::Context& context, const RunScope& scope,
                  const std::function<Plan(const Sheaf::Grid&)>& planOf) {
         context.selection.forEachGrid(
-            *context.inputs.bundle(), [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-                if (!scope.admits(time) || !scope.admits(name))
-                    return;
+            *scope.bundle, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
                 Grid planned{planOf(grid), std::nullopt};
                 if (const auto report = context.inputs.reportOf(name, grid.origin())) {
                     planned.inputStep = report->coordinateStep();

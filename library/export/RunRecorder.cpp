@@ -2,7 +2,6 @@
 #include "library/export/RunRecorder.hpp"
 
 #include "convlib/BasicConverterDefs.hpp"
-#include "convlib/Glob.hpp"
 
 #include <algorithm>
 
@@ -21,10 +20,6 @@ RunRecorder::~RunRecorder() = default;
 
 void RunRecorder::follow(ConvLib::BasicConverterDefs& exporter) {
     exporter_ = &exporter;
-    if (scope_.time)
-        exporter.TimeFilter = {{*scope_.time, *scope_.time}};
-    if (scope_.grid)
-        exporter.GridFilter = {ConvLib::globOf(*scope_.grid)};
     exporter.setObserver(Anchor::StrongPtr<RunObserver>(this));
     exporter.setStopQuestion([this] { goesOn(); });
 }

@@ -58,15 +58,14 @@ struct ExportedGrid {
     [[nodiscard]] Change changed(const std::string& attribute, ConvLib::ValueChange change) const;
 };
 
-/// Observes one run of an exporter: restricts it to its scope, connects it to the progress object, and records which
-/// grid became which files and how its values changed.
+/// Observes one run of an exporter: connects it to the progress object, and records which grid became which files and
+/// how its values changed.
 class TIDEWATCH_API RunRecorder : public ConvLib::RunObserver {
 public:
     RunRecorder(RunScope scope, Anchor::StrongPtr<Progress> progress);
     ~RunRecorder() override;
 
-    /// Sets the filters of an exporter, whose own filters must let the grids of the scope pass, and observes it from
-    /// now on.
+    /// Observes an exporter from now on.
     void follow(ConvLib::BasicConverterDefs& exporter);
 
     /// The run is over; `record` is the exporter's record of written files.

@@ -5,9 +5,11 @@
 #include "library/report/UsageError.hpp"
 #include "library/report/Wording.hpp"
 
+#include <compare>
+#include <cstddef>
 #include <filesystem>
 #include <map>
-#include <set>
+#include <optional>
 #include <utility>
 
 #include <fmt/format.h>
@@ -16,42 +18,55 @@ namespace Tidewatch {
 
 namespace {
 
-std::string described(const RunScope& scope) {
-    if (scope.grid && scope.time)
-        return gridAtTime(*scope.grid, *scope.time);
-    return scope.grid ? fmt::format("grid \"{}\"", *scope.grid) : "time " + shortestText(*scope.time);
-}
+/// What tells the runs of a pattern from each other.
+struct Key {
+    std::optional<double> time;
+    std::optional<std::string> grid;
+
+    auto operator<=>(const Key&) const = default;
+
+    [[nodiscard]] std::string described() const {
+        if (grid && time)
+            return gridAtTime(*grid, *time);
+        return grid ? fmt::format("grid \"{}\"", *grid) : "time " + shortestText(*time);
+    }
+};
 
 } // namespace
 
 std::vector<RunScope> planRuns(const OutputPattern& pattern, const Selection& selection,
                                const Inputs& inputs) {
     if (!pattern.isPerGrid() && !pattern.isPerTime() && !pattern.isPerTile())
-        return {{std::nullopt, std::nullopt, pattern.text()}};
+        return {{inputs.bundle(), pattern.text()}};
     std::vector<RunScope> runs;
-    std::set<std::pair<std::optional<double>, std::optional<std::string>>> known;
-    std::map<std::filesystem::path, std::size_t> runOf;
-    selection.forEachGrid(*inputs.bundle(), [&](double time, const std::string& grid, const Sheaf::Grid&) {
-        RunScope scope;
+    std::map<Key, std::size_t> runOfKey;
+    std::map<std::filesystem::path, const Key*> keyOfPlace;
+    const auto add = [&](double time, const Anchor::StrongPtr<Sheaf::Grid>& grid) {
+        const std::string& name = grid->name();
+        Key key;
         if (pattern.isPerTime())
-            scope.time = time;
+            key.time = time;
         if (pattern.isPerGrid() || pattern.isPerTile())
-            scope.grid = grid;
-        if (!known.emplace(scope.time, scope.grid).second)
-            return;
-        const TiledPoints::Tile* const tile = inputs.tileOf(grid);
-        if (pattern.isPerTile() && tile == nullptr)
-            throw UsageError(fmt::format("{}: {} is not cut into squares, so {{tile}} has no name for it; "
-                                         "--tile-size cuts points",
-                                         pattern.text(), gridAtTime(grid, time)));
-        scope.output =
-            pattern.fill(inputs.inputGridOf(grid), time, tile != nullptr ? tile->name : std::string());
-        const auto place = std::filesystem::absolute(scope.output).lexically_normal();
-        if (const auto [entry, isNew] = runOf.try_emplace(place, runs.size()); !isNew)
-            throw Anchor::FileError(fmt::format("{}: both {} and {} get this name", scope.output,
-                                                described(runs[entry->second]), described(scope)));
-        runs.push_back(std::move(scope));
-    });
+            key.grid = name;
+        const auto [entry, isNew] = runOfKey.try_emplace(std::move(key), runs.size());
+        if (isNew) {
+            const TiledPoints::Tile* const tile = inputs.tileOf(name);
+            if (pattern.isPerTile() && tile == nullptr)
+                throw UsageError(
+                    fmt::format("{}: {} is not cut into squares, so {{tile}} has no name for it; "
+                                "--tile-size cuts points",
+                                pattern.text(), gridAtTime(name, time)));
+            RunScope run{Anchor::makeStrong<Sheaf::Bundle>(),
+                         pattern.fill(inputs.inputGridOf(name), time, tile ? tile->name : std::string())};
+            const auto place = std::filesystem::absolute(run.output).lexically_normal();
+            if (const auto [other, isFree] = keyOfPlace.try_emplace(place, &entry->first); !isFree)
+                throw Anchor::FileError(fmt::format("{}: both {} and {} get this name", run.output,
+                                                    other->second->described(), entry->first.described()));
+            runs.push_back(std::move(run));
+        }
+        runs[entry->second].bundle->makeSlice(time)->addGrid(grid);
+    };
+    selection.forEachReference(*inputs.bundle(), add);
     return runs;
 }
 

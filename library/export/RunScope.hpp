@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/StrongPtr.hpp"
 #include "library/input/Filters.hpp"
 #include "library/input/Inputs.hpp"
 #include "library/output/OutputPattern.hpp"
+#include "sheaf/Bundle.hpp"
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,13 +14,9 @@ namespace Tidewatch {
 
 /// What one run of an exporter exports, and where its output goes.
 struct RunScope {
-    /// The only time or grid of the run; nullopt means all that the filters let pass.
-    std::optional<double> time;
-    std::optional<std::string> grid;
+    /// The slices and grids of the run; the filters apply to them.
+    Anchor::StrongPtr<Sheaf::Bundle> bundle;
     std::string output;
-
-    [[nodiscard]] bool admits(double runTime) const { return !time || *time == runTime; }
-    [[nodiscard]] bool admits(const std::string& runGrid) const { return !grid || *grid == runGrid; }
 };
 
 /// The runs that an output pattern requires: one, or one for each selected grid, square, time, or combination of

@@ -26,9 +26,9 @@ bool Selection::Run() {
     return false;
 }
 
-void Selection::forEachGrid(
+void Selection::forEachReference(
     const Sheaf::Bundle& bundle,
-    const std::function<void(double, const std::string&, const Sheaf::Grid&)>& visit) const {
+    const std::function<void(double, const Anchor::StrongPtr<Sheaf::Grid>&)>& visit) const {
     for (const auto& [time, weakSlice] : bundle.slices()) {
         const auto slice = weakSlice.lock();
         if (!slice || !UseThisTime(time))
@@ -36,9 +36,17 @@ void Selection::forEachGrid(
         for (const auto& [name, weakGrid] : slice->grids()) {
             const auto grid = weakGrid.lock();
             if (grid && UseThisGrid(name))
-                visit(time, name, *grid);
+                visit(time, grid);
         }
     }
+}
+
+void Selection::forEachGrid(
+    const Sheaf::Bundle& bundle,
+    const std::function<void(double, const std::string&, const Sheaf::Grid&)>& visit) const {
+    forEachReference(bundle, [&](double time, const Anchor::StrongPtr<Sheaf::Grid>& grid) {
+        visit(time, grid->name(), *grid);
+    });
 }
 
 namespace {

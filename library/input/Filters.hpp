@@ -34,6 +34,11 @@ public:
     void forEachGrid(const Sheaf::Bundle& bundle,
                      const std::function<void(double time, const std::string& name, const Sheaf::Grid& grid)>&
                          visit) const;
+
+    /// The same as references.
+    void forEachReference(
+        const Sheaf::Bundle& bundle,
+        const std::function<void(double time, const Anchor::StrongPtr<Sheaf::Grid>& grid)>& visit) const;
 };
 
 /// An option that names a field.

@@ -92,7 +92,7 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
             read.SliceTime = options.sliceTimes[times == 1 ? 0 : number];
         const auto into = options.merge ? Anchor::makeStrong<Sheaf::Bundle>() : bundle_;
         try {
-            reports_.push_back(ConvLib::readFile(*into, file, read));
+            addReport(ConvLib::readFile(*into, file, read));
         } catch (const Anchor::Error& error) {
             if (failures_.empty())
                 first = std::current_exception();
@@ -143,8 +143,17 @@ void Inputs::mergeAll(std::span<const MergeInput> inputs, const MergeOptions& op
     MergedGrids merged = mergeGrids(inputs, options);
     bundle_ = std::move(merged.bundle);
     addNotes(merged.notes);
-    if (!reports_.empty())
-        reports_ = {Anchor::makeStrong<MergedReport>(options.gridName, merged.origin, std::move(reports_))};
+    if (reports_.empty())
+        return;
+    auto report =
+        Anchor::makeStrong<MergedReport>(options.gridName, merged.origin, std::exchange(reports_, {}));
+    reportOf_.clear();
+    addReport(std::move(report));
+}
+
+void Inputs::addReport(Anchor::StrongPtr<ConvLib::InputReport> report) {
+    reportOf_.try_emplace({report->grid(), report->file()}, report);
+    reports_.push_back(std::move(report));
 }
 
 void Inputs::cutIntoTiles(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress) {
@@ -243,11 +252,8 @@ const std::string& Inputs::inputGridOf(const std::string& grid) const noexcept {
 
 Anchor::StrongPtr<ConvLib::InputReport> Inputs::reportOf(const std::string& grid,
                                                          const std::string& origin) const {
-    for (const auto& report : reports_) {
-        if (report->grid() == inputGridOf(grid) && report->file() == origin)
-            return report;
-    }
-    return nullptr;
+    const auto found = reportOf_.find({inputGridOf(grid), origin});
+    return found != reportOf_.end() ? found->second : nullptr;
 }
 
 } // namespace Tidewatch

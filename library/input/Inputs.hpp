@@ -25,6 +25,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Tidewatch {
@@ -144,6 +145,7 @@ public:
 private:
     class ExpectedFields;
 
+    void addReport(Anchor::StrongPtr<ConvLib::InputReport> report);
     void mergeAll(std::span<const MergeInput> inputs, const MergeOptions& options);
     [[nodiscard]] Anchor::StrongPtr<Sheaf::Bundle> prepared(Anchor::StrongPtr<Sheaf::Bundle> read,
                                                             const InputOptions& options,
@@ -154,6 +156,8 @@ private:
 
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     std::vector<Anchor::StrongPtr<ConvLib::InputReport>> reports_;
+    /// By grid and file.
+    std::map<std::pair<std::string, std::string>, Anchor::StrongPtr<ConvLib::InputReport>> reportOf_;
     std::vector<Anchor::FileIdentity> identities_;
     std::shared_ptr<ExpectedFields> expected_;
     Anchor::StrongPtr<Anchor::Workers> workers_;

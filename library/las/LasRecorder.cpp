@@ -62,9 +62,7 @@ LasRecorder::LasRecorder(RunScope scope, const Inputs& inputs, Selection& select
     const auto useField = [&](const std::string& field) { return selection.UseThisField(field); };
     std::uint64_t points = 0;
     selection.forEachGrid(
-        *inputs.bundle(), [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-            if (!this->scope().admits(time) || !this->scope().admits(name))
-                return;
+        *this->scope().bundle, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
             Grid known{LasPlan::of(grid, settings_, useField)};
             if (const auto report = inputs.reportOf(name, grid.origin()))
                 known.inputStep = report->coordinateStep().value_or(PhysicalSpace::vector{});

@@ -2,6 +2,7 @@
 #include "library/las/exportLas.hpp"
 
 #include "anchor/printable.hpp"
+#include "formats/las/PointLayout.hpp"
 #include "las/ExportPointCloudToLas.hpp"
 #include "las/LasPlan.hpp"
 #include "library/crs/gridSystem.hpp"
@@ -50,7 +51,7 @@ public:
            const RunScope& scope)
         : options_(options),
           settings_(settings),
-          bundle_(context.inputs.bundle()),
+          bundle_(scope.bundle),
           progress_(context.progress),
           // The exporter reads the positions for their box, then everything; the verification reads
           // everything again.
@@ -95,10 +96,8 @@ private:
 };
 
 void LasRun::addSystems(const ExportFormat::Context& context, const RunScope& scope) {
-    context.selection.forEachGrid(*context.inputs.bundle(),
+    context.selection.forEachGrid(*scope.bundle,
                                   [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-                                      if (!scope.admits(time) || !scope.admits(name))
-                                          return;
                                       WrittenSystem written = systemForLas(grid, settings_.version);
                                       exporter_.setAdditions(time, name, written.additions);
                                       systems_.try_emplace({time, name}, std::move(written));
@@ -227,6 +226,15 @@ private:
     LasSettings settings_;
 };
 
+/// About as many bytes as a point takes in a file.
+std::uint64_t bytesOfPoint(const LasPlan& plan, bool uncompressed) {
+    std::uint64_t bytes = Formats::Las::pointLayouts.at(plan.pointFormat).naturalSize;
+    for (const LasPlan::ExtraBytes& extra : plan.extras)
+        bytes += extra.size;
+    // Surveys are compressed to a fifth to a third.
+    return uncompressed ? bytes : bytes / 3;
+}
+
 std::vector<ExpectedFile> LasFormat::expectedFiles(const Context& context, const RunScope& scope) const {
     // Another field may become the positions.
     const bool isRenamed =
@@ -241,12 +249,13 @@ std::vector<ExpectedFile> LasFormat::expectedFiles(const Context& context, const
     const auto useField = [&](const std::string& field) { return context.selection.UseThisField(field); };
     std::vector<ExpectedFile> files;
     context.selection.forEachGrid(
-        *context.inputs.bundle(), [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-            if (!scope.admits(time) || !scope.admits(name))
-                return;
-            for (const LasPlan::Fragment& fragment : LasPlan::of(grid, settings, useField).fragments) {
+        *scope.bundle, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+            const LasPlan plan = LasPlan::of(grid, settings, useField);
+            const std::uint64_t pointBytes = bytesOfPoint(plan, settings.uncompressed);
+            for (const LasPlan::Fragment& fragment : plan.fragments) {
                 if (fragment.content != LasPlan::Content::Lattice && fragment.obstacle.empty())
-                    files.push_back({output.placeOf(fragment.file), time, name});
+                    files.push_back({output.placeOf(fragment.file), time, name, fragment.points,
+                                     fragment.points * pointBytes});
             }
         });
     return files;

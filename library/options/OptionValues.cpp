@@ -95,6 +95,17 @@ std::optional<unsigned> parseJobs(std::string_view text) {
     return number && *number >= 1 && *number <= most ? number : std::nullopt;
 }
 
+std::optional<Part> parsePart(std::string_view text) {
+    const std::size_t slash = text.find('/');
+    if (slash == std::string_view::npos)
+        return std::nullopt;
+    const auto number = parseNumber<std::size_t>(text.substr(0, slash));
+    const auto count = parseNumber<std::size_t>(text.substr(slash + 1));
+    if (!number || !count || *number < 1 || *number > *count)
+        return std::nullopt;
+    return Part{*number, *count};
+}
+
 std::optional<double> positiveNumber(std::string_view text) {
     const auto number = finiteNumber(text);
     return number && *number > 0 ? number : std::nullopt;

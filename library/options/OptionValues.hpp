@@ -4,6 +4,7 @@
 #include "anchor/Visibility.hpp"
 #include "convlib/BasicConverterDefs.hpp"
 #include "geom/MultiRange.hpp"
+#include "library/export/ExportOptions.hpp"
 #include "library/points/PointChoice.hpp"
 #include "library/view/viewPicture.hpp"
 
@@ -98,6 +99,9 @@ parseRanges(std::string_view text);
 
 /// How many processors to use, 1 to 1024.
 [[nodiscard]] TIDEWATCH_API std::optional<unsigned> parseJobs(std::string_view text);
+
+/// "2/8": a part of several, from 1.
+[[nodiscard]] TIDEWATCH_API std::optional<Part> parsePart(std::string_view text);
 
 /// A finite number greater than 0.
 [[nodiscard]] TIDEWATCH_API std::optional<double> positiveNumber(std::string_view text);

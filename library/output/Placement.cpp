@@ -100,7 +100,9 @@ private:
 
 Placement::Placement(bool overwrite, std::vector<Anchor::FileIdentity> inputs)
     : overwrite_(overwrite),
-      inputs_(std::move(inputs)) {}
+      inputs_(std::move(inputs)) {
+    std::sort(inputs_.begin(), inputs_.end());
+}
 
 void Placement::checkFolder(const fs::path& path) {
     struct stat status {};
@@ -117,7 +119,7 @@ void Placement::check(const fs::path& target, Mode mode) const {
         if (errno == ENOENT && ::lstat(target.c_str(), &link) == 0) {
             if (mode == Mode::Append)
                 throw Anchor::FileError(target.string() + ": is a broken link");
-            if (!overwrite_)
+            if (!overwrite_ && mode == Mode::Replace)
                 throw Anchor::FileError(target.string() + ": is already a link; --overwrite replaces it");
         }
         return;
@@ -127,7 +129,7 @@ void Placement::check(const fs::path& target, Mode mode) const {
     if (!S_ISREG(status.st_mode))
         throw Anchor::FileError(target.string() + ": exists and is not a regular file");
     const Anchor::FileIdentity identity = Anchor::FileState(status).identity;
-    if (std::find(inputs_.begin(), inputs_.end(), identity) != inputs_.end())
+    if (std::binary_search(inputs_.begin(), inputs_.end(), identity))
         throw Anchor::FileError(target.string() + ": the output is one of the inputs");
     if (!overwrite_ && mode == Mode::Replace)
         throw Anchor::FileError(target.string() + ": already exists; --overwrite replaces it");
@@ -172,49 +174,50 @@ void Placement::checkMount(const Move& move) {
 
 void Placement::commit(const std::function<void()>& check,
                        const std::function<void(std::size_t)>& isPrepared) {
+    std::vector<Move> moves;
+    moves.swap(moves_);
     std::set<fs::path> targets;
-    for (Move& move : moves_) {
+    for (Move& move : moves) {
         resolveTarget(move);
         if (!targets.insert(placeOf(move.target)).second)
             throw Anchor::FileError(move.target.string() + ": is the target of two files");
         checkMount(move);
     }
-    for (std::size_t number = 0; number != moves_.size(); ++number) {
-        prepare(moves_[number], check);
+    for (std::size_t number = 0; number != moves.size(); ++number) {
+        prepare(moves[number], check);
         if (isPrepared)
             isPrepared(number + 1);
     }
     CreatedFolders folders;
-    for (const Move& move : moves_) {
+    for (const Move& move : moves) {
         folders.create(move.target.parent_path());
         if (move.before)
             bytesBefore_[move.target] = move.before->size;
     }
-    for (const Move& move : moves_) {
+    for (const Move& move : moves) {
         if (move.before && Anchor::FileState::of(move.target) != move.before)
             throw Anchor::FileError(move.target.string() +
                                     ": the file was changed while it was being appended to");
     }
-    renameAll();
-    moves_.clear();
+    renameAll(moves);
 }
 
-void Placement::renameAll() const {
+void Placement::renameAll(const std::vector<Move>& moves) const {
     // Memory reserved for the message about a failed rename, in case memory has run out by then.
     std::size_t messageSize = 4096;
-    for (const Move& move : moves_)
+    for (const Move& move : moves)
         messageSize += 8 * move.target.native().size();
     auto reserve = std::make_unique<char[]>(messageSize);
-    for (std::size_t number = 0; number != moves_.size(); ++number) {
-        const Move& move = moves_[number];
-        const int failure =
-            renameFile(move.staged.c_str(), move.target.c_str(), overwrite_ || move.before.has_value());
+    for (std::size_t number = 0; number != moves.size(); ++number) {
+        const Move& move = moves[number];
+        const bool replaces = overwrite_ || move.mode == Mode::Overwrite || move.before.has_value();
+        const int failure = renameFile(move.staged.c_str(), move.target.c_str(), replaces);
         if (failure == 0)
             continue;
         const auto fail = [&] {
             std::string placed;
             for (std::size_t done = 0; done != number; ++done)
-                placed += (done == 0 ? "already in place: " : ", ") + moves_[done].target.string();
+                placed += (done == 0 ? "already in place: " : ", ") + moves[done].target.string();
             throw Anchor::FileError(fmt::format("{}: cannot be put in place: {} ({})", move.target.string(),
                                                 systemMessage(failure),
                                                 placed.empty() ? "nothing was put in place" : placed));

@@ -23,6 +23,8 @@ public:
     enum class Mode {
         /// It is replaced if that is allowed.
         Replace,
+        /// It is replaced in any case, unless it is one of the inputs.
+        Overwrite,
         /// The new content is appended to it.
         Append
     };
@@ -56,6 +58,8 @@ public:
     /// From the first rename on, running out of memory does no harm: either everything is in place, or the
     /// message says what is.
     ///
+    /// Afterwards, and after an exception, there is nothing left to move.
+    ///
     /// `isPrepared`, unless it is empty, gets the number of files that are ready to be renamed, each time one is.
     void commit(const std::function<void()>& check = {},
                 const std::function<void(std::size_t)>& isPrepared = {});
@@ -79,10 +83,10 @@ private:
     static void prepare(Move& move, const std::function<void()>& check);
     /// Throws if the file cannot be renamed to its target because they are on different mounts.
     static void checkMount(const Move& move);
-    void renameAll() const;
+    void renameAll(const std::vector<Move>& moves) const;
 
     bool overwrite_;
-    std::vector<Anchor::FileIdentity> inputs_;
+    std::vector<Anchor::FileIdentity> inputs_; // sorted
     std::vector<Move> moves_;
     std::map<std::filesystem::path, std::uint64_t> bytesBefore_;
 };

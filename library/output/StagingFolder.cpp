@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -21,6 +22,7 @@
 
 #include <fmt/format.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 namespace Tidewatch {
@@ -30,6 +32,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::string_view namePrefix = "tidewatch-";
+/// Of a folder without a note, as yet.
+constexpr std::string_view newPrefix = ".tidewatch-new-";
 constexpr const char* noteName = "note";
 constexpr std::string_view noteTitle = "unfinished files of tidewatch";
 
@@ -90,6 +94,23 @@ bool tryToLock(const Descriptor& file) {
     return ::flock(file.number(), LOCK_EX | LOCK_NB) == 0;
 }
 
+/// 0, or the error number; nothing is replaced.
+int renameFolder(const std::string& from, const std::string& to) noexcept {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return errno;
+    // Some file systems do not support this rename.
+    struct stat status {};
+    if (::lstat(to.c_str(), &status) == 0)
+        return EEXIST;
+    return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+bool isName(const std::string& name, std::string_view prefix) {
+    return name.starts_with(prefix) && name.size() == prefix.size() + 6;
+}
+
 } // namespace
 
 StagingFolder::StagingFolder(const fs::path& place) : place_(place) {
@@ -132,22 +153,48 @@ void StagingFolder::makeFolder() {
     };
     if (!placeHandle_.isOpen())
         fail(errno);
-    std::string pattern = (place_ / (std::string(namePrefix) + "XXXXXX")).string();
-    std::string name(namePrefix.size() + 6, '\0');
-    if (::mkdtemp(pattern.data()) == nullptr)
-        fail(errno);
+    // Until its note is there it has another name, so that whatever a killed process leaves can be told from the
+    // folders of others.
+    int error = EEXIST;
+    for (int attempt = 0; attempt < 100 && (error == EEXIST || error == ENOENT); ++attempt)
+        error = tryToMakeFolder();
+    if (error != 0)
+        fail(error);
+}
+
+/// 0, or the error number: EEXIST where the name is taken, ENOENT where somebody removed what had just been made.
+int StagingFolder::tryToMakeFolder() {
+    std::string made = (place_ / (std::string(newPrefix) + "XXXXXX")).string();
+    if (::mkdtemp(made.data()) == nullptr)
+        return errno;
     // From here on the destructor has to remove the folder; swap() cannot fail.
-    name.assign(pattern, pattern.size() - name.size());
+    std::string name = made.substr(made.size() - newPrefix.size() - 6);
     name_.swap(name);
-    const fs::path folder = pattern;
+    const fs::path folder = made;
+    // Whoever has the lock may remove the folder.
+    const Descriptor lock(::open(made.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    struct stat status {};
+    if (!lock.isOpen() || (::flock(lock.number(), LOCK_EX) == 0 && ::fstat(lock.number(), &status) == 0 &&
+                           status.st_nlink == 0)) {
+        name_.clear();
+        return ENOENT;
+    }
     note_ = Descriptor(::open((folder / noteName).c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!note_.isOpen())
-        fail(errno);
+        return errno;
     // On file systems without locks, the folder is never taken for an orphan, since locking always fails.
     (void)tryToLock(note_);
     const std::string text = Maker::thisProcess().text();
     if (const int error = writeAll(note_, text.data(), text.size()); error != 0)
-        fail(error);
+        return error;
+    std::string final = std::string(namePrefix) + made.substr(made.size() - 6);
+    if (const int error = renameFolder(made, (place_ / final).string()); error != 0) {
+        removeTree(placeHandle_.number(), name_.c_str());
+        name_.clear();
+        return error;
+    }
+    name_.swap(final);
+    return 0;
 }
 
 StagingFolder::Run::Run(fs::path name) : name_(std::move(name)) {
@@ -168,6 +215,10 @@ StagingFolder::Run StagingFolder::beginRun() {
     return Run(place_ / name_ / std::to_string(runs_++));
 }
 
+void StagingFolder::endRun(const Run& run) noexcept {
+    static_cast<void>(removeTree(AT_FDCWD, run.name_.c_str()));
+}
+
 void StagingFolder::removeOrphans() {
     const Maker self = Maker::thisProcess();
     std::vector<std::string> names;
@@ -178,7 +229,14 @@ void StagingFolder::removeOrphans() {
         return;
     }
     for (const std::string& name : names) {
-        if (!name.starts_with(namePrefix) || name.size() != namePrefix.size() + 6 || name == name_)
+        if (isName(name, newPrefix)) {
+            const Descriptor unfinished(
+                ::open((place_ / name).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (unfinished.isOpen() && tryToLock(unfinished))
+                removeTree(placeHandle_.number(), name.c_str());
+            continue;
+        }
+        if (!isName(name, namePrefix) || name == name_)
             continue;
         const Descriptor note(::open((place_ / name / noteName).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
         std::array<char, 1024> text{};

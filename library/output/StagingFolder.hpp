@@ -64,12 +64,16 @@ public:
     /// A folder for one more run. Throws Anchor::FileError.
     [[nodiscard]] Run beginRun();
 
+    /// Removes the folder of a run with what is left in it. What cannot be removed now is when the object is destroyed.
+    void endRun(const Run& run) noexcept;
+
     /// Messages about folders of unfinished files of other machines in the same output folder.
     [[nodiscard]] const std::vector<std::string>& leftovers() const noexcept { return leftovers_; }
 
 private:
     void makePlace(const std::filesystem::path& place);
     void makeFolder();
+    int tryToMakeFolder();
     void removeOrphans();
     void remove() noexcept;
 

@@ -43,7 +43,7 @@ class PcdRun final : public ExportRun {
 public:
     PcdRun(const PcdOptions& options, const ExportFormat::Context& context, const RunScope& scope)
         : planned_(plansOf(options, context, scope)),
-          bundle_(context.inputs.bundle()),
+          bundle_(scope.bundle),
           exporter_() {
         exporter_.RefLevel = options.refinementLevel;
         exporter_.Precision = options.precision;
@@ -212,12 +212,16 @@ public:
     std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override {
         requirePositions(context.selection);
         std::vector<ExpectedFile> files;
-        context.selection.forEachGrid(*context.inputs.bundle(),
-                                      [&](double time, const std::string& name, const Sheaf::Grid& grid) {
-                                          if (scope.admits(time) && scope.admits(name) &&
-                                              planOf(grid, options_, context.selection).obstacle.empty())
-                                              files.push_back({scope.output, time, name});
-                                      });
+        context.selection.forEachGrid(
+            *scope.bundle, [&](double time, const std::string& name, const Sheaf::Grid& grid) {
+                const PcdPlan plan = planOf(grid, options_, context.selection);
+                if (!plan.obstacle.empty())
+                    return;
+                // Three coordinates of some 12 characters, and two more values.
+                const std::uint64_t lineBytes = plan.isShaded() ? 50 : 36;
+                const std::uint64_t points = plan.elements(PcdPlan::Role::Positions);
+                files.push_back({scope.output, time, name, points, points * lineBytes});
+            });
         return files;
     }
 

@@ -49,13 +49,20 @@ void Losses::add(std::string_view kind, std::string message) {
 }
 
 void Losses::addOf(std::string_view where, std::string_view kind, std::string text) {
-    const auto known = std::find_if(others_.begin(), others_.end(), [&](const Entry& entry) {
-        return !entry.where.empty() && entry.loss.kind == kind && entry.loss.message == text;
-    });
-    if (known != others_.end())
-        known->where.emplace_back(where);
-    else
-        others_.push_back({{std::string(kind), std::move(text)}, {std::string(where)}});
+    const auto [entry, isNew] = shared_.try_emplace({std::string(kind), text}, others_.size());
+    if (isNew)
+        others_.push_back({{std::string(kind), std::move(text)}, {}});
+    others_[entry->second].where.emplace_back(where);
+}
+
+void Losses::add(const Losses& others) {
+    fields_.insert(others.fields_.begin(), others.fields_.end());
+    for (const auto& [loss, places] : others.others_) {
+        if (places.empty())
+            add(loss.kind, loss.message);
+        for (const std::string& where : places)
+            addOf(where, loss.kind, loss.message);
+    }
 }
 
 void Losses::addField(const std::string& name) {

@@ -4,10 +4,13 @@
 #include "convlib/InputReport.hpp"
 
 #include <array>
+#include <cstddef>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Tidewatch {
@@ -52,6 +55,9 @@ public:
     /// Adds the contents of an input file that are not in the bundle; `byCellTypes`: only cells of some types were taken.
     void addProperties(const ConvLib::InputReport& input, bool byCellTypes = false);
 
+    /// Adds those of another collection, as if they had been added one by one.
+    void add(const Losses& others);
+
     /// All of them, fields first. `format` is the name of the written format: "PCD".
     [[nodiscard]] std::vector<Loss> list(std::string_view format) const;
 
@@ -64,6 +70,8 @@ private:
 
     std::set<std::string> fields_;
     std::vector<Entry> others_;
+    /// The entries that name several grids or files, by kind and text.
+    std::map<std::pair<std::string, std::string>, std::size_t> shared_;
 };
 
 } // namespace Tidewatch

@@ -128,6 +128,25 @@ py::dict asDict(const ExportReport& report, const LossPolicy& policy,
     result["why_nothing"] = textOf(report.whyNothing);
     result["placed"] = report.placed;
     result["settings"] = asTexts(settings);
+    result["existing"] = report.existing;
+    py::list failures;
+    for (const ExportReport::Failure& failure : report.failures)
+        failures.append(textOf(failure.message));
+    result["failures"] = failures;
+    result["obstacles"] = py::list();
+    return result;
+}
+
+py::dict asDict(const ExportPlan& plan, const LossPolicy& policy) {
+    ExportReport report;
+    for (const ExportPlan::File& file : plan.files)
+        report.files.push_back({file.path, file.items, file.bytes, file.unit, std::nullopt, std::nullopt, 0});
+    report.losses = plan.losses;
+    report.notes = plan.notes;
+    report.whyNothing = plan.whyNothing;
+    report.existing = plan.existing;
+    py::dict result = asDict(report, policy);
+    result["obstacles"] = asTexts(plan.obstacles);
     return result;
 }
 
@@ -191,6 +210,7 @@ void takeExport(Given& given, const Name& output, ExportOptions& options) {
     options.output = OutputPattern(output.bytes);
     options.overwrite = given.flag("overwrite");
     options.lastWins = given.flag("last_wins");
+    takeEach(given, options.each);
     takeLosses(given, options.losses);
     takeFilters(given, options.filters);
 }
@@ -248,6 +268,7 @@ py::dict write(const char* call, const Source& source, const Name& output, py::d
     Given given(std::move(arguments));
     Reading reading(source, given);
     takeTiles(given, reading.options);
+    const bool isDryRun = given.flag("dry_run");
     Job job = makeJob(given, output, reading.options);
     given.requireAllTaken(call);
     prepareInputs(reading.options, job.options, *job.format);
@@ -255,12 +276,23 @@ py::dict write(const char* call, const Source& source, const Name& output, py::d
     std::vector<std::string> settings;
     job.options.showSettings = [&](const std::string& text) { settings.push_back(text); };
     const MaybeInUse used(reading.state);
-    const ExportReport report = perform(progress, [&](const auto& operation) {
+    const auto withExport = [&](const Anchor::StrongPtr<Operation>& operation, const auto& work) {
         const Inputs inputs = reading.read(operation);
         const AllFieldsAfterwards afterwards(inputs);
         Export run(inputs, std::move(job.options), std::move(job.format), operation);
-        run.write();
-        return run.placeUnlessRefused();
+        return work(run);
+    };
+    if (isDryRun) {
+        const ExportPlan plan = perform(progress, [&](const auto& operation) {
+            return withExport(operation, [](Export& run) { return run.plan(); });
+        });
+        return asDict(plan, policy);
+    }
+    const ExportReport report = perform(progress, [&](const auto& operation) {
+        return withExport(operation, [](Export& run) {
+            run.write();
+            return run.placeUnlessRefused();
+        });
     });
     return asDict(report, policy, settings);
 }

@@ -103,6 +103,13 @@ void takeTiles(Given& given, InputOptions& options) {
         options.tiles.emplace(TileOptions{TileLayout(*size, origin)});
 }
 
+void takeEach(Given& given, EachOutput& each) {
+    each.isPlaced = given.flag("each");
+    each.keepsGoing = given.flag("keep_going");
+    each.skipsExisting = given.flag("skip_existing");
+    given.value("part", "(k, n), such as (2, 8)", parsePart, each.part);
+}
+
 void takeFilters(Given& given, Filters& filters) {
     given.each("time", "a time, or (min, max)", parseTimeRange,
                [&](const auto& range) { filters.times.push_back(range); });

@@ -76,6 +76,9 @@ void takeJobs(Given& given, InputOptions& options);
 /// Takes the arguments about squares.
 void takeTiles(Given& given, InputOptions& options);
 
+/// Takes the arguments about outputs that stand by themselves.
+void takeEach(Given& given, EachOutput& each);
+
 void takeFilters(Given& given, Filters& filters);
 void takeLosses(Given& given, LossPolicy& policy);
 

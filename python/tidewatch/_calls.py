@@ -48,20 +48,26 @@ def _source(source: Source) -> Union[Bundle, List[bytes]]:
     return [os.fsencode(file) for file in files]
 
 
-def _reported(done: Dict[str, Any]) -> Report:
+def _reported(done: Dict[str, Any], keep_going: bool = False, dry_run: bool = False) -> Report:
     """Raises what an export failed with, and warns of the rest."""
     report = Report(done)
+    if dry_run:
+        return report
 
     def fail(kind: type, message: str) -> None:
         error = kind("; ".join(report.errors + [message]))
         error.report = report
         raise error
 
+    if report.failures and not keep_going:
+        fail(ExportError, report.failures[0])
+    for failure in report.failures:
+        _warn(RemarkWarning(failure))
     if not done["completed"]:
         fail(ExportError, "the export failed; nothing was put in place")
-    if not report.files:
+    if not report.files and not report.existing and not report.failures:
         fail(ExportError, "nothing was written: " + done["why_nothing"])
-    if done["refused"]:
+    if done["refused"] and not report.placed:
         texts = "\n".join(message for _, message in done["shown"])
         fail(LossError, f"nothing was put in place, because strict=True refuses losses; accept says which are fine:\n{texts}")
     for kind, message in done["shown"]:
@@ -145,7 +151,9 @@ def las(source: Source, output: PathLike, *, las_version: Union[None, str, float
         rename: Optional[Dict[str, str]] = None, plain: bool = False, scale: Union[None, Number, Sequence[Number]] = None,
         offset: Union[None, Number, Sequence[Number]] = None, verify: bool = False,
         time: Union[None, Range, Sequence[Range]] = None, grid: Optional[Text] = None, field: Optional[Text] = None,
-        overwrite: bool = False, last_wins: bool = False, strict: bool = False, accept: Optional[Text] = None,
+        overwrite: bool = False, last_wins: bool = False, each: bool = False, keep_going: bool = False,
+        skip_existing: bool = False, part: Union[None, Sequence[int], str] = None, dry_run: bool = False,
+        strict: bool = False, accept: Optional[Text] = None,
         slice_time: Union[None, Number, Sequence[Number]] = None, fragment_points: Optional[int] = None,
         memory_limit: Union[None, int, str] = None, sandbox: Optional[str] = None, crs: Any = None,
         classes: Union[None, int, Sequence[int], str] = None,
@@ -172,6 +180,12 @@ def las(source: Source, output: PathLike, *, las_version: Union[None, str, float
         time, grid, field: the times (6, (0, 6) or a list of these) and the patterns of names to write.
         overwrite: replace existing files.
         last_wins: grids of one file overwrite each other, and the last one remains.
+        each: put each output in place as soon as it is written, whatever becomes of the others.
+        keep_going: go on with the others where an output fails; the report has the failures. Implies each.
+        skip_existing: leave outputs that are there already, so that an interrupted job goes on. Implies each.
+        part: (k, n), write only every nth output from the kth: for n processes. Implies each.
+        dry_run: write nothing; the report says what would be written (at most so many items, about so many bytes), lost,
+            and in the way.
         strict: a loss is a `LossError`, and nothing is put in place.
         accept: kinds of losses that are fine: neither warned of nor refused.
         slice_time, fragment_points, memory_limit, sandbox, crs, classes, returns, box, cells_as_points, z_band, merge,
@@ -190,13 +204,15 @@ def las(source: Source, output: PathLike, *, las_version: Union[None, str, float
     """
     arguments = given(locals(), but=("source", "output", "progress"))
     with Shown(progress) as shown:
-        return _reported(_core.las(_source(source), os.fsencode(output), arguments, shown))
+        return _reported(_core.las(_source(source), os.fsencode(output), arguments, shown), keep_going, dry_run)
 
 
 def pcd(source: Source, output: PathLike, *, ref_level: Optional[int] = None, precision: Optional[int] = None,
         cell_size: Optional[Number] = None, thinning: bool = True, exact_counts: bool = False,
         time: Union[None, Range, Sequence[Range]] = None, grid: Optional[Text] = None, field: Optional[Text] = None,
-        overwrite: bool = False, last_wins: bool = False, strict: bool = False, accept: Optional[Text] = None,
+        overwrite: bool = False, last_wins: bool = False, each: bool = False, keep_going: bool = False,
+        skip_existing: bool = False, part: Union[None, Sequence[int], str] = None, dry_run: bool = False,
+        strict: bool = False, accept: Optional[Text] = None,
         slice_time: Union[None, Number, Sequence[Number]] = None, fragment_points: Optional[int] = None,
         memory_limit: Union[None, int, str] = None, sandbox: Optional[str] = None, crs: Any = None,
         classes: Union[None, int, Sequence[int], str] = None,
@@ -222,14 +238,16 @@ def pcd(source: Source, output: PathLike, *, ref_level: Optional[int] = None, pr
     if not thinning:
         arguments["no_thinning"] = True
     with Shown(progress) as shown:
-        return _reported(_core.pcd(_source(source), os.fsencode(output), arguments, shown))
+        return _reported(_core.pcd(_source(source), os.fsencode(output), arguments, shown), keep_going, dry_run)
 
 
 def ascii(source: Source, output: PathLike, *, ref_level: Optional[int] = None, precision: Optional[int] = None,
           append: bool = False, tile_suffix: bool = False, filter_field: Optional[str] = None,
           cell_types: Union[None, Range, Sequence[Range]] = None,
           time: Union[None, Range, Sequence[Range]] = None, grid: Optional[Text] = None, field: Optional[Text] = None,
-          overwrite: bool = False, last_wins: bool = False, strict: bool = False, accept: Optional[Text] = None,
+          overwrite: bool = False, last_wins: bool = False, each: bool = False, keep_going: bool = False,
+          skip_existing: bool = False, part: Union[None, Sequence[int], str] = None, dry_run: bool = False,
+          strict: bool = False, accept: Optional[Text] = None,
           slice_time: Union[None, Number, Sequence[Number]] = None, fragment_points: Optional[int] = None,
           memory_limit: Union[None, int, str] = None, sandbox: Optional[str] = None, crs: Any = None,
           classes: Union[None, int, Sequence[int], str] = None,
@@ -254,7 +272,7 @@ def ascii(source: Source, output: PathLike, *, ref_level: Optional[int] = None, 
     """
     arguments = given(locals(), but=("source", "output", "progress"))
     with Shown(progress) as shown:
-        return _reported(_core.ascii(_source(source), os.fsencode(output), arguments, shown))
+        return _reported(_core.ascii(_source(source), os.fsencode(output), arguments, shown), keep_going, dry_run)
 
 
 def bundle(source: Source, output: PathLike, *, overwrite: bool = False, strict: bool = False,

@@ -41,6 +41,11 @@ def _range(value: Any) -> Text:
     return ":".join(str(_text(end)) for end in ends)
 
 
+def _part(value: Any) -> Text:
+    """(2, 8) or "2/8"."""
+    return "/".join(str(_text(number)) for number in value) if _is_list(value) else _text(value)
+
+
 def _ranges(value: Any) -> List[Text]:
     """One range, or a list of them; two numbers in a tuple are the ends of one."""
     if isinstance(value, tuple) and len(value) == 2 and not any(_is_list(end) for end in value):
@@ -80,6 +85,7 @@ _FORMS: Dict[str, Callable[[Any], Union[Text, List[Text]]]] = {
     "classes": _joined,
     "returns": _joined,
     "box": _joined,
+    "part": _part,
     "scale": _joined,
     "offset": _joined,
     "tile_origin": _joined,

@@ -84,7 +84,7 @@ class Loss(NamedTuple):
 
 
 class Report(Sequence):
-    """What a call wrote: a sequence of `File`s, with losses, notes and errors."""
+    """What a call wrote, or with dry_run would write: a sequence of `File`s, with losses, notes and errors."""
 
     def __init__(self, done: Dict[str, Any]) -> None:
         self.files: List[File] = [File(**file) for file in done["files"]]
@@ -97,6 +97,12 @@ class Report(Sequence):
         self.placed: bool = done["placed"]
         #: The settings of the exporter, a text for each of its runs.
         self.settings: List[str] = list(done["settings"])
+        #: How many outputs were there already, with skip_existing.
+        self.existing: int = done.get("existing", 0)
+        #: What was wrong with outputs, or inputs, of which nothing is in place, with keep_going.
+        self.failures: List[str] = [in_python(text) for text in done.get("failures", [])]
+        #: With dry_run: what would end the call.
+        self.obstacles: List[str] = [in_python(text) for text in done.get("obstacles", [])]
 
     @overload
     def __getitem__(self, index: int) -> File: ...

@@ -22,6 +22,7 @@ OTHER_WAYS = {
     "quiet": "warnings.filterwarnings",
     "verbose": "logging, logger tidewatch",
     "print-parameters": "Report.settings",
+    "together": "each=False",
 }
 # The output is the second argument; a sample survey is a bundle in memory, which tw.bundle writes.
 ARGUMENTS_OF = {"las": (tw.las, {"output"}), "pcd": (tw.pcd, {"output"}), "ascii": (tw.ascii, {"output"}),

@@ -86,10 +86,9 @@ public:
     std::string_view unit() const override { return "labels"; }
     std::vector<ExpectedFile> expectedFiles(const Context& context, const RunScope& scope) const override {
         std::vector<ExpectedFile> files;
-        context.selection.forEachGrid(*context.inputs.bundle(),
+        context.selection.forEachGrid(*scope.bundle,
                                       [&](double time, const std::string& grid, const Sheaf::Grid&) {
-                                          if (scope.admits(time) && scope.admits(grid))
-                                              files.push_back({scope.output, time, grid});
+                                          files.push_back({scope.output, time, grid});
                                       });
         return files;
     }

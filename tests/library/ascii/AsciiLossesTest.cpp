@@ -34,12 +34,12 @@ public:
           inputs_(readBuilt(inputFolder_, std::move(build))),
           selection_(Filters{}),
           progress_(Anchor::makeStrong<Progress>()),
-          planned_({inputs_, selection_, progress_}, RunScope{},
+          planned_({inputs_, selection_, progress_}, RunScope{inputs_.bundle(), {}},
                    [&](const Sheaf::Grid& grid) {
                        return ExportLib::AsciiPlan::of(grid, settings_,
                                                        [](const std::string&) { return true; });
                    }),
-          recorder_(Anchor::makeStrong<RunRecorder>(RunScope{}, progress_)) {
+          recorder_(Anchor::makeStrong<RunRecorder>(RunScope{inputs_.bundle(), {}}, progress_)) {
         exporter_.FilterField = settings_.filterField;
         exporter_.RefLevel = settings_.refinementLevel;
         exporter_.Precision = settings_.precision;

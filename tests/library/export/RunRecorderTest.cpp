@@ -89,13 +89,6 @@ TEST(RunRecorder, LearnsWhichFragmentBecameWhichFiles) {
                                        "a Positions 1 1 2", "b Positions empty 2 2", "b Positions 0 2 3"));
 }
 
-TEST(RunRecorder, NarrowsTheRunToItsScope) {
-    Recorded recorded({{0, "a*", 1}, {1, "b", 1}, {1, "ab", 1}, {1, "a*", 1}}, {1.0, "a*", "x"});
-    recorded.run();
-    EXPECT_THAT(recorded.exporter.seen, ::testing::ElementsAre("a*", "Positions"));
-    EXPECT_EQ(recorded.recorder->grids().size(), 1U);
-}
-
 TEST(RunRecorder, TheExportersOwnFiltersStillHold) {
     Recorded recorded({{0, "a", 1}, {0, "b", 1}, {1, "b", 1}});
     recorded.exporter.GridFilter = {"b"};

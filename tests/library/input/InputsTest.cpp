@@ -2,6 +2,7 @@
 #include "library/input/Inputs.hpp"
 
 #include "convlib/Reader.hpp"
+#include "library/BuildingReader.hpp"
 #include "support/BundleBuilder.hpp"
 #include "support/TemporaryFolder.hpp"
 
@@ -18,10 +19,10 @@ public:
     bool recognises(const std::string& path, std::span<const std::byte>) const override {
         return path.ends_with(".kept");
     }
-    Anchor::StrongPtr<ConvLib::InputReport> read(Sheaf::Bundle&, const std::string&,
+    Anchor::StrongPtr<ConvLib::InputReport> read(Sheaf::Bundle&, const std::string& path,
                                                  const ConvLib::ReadOptions& options) const override {
         kept_ = options;
-        return nullptr;
+        return Anchor::makeStrong<BuiltReport>(path, std::vector<std::string>{});
     }
 
 private:

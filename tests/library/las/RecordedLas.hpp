@@ -24,8 +24,8 @@ public:
         : settings_(completed(std::move(settings))),
           inputs_(readBuilt(folder_, std::move(build))),
           selection_(filters),
-          recorder_(Anchor::makeStrong<LasRecorder>(RunScope{}, inputs_, selection_, settings_, 2U,
-                                                    Anchor::makeStrong<Progress>())) {
+          recorder_(Anchor::makeStrong<LasRecorder>(RunScope{inputs_.bundle(), {}}, inputs_, selection_,
+                                                    settings_, 2U, Anchor::makeStrong<Progress>())) {
         exporter_.Version = settings_.version;
         exporter_.tiles = settings_.tiles;
         exporter_.uncompressed = settings_.uncompressed;
