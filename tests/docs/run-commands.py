@@ -65,6 +65,7 @@ class Workplace:
 
 def prepare_files(place, with_rasters):
     """The files that the pages use."""
+    (place.prepared / "list.txt").write_text("morning.laz\nevening.laz\n")
     for command in (
             "tidewatch sample --points 4000 -o tides.h5",
             "tidewatch las tides.h5 --grid coast --time 0 -o survey.laz --crs EPSG:25832",
