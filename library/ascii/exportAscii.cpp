@@ -9,7 +9,10 @@
 #include "library/report/Wording.hpp"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -80,6 +83,16 @@ public:
         const PlannedTexts::Grid* const grid = planned_.find(exported);
         return grid != nullptr && !grid->plan.obstacle.empty() ? grid->plan.obstacle
                                                                : "its arrays are not of their fields' types";
+    }
+
+    std::optional<std::uint64_t> itemsOf(const ExportedGrid& exported) const override {
+        const auto& record = exporter_.writtenFiles();
+        std::uint64_t items = 0;
+        for (const ExportedGrid::Fragment& fragment : exported.fragments) {
+            for (std::size_t number = fragment.firstFile; number != fragment.endFile; ++number)
+                items += fs::path(record[number].path).extension() == ".prj" ? 0 : fragment.elements;
+        }
+        return items;
     }
 
     void findLosses(const ExportedGrid& exported, Losses& losses) const override {

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -63,6 +64,10 @@ public:
 
     /// After the run: why a grid that was started got no file.
     [[nodiscard]] virtual std::string whySkipped(const ExportedGrid& grid) const = 0;
+
+    /// After the run: how many items a grid's files hold if everything that the exporter took up is in them; nullopt if
+    /// that depends on the values.
+    [[nodiscard]] virtual std::optional<std::uint64_t> itemsOf(const ExportedGrid& grid) const = 0;
 
     /// After the run: checks a file, as far as the format knows its expected content. Throws Anchor::Error if it is
     /// wrong; adds remarks that are not errors to `notes`.

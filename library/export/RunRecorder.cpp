@@ -59,14 +59,14 @@ void RunRecorder::gridBegins(double time, const std::string& grid) {
     progress_->say("writing " + grid);
 }
 
-void RunRecorder::recordFragment(std::string_view field, std::string_view fragment) {
+void RunRecorder::recordFragment(std::string_view field, std::string_view fragment, std::uint64_t elements) {
     endFragment();
     grids_.back().fragments.push_back(
-        {std::string(field), std::string(fragment), filesSoFar(), filesSoFar()});
+        {std::string(field), std::string(fragment), filesSoFar(), filesSoFar(), elements});
 }
 
 void RunRecorder::fragmentBegins(std::string_view field, std::string_view fragment, std::uint64_t elements) {
-    recordFragment(field, fragment);
+    recordFragment(field, fragment, elements);
     const auto size = static_cast<double>(elements);
     progress_->piece(done_, size);
     done_ += size;

@@ -37,6 +37,8 @@ struct ExportedGrid {
         std::string fragment;
         std::size_t firstFile = 0;
         std::size_t endFile = 0;
+        /// As announced.
+        std::uint64_t elements = 0;
     };
     /// In the order of the run.
     std::vector<Fragment> fragments = {};
@@ -87,7 +89,7 @@ protected:
 
     /// Records a grid and a fragment without reporting progress.
     void recordGrid(double time, const std::string& grid);
-    void recordFragment(std::string_view field, std::string_view fragment);
+    void recordFragment(std::string_view field, std::string_view fragment, std::uint64_t elements);
 
     [[nodiscard]] Progress& progress() const noexcept { return *progress_; }
     /// The length of the exporter's record.

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <utility>
@@ -69,6 +70,7 @@ private:
     using Grids = std::vector<const ExportedGrid*>;
 
     void collectFiles(ExportRun& run);
+    void checkCount(ExportRun& run, const ExportedGrid& grid) const;
     void noteFile(const fs::path& staged, const fs::path& place, const ConvLib::WrittenFile& written,
                   const Grids& grids);
     void noteSharedFiles(const std::vector<std::string>& files, const Grids& grids);
@@ -163,14 +165,34 @@ void Runner::collectFiles(ExportRun& run) {
     for (const ExportedGrid& grid : run.recorder().grids()) {
         if (!inFiles.contains(&grid)) {
             if (withoutPoints.contains(&grid))
-                result_.skipped.push_back(gridAtTime(grid.name, grid.time) + ": none of its points is chosen");
+                result_.skipped.push_back(gridAtTime(grid.name, grid.time) +
+                                          ": none of its points is chosen");
             continue;
         }
+        checkCount(run, grid);
         result_.exported.insert(inputs.inputGridOf(grid.name));
         run.findLosses(grid, result_.losses);
     }
     for (const auto& [grids, names] : sharedBy)
         noteSharedFiles(names, grids);
+}
+
+/// What goes in comes out.
+void Runner::checkCount(ExportRun& run, const ExportedGrid& grid) const {
+    const auto expected = run.itemsOf(grid);
+    if (!expected)
+        return;
+    std::uint64_t written = 0;
+    for (std::size_t number = grid.firstFile; number != grid.endFile; ++number) {
+        const ConvLib::WrittenFile& file = run.exporter().writtenFiles()[number];
+        if (format_.unitOf(file.path) != "text")
+            written += file.items;
+    }
+    // Of chosen points, only the most that there can be was known.
+    if (context_.inputs.isChosen() ? written > *expected : written != *expected)
+        throw Anchor::FileError(fmt::format("{}: {} were to be written, and {} were",
+                                            gridAtTime(grid.name, grid.time), counted(*expected, "element"),
+                                            grouped(written)));
 }
 
 void Runner::noteFile(const fs::path& staged, const fs::path& place, const ConvLib::WrittenFile& written,
@@ -212,7 +234,7 @@ void Runner::noteSharedFiles(const std::vector<std::string>& files, const Grids&
         text += joined(names);
     }
     result_.losses.add(format_.addsToFiles() ? "joined" : "overwritten",
-                text + "; {grid} or {time} in OUTPUT keeps them apart");
+                       text + "; {grid} or {time} in OUTPUT keeps them apart");
 }
 
 } // namespace

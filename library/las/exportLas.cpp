@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <set>
 #include <utility>
 #include <vector>
@@ -75,6 +76,17 @@ public:
                    : "its positions are a uniform lattice, not points" + std::string(cellsRemedy);
     }
 
+    std::optional<std::uint64_t> itemsOf(const ExportedGrid& exported) const override {
+        const LasRecorder::Grid* const grid = recorder_->find(exported);
+        if (grid == nullptr)
+            return std::nullopt;
+        std::uint64_t points = 0;
+        for (const LasRecorder::File& file : grid->files) {
+            for (const LasPlan::Fragment* const fragment : file.fragments)
+                points += fragment->points;
+        }
+        return points;
+    }
     void check(const FinishedFile& file, std::vector<std::string>& notes) override;
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 

@@ -36,7 +36,7 @@ void PcdRecorder::gridBegins(double time, const std::string& grid) {
 }
 
 void PcdRecorder::fragmentBegins(std::string_view field, std::string_view fragment, std::uint64_t elements) {
-    recordFragment(field, fragment);
+    recordFragment(field, fragment, elements);
     progress().piece(before_ + read_, static_cast<double>(elements));
     read_ += static_cast<double>(elements);
 }

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -77,6 +78,13 @@ public:
             return "its arrays of positions contain no points";
         const auto source = findGrid(*bundle_, exported);
         return grid->plan.obstacle + std::string(source && hasCells(*source) ? cellsRemedy : "");
+    }
+
+    std::optional<std::uint64_t> itemsOf(const ExportedGrid& exported) const override {
+        const PlannedPcds::Grid* const grid = planned_.find(exported);
+        if (grid == nullptr || exporter_.Thinning)
+            return std::nullopt;
+        return grid->plan.elements(PcdPlan::Role::Positions);
     }
 
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;

@@ -69,10 +69,13 @@ public:
     std::set<std::string> fieldsRead() const override { return {"Label"}; }
     std::string moreSettings() const override { return "\nMore: 1 "; }
     std::string whySkipped(const ExportedGrid&) const override { return "it is empty"; }
+    std::optional<std::uint64_t> itemsOf(const ExportedGrid&) const override { return expectedItems; }
     void findLosses(const ExportedGrid& grid, Losses& losses) const override {
         if (grid.name == "lossy")
             losses.add("rounding", "lossy loses");
     }
+
+    std::optional<std::uint64_t> expectedItems;
 
 private:
     Anchor::StrongPtr<RunRecorder> recorder_;
@@ -96,11 +99,13 @@ public:
         auto run = std::make_unique<LabelRun>(scope, context.progress);
         run->exporter().atTheEnd = atTheEnd;
         run->exporter().result = result;
+        run->expectedItems = expectedItems;
         return run;
     }
 
     std::function<void(LabelExporter&)> atTheEnd;
     bool result = true;
+    std::optional<std::uint64_t> expectedItems;
 };
 
 class ExportTest : public ::testing::Test {
@@ -183,6 +188,62 @@ TEST_F(ExportTest, FurtherFilesOfTheExporterKeepTheirNames) {
     EXPECT_EQ(run("cloud", {{0, "g"}}), 0);
     EXPECT_EQ(files(), (Files{{"cloud", "0 g"}, {"more/", ""}, {"more/x", "tile"}}));
     EXPECT_THAT(out, HasSubstr("more/x: 1 labels, 4 bytes\n"));
+}
+
+TEST_F(ExportTest, FewerItemsThanTheExporterTookUpAreAnError) {
+    format.expectedItems = 1;
+    EXPECT_EQ(run("a.lbl", {{0, "g"}}), 0);
+    format.expectedItems = 2;
+    EXPECT_EQ(run("b.lbl", {{0, "g"}}), std::nullopt);
+    EXPECT_EQ(thrown, "grid \"g\" at time 0: 2 elements were to be written, and 1 were");
+    EXPECT_EQ(files(), (Files{{"a.lbl", "0 g"}}));
+}
+
+TEST_F(ExportTest, OutputsThatStandByThemselvesArePlacedOneByOne) {
+    options.each.isPlaced = true;
+    std::vector<Files> seen;
+    format.atTheEnd = [&](LabelExporter&) {
+        Files placed = files();
+        std::erase_if(placed, [](const auto& entry) { return entry.first.starts_with("tidewatch-"); });
+        seen.push_back(placed);
+    };
+    EXPECT_EQ(run("{grid}.lbl", {{0, "a"}, {0, "b"}, {0, "c"}}), 0);
+    EXPECT_EQ(seen, (std::vector<Files>{{}, {{"a.lbl", "0 a"}}, {{"a.lbl", "0 a"}, {"b.lbl", "0 b"}}}));
+    EXPECT_EQ(files(), (Files{{"a.lbl", "0 a"}, {"b.lbl", "0 b"}, {"c.lbl", "0 c"}}));
+}
+
+TEST_F(ExportTest, AFailureAmongOutputsThatStandByThemselves) {
+    options.each.isPlaced = true;
+    int runs = 0;
+    format.atTheEnd = [&](LabelExporter&) {
+        if (++runs == 2)
+            throw Anchor::FormatError("second: is damaged");
+    };
+    EXPECT_EQ(run("{grid}.lbl", {{0, "a"}, {0, "b"}, {0, "c"}}), 1);
+    EXPECT_EQ(files(), (Files{{"a.lbl", "0 a"}}));
+    EXPECT_THAT(err, HasSubstr("second: is damaged\ntidewatch: 1 failed; 1 of 3 outputs are in place\n"));
+    runs = 0;
+    options.overwrite = options.each.keepsGoing = true;
+    EXPECT_EQ(run("{grid}.lbl", {{0, "a"}, {0, "b"}, {0, "c"}}), 1);
+    EXPECT_EQ(files(), (Files{{"a.lbl", "0 a"}, {"c.lbl", "0 c"}}));
+}
+
+TEST_F(ExportTest, AnInterruptionSaysWhatIsInPlace) {
+    options.each.isPlaced = true;
+    int runs = 0;
+    format.atTheEnd = [&](LabelExporter&) {
+        if (++runs == 2)
+            throw Interrupted();
+    };
+    try {
+        run("{grid}.lbl", {{0, "a"}, {0, "b"}, {0, "c"}});
+        ADD_FAILURE() << "no exception";
+    } catch (const Interrupted& interruption) {
+        EXPECT_THAT(interruption.outcome, HasSubstr("1 of 3 outputs are in place"));
+    }
+    ::testing::internal::GetCapturedStdout();
+    ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(files(), (Files{{"a.lbl", "0 a"}}));
 }
 
 TEST_F(ExportTest, GridsAndTimesGetFilesOfTheirOwn) {

@@ -8,18 +8,18 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <random>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 namespace Tidewatch {
 namespace {
@@ -255,7 +255,8 @@ TEST_F(ManyOutputs, ADryRunSaysWhatWouldBeWrittenAndWhatIsInTheWay) {
     const auto before = names();
     const auto plan = run({"las", "@list.txt", "--dry-run", "-o", "out/{grid}.las"});
     EXPECT_EQ(plan.status, 0) << plan.err;
-    EXPECT_THAT(plan.out, AllOf(HasSubstr("out/in02.las: at most 40 points"), HasSubstr("3 files and about")));
+    EXPECT_THAT(plan.out,
+                AllOf(HasSubstr("out/in02.las: at most 40 points"), HasSubstr("3 files and about")));
     EXPECT_EQ(names(), before);
 
     Support::writeBytes(place_ / "there.pcd", "mine");
@@ -295,8 +296,8 @@ TEST_F(ManyOutputs, BeyondAHundredANoteSuggestsToPutEachInPlace) {
 TEST_F(ManyOutputs, FewOpenFilesAreEnough) {
     writeInputs(300, 2);
     for (const std::string way : {"--together", "--each"}) {
-        const auto result =
-            run({"las", "@list.txt", "--plain", "-q", "-j", "2", way, "-o", way.substr(2) + "/{grid}.laz"}, [] {
+        const auto result = run(
+            {"las", "@list.txt", "--plain", "-q", "-j", "2", way, "-o", way.substr(2) + "/{grid}.laz"}, [] {
                 const rlimit few{64, 64};
                 ::setrlimit(RLIMIT_NOFILE, &few);
             });
@@ -340,8 +341,7 @@ TEST_F(ManyOutputs, KilledRunsThatAreRunAgainGiveTheFilesOfAnUndisturbedOne) {
         ++killed;
         // What is in place is whole, whenever that was.
         for (const auto& [name, content] : contentOf("out")) {
-            if (name.ends_with(".laz") && !name.starts_with("tidewatch-"))
-                {
+            if (name.ends_with(".laz") && !name.starts_with("tidewatch-")) {
                 ASSERT_TRUE(content == read("whole/" + name)) << name;
             }
         }
