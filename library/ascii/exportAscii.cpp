@@ -86,11 +86,18 @@ public:
     }
 
     std::optional<std::uint64_t> itemsOf(const ExportedGrid& exported) const override {
+        // A file that is added to is recorded once for all its grids, and a grid file need not have a cell for each
+        // element.
+        if (options_.settings.append)
+            return std::nullopt;
         const auto& record = exporter_.writtenFiles();
         std::uint64_t items = 0;
         for (const ExportedGrid::Fragment& fragment : exported.fragments) {
-            for (std::size_t number = fragment.firstFile; number != fragment.endFile; ++number)
-                items += fs::path(record[number].path).extension() == ".prj" ? 0 : fragment.elements;
+            for (std::size_t number = fragment.firstFile; number != fragment.endFile; ++number) {
+                if (fs::path(record[number].path).extension() != ".asc")
+                    return std::nullopt;
+                items += fragment.elements;
+            }
         }
         return items;
     }
