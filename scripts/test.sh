@@ -55,11 +55,13 @@ build() {
     cmake --build --preset "$1" -j "$jobs"
 }
 
+none='^$'
 # A test whose data or program is missing is skipped, but a suite without tests is an error.
-# Usage: run_ctest PRESET TESTS [WRAPPER...], where TESTS is a regular expression; the wrapper is put before ctest.
+# Usage: run_ctest PRESET TESTS WITHOUT [WRAPPER...], where TESTS and WITHOUT are regular expressions; the wrapper is put
+# before ctest.
 run_ctest() {
     local status=0 results=$PWD/build/$1/tests.xml counts
-    "${@:3}" ctest --test-dir "build/$1" --tests-regex "$2" -j "$jobs" --output-on-failure --no-tests=error \
+    "${@:4}" ctest --test-dir "build/$1" --tests-regex "$2" --exclude-regex "$3" -j "$jobs" --output-on-failure --no-tests=error \
         --output-junit "$results" || status=$?
     counts=$(scripts/count-tests.sh "$results") || status=1
     stage+=": $counts"
@@ -73,11 +75,14 @@ begin_stage "release: build, warnings are errors"
 build ci-release
 
 begin_stage "release: tests"
-run_ctest ci-release .
+run_ctest ci-release . "$none"
 ((quick)) && exit 0
 
 begin_stage "locale: the tests of the release build under decimal commas"
-run_ctest ci-release . scripts/comma-locale.sh build/ci-release/locale
+# What is damaged, fails or is drawn, and in what order work is done, does not depend on how numbers are written.
+run_ctest ci-release . \
+    'Faults\.|Damaged|Hostile|^Forms/|ToItsLastByte|^ViewPage|^ConcurrentWorkers|ChunksSideBySide|^PointDecoder' \
+    scripts/comma-locale.sh build/ci-release/locale
 
 begin_stage "consumer: a project that uses the installed package"
 tests/consumer/run.sh build/ci-release
@@ -90,14 +95,14 @@ build ci-sanitize
 
 begin_stage "sanitizers: tests"
 # An allocation that exceeds the sanitizer's limit ends the test: no input may make the program request that much.
-run_ctest ci-sanitize . env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+run_ctest ci-sanitize . "$none" env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:allocator_may_return_null=0
 
 begin_stage "threads: build of what runs in threads, with ThreadSanitizer"
 build ci-threads
 
 begin_stage "threads: tests"
-run_ctest ci-threads Concurrent \
+run_ctest ci-threads Concurrent "$none" \
     env TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/threads/suppressions.txt"
 
 begin_stage "clang: build with ASan and UBSan, warnings are errors; fuzzers of what runs in a host's process for 20 s"

@@ -222,3 +222,39 @@ def test_a_sandbox_may_be_required_and_is_told_of():
     assert set(tw.sandbox()) == {"seccomp", "landlock", "limits"}
     with pytest.raises(tw.UsageError, match="sandbox takes auto or require"):
         tw.check("x", sandbox="maybe")
+
+
+def test_outputs_that_stand_by_themselves(quiet):
+    survey = tw.sample(3000)
+    whole = tw.las(survey, "whole/{grid}-{time}.laz", grid="coast")
+    for k in (1, 2):
+        tw.las(survey, "parts/{grid}-{time}.laz", grid="coast", part=(k, 2))
+    assert sorted(os.listdir("parts")) == sorted(os.listdir("whole"))
+    again = tw.las(survey, "parts/{grid}-{time}.laz", grid="coast", skip_existing=True)
+    assert len(again) == 0 and again.existing == len(whole)
+    os.remove(os.path.join("parts", os.listdir("parts")[0]))
+    assert len(tw.las(survey, "parts/{grid}-{time}.laz", grid="coast", skip_existing=True)) == 1
+
+
+def test_a_failed_output_is_an_error_or_goes_on(quiet):
+    survey = tw.sample(3000)
+    os.mkdir("out")
+    for time in survey:
+        name = f"out/{time:g}.laz"
+    with open(name, "w") as file:
+        file.write("mine")
+    with pytest.raises(tw.FileError, match="already exists"):
+        tw.las(survey, "out/{time}.laz", grid="coast", each=True)
+    report = tw.las(survey, "out/{time}.laz", grid="coast", keep_going=True)
+    assert len(report) == len(survey) - 1
+    assert len(report.failures) == 1 and "already exists; overwrite=True replaces it" in report.failures[0]
+
+
+def test_a_dry_run_writes_nothing(survey_file):
+    plan = tw.pcd(survey_file, "out/{grid}.pcd", dry_run=True)
+    assert not plan.placed and os.listdir() == [] and plan.obstacles == []
+    assert [(file.path, file.items, file.unit) for file in plan] == [("out/survey.pcd", 5000, "points")]
+    assert any(loss.kind == "fields" for loss in plan.losses)
+    with open("a.pcd", "w"):
+        pass
+    assert "a.pcd: already exists" in tw.pcd(survey_file, "a.pcd", dry_run=True).obstacles[0]
