@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# The program with one processor beside the same with more: whole processes, in turns, medians of ratios.
+# The program with one processor beside the same with more: whole processes, in turns, medians of ratios. The share of the
+# time that is not shared among processors follows from the ratio (Amdahl); waiting for the disk counts in it.
 # Usage: bench/jobs.sh BUILD [FOLDER [POINTS [JOBS [ROUNDS]]]], where BUILD is a build folder that has the program.
 # Writes and removes files of some hundred MB in FOLDER (default: here).
 set -euo pipefail
 
-(($# >= 1)) || { sed -n '4,7s/^# //p' "$0" >&2; exit 2; }
+(($# >= 1)) || { sed -n '4,8s/^# //p' "$0" >&2; exit 2; }
 program=$(realpath "$1/host/tidewatch")
 points=${3:-5000000}
 jobs=${4:-2}
@@ -43,8 +44,11 @@ compare() {
         mores+=("$more")
         ratios+=("$(awk -v a="$one" -v b="$more" 'BEGIN { print a / b }')")
     done
-    printf '%-14s -j 1 %6.2f s   -j %d %6.2f s   ratio %.2f\n' "$name" "$(printf '%s\n' "${ones[@]}" | median)" \
-        "$jobs" "$(printf '%s\n' "${mores[@]}" | median)" "$(printf '%s\n' "${ratios[@]}" | median)"
+    local ratio
+    ratio=$(printf '%s\n' "${ratios[@]}" | median)
+    printf '%-14s -j 1 %6.2f s   -j %d %6.2f s   ratio %.2f   not shared at most %3.0f %%\n' "$name" \
+        "$(printf '%s\n' "${ones[@]}" | median)" "$jobs" "$(printf '%s\n' "${mores[@]}" | median)" "$ratio" \
+        "$(awk -v n="$jobs" -v r="$ratio" 'BEGIN { print 100 * (n / r - 1) / (n - 1) }')"
 }
 
 compare "laz to laz" las survey.laz -o out.laz
