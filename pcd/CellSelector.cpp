@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <tuple>
 #include <utility>
 
@@ -20,34 +21,6 @@ std::int32_t narrowed(unsigned long long cellNumber) noexcept {
 /// an unsigned one.
 std::uint64_t distance(std::int32_t low, std::int32_t high) noexcept {
     return static_cast<std::uint32_t>(high) - static_cast<std::uint32_t>(low);
-}
-
-/// Sorts by the cell numbers, all below `end`; entries of one cell keep their order.
-template <class Entry>
-void radixSort(std::vector<Entry>& entries, std::uint64_t end, const StopQuestion& mayGoOn) {
-    constexpr int digitBits = 11;
-    constexpr std::size_t digits = std::size_t{1} << digitBits;
-    const auto digitOf = [](const Entry& entry, int shift) { return (entry.cell() >> shift) & (digits - 1); };
-
-    // Grown in blocks, because the system is slow to provide so much memory and the host may want to stop.
-    std::vector<Entry> other;
-    other.reserve(entries.size());
-    inBlocks(entries.size(), mayGoOn, [&](std::size_t, std::size_t last) { other.resize(last); });
-    for (int shift = 0; shift < 64 && ((end - 1) >> shift) != 0; shift += digitBits) {
-        std::array<std::size_t, digits> positions{};
-        inBlocks(entries.size(), mayGoOn, [&](std::size_t first, std::size_t last) {
-            for (std::size_t i = first; i < last; ++i)
-                ++positions[digitOf(entries[i], shift)];
-        });
-        std::size_t sum = 0;
-        for (std::size_t& position : positions)
-            sum += std::exchange(position, sum);
-        inBlocks(entries.size(), mayGoOn, [&](std::size_t first, std::size_t last) {
-            for (std::size_t i = first; i < last; ++i)
-                other[positions[digitOf(entries[i], shift)]++] = entries[i];
-        });
-        entries.swap(other);
-    }
 }
 
 } // namespace
@@ -106,27 +79,47 @@ struct CellSelector::KeyEntry {
 
 CellSelector::CellSelector(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
                            const std::vector<unsigned short>& intensities,
-                           const Geom::PhysicalSpace::point& origin, StopQuestion mayGoOn)
+                           const Geom::PhysicalSpace::point& origin, StopQuestion mayGoOn,
+                           Anchor::Workers* workers)
     : cellSize_(cellSize),
       points_(points),
       intensities_(intensities),
       origin_(origin),
       hasIntensities_(intensities.size() == points.size()),
-      mayGoOn_(std::move(mayGoOn)) {
-    Key last = keyOf(0);
-    Key low = last;
-    Key high = last;
-    runs_ = 1;
-    const auto differ = [](auto a, auto b) { return static_cast<std::size_t>(a != b); };
-    inBlocks(points_.size(), mayGoOn_, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t i = begin; i < end; ++i) {
-            const Key key = keyOf(i);
-            low = {std::min(low.x, key.x), std::min(low.y, key.y), std::min(low.z, key.z)};
-            high = {std::max(high.x, key.x), std::max(high.y, key.y), std::max(high.z, key.z)};
-            runs_ += differ(key.x, last.x) | differ(key.y, last.y) | differ(key.z, last.z);
-            last = key;
+      mayGoOn_(std::move(mayGoOn)),
+      workers_(workers) {
+    struct Range {
+        Key low;
+        Key high;
+        void add(const Key& lower, const Key& upper) {
+            low = {std::min(low.x, lower.x), std::min(low.y, lower.y), std::min(low.z, lower.z)};
+            high = {std::max(high.x, upper.x), std::max(high.y, upper.y), std::max(high.z, upper.z)};
         }
-    });
+    };
+    const std::size_t blocks = blockCount(points_.size());
+    std::vector<Range> ranges(blocks);
+    runsBefore_.resize(blocks + 1);
+    const auto differ = [](auto a, auto b) { return static_cast<std::size_t>(a != b); };
+    inBlocksSideBySide(points_.size(), workers_, mayGoOn_,
+                       [&](std::size_t block, std::size_t begin, std::size_t end) {
+                           // The first point of all begins a run.
+                           std::size_t runs = begin == 0 ? 1 : 0;
+                           Key last = keyOf(begin == 0 ? 0 : begin - 1);
+                           Range range{keyOf(begin), keyOf(begin)};
+                           for (std::size_t i = begin; i < end; ++i) {
+                               const Key key = keyOf(i);
+                               range.add(key, key);
+                               runs += differ(key.x, last.x) | differ(key.y, last.y) | differ(key.z, last.z);
+                               last = key;
+                           }
+                           ranges[block] = range;
+                           runsBefore_[block + 1] = runs;
+                       });
+    std::partial_sum(runsBefore_.begin(), runsBefore_.end(), runsBefore_.begin());
+    Range all = ranges.front();
+    for (const Range& range : ranges)
+        all.add(range.low, range.high);
+    const auto [low, high] = all;
     lowest_ = low;
     extentY_ = distance(low.y, high.y) + 1;
     extentZ_ = distance(low.z, high.z) + 1;
@@ -162,7 +155,7 @@ std::vector<unsigned long long> CellSelector::select(Strategy strategy) const {
     switch (strategy) {
     case Strategy::SortNarrow: {
         auto entries = collect<NarrowEntry>();
-        radixSort(entries, volume_, mayGoOn_);
+        radixSort(entries, volume_);
         return pick<Index>(entries);
     }
     case Strategy::CompareWide:
@@ -199,29 +192,80 @@ std::uint64_t CellSelector::brightness(std::uint64_t index) const noexcept {
 /// One entry for each run of consecutive points in the same cell, with the winning index. In scanned clouds neighbours
 /// are often consecutive.
 template <class Entry>
-std::vector<Entry> CellSelector::collect() const {
-    std::vector<Entry> entries;
-    entries.reserve(runs_);
-    entries.push_back(Entry::of(*this, 0));
-    std::uint64_t best = brightness(0);
-    inBlocks(points_.size(), mayGoOn_, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t i = std::max<std::size_t>(begin, 1); i < end; ++i) {
-            const Entry entry = Entry::of(*this, i);
-            const std::uint64_t candidate = brightness(i);
-            if (!entry.isInCellOf(entries.back())) {
-                entries.push_back(entry);
-                best = candidate;
-            } else if (candidate > best) {
-                entries.back() = entry;
-                best = candidate;
-            }
-        }
-    });
+CellSelector::Entries<Entry> CellSelector::collect() const {
+    Entries<Entry> entries(runsBefore_.back());
+    inBlocksSideBySide(points_.size(), workers_, mayGoOn_,
+                       [&](std::size_t block, std::size_t begin, std::size_t) {
+                           // Runs belong to the block in which they begin, and may end in a later one.
+                           std::size_t run = runsBefore_[block];
+                           const std::size_t endRun = runsBefore_[block + 1];
+                           if (run == endRun)
+                               return;
+                           std::size_t i = begin;
+                           if (i != 0) {
+                               const Entry before = Entry::of(*this, i - 1);
+                               while (Entry::of(*this, i).isInCellOf(before))
+                                   ++i;
+                           }
+                           while (run != endRun) {
+                               Entry winner = Entry::of(*this, i);
+                               std::uint64_t best = brightness(i);
+                               for (++i; i < points_.size(); ++i) {
+                                   const Entry entry = Entry::of(*this, i);
+                                   if (!entry.isInCellOf(winner))
+                                       break;
+                                   if (brightness(i) > best) {
+                                       best = brightness(i);
+                                       winner = entry;
+                                   }
+                               }
+                               entries[run++] = winner;
+                           }
+                       });
     return entries;
 }
 
+/// Sorts by the cell numbers, all below `end`; entries of one cell keep their order.
 template <class Entry>
-std::vector<Entry> CellSelector::collectSorted() const {
+void CellSelector::radixSort(Entries<Entry>& entries, std::uint64_t end) const {
+    constexpr int digitBits = 11;
+    constexpr std::size_t digits = std::size_t{1} << digitBits;
+    // A table for each block has to be small beside the block.
+    constexpr std::size_t block = std::size_t{1} << 18;
+    const std::size_t blocks = (entries.size + block - 1) / block;
+    const auto digitOf = [](const Entry& entry, int shift) { return (entry.cell() >> shift) & (digits - 1); };
+
+    Entries<Entry> other(entries.size);
+    std::vector<std::array<std::size_t, digits>> positions(blocks);
+    const auto forBlocks = [&](const auto& work) {
+        Anchor::runPieces(
+            workers_, blocks,
+            [&](std::size_t number) {
+                work(positions[number], number * block, std::min(number * block + block, entries.size));
+            },
+            mayGoOn_);
+    };
+    for (int shift = 0; shift < 64 && ((end - 1) >> shift) != 0; shift += digitBits) {
+        forBlocks([&](auto& counts, std::size_t first, std::size_t last) {
+            counts.fill(0);
+            for (std::size_t i = first; i < last; ++i)
+                ++counts[digitOf(entries[i], shift)];
+        });
+        std::size_t sum = 0;
+        for (std::size_t digit = 0; digit < digits; ++digit) {
+            for (auto& counts : positions)
+                sum += std::exchange(counts[digit], sum);
+        }
+        forBlocks([&](auto& next, std::size_t first, std::size_t last) {
+            for (std::size_t i = first; i < last; ++i)
+                other[next[digitOf(entries[i], shift)]++] = entries[i];
+        });
+        std::swap(entries, other);
+    }
+}
+
+template <class Entry>
+CellSelector::Entries<Entry> CellSelector::collectSorted() const {
     auto entries = collect<Entry>();
     std::size_t calls = 0;
     if (mayGoOn_)
@@ -232,34 +276,45 @@ std::vector<Entry> CellSelector::collectSorted() const {
 }
 
 template <class Index, class Entry>
-std::vector<Index> CellSelector::pick(const std::vector<Entry>& sorted) const {
-    std::size_t occupied = 1;
-    inBlocks(sorted.size(), mayGoOn_, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t i = std::max<std::size_t>(begin, 1); i < end; ++i)
-            occupied += static_cast<std::size_t>(!sorted[i].isInCellOf(sorted[i - 1]));
-    });
+std::vector<Index> CellSelector::pick(const Entries<Entry>& sorted) const {
+    const auto beginsCell = [&](std::size_t i) { return i == 0 || !sorted[i].isInCellOf(sorted[i - 1]); };
+    // Cells belong to the block in which they begin, and may extend beyond it.
+    std::vector<std::size_t> cellsBefore(blockCount(sorted.size) + 1);
+    inBlocksSideBySide(sorted.size, workers_, mayGoOn_,
+                       [&](std::size_t block, std::size_t begin, std::size_t end) {
+                           std::size_t cells = 0;
+                           for (std::size_t i = begin; i < end; ++i)
+                               cells += static_cast<std::size_t>(beginsCell(i));
+                           cellsBefore[block + 1] = cells;
+                       });
+    std::partial_sum(cellsBefore.begin(), cellsBefore.end(), cellsBefore.begin());
     std::vector<Index> result;
-    result.reserve(std::max(points_.size() / 2, occupied));
-    // A cell may extend beyond its block.
-    std::size_t i = 0;
-    inBlocks(sorted.size(), mayGoOn_, [&](std::size_t, std::size_t end) {
-        while (i < end) {
-            // The search starts with point 0 and brightness 0, and only a brighter point replaces it. So a cell whose
-            // points are all dark yields point 0 of the whole cloud, not one of its own. That is on purpose and must
-            // stay: each cell keeps its entry, and dark cells can be recognised by it.
-            std::uint64_t chosen = 0;
-            std::uint64_t best = 0;
-            const Entry& first = sorted[i];
-            for (; i < sorted.size() && sorted[i].isInCellOf(first); ++i) {
-                const std::uint64_t candidate = brightness(sorted[i].index());
-                if (candidate > best) {
-                    chosen = sorted[i].index();
-                    best = candidate;
+    result.reserve(std::max(points_.size() / 2, cellsBefore.back()));
+    result.resize(cellsBefore.back());
+    inBlocksSideBySide(
+        sorted.size, workers_, mayGoOn_, [&](std::size_t block, std::size_t begin, std::size_t end) {
+            std::size_t cell = cellsBefore[block];
+            for (std::size_t i = begin; i < end;) {
+                if (!beginsCell(i)) { // only at the beginning of the block
+                    ++i;
+                    continue;
                 }
+                // The search starts with point 0 and brightness 0, and only a brighter point replaces it. So a cell whose
+                // points are all dark yields point 0 of the whole cloud, not one of its own. That is on purpose and must
+                // stay: each cell keeps its entry, and dark cells can be recognised by it.
+                std::uint64_t chosen = 0;
+                std::uint64_t best = 0;
+                const Entry& first = sorted[i];
+                for (; i < sorted.size && sorted[i].isInCellOf(first); ++i) {
+                    const std::uint64_t candidate = brightness(sorted[i].index());
+                    if (candidate > best) {
+                        chosen = sorted[i].index();
+                        best = candidate;
+                    }
+                }
+                result[cell++] = static_cast<Index>(chosen);
             }
-            result.push_back(static_cast<Index>(chosen));
-        }
-    });
+        });
     return result;
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace ExportLib {
@@ -18,7 +19,7 @@ namespace ExportLib {
 /// 20, the result included.
 ///
 /// References the points and intensities, which must outlive it; at least one point is required. Calls `mayGoOn`
-/// throughout, in the constructor and in select().
+/// throughout, in the constructor and in select(), and lets workers, if there are any, work on blocks of points.
 class CellSelector {
 public:
     /// The strategies, each supported for fewer clouds than the next.
@@ -31,7 +32,7 @@ public:
 
     CellSelector(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
                  const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
-                 StopQuestion mayGoOn = {});
+                 StopQuestion mayGoOn = {}, Anchor::Workers* workers = nullptr);
 
     /// Whether a strategy can distinguish the cells and points of this cloud.
     [[nodiscard]] bool supports(Strategy strategy) const noexcept;
@@ -53,17 +54,33 @@ private:
     template <class Index>
     struct KeyEntry;
 
+    /// An array whose memory is touched first by who writes it: the system takes longer to provide it than we to fill it.
+    template <class Entry>
+    struct Entries {
+        explicit Entries(std::size_t count)
+            : entries(std::make_unique_for_overwrite<Entry[]>(count)),
+              size(count) {}
+        [[nodiscard]] Entry* begin() const noexcept { return entries.get(); }
+        [[nodiscard]] Entry* end() const noexcept { return entries.get() + size; }
+        [[nodiscard]] Entry& operator[](std::size_t i) const noexcept { return entries[i]; }
+
+        std::unique_ptr<Entry[]> entries;
+        std::size_t size;
+    };
+
     [[nodiscard]] Key keyOf(std::size_t index) const noexcept;
     [[nodiscard]] std::uint64_t cellOf(std::size_t index) const noexcept;
     [[nodiscard]] std::uint64_t brightness(std::uint64_t index) const noexcept;
 
     template <class Entry>
-    [[nodiscard]] std::vector<Entry> collect() const;
+    [[nodiscard]] Entries<Entry> collect() const;
     /// The same, sorted by comparing.
     template <class Entry>
-    [[nodiscard]] std::vector<Entry> collectSorted() const;
+    [[nodiscard]] Entries<Entry> collectSorted() const;
+    template <class Entry>
+    void radixSort(Entries<Entry>& entries, std::uint64_t end) const;
     template <class Index, class Entry>
-    [[nodiscard]] std::vector<Index> pick(const std::vector<Entry>& sorted) const;
+    [[nodiscard]] std::vector<Index> pick(const Entries<Entry>& sorted) const;
 
     double cellSize_;
     const std::vector<Geom::PhysicalSpace::point>& points_;
@@ -71,6 +88,7 @@ private:
     Geom::PhysicalSpace::point origin_;
     bool hasIntensities_;
     StopQuestion mayGoOn_;
+    Anchor::Workers* workers_;
     /// The lowest number along each axis.
     Key lowest_{};
     /// Along y and z, the count of numbers from the lowest to the highest.
@@ -79,8 +97,9 @@ private:
     /// The number of cells in the box that the keys span, if it fits 64 bits.
     std::uint64_t volume_ = 0;
     bool isNumbered_ = false;
-    /// The number of runs of consecutive points with the same key.
-    std::size_t runs_ = 0;
+    /// For each block of points, how many runs of consecutive points with the same key begin before it; at last, how many
+    /// there are.
+    std::vector<std::size_t> runsBefore_;
 };
 
 } // namespace ExportLib

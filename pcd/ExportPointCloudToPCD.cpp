@@ -48,24 +48,32 @@ struct Box {
     PhysicalSpace::point upper;
 };
 
-Box boundingBox(const std::vector<PhysicalSpace::point>& positions, const StopQuestion& mayGoOn) {
+Box boundingBox(const std::vector<PhysicalSpace::point>& positions, Anchor::Workers* workers,
+                const StopQuestion& mayGoOn) {
     // The upper corner starts at the smallest positive double, see PcdAxis.
     constexpr double max = std::numeric_limits<double>::max();
     constexpr double smallest = std::numeric_limits<double>::min();
-    Box box{{max, max, max}, {smallest, smallest, smallest}};
-    const auto widen = [](double& low, double& high, double value) {
-        low = value < low ? value : low;
-        high = value > high ? value : high;
+    const Box none{{max, max, max}, {smallest, smallest, smallest}};
+    const auto widen = [](double& low, double& high, double lowest, double highest) {
+        low = lowest < low ? lowest : low;
+        high = highest > high ? highest : high;
     };
-    inBlocks(positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t i = begin; i < end; ++i) {
-            const PhysicalSpace::point& p = positions[i];
-            widen(box.lower.x, box.upper.x, p.x);
-            widen(box.lower.y, box.upper.y, p.y);
-            widen(box.lower.z, box.upper.z, p.z);
-        }
-    });
-    return box;
+    const auto widenBox = [&](Box& box, const PhysicalSpace::point& low, const PhysicalSpace::point& high) {
+        widen(box.lower.x, box.upper.x, low.x, high.x);
+        widen(box.lower.y, box.upper.y, low.y, high.y);
+        widen(box.lower.z, box.upper.z, low.z, high.z);
+    };
+    std::vector<Box> boxes(blockCount(positions.size()), none);
+    inBlocksSideBySide(positions.size(), workers, mayGoOn,
+                       [&](std::size_t block, std::size_t begin, std::size_t end) {
+                           for (std::size_t i = begin; i < end; ++i)
+                               widenBox(boxes[block], positions[i], positions[i]);
+                       });
+    // In their order: of equal numbers, such as two zeros, the first counts.
+    Box all = none;
+    for (const Box& box : boxes)
+        widenBox(all, box.lower, box.upper);
+    return all;
 }
 
 PhysicalSpace::vector shiftOf(const Box& box) {
@@ -191,16 +199,18 @@ void ExportPointCloudToPCD::exportGrid(double time, const std::string& name, con
 
     if (observer)
         reportPositions(*observer, cloud.positions, mayGoOn);
-    Box box = boundingBox(cloud.positions, mayGoOn);
+    Box box = boundingBox(cloud.positions, workers(), mayGoOn);
     const PhysicalSpace::vector shift = shiftOf(box);
-    inBlocks(cloud.positions.size(), mayGoOn, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t i = begin; i < end; ++i)
-            cloud.positions[i] = cloud.positions[i] - shift;
-    });
+    inBlocksSideBySide(cloud.positions.size(), workers(), mayGoOn,
+                       [&](std::size_t, std::size_t begin, std::size_t end) {
+                           for (std::size_t i = begin; i < end; ++i)
+                               cloud.positions[i] = cloud.positions[i] - shift;
+                       });
     box = {box.lower - shift, box.upper - shift};
-    const HeightQuantiles heights = heightQuantiles(cloud.positions, mayGoOn);
+    const HeightQuantiles heights = heightQuantiles(cloud.positions, mayGoOn, workers());
     const std::vector<unsigned long long> indices =
-        Thinning ? reduceData(CellSize, cloud.positions, cloud.intensities, box.lower, box.upper, mayGoOn)
+        Thinning ? reduceData(CellSize, cloud.positions, cloud.intensities, box.lower, box.upper, mayGoOn,
+                              workers())
                  : allOf(cloud.positions.size());
     if (observer)
         reportChanges(*observer, cloud, indices.size(), Precision);

@@ -18,8 +18,10 @@ struct HeightQuantiles {
 /// of their number, rounded down. Fewer than 20 points give the lowest height twice. NaN heights are ordered
 /// after all others. Without points both heights are 0.
 ///
-/// Cost: linear on average, and 8 bytes per point; there is no full sort. Calls `mayGoOn` throughout.
+/// Cost: linear on average, and up to 8 bytes per point; there is no full sort. Calls `mayGoOn` throughout; workers, if there are
+/// any, help.
 [[nodiscard]] HeightQuantiles heightQuantiles(const std::vector<Geom::PhysicalSpace::point>& points,
-                                              const StopQuestion& mayGoOn = {});
+                                              const StopQuestion& mayGoOn = {},
+                                              Anchor::Workers* workers = nullptr);
 
 } // namespace ExportLib

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "anchor/Workers.hpp"
 #include "convlib/BasicConverterDefs.hpp"
 
 #include <algorithm>
@@ -21,6 +22,23 @@ void inBlocks(std::size_t count, const StopQuestion& mayGoOn, Work&& work) {
             mayGoOn();
         work(begin, begin + std::min(size, count - begin));
     }
+}
+
+/// The number of blocks of inBlocks().
+[[nodiscard]] constexpr std::size_t blockCount(std::size_t count) noexcept {
+    constexpr std::size_t size = ConvLib::BasicConverterDefs::stopInterval;
+    return count / size + static_cast<std::size_t>(count % size != 0);
+}
+
+/// Calls work(block, begin, end) for the same blocks, side by side if there are workers; the stop question comes between
+/// them, on the calling thread.
+template <class Work>
+void inBlocksSideBySide(std::size_t count, Anchor::Workers* workers, const StopQuestion& mayGoOn,
+                        Work&& work) {
+    constexpr std::size_t size = ConvLib::BasicConverterDefs::stopInterval;
+    Anchor::runPieces(
+        workers, blockCount(count),
+        [&](std::size_t block) { work(block, block * size, std::min(block * size + size, count)); }, mayGoOn);
 }
 
 /// "Less than" for standard algorithms that calls the stop question once per `interval` comparisons. `calls` counts for

@@ -45,10 +45,11 @@ reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& point
            const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
            const Geom::PhysicalSpace::point& upper);
 
-/// The same, calling `mayGoOn` throughout.
+/// The same, calling `mayGoOn` throughout; workers, if there are any, work on blocks of points.
 [[nodiscard]] std::vector<unsigned long long>
 reduceData(double cellSize, const std::vector<Geom::PhysicalSpace::point>& points,
            const std::vector<unsigned short>& intensities, const Geom::PhysicalSpace::point& origin,
-           const Geom::PhysicalSpace::point& upper, const StopQuestion& mayGoOn);
+           const Geom::PhysicalSpace::point& upper, const StopQuestion& mayGoOn,
+           Anchor::Workers* workers = nullptr);
 
 } // namespace ExportLib

@@ -93,21 +93,22 @@ void addOutput(CLI::App& app, const std::string& placeholder, Parse parse, Targe
 
 void addEach(CLI::App& app, EachOutput& each) {
     const std::string group = "Many outputs";
-    app.add_flag_callback(
-           "--together", [&] { each = {}; }, "put all files in place at the end, or none (default)")
-        ->excludes(
-            app.add_flag("--each", each.isPlaced, "put each output in place as soon as it is written")
-                ->group(group),
-            app.add_flag("--keep-going", each.keepsGoing,
-                         "go on with the others where one fails; implies --each")
-                ->group(group),
-            app.add_flag("--skip-existing", each.skipsExisting,
-                         "leave outputs that are there, so that an interrupted run goes on; implies --each")
-                ->group(group),
-            addValue(app, "--part", {"K/N", "K/N, such as 2/8"}, parsePart, each.part,
-                     "write only every Nth output, from the Kth: for N processes; implies --each")
-                ->group(group))
-        ->group(group);
+    auto* const together = app.add_flag_callback(
+        "--together", [] {}, "put all files in place at the end, or none (default)");
+    together->group(group);
+    together->excludes(
+        app.add_flag("--each", each.isPlaced, "put each output in place as soon as it is written")
+            ->group(group));
+    together->excludes(
+        app.add_flag("--keep-going", each.keepsGoing, "go on with the others where one fails; implies --each")
+            ->group(group));
+    together->excludes(
+        app.add_flag("--skip-existing", each.skipsExisting,
+                     "leave outputs that are there, so that an interrupted run goes on; implies --each")
+            ->group(group));
+    together->excludes(addValue(app, "--part", {"K/N", "K/N, such as 2/8"}, parsePart, each.part,
+                                "write only every Nth output, from the Kth: for N processes; implies --each")
+                           ->group(group));
 }
 
 /// The options of all exports except those of the output.

@@ -67,7 +67,8 @@ std::string planText(const ExportPlan& plan, std::size_t most) {
     std::uint64_t bytes = 0;
     for (const ExportPlan::File& file : plan.files)
         bytes += file.bytes;
-    std::string text;
+    std::string text =
+        fmt::format("{} and {} would be read\n", counted(plan.inputs, "input"), memoryText(plan.inputBytes));
     for (std::size_t number = 0; number < shown; ++number) {
         const ExportPlan::File& file = plan.files[number];
         text += fmt::format("{}: at most {} {}, about {}{}\n", file.path, file.items, file.unit,
@@ -85,6 +86,7 @@ std::string planJson(const std::string& command, const ExportPlan& plan) {
     Json document;
     document["command"] = command;
     document["dryRun"] = true;
+    document["inputs"] = {{"files", plan.inputs}, {"bytes", plan.inputBytes}};
     Json& list = document["files"] = Json::array();
     for (const ExportPlan::File& file : plan.files)
         list.push_back({{"path", file.path},

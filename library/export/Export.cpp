@@ -510,6 +510,8 @@ ExportPlan Export::Impl::plan() {
     ExportPlan plan;
     const Scopes scopes = planScopes();
     plan.outputs = scopes.size();
+    plan.inputs = inputs_.identities().size();
+    plan.inputBytes = inputs_.bytes();
     plan.notes = report_.notes;
     plan.obstacles = inputs_.failures();
     noteManyOutputs(plan.notes, scopes.size());

@@ -25,6 +25,9 @@ struct ExportPlan {
         bool isCertain = true;
     };
 
+    /// The number of input files, and their size in bytes.
+    std::size_t inputs = 0;
+    std::uint64_t inputBytes = 0;
     std::vector<File> files;
     /// The number of outputs, and of those that would be skipped since they are there already.
     std::size_t outputs = 0;

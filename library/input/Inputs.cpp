@@ -101,8 +101,10 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
         }
         if (options.merge)
             separate.push_back({file, into});
-        if (const auto identity = Anchor::FileIdentity::of(file))
-            identities_.push_back(*identity);
+        if (const auto state = Anchor::FileState::of(file)) {
+            identities_.push_back(state->identity);
+            bytes_ += state->size;
+        }
     }
     if (!failures_.empty() && (!options.skipsUnreadable || reports_.empty()))
         throwFailures(first);

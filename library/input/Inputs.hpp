@@ -139,6 +139,9 @@ public:
     /// all of the current part of `progress`, which may be null.
     void countChosen(const Anchor::StrongPtr<Progress>& progress = {}) const;
 
+    /// The size of all files together when they were opened.
+    [[nodiscard]] std::uint64_t bytes() const noexcept { return bytes_; }
+
     /// The files themselves, whatever their names.
     [[nodiscard]] const std::vector<Anchor::FileIdentity>& identities() const noexcept { return identities_; }
 
@@ -159,6 +162,7 @@ private:
     /// By grid and file.
     std::map<std::pair<std::string, std::string>, Anchor::StrongPtr<ConvLib::InputReport>> reportOf_;
     std::vector<Anchor::FileIdentity> identities_;
+    std::uint64_t bytes_ = 0;
     std::shared_ptr<ExpectedFields> expected_;
     Anchor::StrongPtr<Anchor::Workers> workers_;
     std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;

@@ -2,6 +2,7 @@
 #include "pcd/reduceData.hpp"
 
 #include "pcd/CellSelector.hpp"
+#include "support/ThreadWorkers.hpp"
 
 #include <array>
 #include <bit>
@@ -246,6 +247,33 @@ TEST_P(ReduceDataStrategy, IsChosenAndGivesWhatTheTreesGive) {
     const int slower = static_cast<int>(strategies.size()) - static_cast<int>(kind.preferred);
     EXPECT_EQ(expectAsByTrees(kind.cellSize, points, intensities, {}), slower);
     EXPECT_EQ(expectAsByTrees(kind.cellSize, points, {}, {}), slower);
+}
+
+TEST(ReduceData, WorkersChangeNothing) {
+    std::mt19937_64 random(3);
+    for (const std::size_t count : {1U, 65'535U, 65'536U, 65'537U, 400'000U, 700'000U}) {
+        for (const double cellSize : {0.5, 0.001, 1e-7}) {
+            Points points;
+            Intensities intensities;
+            // Some cells have so many points in a row that they reach over whole blocks.
+            while (points.size() < count) {
+                const Point p{static_cast<double>(random() % 1000), static_cast<double>(random() % 50), 0};
+                const std::size_t length = random() % 20 == 0 ? 1 + random() % 150'000 : 1 + random() % 300;
+                for (std::size_t i = 0; i < length && points.size() < count; ++i) {
+                    points.push_back(random() % 100 == 0 ? Point{p.x + 1, p.y, p.z} : p);
+                    intensities.push_back(static_cast<unsigned short>(random() % 3));
+                }
+            }
+            const Indices expected = byTrees(cellSize, points, intensities, {});
+            EXPECT_EQ(reduce(cellSize, points, intensities), expected) << count << ' ' << cellSize;
+            for (const unsigned threads : {2U, 3U, 16U}) {
+                Support::ThreadWorkers workers(threads);
+                EXPECT_EQ(ExportLib::reduceData(cellSize, points, intensities, {}, {}, {}, &workers),
+                          expected)
+                    << count << ' ' << cellSize << ' ' << threads;
+            }
+        }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -255,8 +255,8 @@ TEST_F(ManyOutputs, ADryRunSaysWhatWouldBeWrittenAndWhatIsInTheWay) {
     const auto before = names();
     const auto plan = run({"las", "@list.txt", "--dry-run", "-o", "out/{grid}.las"});
     EXPECT_EQ(plan.status, 0) << plan.err;
-    EXPECT_THAT(plan.out,
-                AllOf(HasSubstr("out/in02.las: at most 40 points"), HasSubstr("3 files and about")));
+    EXPECT_THAT(plan.out, AllOf(HasSubstr("3 inputs and "), HasSubstr("out/in02.las: at most 40 points"),
+                                HasSubstr("3 files and about")));
     EXPECT_EQ(names(), before);
 
     Support::writeBytes(place_ / "there.pcd", "mine");
