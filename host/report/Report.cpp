@@ -96,9 +96,9 @@ bool Report::printEach(const ExportReport& report, const LossPolicy& policy) {
         messages_.error(fmt::format("{} failed; {} of {} are in place", grouped(failures.size()),
                                     grouped(report.done + report.existing),
                                     counted(report.outputs, "output")));
-    else if (report.files.empty() && report.existing == 0)
+    else if (!report.whyNothing.empty())
         messages_.error("nothing was written: " + report.whyNothing);
-    return failures.empty() && report.errors.empty() && (!report.files.empty() || report.existing != 0);
+    return failures.empty() && report.errors.empty() && report.whyNothing.empty();
 }
 
 bool Report::printPlan(const ExportPlan& plan, const LossPolicy& policy) {

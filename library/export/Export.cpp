@@ -56,6 +56,32 @@ std::optional<std::uint64_t> freeBytes(fs::path folder) {
     return static_cast<std::uint64_t>(room.f_bavail) * room.f_frsize;
 }
 
+/// Gives each run its part of the progress, by the number of elements that it may read.
+class RunShares {
+public:
+    RunShares(const std::vector<RunScope>& scopes, double from, double to) : from_(from), to_(to) {
+        double sum = 0;
+        for (const RunScope& scope : scopes) {
+            sum += 1;
+            Selection(Filters{}).forEachGrid(
+                *scope.bundle,
+                [&](double, const std::string&, const Sheaf::Grid& grid) { sum += elementsOf(grid); });
+            ends_.push_back(sum);
+        }
+    }
+
+    void begin(std::size_t number, Progress& progress) const {
+        progress.part(share(number == 0 ? 0 : ends_[number - 1]), share(ends_[number]));
+    }
+
+private:
+    [[nodiscard]] double share(double done) const { return from_ + done / ends_.back() * (to_ - from_); }
+
+    double from_;
+    double to_;
+    std::vector<double> ends_;
+};
+
 } // namespace
 
 class Export::Impl {
@@ -114,37 +140,13 @@ private:
     std::vector<std::string> skipped_;
     std::vector<std::string> unmatched_;
     std::set<std::string> exported_;
+    /// Whether there are outputs, but none of this part.
+    bool isLeftToOthers_ = false;
     /// The numbers of the inputs' reports, by grid.
     std::map<std::string, std::vector<std::size_t>> reportsOf_;
     /// Where outputs stand by themselves: what is in place.
     std::set<std::string> placed_;
     ExportReport report_;
-};
-
-/// Gives each run its part of the progress, by the number of elements that it may read.
-class RunShares {
-public:
-    RunShares(const std::vector<RunScope>& scopes, double from, double to) : from_(from), to_(to) {
-        double sum = 0;
-        for (const RunScope& scope : scopes) {
-            sum += 1;
-            Selection(Filters{}).forEachGrid(
-                *scope.bundle,
-                [&](double, const std::string&, const Sheaf::Grid& grid) { sum += elementsOf(grid); });
-            ends_.push_back(sum);
-        }
-    }
-
-    void begin(std::size_t number, Progress& progress) const {
-        progress.part(share(number == 0 ? 0 : ends_[number - 1]), share(ends_[number]));
-    }
-
-private:
-    [[nodiscard]] double share(double done) const { return from_ + done / ends_.back() * (to_ - from_); }
-
-    double from_;
-    double to_;
-    std::vector<double> ends_;
 };
 
 Export::Impl::Impl(const Inputs& inputs, ExportOptions options, std::unique_ptr<const ExportFormat> format,
@@ -177,6 +179,11 @@ Export::Impl::Scopes Export::Impl::planScopes() {
             if (part->contains(number))
                 mine.push_back(std::move(scopes[number]));
         }
+        if (mine.empty() && !scopes.empty()) {
+            isLeftToOthers_ = true;
+            report_.notes.push_back(fmt::format("part {}/{} has none of the {}", part->number, part->count,
+                                                counted(scopes.size(), "output")));
+        }
         scopes = std::move(mine);
     }
     return scopes;
@@ -201,7 +208,7 @@ const ExportReport& Export::Impl::write() {
     else
         runTogether(scopes);
     losses_.add(propertiesOf(exported_));
-    if (report_.files.empty())
+    if (report_.files.empty() && report_.existing == 0 && report_.failures.empty() && !isLeftToOthers_)
         report_.whyNothing = whyNothing();
     report_.losses = losses_.list(format_->name());
     return report_;
@@ -265,15 +272,15 @@ void Export::Impl::runEach(const Scopes& scopes) {
 
 /// Puts an output in place by itself, or throws.
 void Export::Impl::runAlone(const RunScope& scope, const std::vector<ExpectedFile>& files) {
-    Placement::Mode mode = this->mode();
-    if (const Presence there = presenceOf(files); there == Presence::All) {
+    const Presence there = presenceOf(files);
+    if (there == Presence::All) {
         ++report_.existing;
         return;
-    } else if (there == Presence::Some) { // put in place before an interruption
-        mode = Placement::Mode::Overwrite;
-    } else {
-        checkPlaces(scope, files);
     }
+    // Some files were put in place before an interruption.
+    const Placement::Mode mode = there == Presence::Some ? Placement::Mode::Overwrite : this->mode();
+    if (there == Presence::None)
+        checkPlaces(scope, files);
     const StagingFolder::Run folder = staging_->beginRun();
     const auto remove = [this](const StagingFolder::Run* run) { staging_->endRun(*run); };
     const std::unique_ptr<const StagingFolder::Run, decltype(remove)> removed(&folder, remove);
@@ -534,7 +541,7 @@ ExportPlan Export::Impl::plan() {
     if (const auto room = freeBytes(folder()); room && bytes > *room)
         plan.obstacles.push_back(fmt::format("{}: {} are free, and the files take about {}",
                                              folder().string(), memoryText(*room), memoryText(bytes)));
-    if (plan.files.empty() && plan.existing == 0)
+    if (plan.files.empty() && plan.existing == 0 && !isLeftToOthers_)
         plan.whyNothing = whyNothing();
     plan.losses = losses.list(format_->name());
     if (options_.losses.refuses(plan.losses))

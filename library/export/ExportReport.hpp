@@ -49,7 +49,7 @@ struct ExportReport {
     std::vector<std::string> errors;
     /// Whether the exporters finished; otherwise nothing is put in place.
     bool completed = true;
-    /// Why there are no files; empty if there are.
+    /// Why there are no files; empty if there are, and where all outputs were there already, failed, or are of other parts.
     std::string whyNothing;
     /// Whether the files are in place; where outputs stand by themselves, all that are listed are.
     bool placed = false;

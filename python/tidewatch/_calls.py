@@ -65,7 +65,7 @@ def _reported(done: Dict[str, Any], keep_going: bool = False, dry_run: bool = Fa
         _warn(RemarkWarning(failure))
     if not done["completed"]:
         fail(ExportError, "the export failed; nothing was put in place")
-    if not report.files and not report.existing and not report.failures:
+    if done["why_nothing"]:
         fail(ExportError, "nothing was written: " + done["why_nothing"])
     if done["refused"] and not report.placed:
         texts = "\n".join(message for _, message in done["shown"])

@@ -242,6 +242,15 @@ TEST_F(ManyOutputs, TilesOfPlacesStandByThemselves) {
     EXPECT_TRUE(contentOf("a") == contentOf("b"));
 }
 
+TEST_F(ManyOutputs, APartWithoutOutputsIsDone) {
+    writeInputs(2);
+    const auto none = run({"las", "@list.txt", "--part", "3/4", "-o", "a/{grid}.las"});
+    EXPECT_EQ(none.status, 0) << none.err;
+    EXPECT_THAT(none.err, HasSubstr("part 3/4 has none of the 2 outputs"));
+    EXPECT_THAT(contentOf("a"), IsEmpty());
+    EXPECT_EQ(run({"las", "@list.txt", "--part", "3/4", "--dry-run", "-o", "a/{grid}.las"}).status, 0);
+}
+
 TEST_F(ManyOutputs, WrongPartsAreWrongUsage) {
     writeInputs(1);
     for (const std::string part : {"0/2", "3/2", "1", "1/0", "a/b", "-1/2", "1/2/3"})
