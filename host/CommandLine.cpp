@@ -6,6 +6,7 @@
 #include "host/options/addOption.hpp"
 #include "host/options/commonOptions.hpp"
 #include "host/report/StandardOutput.hpp"
+#include "library/input/fileLists.hpp"
 #include "library/options/OptionValues.hpp"
 #include "library/report/Json.hpp"
 #include "library/report/UsageError.hpp"
@@ -323,6 +324,15 @@ void checkCommandName(const CLI::App& program, const std::string& name) {
 int TextRequest::run() const {
     writeStandardOutput(text);
     return 0;
+}
+
+void readLists(Request& request) {
+    std::visit(
+        [](auto& command) {
+            if constexpr (requires { command.inputs.files; })
+                command.inputs.files = namedInputs(command.inputs.files);
+        },
+        request);
 }
 
 Request parseCommandLine(std::span<const char* const> arguments) {

@@ -25,7 +25,10 @@ struct TextRequest {
 using Request = std::variant<TextRequest, LasRequest, PcdRequest, AsciiRequest, InfoRequest, BundleRequest,
                              SampleRequest, ViewRequest, CheckRequest>;
 
-/// Parses the arguments of the program, without its name. Throws UsageError.
+/// Parses the arguments of the program, without its name. Reads nothing; inputs are as they were given. Throws UsageError.
 [[nodiscard]] Request parseCommandLine(std::span<const char* const> arguments);
+
+/// Replaces lists among the inputs by the names in them: namedInputs(), which says what it throws.
+void readLists(Request& request);
 
 } // namespace Tidewatch

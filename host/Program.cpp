@@ -39,7 +39,9 @@ int runProgram(std::span<const char* const> arguments) {
     Interruption::install();
     try {
         registerReaders();
-        return std::visit([](const auto& request) { return request.run(); }, parseCommandLine(arguments));
+        Request request = parseCommandLine(arguments);
+        readLists(request);
+        return std::visit([](const auto& command) { return command.run(); }, request);
     } catch (const Interrupted& interruption) {
         return fail("interrupted; " + interruption.outcome, interrupted);
     } catch (const UsageError& error) {

@@ -5,7 +5,6 @@
 #include "anchor/names.hpp"
 #include "anchor/processLimits.hpp"
 #include "host/options/addOption.hpp"
-#include "library/input/fileLists.hpp"
 #include "library/options/OptionValues.hpp"
 #include "library/output/endsIn.hpp"
 #include "library/report/UsageError.hpp"
@@ -152,10 +151,10 @@ void addFilters(CLI::App& app, Filters& filters) {
 
 void addInputs(CLI::App& app, InputOptions& inputs) {
     const std::string group = "Inputs";
-    app.add_option_function<std::vector<std::string>>(
-           "INPUT", [&](const auto& arguments) { inputs.files = namedInputs(arguments); },
-           "bundle files (.h5), LAS or LAZ files, rasters; @LIST names a file with their names, a line each, and - stands "
-           "for such a list on standard input")
+    app.add_option(
+           "INPUT", inputs.files,
+           "bundle files (.h5), LAS or LAZ files, rasters; @LIST names a file with their names, a line each, "
+           "and - stands for such a list on standard input")
         ->required();
     addValue(
         app, "--slice-time", {"T[,T...]", "a number, or as many as there are inputs"},

@@ -32,7 +32,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::string_view namePrefix = "tidewatch-";
-/// Of a folder without a note, as yet.
+/// Of a folder that has no note as yet, or may have none any more, while it is made or removed. Whoever has the lock of the
+/// folder itself may remove it.
 constexpr std::string_view newPrefix = ".tidewatch-new-";
 constexpr const char* noteName = "note";
 constexpr std::string_view noteTitle = "unfinished files of tidewatch";
@@ -105,6 +106,26 @@ int renameFolder(const std::string& from, const std::string& to) noexcept {
     if (::lstat(to.c_str(), &status) == 0)
         return EEXIST;
     return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+/// Removes a folder of unfinished files; meanwhile it has the other name, so that what an interruption leaves can be told
+/// from the folders of others. 0, or the first error number, and then it has its name again.
+int removeFolder(const Descriptor& place, const std::string& name) noexcept {
+    const int parent = place.number();
+    std::array<char, 32> other{};
+    static_assert(newPrefix.size() + 7 <= other.size());
+    if (name.starts_with(newPrefix))
+        return removeTree(parent, name.c_str());
+    std::snprintf(other.data(), other.size(), "%s%s", newPrefix.data(), name.c_str() + namePrefix.size());
+    const Descriptor folder(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (folder.isOpen())
+        (void)tryToLock(folder);
+    if (::renameat(parent, name.c_str(), parent, other.data()) != 0)
+        return removeTree(parent, name.c_str());
+    const int error = removeTree(parent, other.data());
+    if (error != 0)
+        (void)::renameat(parent, other.data(), parent, name.c_str());
+    return error;
 }
 
 bool isName(const std::string& name, std::string_view prefix) {
@@ -250,14 +271,14 @@ void StagingFolder::removeOrphans() {
                 "{}: unfinished files of process {} on {}; remove them if it has ended",
                 (place_ / name).string(), Anchor::printable(maker->process), Anchor::printable(maker->host)));
         } else if (tryToLock(note)) {
-            removeTree(placeHandle_.number(), name.c_str());
+            removeFolder(placeHandle_, name);
         }
     }
 }
 
 void StagingFolder::remove() noexcept {
     if (!name_.empty()) {
-        const int error = removeTree(placeHandle_.number(), name_.c_str());
+        const int error = removeFolder(placeHandle_, name_);
         if (error != 0) {
             try {
                 Anchor::Console() << (place_ / name_).string()

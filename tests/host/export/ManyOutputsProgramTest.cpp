@@ -63,6 +63,13 @@ protected:
         Support::writeBytes(place_ / name, bytes.substr(0, bytes.size() - 60));
     }
 
+    [[nodiscard]] std::vector<std::string> namesBelow(const std::string& folder) const {
+        std::vector<std::string> all;
+        for (const auto& [name, content] : contentOf(folder))
+            all.push_back(name);
+        return all;
+    }
+
     /// The content of every file below a folder, by name.
     [[nodiscard]] std::map<std::string, std::string> contentOf(const std::string& folder) const {
         std::map<std::string, std::string> found;
@@ -93,6 +100,8 @@ TEST_F(ManyOutputs, ListsNameInputs) {
     Support::writeBytes(place_ / "nul", std::string("two\nlines/in01.laz\0in02.laz\0", 28));
     const auto nul = run({"info", "@nul"});
     EXPECT_EQ(nul.status, 0) << nul.err;
+
+    EXPECT_THAT(run({"check", "@nul"}).out, HasSubstr("in02.laz"));
 
     // A name that begins with @ is written with a folder.
     fs::rename(place_ / "in03.laz", place_ / "@in03.laz");
@@ -156,10 +165,7 @@ TEST_F(ManyOutputs, OneThatFailsEndsTheOthersUnlessTheyAreToGoOn) {
     const auto going = run({"las", "@list.txt", "--keep-going", "--json", "-o", "k/{grid}.las"});
     EXPECT_EQ(going.status, 1);
     EXPECT_THAT(going.err, AllOf(HasSubstr("in02.laz"), HasSubstr("1 failed")));
-    std::vector<std::string> names;
-    for (const auto& [name, content] : contentOf("k"))
-        names.push_back(name);
-    EXPECT_THAT(names, ElementsAre("in01.las", "in03.las", "in04.las", "in05.las"));
+    EXPECT_THAT(namesBelow("k"), ElementsAre("in01.las", "in03.las", "in04.las", "in05.las"));
     const Json document = Json::parse(going.out);
     ASSERT_EQ(document.at("failures").size(), 1U);
     EXPECT_THAT(document.at("failures")[0].at("message").get<std::string>(), HasSubstr("in02.laz"));
@@ -358,6 +364,7 @@ TEST_F(ManyOutputs, KilledRunsThatAreRunAgainGiveTheFilesOfAnUndisturbedOne) {
     EXPECT_GT(killed, kills / 4);
     const auto last = run(to("out/{grid}.laz"));
     EXPECT_EQ(last.status, 0) << last.err;
+    EXPECT_EQ(namesBelow("out"), namesBelow("whole"));
     EXPECT_TRUE(contentOf("out") == contentOf("whole"));
 }
 
