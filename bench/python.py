@@ -111,7 +111,7 @@ def main():
     print("two LAZ files, read by one thread and by two", flush=True)
 
     def one(name):
-        tw.open(name)[0][name[0]]["Positions"]
+        tw.open(name, jobs=1)[0][name[0]]["Positions"]
 
     def two():
         threads = [threading.Thread(target=one, args=(name,)) for name in ("a.laz", "b.laz")]
