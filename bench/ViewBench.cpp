@@ -6,6 +6,7 @@
 #include "anchor/Console.hpp"
 #include "bench/Ratio.hpp"
 #include "bench/peakMemory.hpp"
+#include "library/input/freedArrays.hpp"
 #include "library/las/exportLas.hpp"
 #include "library/sample/SampleSurvey.hpp"
 #include "library/view/ViewFile.hpp"
@@ -107,6 +108,8 @@ int main(int argc, char** argv) {
     const std::uint64_t points = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 100'000'000;
     const std::filesystem::path folder = argc > 2 ? argv[2] : std::filesystem::temp_directory_path();
     const std::string stem = (folder / fmt::format("tidewatch-view-{}", ::getpid())).string();
+    // As the program does.
+    giveFreedArraysBack();
     registerReaders();
     // The exporter's own messages.
     Anchor::Console::setSink([](std::string_view) {});

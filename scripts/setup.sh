@@ -149,7 +149,7 @@ install_laszip_of_next_release() {
 }
 
 install_on_debian() {
-    local codename=$1 package wanted=("${build_packages[@]}") missing=()
+    local codename=$1 package policy wanted=("${build_packages[@]}") missing=()
     if ((with_tests)); then
         wanted+=("${test_packages[@]}")
     fi
@@ -166,7 +166,9 @@ install_on_debian() {
     ((${#missing[@]} + ${#laszip[@]} == 0)) || need_root "${missing[@]}" "${laszip[@]}"
     if ((${#laszip[@]})); then
         refresh_lists
-        if LC_ALL=C apt-cache policy liblaszip-dev | grep -q "^ *Candidate: [^(]"; then
+        # Not through a pipe: grep -q ends at the first match, and apt-cache may then die of SIGPIPE.
+        policy=$(LC_ALL=C apt-cache policy liblaszip-dev)
+        if [[ $policy =~ Candidate:\ [^\(] ]]; then
             missing+=("${laszip[@]}")
             laszip=()
         fi

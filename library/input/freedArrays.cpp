@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "library/input/freedArrays.hpp"
+
+#include <malloc.h>
+
+namespace Tidewatch {
+
+void giveFreedArraysBack() noexcept {
+#ifdef M_MMAP_THRESHOLD
+    // A threshold that is set stays: without this call it grows with the blocks that are freed.
+    static_cast<void>(::mallopt(M_MMAP_THRESHOLD, 1 << 20));
+#endif
+}
+
+} // namespace Tidewatch
