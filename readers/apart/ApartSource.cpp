@@ -75,6 +75,16 @@ bool mayHaveFileOf(std::uint64_t size) {
            size <= limit.rlim_cur;
 }
 
+/// Lets the system provide the next of the `left` bytes of a memory file that begin at `begin`; returns how many are left
+/// then. Who fills the file needs that no more than it needs the bytes to be there: a failure ends it, no more.
+std::uint64_t provideFrom(const Descriptor& memory, std::uint64_t begin, std::uint64_t left) {
+    constexpr std::uint64_t block = std::uint64_t{4} << 20;
+    const std::uint64_t size = std::min(block, left);
+    if (size == 0 || ::fallocate(memory.get(), 0, static_cast<off_t>(begin), static_cast<off_t>(size)) != 0)
+        return 0;
+    return left - size;
+}
+
 void copyFrom(const Descriptor& memory, std::span<std::byte> target, const std::string& path,
               const Source::Tick& tick) {
     // Copying gigabytes takes seconds, in which a host may want to stop.
@@ -158,7 +168,7 @@ void ApartSource::fail(const std::string& object, const std::string& what) {
 
 std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
                              std::span<const int> descriptors, MessageType answer, const std::string& object,
-                             const Tick& tick) {
+                             const Tick& tick, const std::function<bool()>& work) {
     auto& server = ReadingServer::instance();
     // Leaving this function without an answer means that the process is still busy and cannot be asked again.
     const bool isSent = !isLost_ && child_.channel.send(request, payload, descriptors);
@@ -166,8 +176,15 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
     double share = 0;
     std::chrono::nanoseconds usedBefore{};
     bool isSilent = false; // then usedBefore is the time used when silence was first noticed
+    bool hasWork = static_cast<bool>(work);
     while (isSent) {
-        const Channel::Wait state = child_.channel.wait(tickInterval);
+        const Channel::Wait state = child_.channel.wait(hasWork ? std::chrono::milliseconds(0) : tickInterval);
+        if (state == Channel::Wait::TimedOut && hasWork) {
+            hasWork = work();
+            if (tick)
+                tick(share);
+            continue;
+        }
         if (state == Channel::Wait::TimedOut) {
             const auto used = server.processorTime(child_);
             if (used && isSilent && *used - usedBefore > patience) {
@@ -239,23 +256,35 @@ Structure ApartSource::structure(const Tick& tick) {
     }
 }
 
-std::vector<std::string> ApartSource::read(const Structure::Array& array, std::span<std::byte> target,
+std::vector<std::string> ApartSource::read(const Structure::Array& array, ArrayMemory& target,
                                            std::uint64_t most, const Tick& tick) {
     constexpr std::uint64_t maxKeptBytes = std::uint64_t{64} << 20;
-    const bool isSent = !mayHaveFileOf(target.size());
-    const bool isNew = !isSent && (!memory_ || memorySize_ < target.size());
+    const std::uint64_t size = target.size();
+    const bool isSent = !mayHaveFileOf(size);
+    const bool isNew = !isSent && (!memory_ || memorySize_ < size);
     if (isNew) {
-        memory_ = sharedMemory(target.size(), path_);
-        memorySize_ = target.size();
+        memory_ = sharedMemory(size, path_);
+        memorySize_ = size;
     }
-    awaited_ = isSent ? target : std::span<std::byte>();
+    const auto askHost = [&](double share) {
+        if (tick)
+            tick(share);
+    };
+    awaited_ = isSent ? target.all([&] { askHost(0); }) : std::span<std::byte>();
     MessageWriter request;
-    request.array(array).number64(target.size()).number64(most).byte(isSent ? 1 : 0);
+    request.array(array).number64(size).number64(most).byte(isSent ? 1 : 0);
     const int descriptor = memory_.get();
+    // While the process reads, the memory that it fills is provided, and the one that the values are copied to.
+    std::uint64_t left = isNew ? size : 0;
+    const auto provide = [&] {
+        const bool hasMore = target.provideMore();
+        left = provideFrom(memory_, size - left, left);
+        return hasMore || left > 0;
+    };
     const std::string answer = ask(MessageType::Read, request, std::span(&descriptor, isNew ? 1 : 0),
-                                   MessageType::Done, array.object, tick);
+                                   MessageType::Done, array.object, tick, provide);
     if (!isSent)
-        copyFrom(memory_, target, path_, tick);
+        copyFrom(memory_, target.all([&] { askHost(1); }), path_, tick);
     else if (!awaited_.empty())
         fail(array.object, "the answer of the process that reads it is cut off");
     if (memorySize_ > maxKeptBytes)

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,7 +28,7 @@ public:
     [[nodiscard]] bool isRecognised();
 
     [[nodiscard]] Structure structure(const Tick& tick) override;
-    [[nodiscard]] std::vector<std::string> read(const Structure::Array& array, std::span<std::byte> target,
+    [[nodiscard]] std::vector<std::string> read(const Structure::Array& array, ArrayMemory& target,
                                                 std::uint64_t most, const Tick& tick) override;
     [[nodiscard]] bool isUsable() const override;
 
@@ -35,11 +36,12 @@ public:
     static std::chrono::nanoseconds patience;
 
 private:
-    /// Sends a request and waits for its answer; reports progress meanwhile. If the answer is an error,
-    /// throws it.
+    /// Sends a request and waits for its answer; reports progress meanwhile, and calls `work` until it returns false.
+    /// If the answer is an error, throws it.
     [[nodiscard]] std::string ask(Apart::MessageType request, const Apart::MessageWriter& payload,
                                   std::span<const int> descriptors, Apart::MessageType answer,
-                                  const std::string& object, const Tick& tick);
+                                  const std::string& object, const Tick& tick,
+                                  const std::function<bool()>& work = {});
     [[noreturn]] void fail(const std::string& object, const std::string& what);
 
     std::string path_;

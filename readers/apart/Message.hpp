@@ -17,13 +17,14 @@ namespace Tidewatch::Apart {
 enum class MessageType : std::uint8_t {
     // From the library to the server.
     Fork = 1,       ///< number of the child (u32), ModuleKind (u8), folder of the modules (text); its socket
-    EndChild = 2,   ///< number (u32), whether it is ending by itself (u8)
+    EndChild = 2,   ///< number (u32); not answered
     CpuOfChild = 3, ///< number (u32)
+    EndingOf = 4,   ///< number (u32) of a child that is ending by itself
 
     // From the server to the library.
     Ready = 16,   ///< version (text)
     Forked = 17,  ///< nothing
-    Ended = 18,   ///< wait status (u32), whether it was killed for it (u8)
+    Ended = 18,   ///< wait status (u32), whether it had to be killed (u8)
     CpuTime = 19, ///< nanoseconds (u64); the largest number where it is unknown
 
     // From the library to a child.

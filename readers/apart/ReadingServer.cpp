@@ -181,17 +181,16 @@ bool ReadingServer::isOurs(const Child& child) {
 
 void ReadingServer::end(const Child& child) {
     const std::lock_guard lock(mutex_);
-    if (child.generation == generation_)
-        static_cast<void>(
-            ask(MessageType::EndChild, MessageWriter().number32(child.number).byte(0), MessageType::Ended));
+    // Without waiting: taking a process apart takes the system a millisecond. If the server is gone, so is the child.
+    if (channel_ && owner_ == ::getpid() && child.generation == generation_)
+        static_cast<void>(channel_.send(MessageType::EndChild, MessageWriter().number32(child.number)));
 }
 
 std::string ReadingServer::endingOf(const Child& child) {
     const std::lock_guard lock(mutex_);
     std::optional<Channel::Message> answer;
     if (child.generation == generation_)
-        answer =
-            ask(MessageType::EndChild, MessageWriter().number32(child.number).byte(1), MessageType::Ended);
+        answer = ask(MessageType::EndingOf, MessageWriter().number32(child.number), MessageType::Ended);
     if (!answer)
         throw Anchor::FileError("the process that reads files has ended");
     MessageReader reader(answer->payload);

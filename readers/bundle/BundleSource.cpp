@@ -13,7 +13,7 @@ Structure BundleSource::structure(const Tick& tick) {
     return BundleFileWalk(file_, tick).run();
 }
 
-std::vector<std::string> BundleSource::read(const Structure::Array& array, std::span<std::byte> target,
+std::vector<std::string> BundleSource::read(const Structure::Array& array, ArrayMemory& target,
                                             std::uint64_t most, const Tick& tick) {
     const Hdf5::Dataset dataset(file_.open(array.object));
     const Structure::Array found = arrayOf(dataset, array.element);
@@ -22,7 +22,8 @@ std::vector<std::string> BundleSource::read(const Structure::Array& array, std::
     Sheaf::visitElementName(array.element, [&](auto tag) {
         using T = typename decltype(tag)::type;
         if (Sheaf::Extents(array.extents).byteCount(sizeof(T)) == target.size())
-            dataset.read(typeid(typename Sheaf::ElementTraits<T>::Component), target, most, tick);
+            dataset.read(typeid(typename Sheaf::ElementTraits<T>::Component), target.all([&] { tick(0); }),
+                         most, tick);
     });
     return {};
 }

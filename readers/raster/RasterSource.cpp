@@ -90,7 +90,7 @@ Structure RasterSource::structure(const Tick&) {
     return structure;
 }
 
-std::vector<std::string> RasterSource::read(const Structure::Array& array, std::span<std::byte> target,
+std::vector<std::string> RasterSource::read(const Structure::Array& array, ArrayMemory& target,
                                             std::uint64_t most, const Tick& tick) {
     const auto refuse = [&](const std::string& reason) {
         throw Anchor::LimitError(
@@ -110,7 +110,8 @@ std::vector<std::string> RasterSource::read(const Structure::Array& array, std::
         if constexpr (Raster::pixelType<T> != GDT_Unknown) {
             if (array.element != Sheaf::ElementTraits<T>::name || bytes != target.size())
                 return;
-            const std::span<T> pixels(reinterpret_cast<T*>(target.data()), target.size() / sizeof(T));
+            const std::span<std::byte> memory = target.all([&] { tick(0); });
+            const std::span<T> pixels(reinterpret_cast<T*>(memory.data()), memory.size() / sizeof(T));
             if (isBand)
                 file_.readBand(array.key - 1, pixels, tick);
             else if constexpr (std::is_same_v<T, unsigned char>)

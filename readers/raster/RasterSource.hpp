@@ -15,7 +15,7 @@ public:
     explicit RasterSource(const SourceFiles& files);
 
     [[nodiscard]] Structure structure(const Tick& tick) override;
-    [[nodiscard]] std::vector<std::string> read(const Structure::Array& array, std::span<std::byte> target,
+    [[nodiscard]] std::vector<std::string> read(const Structure::Array& array, ArrayMemory& target,
                                                 std::uint64_t most, const Tick& tick) override;
 
 private:

@@ -5,16 +5,14 @@
 #include "readers/raster/RasterSource.hpp"
 #include "readers/raster/drivers.hpp"
 
-#include <atomic>
 #include <ogr_srs_api.h>
-#include <unistd.h>
 
 namespace Tidewatch {
 
 namespace {
 
-/// Makes PROJ open its database of reference systems by looking up one that does not exist, since an existing
-/// one takes a hundred queries.
+/// Makes PROJ open its database of reference systems, by looking up one that does not exist: an existing one takes a
+/// hundred queries. Costs next to nothing where the database is open.
 void openDatabase() {
     constexpr int none = 999999;
     const Raster::Messages messages;
@@ -27,12 +25,9 @@ class Module final : public SourceModule {
 public:
     [[nodiscard]] std::string_view version() const override { return TIDEWATCH_VERSION; }
 
-    /// Every forked process has to open the database itself, since GDAL detects the fork and reopens it.
     void prepare() const override {
         Raster::registerDrivers();
-        const pid_t before = preparedFor_.exchange(::getpid());
-        if (before >= 0 && before != ::getpid())
-            openDatabase();
+        openDatabase();
     }
 
     [[nodiscard]] bool recognises(const SourceFiles& files) const override {
@@ -44,9 +39,6 @@ public:
     [[nodiscard]] std::unique_ptr<Source> open(const SourceFiles& files) const override {
         return std::make_unique<RasterSource>(files);
     }
-
-private:
-    mutable std::atomic<pid_t> preparedFor_ = -1;
 };
 
 } // namespace

@@ -94,6 +94,16 @@ private:
     std::size_t inUse_ = 0;
 };
 
+namespace {
+
+/// The module for reading in this process.
+const SourceModule& moduleHere(ModuleKind kind) {
+    const std::string folder = Places::moduleFolder();
+    return loadModule(kind, folder);
+}
+
+} // namespace
+
 Input::Input(std::string path, ConvLib::ReadOptions options, ModuleKind kind, Reading reading)
     : path_(std::move(path)),
       options_(std::move(options)),
@@ -156,8 +166,7 @@ void Input::open(Live& live) {
         live.source = std::make_unique<ApartSource>(kind_, live.files, options_.MaximumArrayBytes);
         return;
     }
-    const SourceModule& module = loadModule(kind_, Places::moduleFolder());
-    module.prepare();
+    const SourceModule& module = moduleHere(kind_);
     live.source = module.open(live.files);
 }
 
@@ -197,8 +206,7 @@ bool Input::isRecognised() {
     }
     Live live;
     openFiles(live);
-    const SourceModule& module = loadModule(kind_, Places::moduleFolder());
-    module.prepare();
+    const SourceModule& module = moduleHere(kind_);
     return module.recognises(live.files);
 }
 
@@ -212,7 +220,7 @@ Structure Input::structure() {
     });
 }
 
-void Input::read(const Structure::Array& array, std::span<std::byte> target) {
+void Input::read(const Structure::Array& array, ArrayMemory& target) {
     withSource([&](Live& live) {
         const auto found = live.source->read(array, target, options_.MaximumArrayBytes,
                                              [this](double share) { tick(share); });

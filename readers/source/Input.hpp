@@ -12,7 +12,6 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -47,7 +46,7 @@ public:
     [[nodiscard]] Structure structure();
 
     /// Source::read(). Throws Anchor::FileError also when the file has changed since it was first opened.
-    void read(const Structure::Array& array, std::span<std::byte> target);
+    void read(const Structure::Array& array, ArrayMemory& target);
 
     /// For InputReport::notCarried.
     [[nodiscard]] std::vector<std::string> notCarried() const;

@@ -8,10 +8,12 @@
 #include "sheaf/MemArray.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <new>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -26,6 +28,52 @@ std::uint64_t sizeOf(const std::type_info& element) {
     Sheaf::visitElementType(element, [&](auto tag) { size = sizeof(typename decltype(tag)::type); });
     return size;
 }
+
+/// The elements of an array, provided piece by piece.
+template <class T>
+class Elements final : public ArrayMemory {
+public:
+    /// `refuse` throws an error for a reason.
+    Elements(std::uint64_t count, std::uint64_t bytes, std::function<void(const std::string&)> refuse)
+        : count_(count),
+          bytes_(bytes),
+          refuse_(std::move(refuse)) {
+        require([&] { elements_.reserve(count_); });
+    }
+
+    [[nodiscard]] std::uint64_t size() const override { return count_ * sizeof(T); }
+
+    bool provideMore() override {
+        constexpr std::uint64_t block = std::uint64_t{4} << 20;
+        if (elements_.size() < count_)
+            require([&] { elements_.resize(std::min(count_, elements_.size() + block / sizeof(T))); });
+        return elements_.size() < count_;
+    }
+
+    [[nodiscard]] std::vector<T> release() { return std::move(elements_); }
+
+protected:
+    [[nodiscard]] std::span<std::byte> provided() override { return std::as_writable_bytes(std::span(elements_)); }
+
+private:
+    void require(const std::function<void()>& provide) {
+        const auto refuseForMemory = [&] {
+            refuse_(fmt::format("there is not enough memory for its {} bytes", bytes_));
+        };
+        try {
+            provide();
+        } catch (const std::bad_alloc&) {
+            refuseForMemory();
+        } catch (const std::length_error&) {
+            refuseForMemory();
+        }
+    }
+
+    std::uint64_t count_;
+    std::uint64_t bytes_;
+    std::function<void(const std::string&)> refuse_;
+    std::vector<T> elements_;
+};
 
 } // namespace
 
@@ -56,27 +104,10 @@ Sheaf::CachedCreator::Made InputArrayCreator::make() const {
     Sheaf::visitElementType(elementType(), [&](auto tag) {
         using T = typename decltype(tag)::type;
         const Sheaf::Extents shape = *extents();
-        std::vector<T> elements;
-        const auto refuseForMemory = [&] {
-            refuse(fmt::format("there is not enough memory for its {} bytes", bytes_));
-        };
-        try {
-            const std::uint64_t count =
-                shape.elementCount().value_or(std::numeric_limits<std::uint64_t>::max());
-            elements.reserve(count);
-            // The system provides memory as it is filled, gigabytes of it in seconds.
-            constexpr std::uint64_t block = std::uint64_t{4} << 20;
-            while (elements.size() < count) {
-                elements.resize(std::min(count, elements.size() + block));
-                input_->tick(0);
-            }
-        } catch (const std::bad_alloc&) {
-            refuseForMemory();
-        } catch (const std::length_error&) {
-            refuseForMemory();
-        }
-        input_->read(array_, std::as_writable_bytes(std::span(elements)));
-        made.array = Sheaf::makeArray(shape, std::move(elements));
+        const std::uint64_t count = shape.elementCount().value_or(std::numeric_limits<std::uint64_t>::max());
+        Elements<T> elements(count, bytes_, [this](const std::string& why) { refuse(why); });
+        input_->read(array_, elements);
+        made.array = Sheaf::makeArray(shape, elements.release());
     });
     input_->tick(1);
     return made;

@@ -31,6 +31,47 @@ struct SourceFiles {
     std::vector<File> files;
 };
 
+/// The memory of an array. The system provides memory as it is first written to, gigabytes of it in seconds: who waits
+/// for another process does that meanwhile.
+class ArrayMemory {
+public:
+    ArrayMemory() = default;
+    virtual ~ArrayMemory() = default;
+    ArrayMemory(const ArrayMemory&) = delete;
+    ArrayMemory& operator=(const ArrayMemory&) = delete;
+
+    /// In bytes.
+    [[nodiscard]] virtual std::uint64_t size() const = 0;
+
+    /// Provides some more of it; false if all of it is there. Throws Anchor::LimitError.
+    virtual bool provideMore() = 0;
+
+    /// All of it; calls `between` while it is provided.
+    [[nodiscard]] std::span<std::byte> all(const std::function<void()>& between) {
+        while (provideMore())
+            between();
+        return provided();
+    }
+
+protected:
+    [[nodiscard]] virtual std::span<std::byte> provided() = 0;
+};
+
+/// Memory that is there.
+class GivenMemory final : public ArrayMemory {
+public:
+    explicit GivenMemory(std::span<std::byte> memory) : memory_(memory) {}
+
+    [[nodiscard]] std::uint64_t size() const override { return memory_.size(); }
+    bool provideMore() override { return false; }
+
+protected:
+    [[nodiscard]] std::span<std::byte> provided() override { return memory_; }
+
+private:
+    std::span<std::byte> memory_;
+};
+
 /// An open input. Used by one thread at a time.
 class Source {
 public:
@@ -47,9 +88,8 @@ public:
     /// of an earlier Source of the same file. Throws Anchor::LimitError if reading needs a temporary buffer
     /// of more than `most` bytes. Returns remarks for InputReport::lostByCellTypes. Throws what
     /// structure() throws.
-    [[nodiscard]] virtual std::vector<std::string> read(const Structure::Array& array,
-                                                        std::span<std::byte> target, std::uint64_t most,
-                                                        const Tick& tick) = 0;
+    [[nodiscard]] virtual std::vector<std::string> read(const Structure::Array& array, ArrayMemory& target,
+                                                        std::uint64_t most, const Tick& tick) = 0;
 
     /// Whether it can still be used. A source in another process ends with that process.
     [[nodiscard]] virtual bool isUsable() const { return true; }
@@ -63,8 +103,8 @@ public:
     /// The project's version that it was built from.
     [[nodiscard]] virtual std::string_view version() const = 0;
 
-    /// Makes the library open its own files, such as databases, now. Called before a process gives up opening
-    /// files; further calls in the same process do nothing.
+    /// Makes the library open its own files, such as databases, now. Called before processes are forked that give up
+    /// opening files, and in each of them; what is open already stays open, and the call costs next to nothing.
     virtual void prepare() const = 0;
 
     /// Whether the file is one of this family, including those that open() refuses with a reason.

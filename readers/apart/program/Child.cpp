@@ -27,7 +27,7 @@ public:
     Mapping(int descriptor, std::uint64_t size) : size_(size) {
         if (size_ == 0)
             return;
-        memory_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, descriptor, 0);
+        memory_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
         if (memory_ == MAP_FAILED)
             throw Anchor::LimitError(fmt::format("there is not enough memory for the {} bytes to be read: {}",
                                                  size_, std::generic_category().message(errno)));
@@ -125,7 +125,8 @@ private:
                    const Source::Tick& tick) {
         constexpr std::size_t pieceSize = std::size_t{1} << 20;
         std::vector<std::byte> elements(size);
-        const auto remarks = source().read(array, elements, most, tick);
+        GivenMemory target(elements);
+        const auto remarks = source().read(array, target, most, tick);
         for (std::size_t done = 0; done < elements.size(); done += pieceSize) {
             const auto piece = std::span(elements).subspan(done, std::min(pieceSize, elements.size() - done));
             answer(MessageType::Data,
@@ -169,7 +170,8 @@ private:
             }
             if (!memory_ || size > memory_->bytes().size())
                 throw Anchor::FormatError("the request has no memory for its answer");
-            const auto remarks = source().read(array, memory_->bytes().first(size), most, tick);
+            GivenMemory target(memory_->bytes().first(size));
+            const auto remarks = source().read(array, target, most, tick);
             answer(MessageType::Done, MessageWriter().texts(remarks));
             return;
         }

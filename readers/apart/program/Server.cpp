@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <ctime>
+#include <fcntl.h>
 #include <limits>
 #include <map>
 #include <optional>
@@ -19,12 +20,28 @@
 #include <unistd.h>
 #include <utility>
 
+#include <fmt/format.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 namespace Tidewatch::Apart {
 
 namespace {
+
+/// Opens the regular files that libraries of this process have open once more, under the same descriptors: after a fork,
+/// processes would share the position in them. What cannot be opened stays as it is.
+void openOwnFiles() {
+    constexpr int most = 64; // few are open in the server
+    for (int number = 3; number < most; ++number) {
+        struct stat status {};
+        if (::fstat(number, &status) != 0 || !S_ISREG(status.st_mode))
+            continue;
+        const Descriptor own(::open(fmt::format("/proc/self/fd/{}", number).c_str(), O_RDONLY | O_CLOEXEC));
+        if (own)
+            static_cast<void>(::dup3(own.get(), number, O_CLOEXEC));
+    }
+}
 
 class LibraryServer {
 public:
@@ -66,7 +83,9 @@ private:
             return channel_.send(MessageType::Forked);
         }
         case MessageType::EndChild:
-            return end(number, reader.byte() != 0);
+            return kill(number);
+        case MessageType::EndingOf:
+            return tellEnding(number);
         case MessageType::CpuOfChild:
             return channel_.send(MessageType::CpuTime, MessageWriter().number64(processorTime(number)));
         default:
@@ -99,7 +118,10 @@ private:
     Spare makeSpare(ModuleKind kind, const SourceModule& module) {
         auto [ours, theirs] = Channel::pair();
         const pid_t server = ::getpid();
-        const pid_t process = ::fork();
+        // _Fork() calls no handlers of libraries. Those of PROJ and GDAL close the database of reference systems, since a
+        // fork does not inherit locks; but it is read without locks, and opening it again takes several times as long as
+        // reading a small file. This process has one thread.
+        const pid_t process = ::_Fork();
         if (process < 0)
             throw Anchor::FileError("the process that reads files cannot be started: " +
                                     std::generic_category().message(errno));
@@ -111,6 +133,7 @@ private:
             ours.close();
             if (spare_)
                 spare_->control.close();
+            openOwnFiles();
             module.prepare();
             if (auto start = theirs.receive(); start && start->descriptors.size() == 1) {
                 theirs.close();
@@ -129,7 +152,17 @@ private:
             spare_ = makeSpare(*kind, loadModule(*kind, {}));
     }
 
-    bool end(std::uint32_t number, bool isEnding) {
+    bool kill(std::uint32_t number) {
+        const auto known = children_.find(number);
+        if (known == children_.end())
+            return false;
+        ::kill(known->second, SIGKILL);
+        ::waitpid(known->second, nullptr, 0);
+        children_.erase(known);
+        return true;
+    }
+
+    bool tellEnding(std::uint32_t number) {
         const auto known = children_.find(number);
         if (known == children_.end())
             return false;
@@ -137,7 +170,7 @@ private:
         int status = 0;
         bool wasKilled = true;
         // It has closed its socket, so it should be exiting.
-        for (auto left = 2000ms; isEnding && wasKilled && left > 0ms; left -= 1ms) {
+        for (auto left = 2000ms; wasKilled && left > 0ms; left -= 1ms) {
             wasKilled = ::waitpid(known->second, &status, WNOHANG) == 0;
             if (wasKilled)
                 std::this_thread::sleep_for(1ms);
