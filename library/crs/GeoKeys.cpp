@@ -180,7 +180,8 @@ private:
     void askForHorizontal(const std::string& what) {
         horizontal_.clear();
         const std::vector<std::uint8_t> directory = withoutVertical(bytes_.directory);
-        const Answer& answer = askOnce({directory, bytes_.doubles, bytes_.texts});
+        const GeoKeyBytes question{directory, bytes_.doubles, bytes_.texts};
+        const Answer& answer = askOnce(question);
         keys_.system = systemOf(answer);
         if (!keys_.system)
             keys_.unreadable = what + (answer.reason.empty() ? "" : " (" + answer.reason + ")");
