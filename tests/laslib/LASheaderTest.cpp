@@ -108,7 +108,7 @@ TEST(LASheader, AttributesGetOneRecordThatGrowsWithThem) {
 TEST(LASheader, RecordsOfTheSameIdsReplaceEachOtherUnlessToldOtherwise) {
     LASheader header;
     header.add_vlr("Somebody", 1, 3, new U8[3]{1, 2, 3}, false, "first");
-    header.add_vlr("Somebody", 2, 0, new U8[0]);
+    header.add_vlr("Somebody", 2, 0, new U8[1]);
     EXPECT_EQ(header.offset_to_point_data, 227U + 2 * 54 + 3);
     header.add_vlr("Somebody", 1, 1, new U8[1]{9}, true, "second");
     ASSERT_EQ(header.vlrs.size(), 2U);
@@ -117,14 +117,14 @@ TEST(LASheader, RecordsOfTheSameIdsReplaceEachOtherUnlessToldOtherwise) {
     EXPECT_EQ(header.vlrs[0].data, std::vector<U8>{9});
     EXPECT_STREQ(header.vlrs[0].description, "first");
     EXPECT_STREQ(header.vlrs[1].description, "by LAStools of rapidlasso GmbH");
-    header.add_vlr("Somebody", 1, 0, new U8[0], false, "third", true);
+    header.add_vlr("Somebody", 1, 0, new U8[1], false, "third", true);
     ASSERT_EQ(header.vlrs.size(), 3U);
     EXPECT_EQ(header.offset_to_point_data, 227U + 3 * 54 + 1);
 }
 
 TEST(LASheader, LongTextsOfRecordsAreCut) {
     LASheader header;
-    header.add_vlr("0123456789abcdefgh", 1, 0, new U8[0], false, std::string(40, 'd').c_str());
+    header.add_vlr("0123456789abcdefgh", 1, 0, new U8[1], false, std::string(40, 'd').c_str());
     EXPECT_EQ(std::string(header.vlrs[0].user_id, 16), "0123456789abcdef");
     EXPECT_EQ(std::string(header.vlrs[0].description), std::string(31, 'd'));
 }
