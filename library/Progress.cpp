@@ -5,6 +5,24 @@
 
 namespace Tidewatch {
 
+namespace {
+
+thread_local Progress* progressOfThread = nullptr;
+
+} // namespace
+
+Progress::OnThisThread::OnThisThread(Progress& progress) noexcept {
+    progressOfThread = &progress;
+}
+
+Progress::OnThisThread::~OnThisThread() {
+    progressOfThread = nullptr;
+}
+
+bool Progress::OnThisThread::exists() noexcept {
+    return progressOfThread != nullptr;
+}
+
 Progress::~Progress() = default;
 void Progress::part(double, double) {}
 void Progress::begin(const std::string&, double, const std::string&) {}
@@ -19,7 +37,7 @@ std::function<void(const std::string&, double)> Progress::ticker(Anchor::StrongP
     if (!progress)
         return {};
     return [progress = std::move(progress)](const std::string& file, double share) {
-        progress->tick(file, share);
+        (progressOfThread != nullptr ? progressOfThread : progress.get())->tick(file, share);
     };
 }
 

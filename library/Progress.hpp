@@ -13,8 +13,8 @@ namespace Tidewatch {
 /// work and passes to the caller. The base class shows nothing and stops nothing.
 ///
 /// A run consists of parts, each with its share of the whole; the work in one has a size in some unit and consists of
-/// pieces; reading an array reports the share of the current piece. Called on the thread that does the work, check() many
-/// times a second.
+/// pieces; reading an array reports the share of the current piece. Called on the thread that asked for the work, check()
+/// many times a second.
 class TIDEWATCH_API Progress : public Anchor::ReferenceBase<Progress> {
 public:
     ~Progress() override;
@@ -44,9 +44,23 @@ public:
     /// Asks whether to continue.
     virtual void check();
 
-    /// tick() as a function for readers; keeps the object alive. Empty for a null reference.
+    /// tick() as a function for readers; keeps the object alive. Empty for a null reference. On a thread with a progress
+    /// object of its own (OnThisThread) that one is told instead.
     [[nodiscard]] static std::function<void(const std::string&, double)>
     ticker(Anchor::StrongPtr<Progress> progress);
+
+    /// A thread beside the one that asked for the work has a progress object of its own as long as this object lives. The
+    /// progress object must outlive it.
+    class TIDEWATCH_API OnThisThread {
+    public:
+        explicit OnThisThread(Progress& progress) noexcept;
+        ~OnThisThread();
+        OnThisThread(const OnThisThread&) = delete;
+        OnThisThread& operator=(const OnThisThread&) = delete;
+
+        /// Whether the calling thread has one.
+        [[nodiscard]] static bool exists() noexcept;
+    };
 };
 
 } // namespace Tidewatch

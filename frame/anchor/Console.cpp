@@ -17,6 +17,8 @@ struct SharedSink {
     Console::Sink sink;
 };
 
+thread_local const Console::ThreadSink* sinkOfThread = nullptr;
+
 SharedSink& sharedSink() {
     // Never destroyed: messages may still come from destructors that run at the end of the process.
     static NeverDestroyed<SharedSink> shared;
@@ -27,6 +29,10 @@ SharedSink& sharedSink() {
 
 Console::~Console() {
     try {
+        if (sinkOfThread != nullptr) {
+            sinkOfThread->sink_(text_);
+            return;
+        }
         SharedSink& shared = sharedSink();
         const std::lock_guard lock(shared.mutex);
         if (shared.sink) {
@@ -74,6 +80,14 @@ Console& Console::operator<<(double number) {
     text_.append(digits,
                  std::to_chars(digits, digits + sizeof digits, number, std::chars_format::general, 6).ptr);
     return *this;
+}
+
+Console::ThreadSink::ThreadSink(Sink sink)
+    : sink_(std::move(sink)),
+      earlier_(std::exchange(sinkOfThread, this)) {}
+
+Console::ThreadSink::~ThreadSink() {
+    sinkOfThread = earlier_;
 }
 
 Console::Sink Console::setSink(Sink sink) {

@@ -47,6 +47,21 @@ public:
     /// message, which is also the default. Returns the previous sink.
     static Sink setSink(Sink sink);
 
+    /// For a host with several threads: as long as the object lives, the messages of the thread that made it go to a sink
+    /// of its own. Destroyed on the same thread, the last one first.
+    class TIDEWATCH_API ThreadSink {
+    public:
+        explicit ThreadSink(Sink sink);
+        ~ThreadSink();
+        ThreadSink(const ThreadSink&) = delete;
+        ThreadSink& operator=(const ThreadSink&) = delete;
+
+    private:
+        friend class Console;
+        Sink sink_;
+        const ThreadSink* earlier_;
+    };
+
 private:
     Console& decimal(long long number);
     Console& decimal(unsigned long long number);

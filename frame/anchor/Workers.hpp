@@ -17,7 +17,8 @@ class TIDEWATCH_API Workers : public ReferenceBase<Workers> {
 public:
     ~Workers() override;
 
-    /// How many pieces run at the same time, the calling thread's included; at least 1, and always the same number.
+    /// How many pieces run at the same time, the calling thread's included; at least 1, and always the
+    /// same number on one thread.
     [[nodiscard]] virtual unsigned count() const noexcept = 0;
 
     /// Calls piece(0) to piece(pieces - 1) once each, on any threads and begun roughly in this order; returns when all

@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -247,10 +249,16 @@ private:
     /// A user-defined vertical system states little more than its name and unit; without these it is useless.
     void askForVertical() {
         const std::uint16_t unit = valueOf(Tiff::Key::verticalUnit);
-        const bool isNamed = hasKey(Tiff::Key::verticalCitation);
-        const Answer answer = isNamed && unit != Tiff::undefined && unit != Tiff::userDefined
-                                  ? askOnce({bytes_.directory, bytes_.doubles, bytes_.texts})
-                                  : Answer();
+        const std::string name = textOf(Tiff::Key::verticalCitation);
+        Answer answer = !name.empty() && unit != Tiff::undefined && unit != Tiff::userDefined
+                            ? askOnce({bytes_.directory, bytes_.doubles, bytes_.texts})
+                            : Answer();
+        // Some releases of GDAL leave out its name.
+        for (const char* const before : {"VERTCRS[\"", " + "}) {
+            const std::string unnamed = std::string(before) + "unknown\"";
+            if (const std::size_t place = answer.text.find(unnamed); place != std::string::npos)
+                answer.text.replace(place, unnamed.size(), before + name + '"');
+        }
         auto whole = systemOf(answer);
         if (whole && whole->hasVertical())
             keys_.system = std::move(whole);
@@ -259,15 +267,26 @@ private:
                 "a user-defined vertical system" + (answer.reason.empty() ? "" : " (" + answer.reason + ")");
     }
 
-    /// Whether the directory has a key, wherever its value is.
-    [[nodiscard]] bool hasKey(std::uint16_t wanted) const {
+    /// The text of a key, with other quotes, as it may stand in well-known text; empty if it has none.
+    [[nodiscard]] std::string textOf(std::uint16_t wanted) const {
         constexpr std::size_t headSize = 2 * Tiff::headNumbers;
         constexpr std::size_t keySize = 2 * Tiff::keyNumbers;
         for (std::size_t place = headSize; place + keySize <= bytes_.directory.size(); place += keySize) {
-            if (Formats::loadLittleEndian<std::uint16_t>(bytes_.directory.data() + place) == wanted)
-                return true;
+            const auto number = [&](std::size_t i) {
+                return Formats::loadLittleEndian<std::uint16_t>(bytes_.directory.data() + place + 2 * i);
+            };
+            const std::size_t size = number(2);
+            const std::size_t begin = number(3);
+            if (number(0) != wanted || number(1) != Formats::Las::geoTextsId || begin > bytes_.texts.size() ||
+                size > bytes_.texts.size() - begin)
+                continue;
+            std::string text(reinterpret_cast<const char*>(bytes_.texts.data()) + begin, size);
+            // A bar ends a text, and some writers end it with a zero.
+            text.resize(std::min(text.find_first_of(std::string_view("|\0", 2)), text.size()));
+            std::replace(text.begin(), text.end(), '"', '\'');
+            return text;
         }
-        return false;
+        return {};
     }
 
     GeoKeys& keys_;

@@ -3,6 +3,7 @@
 
 #include "anchor/Error.hpp"
 #include "library/ProgressParts.hpp"
+#include "library/export/SideBySide.hpp"
 #include "library/export/runExporter.hpp"
 #include "library/output/FolderLock.hpp"
 #include "library/output/Placement.hpp"
@@ -16,9 +17,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <string>
@@ -27,6 +31,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <sys/resource.h>
 #include <sys/statvfs.h>
 
 namespace Tidewatch {
@@ -56,30 +61,47 @@ std::optional<std::uint64_t> freeBytes(fs::path folder) {
     return static_cast<std::uint64_t>(room.f_bavail) * room.f_frsize;
 }
 
-/// Gives each run its part of the progress, by the number of elements that it may read.
-class RunShares {
+/// The elements that a run may read, and one more.
+double sizeOf(const RunScope& scope) {
+    double sum = 1;
+    Selection(Filters{}).forEachGrid(
+        *scope.bundle,
+        [&](double, const std::string&, const Sheaf::Grid& grid) { sum += elementsOf(grid); });
+    return sum;
+}
+
+/// How many outputs may be written at the same time as far as open files go.
+unsigned mostAtOnce() {
+    constexpr rlim_t ofProcess = 32;
+    constexpr rlim_t ofOutput = 8;
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+        return UINT_MAX;
+    const rlim_t most = (std::max(limit.rlim_cur, ofProcess) - ofProcess) / ofOutput;
+    return static_cast<unsigned>(std::clamp<rlim_t>(most, 1, UINT_MAX));
+}
+
+/// Calls back for each number in ascending order, whatever the order in which they are added.
+class InOrder {
 public:
-    RunShares(const std::vector<RunScope>& scopes, double from, double to) : from_(from), to_(to) {
-        double sum = 0;
-        for (const RunScope& scope : scopes) {
-            sum += 1;
-            Selection(Filters{}).forEachGrid(
-                *scope.bundle,
-                [&](double, const std::string&, const Sheaf::Grid& grid) { sum += elementsOf(grid); });
-            ends_.push_back(sum);
-        }
+    explicit InOrder(std::function<void(std::size_t)> call) : call_(std::move(call)) {}
+
+    void add(std::size_t number) {
+        waiting_.insert(number);
+        for (; waiting_.erase(next_) > 0; ++next_)
+            call_(next_);
     }
 
-    void begin(std::size_t number, Progress& progress) const {
-        progress.part(share(number == 0 ? 0 : ends_[number - 1]), share(ends_[number]));
+    /// There are no more: those that wait for others need not.
+    void end() {
+        for (const std::size_t number : std::exchange(waiting_, {}))
+            call_(number);
     }
 
 private:
-    [[nodiscard]] double share(double done) const { return from_ + done / ends_.back() * (to_ - from_); }
-
-    double from_;
-    double to_;
-    std::vector<double> ends_;
+    std::function<void(std::size_t)> call_;
+    std::set<std::size_t> waiting_;
+    std::size_t next_ = 0;
 };
 
 } // namespace
@@ -109,11 +131,34 @@ private:
     [[noreturn]] void refuseOverwriting(const fs::path& file,
                                         const std::set<std::pair<double, std::string>>& grids) const;
     void begin();
+    /// Writes the output of a run, on whatever thread.
+    using Write = std::function<void(std::size_t number, const ExportFormat::Context& context,
+                                     const ExportOptions& options)>;
+    /// Which runs are made one after the other, with all workers, and which side by side then.
+    struct Division {
+        std::vector<std::size_t> alone;
+        std::vector<std::size_t> beside;
+        unsigned threads = 1;
+    };
+    [[nodiscard]] Division divide(const Scopes& scopes, const std::vector<double>& sizes);
+    void runAll(const Scopes& scopes, double until, const Write& write,
+                const std::function<bool(std::size_t number)>& take);
     void runTogether(const Scopes& scopes);
     void runEach(const Scopes& scopes);
-    void runAlone(const RunScope& scope, const std::vector<ExpectedFile>& files);
     /// How many of the files of an output are there already.
     enum class Presence { None, Some, All };
+    /// An output that stands by itself.
+    struct Output {
+        std::vector<ExpectedFile> files;
+        Presence before = Presence::None;
+        std::optional<StagingFolder::Run> folder;
+        RunResult result;
+        std::string failure;
+    };
+    [[nodiscard]] StagingFolder::Run beginRun();
+    void writeOutput(const RunScope& scope, Output& output, const ExportFormat::Context& context,
+                     const ExportOptions& options);
+    void placeOutput(const RunScope& scope, Output& output);
     [[nodiscard]] Presence presenceOf(const std::vector<ExpectedFile>& files) const;
     void requireNoLosses(const RunScope& scope, const RunResult& result) const;
     void stage(const RunResult& result, Placement::Mode mode);
@@ -134,6 +179,8 @@ private:
     std::unique_ptr<const ExportFormat> format_;
     Anchor::StrongPtr<Progress> progress_;
     Selection selection_;
+    /// Guards what follows where outputs are written side by side.
+    std::mutex filesMutex_;
     Placement placement_;
     std::optional<StagingFolder> staging_;
     Losses losses_;
@@ -227,77 +274,187 @@ void Export::Impl::runTogether(const Scopes& scopes) {
         checkNames(files);
     }
     begin();
-    const RunShares shares(scopes, inputs_.shareDone(), ProgressParts::worked);
-    for (std::size_t number = 0; number < scopes.size(); ++number) {
-        shares.begin(number, *progress_);
-        const StagingFolder::Run folder = staging_->beginRun();
-        RunResult result = runExporter(*format_, context(), options_, scopes[number], folder);
+    std::vector<RunResult> results(scopes.size());
+    InOrder inOrder([&](std::size_t number) {
+        RunResult& result = results[number];
         report_.completed = result.completed && report_.completed;
         stage(result, mode());
         take(std::move(result));
+    });
+    runAll(
+        scopes, ProgressParts::worked,
+        [&](std::size_t number, const ExportFormat::Context& context, const ExportOptions& options) {
+            const StagingFolder::Run folder = beginRun();
+            results[number] = runExporter(*format_, context, options, scopes[number], folder);
+        },
+        [&](std::size_t number) {
+            inOrder.add(number);
+            return true;
+        });
+}
+
+Export::Impl::Division Export::Impl::divide(const Scopes& scopes, const std::vector<double>& sizes) {
+    Division all;
+    for (std::size_t number = 0; number < scopes.size(); ++number)
+        all.alone.push_back(number);
+    Division division;
+    division.threads = std::min(inputs_.readers(), mostAtOnce());
+    // Runs that add to one file depend on each other.
+    if (division.threads < 2 || format_->addsToFiles() || scopes.size() < 2 * std::size_t{division.threads})
+        return all;
+    // Large ones would keep one thread busy when the others have nothing left to do.
+    const double most = std::accumulate(sizes.begin(), sizes.end(), 0.0) / division.threads;
+    const std::uint64_t memory = inputs_.memoryLimit() / division.threads;
+    for (std::size_t number = 0; number < scopes.size(); ++number) {
+        const bool isLarge =
+            sizes[number] > most || format_->bytesInMemory(context(), scopes[number]) > memory;
+        (isLarge ? division.alone : division.beside).push_back(number);
     }
+    return division.beside.size() < 2 * std::size_t{division.threads} ? all : division;
+}
+
+/// Makes all runs: calls `write` for each, and `take` on this thread when that has returned, until it returns false.
+void Export::Impl::runAll(const Scopes& scopes, double until, const Write& write,
+                          const std::function<bool(std::size_t number)>& take) {
+    std::vector<double> sizes;
+    for (const RunScope& scope : scopes)
+        sizes.push_back(sizeOf(scope));
+    const Division division = divide(scopes, sizes);
+    const double total = std::accumulate(sizes.begin(), sizes.end(), 0.0);
+    const double from = inputs_.shareDone();
+    const auto share = [&](double done) { return from + done / total * (until - from); };
+    double done = 0;
+    for (const std::size_t number : division.alone) {
+        progress_->check();
+        progress_->part(share(done), share(done + sizes[number]));
+        write(number, context(), options_);
+        if (!take(number))
+            return;
+        done += sizes[number];
+    }
+    if (division.beside.empty())
+        return;
+    progress_->part(share(done), until);
+    // The host's functions are called on this thread only, and in order.
+    for (const std::size_t number : division.beside) {
+        try {
+            if (options_.showSettings)
+                options_.showSettings(settingsOf(*format_, context(), options_, scopes[number]));
+        } catch (const Anchor::Error&) {
+            // The run itself says what is wrong.
+        }
+    }
+    ExportOptions options = options_;
+    options.showSettings = {};
+    SideBySide::Units units;
+    units.unit = format_->unit();
+    for (const std::size_t number : division.beside)
+        units.sizes.push_back(sizes[number]);
+    units.write = [&](std::size_t place, const Anchor::StrongPtr<Progress>& progress) {
+        Selection selection(options_.filters);
+        write(division.beside[place], {inputs_, selection, progress}, options);
+    };
+    units.take = [&](std::size_t place) { return take(division.beside[place]); };
+    SideBySide::run(units, division.threads, *progress_);
+}
+
+StagingFolder::Run Export::Impl::beginRun() {
+    const std::lock_guard lock(filesMutex_);
+    return staging_->beginRun();
 }
 
 /// Wrong usage is told before any work, and so is what stands in the way, unless the others shall be written anyway.
 void Export::Impl::runEach(const Scopes& scopes) {
     const EachOutput& each = options_.each;
     report_.isEach = report_.placed = true;
-    std::vector<std::vector<ExpectedFile>> files;
-    for (const RunScope& scope : scopes) {
-        files.push_back(format_->expectedFiles(context(), scope));
+    std::vector<Output> outputs(scopes.size());
+    for (std::size_t number = 0; number < scopes.size(); ++number) {
+        std::vector<ExpectedFile>& files = outputs[number].files;
+        files = format_->expectedFiles(context(), scopes[number]);
         if (!each.keepsGoing && !each.skipsExisting)
-            checkPlaces(scope, files.back());
-        checkNames(files.back());
+            checkPlaces(scopes[number], files);
+        checkNames(files);
     }
     if (options_.losses.refuses(losses_.list(format_->name())))
         throw UsageError(joined(unmatched_, "; ") + "; --strict refuses that");
     begin();
     for (const std::string& failure : inputs_.failures())
         report_.failures.push_back({"", failure});
-    const RunShares shares(scopes, inputs_.shareDone(), 1);
-    for (std::size_t number = 0; number < scopes.size(); ++number) {
-        shares.begin(number, *progress_);
-        progress_->check();
-        try {
-            runAlone(scopes[number], files[number]);
-        } catch (const Anchor::Error& error) {
-            report_.failures.push_back({scopes[number].output, error.what()});
-            if (!each.keepsGoing)
-                break;
-        }
-        files[number] = {};
+    InOrder inOrder([&](std::size_t number) {
+        Output& output = outputs[number];
+        if (!output.failure.empty())
+            report_.failures.push_back({scopes[number].output, output.failure});
+        else if (output.before == Presence::All)
+            ++report_.existing;
+        else
+            take(std::move(output.result));
+        output = {};
+    });
+    try {
+        runAll(
+            scopes, 1,
+            [&](std::size_t number, const ExportFormat::Context& context, const ExportOptions& options) {
+                writeOutput(scopes[number], outputs[number], context, options);
+            },
+            [&](std::size_t number) {
+                Output& output = outputs[number];
+                placeOutput(scopes[number], output);
+                const bool goesOn = output.failure.empty() || each.keepsGoing;
+                inOrder.add(number);
+                return goesOn;
+            });
+    } catch (...) {
+        inOrder.end();
+        throw;
     }
+    inOrder.end();
     progress_->end();
 }
 
-/// Puts an output in place by itself, or throws.
-void Export::Impl::runAlone(const RunScope& scope, const std::vector<ExpectedFile>& files) {
-    const Presence there = presenceOf(files);
-    if (there == Presence::All) {
-        ++report_.existing;
-        return;
+/// Writes an output that stands by itself into a folder of unfinished files, on whatever thread.
+void Export::Impl::writeOutput(const RunScope& scope, Output& output, const ExportFormat::Context& context,
+                               const ExportOptions& options) {
+    try {
+        output.before = presenceOf(output.files);
+        if (output.before == Presence::All)
+            return;
+        {
+            const std::lock_guard lock(filesMutex_);
+            if (output.before == Presence::None)
+                checkPlaces(scope, output.files);
+            output.folder.emplace(staging_->beginRun());
+        }
+        output.result = runExporter(*format_, context, options, scope, *output.folder);
+        if (!output.result.completed)
+            output.failure = fmt::format("{}: {}", scope.output, joined(output.result.errors, "; "));
+    } catch (const Anchor::Error& error) {
+        output.failure = error.what();
     }
-    // Some files were put in place before an interruption.
-    const Placement::Mode mode = there == Presence::Some ? Placement::Mode::Overwrite : this->mode();
-    if (there == Presence::None)
-        checkPlaces(scope, files);
-    const StagingFolder::Run folder = staging_->beginRun();
-    const auto remove = [this](const StagingFolder::Run* run) { staging_->endRun(*run); };
-    const std::unique_ptr<const StagingFolder::Run, decltype(remove)> removed(&folder, remove);
+}
 
-    RunResult result = runExporter(*format_, context(), options_, scope, folder);
-    if (!result.completed)
-        throw Anchor::FileError(fmt::format("{}: {}", scope.output, joined(result.errors, "; ")));
-    requireNoLosses(scope, result);
-    for (const RunResult::File& file : result.files) {
-        const bool isNew = placed_.insert(fs::absolute(file.file.path).lexically_normal()).second;
-        if (!isNew && !format_->addsToFiles())
-            throw Anchor::FileError(file.file.path + ": an earlier output of this run has this name");
+/// Puts an output that was written in place.
+void Export::Impl::placeOutput(const RunScope& scope, Output& output) {
+    const std::lock_guard lock(filesMutex_);
+    if (output.failure.empty() && output.before != Presence::All) {
+        try {
+            requireNoLosses(scope, output.result);
+            for (const RunResult::File& file : output.result.files) {
+                const bool isNew =
+                    placed_.insert(fs::absolute(file.file.path).lexically_normal()).second;
+                if (!isNew && !format_->addsToFiles())
+                    throw Anchor::FileError(file.file.path + ": an earlier output of this run has this name");
+            }
+            // Some files were put in place before an interruption.
+            stage(output.result, output.before == Presence::Some ? Placement::Mode::Overwrite : mode());
+            commit();
+            ++report_.done;
+        } catch (const Anchor::Error& error) {
+            output.failure = error.what();
+        }
     }
-    stage(result, mode);
-    commit();
-    take(std::move(result));
-    ++report_.done;
+    if (output.folder)
+        staging_->endRun(*output.folder);
+    output.folder.reset();
 }
 
 /// How many of an output's files are there, where that matters.

@@ -130,6 +130,11 @@ public:
     /// write.
     static void requirePositions(Selection& selection);
 
+    /// How many bytes an exporter has in memory together in a run, beside the arrays of a fragment.
+    [[nodiscard]] virtual std::uint64_t bytesInMemory(const Context& /*context*/, const RunScope& /*scope*/) const {
+        return 0;
+    }
+
     [[nodiscard]] virtual std::unique_ptr<ExportRun> makeRun(const Context& context,
                                                              const RunScope& scope) const = 0;
 };

@@ -53,6 +53,13 @@ auto withFolderNamed(const std::string& folder, const std::string& name, Work&& 
     }
 }
 
+std::string settingsText(ExportRun& run, const RunScope& scope) {
+    run.exporter().OutputPath = scope.output;
+    const std::string text =
+        run.exporter().printParameters() + run.exporter().printSecondary() + run.moreSettings();
+    return text.starts_with('\n') ? text.substr(1) : text;
+}
+
 /// Makes the result of one run.
 class Runner {
 public:
@@ -93,11 +100,8 @@ RunResult Runner::run() {
     exporter.setFlushLines(false);
     exporter.setWorkers(inputs.workers());
     options_.filters.applyTo(exporter);
-    if (options_.showSettings) {
-        exporter.OutputPath = scope_.output;
-        const std::string text = exporter.printParameters() + exporter.printSecondary() + run->moreSettings();
-        options_.showSettings(text.starts_with('\n') ? text.substr(1) : text);
-    }
+    if (options_.showSettings)
+        options_.showSettings(settingsText(*run, scope_));
     run->recorder().follow(exporter);
     const fs::path name = format_.exporterOutput(scope_);
     exporter.OutputPath = (name.empty() ? folder_.path() : folder_.path() / name).string();
@@ -238,6 +242,13 @@ void Runner::noteSharedFiles(const std::vector<std::string>& files, const Grids&
 }
 
 } // namespace
+
+std::string settingsOf(const ExportFormat& format, const ExportFormat::Context& context,
+                       const ExportOptions& options, const RunScope& scope) {
+    const auto run = format.makeRun(context, scope);
+    options.filters.applyTo(run->exporter());
+    return settingsText(*run, scope);
+}
 
 RunResult runExporter(const ExportFormat& format, const ExportFormat::Context& context,
                       const ExportOptions& options, const RunScope& scope, const StagingFolder::Run& folder) {

@@ -36,6 +36,10 @@ struct RunResult {
     std::set<std::string> exported;
 };
 
+/// What ExportOptions::showSettings is told of a run.
+[[nodiscard]] std::string settingsOf(const ExportFormat& format, const ExportFormat::Context& context,
+                                     const ExportOptions& options, const RunScope& scope);
+
 /// Runs an exporter into a folder of unfinished files and checks what it wrote. Throws Anchor::Error, in which the folder
 /// has the name of the output, and what the progress object throws.
 [[nodiscard]] RunResult runExporter(const ExportFormat& format, const ExportFormat::Context& context,

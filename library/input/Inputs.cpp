@@ -59,10 +59,42 @@ private:
     std::optional<std::set<std::string>> fields_;
 };
 
+namespace {
+
+/// The workers of a host, except for threads that write one of several outputs side by side: these have none, since the
+/// others keep the processors busy.
+class WorkersOfHost final : public Anchor::Workers {
+public:
+    explicit WorkersOfHost(Anchor::StrongPtr<Anchor::Workers> workers) : workers_(std::move(workers)) {}
+
+    [[nodiscard]] unsigned count() const noexcept override {
+        return Progress::OnThisThread::exists() ? 1 : workers_->count();
+    }
+
+    void run(std::size_t pieces, const std::function<void(std::size_t)>& piece) override {
+        if (!Progress::OnThisThread::exists()) {
+            workers_->run(pieces, piece);
+            return;
+        }
+        for (std::size_t number = 0; number < pieces; ++number)
+            piece(number);
+    }
+
+private:
+    Anchor::StrongPtr<Anchor::Workers> workers_;
+};
+
+Anchor::StrongPtr<Anchor::Workers> lent(const Anchor::StrongPtr<Anchor::Workers>& workers) {
+    return workers ? Anchor::StrongPtr<Anchor::Workers>(Anchor::makeStrong<WorkersOfHost>(workers)) : nullptr;
+}
+
+} // namespace
+
 Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& progress)
     : bundle_(Anchor::makeStrong<Sheaf::Bundle>()),
       expected_(std::make_shared<ExpectedFields>()),
-      workers_(options.workers) {
+      workers_(lent(options.workers)),
+      areFiles_(true) {
     const std::size_t times = options.sliceTimes.size();
     if (times > 1 && times != options.files.size())
         throw UsageError(fmt::format("--slice-time has {} for {}; give one, or one for each",
@@ -76,7 +108,7 @@ Inputs::Inputs(const InputOptions& options, const Anchor::StrongPtr<Progress>& p
     }
     read.FragmentPoints = options.fragmentPoints;
     read.Tick = Progress::ticker(progress);
-    read.Workers = options.workers;
+    read.Workers = workers_;
     read.IsWanted = [expected = expected_](const std::string& field) { return expected->contains(field); };
     if (options.requiresSandbox)
         requireSandbox(true);
@@ -136,7 +168,7 @@ Inputs Inputs::with(const InputOptions& options, const Anchor::StrongPtr<Progres
         const MergeInput all{files.empty() ? "the bundle" : listed(files), made.bundle_};
         made.mergeAll({&all, 1}, *options.merge);
     }
-    made.workers_ = options.workers;
+    made.workers_ = lent(options.workers);
     made.cutIntoTiles(options, progress);
     return made;
 }

@@ -116,6 +116,12 @@ public:
     /// created.
     void expectFields(std::set<std::string> fields) const;
 
+    /// How many threads of the export may read at the same time: 1 for a bundle that a host made, whose creators may be used
+    /// by one thread only.
+    [[nodiscard]] unsigned readers() const noexcept {
+        return areFiles_ ? Anchor::workerCount(workers_.get()) : 1;
+    }
+
     /// Those of the options; may be null.
     [[nodiscard]] const Anchor::StrongPtr<Anchor::Workers>& workers() const noexcept { return workers_; }
 
@@ -165,6 +171,7 @@ private:
     std::uint64_t bytes_ = 0;
     std::shared_ptr<ExpectedFields> expected_;
     Anchor::StrongPtr<Anchor::Workers> workers_;
+    bool areFiles_ = false;
     std::uint64_t memoryLimit_ = ConvLib::ReadOptions().MaximumArrayBytes;
     std::vector<std::string> failures_;
     std::vector<std::string> notes_;

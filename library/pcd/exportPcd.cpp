@@ -40,6 +40,13 @@ PlannedPcds plansOf(const PcdOptions& options, const ExportFormat::Context& cont
             [&](const Sheaf::Grid& grid) { return planOf(grid, options, context.selection); }};
 }
 
+std::uint64_t mostMemory(const PlannedPcds& planned) {
+    std::uint64_t most = 0;
+    planned.forEach(
+        [&](double, const std::string&, const PcdPlan& plan) { most = std::max(most, plan.memory()); });
+    return most;
+}
+
 class PcdRun final : public ExportRun {
 public:
     PcdRun(const PcdOptions& options, const ExportFormat::Context& context, const RunScope& scope)
@@ -52,7 +59,7 @@ public:
         statesCellSize_ = options.cellSize.has_value();
         exporter_.ExactCounts = options.exactCounts;
         exporter_.Thinning = options.thinning;
-        if (context.inputs.isChosen() && mostMemory() > context.inputs.memoryLimit()) {
+        if (context.inputs.isChosen() && mostMemory(planned_) > context.inputs.memoryLimit()) {
             context.inputs.countChosen(context.progress);
             planned_ = plansOf(options, context, scope);
         }
@@ -90,7 +97,6 @@ public:
     void findLosses(const ExportedGrid& exported, Losses& losses) const override;
 
 private:
-    [[nodiscard]] std::uint64_t mostMemory() const;
     void checkMemory(const ExportFormat::Context& context) const;
     void findFieldLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
     void findIntensityLoss(const ExportedGrid& exported, const PcdPlan& plan, Losses& losses) const;
@@ -104,13 +110,6 @@ private:
     ExportLib::ExportPointCloudToPCD exporter_;
     bool statesCellSize_ = false;
 };
-
-std::uint64_t PcdRun::mostMemory() const {
-    std::uint64_t most = 0;
-    planned_.forEach(
-        [&](double, const std::string&, const PcdPlan& plan) { most = std::max(most, plan.memory()); });
-    return most;
-}
 
 /// Says what the largest grid needs, and refuses it before the work where that is more than allowed.
 void PcdRun::checkMemory(const ExportFormat::Context& context) const {
@@ -231,6 +230,10 @@ public:
                 files.push_back({scope.output, time, name, points, points * lineBytes});
             });
         return files;
+    }
+
+    std::uint64_t bytesInMemory(const Context& context, const RunScope& scope) const override {
+        return mostMemory(plansOf(options_, context, scope));
     }
 
     std::unique_ptr<ExportRun> makeRun(const Context& context, const RunScope& scope) const override {

@@ -31,6 +31,7 @@
 namespace {
 
 using Support::TemporaryFolder;
+using ::testing::AnyOf;
 using ::testing::HasSubstr;
 namespace Craft = Support::Craft;
 using Form = Craft::File::Form;
@@ -50,8 +51,9 @@ class HostileBundleFile : public ::testing::Test {
 protected:
     /// Expects that the file, or one of its arrays, is refused with a message that names the file and says
     /// this, and that a bundle which it was to be read into is left as it was.
+    /// `byLibrary` is what some releases of HDF5 say before we do.
     template <class Kind = Anchor::FormatError>
-    void expectRefused(const std::string& what) {
+    void expectRefused(const std::string& what, const std::string& byLibrary = {}) {
         const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
         bundle->makeSlice(0)->makeGrid("before");
         const std::string before = Support::bundleText(*bundle);
@@ -63,7 +65,7 @@ protected:
             isRead = true;
             ADD_FAILURE() << "accepted:\n" << Support::bundleText(*bundle).substr(0, 2000);
         } catch (const Kind& error) {
-            EXPECT_THAT(error.what(), HasSubstr(what));
+            EXPECT_THAT(error.what(), AnyOf(HasSubstr(what), HasSubstr(byLibrary.empty() ? what : byLibrary)));
             EXPECT_THAT(error.what(), HasSubstr(file_));
         }
         if (!isRead) {
@@ -563,7 +565,7 @@ TEST_F(HostileBundleFile, DatasetThatHoldsNoNumbersOfAKnownTypeIsRefused) {
     expectType(H5T_STD_B8LE);
     expectType(H5T_STD_REF_OBJ);
     const hid_t oddInteger = H5Tcopy(H5T_STD_I32LE);
-    H5Tset_precision(oddInteger, 12);
+    H5Tset_precision(oddInteger, 20);
     expectType(oddInteger);
     const hid_t half = H5Tcopy(H5T_IEEE_F32LE);
     H5Tset_fields(half, 15, 10, 5, 0, 10);
@@ -679,7 +681,8 @@ TEST_F(HostileBundleFile, ExtentsBeyondTheirMaximumAreRefused) {
     ASSERT_EQ(changed, 1u);
     Support::repairChecksums(bytes);
     Support::writeBytes(file_, bytes);
-    expectRefused("F: has extents beyond what it says is their maximum");
+    // HDF5 1.14.4 and later refuse it themselves.
+    expectRefused("F: has extents beyond what it says is their maximum", "is greater than maxdim size");
 }
 
 TEST_F(HostileBundleFile, MoreChunksThanTheFileCanHoldAreRefused) {
@@ -875,7 +878,7 @@ TEST_F(HostileBundleFile, PlainDataBeyondTheFileIsRefused) {
     }
     ASSERT_EQ(changed, 1u);
     Support::writeBytes(file_, bytes);
-    expectRefused("beyond the end of the file");
+    expectRefused("beyond the end of the file", "invalid dataset size");
 }
 
 TEST_F(HostileBundleFile, ArrayAboveTheLimitIsALimitErrorWhenItIsAskedFor) {
