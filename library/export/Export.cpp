@@ -65,8 +65,7 @@ std::optional<std::uint64_t> freeBytes(fs::path folder) {
 double sizeOf(const RunScope& scope) {
     double sum = 1;
     Selection(Filters{}).forEachGrid(
-        *scope.bundle,
-        [&](double, const std::string&, const Sheaf::Grid& grid) { sum += elementsOf(grid); });
+        *scope.bundle, [&](double, const std::string&, const Sheaf::Grid& grid) { sum += elementsOf(grid); });
     return sum;
 }
 
@@ -439,8 +438,7 @@ void Export::Impl::placeOutput(const RunScope& scope, Output& output) {
         try {
             requireNoLosses(scope, output.result);
             for (const RunResult::File& file : output.result.files) {
-                const bool isNew =
-                    placed_.insert(fs::absolute(file.file.path).lexically_normal()).second;
+                const bool isNew = placed_.insert(fs::absolute(file.file.path).lexically_normal()).second;
                 if (!isNew && !format_->addsToFiles())
                     throw Anchor::FileError(file.file.path + ": an earlier output of this run has this name");
             }

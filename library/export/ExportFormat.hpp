@@ -131,7 +131,8 @@ public:
     static void requirePositions(Selection& selection);
 
     /// How many bytes an exporter has in memory together in a run, beside the arrays of a fragment.
-    [[nodiscard]] virtual std::uint64_t bytesInMemory(const Context& /*context*/, const RunScope& /*scope*/) const {
+    [[nodiscard]] virtual std::uint64_t bytesInMemory(const Context& /*context*/,
+                                                      const RunScope& /*scope*/) const {
         return 0;
     }
 

@@ -114,7 +114,8 @@ private:
             } catch (const std::system_error& error) {
                 // Where the system allows no more threads, there are fewer.
                 if (running.empty())
-                    throw Anchor::LimitError(fmt::format("cannot start a thread: {}", error.code().message()));
+                    throw Anchor::LimitError(
+                        fmt::format("cannot start a thread: {}", error.code().message()));
                 return;
             }
         }

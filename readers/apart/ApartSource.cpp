@@ -178,7 +178,8 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
     bool isSilent = false; // then usedBefore is the time used when silence was first noticed
     bool hasWork = static_cast<bool>(work);
     while (isSent) {
-        const Channel::Wait state = child_.channel.wait(hasWork ? std::chrono::milliseconds(0) : tickInterval);
+        const Channel::Wait state =
+            child_.channel.wait(hasWork ? std::chrono::milliseconds(0) : tickInterval);
         if (state == Channel::Wait::TimedOut && hasWork) {
             hasWork = work();
             if (tick)

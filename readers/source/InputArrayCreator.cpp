@@ -53,7 +53,9 @@ public:
     [[nodiscard]] std::vector<T> release() { return std::move(elements_); }
 
 protected:
-    [[nodiscard]] std::span<std::byte> provided() override { return std::as_writable_bytes(std::span(elements_)); }
+    [[nodiscard]] std::span<std::byte> provided() override {
+        return std::as_writable_bytes(std::span(elements_));
+    }
 
 private:
     void require(const std::function<void()>& provide) {

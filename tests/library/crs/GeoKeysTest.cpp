@@ -212,7 +212,8 @@ TEST(GeoKeys, OthersReadWrittenKeys) {
         {"EPSG:4326", {{"[\"EPSG\",4326]"}, {"GCS_WGS_84"}}},
         {"EPSG:25832", {{"[\"EPSG\",25832]"}, {"Code-25832 (ETRS89 / UTM zone 32N)"}}},
         {"EPSG:25832+5783",
-         {{"\"ETRS89 / UTM zone 32N\"", "\"DHHN92 height\"", "[\"EPSG\","}, {"Code-25832", "Code-5783 (DHHN92 height)"}}},
+         {{"\"ETRS89 / UTM zone 32N\"", "\"DHHN92 height\"", "[\"EPSG\","},
+          {"Code-25832", "Code-5783 (DHHN92 height)"}}},
         {"EPSG:4978", {{"geocentricX", "[\"EPSG\",6326]"}, {"ModelTypeGeocentric", "Code-4978 (WGS 84)"}}}};
     for (const auto& [code, said] : systems) {
         const auto record = GeoKeys::write(ReferenceSystem::fromCode(code));

@@ -65,7 +65,8 @@ protected:
             isRead = true;
             ADD_FAILURE() << "accepted:\n" << Support::bundleText(*bundle).substr(0, 2000);
         } catch (const Kind& error) {
-            EXPECT_THAT(error.what(), AnyOf(HasSubstr(what), HasSubstr(byLibrary.empty() ? what : byLibrary)));
+            EXPECT_THAT(error.what(),
+                        AnyOf(HasSubstr(what), HasSubstr(byLibrary.empty() ? what : byLibrary)));
             EXPECT_THAT(error.what(), HasSubstr(file_));
         }
         if (!isRead) {
