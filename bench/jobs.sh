@@ -58,3 +58,7 @@ compare "laz to thin pcd" pcd survey.laz -o out.pcd --cell-size 1
 compare "laz to ascii" ascii survey.laz -o out --field Positions
 compare "laz, verified" las survey.laz -o out.laz --verify
 compare "laz to squares" las survey.laz -o 'out/{tile}.laz' --tile-size 250
+# Outputs side by side.
+"$program" las survey.laz -o 'tiles/{tile}.laz' --tile-size 100 -q
+compare "files to laz" las tiles/*.laz -o 'out/{grid}.laz'
+compare "files verified" las tiles/*.laz -o 'out/{grid}.laz' --verify
