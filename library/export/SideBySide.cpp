@@ -162,15 +162,21 @@ private:
                     return;
             }
             tellMessages(false);
+            progress_.check();
             tellProgress(taken);
         }
     }
 
+    /// Some times a second, since it looks at every unit.
     void tellProgress(std::size_t taken) {
+        using namespace std::chrono_literals;
+        const auto now = std::chrono::steady_clock::now();
+        if (taken < state_.size() && now - toldAt_ < 50ms)
+            return;
+        toldAt_ = now;
         double done = 0;
         for (std::size_t number = 0; number < state_.size(); ++number)
             done += units_.sizes[number] * state_[number].progress->share();
-        progress_.check();
         progress_.say(fmt::format("writing: {} of {} outputs are done", taken, state_.size()));
         progress_.piece(done, 0);
     }
@@ -197,7 +203,8 @@ private:
     std::vector<std::size_t> order_;
     std::atomic<std::size_t> next_ = 0;
     std::atomic<bool> isStopped_ = false;
-    std::size_t told_ = 0;
+    std::chrono::steady_clock::time_point toldAt_;
+    std::size_t told_ = 0; // how many units' messages
     std::mutex mutex_; // of what follows, and of what says that a unit is ready
     std::condition_variable changed_;
     std::vector<std::size_t> ready_;
