@@ -44,13 +44,13 @@ public:
     /// Asks whether to continue.
     virtual void check();
 
-    /// tick() as a function for readers; keeps the object alive. Empty for a null reference. On a thread with a progress
-    /// object of its own (OnThisThread) that one is told instead.
+    /// tick() as a function for readers; keeps the object alive. Empty for a null reference. On a thread that has its
+    /// own progress object (OnThisThread), calls go to that one instead.
     [[nodiscard]] static std::function<void(const std::string&, double)>
     ticker(Anchor::StrongPtr<Progress> progress);
 
-    /// A thread beside the one that asked for the work has a progress object of its own as long as this object lives. The
-    /// progress object must outlive it.
+    /// Gives the current thread its own progress object while this object exists, for threads other than the one that
+    /// asked for the work. The progress object must outlive it.
     class TIDEWATCH_API OnThisThread {
     public:
         explicit OnThisThread(Progress& progress) noexcept;

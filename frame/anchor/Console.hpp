@@ -47,8 +47,8 @@ public:
     /// message, which is also the default. Returns the previous sink.
     static Sink setSink(Sink sink);
 
-    /// For a host with several threads: as long as the object lives, the messages of the thread that made it go to a sink
-    /// of its own. Destroyed on the same thread, the last one first.
+    /// Redirects the console messages of the current thread while the object exists. Must be destroyed on the thread that
+    /// created it, in reverse order of creation.
     class TIDEWATCH_API ThreadSink {
     public:
         explicit ThreadSink(Sink sink);

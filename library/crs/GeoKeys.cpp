@@ -267,7 +267,7 @@ private:
                 "a user-defined vertical system" + (answer.reason.empty() ? "" : " (" + answer.reason + ")");
     }
 
-    /// The text of a key, with other quotes, as it may stand in well-known text; empty if it has none.
+    /// The text of a key, empty if it has none. Double quotes become single ones, so that it can be put into well-known text.
     [[nodiscard]] std::string textOf(std::uint16_t wanted) const {
         constexpr std::size_t headSize = 2 * Tiff::headNumbers;
         constexpr std::size_t keySize = 2 * Tiff::keyNumbers;

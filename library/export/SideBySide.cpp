@@ -205,7 +205,7 @@ private:
     std::atomic<bool> isStopped_ = false;
     std::chrono::steady_clock::time_point toldAt_;
     std::size_t told_ = 0; // how many units' messages
-    std::mutex mutex_; // of what follows, and of what says that a unit is ready
+    std::mutex mutex_;     // of what follows, and of what says that a unit is ready
     std::condition_variable changed_;
     std::vector<std::size_t> ready_;
 };

@@ -31,7 +31,7 @@ std::vector<std::vector<char>> makeArrays() {
 constexpr std::size_t little = std::size_t{4} << 20;
 
 TEST(FreedArrays, GoBackToTheSystem) {
-    // In a process of its own, since the setting is one of the process.
+    // In a separate process, because the setting affects the whole process.
     EXPECT_EXIT(
         {
             Tidewatch::giveFreedArraysBack();
