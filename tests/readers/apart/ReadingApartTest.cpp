@@ -14,15 +14,18 @@
 #include "support/TemporaryFolder.hpp"
 #include "support/systemReason.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <set>
+#include <sstream>
+#include <stdexcept>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,17 +46,55 @@ Bundle read(const std::string& path, Reading reading = Reading::Apart) {
     return bundle;
 }
 
-/// The processes of tidewatch-read that there are for this one, by what the system says of all.
-std::set<pid_t> readersOf(pid_t host) {
-    std::set<pid_t> found;
+/// A process and the one that started it, as the system tells.
+struct Process {
+    pid_t number = 0;
+    pid_t parent = 0;
+};
+
+/// The processes of tidewatch-read that there are for this one, by what the system tells of all.
+std::vector<Process> readersOf(pid_t host) {
+    std::vector<Process> found;
+    const std::string ofHost = "TIDEWATCH_TEST_HOST=" + std::to_string(host) + '\0';
     for (const auto& entry : fs::directory_iterator("/proc")) {
         std::ifstream file(entry.path() / "environ", std::ios::binary);
         const std::string environment{std::istreambuf_iterator<char>(file), {}};
-        if (environment.find("TIDEWATCH_TEST_HOST=" + std::to_string(host)) != std::string::npos &&
-            fs::path(fs::read_symlink(entry.path() / "exe")).filename() == "tidewatch-read")
-            found.insert(std::stoi(entry.path().filename().string()));
+        std::error_code gone; // any process may end while it is looked at
+        if (environment.find(ofHost) == std::string::npos ||
+            fs::read_symlink(entry.path() / "exe", gone).filename() != "tidewatch-read")
+            continue;
+        std::ifstream stat(entry.path() / "stat");
+        const std::string text{std::istreambuf_iterator<char>(stat), {}};
+        // "number (name) state parent ..."
+        std::istringstream rest(text.substr(std::min(text.rfind(')') + 1, text.size())));
+        Process process;
+        process.number = std::stoi(entry.path().filename().string());
+        char state = 0;
+        if (rest >> state >> process.parent && state != 'Z')
+            found.push_back(process);
     }
     return found;
+}
+
+/// The process that forks the others.
+pid_t serverOf(pid_t host) {
+    const std::vector<Process> all = readersOf(host);
+    for (const Process& process : all) {
+        if (std::none_of(all.begin(), all.end(),
+                         [&](const Process& other) { return other.number == process.parent; }))
+            return process.number;
+    }
+    throw std::runtime_error("there is no process that reads");
+}
+
+/// The process that reads the only file that is open.
+pid_t childOf(pid_t host) {
+    const pid_t server = serverOf(host);
+    for (const Process& process : readersOf(host)) {
+        if (process.parent == server)
+            return process.number;
+    }
+    throw std::runtime_error("there is no process that reads a file");
 }
 
 /// Runs a function in a process of its own, with all that happens at the end of one; gives its status.
@@ -99,7 +140,7 @@ TEST_F(ReadingApart, ProcessHasOneThreadNoNewPrivilegesAndAFilter) {
     EXPECT_EQ(inChild([&] {
                   const Bundle bundle = read(file_);
                   int filtered = 0;
-                  for (const pid_t reader : readersOf(::getpid())) {
+                  for (const auto& [reader, parent] : readersOf(::getpid())) {
                       std::ifstream file("/proc/" + std::to_string(reader) + "/status");
                       const std::string status{std::istreambuf_iterator<char>(file), {}};
                       filtered += status.find("\nSeccomp:\t2") != std::string::npos &&
@@ -217,7 +258,7 @@ TEST_F(ReadingApart, ProcessThatIsKilledIsAnErrorWithFileObjectAndSignalAndStart
         inChild([&] {
             const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();
             Tidewatch::BundleFileReader().read(*bundle, file_, {});
-            ::kill(*readersOf(::getpid()).rbegin(), SIGKILL);
+            ::kill(childOf(::getpid()), SIGKILL);
             std::string message;
             try {
                 static_cast<void>(Support::bundleText(*bundle));
@@ -238,7 +279,7 @@ TEST_F(ReadingApart, ServerThatIsKilledStartsAgain) {
     EXPECT_EQ(inChild([&] {
                   const std::string expected = Support::bundleText(*read(file_, Reading::InProcess));
                   const Bundle bundle = read(file_);
-                  ::kill(*readersOf(::getpid()).begin(), SIGKILL);
+                  ::kill(serverOf(::getpid()), SIGKILL);
                   for (int left = 1000; left > 0 && !readersOf(::getpid()).empty(); --left)
                       std::this_thread::sleep_for(std::chrono::milliseconds(10));
                   // The first to ask may find its process gone.
