@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Sets up the machine, builds, and runs every test: the release build, the suite again under a locale with decimal
-# commas, a project that uses the installed package, the suite under sanitizers, the threaded tests under
-# ThreadSanitizer, and a clang build of which the fuzzers of our own code run briefly. Stops at the first stage that
-# fails; the summary counts the tests and gives the reasons for skips.
+# Sets up the machine, builds, and runs every test: the release build, a project that uses the installed package, the
+# suite again under sanitizers and a locale with decimal commas, the threaded tests under ThreadSanitizer, and a clang
+# build of which the fuzzers of our own code run briefly. Stops at the first stage that fails; the summary counts the
+# tests and gives the reasons for skips.
 set -euo pipefail
 
 quick=0
@@ -78,12 +78,6 @@ begin_stage "release: tests"
 run_ctest ci-release . "$none"
 ((quick)) && exit 0
 
-begin_stage "locale: the tests of the release build under decimal commas"
-# What is damaged, fails or is drawn, and in what order work is done, does not depend on how numbers are written.
-run_ctest ci-release . \
-    'Faults\.|Damaged|Hostile|^Forms/|ToItsLastByte|^ViewPage|^ConcurrentWorkers|ChunksSideBySide|^PointDecoder' \
-    scripts/comma-locale.sh build/ci-release/locale
-
 begin_stage "consumer: a project that uses the installed package"
 tests/consumer/run.sh build/ci-release
 
@@ -93,10 +87,11 @@ scripts/api-pages.sh
 begin_stage "sanitizers: build with ASan and UBSan"
 build ci-sanitize
 
-begin_stage "sanitizers: tests"
+begin_stage "sanitizers: tests, under a locale with decimal commas"
 # An allocation that exceeds the sanitizer's limit ends the test: no input may make the program request that much. The page
 # in a browser is no C++, and what runs in threads has a sanitizer of its own.
-run_ctest ci-sanitize . '^ViewPage|^ConcurrentWorkers' env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+run_ctest ci-sanitize . '^ViewPage|^ConcurrentWorkers' \
+    scripts/comma-locale.sh build/ci-sanitize/locale env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:allocator_may_return_null=0
 
 begin_stage "threads: build of what runs in threads, with ThreadSanitizer"

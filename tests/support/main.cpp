@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The suite runs once more under a locale with decimal commas, to show that no text depends on it.
+// The suite under sanitizers runs under a locale with decimal commas, to show that no text depends on it.
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
