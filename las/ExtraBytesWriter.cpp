@@ -63,7 +63,8 @@ Raw nearest(double value) noexcept {
 } // namespace
 
 template <class Raw>
-void ExtraBytesWriter::store(ExtraBytesWriter& writer, double value, std::uint8_t* to) noexcept {
+void ExtraBytesWriter::store(const ExtraBytesWriter& writer, double value, std::uint8_t* to,
+                             Changes& changes) noexcept {
     const double steps = (value - writer.offset_) / writer.scale_;
     Raw raw{};
     if (std::isnan(steps)) {
@@ -73,17 +74,17 @@ void ExtraBytesWriter::store(ExtraBytesWriter& writer, double value, std::uint8_
         else if constexpr (std::is_floating_point_v<Raw>)
             raw = std::numeric_limits<Raw>::quiet_NaN();
         else
-            ++writer.changes_.lost;
+            ++changes.lost;
     } else {
         raw = nearest<Raw>(steps);
         // Smaller changes are rounding errors of floating-point arithmetic.
         constexpr double noise = 1e-6;
         const double change = std::abs(static_cast<double>(raw) - steps);
         if (change >= 1 && !std::is_floating_point_v<Raw> && change > std::abs(steps) * 1e-15)
-            ++writer.changes_.clamped;
+            ++changes.clamped;
         else if (change > noise && change > std::abs(steps) * (std::is_same_v<Raw, float> ? 1e-7 : 1e-15)) {
-            ++writer.changes_.rounded;
-            writer.changes_.most = std::max(writer.changes_.most, change * std::abs(writer.scale_));
+            ++changes.rounded;
+            changes.most = std::max(changes.most, change * std::abs(writer.scale_));
         }
     }
     Formats::storeLittleEndian(to, raw);
@@ -104,7 +105,6 @@ ExtraBytesWriter::ExtraBytesWriter(LasPlan::ExtraBytes description)
 void ExtraBytesWriter::take(const Anchor::StrongPtr<Anchor::Cacheable>& data) {
     data_ = nullptr;
     size_ = 0;
-    changes_ = {};
     const auto array = Anchor::dynamicCast<Sheaf::MemBase>(data);
     if (!array)
         return;

@@ -5,6 +5,7 @@
 #include "anchor/StrongPtr.hpp"
 #include "las/LasPlan.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <typeinfo>
@@ -19,7 +20,7 @@ class ExtraBytesWriter {
 public:
     explicit ExtraBytesWriter(LasPlan::ExtraBytes description);
 
-    /// How values of the current fragment were changed.
+    /// How values were changed.
     struct Changes {
         std::uint64_t rounded = 0;
         /// The greatest change by rounding, in the unit of the values.
@@ -27,6 +28,13 @@ public:
         std::uint64_t clamped = 0;
         /// NaN values without a "no data".
         std::uint64_t lost = 0;
+
+        void add(const Changes& other) noexcept {
+            rounded += other.rounded;
+            most = std::max(most, other.most);
+            clamped += other.clamped;
+            lost += other.lost;
+        }
     };
 
     [[nodiscard]] const LasPlan::ExtraBytes& description() const noexcept { return description_; }
@@ -39,23 +47,24 @@ public:
 
     /// The number of values.
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
+    [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
 
-    /// Writes a value, which must exist, to its place in the extra bytes of a record.
-    void put(std::size_t value, std::uint8_t* extraBytes) {
+    /// Writes a value, which must exist, to its place in the extra bytes of a record, and notes how it was changed.
+    void put(std::size_t value, std::uint8_t* extraBytes, Changes& changes) const {
         const std::byte* const from = first_ + value * stride_;
         if (isCopied_)
             copy(from, extraBytes + description_.start);
         else
-            store_(*this, load_(from), extraBytes + description_.start);
+            store_(*this, load_(from), extraBytes + description_.start, changes);
     }
-
-    [[nodiscard]] const Changes& changes() const noexcept { return changes_; }
 
 private:
     void copy(const std::byte* from, std::uint8_t* to) const noexcept;
     template <class Raw>
-    static void store(ExtraBytesWriter& writer, double value, std::uint8_t* to) noexcept;
-    using Store = void (*)(ExtraBytesWriter& writer, double value, std::uint8_t* to) noexcept;
+    static void store(const ExtraBytesWriter& writer, double value, std::uint8_t* to,
+                      Changes& changes) noexcept;
+    using Store = void (*)(const ExtraBytesWriter& writer, double value, std::uint8_t* to,
+                           Changes& changes) noexcept;
     template <std::size_t... type>
     static Store storeOf(const std::type_info& raw, std::index_sequence<type...>);
 
@@ -69,7 +78,6 @@ private:
     std::size_t size_ = 0;
     double (*load_)(const std::byte* from) noexcept = nullptr;
     bool isCopied_ = false;
-    Changes changes_;
 };
 
 } // namespace ExportLib

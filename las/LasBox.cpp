@@ -6,18 +6,20 @@
 #include "formats/las/extraBytesEntry.hpp"
 #include "formats/las/layout.hpp"
 #include "las/LasPlan.hpp"
+#include "las/PointMaker.hpp"
 #include "las/fileIsComplete.hpp"
 #include "las/lasHeader.hpp"
 #include "las/lasRules.hpp"
-#include "las/lasValues.hpp"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <ctime>
+#include <exception>
 #include <iterator>
 #include <limits>
+#include <mutex>
 #include <utility>
 
 #ifdef TIDEWATCH_LASLIB_HALTS
@@ -30,9 +32,6 @@ namespace ExportLib {
 
 namespace {
 
-/// Degrees (LAS 1.4 R15, "Scan Angle" of point formats 6 to 10).
-constexpr double scanAngleStep = 0.006;
-
 // Several exporters may run in threads of their own.
 std::atomic<int> boxCount{0};
 
@@ -42,88 +41,7 @@ std::array<double, 3> cornerOf(const Geom::PhysicalSpace::point& corner, const G
             orZero(corner.z, box.lower().z, box.upper().z)};
 }
 
-/// Counts changes of values stored as 16-bit numbers.
-struct ShortChanges {
-    std::uint64_t wrapped = 0;
-    std::uint64_t rounded = 0;
-    /// The greatest change by rounding, in units of the stored number.
-    double most = 0;
-
-    void note(double value, std::uint16_t stored) noexcept {
-        const double change = std::abs(value - stored);
-        if (change == 0)
-            return;
-        // NaN counts as wrapped, too.
-        if (!(change < 1)) {
-            ++wrapped;
-            return;
-        }
-        ++rounded;
-        if (change > most) [[unlikely]]
-            most = change;
-    }
-};
-
-/// Counts points, each once even if several of its values are noted.
-struct PointCount {
-    std::uint64_t points = 0;
-    std::size_t last = std::numeric_limits<std::size_t>::max();
-
-    void note(std::size_t point) noexcept {
-        points += point != last ? 1U : 0U;
-        last = point;
-    }
-};
-
-/// Counts changes of coordinates.
-struct PositionChanges {
-    /// In steps: smaller changes are rounding errors of floating-point arithmetic and not counted.
-    static constexpr double noise = 1e-6;
-
-    /// Points with a rounded coordinate, and points with one that does not fit or is NaN.
-    std::uint64_t rounded = 0;
-    std::uint64_t misfits = 0;
-    /// The greatest change along each axis, in steps.
-    double x = 0;
-    double y = 0;
-    double z = 0;
-
-    void note(double byX, double byY, double byZ) noexcept {
-        // Coordinates that fit change by at most half a step, others by 2^31 steps or more.
-        const double sum = byX + byY + byZ;
-        if (!(sum < 2)) {
-            ++misfits;
-            return;
-        }
-        rounded += sum > noise ? 1U : 0U;
-        if (byX > x) [[unlikely]]
-            x = byX;
-        if (byY > y) [[unlikely]]
-            y = byY;
-        if (byZ > z) [[unlikely]]
-            z = byZ;
-    }
-};
-
 } // namespace
-
-struct LasBox::Changes {
-    PositionChanges positions;
-    std::uint64_t highClasses = 0;
-    PointCount highReturns;
-    PointCount wideFlags;
-    std::uint64_t fineAngles = 0;
-    std::uint64_t wholeAngles = 0;
-    ShortChanges reflectance;
-    ShortChanges amplitude;
-    // Counts for features beyond the contract.
-    std::uint64_t roundedAngles = 0;
-    double maxAngleChange = 0;
-    std::uint64_t highChannels = 0;
-    std::uint64_t overlaps = 0;
-    std::uint64_t scannerChannels = 0;
-    std::uint64_t nearInfrared = 0;
-};
 
 LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anchor::InterfaceBase>& box,
                const Sheaf::Representation& representation, std::string fileName, const int& version,
@@ -162,8 +80,8 @@ LasBox::LasBox(int day, int year, const Anchor::StrongPtr<Geom::BoundingBox, Anc
     writer_.reset(opener_.open(&header_));
     noteFailure(!writer_);
 #ifdef TIDEWATCH_LASLIB_SIDE_BY_SIDE
-    if (Anchor::Workers* const workers = host_.workers; writer_ && Anchor::workerCount(workers) > 1)
-        writer_->compress_side_by_side(workers->count(), [workers](std::size_t pieces, const auto& piece) {
+    if (Anchor::Workers* const workers = host_.workers; writer_ && isSideBySide())
+        writer_->work_side_by_side(workers->count(), [workers](std::size_t pieces, const auto& piece) {
             Anchor::runPieces(workers, pieces, piece);
         });
 #endif
@@ -343,261 +261,130 @@ std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
 
 template <bool isExtended, bool isObserved, bool isBeyond>
 std::uint64_t LasBox::writePointsOf(std::uint32_t count) {
-    // The older formats have 3 bits, so 6 and 7 are stored although the format's limit, which the warning
-    // names, is 5. Deliberate: sensors that count to 7 keep their numbers.
-    constexpr unsigned returnLimit = LasSettings::returnLimit(isExtended);
-
-    const auto positions = elements(slots_.positions);
-    const auto classification = elements(slots_.classification);
-    const auto intensity = elements(slots_.intensity);
-    const auto returnNumber = elements(slots_.returnNumber);
-    const auto numberOfReturns = elements(slots_.numberOfReturns);
-    const auto edgeOfFlightLine = elements(slots_.edgeOfFlightLine);
-    const auto scanDirectionFlag = elements(slots_.scanDirectionFlag);
-    const auto userData = elements(slots_.userData);
-    const auto scanAngleRank = elements(slots_.scanAngleRank);
-    const auto scanAngle = elements(slots_.scanAngle);
-    const auto gpsTime = elements(slots_.gpsTime);
-    const auto rgb = elements(slots_.rgb);
-    using Shorts = std::span<const unsigned short>;
-    using Floats = std::span<const float>;
-    const auto pointSourceID = pointSourceID_ > 0 ? Shorts() : elements(slots_.pointSourceID);
-    // A renamed field may fill a slot although the header does not have the attribute; then its values are
-    // not stored.
-    const auto reflectance = reflectanceStart_ >= 0 ? elements(slots_.reflectance) : Floats();
-    const auto amplitude = amplitudeStart_ >= 0 ? elements(slots_.amplitude) : Shorts();
-    const auto amplitudeFloat =
-        amplitudeStart_ >= 0 && !slots_.amplitude ? elements(slots_.amplitudeFloat) : Floats();
-
-    [[maybe_unused]] const bool isConforming = isBeyond && beyond_.settings.conforming;
-    [[maybe_unused]] const auto synthetic = elements(slots_.synthetic);
-    [[maybe_unused]] const auto keyPoint = elements(slots_.keyPoint);
-    [[maybe_unused]] const auto withheld = elements(slots_.withheld);
-    [[maybe_unused]] const auto overlap = elements(slots_.overlap);
-    [[maybe_unused]] const auto scannerChannel = elements(slots_.scannerChannel);
-    [[maybe_unused]] const auto nearInfrared = elements(slots_.nearInfrared);
-    [[maybe_unused]] const std::array<Shorts, 3> wideColors{elements(slots_.red), elements(slots_.green),
-                                                            elements(slots_.blue)};
-
-    std::uint64_t violations = 0;
-    [[maybe_unused]] Changes changes;
-    const auto limited = [&](unsigned number, [[maybe_unused]] std::size_t point) {
-        if (number <= returnLimit)
-            return number;
-        ++violations;
-        if constexpr (isObserved)
-            changes.highReturns.note(point);
-        return returnLimit;
-    };
-    const auto flag = [&](unsigned value, [[maybe_unused]] std::size_t point) {
-        if constexpr (isObserved) {
-            if (value > 1)
-                changes.wideFlags.note(point);
-        }
-        return value;
-    };
-
-    const LASquantizer quantizer = static_cast<const LASquantizer&>(header_);
-    LASpoint& point = point_;
-    LASwriter& writer = *writer_;
-    bool accepted = true;
-    errno = 0;
-
-    const auto storeAttributes = [&](std::size_t i) {
-        if (i < reflectance.size()) {
-            const std::uint16_t raw = rawReflectance(reflectance[i]);
-            point.set_attribute(reflectanceStart_, U16{raw});
-            if constexpr (isObserved)
-                changes.reflectance.note((static_cast<double>(reflectance[i]) + 25) * 2184, raw);
-        }
-        if (i < amplitude.size()) {
-            point.set_attribute(amplitudeStart_, U16{amplitude[i]});
-        } else if (i < amplitudeFloat.size()) {
-            const std::uint16_t raw = rawAmplitude(amplitudeFloat[i]);
-            point.set_attribute(amplitudeStart_, U16{raw});
-            if constexpr (isObserved)
-                changes.amplitude.note(static_cast<double>(amplitudeFloat[i]), raw);
-        }
-    };
-    [[maybe_unused]] const auto noteStored = [&] {
-        const I32 stored[]{point.X, point.Y, point.Z};
-        for (std::size_t axis = 0; axis < least_.size(); ++axis) {
-            least_[axis] = std::min(least_[axis], stored[axis]);
-            greatest_[axis] = std::max(greatest_[axis], stored[axis]);
-        }
-    };
-    [[maybe_unused]] int overlapBit = point.extended_classification_flags >> 3;
-
-    // Bit fields that share a byte are stored together: one by one, each store would wait for the previous
-    // one.
-    unsigned ownReturn = isExtended ? point.extended_return_number : point.return_number;
-    unsigned allReturns = isExtended ? point.extended_number_of_returns : point.number_of_returns;
-    unsigned direction = point.scan_direction_flag;
-    unsigned edge = point.edge_of_flight_line;
-
+    const bool isConforming = beyond_.settings.conforming;
+    const PointMaker<isExtended, isObserved, isBeyond> maker(
+        arrays(),
+        {static_cast<const LASquantizer&>(header_), reflectanceStart_, amplitudeStart_, isConforming});
+    PointCounts counts(extras_.size());
     if (pointSourceID_ > 0)
-        point.point_source_ID = static_cast<U16>(pointSourceID_);
-    constexpr std::size_t block = ConvLib::BasicConverterDefs::stopInterval;
-    for (std::size_t begin = 0; begin < count; begin += block) {
-        if (host_.askWhetherToStop)
-            host_.askWhetherToStop();
-        const std::size_t end = std::min<std::size_t>(count, begin + block);
+        point_.point_source_ID = static_cast<U16>(pointSourceID_);
+    errno = 0;
+    const auto write = [&](std::size_t begin, std::size_t end) {
+#ifdef TIDEWATCH_LASLIB_SIDE_BY_SIDE
+        if (isSideBySide())
+            return writeSideBySide(maker, begin, end, counts);
+#endif
+        LASwriter& writer = *writer_;
+        bool accepted = true;
+        maker.make(point_, begin, end, counts, [&](const LASpoint& point) {
+            accepted = writer.write_point(&point) && accepted;
+            if (hasAttributes_)
+                writer.update_inventory(&point);
+        });
+        return accepted;
+    };
+
+    constexpr std::size_t interval = ConvLib::BasicConverterDefs::stopInterval;
+    // Enough for all workers to have something to do while the last of them ends.
+    const std::size_t block = interval * (isSideBySide() ? 4 * std::size_t{host_.workers->count()} : 1);
+    std::exception_ptr stop;
+    for (std::size_t begin = 0, end = 0; begin < count && !stop; begin = end) {
+        try {
+            while (end < std::min<std::size_t>(count, begin + block)) {
+                if (host_.askWhetherToStop)
+                    host_.askWhetherToStop();
+                end = std::min<std::size_t>(count, end + interval);
+            }
+        } catch (...) {
+            // What comes before is written, whatever the number of workers.
+            stop = std::current_exception();
+        }
         // Counted block by block, so that the header is right even if the run is stopped here.
         total_ += end - begin;
         if (!isConforming && !slots_.returnNumber)
             pointsByReturn_[0] += static_cast<std::uint32_t>(end - begin);
-        for (std::size_t i = begin; i < end; ++i) {
-            if (i < positions.size()) {
-                const Geom::PhysicalSpace::point& p = positions[i];
-                const double x = stepsFromOffset(p.x, quantizer.x_offset, quantizer.x_scale_factor);
-                const double y = stepsFromOffset(p.y, quantizer.y_offset, quantizer.y_scale_factor);
-                const double z = stepsFromOffset(p.z, quantizer.z_offset, quantizer.z_scale_factor);
-                point.X = quantizedSteps(x);
-                point.Y = quantizedSteps(y);
-                point.Z = quantizedSteps(z);
-                if constexpr (isObserved)
-                    changes.positions.note(std::abs(x - point.X), std::abs(y - point.Y),
-                                           std::abs(z - point.Z));
-            }
-            if (i < classification.size()) {
-                if constexpr (isExtended)
-                    point.extended_classification = classification[i];
-                else
-                    point.classification = classification[i] & 0x1F;
-                if constexpr (isObserved && !isExtended)
-                    changes.highClasses += classification[i] > 0x1F ? 1U : 0U;
-            }
-            if (i < intensity.size())
-                point.intensity = intensity[i];
-            if (i < returnNumber.size()) {
-                ownReturn = limited(returnNumber[i], i);
-                if (!isConforming && ownReturn != 0)
-                    ++pointsByReturn_[ownReturn - 1];
-            }
-            if (i < numberOfReturns.size())
-                allReturns = limited(numberOfReturns[i], i);
-            if (i < scanDirectionFlag.size())
-                direction = flag(scanDirectionFlag[i], i);
-            if (i < edgeOfFlightLine.size())
-                edge = flag(edgeOfFlightLine[i], i);
-            if constexpr (isExtended) {
-                point.extended_return_number = ownReturn & 0xF;
-                point.extended_number_of_returns = allReturns & 0xF;
-            } else {
-                point.return_number = ownReturn & 0x7;
-                point.number_of_returns = allReturns & 0x7;
-            }
-            point.scan_direction_flag = direction & 1;
-            point.edge_of_flight_line = edge & 1;
-            if (i < scanAngle.size()) {
-                point.extended_scan_angle = scanAngle[i];
-                if constexpr (isBeyond && !isExtended) {
-                    if (isConforming) {
-                        const double degrees = scanAngle[i] * scanAngleStep;
-                        point.scan_angle_rank =
-                            static_cast<I8>(std::lround(std::clamp(degrees, -90.0, 90.0)));
-                        const double change = std::abs(degrees - point.scan_angle_rank);
-                        changes.roundedAngles += change > 0 ? 1U : 0U;
-                        changes.maxAngleChange = std::max(changes.maxAngleChange, change);
-                    }
-                }
-                if constexpr (isObserved && !isExtended)
-                    changes.fineAngles += !isConforming && scanAngle[i] != 0 ? 1U : 0U;
-            }
-            if (i < scanAngleRank.size()) {
-                point.scan_angle_rank = static_cast<I8>(scanAngleRank[i]);
-                // Stored unchanged, although the wider field is in steps of 0.006 degrees: files have always
-                // been that way, and their readers expect whole degrees. It takes precedence over a finer
-                // angle.
-                if constexpr (isExtended)
-                    point.extended_scan_angle =
-                        isConforming ? static_cast<I16>(std::lround(scanAngleRank[i] / scanAngleStep))
-                                     : I16{scanAngleRank[i]};
-                if constexpr (isObserved && isExtended)
-                    changes.wholeAngles += !isConforming && scanAngleRank[i] != 0 ? 1U : 0U;
-            }
-            if (i < userData.size())
-                point.user_data = userData[i];
-            if (i < pointSourceID.size())
-                point.point_source_ID = pointSourceID[i];
-            if (i < gpsTime.size())
-                point.gps_time = gpsTime[i];
-            if (i < rgb.size()) {
-                // 0 to 255 unchanged, although LAS requires the full 16 bits: viewers in use expect that.
-                point.rgb[0] = rgb[i].red();
-                point.rgb[1] = rgb[i].green();
-                point.rgb[2] = rgb[i].blue();
-                if constexpr (isBeyond) {
-                    // LAS 1.4 R15, "Point Data Record Format 2": values of 8 bits are multiplied by 256.
-                    if (isConforming) {
-                        for (U16* const channel : {&point.rgb[0], &point.rgb[1], &point.rgb[2]})
-                            *channel = static_cast<U16>(*channel * 256U);
-                    }
-                }
-            }
-            if constexpr (isBeyond) {
-                for (std::size_t channel = 0; channel < wideColors.size(); ++channel) {
-                    if (i < wideColors[channel].size())
-                        point.rgb[channel] = wideColors[channel][i];
-                }
-                if (i < nearInfrared.size()) {
-                    point.rgb[3] = nearInfrared[i];
-                    changes.nearInfrared += nearInfrared[i] != 0 ? 1U : 0U;
-                }
-                if (i < synthetic.size())
-                    point.synthetic_flag = flag(synthetic[i], i) & 1;
-                if (i < keyPoint.size())
-                    point.keypoint_flag = flag(keyPoint[i], i) & 1;
-                if (i < withheld.size())
-                    point.withheld_flag = flag(withheld[i], i) & 1;
-                if (i < overlap.size())
-                    changes.overlaps += flag(overlap[i], i) & 1;
-                if (i < scannerChannel.size()) {
-                    changes.scannerChannels += scannerChannel[i] != 0 ? 1U : 0U;
-                    changes.highChannels += scannerChannel[i] > 3 ? 1U : 0U;
-                }
-                if constexpr (isExtended) {
-                    if (i < overlap.size())
-                        overlapBit = overlap[i] & 1;
-                    if (i < scannerChannel.size())
-                        point.extended_scanner_channel = scannerChannel[i] & 3;
-                    // Writers take three of the flags from the older fields, and compressors need both to be
-                    // equal.
-                    point.extended_classification_flags = (point.synthetic_flag | point.keypoint_flag << 1 |
-                                                           point.withheld_flag << 2 | overlapBit << 3) &
-                                                          0xF;
-                }
-                for (ExtraBytesWriter& extra : extras_) {
-                    if (i < extra.size())
-                        extra.put(i, point.extra_bytes);
-                }
-                if (isConforming) {
-                    storeAttributes(i);
-                    if (ownReturn != 0)
-                        ++pointsByReturn_[ownReturn - 1];
-                    noteStored();
-                }
-            }
-
-            accepted = writer.write_point(&point) && accepted;
-
-            // Only now, so each point is written with the Reflectance and Amplitude of the previous one, and
-            // the first of a file with zeros. Existing files are shifted in the same way, and programs
-            // compensate for that: keep the order.
-            if (!isConforming)
-                storeAttributes(i);
-            if (hasAttributes_)
-                writer.update_inventory(&point);
-        }
-        noteFailure(!accepted);
+        noteFailure(!write(begin, end));
     }
-    if constexpr (isObserved) {
-        // A copy: passing a reference to `changes` would keep its members out of registers in the loop as
-        // well.
-        const Changes result = changes;
-        tell(result, count);
+    for (std::size_t i = 0; i < pointsByReturn_.size(); ++i)
+        pointsByReturn_[i] += counts.byReturn[i];
+    for (std::size_t i = 0; i < least_.size(); ++i) {
+        least_[i] = std::min(least_[i], counts.least[i]);
+        greatest_[i] = std::max(greatest_[i], counts.greatest[i]);
     }
-    return violations;
+    if (stop)
+        std::rethrow_exception(stop);
+    if constexpr (isObserved)
+        tell(counts, count);
+    return counts.violations;
+}
+
+bool LasBox::isSideBySide() const noexcept {
+#ifdef TIDEWATCH_LASLIB_SIDE_BY_SIDE
+    return Anchor::workerCount(host_.workers) > 1;
+#else
+    return false;
+#endif
+}
+
+#ifdef TIDEWATCH_LASLIB_SIDE_BY_SIDE
+/// Makes and writes the points `begin` to before `end`, in pieces that workers make.
+template <class Maker>
+bool LasBox::writeSideBySide(const Maker& maker, std::size_t begin, std::size_t end, PointCounts& counts) {
+    if (begin == end)
+        return true;
+    std::mutex mutex;
+    const bool accepted = writer_->write_points(
+        end - begin, [&](std::size_t first, std::size_t last, const LASwriter::PutPoint& put) {
+            LASpoint point;
+            point.init(&header_, header_.point_data_format, header_.point_data_record_length, &header_);
+            point.copy_fields(point_);
+            if (first > 0)
+                maker.makeLast(point, begin + first - 1);
+            PointCounts own(extras_.size());
+            maker.make(point, begin + first, begin + last, own, [&](const LASpoint& made) { put(made); });
+            const std::lock_guard lock(mutex);
+            counts.add(own);
+        });
+    maker.makeLast(point_, end - 1);
+    return accepted;
+}
+#endif
+
+/// The arrays in the slots that the records have room for.
+PointArrays LasBox::arrays() const {
+    PointArrays all;
+    all.positions = elements(slots_.positions);
+    all.classification = elements(slots_.classification);
+    all.intensity = elements(slots_.intensity);
+    all.returnNumber = elements(slots_.returnNumber);
+    all.numberOfReturns = elements(slots_.numberOfReturns);
+    all.edgeOfFlightLine = elements(slots_.edgeOfFlightLine);
+    all.scanDirectionFlag = elements(slots_.scanDirectionFlag);
+    all.userData = elements(slots_.userData);
+    all.scanAngleRank = elements(slots_.scanAngleRank);
+    all.scanAngle = elements(slots_.scanAngle);
+    all.gpsTime = elements(slots_.gpsTime);
+    all.rgb = elements(slots_.rgb);
+    if (pointSourceID_ <= 0)
+        all.pointSourceID = elements(slots_.pointSourceID);
+    // A renamed field may fill a slot although the header does not have the attribute; then its values are
+    // not stored.
+    if (reflectanceStart_ >= 0)
+        all.reflectance = elements(slots_.reflectance);
+    if (amplitudeStart_ >= 0) {
+        all.amplitude = elements(slots_.amplitude);
+        if (!slots_.amplitude)
+            all.amplitudeFloat = elements(slots_.amplitudeFloat);
+    }
+    all.synthetic = elements(slots_.synthetic);
+    all.keyPoint = elements(slots_.keyPoint);
+    all.withheld = elements(slots_.withheld);
+    all.overlap = elements(slots_.overlap);
+    all.scannerChannel = elements(slots_.scannerChannel);
+    all.nearInfrared = elements(slots_.nearInfrared);
+    all.wideColors = {elements(slots_.red), elements(slots_.green), elements(slots_.blue)};
+    all.extras = extras_;
+    return all;
 }
 
 void LasBox::noteSupplies(std::uint32_t count) {
@@ -652,13 +439,14 @@ void LasBox::tellSupplies() const {
 }
 
 /// Reports counts before the positions, so that an observer knows what to look for in them.
-void LasBox::tell(const Changes& changes, std::uint32_t count) const {
+void LasBox::tell(const PointCounts& counts, std::uint32_t count) const {
     using ConvLib::ValueChange;
     const auto used = [count](const auto& slot) {
         const auto all = elements(slot);
         return all.first(std::min<std::size_t>(all.size(), count));
     };
     const auto positions = used(slots_.positions);
+    const ObservedCounts& changes = counts.observed;
     const PositionChanges& moved = changes.positions;
     const std::pair<std::string_view, double> axes[] = {
         {"Positions.x", moved.x}, {"Positions.y", moved.y}, {"Positions.z", moved.z}};
@@ -687,12 +475,13 @@ void LasBox::tell(const Changes& changes, std::uint32_t count) const {
         tellShorts("Amplitude", changes.amplitude,
                    slots_.amplitude ? used(slots_.amplitude).size() : used(slots_.amplitudeFloat).size(), 1);
     if (beyond_.layout)
-        tellBeyond(changes, count);
+        tellBeyond(counts, count);
     host_.observer->positionsWritten(positions);
 }
 
-void LasBox::tellBeyond(const Changes& changes, std::uint32_t count) const {
+void LasBox::tellBeyond(const PointCounts& counts, std::uint32_t count) const {
     using ConvLib::ValueChange;
+    const ObservedCounts& changes = counts.observed;
     tell("ScanAngleRank", ValueChange::Rounded, changes.roundedAngles, count, changes.maxAngleChange);
     tell("ScannerChannel", ValueChange::Truncated, changes.highChannels, count);
     const auto tellUnlessRoom = [&](std::string_view attribute, std::uint64_t values) {
@@ -702,8 +491,9 @@ void LasBox::tellBeyond(const Changes& changes, std::uint32_t count) const {
     tellUnlessRoom("Overlap", changes.overlaps);
     tellUnlessRoom("ScannerChannel", changes.scannerChannels);
     tellUnlessRoom("NearInfrared", changes.nearInfrared);
-    for (const ExtraBytesWriter& extra : extras_) {
-        const ExtraBytesWriter::Changes& changed = extra.changes();
+    for (std::size_t number = 0; number < extras_.size(); ++number) {
+        const ExtraBytesWriter& extra = extras_[number];
+        const ExtraBytesWriter::Changes& changed = counts.extras[number];
         const std::string& field = extra.description().field;
         tell(field, ValueChange::Rounded, changed.rounded, extra.size(), changed.most);
         tell(field, ValueChange::Clamped, changed.clamped, extra.size());

@@ -27,6 +27,9 @@
 
 namespace ExportLib {
 
+struct PointArrays;
+struct PointCounts;
+
 /// What a host requests for a file beyond the contract.
 struct BeyondContract {
     /// Only carry, conforming, step and offset are used.
@@ -50,7 +53,7 @@ public:
         Anchor::StrongPtr<ConvLib::RunObserver> observer = {};
         /// Called every BasicConverterDefs::stopInterval points; may be empty.
         std::function<void()> askWhetherToStop = {};
-        /// With whom points are compressed; null: on the calling thread.
+        /// With whom points are made and compressed; null: on the calling thread.
         Anchor::Workers* workers = nullptr;
     };
 
@@ -93,8 +96,6 @@ public:
     void tellSupplies() const;
 
 private:
-    /// Counts of changed values of a fragment.
-    struct Changes;
     struct Supply {
         std::uint64_t values = 0;
         std::uint64_t surplus = 0;
@@ -113,12 +114,16 @@ private:
     std::uint64_t writePointsOf(std::uint32_t count);
     template <bool isExtended, bool isObserved, bool isBeyond>
     std::uint64_t writePointsOf(std::uint32_t count);
+    [[nodiscard]] bool isSideBySide() const noexcept;
+    template <class Maker>
+    bool writeSideBySide(const Maker& maker, std::size_t begin, std::size_t end, PointCounts& counts);
+    [[nodiscard]] PointArrays arrays() const;
     void setStoredExtent();
     void noteSupplies(std::uint32_t count);
     [[nodiscard]] bool hasRoomFor(std::string_view attribute) const;
     [[nodiscard]] double stepOf(std::size_t axis) const noexcept;
-    void tellBeyond(const Changes& changes, std::uint32_t count) const;
-    void tell(const Changes& changes, std::uint32_t count) const;
+    void tellBeyond(const PointCounts& counts, std::uint32_t count) const;
+    void tell(const PointCounts& counts, std::uint32_t count) const;
     void tell(std::string_view attribute, ConvLib::ValueChange change, std::uint64_t count,
               std::uint64_t total, double most = 0) const;
 

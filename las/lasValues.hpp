@@ -8,6 +8,9 @@
 /// is defined here: see each function.
 namespace ExportLib {
 
+/// Degrees (LAS 1.4 R15, "Scan Angle" of point formats 6 to 10).
+inline constexpr double scanAngleStep = 0.006;
+
 /// The low 32 bits of the integer part of a number: coordinates beyond 32 bits wrap. NaN, infinity and
 /// numbers beyond 64 bits give 0.
 [[nodiscard]] inline std::int32_t integerPart(double value) noexcept {

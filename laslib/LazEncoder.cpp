@@ -144,42 +144,39 @@ struct LazEncoder::Library {
     }
 };
 
-/// Collects points, and compresses them chunk by chunk side by side.
+/// Compresses chunks side by side.
 ///
 /// The point data of a LAZ file: the position of the chunk table, the chunks, and the table: version, number of chunks
 /// and, arithmetically coded, the bytes of each.
 class LazEncoder::Chunks {
 public:
+    using MakePoints = LASwriter::MakePoints;
+
     Chunks(U8 format, U16 recordLength, std::ostream& stream, std::size_t atOnce, RunPieces run)
         : format_(format),
           recordLength_(recordLength),
           stream_(stream),
           run_(std::move(run)),
-          chunks_(atOnce) {}
+          compressed_(atOnce) {}
 
-    [[nodiscard]] bool add(const LASpoint& point) {
-        if (filled_ == chunks_.size())
-            compress();
-        if (!healthy_)
-            return false;
-        Chunk& chunk = chunks_[filled_];
-        if (chunk.points.capacity() == 0) {
-            chunk.points.reserve(chunkPoints);
-            chunk.extraBytes.reserve(chunkPoints * static_cast<std::size_t>(point.extra_bytes_number));
+    [[nodiscard]] bool add(std::size_t count, const MakePoints& make) {
+        for (std::size_t begin = 0; begin < count && healthy_;) {
+            // What is open is completed first; what does not fill a chunk stays open.
+            const std::size_t open = open_.points.size();
+            const std::size_t chunks = std::min((open + count - begin) / chunkPoints, compressed_.size());
+            const std::size_t end = chunks != 0 ? begin + chunks * chunkPoints - open : count;
+            if (chunks == 0)
+                keep(begin, end, make);
+            else
+                compress(chunks, begin, make);
+            begin = end;
         }
-        chunk.points.push_back(packed(point));
-        if (point.extra_bytes_number > 0)
-            chunk.extraBytes.insert(chunk.extraBytes.end(), point.extra_bytes,
-                                    point.extra_bytes + point.extra_bytes_number);
-        if (chunk.points.size() == chunkPoints)
-            ++filled_;
-        return true;
+        return healthy_;
     }
 
     [[nodiscard]] bool end() {
-        if (filled_ < chunks_.size() && !chunks_[filled_].points.empty())
-            ++filled_;
-        compress();
+        if (!open_.points.empty())
+            compress(1, 0, {});
         if (!healthy_)
             return false;
         const auto table = stream_.tellp();
@@ -210,11 +207,10 @@ public:
     }
 
 private:
-    struct Chunk {
+    /// Points that do not fill a chunk yet.
+    struct Open {
         std::vector<PackedPoint> points;
         std::vector<U8> extraBytes;
-        std::string compressed;
-        bool healthy = true;
     };
 
     template <class Number>
@@ -224,54 +220,72 @@ private:
         stream_.write(bytes.data(), bytes.size());
     }
 
-    /// A chunk's bytes are those that a writer of a file of this chunk alone writes between the position of the table
-    /// and the table.
-    void compress(Chunk& chunk) const {
-        std::ostringstream stream;
-        Library library(format_, recordLength_);
-        chunk.healthy = !library.description.empty() && library.begin(stream);
-        const std::size_t extraSize = chunk.extraBytes.size() / chunk.points.size();
-        for (std::size_t i = 0; i < chunk.points.size() && chunk.healthy; ++i)
-            chunk.healthy =
-                library.write(chunk.points[i], chunk.extraBytes.data() + i * extraSize, extraSize);
-        chunk.healthy = chunk.healthy && library.end();
-        chunk.compressed = std::move(stream).str();
+    /// Packs points that do not fill a chunk.
+    void keep(std::size_t begin, std::size_t end, const MakePoints& make) {
+        make(begin, end, [this](const LASpoint& point) {
+            open_.points.push_back(packed(point));
+            if (point.extra_bytes_number > 0)
+                open_.extraBytes.insert(open_.extraBytes.end(), point.extra_bytes,
+                                        point.extra_bytes + point.extra_bytes_number);
+        });
     }
 
-    void compress() {
-        if (filled_ == 0)
-            return;
-        run_(filled_, [this](std::size_t i) {
+    /// The bytes of a chunk of the open points, if `withOpen`, and a range: those that a writer of a file of this chunk
+    /// alone writes between the position of the table and the table. Empty if LASzip fails.
+    [[nodiscard]] std::string chunk(bool withOpen, std::size_t begin, std::size_t end,
+                                    const MakePoints& make) const {
+        std::ostringstream stream;
+        Library library(format_, recordLength_);
+        bool isHealthy = !library.description.empty() && library.begin(stream);
+        if (withOpen && !open_.points.empty()) {
+            const std::size_t extraSize = open_.extraBytes.size() / open_.points.size();
+            for (std::size_t i = 0; i < open_.points.size() && isHealthy; ++i)
+                isHealthy =
+                    library.write(open_.points[i], open_.extraBytes.data() + i * extraSize, extraSize);
+        }
+        if (begin < end && isHealthy)
+            make(begin, end, [&](const LASpoint& point) {
+                isHealthy = isHealthy && library.write(point, point.extra_bytes,
+                                                       static_cast<std::size_t>(point.extra_bytes_number));
+            });
+        isHealthy = isHealthy && library.end();
+        return isHealthy ? std::move(stream).str() : std::string();
+    }
+
+    /// Compresses and writes chunks: the first of the open points, and of what fills it from `begin` on.
+    void compress(std::size_t chunks, std::size_t begin, const MakePoints& make) {
+        const std::size_t open = open_.points.size();
+        run_(chunks, [&](std::size_t i) {
+            const std::size_t first = i == 0 ? begin : begin + i * chunkPoints - open;
+            const std::size_t end = make ? begin + (i + 1) * chunkPoints - open : first;
             try {
-                compress(chunks_[i]);
+                compressed_[i] = chunk(i == 0, first, end, make);
             } catch (...) {
-                chunks_[i].healthy = false;
+                compressed_[i].clear();
             }
         });
-        for (Chunk& chunk : std::span(chunks_).first(filled_)) {
-            healthy_ = healthy_ && chunk.healthy;
+        open_.points.clear();
+        open_.extraBytes.clear();
+        for (std::string& bytes : std::span(compressed_).first(chunks)) {
+            healthy_ = healthy_ && !bytes.empty();
             if (healthy_) {
                 constexpr std::size_t positionSize = sizeof(U64);
                 const auto tableBegin = static_cast<std::size_t>(Formats::loadLittleEndian<std::uint64_t>(
-                    reinterpret_cast<const std::uint8_t*>(chunk.compressed.data())));
-                stream_.write(chunk.compressed.data() + positionSize,
+                    reinterpret_cast<const std::uint8_t*>(bytes.data())));
+                stream_.write(bytes.data() + positionSize,
                               static_cast<std::streamsize>(tableBegin - positionSize));
                 sizes_.push_back(static_cast<U32>(tableBegin - positionSize));
             }
-            chunk.points.clear();
-            chunk.extraBytes.clear();
-            chunk.healthy = true;
-            chunk.compressed = {};
+            bytes = {};
         }
-        filled_ = 0;
     }
 
     U8 format_;
     U16 recordLength_;
     std::ostream& stream_;
     RunPieces run_;
-    std::vector<Chunk> chunks_;
-    std::size_t filled_ = 0; // chunks that are full
+    Open open_;
+    std::vector<std::string> compressed_;
     std::vector<U32> sizes_; // of the chunks in the file
     std::ostream::pos_type begin_;
     bool healthy_ = true;
@@ -325,8 +339,12 @@ bool LazEncoder::write(const LASpoint& point) {
     if (!start())
         return false;
     if (chunks_)
-        return chunks_->add(point);
+        return chunks_->add(1, [&](std::size_t, std::size_t, const auto& put) { put(point); });
     return library_->write(point, point.extra_bytes, static_cast<std::size_t>(point.extra_bytes_number));
+}
+
+bool LazEncoder::write(std::size_t count, const LASwriter::MakePoints& make) {
+    return start() && chunks_->add(count, make);
 }
 
 bool LazEncoder::end() {

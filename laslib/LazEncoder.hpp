@@ -13,9 +13,8 @@
 /// Compresses the points of one file with the LASzip library, which is used for nothing else: headers and
 /// counts are written by LASwriterLAS.
 ///
-/// The chunks of a file do not depend on each other. If several can be compressed side by side, points are
-/// collected chunk by chunk, each chunk is compressed by a writer of its own, and the chunk table is made here;
-/// the file has the same bytes.
+/// The chunks of a file do not depend on each other. Side by side, each is made and compressed by a writer of its own,
+/// and the chunk table is made here; the file has the same bytes.
 class LazEncoder {
 public:
     /// For records of a point format and length; isReady() returns whether the library accepts them.
@@ -34,12 +33,15 @@ public:
     /// object.
     void begin(std::ostream& stream);
 
-    /// Compresses so many chunks at once. After begin(), and before the first point.
+    /// Compresses up to so many chunks before it writes them. After begin(), and before the first point.
     void compressSideBySide(std::size_t chunks, RunPieces run);
 
     /// Compresses a point, at once or later. False if LASzip failed; so do the other functions. May throw
     /// std::bad_alloc.
     bool write(const LASpoint& point);
+
+    /// Compresses points: see LASwriter::write_points(). After compressSideBySide().
+    bool write(std::size_t count, const LASwriter::MakePoints& make);
 
     /// Ends the last chunk and writes the chunk table.
     bool end();

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "laspoint.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
+#include <iterator>
 
 LASpoint::LASpoint() {
     zero();
@@ -48,6 +50,33 @@ void LASpoint::zero() {
     extended_number_of_returns = 1;
     gps_time = 0;
     rgb[0] = rgb[1] = rgb[2] = rgb[3] = 0;
+}
+
+void LASpoint::copy_fields(const LASpoint& other) {
+    X = other.X;
+    Y = other.Y;
+    Z = other.Z;
+    intensity = other.intensity;
+    return_number = other.return_number;
+    number_of_returns = other.number_of_returns;
+    scan_direction_flag = other.scan_direction_flag;
+    edge_of_flight_line = other.edge_of_flight_line;
+    classification = other.classification;
+    synthetic_flag = other.synthetic_flag;
+    keypoint_flag = other.keypoint_flag;
+    withheld_flag = other.withheld_flag;
+    scan_angle_rank = other.scan_angle_rank;
+    user_data = other.user_data;
+    point_source_ID = other.point_source_ID;
+    extended_scan_angle = other.extended_scan_angle;
+    extended_scanner_channel = other.extended_scanner_channel;
+    extended_classification_flags = other.extended_classification_flags;
+    extended_classification = other.extended_classification;
+    extended_return_number = other.extended_return_number;
+    extended_number_of_returns = other.extended_number_of_returns;
+    gps_time = other.gps_time;
+    std::copy(std::begin(other.rgb), std::end(other.rgb), std::begin(rgb));
+    std::copy_n(other.extra_bytes, other.extra_bytes_number, extra_bytes);
 }
 
 BOOL LASpoint::init(const LASquantizer* pointQuantizer, U8 point_type, U16 point_size,

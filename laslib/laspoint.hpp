@@ -69,6 +69,9 @@ public:
     /// Sets all fields to zero, but return 1 of 1.
     void zero();
 
+    /// Not in LASlib: takes over all fields and extra bytes of a point that was prepared for the same records.
+    void copy_fields(const LASpoint& other);
+
     /// Stores the value of an attribute that starts at `start` in the extra bytes; nothing is checked.
     // Changes data behind a pointer. NOLINTNEXTLINE(readability-make-member-function-const)
     void set_attribute(I32 start, U16 value) {

@@ -34,13 +34,25 @@ public:
     /// Closes the file unless close() already has.
     virtual ~LASwriter();
 
-    /// Not in LASlib, where this macro is missing: compresses `chunks` chunks of a file side by side by `run`. Only
-    /// before the first point; without effect on plain files, and on writers that do not know it. The file has the same bytes.
+    /// Not in LASlib, where this macro is missing: from now on `run`, which calls so many pieces at the same time, does
+    /// what can be done side by side. Only before the first point. The file has the same bytes.
 #define TIDEWATCH_LASLIB_SIDE_BY_SIDE
-    virtual void compress_side_by_side(std::size_t /*chunks*/, RunPieces /*run*/) {}
+    virtual void work_side_by_side(std::size_t /*workers*/, RunPieces /*run*/) {}
 
     /// Writes a point that was prepared for the header's format and length.
     virtual BOOL write_point(const LASpoint* point) = 0;
+
+    using PutPoint = std::function<void(const LASpoint& point)>;
+    /// Passes the points `begin` to before `end` to `put`, one after the other. Called for several ranges at the same
+    /// time, on any threads. A std::bad_alloc that it throws is an output error.
+    using MakePoints = std::function<void(std::size_t begin, std::size_t end, const PutPoint& put)>;
+
+    /// Not in LASlib: writes `count` points, numbered from 0, each of which `make` makes once. After work_side_by_side().
+    virtual BOOL write_points(std::size_t count, const MakePoints& make) {
+        bool accepted = true;
+        make(0, count, [&](const LASpoint& point) { accepted = write_point(&point) && accepted; });
+        return accepted;
+    }
 
     virtual void update_inventory(const LASpoint* point) {
         inventory.add(point);

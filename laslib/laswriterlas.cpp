@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -250,19 +251,24 @@ void LASwriterLAS::overwrite(U64 position, std::span<const char> bytes) {
 }
 
 bool LASwriterLAS::isHealthy() const noexcept {
-    return !file_->failed() && !encoderFailed_;
+    return !file_->failed() && !hasFailed_;
 }
 
-void LASwriterLAS::compress_side_by_side(std::size_t chunks, RunPieces run) {
+void LASwriterLAS::work_side_by_side(std::size_t workers, RunPieces run) {
+    // Some more pieces than workers: they do not take the same time.
+    constexpr std::size_t pieces = 4;
     if (encoder_)
-        encoder_->compressSideBySide(chunks, std::move(run));
+        encoder_->compressSideBySide(pieces * workers, std::move(run));
+    else
+        run_ = std::move(run);
+    workers_ = workers;
 }
 
-/// Runs a step of the encoder; false if it fails. Callers do not expect exceptions: in LASlib there are none.
+/// Runs a step of the output; false if it fails. Callers do not expect exceptions: in LASlib there are none.
 template <class Step>
-bool LASwriterLAS::encode(Step step) {
+bool LASwriterLAS::attempt(Step step) {
     try {
-        return step(*encoder_);
+        return step();
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
         return false;
@@ -272,27 +278,76 @@ bool LASwriterLAS::encode(Step step) {
 BOOL LASwriterLAS::write_point(const LASpoint* point) {
     ++p_count;
     if (encoder_) {
-        encoderFailed_ =
-            encoderFailed_ || !encode([&](LazEncoder& encoder) { return encoder.write(*point); });
+        hasFailed_ = hasFailed_ || !attempt([&] { return encoder_->write(*point); });
         return isHealthy();
     }
-    LittleEndianWriter to(file_->reserve(std::size_t{recordLength_} + LASpoint::extraBytesStep));
-    if (isExtended(format_)) {
-        putPoint14(to, *point);
-        if (format_ >= 7)
-            putColor(to, *point);
-        if (format_ == 8)
-            to.put(point->rgb[3]);
-    } else {
-        putPoint10(to, *point);
-        if (format_ == 1 || format_ == 3)
-            to.put(point->gps_time);
-        if (format_ >= 2)
-            putColor(to, *point);
-    }
-    putExtraBytes(to.position(), *point);
+    putRecord(file_->reserve(std::size_t{recordLength_} + LASpoint::extraBytesStep), *point);
     file_->advance(recordLength_);
     return isHealthy();
+}
+
+BOOL LASwriterLAS::write_points(std::size_t count, const MakePoints& make) {
+    if (count == 0)
+        return isHealthy();
+    p_count += static_cast<I64>(count);
+    hasFailed_ = hasFailed_ || !attempt([&] {
+                     if (encoder_)
+                         return encoder_->write(count, make);
+                     writeRecords(count, make);
+                     return true;
+                 });
+    return isHealthy();
+}
+
+/// Writes a record, and up to LASpoint::extraBytesStep bytes after it.
+void LASwriterLAS::putRecord(char* to, const LASpoint& point) const {
+    LittleEndianWriter writer(to);
+    if (isExtended(format_)) {
+        putPoint14(writer, point);
+        if (format_ >= 7)
+            putColor(writer, point);
+        if (format_ == 8)
+            writer.put(point.rgb[3]);
+    } else {
+        putPoint10(writer, point);
+        if (format_ == 1 || format_ == 3)
+            writer.put(point.gps_time);
+        if (format_ >= 2)
+            putColor(writer, point);
+    }
+    putExtraBytes(writer.position(), point);
+}
+
+/// Packs records side by side in memory, and writes them.
+void LASwriterLAS::writeRecords(std::size_t count, const MakePoints& make) {
+    constexpr std::size_t piecePoints = 8192;
+    const std::size_t length = recordLength_;
+    const std::size_t pieces = 4 * workers_;
+    std::vector<std::vector<char>> records(pieces);
+    std::atomic<bool> hasMemory = true;
+    for (std::size_t begin = 0; begin < count;) {
+        const std::size_t end = std::min(count, begin + pieces * piecePoints);
+        const std::size_t used = (end - begin + piecePoints - 1) / piecePoints;
+        run_(used, [&](std::size_t piece) {
+            const std::size_t first = begin + piece * piecePoints;
+            const std::size_t last = std::min(end, first + piecePoints);
+            try {
+                records[piece].resize((last - first) * length + LASpoint::extraBytesStep);
+                char* to = records[piece].data();
+                make(first, last, [&](const LASpoint& point) {
+                    putRecord(to, point);
+                    to += length;
+                });
+            } catch (const std::bad_alloc&) {
+                hasMemory = false;
+            }
+        });
+        if (!hasMemory)
+            throw std::bad_alloc();
+        for (const std::vector<char>& piece : std::span(records).first(used))
+            append(std::span(piece).first(piece.size() - LASpoint::extraBytesStep));
+        begin = end;
+    }
 }
 
 BOOL LASwriterLAS::update_header(const LASheader* header, BOOL use_inventory, BOOL update_extra_bytes) {
@@ -331,7 +386,7 @@ I64 LASwriterLAS::close(BOOL update_npoints) {
     if (!file_ || !file_->isOpen())
         return 0;
     if (encoder_) {
-        encoderFailed_ = !encode([](LazEncoder& encoder) { return encoder.end(); }) || encoderFailed_;
+        hasFailed_ = !attempt([&] { return encoder_->end(); }) || hasFailed_;
         stream_.reset();
         encoder_.reset();
     }
@@ -352,6 +407,6 @@ I64 LASwriterLAS::close(BOOL update_npoints) {
             overwrite(Place::pointCount, count);
         }
     }
-    const bool arrived = file_->close() && !encoderFailed_;
+    const bool arrived = file_->close() && !hasFailed_;
     return arrived ? bytes : -bytes;
 }

@@ -24,23 +24,29 @@ public:
     /// that is not possible.
     bool open(const CHAR* fileName, const LASheader& header, bool compressed);
 
-    void compress_side_by_side(std::size_t chunks, RunPieces run) override;
+    void work_side_by_side(std::size_t workers, RunPieces run) override;
     BOOL write_point(const LASpoint* point) override;
+    BOOL write_points(std::size_t count, const MakePoints& make) override;
     BOOL update_header(const LASheader* header, BOOL use_inventory, BOOL update_extra_bytes) override;
     I64 close(BOOL update_npoints) override;
 
 private:
     void append(std::span<const char> bytes);
+    void putRecord(char* to, const LASpoint& point) const;
+    void writeRecords(std::size_t count, const MakePoints& make);
     void appendTrailingRecords();
     void overwrite(U64 position, std::span<const char> bytes);
     [[nodiscard]] bool isHealthy() const noexcept;
     template <class Step>
-    [[nodiscard]] bool encode(Step step);
+    [[nodiscard]] static bool attempt(Step step);
 
     std::optional<OutputFile> file_;
     std::optional<std::ostream> stream_;
     std::optional<LazEncoder> encoder_;
-    bool encoderFailed_ = false;
+    /// Of the encoder, or memory has run out.
+    bool hasFailed_ = false;
+    std::size_t workers_ = 1;
+    RunPieces run_;
     U8 format_ = 0;
     U8 versionMinor_ = 0;
     U16 recordLength_ = 0;

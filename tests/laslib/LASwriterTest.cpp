@@ -387,35 +387,76 @@ TEST_P(ChunksSideBySide, GiveTheBytesOfOneAfterTheOther) {
     LASheader header = headerOf(format >= 6 ? 4 : 2, format);
     header.point_data_record_length = static_cast<U16>(header.point_data_record_length + 4);
     std::mt19937 engine(static_cast<unsigned>(format));
-    const auto write = [&](const std::string& name, int points, std::size_t chunks) {
-        engine.seed(format);
-        LASpoint point;
-        EXPECT_TRUE(point.init(&header, format, header.point_data_record_length));
+    std::vector<std::uint32_t> random(300'000);
+    std::generate(random.begin(), random.end(), std::ref(engine));
+    const auto set = [&](LASpoint& point, std::size_t number) {
+        const int i = static_cast<int>(number);
+        fill(point, i);
+        point.X = 3 * i + static_cast<I32>(random[number] % 20);
+        point.gps_time = i * 0.25 + static_cast<double>(random[number] % 3);
+        // Chunks of very different sizes.
+        point.intensity = static_cast<U16>(i / 50'000 % 2 == 0 ? 7 : random[number] >> 8);
+        point.classification = static_cast<U8>(i % 3) & 3;
+        point.extended_classification = static_cast<U8>(i % 3);
+        point.set_attribute(1, static_cast<U16>(i));
+    };
+    // One by one with `together` 0.
+    const auto write = [&](const std::string& name, std::size_t points, std::size_t workers,
+                           std::size_t together) {
         const auto writer = open(name, header);
-        if (chunks != 0)
-            writer->compress_side_by_side(chunks, runBackwards);
-        for (int i = 0; i < points; ++i) {
-            fill(point, i);
-            point.X = 3 * i + static_cast<I32>(engine() % 20);
-            point.gps_time = i * 0.25 + static_cast<double>(engine() % 3);
-            // Chunks of very different sizes.
-            point.intensity = static_cast<U16>(i / 50'000 % 2 == 0 ? 7 : engine());
-            point.classification = static_cast<U8>(i % 3) & 3;
-            point.extended_classification = static_cast<U8>(i % 3);
-            point.set_attribute(1, static_cast<U16>(i));
+        if (workers != 0)
+            writer->work_side_by_side(workers, runBackwards);
+        const auto prepare = [&](LASpoint& point) {
+            EXPECT_TRUE(point.init(&header, format, header.point_data_record_length));
+        };
+        LASpoint point;
+        prepare(point);
+        for (std::size_t begin = 0; together == 0 && begin < points; ++begin) {
+            set(point, begin);
             EXPECT_TRUE(writer->write_point(&point));
         }
+        for (std::size_t begin = 0; together != 0 && begin < points; begin += together)
+            EXPECT_TRUE(writer->write_points(
+                std::min(together, points - begin),
+                [&](std::size_t first, std::size_t last, const LASwriter::PutPoint& put) {
+                    LASpoint own;
+                    prepare(own);
+                    for (std::size_t i = begin + first; i < begin + last; ++i) {
+                        set(own, i);
+                        put(own);
+                    }
+                }));
+        EXPECT_EQ(writer->p_count, static_cast<I64>(points));
         const I64 bytes = writer->close();
         std::string content = Support::readBytes(folder / name);
         EXPECT_EQ(bytes, static_cast<I64>(content.size()));
         return content;
     };
-    for (const int points : {0, 1, 49'999, 50'000, 50'001, 270'000}) {
-        const std::string expected = write("a.laz", points, 0);
-        for (const std::size_t chunks : {2U, 3U, 16U})
-            EXPECT_TRUE(write("b.laz", points, chunks) == expected) << points << " points, " << chunks;
+    for (const std::size_t points : {0U, 1U, 49'999U, 50'000U, 50'001U, 270'000U}) {
+        const std::string packed = write("a.laz", points, 0, 0);
+        const std::string plain = write("a.las", points, 0, 0);
+        for (const auto& [workers, together] :
+             {std::pair{2U, 0U}, {2U, 65'536U}, {3U, 50'000U}, {3U, 7'001U}, {16U, 1'000'000U}}) {
+            EXPECT_TRUE(write("b.laz", points, workers, together) == packed)
+                << points << " points, " << workers << ", " << together;
+            EXPECT_TRUE(write("b.las", points, workers, together) == plain)
+                << points << " points, " << workers << ", " << together;
+        }
     }
-    EXPECT_TRUE(write("a.las", 1000, 0) == write("b.las", 1000, 3));
+}
+
+TEST_F(LASwriting, MemoryThatRunsOutWhilePointsAreMadeIsAnError) {
+    for (const std::string name : {"a.las", "a.laz"}) {
+        const LASheader header = headerOf(4, 6);
+        const auto writer = open(name, header);
+        writer->work_side_by_side(2, runBackwards);
+        const auto fail = [](std::size_t, std::size_t, const LASwriter::PutPoint&) {
+            throw std::bad_alloc();
+        };
+        EXPECT_FALSE(writer->write_points(200'000, fail));
+        EXPECT_FALSE(writer->write_points(1, fail));
+        EXPECT_LT(writer->close(), 0);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ChunksSideBySide, ::testing::Values(0, 1, 2, 3, 6, 7, 8));
