@@ -62,7 +62,7 @@ struct Attribute {
     FirstSlot first = FirstSlot::AllowsSecond;
 };
 
-// The table of attributes. A new one needs a row here, a slot, and code in the point loop.
+// The table of attributes. A new one needs a row here, a slot, and code in PointMaker.
 constexpr Attribute attributes[] = {
     {"Positions", {&access<&CaptureSlots::positions>}},
     {"Classification", {&access<&CaptureSlots::classification>}},

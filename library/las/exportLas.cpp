@@ -54,6 +54,7 @@ public:
           settings_(settings),
           bundle_(scope.bundle),
           progress_(context.progress),
+          workers_(context.inputs.workers()),
           // The exporter reads the positions for their box, then everything; the verification reads
           // everything again.
           recorder_(Anchor::makeStrong<LasRecorder>(scope, context.inputs, context.selection, settings_,
@@ -100,6 +101,7 @@ private:
     const LasSettings& settings_;
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
     Anchor::StrongPtr<Progress> progress_;
+    Anchor::StrongPtr<Anchor::Workers> workers_;
     Anchor::StrongPtr<LasRecorder> recorder_;
     ExportLib::ExportPointCloudToLas exporter_;
     /// By time and grid.
@@ -151,6 +153,7 @@ void LasRun::check(const FinishedFile& file, std::vector<std::string>& notes) {
         addNotes(file.grid, grid->plan, notes);
     if (!options_.verify || grid == nullptr)
         return;
+    verification.workers = workers_;
     verification.tick = Progress::ticker(progress_);
     verification.beginPass = [&](std::uint64_t points) { recorder_->beginPass(points); };
     progress_->say("checking " + written.name);
