@@ -92,7 +92,8 @@ begin_stage "sanitizers: tests, under a locale with decimal commas"
 # in a browser is no C++, and what runs in threads has a sanitizer of its own.
 run_ctest ci-sanitize . '^ViewPage|^ConcurrentWorkers' \
     scripts/comma-locale.sh build/ci-sanitize/locale env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-    ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:allocator_may_return_null=0
+    ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:allocator_may_return_null=0 \
+    LSAN_OPTIONS="suppressions=$PWD/tests/sanitizers/leaks.txt:print_suppressions=0"
 
 begin_stage "threads: build of what runs in threads, with ThreadSanitizer"
 build ci-threads
