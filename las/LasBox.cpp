@@ -327,7 +327,8 @@ bool LasBox::isSideBySide() const noexcept {
 }
 
 #ifdef TIDEWATCH_LASLIB_SIDE_BY_SIDE
-/// Makes and writes the points `begin` to before `end`, in pieces that workers make.
+/// Makes and writes the points `begin` to before `end`, in pieces that workers make. The writer's inventory stays as it
+/// is: nothing that is written comes from there.
 template <class Maker>
 bool LasBox::writeSideBySide(const Maker& maker, std::size_t begin, std::size_t end, PointCounts& counts) {
     if (begin == end)
