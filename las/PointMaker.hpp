@@ -59,8 +59,8 @@ struct PointRules {
 };
 
 /// Makes the points of a fragment from its arrays, one after the other in the point that it is given: a field without an
-/// array, or beyond the end of its array, keeps its value. Several threads may use it at a time, each with a point and
-/// counts of its own.
+/// array, or beyond the end of its array, keeps its value. Several threads may use it at the same time, if each has its
+/// own point and counts.
 ///
 /// Extended are points of formats 6 and up; beyond is what a host requests beyond the contract.
 template <bool isExtended, bool isObserved, bool isBeyond>
