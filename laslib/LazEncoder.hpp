@@ -13,7 +13,8 @@
 /// Compresses the points of one file with the LASzip library, which is used for nothing else: headers and
 /// counts are written by LASwriterLAS.
 ///
-/// The chunks of a file do not depend on each other. Side by side, each is made and compressed by its own writer, and the chunk table is made here; the file has the same bytes.
+/// The chunks of a file do not depend on each other. Side by side, each is made and compressed by its own writer, and the
+/// chunk table is made here; the file has the same bytes.
 class LazEncoder {
 public:
     /// For records of a point format and length; isReady() returns whether the library accepts them.
