@@ -149,7 +149,7 @@ private:
     int error_ = 0;
     CaptureSlots slots_;
     std::vector<ExtraBytesWriter> extras_;
-    /// The lowest and highest stored integers; lowest > highest while there is no point.
+    /// The smallest and largest stored integers; without points, least > greatest.
     std::array<I32, 3> least_;
     std::array<I32, 3> greatest_;
     /// By attribute; only maintained for an observer.

@@ -142,7 +142,7 @@ struct PointCounts {
     std::uint64_t violations = 0;
     /// Points of each return, the first return at index 0.
     std::array<std::uint32_t, 15> byReturn{};
-    /// The lowest and highest stored integers; lowest > highest while there is no point.
+    /// The smallest and largest stored integers; without points, least > greatest.
     std::array<I32, 3> least{};
     std::array<I32, 3> greatest{};
     ObservedCounts observed;

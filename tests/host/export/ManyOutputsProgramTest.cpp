@@ -342,8 +342,8 @@ TEST_F(ManyOutputs, KilledRunsThatAreRunAgainGiveTheFilesOfAnUndisturbedOne) {
     };
     const auto countInPlace = [&] {
         std::size_t count = 0;
-        std::error_code none; // before the first output there is no folder
-        for (const auto& entry : fs::directory_iterator(place_ / "out", none))
+        std::error_code ignored; // the folder does not exist before the first output
+        for (const auto& entry : fs::directory_iterator(place_ / "out", ignored))
             count += isInPlace(entry.path().filename()) ? 1U : 0U;
         return count;
     };
