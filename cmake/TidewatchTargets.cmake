@@ -19,7 +19,20 @@ function(tidewatch_target name)
         target_compile_options(${name} PRIVATE -fsanitize=${TIDEWATCH_SANITIZE} -fno-sanitize-recover=all
                                                -fno-omit-frame-pointer)
         target_link_options(${name} PRIVATE -fsanitize=${TIDEWATCH_SANITIZE})
+        # For code that must know; compilers tell in different ways.
+        foreach(kind IN ITEMS address thread)
+            if(TIDEWATCH_SANITIZE MATCHES ${kind})
+                string(TOUPPER ${kind} kind)
+                target_compile_definitions(${name} PRIVATE TIDEWATCH_${kind}_SANITIZER)
+            endif()
+        endforeach()
     endif()
+endfunction()
+
+# tidewatch_compile_alone(SOURCE...): names that these sources define for themselves are also defined in other sources of
+# their target. They are left out where sources are compiled together (CMAKE_UNITY_BUILD), as for the sanitizers in CI.
+function(tidewatch_compile_alone)
+    set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 endfunction()
 
 # tidewatch_dynamic_library(NAME): tidewatch_target for a dynamic library without a version and without undefined
@@ -63,6 +76,10 @@ if(PROJECT_IS_TOP_LEVEL)
             # False positives for string concatenation (GCC bug 105651).
             target_compile_options(tidewatch-warnings INTERFACE -Wno-restrict)
         endif()
+    endif()
+    if(CMAKE_UNITY_BUILD)
+        # A name that another source defines for itself is not shadowed.
+        target_compile_options(tidewatch-warnings INTERFACE -Wno-shadow)
     endif()
     if(TIDEWATCH_WERROR)
         target_compile_options(tidewatch-warnings INTERFACE -Werror)

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Sets up the machine, builds, and runs every test: the release build, a project that uses the installed package, the
-# suite again under sanitizers and a locale with decimal commas, the threaded tests under ThreadSanitizer, and a clang
-# build of which the fuzzers of our own code run briefly. Stops at the first stage that fails; the summary counts the
-# tests and gives the reasons for skips.
+# Sets up the machine, builds, and runs every test: the release build by GCC, a project that uses the installed package, the
+# suite again, built by clang, under sanitizers and a locale with decimal commas, briefly the fuzzers of our own code, and
+# the threaded tests under ThreadSanitizer. Stops at the first stage that fails; the summary counts the tests and gives the
+# reasons for skips.
 set -euo pipefail
 
 quick=0
@@ -84,16 +84,19 @@ tests/consumer/run.sh build/ci-release
 begin_stage "api: pages from the headers, warnings are errors"
 scripts/api-pages.sh
 
-begin_stage "sanitizers: build with ASan and UBSan"
-build ci-sanitize
+begin_stage "sanitizers: build by clang with ASan and UBSan, warnings are errors"
+build sanitize
 
 begin_stage "sanitizers: tests, under a locale with decimal commas"
 # An allocation that exceeds the sanitizer's limit ends the test: no input may make the program request that much. The page
 # in a browser is no C++, and what runs in threads has a sanitizer of its own.
-run_ctest ci-sanitize . '^ViewPage|^ConcurrentWorkers' \
-    scripts/comma-locale.sh build/ci-sanitize/locale env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+run_ctest sanitize . '^ViewPage|^ConcurrentWorkers' \
+    scripts/comma-locale.sh build/sanitize/locale env UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:allocator_may_return_null=0 \
     LSAN_OPTIONS="suppressions=$PWD/tests/sanitizers/leaks.txt:print_suppressions=0"
+
+begin_stage "fuzzers: those of what runs in a host's process for 20 s"
+scripts/fuzz.sh --in-process 20
 
 begin_stage "threads: build of what runs in threads, with ThreadSanitizer"
 build ci-threads
@@ -101,6 +104,3 @@ build ci-threads
 begin_stage "threads: tests"
 run_ctest ci-threads Concurrent "$none" \
     env TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/threads/suppressions.txt"
-
-begin_stage "clang: build with ASan and UBSan, warnings are errors; fuzzers of what runs in a host's process for 20 s"
-scripts/fuzz.sh --in-process 20

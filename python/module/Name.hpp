@@ -40,8 +40,8 @@ struct type_caster<Tidewatch::Python::Name> {
         return true;
     }
 
-    static handle cast(const Tidewatch::Python::Name& name, return_value_policy, handle) {
-        return PyUnicode_DecodeUTF8(name.bytes.data(), static_cast<Py_ssize_t>(name.bytes.size()),
+    static handle cast(const Tidewatch::Python::Name& given, return_value_policy, handle) {
+        return PyUnicode_DecodeUTF8(given.bytes.data(), static_cast<Py_ssize_t>(given.bytes.size()),
                                     "surrogateescape");
     }
 };

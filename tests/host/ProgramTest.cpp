@@ -631,7 +631,6 @@ TEST_F(ProgramTest, StrictAcceptsABundleOfALasFileSinceNothingIsLost) {
     EXPECT_THAT(read("bundled.las"), HasSubstr("a record"));
 }
 
-} // namespace
 TEST_F(ProgramTest, InfoOfALazFileStartsNothingAndLoadsNeitherHdf5NorGdal) {
     write("a.laz", variedLas(100));
     const auto result = run({"info", "a.laz"}, [] { ::setenv("LD_DEBUG", "files", 1); });
@@ -707,4 +706,5 @@ TEST_F(ProgramTest, RequiredSandboxReadsWhereItIsWhole) {
     EXPECT_EQ(run({"info", "--sandbox", "perhaps", "a.h5"}).status, 2);
 }
 
+} // namespace
 } // namespace Tidewatch

@@ -22,7 +22,7 @@ inline std::optional<std::uint64_t> writesSoFar() {
 
 /// Why a test cannot count writes here; null where it can.
 inline const char* whyWritesAreNotCounted() {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef TIDEWATCH_ADDRESS_SANITIZER
     return "sanitizers: they write too, into a pipe, to find out which memory may be looked at";
 #else
     return writesSoFar() ? nullptr : "no count of writes: /proc/thread-self/io does not tell it";

@@ -25,10 +25,8 @@ namespace Tidewatch::Apart {
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef TIDEWATCH_ADDRESS_SANITIZER
 constexpr bool hasAddressSanitizer = true;
-#elif defined(__has_feature)
-constexpr bool hasAddressSanitizer = __has_feature(address_sanitizer);
 #else
 constexpr bool hasAddressSanitizer = false;
 #endif

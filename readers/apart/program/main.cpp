@@ -28,7 +28,7 @@ int socketOf(std::string_view argument) {
 /// Closes all inherited descriptors except the socket.
 void keepOnly(int socket) {
     const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef TIDEWATCH_ADDRESS_SANITIZER
     constexpr int lastReplaced = 1; // reports go to standard error
 #else
     constexpr int lastReplaced = 2;

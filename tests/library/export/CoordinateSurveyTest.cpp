@@ -102,7 +102,7 @@ TEST(CoordinateSurvey, HugeCoordinatesAreWholeNumbers) {
 TEST(CoordinateSurvey, FloatsOfDecimalNumbersHaveTheirStep) {
     Points points;
     for (int hundredth = 40'000; hundredth < 41'000; ++hundredth)
-        points.push_back({static_cast<float>(hundredth / 100.0), hundredth / 100.0, 0});
+        points.push_back({static_cast<double>(static_cast<float>(hundredth / 100.0)), hundredth / 100.0, 0});
     CoordinateSurvey survey;
     survey.look(std::span(points).first(7));
     survey.look(std::span(points).subspan(7));
@@ -125,8 +125,8 @@ TEST(CoordinateSurvey, FloatsAreNeverKnownBetterThanTheirResolution) {
     std::uniform_real_distribution<float> heights(1, 500);
     Points points;
     for (int number = 0; number < 1000; ++number)
-        points.push_back({heights(random), 0, 0});
-    points.push_back({300.1F, 0, 0});
+        points.push_back({static_cast<double>(heights(random)), 0, 0});
+    points.push_back({static_cast<double>(300.1F), 0, 0});
     CoordinateSurvey survey;
     survey.look(points);
     ASSERT_TRUE(survey.axis(0)->areFloats);

@@ -10,7 +10,7 @@
 
 namespace {
 
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__GLIBC__) && !defined(TIDEWATCH_ADDRESS_SANITIZER) && !defined(TIDEWATCH_THREAD_SANITIZER)
 
 /// The bytes that malloc holds free.
 std::size_t held() {

@@ -128,8 +128,8 @@ TEST(CellsAsPoints, LargeRandomRasterGivesWhatAPlainLoopGives) {
         for (std::uint64_t column = 0; column < columns; ++column) {
             const std::size_t cell = row * columns + column;
             if (std::isfinite(heights[cell]) && types[cell] != 0)
-                expected.push_back(
-                    {10 + static_cast<double>(column) * 2, 20 + static_cast<double>(row) * 5, heights[cell]});
+                expected.push_back({10 + static_cast<double>(column) * 2, 20 + static_cast<double>(row) * 5,
+                                    static_cast<double>(heights[cell])});
         }
     }
     const auto bundle = Anchor::makeStrong<Sheaf::Bundle>();

@@ -534,10 +534,10 @@ TEST_F(HostileBundleFile, NumberTypeThatCannotHoldTheElementTypeIsRefused) {
         {H5T_IEEE_F32LE, "float64"}, {H5T_IEEE_F32LE, "int32"}, {H5T_IEEE_F64LE, "float80"},
         {H5T_IEEE_F64LE, "int64"},   {H5T_IEEE_F32LE, "point"}, {H5T_STD_I8LE, "rgb8"},
         {H5T_STD_U8LE, "bivector3f"}};
-    for (const auto& [type, element] : misfits) {
-        expectRefused("cannot hold every " + std::string(element), [&](const Craft::File& file) {
-            file.dataset(Craft::fields + "F/a", type, H5T_NATIVE_DOUBLE, {2, 3}, numbers_.data())
-                .text(Craft::fields + "F", "element", element);
+    for (const auto& misfit : misfits) {
+        expectRefused("cannot hold every " + std::string(misfit.second), [&](const Craft::File& file) {
+            file.dataset(Craft::fields + "F/a", misfit.first, H5T_NATIVE_DOUBLE, {2, 3}, numbers_.data())
+                .text(Craft::fields + "F", "element", misfit.second);
         });
     }
 }
@@ -591,7 +591,7 @@ TEST_F(HostileBundleFile, ValueOutsideTheElementTypesRangeIsRefusedWhenItIsRead)
                                   {H5T_IEEE_F64LE, "int32", 0.5},
                                   {H5T_IEEE_F64BE, "int32", 3e9},
                                   {H5T_IEEE_F64LE, "uint8", std::nan("")},
-                                  {H5T_IEEE_F32LE, "uint16", std::numeric_limits<float>::infinity()},
+                                  {H5T_IEEE_F32LE, "uint16", std::numeric_limits<double>::infinity()},
                                   {H5T_NATIVE_LDOUBLE, "uint64", -1},
                                   {H5T_NATIVE_LDOUBLE, "int64", 1e19}};
     for (const Case& one : cases) {

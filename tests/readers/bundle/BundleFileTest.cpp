@@ -1071,7 +1071,10 @@ TEST_F(BundleFile, StatementsThatAreNotReadAgainAreRefused) {
                     of.step = {0.1, 0.0, 0.1};
                 }),
                 HasSubstr("not a finite number above 0"));
-    EXPECT_THAT(refused([](auto& of) { of.offset = {0, INFINITY, 0}; }), HasSubstr("offset of coordinates"));
+    EXPECT_THAT(refused([](auto& of) {
+                    of.offset = {0, std::numeric_limits<double>::infinity(), 0};
+                }),
+                HasSubstr("offset of coordinates"));
     EXPECT_THAT(refused([](auto& of) { of.systemIdentifier = std::string("a\0b", 3); }),
                 HasSubstr("/g/system_identifier: a text that contains a zero"));
     EXPECT_THAT(refused([](auto& of) { of.systemIdentifier = std::string(65'537, 'a'); }),

@@ -89,15 +89,16 @@ TEST_F(LazStreamTest, EndsWhenTheStackHasGrownDeep) {
     stream.markStack();
     struct Deep {
         static int get(LazStream& from, int levels) {
-            volatile char frame[4096];
+            volatile char frame[256];
             frame[0] = static_cast<char>(levels);
             const int byte = levels == 0 ? from.stream().get() : get(from, levels - 1);
             return frame[0] == static_cast<char>(levels) ? byte : 0;
         }
     };
-    EXPECT_EQ(Deep::get(stream, 2), 'h');
+    EXPECT_EQ(Deep::get(stream, 16), 'h');
     EXPECT_FALSE(stream.stackExceeded());
-    EXPECT_EQ(Deep::get(stream, 64), std::istream::traits_type::eof());
+    // AddressSanitizer may place the array elsewhere.
+    EXPECT_EQ(Deep::get(stream, 2048), std::istream::traits_type::eof());
     EXPECT_TRUE(stream.stackExceeded());
 }
 

@@ -120,7 +120,7 @@ protected:
 };
 
 TEST_P(DamagedDirectory, EachIsAnErrorThatNamesTheFileOrGivesWhatASecondReaderFinds) {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef TIDEWATCH_ADDRESS_SANITIZER
     GTEST_SKIP()
         << "AddressSanitizer: fills new memory in its own way, so what no decoder has filled is not found";
 #endif
