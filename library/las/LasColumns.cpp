@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
+#include <typeinfo>
+#include <utility>
 
 namespace Tidewatch {
 
@@ -15,6 +17,17 @@ template <class T>
 void fill(LasColumns::Column<T>& column, const Anchor::StrongPtr<Anchor::Cacheable>& data) {
     if (auto array = Anchor::dynamicCast<Sheaf::TypedArray<T>>(data))
         column = std::move(array);
+}
+
+template <class Number>
+double readNumber(const std::byte* bytes) {
+    Number number{};
+    std::memcpy(&number, bytes, sizeof number);
+    // What is larger than a double becomes infinite; C++ leaves the plain conversion undefined.
+    constexpr auto largest = static_cast<long double>(std::numeric_limits<double>::max());
+    const auto wide = static_cast<long double>(number);
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    return wide > largest ? infinity : wide < -largest ? -infinity : static_cast<double>(number);
 }
 
 } // namespace
@@ -35,35 +48,33 @@ LasColumns LasColumns::load(const ExportLib::LasPlan& plan, const ExportLib::Las
     LasColumns columns = load(fragment.captures);
     for (std::size_t i = 0; i < plan.extras.size(); ++i) {
         const auto& creator = fragment.extras.at(i);
-        columns.extras.push_back(
-            {creator ? Anchor::dynamicCast<Sheaf::MemBase>(creator->create(false)) : nullptr,
-             plan.extras[i].component});
+        columns.extras.emplace_back(creator ? Anchor::dynamicCast<Sheaf::MemBase>(creator->create(false))
+                                            : nullptr,
+                                    plan.extras[i].component);
     }
     return columns;
 }
 
-std::optional<double> LasColumns::Extra::value(std::size_t place) const {
-    std::optional<double> found;
-    if (!array)
-        return found;
-    Sheaf::visitElementType(array->elementType(), [&](auto tag) {
+LasColumns::Extra::Extra(Anchor::StrongPtr<Sheaf::MemBase> array, std::size_t component)
+    : array_(std::move(array)) {
+    if (!array_)
+        return;
+    Sheaf::visitElementType(array_->elementType(), [&](auto tag) {
         using Element = typename decltype(tag)::type;
         using Number = typename Sheaf::ElementTraits<Element>::Component;
-        const auto typed = Anchor::dynamicCast<Sheaf::TypedArray<Element>>(array);
-        if (!typed || place >= typed->base_vector().size())
+        const auto typed = Anchor::dynamicCast<Sheaf::TypedArray<Element>>(array_);
+        if (!typed)
             return;
-        Number number{};
-        std::memcpy(&number,
-                    reinterpret_cast<const std::byte*>(&typed->base_vector()[place]) +
-                        component * sizeof number,
-                    sizeof number);
-        // What is larger than a double becomes infinite; C++ leaves the plain conversion undefined.
-        constexpr auto largest = static_cast<long double>(std::numeric_limits<double>::max());
-        const auto wide = static_cast<long double>(number);
-        constexpr double infinity = std::numeric_limits<double>::infinity();
-        found = wide > largest ? infinity : wide < -largest ? -infinity : static_cast<double>(number);
+        const std::vector<Element>& values = std::as_const(*typed).base_vector();
+        first_ = reinterpret_cast<const std::byte*>(values.data()) + component * sizeof(Number);
+        size_ = values.size();
+        elementSize_ = sizeof(Element);
+        read_ = readNumber<Number>;
     });
-    return found;
+}
+
+bool LasColumns::Extra::holdsFloats() const noexcept {
+    return array_ && array_->elementType() == typeid(float);
 }
 
 } // namespace Tidewatch

@@ -46,13 +46,28 @@ struct LasColumns {
     Column<unsigned short> green;
     Column<unsigned short> blue;
 
-    /// A number that becomes extra bytes: a component of the elements of an array, which may be null.
-    struct Extra {
-        Anchor::StrongPtr<Sheaf::MemBase> array;
-        std::size_t component;
+    /// A number that becomes extra bytes: a component of the elements of an array.
+    class Extra {
+    public:
+        /// `array` may be null; then there are no values.
+        Extra(Anchor::StrongPtr<Sheaf::MemBase> array, std::size_t component);
 
+        [[nodiscard]] std::size_t size() const noexcept { return size_; }
+        /// Whether the values are in single precision.
+        [[nodiscard]] bool holdsFloats() const noexcept;
         /// Nothing beyond the end.
-        [[nodiscard]] std::optional<double> value(std::size_t place) const;
+        [[nodiscard]] std::optional<double> value(std::size_t place) const {
+            if (place >= size_)
+                return std::nullopt;
+            return read_(first_ + place * elementSize_);
+        }
+
+    private:
+        Anchor::StrongPtr<Sheaf::MemBase> array_;
+        const std::byte* first_ = nullptr;
+        std::size_t size_ = 0;
+        std::size_t elementSize_ = 0;
+        double (*read_)(const std::byte* number) = nullptr;
     };
     /// One for each of the plan's.
     std::vector<Extra> extras;

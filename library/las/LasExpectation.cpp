@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 namespace Tidewatch {
@@ -37,9 +38,29 @@ LasExpectation::LasExpectation(const ExportLib::LasPlan& plan, const ExportLib::
 
 void LasExpectation::take(LasColumns columns) {
     columns_ = std::move(columns);
+    done_ = 0;
+}
+
+void LasExpectation::skipTo(std::size_t place) {
+    // A value stays until the next one, so the last one of each array is all that is left of it; and of the last point
+    // of all there may be something that comes late.
+    std::vector<std::size_t> ends{place};
+    const auto add = [&](std::size_t size) {
+        if (size < place)
+            ends.push_back(size);
+    };
+    columns_.forEach([&](std::string_view, const auto& column) { add(valuesOf(column).size()); });
+    for (const LasColumns::Extra& extra : columns_.extras)
+        add(extra.size());
+    std::sort(ends.begin(), ends.end());
+    for (const std::size_t end : ends) {
+        if (end > done_)
+            static_cast<void>(point(end - 1));
+    }
 }
 
 const LasPoint& LasExpectation::point(std::size_t i) {
+    done_ = i + 1;
     if (!settings_.conforming)
         applyLateValues();
     const bool isExtended = settings_.isExtended();

@@ -38,6 +38,8 @@ struct LasPoint {
     std::uint16_t amplitude = 0;
     /// The values of the plan's extras; nothing while a file's number is still that of its first byte.
     std::vector<std::optional<double>> extras = {};
+
+    bool operator==(const LasPoint&) const = default;
 };
 
 /// The points that a file must contain for the fields that were exported, according to the exporter's
@@ -56,6 +58,9 @@ public:
     /// A point of the fragment; must be called in order, once for each point.
     [[nodiscard]] const LasPoint& point(std::size_t i);
 
+    /// Goes on with a later point of the fragment, as if point() had been called for all before it.
+    void skipTo(std::size_t place);
+
 private:
     void applyLateValues();
     void takeWhatIsCarried(std::size_t i);
@@ -63,6 +68,8 @@ private:
     const ExportLib::LasPlan& plan_;
     const ExportLib::LasSettings& settings_;
     LasColumns columns_;
+    /// The number of points of the fragment that are behind.
+    std::size_t done_ = 0;
     LasPoint point_;
     std::optional<std::uint16_t> lateReflectance_;
     std::optional<std::uint16_t> lateAmplitude_;

@@ -13,6 +13,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string_view>
@@ -84,30 +85,32 @@ class Points {
 public:
     explicit Points(const LasPlan& plan) : plan_(plan) {}
 
-    /// Advances to the next point; false after the last one.
-    bool next() {
-        ++place_;
-        while (place_ >= size_) {
-            if (nextFragment_ == plan_.fragments.size())
-                return false;
+    /// Points whose values are in the same columns; none after the last one.
+    struct Run {
+        const LasColumns& columns;
+        std::size_t first;
+        std::size_t count;
+    };
+    /// The next points, at most that many.
+    [[nodiscard]] Run next(std::uint64_t most) {
+        while (place_ == size_ && nextFragment_ < plan_.fragments.size()) {
             const LasPlan::Fragment& fragment = plan_.fragments[nextFragment_++];
             columns_ = {};
             columns_ = LasColumns::load(plan_, fragment);
             size_ = valuesOf(columns_.positions).size();
             place_ = 0;
         }
-        return true;
+        const Run run{columns_, place_,
+                      static_cast<std::size_t>(std::min<std::uint64_t>(most, size_ - place_))};
+        place_ += run.count;
+        return run;
     }
-
-    /// The columns of the current point's fragment, and its index in them.
-    [[nodiscard]] const LasColumns& columns() const noexcept { return columns_; }
-    [[nodiscard]] std::size_t place() const noexcept { return place_; }
 
 private:
     const LasPlan& plan_;
     LasColumns columns_;
     std::size_t size_ = 0;
-    std::size_t place_ = std::numeric_limits<std::size_t>::max();
+    std::size_t place_ = 0;
     std::size_t nextFragment_ = 0;
 };
 
@@ -127,7 +130,8 @@ public:
             });
             if (place == found.extras.end())
                 fail(name, fmt::format("it has no extra bytes \"{}\"", extra.encoding.name));
-            extras_.push_back(static_cast<std::size_t>(place - found.extras.begin()));
+            extras_.push_back(
+                {static_cast<std::size_t>(place - found.extras.begin()), rangeOf(extra.encoding)});
         }
     }
 
@@ -169,8 +173,8 @@ public:
                  expected.scannerChannel);
         }
         for (std::size_t extra = 0; extra < extras_.size(); ++extra)
-            compareExtra(plan_.extras[extra].encoding, file.extras.at(extras_[extra]), i,
-                         expected.extras.at(extra));
+            compareExtra(plan_.extras[extra].encoding, extras_[extra].range,
+                         file.extras.at(extras_[extra].place), i, expected.extras.at(extra));
         if (plan_.hasReflectance) {
             const double value = static_cast<double>(valueAt(file.reflectance, i, "Reflectance"));
             same("Reflectance", std::lround((value + 25) * 2184), long{expected.reflectance});
@@ -178,6 +182,13 @@ public:
         if (plan_.hasAmplitude)
             same("Amplitude", valueAt(file.amplitudeFloat, i, "Amplitude"),
                  static_cast<float>(expected.amplitude));
+    }
+
+    /// Adds what another comparison has collected.
+    void add(const Comparison& other) {
+        box_.expand(other.box_);
+        std::transform(pointsByReturn_.begin(), pointsByReturn_.end(), other.pointsByReturn_.begin(),
+                       pointsByReturn_.begin(), std::plus<>());
     }
 
     void compareAxes(const LasAxes& axes) const {
@@ -252,15 +263,14 @@ private:
         return range;
     }
 
-    void compareExtra(const Sheaf::FieldEncoding& encoding, const LasColumns::Extra& column, std::size_t i,
-                      std::optional<double> expected) const {
+    void compareExtra(const Sheaf::FieldEncoding& encoding, const std::optional<Range>& range,
+                      const LasColumns::Extra& column, std::size_t i, std::optional<double> expected) const {
         const std::optional<double> found = column.value(i);
-        const std::string what = fmt::format("extra bytes \"{}\"", encoding.name);
+        const auto what = [&] { return fmt::format("extra bytes \"{}\"", encoding.name); };
         if (!found)
-            fail(name_, "it has no " + what);
+            fail(name_, "it has no " + what());
         const double scale = encoding.scale.value_or(1.0);
         const double offset = encoding.offset.value_or(0.0);
-        const auto range = rangeOf(encoding);
         // Bytes that nothing was put into are zeros.
         double value = expected.value_or(offset);
         if (std::isnan(value)) {
@@ -279,11 +289,11 @@ private:
                 std::abs(value - offset) * static_cast<double>(std::numeric_limits<float>::epsilon());
         }
         // The reader makes some values floats.
-        if (column.array->elementType() == typeid(float))
+        if (column.holdsFloats())
             tolerance += std::abs(value) * static_cast<double>(std::numeric_limits<float>::epsilon());
         if (std::isnan(*found) ? !std::isnan(value)
                                : *found != value && !(std::abs(*found - value) <= tolerance))
-            differ(what, shortestText(*found), shortestText(value));
+            differ(what(), shortestText(*found), shortestText(value));
     }
 
     void comparePosition(const PhysicalSpace::point& expected, const PhysicalSpace::point& found) {
@@ -332,8 +342,12 @@ private:
     const LasPlan& plan_;
     const LasSettings& settings_;
     const LasStatement& statement_;
-    /// For each of the plan's extras its place among those of the file.
-    std::vector<std::size_t> extras_;
+    /// For each of the plan's extras its place among those of the file, and what its type holds.
+    struct Extra {
+        std::size_t place;
+        std::optional<Range> range;
+    };
+    std::vector<Extra> extras_;
     std::uint64_t number_ = 0;
     Geom::BoundingBox box_;
     std::array<std::uint64_t, 16> pointsByReturn_{};
@@ -375,6 +389,29 @@ std::vector<std::string> LasVerification::compare(const File& file, const LasPla
     Points points(readBack.plan());
     LasExpectation expectation(plan, settings_, statement.offset);
     std::uint64_t number = 0;
+    const Comparison nothing = comparison;
+    // Points of a run from one place of the fragment on, in pieces side by side.
+    const auto compareRun = [&](const Points::Run& run, std::size_t from) {
+        constexpr std::size_t pieceSize = 10'000;
+        struct Piece {
+            LasExpectation expectation;
+            Comparison comparison;
+        };
+        std::vector<Piece> pieces((run.count + pieceSize - 1) / pieceSize, {expectation, nothing});
+        Anchor::runPieces(workers.get(), pieces.size(), [&](std::size_t place) {
+            Piece& piece = pieces[place];
+            const std::size_t begin = place * pieceSize;
+            const std::size_t end = std::min(begin + pieceSize, run.count);
+            piece.expectation.skipTo(from + begin);
+            for (std::size_t i = begin; i < end; ++i)
+                piece.comparison.compare(number + i + 1, piece.expectation.point(from + i), run.columns,
+                                         run.first + i);
+        });
+        for (const Piece& piece : pieces)
+            comparison.add(piece.comparison);
+        expectation.skipTo(from + run.count);
+        number += run.count;
+    };
     for (const LasPlan::Fragment* const fragment : written.fragments) {
         if (beginPass)
             beginPass(fragment->points);
@@ -383,14 +420,16 @@ std::vector<std::string> LasVerification::compare(const File& file, const LasPla
         const auto extents = fragment->positions->extents();
         const std::uint64_t count =
             std::min(fragment->points, extents ? extents->elementCount().value_or(0) : 0);
-        for (std::size_t i = 0; i < count; ++i) {
-            if (!points.next())
+        for (std::uint64_t done = 0; done < count;) {
+            const Points::Run run = points.next(count - done);
+            if (run.count == 0)
                 fail(file.name, fmt::format("it ends after {}", counted(number, "point")));
-            comparison.compare(++number, expectation.point(i), points.columns(), points.place());
+            compareRun(run, static_cast<std::size_t>(done));
+            done += run.count;
         }
         expectation.take({});
     }
-    if (points.next())
+    if (points.next(1).count > 0)
         fail(file.name, fmt::format("it continues after {}", counted(number, "point")));
     comparison.compareExtent(written.axes);
     return comparison.returnCountDifferences();

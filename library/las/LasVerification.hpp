@@ -21,7 +21,7 @@ public:
 
     /// Called while points are decoded; see ConvLib::ReadOptions.
     std::function<void(const std::string& file, double share)> tick;
-    /// With whom points are decoded; may be null.
+    /// With whom points are decoded and compared; may be null.
     Anchor::StrongPtr<Anchor::Workers> workers;
     /// Called before a number of points are decoded.
     std::function<void(std::uint64_t points)> beginPass;

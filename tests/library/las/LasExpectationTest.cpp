@@ -4,6 +4,7 @@
 #include "library/las/LasColumnsBuilder.hpp"
 
 #include <limits>
+#include <random>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -107,6 +108,63 @@ TEST_F(LasExpectationTest, ReflectanceAndAmplitudeComeOnePointLate) {
 TEST_F(LasExpectationTest, WithoutRoomInTheFileThereAreNoLateValues) {
     const auto late = LasColumnsBuilder().with("Reflectance", std::vector<float>{5, 5});
     EXPECT_THAT(values(late, 2, &LasPoint::reflectance), ElementsAre(0, 0));
+}
+
+TEST_F(LasExpectationTest, SkippingLeavesWhatThePointsSkippedWouldHaveLeft) {
+    std::mt19937 random(5);
+    const auto upTo = [&](std::size_t most) { return random() % (most + 1); };
+    constexpr std::size_t points = 60;
+    const auto list = [&](auto zero) {
+        std::vector<decltype(zero)> values(upTo(3) == 0 ? points : upTo(points));
+        for (auto& value : values)
+            value = static_cast<decltype(zero)>(random() % 100);
+        return values;
+    };
+    for (int round = 0; round < 500; ++round) {
+        settings.version = 2 + round % 3;
+        settings.conforming = random() % 2 == 0;
+        plan.hasReflectance = plan.hasAmplitude = random() % 4 != 0;
+        LasExpectation plain = start();
+        LasExpectation skipping = start();
+        for (int fragment = 0; fragment < 3; ++fragment) {
+            LasColumnsBuilder builder;
+            Points positions(upTo(points));
+            for (auto& position : positions)
+                position.x = static_cast<double>(random());
+            builder.with("Positions", positions);
+            for (const char* const name : {"Classification", "ReturnNumber", "UserData"}) {
+                if (random() % 2 == 0)
+                    builder.with(name, list(static_cast<unsigned char>(0)));
+            }
+            for (const char* const name : {"Intensity", "Amplitude"}) {
+                if (random() % 2 == 0)
+                    builder.with(name, list(static_cast<unsigned short>(0)));
+            }
+            for (const char* const name : {"Reflectance", "Amplitude"}) {
+                if (random() % 2 == 0)
+                    builder.with(name, list(0.0F));
+            }
+            if (random() % 2 == 0)
+                builder.with("ScanAngleRank", list(static_cast<short>(0)));
+            if (random() % 2 == 0)
+                builder.with("ScanAngleRank", list(static_cast<signed char>(0)));
+            plain.take(builder.columns());
+            skipping.take(builder.columns());
+            const std::size_t first = upTo(points);
+            const std::size_t last = first + upTo(points - first);
+            skipping.skipTo(first);
+            for (std::size_t i = 0; i < points; ++i) {
+                const LasPoint& expected = plain.point(i);
+                if (i >= first && i < last) {
+                    EXPECT_EQ(skipping.point(i), expected) << round << " " << i;
+                }
+            }
+            skipping.skipTo(points);
+        }
+        skipping.take({});
+        plain.take({});
+        EXPECT_EQ(skipping.point(0), plain.point(0)) << round;
+    }
 }
 
 } // namespace

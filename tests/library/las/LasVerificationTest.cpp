@@ -5,6 +5,7 @@
 #include "library/las/RecordedLas.hpp"
 #include "readers/registerReaders.hpp"
 #include "support/LasFileBuilder.hpp"
+#include "support/ThreadWorkers.hpp"
 
 #include <functional>
 #include <random>
@@ -93,10 +94,13 @@ protected:
 
     /// Exports, changes the bytes of a file, and checks it.
     static Outcome check(BuildingReader::Build build, LasSettings settings,
-                         const std::function<void(std::string&)>& change = {}, std::size_t file = 0) {
+                         const std::function<void(std::string&)>& change = {}, std::size_t file = 0,
+                         unsigned workers = 1) {
         RecordedLas recorded(std::move(build), std::move(settings));
         Outcome outcome;
         LasVerification verification(recorded.settings());
+        if (workers > 1)
+            verification.workers = Anchor::makeStrong<Support::ThreadWorkers>(workers);
         verification.beginPass = [&](std::uint64_t points) { outcome.pointsOfPasses += points; };
         const ConvLib::WrittenFile& written = recorded.exporter().writtenFiles().at(file);
         if (change) {
@@ -214,6 +218,38 @@ TEST_F(LasVerificationTest, EveryByteOfACarriedPointCounts) {
             byte = static_cast<char>(byte ^ 0x55);
         });
         EXPECT_THAT(outcome.failure, HasSubstr("point 6")) << place;
+    }
+}
+
+TEST_F(LasVerificationTest, WorkersFindWhatOneThreadFinds) {
+    // Arrays that end early, so that the expected values depend on those of points long before.
+    constexpr std::size_t count = 60'000;
+    const auto build = [](Sheaf::Bundle& bundle, const std::string&) {
+        std::mt19937 random(11);
+        Points positions(count);
+        for (auto& position : positions)
+            position = {static_cast<double>(random() % 1000), 0, 1};
+        GridBuilder(bundle, 0, "g")
+            .field("Positions", "", positions)
+            .field("Intensity", "", numbers<unsigned short>(count, random, 0, 65535))
+            .field("ReturnNumber", "", numbers<unsigned char>(25'000, random, 1, 7))
+            .field("UserData", "", numbers<unsigned char>(40'001, random, 0, 255))
+            .field("Reflectance", "", std::vector<float>(30'000, 1.5F));
+    };
+    const auto intensityOf = [](std::string& bytes, std::size_t point) -> char& {
+        return bytes.at(points + (point - 1) * recordLength + 12);
+    };
+    for (const unsigned workers : {1U, 2U, 3U, 16U}) {
+        EXPECT_EQ(check(build, plain(), {}, 0, workers).failure, "") << workers;
+        const auto outcome = check(
+            build, plain(),
+            [&](std::string& bytes) {
+                intensityOf(bytes, 55'555) ^= 1;
+                intensityOf(bytes, 20'001) ^= 1;
+                intensityOf(bytes, 20'002) ^= 1;
+            },
+            0, workers);
+        EXPECT_THAT(outcome.failure, HasSubstr("point 20001: Intensity")) << workers;
     }
 }
 
