@@ -16,6 +16,7 @@
 #include <cmath>
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -27,6 +28,8 @@ namespace {
 
 using Group = Hdf5::NewFile::Group;
 using Attributes = std::vector<Group::Attribute>;
+/// The fragments of a grid by name.
+using Fragments = std::map<std::string, Anchor::StrongPtr<Sheaf::FragmentID>>;
 
 /// A key that sorts by number: "t000012".
 std::string numberedKey(const std::string& letter, std::size_t number) {
@@ -50,6 +53,17 @@ void forEachGrid(const Sheaf::Slice& slice, Visit&& visit) {
         if (const auto grid = entry.lock())
             visit(*grid);
     }
+}
+
+/// Those of the grid, and those that only its fields know: a host may add such.
+Fragments fragmentsOf(const Sheaf::Grid& grid) {
+    Fragments fragments = grid.fragments();
+    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& at) {
+        if (at.fragment)
+            fragments.try_emplace(at.fragment->name(), at.fragment);
+        return true;
+    });
+    return fragments;
 }
 
 std::uint64_t countArrays(const Sheaf::Bundle& bundle) {
@@ -82,10 +96,13 @@ private:
     void writeChart(const Sheaf::Grid& grid, const std::string& name, const Group& charts);
     void writeStatement(const Sheaf::FileStatement& statement, const Group& grid);
     void writeRecords(const std::vector<Sheaf::FileRecord>& records, const Group& group) const;
-    void writeFragments(const Sheaf::Grid& grid, const Group& group) const;
-    void writeSkeleton(const Sheaf::Skeleton& skeleton, const Group& group);
-    void writeField(const std::string& name, const Sheaf::Field& field, const Group& representation);
-    void writeFragmentedField(const Sheaf::Field& field, const Group& group);
+    void writeFragments(const Fragments& fragments, const Group& group) const;
+    void writeSkeleton(const Sheaf::Skeleton& skeleton, const Fragments& fragments, const Group& group);
+    void writeRepresentation(const Sheaf::Representation& representation, const Fragments& fragments,
+                             const Group& group);
+    /// Writes a field, the data of fragments aside; returns its group if it may have such data.
+    [[nodiscard]] std::optional<Group> beginField(const std::string& name, const Sheaf::Field& field,
+                                                  const Group& representation);
 
     /// Creates an array and writes it as a member of a group, with attributes; false if there is no data.
     [[nodiscard]] bool writeArray(const Sheaf::CreativeArrayBase& creator, const Sheaf::Field& field,
@@ -141,11 +158,12 @@ void BundleFileWriting::writeGrid(const Sheaf::Grid& grid, const Group& group) {
     for (const std::string& chart : grid.chartNames())
         writeChart(grid, chart, charts);
     writeStatement(grid.statement(), group);
-    writeFragments(grid, group.addGroup(BundleFormat::fragments));
+    const Fragments fragments = fragmentsOf(grid);
+    writeFragments(fragments, group.addGroup(BundleFormat::fragments));
     const Group skeletons = group.addGroup(BundleFormat::skeletons);
     std::size_t number = 0;
     grid.skeletons().forEach([&](const Sheaf::Skeleton& skeleton) {
-        writeSkeleton(skeleton, skeletons.addGroup(numberedKey("s", number++)));
+        writeSkeleton(skeleton, fragments, skeletons.addGroup(numberedKey("s", number++)));
         return true;
     });
 }
@@ -219,14 +237,7 @@ void BundleFileWriting::spend(const Group& group, std::uint64_t bytes) {
     propertyBytesLeft_ -= bytes;
 }
 
-void BundleFileWriting::writeFragments(const Sheaf::Grid& grid, const Group& group) const {
-    // A host may have given its fields fragments that the grid does not know.
-    auto fragments = grid.fragments();
-    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& stop) {
-        if (stop.fragment)
-            fragments.try_emplace(stop.fragment->name(), stop.fragment);
-        return true;
-    });
+void BundleFileWriting::writeFragments(const Fragments& fragments, const Group& group) const {
     for (const auto& [name, fragment] : fragments) {
         const Group member = addNamed(group, name, "fragment");
         Sheaf::MultiIndex<3> overlap{};
@@ -237,7 +248,8 @@ void BundleFileWriting::writeFragments(const Sheaf::Grid& grid, const Group& gro
     }
 }
 
-void BundleFileWriting::writeSkeleton(const Sheaf::Skeleton& skeleton, const Group& group) {
+void BundleFileWriting::writeSkeleton(const Sheaf::Skeleton& skeleton, const Fragments& fragments,
+                                      const Group& group) {
     group.setNumber(BundleFormat::dimension, std::int32_t{skeleton.dimension()});
     if (!skeleton.refinement().empty())
         group.setNumbers(BundleFormat::refinement, std::span<const std::int32_t>(skeleton.refinement()));
@@ -250,28 +262,49 @@ void BundleFileWriting::writeSkeleton(const Sheaf::Skeleton& skeleton, const Gro
             if (chart == nullptr)
                 fail(group, BundleFormat::representations,
                      "a representation that is not in a Cartesian chart cannot be stored");
-            const Group member = addNamed(representations, chart->name(), "chart");
-            return representation.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
-                writeField(id.name(), field, member);
-                return true;
-            });
+            writeRepresentation(representation, fragments, addNamed(representations, chart->name(), "chart"));
+            return true;
         });
 }
 
-void BundleFileWriting::writeField(const std::string& name, const Sheaf::Field& field,
-                                   const Group& representation) {
+void BundleFileWriting::writeRepresentation(const Sheaf::Representation& representation,
+                                            const Fragments& fragments, const Group& group) {
+    struct Member {
+        const Sheaf::Field& field;
+        Group group;
+    };
+    std::vector<Member> fields;
+    representation.forEachField([&](const Sheaf::FieldID& id, const Sheaf::Field& field) {
+        if (auto member = beginField(id.name(), field, group))
+            fields.push_back({field, std::move(*member)});
+        return true;
+    });
+    // Fragment after fragment, since a reader may decode all fields of one together, and the cache may not have room
+    // for those of all fragments.
+    for (const auto& [name, fragment] : fragments) {
+        for (const Member& member : fields) {
+            // Without data there is nothing to write.
+            if (const auto data = member.field.getCreator(fragment))
+                static_cast<void>(writeArray(*data, member.field, member.group, name, {}));
+        }
+    }
+}
+
+std::optional<Group> BundleFileWriting::beginField(const std::string& name, const Sheaf::Field& field,
+                                                   const Group& representation) {
     requireFit(representation, name, "field");
     const Attributes attributes = attributesOf(field, representation, name);
     const auto whole = field.getCreator(nullptr);
     if (whole && field.getFragmentIDs().size() > 1)
         fail(representation, name, "the field has data both with and without fragments");
     if (whole && writeArray(*whole, field, representation, name, attributes))
-        return;
-    const Group group = representation.addGroup(name);
+        return {};
+    Group group = representation.addGroup(name);
     for (const Group::Attribute& attribute : attributes)
         group.set(attribute);
-    if (!whole)
-        writeFragmentedField(field, group);
+    if (whole)
+        return {};
+    return group;
 }
 
 Attributes BundleFileWriting::attributesOf(const Sheaf::Field& field, const Group& representation,
@@ -288,15 +321,6 @@ Attributes BundleFileWriting::attributesOf(const Sheaf::Field& field, const Grou
             {BundleFormat::lasAttribute, std::vector<std::uint8_t>(entry.begin(), entry.end())});
     }
     return attributes;
-}
-
-void BundleFileWriting::writeFragmentedField(const Sheaf::Field& field, const Group& group) {
-    field.forEachFragment(
-        [&](const Anchor::StrongPtr<Sheaf::FragmentID>& fragment, const Sheaf::Field::Creator& data) {
-            // Without data there is nothing to write.
-            static_cast<void>(writeArray(*data, field, group, fragment->name(), {}));
-            return true;
-        });
 }
 
 bool BundleFileWriting::writeArray(const Sheaf::CreativeArrayBase& creator, const Sheaf::Field& field,

@@ -357,6 +357,39 @@ TEST_F(BundleFile, WrittenAgainFromWhatWasReadGivesTheSameBytes) {
     EXPECT_TRUE(Support::readBytes(copy) == Support::readBytes(file_));
 }
 
+TEST_F(BundleFile, FieldsAreWrittenFragmentAfterFragmentSinceReadersMayMakeThemTogether) {
+    class Noting final : public Sheaf::CreativeArrayBase {
+    public:
+        Noting(std::string name, std::vector<std::string>& log) : name_(std::move(name)), log_(log) {}
+        [[nodiscard]] Anchor::StrongPtr<Anchor::Cacheable> create(bool) const override {
+            log_.push_back(name_);
+            return Sheaf::makeArray(std::vector<int>{static_cast<int>(log_.size())});
+        }
+        [[nodiscard]] const std::type_info& elementType() const noexcept override { return typeid(int); }
+        [[nodiscard]] std::optional<Sheaf::Extents> extents() const override { return Sheaf::Extents{1}; }
+        [[nodiscard]] Anchor::StrongPtr<Anchor::Cacheable> available() const override { return {}; }
+
+    private:
+        std::string name_;
+        std::vector<std::string>& log_;
+    };
+    std::vector<std::string> log;
+    const Bundle bundle = emptyBundle();
+    GridBuilder grid(*bundle, 0, "g");
+    for (const std::string name : {"A", "B", "C"}) {
+        for (const std::string fragment : {"1", "2", "3"}) {
+            // One field lacks a fragment.
+            if (name + fragment != "B2")
+                grid.field(name, fragment, Anchor::makeStrong<Noting>(name + fragment, log));
+        }
+    }
+    Tidewatch::writeBundleFile(*bundle, file_);
+    EXPECT_THAT(log, ::testing::ElementsAre("A1", "B1", "C1", "A2", "C2", "A3", "B3", "C3"));
+    const auto array =
+        Anchor::dynamicCast<Sheaf::TypedArray<int>>(creatorOf(read(file_), "C", "2")->create(false));
+    EXPECT_THAT(array->base_vector(), ::testing::ElementsAre(5));
+}
+
 TEST_F(BundleFile, StructureIsReadNoArrayIsMadeUntilItIsAskedFor) {
     const Bundle bundle = emptyBundle();
     GridBuilder(*bundle, 0, "g")
