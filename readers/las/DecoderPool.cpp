@@ -41,7 +41,7 @@ std::vector<std::uint64_t> DecoderPool::split(std::uint64_t first, std::uint64_t
 }
 
 /// A decoder for points from `point` on, preferably one that is there already.
-DecoderPool::Decoder DecoderPool::borrow(std::uint64_t point) {
+DecoderPool::Decoder DecoderPool::borrow(std::uint64_t point, Layers layers) {
     {
         const std::lock_guard lock(mutex_);
         if (!free_.empty()) {
@@ -54,7 +54,7 @@ DecoderPool::Decoder DecoderPool::borrow(std::uint64_t point) {
             return decoder;
         }
     }
-    return std::make_unique<PointDecoder>(file_);
+    return std::make_unique<PointDecoder>(file_, layers);
 }
 
 void DecoderPool::giveBack(Decoder decoder) {
@@ -62,16 +62,17 @@ void DecoderPool::giveBack(Decoder decoder) {
     free_.push_back(std::move(decoder));
 }
 
-void DecoderPool::decode(std::uint64_t first, std::uint64_t count, Anchor::Workers* workers, const Sink& sink,
-                         const PointDecoder::Tick& tick) {
+void DecoderPool::decode(std::uint64_t first, std::uint64_t count, Layers layers, Anchor::Workers* workers,
+                         const Sink& sink, const PointDecoder::Tick& tick) {
     if (count == 0)
         return;
+    std::erase_if(free_, [&](const Decoder& decoder) { return decoder->layers() != layers; });
     const auto places = Anchor::workerCount(workers) > 1 ? split(first, count)
                                                          : std::vector<std::uint64_t>{first, first + count};
     const std::thread::id caller = std::this_thread::get_id();
     std::atomic<std::uint64_t> done = 0;
     Anchor::runPieces(workers, places.size() - 1, [&](std::size_t i) {
-        Decoder decoder = borrow(places[i]);
+        Decoder decoder = borrow(places[i], layers);
         std::uint64_t place = places[i];
         const auto take = [&](std::span<const Point> block) {
             sink(place, block);
@@ -90,7 +91,7 @@ void DecoderPool::decode(std::uint64_t first, std::uint64_t count, Anchor::Worke
         giveBack(std::move(decoder));
     });
     // The one that is where the next range is likely to begin.
-    Decoder last = borrow(first + count);
+    Decoder last = borrow(first + count, layers);
     free_.clear();
     giveBack(std::move(last));
 }

@@ -20,6 +20,7 @@ namespace Tidewatch {
 
 namespace {
 
+namespace Layer = Las::Layer;
 using Las::ExtraAttribute;
 using Las::Point;
 
@@ -49,17 +50,23 @@ private:
 
 /// A field whose values are what `get` gives for a point.
 template <class Get>
-LasField field(std::string name, Get get) {
+LasField field(std::string name, Las::Layers layers, Get get) {
     using Value = typename ColumnOf<Get>::Value;
-    return {std::move(name), &typeid(Value), sizeof(Value), [get](std::uint64_t points) {
+    return {std::move(name),
+            &typeid(Value),
+            sizeof(Value),
+            [get](std::uint64_t points) {
                 return std::unique_ptr<LasColumn>(std::make_unique<ColumnOf<Get>>(get, points));
-            }};
+            },
+            false,
+            layers};
 }
 
 /// A field whose values are a member of Point, converted to the type that it has in a bundle.
 template <class Value, class Member>
-LasField memberField(std::string name, Member Point::*member) {
-    return field(std::move(name), [member](const Point& point) { return static_cast<Value>(point.*member); });
+LasField memberField(std::string name, Las::Layers layers, Member Point::*member) {
+    return field(std::move(name), layers,
+                 [member](const Point& point) { return static_cast<Value>(point.*member); });
 }
 
 /// Calls visitor(T()) with the element type of a scalar attribute.
@@ -111,6 +118,7 @@ LasField attributeField(std::string name, const ExtraAttribute& attribute) {
     const double scale = attribute.scale.value_or(1.0);
     const double shift = attribute.shift.value_or(0.0);
     const std::size_t offset = attribute.offset;
+    const Las::Layers layers = Las::extraByteLayers(offset, attribute.size);
     return visitType(attribute.type, [&](auto zero) {
         using Raw = decltype(zero);
         const auto raw = [offset](const Point& point) {
@@ -120,10 +128,10 @@ LasField attributeField(std::string name, const ExtraAttribute& attribute) {
             return static_cast<double>(raw(point)) * scale + shift;
         };
         if (isReflectance || (isAmplitude && !isPlainAmplitude))
-            return field(name, [scaled](const Point& point) { return toFloat(scaled(point)); });
+            return field(name, layers, [scaled](const Point& point) { return toFloat(scaled(point)); });
         if (isScaled)
-            return field(name, scaled);
-        return field(name, raw);
+            return field(name, layers, scaled);
+        return field(name, layers, raw);
     });
 }
 
@@ -154,13 +162,13 @@ Sheaf::FieldEncoding encodingOf(const ExtraAttribute& attribute) {
 
 /// A bit of the points' flags, 0 or 1.
 LasField flagField(std::string name, Point::Flag flag) {
-    return field(std::move(name), [flag](const Point& point) {
+    return field(std::move(name), Layer::Flags, [flag](const Point& point) {
         return static_cast<unsigned char>((point.flags & flag) != 0 ? 1 : 0);
     });
 }
 
 LasField channelField(std::string name, std::size_t channel) {
-    return field(std::move(name),
+    return field(std::move(name), Layer::Rgb,
                  [channel](const Point& point) { return static_cast<unsigned short>(point.rgb[channel]); });
 }
 
@@ -172,7 +180,7 @@ void addMinorFields(const Las::LasHeader& header, std::vector<LasField>& fields)
     fields.push_back(flagField("Withheld", Point::Withheld));
     if (Formats::Las::isExtendedFormat(header.pointFormat)) {
         fields.push_back(flagField("Overlap", Point::Overlap));
-        fields.push_back(memberField<unsigned char>("ScannerChannel", &Point::scannerChannel));
+        fields.push_back(memberField<unsigned char>("ScannerChannel", Layer::Always, &Point::scannerChannel));
     }
     if (header.layout().rgb != 0) {
         fields.push_back(channelField("Red", 0));
@@ -180,7 +188,8 @@ void addMinorFields(const Las::LasHeader& header, std::vector<LasField>& fields)
         fields.push_back(channelField("Blue", 2));
     }
     if (header.layout().nearInfrared != 0)
-        fields.push_back(memberField<unsigned short>("NearInfrared", &Point::nearInfrared));
+        fields.push_back(
+            memberField<unsigned short>("NearInfrared", Layer::NearInfrared, &Point::nearInfrared));
     for (std::size_t i = before; i < fields.size(); ++i)
         fields[i].isMinor = true;
 }
@@ -206,26 +215,28 @@ private:
 std::vector<LasField> lasFields(const Las::LasFile& file) {
     const Las::LasHeader& header = file.header();
     std::vector<LasField> fields;
-    fields.push_back(field("Positions", [header](const Point& point) {
+    fields.push_back(field("Positions", Layer::Z, [header](const Point& point) {
         return Geom::PhysicalSpace::point{header.coordinate(0, point.x), header.coordinate(1, point.y),
                                           header.coordinate(2, point.z)};
     }));
-    fields.push_back(memberField<unsigned short>("Intensity", &Point::intensity));
-    fields.push_back(memberField<unsigned char>("ReturnNumber", &Point::returnNumber));
-    fields.push_back(memberField<unsigned char>("NumberOfReturns", &Point::numberOfReturns));
-    fields.push_back(memberField<unsigned char>("Classification", &Point::classification));
-    fields.push_back(memberField<unsigned char>("ScanDirectionFlag", &Point::scanDirection));
-    fields.push_back(memberField<unsigned char>("EdgeOfFlightLine", &Point::edgeOfFlightLine));
-    fields.push_back(memberField<unsigned char>("UserData", &Point::userData));
+    fields.push_back(memberField<unsigned short>("Intensity", Layer::Intensity, &Point::intensity));
+    fields.push_back(memberField<unsigned char>("ReturnNumber", Layer::Always, &Point::returnNumber));
+    fields.push_back(memberField<unsigned char>("NumberOfReturns", Layer::Always, &Point::numberOfReturns));
+    fields.push_back(
+        memberField<unsigned char>("Classification", Layer::Classification, &Point::classification));
+    fields.push_back(memberField<unsigned char>("ScanDirectionFlag", Layer::Flags, &Point::scanDirection));
+    fields.push_back(memberField<unsigned char>("EdgeOfFlightLine", Layer::Flags, &Point::edgeOfFlightLine));
+    fields.push_back(memberField<unsigned char>("UserData", Layer::UserData, &Point::userData));
     if (Formats::Las::isExtendedFormat(header.pointFormat))
-        fields.push_back(memberField<short>("ScanAngleRank", &Point::scanAngle));
+        fields.push_back(memberField<short>("ScanAngleRank", Layer::ScanAngle, &Point::scanAngle));
     else
-        fields.push_back(memberField<signed char>("ScanAngleRank", &Point::scanAngle));
-    fields.push_back(memberField<unsigned short>("PointSourceID", &Point::pointSourceId));
+        fields.push_back(memberField<signed char>("ScanAngleRank", Layer::ScanAngle, &Point::scanAngle));
+    fields.push_back(memberField<unsigned short>("PointSourceID", Layer::PointSource, &Point::pointSourceId));
     if (header.layout().gpsTime != 0)
-        fields.push_back(memberField<double>("GPSTime", &Point::gpsTime));
+        fields.push_back(memberField<double>("GPSTime", Layer::GpsTime, &Point::gpsTime));
     if (header.layout().rgb != 0)
-        fields.push_back({"RGB", &typeid(Sheaf::Element::Color), sizeof(Sheaf::Element::Color), {}});
+        fields.push_back(
+            {"RGB", &typeid(Sheaf::Element::Color), sizeof(Sheaf::Element::Color), {}, false, Layer::Rgb});
     addMinorFields(header, fields);
     UniqueNames unique;
     for (const LasField& standard : fields)

@@ -3,6 +3,7 @@
 
 #include "anchor/StrongPtr.hpp"
 #include "readers/las/LasFile.hpp"
+#include "readers/las/Layer.hpp"
 #include "readers/las/Point.hpp"
 #include "sheaf/FieldEncoding.hpp"
 #include "sheaf/MemBase.hpp"
@@ -48,6 +49,9 @@ struct LasField {
     /// Whether it is created along with other fields only as long as the cache has room: fields that few
     /// programs use, and extra bytes, of which there may be thousands.
     bool isMinor = false;
+
+    /// What has to be decoded of points that are compressed in layers.
+    Las::Layers layers = Las::allLayers;
 
     /// How the file stores the values; nothing for fields that the point format defines.
     std::optional<Sheaf::FieldEncoding> encoding = {};

@@ -119,6 +119,7 @@ public:
         : fragment_(fragment),
           points_(source.pointsOf(fragment)),
           fields_(wanted.begin(), wanted.end()),
+          layers_(source.layersOf(wanted)),
           columns_(wanted.size()),
           workers_(source.options_.Workers.get()) {
         for (std::size_t i = 0; i < fields_.size(); ++i) {
@@ -139,6 +140,7 @@ public:
 
     [[nodiscard]] std::uint64_t fragment() const noexcept { return fragment_; }
     [[nodiscard]] std::uint64_t points() const noexcept { return points_; }
+    [[nodiscard]] Las::Layers layers() const noexcept { return layers_; }
 
     /// Takes a block of points, the first of which is number `first` of the fragment.
     void take(std::uint64_t first, std::span<const Point> block) {
@@ -175,6 +177,7 @@ private:
     std::uint64_t fragment_;
     std::uint64_t points_;
     std::vector<std::size_t> fields_;
+    Las::Layers layers_;
     std::vector<std::unique_ptr<LasColumn>> columns_;
     std::optional<std::size_t> colours_; // the place of the field of colours
     RawColours raw_;
@@ -249,8 +252,22 @@ void LasSource::run(Pass& pass) {
         if (options_.Tick)
             options_.Tick(file_->path(), static_cast<double>(done) / static_cast<double>(pass.points()));
     };
-    decoders().decode(begin, pass.points(), options_.Workers.get(), sink, tick);
-    remember(pass.fragment(), isWide(channels));
+    decoders().decode(begin, pass.points(), pass.layers(), options_.Workers.get(), sink, tick);
+    if ((pass.layers() & Las::Layer::Rgb) != 0)
+        remember(pass.fragment(), isWide(channels));
+}
+
+/// What has to be decoded for some fields.
+Las::Layers LasSource::layersOf(std::span<const std::size_t> fields) const {
+    Las::Layers layers = 0;
+    for (const std::size_t field : fields)
+        layers |= fields_[field].layers;
+    return decodable(layers);
+}
+
+/// These layers, or all of a file whose points are decoded as a whole.
+Las::Layers LasSource::decodable(Las::Layers layers) const {
+    return file_->compression() && file_->compression()->description.isLayered() ? layers : Las::allLayers;
 }
 
 /// Looks for wide colours in a fragment of which nothing is kept, as far as the first one.
@@ -263,7 +280,7 @@ void LasSource::search(std::uint64_t fragment) {
     std::atomic<std::uint16_t> channels = 0;
     for (std::uint64_t done = 0; done < count && !isWide(channels); done += step) {
         decoders().decode(
-            first + done, std::min(step, count - done), options_.Workers.get(),
+            first + done, std::min(step, count - done), decodable(Las::Layer::Rgb), options_.Workers.get(),
             [&](std::uint64_t, std::span<const Point> points) { channels |= channelsOf(points); });
         if (options_.Tick)
             options_.Tick(file_->path(), 1.0);

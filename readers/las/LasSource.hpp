@@ -93,6 +93,8 @@ private:
     [[nodiscard]] bool tryToClose();
     void run(Pass& pass);
     void search(std::uint64_t fragment);
+    [[nodiscard]] Las::Layers layersOf(std::span<const std::size_t> fields) const;
+    [[nodiscard]] Las::Layers decodable(Las::Layers layers) const;
     [[nodiscard]] std::vector<Pass> findColourDepth(std::uint64_t lastFragment, const Keep& keep);
     void remember(std::uint64_t fragment, bool wide);
 

@@ -119,7 +119,8 @@ void copyPoint(const laszip_point& from, const Formats::Las::PointLayout& layout
 /// Owns LASzip's handle and the stream that it reads.
 class LazPointSource::Decompressor {
 public:
-    Decompressor(const InputFile& file, const LasHeader& header, const LasFile::Compression& compression)
+    Decompressor(const InputFile& file, const LasHeader& header, const LasFile::Compression& compression,
+                 Layers layers)
         : path_(file.path()),
           hasChunks_(compression.description.hasChunks()),
           stream_(file, makeHead(header, compression, chunksBegin(header, compression)),
@@ -127,7 +128,7 @@ public:
         if (laszip_create(&handle_) != 0)
             failFormat(path_, "points", "the LASzip library cannot be set up");
         try {
-            open(header.extraByteCount());
+            open(header.extraByteCount(), layers);
         } catch (...) {
             close();
             throw;
@@ -160,7 +161,12 @@ private:
         return header.pointOffset + (compression.description.hasChunks() ? chunkTablePlaceSize : 0);
     }
 
-    void open(std::uint16_t extraByteCount) {
+    void open(std::uint16_t extraByteCount, Layers layers) {
+        static_assert(Layer::Z == laszip_DECOMPRESS_SELECTIVE_Z &&
+                      Layer::Rgb == laszip_DECOMPRESS_SELECTIVE_RGB &&
+                      Layer::FirstExtraByte == laszip_DECOMPRESS_SELECTIVE_BYTE0);
+        if (laszip_decompress_selective(handle_, layers) != 0)
+            fail("points", "cannot be decompressed in part");
         laszip_BOOL isCompressed = 0;
         if (laszip_open_reader_stream(handle_, stream_.stream(), &isCompressed) != 0)
             fail("points", "cannot be decompressed");
@@ -195,7 +201,9 @@ private:
     laszip_point* point_ = nullptr;
 };
 
-LazPointSource::LazPointSource(std::shared_ptr<const LasFile> file) : PointSource(std::move(file)) {
+LazPointSource::LazPointSource(std::shared_ptr<const LasFile> file, Layers layers)
+    : PointSource(std::move(file)),
+      layers_(layers) {
     restart();
 }
 
@@ -203,7 +211,7 @@ LazPointSource::~LazPointSource() = default;
 
 void LazPointSource::restart() {
     decompressor_.reset();
-    decompressor_ = std::make_unique<Decompressor>(input_, file_->header(), *file_->compression());
+    decompressor_ = std::make_unique<Decompressor>(input_, file_->header(), *file_->compression(), layers_);
     position_ = 0;
     nextChunk_ = 0;
     chunkEnd_ = 0;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "readers/las/Layer.hpp"
 #include "readers/las/PointSource.hpp"
 
 #include <cstddef>
@@ -16,9 +17,9 @@ namespace Tidewatch::Las {
 /// again from the first point.
 class LazPointSource final : public PointSource {
 public:
-    /// Opens the file. Throws Anchor::FileError when it is gone or has changed, Anchor::FormatError when
-    /// LASzip refuses it.
-    explicit LazPointSource(std::shared_ptr<const LasFile> file);
+    /// Opens the file. Of points in layers, what is in other than the given ones has any value. Throws
+    /// Anchor::FileError when the file is gone or has changed, Anchor::FormatError when LASzip refuses it.
+    LazPointSource(std::shared_ptr<const LasFile> file, Layers layers);
     ~LazPointSource() override;
 
     void approach(std::uint64_t point) override;
@@ -31,6 +32,7 @@ private:
     void enterChunk();
     void leaveChunk() const;
 
+    Layers layers_;
     std::unique_ptr<Decompressor> decompressor_;
     std::size_t nextChunk_ = 0;
     std::uint64_t chunkEnd_ = 0; // the first point after the current chunk

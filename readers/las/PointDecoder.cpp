@@ -16,16 +16,17 @@ constexpr std::size_t maxBlockPoints = 1024;
 constexpr std::size_t minBlockPoints = 16;
 constexpr std::size_t blockBytes = std::size_t{128} << 10;
 
-std::unique_ptr<PointSource> openSource(const std::shared_ptr<const LasFile>& file) {
+std::unique_ptr<PointSource> openSource(const std::shared_ptr<const LasFile>& file, Layers layers) {
     if (file->compression())
-        return std::make_unique<LazPointSource>(file);
+        return std::make_unique<LazPointSource>(file, layers);
     return std::make_unique<PlainPointSource>(file);
 }
 
 } // namespace
 
-PointDecoder::PointDecoder(std::shared_ptr<const LasFile> file)
+PointDecoder::PointDecoder(std::shared_ptr<const LasFile> file, Layers layers)
     : file_(std::move(file)),
+      layers_(layers),
       blockSize_(std::clamp(blockBytes / file_->header().recordLength, minBlockPoints, maxBlockPoints)) {}
 
 PointDecoder::~PointDecoder() = default;
@@ -50,7 +51,7 @@ void PointDecoder::decode(std::uint64_t first, std::uint64_t count, const Sink& 
 
 void PointDecoder::goTo(std::uint64_t point, const Tick& tick) {
     if (!source_)
-        source_ = openSource(file_);
+        source_ = openSource(file_, layers_);
     if (source_->position() == point)
         return;
     try {

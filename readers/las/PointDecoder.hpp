@@ -3,6 +3,7 @@
 
 #include "anchor/Visibility.hpp"
 #include "readers/las/LasFile.hpp"
+#include "readers/las/Layer.hpp"
 #include "readers/las/PointSource.hpp"
 
 #include <cstddef>
@@ -31,8 +32,9 @@ public:
 
     static constexpr std::uint64_t tickInterval = 16'384;
 
-    /// The file is opened when the first point is requested.
-    explicit PointDecoder(std::shared_ptr<const LasFile> file);
+    /// The file is opened when the first point is requested. Of points that are compressed in layers, parts that are
+    /// in other layers than the given ones are not decoded and have any value.
+    explicit PointDecoder(std::shared_ptr<const LasFile> file, Layers layers = allLayers);
     ~PointDecoder();
 
     /// Passes the points [first, first + count), which must exist, to `sink`, in order and some hundred at a
@@ -43,12 +45,15 @@ public:
     /// The point that is decoded next without a seek: the one after the previous range; 0 before the first.
     [[nodiscard]] std::uint64_t position() const noexcept;
 
+    [[nodiscard]] Layers layers() const noexcept { return layers_; }
+
 private:
     void goTo(std::uint64_t point, const Tick& tick);
     [[nodiscard]] std::span<const Point> nextBlock(std::uint64_t most);
     void maybeTick(const Tick& tick, std::uint64_t done);
 
     std::shared_ptr<const LasFile> file_;
+    Layers layers_;
     std::unique_ptr<PointSource> source_; // null before the first point and after an error
     std::vector<Point> block_;
     std::size_t blockSize_ = 0;

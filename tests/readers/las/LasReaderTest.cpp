@@ -580,6 +580,54 @@ TEST_F(LasReaderTest, OnePassGivesAllFieldsOfTheFragment) {
     EXPECT_THROW(static_cast<void>(creator(*grid, "Intensity")->create(true)), Anchor::FileError);
 }
 
+TEST_F(LasReaderTest, FieldsDecodedAloneOfLayersAreThoseOfThePlainFile) {
+    // Nothing comes along and nothing is kept, so each field of each fragment is a pass of its own.
+    options_.IsWanted = [](const std::string&) { return false; };
+    options_.FragmentPoints = 1'000;
+    for (const unsigned format : {6U, 7U, 8U, 9U, 10U}) {
+        for (const bool narrowColours : {true, false}) {
+            LasFileBuilder file;
+            file.minor = 4;
+            file.format = format;
+            // Beyond the bytes that can be selected, too; one number lies on both sides of the limit.
+            file.extraByteCount = 22;
+            file.describe(LasFileBuilder::attribute(1, "a") + LasFileBuilder::attribute(3, "b") +
+                          LasFileBuilder::attribute(10, "c") + LasFileBuilder::attribute(9, "d") +
+                          LasFileBuilder::attribute(5, "e") + LasFileBuilder::attribute(3, "f"));
+            file.addVariedPoints(2'500);
+            for (LasRecord& point : file.points) {
+                for (auto& channel : point.rgb)
+                    channel = static_cast<std::uint16_t>(narrowColours ? channel & 0xFF : channel);
+            }
+            bundle_ = Sheaf::Bundle();
+            const auto plain = read(write("plain.las", file.build()));
+            const auto layered = read(write("layered.laz", compressLas(file, 400)));
+            const auto names = fields(*plain);
+            ASSERT_EQ(fields(*layered), names);
+            EXPECT_EQ(names.contains("Red"), format == 7 || format == 8 || format == 10);
+            Anchor::Cache::MemCache().setLimit(0);
+            for (const auto& [name, type] : names) {
+                for (const std::string fragment : {"000001", "000002", "000000"}) {
+                    const auto expected = creator(*plain, name, fragment)->create(true);
+                    const auto got = creator(*layered, name, fragment)->create(true);
+                    const auto typed = Anchor::dynamicCast<Sheaf::MemBase>(got);
+                    ASSERT_TRUE(typed) << name;
+                    Sheaf::visitElementType(typed->elementType(), [&](auto tag) {
+                        using T = typename decltype(tag)::type;
+                        const auto bytes = [](const auto& data) {
+                            const auto& list = Anchor::dynamicCast<Sheaf::TypedArray<T>>(data)->base_vector();
+                            return std::string(reinterpret_cast<const char*>(list.data()),
+                                               list.size() * sizeof(T));
+                        };
+                        EXPECT_TRUE(bytes(got) == bytes(expected))
+                            << name << " of fragment " << fragment << ", format " << format;
+                    });
+                }
+            }
+        }
+    }
+}
+
 TEST_F(LasReaderTest, AttributesComeAlongOnlyAsFarAsTheCacheHoldsThem) {
     LasFileBuilder file;
     file.extraByteCount = 100;

@@ -109,6 +109,32 @@ TEST(PointDecoder, ExtraBytesByTheThousandsComeBackWhole) {
     }
 }
 
+TEST(PointDecoder, LayersThatNobodyAsksForAreSkipped) {
+    namespace Layer = Tidewatch::Las::Layer;
+    const LasFileBuilder builder = varied(4, 7, 2500, 20);
+    const Support::MemoryFile bytes(compressLas(builder, 500));
+    const auto file = std::make_shared<LasFile>(bytes.path());
+    PointDecoder decoder(file, Layer::Intensity | Tidewatch::Las::extraByteLayers(2, 1));
+    const auto got = decodeRange(decoder, *file, 0, 2500);
+    std::size_t heights = 0;
+    std::size_t colours = 0;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        const LasRecord& expected = builder.points[i];
+        ASSERT_EQ(got[i].x, expected.x);
+        ASSERT_EQ(got[i].y, expected.y);
+        ASSERT_EQ(got[i].returnNumber, expected.returnNumber);
+        ASSERT_EQ(got[i].scannerChannel, expected.scannerChannel);
+        ASSERT_EQ(got[i].intensity, expected.intensity);
+        ASSERT_EQ(got[i].extraBytes[2], expected.extraBytes[2]);
+        ASSERT_EQ(got[i].extraBytes.substr(16), expected.extraBytes.substr(16));
+        heights += got[i].z == expected.z ? 1U : 0U;
+        colours += got[i].rgb == expected.rgb ? 1U : 0U;
+    }
+    // Right only where they happen to be.
+    EXPECT_LT(heights, 500U);
+    EXPECT_LT(colours, 500U);
+}
+
 TEST(PointDecoder, RangesInAnyOrderGiveTheSamePoints) {
     const LasFileBuilder builder = varied(4, 3, 5000, 2);
     const LazAssembly variable = LazAssembly::make(builder, {700, 1, 2299, 2000});
