@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "library/ascii/exportAscii.hpp"
 
+#include "anchor/Cache.hpp"
 #include "ascii/ExportPointCloudToASCII.hpp"
 #include "library/ascii/AsciiLosses.hpp"
 #include "library/crs/gridSystem.hpp"
 #include "library/export/PlannedGrids.hpp"
 #include "library/export/propertyLosses.hpp"
 #include "library/report/Wording.hpp"
+#include "sheaf/ElementTypes.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -14,6 +16,8 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -39,6 +43,44 @@ WrittenSystem prjOf(const Sheaf::Grid& grid, const AsciiPlan& plan, const AsciiS
     return hasGrids && !settings.append ? systemForPrj(grid) : WrittenSystem();
 }
 
+/// The bytes of all arrays of some fields, as far as they are known.
+std::uint64_t bytesOf(const Sheaf::Grid& grid, const std::set<std::string>& fields) {
+    std::uint64_t bytes = 0;
+    grid.skeletons().iterate_all([&](const Sheaf::FieldFragment& item) {
+        const auto extents = fields.contains(item.id.name()) ? item.data->extents() : std::nullopt;
+        Sheaf::visitElementType(item.data->elementType(), [&](auto tag) {
+            if (extents)
+                bytes += extents->elementCount().value_or(0) * sizeof(typename decltype(tag)::type);
+        });
+        return true;
+    });
+    return bytes;
+}
+
+/// Announces each field when the exporter comes to it. The exporter writes all fragments of a field before the next
+/// field, so arrays of other fields that a reader makes along with it are of use only if the cache keeps all of them.
+class FieldAfterField final : public RunRecorder {
+public:
+    FieldAfterField(RunScope scope, Anchor::StrongPtr<Progress> progress, const Inputs& inputs,
+                    std::string cellTypes)
+        : RunRecorder(std::move(scope), std::move(progress)),
+          inputs_(inputs),
+          cellTypes_(std::move(cellTypes)) {}
+
+    void fragmentBegins(std::string_view field, std::string_view fragment, std::uint64_t elements) override {
+        if (field_ != field) {
+            field_ = field;
+            inputs_.expectFields({"Positions", field_, cellTypes_});
+        }
+        RunRecorder::fragmentBegins(field, fragment, elements);
+    }
+
+private:
+    const Inputs& inputs_;
+    std::string cellTypes_;
+    std::string field_;
+};
+
 class AsciiRun final : public ExportRun {
 public:
     AsciiRun(const AsciiOptions& options, const ExportFormat::Context& context, const RunScope& scope)
@@ -47,7 +89,7 @@ public:
               context, scope,
               [&](const Sheaf::Grid& grid) { return planOf(grid, options.settings, context.selection); }),
           bundle_(scope.bundle),
-          recorder_(Anchor::makeStrong<RunRecorder>(scope, context.progress)),
+          recorder_(recorderFor(context, scope)),
           exporter_() {
         exporter_.FilterField = options.settings.filterField;
         exporter_.RefLevel = options.settings.refinementLevel;
@@ -113,6 +155,19 @@ public:
     }
 
 private:
+    [[nodiscard]] Anchor::StrongPtr<RunRecorder> recorderFor(const ExportFormat::Context& context,
+                                                             const RunScope& scope) const {
+        std::uint64_t bytes = 0;
+        context.selection.forEachGrid(*scope.bundle,
+                                      [&](double, const std::string&, const Sheaf::Grid& grid) {
+                                          bytes += bytesOf(grid, planned_.fieldsRead());
+                                      });
+        if (bytes <= Anchor::Cache::MemCache().limit())
+            return Anchor::makeStrong<RunRecorder>(scope, context.progress);
+        return Anchor::makeStrong<FieldAfterField>(scope, context.progress, context.inputs,
+                                                   options_.settings.filterField);
+    }
+
     const AsciiOptions& options_;
     PlannedTexts planned_;
     Anchor::StrongPtr<Sheaf::Bundle> bundle_;
