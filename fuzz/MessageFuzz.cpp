@@ -4,6 +4,7 @@
 // they become a bundle, or an Anchor::Error.
 #include "anchor/Error.hpp"
 #include "readers/apart/Message.hpp"
+#include "readers/apart/PieceMessages.hpp"
 #include "readers/source/fillBundle.hpp"
 #include "support/MemoryFile.hpp"
 
@@ -11,6 +12,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -36,15 +38,38 @@ void takeRequest(std::string_view bytes) {
     static_cast<void>(reader.array());
     static_cast<void>(reader.number64());
     static_cast<void>(reader.number64());
-    static_cast<void>(reader.texts());
+    static_cast<void>(reader.byte());
     reader.finish();
+}
+
+/// The host's side again: the pieces of an array, each with its type and its length before it.
+void takePieces(std::string_view bytes) {
+    constexpr std::uint64_t array = 1000;
+    constexpr std::uint64_t memory = 300;
+    Tidewatch::Apart::PieceMessages pieces(array);
+    Tidewatch::Apart::MessageReader all(bytes);
+    std::uint64_t sum = 0;
+    while (!pieces.isComplete()) {
+        const auto type = static_cast<Tidewatch::Apart::MessageType>(all.byte());
+        const std::string message = all.text();
+        Tidewatch::Apart::MessageReader reader(message);
+        if (!pieces.accept(type, reader, memory) || type == Tidewatch::Apart::MessageType::NeedMemory)
+            continue;
+        const auto& piece = pieces.piece();
+        sum += piece.count;
+        const bool fits = piece.begin <= array && piece.count <= array - piece.begin && sum <= array &&
+                          (type != Tidewatch::Apart::MessageType::Filled ||
+                           (piece.place <= memory && piece.count <= memory - piece.place));
+        if (!fits)
+            std::abort();
+    }
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-    for (const auto take : {&takeStructure, &takeRequest}) {
+    for (const auto take : {&takeStructure, &takeRequest, &takePieces}) {
         try {
             take(bytes);
         } catch (const Anchor::Error&) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Writes a seed of MessageFuzz into the folder given: a structure with a bit of everything.
+// Writes seeds of MessageFuzz into the folder given: a structure with a bit of everything, and pieces of an array.
 #include "readers/apart/Message.hpp"
 
 #include <cstdio>
@@ -35,7 +35,17 @@ int main(int argc, char** argv) {
     grid.statement.records = {{"Somebody", 1, "", {1, 2, 3}}};
     structure.slices.push_back({1, {grid}});
     std::filesystem::create_directories(argv[1]);
+    using Tidewatch::Apart::MessageType;
+    using Tidewatch::Apart::MessageWriter;
     std::ofstream(std::filesystem::path(argv[1]) / "structure", std::ios::binary)
-        << Tidewatch::Apart::MessageWriter().structure(structure).bytes();
+        << MessageWriter().structure(structure).bytes();
+    MessageWriter pieces;
+    const auto add = [&](MessageType type, const MessageWriter& message) {
+        pieces.byte(static_cast<std::uint8_t>(type)).text(message.bytes());
+    };
+    add(MessageType::NeedMemory, MessageWriter().number64(300));
+    add(MessageType::Filled, MessageWriter().number64(0).number64(300).number64(0));
+    add(MessageType::Data, MessageWriter().number64(300).raw("some bytes"));
+    std::ofstream(std::filesystem::path(argv[1]) / "pieces", std::ios::binary) << pieces.bytes();
     return 0;
 }

@@ -3,13 +3,13 @@
 
 #include "anchor/Error.hpp"
 #include "anchor/printable.hpp"
+#include "readers/apart/PieceMessages.hpp"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <fcntl.h>
 #include <limits>
 #include <optional>
@@ -37,6 +37,12 @@ using Apart::ReadingServer;
 constexpr std::chrono::milliseconds tickInterval{200};
 
 std::atomic<bool> sandboxIsRequired = false;
+
+// Memory for pieces: some of the size that sources prefer, and few enough to stay in the processor's cache.
+constexpr std::uint64_t memoryForPieces = 2 * ArrayMemory::goodPiece;
+
+// Smaller arrays come in messages, which takes fewer calls of the system.
+constexpr std::uint64_t minSharedBytes = std::uint64_t{64} << 10;
 
 [[noreturn]] void throwAs(std::uint8_t kind, const std::string& message) {
     switch (static_cast<ErrorKind>(kind)) {
@@ -73,35 +79,6 @@ bool mayHaveFileOf(std::uint64_t size) {
     rlimit limit{};
     return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
            size <= limit.rlim_cur;
-}
-
-/// Lets the system provide the next of the `left` bytes of a memory file that begin at `begin`; returns how many are left
-/// then. Who fills the file needs that no more than it needs the bytes to be there: a failure ends it, no more.
-std::uint64_t provideFrom(const Descriptor& memory, std::uint64_t begin, std::uint64_t left) {
-    constexpr std::uint64_t block = std::uint64_t{4} << 20;
-    const std::uint64_t size = std::min(block, left);
-    if (size == 0 || ::fallocate(memory.get(), 0, static_cast<off_t>(begin), static_cast<off_t>(size)) != 0)
-        return 0;
-    return left - size;
-}
-
-void copyFrom(const Descriptor& memory, std::span<std::byte> target, const std::string& path,
-              const Source::Tick& tick) {
-    // Copying gigabytes takes seconds, in which a host may want to stop.
-    constexpr std::size_t block = std::size_t{16} << 20;
-    std::size_t done = 0;
-    while (done < target.size()) {
-        if (tick)
-            tick(1);
-        const ssize_t got = ::pread(memory.get(), target.data() + done, std::min(block, target.size() - done),
-                                    static_cast<off_t>(done));
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            throw Anchor::FileError(Anchor::printable(path) +
-                                    ": cannot copy what was read: " + std::generic_category().message(errno));
-        done += static_cast<std::size_t>(got);
-    }
 }
 
 } // namespace
@@ -166,9 +143,98 @@ void ApartSource::fail(const std::string& object, const std::string& what) {
                                           Anchor::printable(object), what));
 }
 
+/// Takes the pieces of one array.
+class ApartSource::Transfer {
+public:
+    Transfer(ApartSource& source, ArrayMemory& target, const Tick& tick)
+        : source_(source),
+          target_(target),
+          tick_(tick),
+          messages_(target.size()) {}
+
+    /// Does some work that will be needed later; false if there is none.
+    [[nodiscard]] bool prepare() {
+        const bool hasMore = target_.provideMore();
+        return provideShared() || hasMore;
+    }
+
+    /// Whether a message is about pieces; what it says is checked, and done by carryOut(). Throws Anchor::FormatError.
+    [[nodiscard]] bool accept(MessageType type, MessageReader& message) {
+        return messages_.accept(type, message, source_.memorySize_);
+    }
+
+    /// Does what the accepted message asks for; `share` is what the process has told of its progress. Throws what the target and the host throw. A process that is gone shows
+    /// when its next message is awaited.
+    void carryOut(double share) {
+        share_ = share;
+        const Apart::PieceMessages::Piece& piece = messages_.piece();
+        auto& channel = source_.child_.channel;
+        if (piece.type == MessageType::NeedMemory) {
+            source_.memory_ = sharedMemory(piece.count, source_.path_);
+            source_.memorySize_ = notShared_ = piece.count;
+            const int descriptor = source_.memory_.get();
+            static_cast<void>(channel.send(MessageType::Memory, {}, std::span(&descriptor, 1)));
+            return;
+        }
+        const std::span<std::byte> target = target_.piece(piece.begin, piece.count, [this] { tick(); });
+        if (piece.type == MessageType::Data) {
+            std::copy(piece.bytes.begin(), piece.bytes.end(), reinterpret_cast<char*>(target.data()));
+            return;
+        }
+        copy(piece.place, target);
+        static_cast<void>(channel.send(MessageType::Taken));
+    }
+
+    [[nodiscard]] bool isComplete() const noexcept { return messages_.isComplete(); }
+
+private:
+    void tick() const {
+        if (tick_)
+            tick_(share_);
+    }
+
+    /// Lets the system provide some of a large memory file while the process fills it; false if nothing is left. A
+    /// failure only means that the process does it.
+    bool provideShared() {
+        constexpr std::uint64_t block = std::uint64_t{4} << 20;
+        const std::uint64_t begin = source_.memorySize_ - notShared_;
+        const std::uint64_t size = std::min(block, notShared_);
+        notShared_ = size != 0 && ::fallocate(source_.memory_.get(), 0, static_cast<off_t>(begin),
+                                              static_cast<off_t>(size)) == 0
+                         ? notShared_ - size
+                         : 0;
+        return notShared_ != 0;
+    }
+
+    void copy(std::uint64_t place, std::span<std::byte> target) const {
+        // Copying gigabytes takes seconds, in which a host may want to stop.
+        constexpr std::size_t block = std::size_t{16} << 20;
+        for (std::size_t done = 0; done < target.size();) {
+            const std::size_t size = std::min(block, target.size() - done);
+            const ssize_t got =
+                ::pread(source_.memory_.get(), target.data() + done, size, static_cast<off_t>(place + done));
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                throw Anchor::FileError(Anchor::printable(source_.path_) + ": cannot copy what was read: " +
+                                        std::generic_category().message(errno));
+            done += static_cast<std::size_t>(got);
+            if (done < target.size())
+                tick();
+        }
+    }
+
+    ApartSource& source_;
+    ArrayMemory& target_;
+    const Tick& tick_;
+    double share_ = 0;
+    Apart::PieceMessages messages_;
+    std::uint64_t notShared_ = 0; // bytes at the end of a large memory file that the system has not provided
+};
+
 std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
                              std::span<const int> descriptors, MessageType answer, const std::string& object,
-                             const Tick& tick, const std::function<bool()>& work) {
+                             const Tick& tick, Transfer* transfer) {
     auto& server = ReadingServer::instance();
     // Leaving this function without an answer means that the process is still busy and cannot be asked again.
     const bool isSent = !isLost_ && child_.channel.send(request, payload, descriptors);
@@ -176,12 +242,12 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
     double share = 0;
     std::chrono::nanoseconds usedBefore{};
     bool isSilent = false; // then usedBefore is the time used when silence was first noticed
-    bool hasWork = static_cast<bool>(work);
+    bool hasWork = transfer != nullptr;
     while (isSent) {
         const Channel::Wait state =
             child_.channel.wait(hasWork ? std::chrono::milliseconds(0) : tickInterval);
         if (state == Channel::Wait::TimedOut && hasWork) {
-            hasWork = work();
+            hasWork = transfer->prepare();
             if (tick)
                 tick(share);
             continue;
@@ -208,6 +274,7 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
         if (!message)
             break;
         isSilent = false;
+        bool isAccepted = false;
         try {
             MessageReader reader(message->payload);
             if (message->type == MessageType::Progress) {
@@ -220,9 +287,8 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
                 throwAs(kind, text.find(Anchor::printable(path_)) != std::string::npos
                                   ? text
                                   : Anchor::printable(path_) + ": " + text);
-            } else if (message->type == MessageType::Data && message->payload.size() <= awaited_.size()) {
-                std::memcpy(awaited_.data(), message->payload.data(), message->payload.size());
-                awaited_ = awaited_.subspan(message->payload.size());
+            } else if (transfer != nullptr && transfer->accept(message->type, reader)) {
+                isAccepted = true;
             } else if (message->type == answer) {
                 isLost_ = false;
                 return std::move(message->payload);
@@ -233,6 +299,10 @@ std::string ApartSource::ask(MessageType request, const MessageWriter& payload,
             if (!isLost_)
                 throw;
             break; // a truncated message
+        }
+        if (isAccepted) {
+            transfer->carryOut(share);
+            hasWork = true;
         }
         if (tick)
             tick(share);
@@ -261,35 +331,25 @@ std::vector<std::string> ApartSource::read(const Structure::Array& array, ArrayM
                                            std::uint64_t most, const Tick& tick) {
     constexpr std::uint64_t maxKeptBytes = std::uint64_t{64} << 20;
     const std::uint64_t size = target.size();
-    const bool isSent = !mayHaveFileOf(size);
-    const bool isNew = !isSent && (!memory_ || memorySize_ < size);
+    const std::uint64_t needed = std::min(size, memoryForPieces);
+    const bool isSent = size < minSharedBytes || !mayHaveFileOf(size);
+    const bool isNew = !isSent && (!memory_ || memorySize_ < needed);
     if (isNew) {
-        memory_ = sharedMemory(size, path_);
-        memorySize_ = size;
+        memory_ = sharedMemory(needed, path_);
+        memorySize_ = needed;
     }
-    const auto askHost = [&](double share) {
-        if (tick)
-            tick(share);
-    };
-    awaited_ = isSent ? target.all([&] { askHost(0); }) : std::span<std::byte>();
     MessageWriter request;
     request.array(array).number64(size).number64(most).byte(isSent ? 1 : 0);
     const int descriptor = memory_.get();
-    // While the process reads, the memory that it fills is provided, and the one that the values are copied to.
-    std::uint64_t left = isNew ? size : 0;
-    const auto provide = [&] {
-        const bool hasMore = target.provideMore();
-        left = provideFrom(memory_, size - left, left);
-        return hasMore || left > 0;
-    };
+    Transfer transfer(*this, target, tick);
     const std::string answer = ask(MessageType::Read, request, std::span(&descriptor, isNew ? 1 : 0),
-                                   MessageType::Done, array.object, tick, provide);
-    if (!isSent)
-        copyFrom(memory_, target.all([&] { askHost(1); }), path_, tick);
-    else if (!awaited_.empty())
+                                   MessageType::Done, array.object, tick, &transfer);
+    if (!transfer.isComplete())
         fail(array.object, "the answer of the process that reads it is cut off");
-    if (memorySize_ > maxKeptBytes)
+    if (memorySize_ > maxKeptBytes) {
         memory_ = Descriptor();
+        memorySize_ = 0;
+    }
     try {
         return MessageReader(answer).texts();
     } catch (const Anchor::FormatError& error) {

@@ -36,20 +36,19 @@ public:
     static std::chrono::nanoseconds patience;
 
 private:
-    /// Sends a request and waits for its answer; reports progress meanwhile, and calls `work` until it returns false.
-    /// If the answer is an error, throws it.
+    class Transfer;
+
+    /// Sends a request and waits for its answer; reports progress meanwhile, and takes the pieces of an array (`transfer`,
+    /// null for other requests). If the answer is an error, throws it.
     [[nodiscard]] std::string ask(Apart::MessageType request, const Apart::MessageWriter& payload,
                                   std::span<const int> descriptors, Apart::MessageType answer,
-                                  const std::string& object, const Tick& tick,
-                                  const std::function<bool()>& work = {});
+                                  const std::string& object, const Tick& tick, Transfer* transfer = nullptr);
     [[noreturn]] void fail(const std::string& object, const std::string& what);
 
     std::string path_;
-    /// What the process fills; kept unless it is large, since new memory costs time.
+    /// What the process fills with pieces of arrays; kept unless it is large, since new memory costs time.
     Apart::Descriptor memory_;
     std::uint64_t memorySize_ = 0;
-    /// The part of the target still missing when the bytes of an array are sent as messages.
-    std::span<std::byte> awaited_;
     Apart::ReadingServer::Child child_;
     bool isLost_ = false;
 };

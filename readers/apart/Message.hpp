@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Tidewatch::Apart {
@@ -33,9 +34,12 @@ enum class MessageType : std::uint8_t {
             ///< (list); their descriptors
     Recognise = 33, ///< nothing
     Describe = 34,  ///< nothing
-    Read = 35,      ///< Structure::Array, bytes (u64), most (u64), whether they are to come as Data (u8); the
-                    ///< memory to fill, unless it is that of before
-    Probe = 36,     ///< nothing: locks and answers Locked
+    Read =
+        35, ///< Structure::Array, bytes (u64), most (u64), whether they are to come as Data (u8); memory for
+            ///< pieces, unless it is that of before or not needed
+    Probe = 36,  ///< nothing: locks and answers Locked
+    Taken = 37,  ///< nothing: the oldest piece that was Filled is no longer needed
+    Memory = 38, ///< nothing; larger memory for pieces
 
     // From a child to the library.
     Locked = 48,     ///< what is in force (u8 seccomp, u32 Landlock's version, u8 limits)
@@ -43,8 +47,10 @@ enum class MessageType : std::uint8_t {
     Described = 50,  ///< Structure
     Done = 51,       ///< remarks (list)
     Progress = 52,   ///< share (double)
-    Data = 54,       ///< the next bytes of an array
     Failed = 53,     ///< ErrorKind (u8), message (text)
+    Data = 54,       ///< a piece of an array: its first byte (u64); the bytes
+    Filled = 55,     ///< a piece of an array: its first byte, how many, their place in the memory (u64 each)
+    NeedMemory = 56, ///< the bytes of memory that a piece needs (u64)
 };
 
 /// The kinds of errors that are sent.
@@ -85,6 +91,9 @@ public:
     [[nodiscard]] std::vector<std::string> texts();
     [[nodiscard]] Structure::Array array();
     [[nodiscard]] Structure structure();
+
+    /// Everything that has not been read.
+    [[nodiscard]] std::string_view rest() noexcept { return std::exchange(rest_, {}); }
 
     /// Throws unless everything has been read.
     void finish() const;

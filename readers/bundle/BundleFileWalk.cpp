@@ -247,9 +247,8 @@ Sheaf::FileRecord BundleFileWalk::readRecord(Hdf5::Object object) {
         dataset.object().fail("is not a list of bytes (uint8)");
     spend(dataset.object(), array.extents.front());
     record.bytes.resize(array.extents.front());
-    if (!record.bytes.empty())
-        dataset.read(typeid(unsigned char), std::as_writable_bytes(std::span(record.bytes)),
-                     Structure::mostPropertyBytes, tick_);
+    GivenMemory target(std::as_writable_bytes(std::span(record.bytes)));
+    dataset.read(typeid(unsigned char), target, Structure::mostPropertyBytes, tick_);
     return record;
 }
 

@@ -22,8 +22,7 @@ std::vector<std::string> BundleSource::read(const Structure::Array& array, Array
     Sheaf::visitElementName(array.element, [&](auto tag) {
         using T = typename decltype(tag)::type;
         if (Sheaf::Extents(array.extents).byteCount(sizeof(T)) == target.size())
-            dataset.read(typeid(typename Sheaf::ElementTraits<T>::Component), target.all([&] { tick(0); }),
-                         most, tick);
+            dataset.read(typeid(typename Sheaf::ElementTraits<T>::Component), target, most, tick);
     });
     return {};
 }

@@ -337,8 +337,8 @@ std::vector<std::string> RasterFile::notCarried() const {
 
 /// How many rows to read at a time: enough to make calls rare, few enough for frequent progress and a small
 /// buffer, and whole blocks of the file where possible.
-RasterFile::Step RasterFile::stepOf(GDALRasterBandH band) const {
-    constexpr std::uint64_t pixels = std::uint64_t{1} << 22;
+RasterFile::Step RasterFile::stepOf(GDALRasterBandH band, std::size_t pixelSize) const {
+    const std::uint64_t pixels = ArrayMemory::goodPiece / pixelSize;
     const std::uint64_t rows = std::clamp<std::uint64_t>(pixels / width(), 1, height());
     int blockWidth = 0;
     int blockHeight = 0;
@@ -371,15 +371,14 @@ void RasterFile::readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uin
         fail(name, messages);
 }
 
-void RasterFile::readBand(std::size_t band, GDALDataType type, std::span<std::byte> pixels,
-                          std::size_t pixelSize, const Tick& tick) const {
+void RasterFile::readBand(std::size_t band, GDALDataType type, std::size_t pixelSize, const RowTarget& target,
+                          const Tick& tick) const {
     const GDALRasterBandH source = bandOf(band);
-    const std::uint64_t rowSize = width() * pixelSize;
-    const Step step = stepOf(source);
+    const Step step = stepOf(source, pixelSize);
     for (std::uint64_t row = 0; row < height(); row += step.rows) {
         tick(static_cast<double>(row) / static_cast<double>(height()));
         const std::uint64_t rows = std::min(step.rows, height() - row);
-        const auto piece = pixels.subspan(row * rowSize, rows * rowSize);
+        const std::span<std::byte> piece = target.memory(row, rows);
         const std::string name = fmt::format("band {}", band + 1);
         readRows(source, row, rows, type, piece, pixelSize, name);
         if (Untouched::isSuspected(piece)) {
@@ -391,14 +390,14 @@ void RasterFile::readBand(std::size_t band, GDALDataType type, std::span<std::by
                 fail(name + " cannot be read: GDAL gives values that are not in the file");
             forgetBlocks();
         }
+        target.filled();
         if (step.isWholeBlocks)
             forgetBlocks();
     }
     tick(1);
 }
 
-bool RasterFile::readValidity(std::span<unsigned char> valid, const Tick& tick) const {
-    std::fill(valid.begin(), valid.end(), static_cast<unsigned char>(1));
+bool RasterFile::readValidity(const RowTarget& target, const Tick& tick) const {
     // A mask of the whole file (such as an alpha band) applies to all bands; a band's no-data value applies
     // to that band.
     GDALRasterBandH maskOfAll = nullptr;
@@ -425,18 +424,21 @@ bool RasterFile::readValidity(std::span<unsigned char> valid, const Tick& tick) 
                 masks.push_back({GDALGetMaskBand(band), 0});
         }
     }
-    if (maskOfAll == nullptr && masks.empty()) {
-        tick(1);
-        return false;
-    }
-    const Step step = stepOf(bandOf(0));
-    std::vector<unsigned char> mask(step.rows * width());
+    const bool isAllValid = maskOfAll == nullptr && masks.empty();
+    const Step step = stepOf(bandOf(0), 1);
+    std::vector<unsigned char> mask(isAllValid ? 0 : step.rows * width());
     std::vector<unsigned char> some;
     bool differ = false;
     for (std::uint64_t row = 0; row < height(); row += step.rows) {
         tick(static_cast<double>(row) / static_cast<double>(height()));
         const std::uint64_t rows = std::min(step.rows, height() - row);
-        const std::span<unsigned char> all = valid.subspan(row * width(), rows * width());
+        const std::span<std::byte> memory = target.memory(row, rows);
+        const std::span<unsigned char> all(reinterpret_cast<unsigned char*>(memory.data()), memory.size());
+        std::fill(all.begin(), all.end(), static_cast<unsigned char>(1));
+        if (isAllValid) {
+            target.filled();
+            continue;
+        }
         some.assign(all.size(), someBandHasNone ? 1 : 0);
         const auto read = [&](GDALRasterBandH source, unsigned char noData, auto&& use) {
             readRows(source, row, rows, GDT_Byte, std::as_writable_bytes(std::span(mask)), 1, "the mask");
@@ -454,6 +456,7 @@ bool RasterFile::readValidity(std::span<unsigned char> valid, const Tick& tick) 
         if (maskOfAll != nullptr)
             read(maskOfAll, 0,
                  [&](std::size_t pixel, bool has) { all[pixel] = all[pixel] != 0 && has ? 1 : 0; });
+        target.filled();
         if (step.isWholeBlocks)
             forgetBlocks();
     }

@@ -39,6 +39,14 @@ inline constexpr GDALDataType pixelType<float> = GDT_Float32;
 template <>
 inline constexpr GDALDataType pixelType<double> = GDT_Float64;
 
+/// Takes the rows of a raster piece after piece, in the file's order.
+struct RowTarget {
+    /// Memory for some rows.
+    std::function<std::span<std::byte>(std::uint64_t firstRow, std::uint64_t rows)> memory;
+    /// The rows are in the memory given last.
+    std::function<void()> filled;
+};
+
 /// A raster that is open for reading, by one thread at a time.
 class RasterFile {
 public:
@@ -55,21 +63,33 @@ public:
     [[nodiscard]] Description describe() const;
 
     /// Reads a band, counted from 0, in the file's order of rows and columns. T is the element type that
-    /// describe() gives for it, and `values` has room for all of its pixels. Throws Anchor::FormatError.
+    /// describe() gives for it. Throws Anchor::FormatError.
     template <class T>
-    requires(pixelType<T> != GDT_Unknown) void readBand(std::size_t band, std::span<T> values,
+    requires(pixelType<T> != GDT_Unknown) void readBand(std::size_t band, const RowTarget& target,
                                                         const Tick& tick) const {
-        readBand(band, pixelType<T>, std::as_writable_bytes(values), sizeof(T), tick);
         if constexpr (pixelType<T> == GDT_Int32) {
-            if (describeBand(band).isSignedByte)
-                std::for_each(values.begin(), values.end(), [](T& value) { value -= value > 127 ? 256 : 0; });
+            if (describeBand(band).isSignedByte) {
+                std::span<std::byte> memory;
+                const auto give = [&](std::uint64_t row, std::uint64_t rows) {
+                    return memory = target.memory(row, rows);
+                };
+                const auto signBytes = [&] {
+                    const std::span<T> values(reinterpret_cast<T*>(memory.data()), memory.size() / sizeof(T));
+                    std::for_each(values.begin(), values.end(),
+                                  [](T& value) { value -= value > 127 ? 256 : 0; });
+                    target.filled();
+                };
+                readBand(band, pixelType<T>, sizeof(T), {give, signBytes}, tick);
+                return;
+            }
         }
+        readBand(band, pixelType<T>, sizeof(T), target, tick);
     }
 
     /// Reads which pixels are valid: one byte per pixel in the file's order, 1 where every band has a value,
     /// else 0. Returns whether bands differ, that is, whether some bands have a value at a pixel where others
     /// do not. Throws Anchor::FormatError.
-    bool readValidity(std::span<unsigned char> valid, const Tick& tick) const;
+    bool readValidity(const RowTarget& target, const Tick& tick) const;
 
 private:
     struct Close {
@@ -86,7 +106,7 @@ private:
     [[nodiscard]] std::optional<unsigned char> negativeByte(std::size_t number) const;
     [[nodiscard]] std::string referenceSystem() const;
     [[nodiscard]] std::vector<std::string> notCarried() const;
-    void readBand(std::size_t band, GDALDataType type, std::span<std::byte> pixels, std::size_t pixelSize,
+    void readBand(std::size_t band, GDALDataType type, std::size_t pixelSize, const RowTarget& target,
                   const Tick& tick) const;
     [[nodiscard]] std::uint64_t requireFittingBlocks() const;
     void requireWholeFile(const Description& description) const;
@@ -94,7 +114,7 @@ private:
         std::uint64_t rows;
         bool isWholeBlocks;
     };
-    [[nodiscard]] Step stepOf(GDALRasterBandH band) const;
+    [[nodiscard]] Step stepOf(GDALRasterBandH band, std::size_t pixelSize) const;
     void forgetBlocks() const;
     void readRows(GDALRasterBandH band, std::uint64_t firstRow, std::uint64_t rows, GDALDataType type,
                   std::span<std::byte> pixels, std::size_t pixelSize, const std::string& name) const;

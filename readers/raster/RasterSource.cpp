@@ -21,11 +21,11 @@ constexpr std::uint64_t cellTypes = 0;
 
 constexpr const char* fragment = "000000";
 
-/// Reorders pixels from the file's order to ascending y and x.
+/// Reorders some rows from the file's order to ascending y and x.
 template <class T>
 void turn(std::span<T> pixels, const Raster::Description& raster) {
     const auto width = static_cast<std::ptrdiff_t>(raster.width);
-    const auto height = static_cast<std::ptrdiff_t>(raster.height);
+    const auto height = static_cast<std::ptrdiff_t>(pixels.size()) / width;
     const auto row = [&](std::ptrdiff_t number) { return pixels.begin() + number * width; };
     if (raster.placing.rowsDescend) {
         for (std::ptrdiff_t low = 0, high = height - 1; low < high; ++low, --high)
@@ -110,13 +110,24 @@ std::vector<std::string> RasterSource::read(const Structure::Array& array, Array
         if constexpr (Raster::pixelType<T> != GDT_Unknown) {
             if (array.element != Sheaf::ElementTraits<T>::name || bytes != target.size())
                 return;
-            const std::span<std::byte> memory = target.all([&] { tick(0); });
-            const std::span<T> pixels(reinterpret_cast<T*>(memory.data()), memory.size() / sizeof(T));
+            std::span<std::byte> memory;
+            const Raster::RowTarget rows{
+                [&](std::uint64_t first, std::uint64_t count) {
+                    const std::uint64_t rowBytes = description_.width * sizeof(T);
+                    const std::uint64_t begin =
+                        description_.placing.rowsDescend ? description_.height - first - count : first;
+                    const double share =
+                        static_cast<double>(first) / static_cast<double>(description_.height);
+                    return memory = target.piece(begin * rowBytes, count * rowBytes, [&] { tick(share); });
+                },
+                [&] {
+                    turn(std::span(reinterpret_cast<T*>(memory.data()), memory.size() / sizeof(T)),
+                         description_);
+                }};
             if (isBand)
-                file_.readBand(array.key - 1, pixels, tick);
+                file_.readBand<T>(array.key - 1, rows, tick);
             else if constexpr (std::is_same_v<T, unsigned char>)
-                bandsDiffer = file_.readValidity(pixels, tick);
-            turn(pixels, description_);
+                bandsDiffer = file_.readValidity(rows, tick);
             isRead = true;
         }
     });

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <malloc.h>
 #include <span>
 #include <string_view>
@@ -24,11 +26,32 @@ public:
             const char* const tunables = std::getenv("GLIBC_TUNABLES");
             return tunables != nullptr && std::string_view(tunables).starts_with("glibc.malloc.perturb=90");
         }();
-        if (!isFilled)
-            return false;
+        return isFilled && hasRun(bytes);
+    }
+
+    /// Whether several bytes in a row are what new memory is filled with.
+    [[nodiscard]] static bool hasRun(std::span<const std::byte> bytes) {
         constexpr std::byte filling{0xa5};
+        constexpr std::uint32_t word = 0xa5a5a5a5;
         constexpr std::ptrdiff_t inARow = 8;
-        return std::search_n(bytes.begin(), bytes.end(), inARow, filling) != bytes.end();
+        // A run has at least one whole word, and few others have: the words of a block are compared first, several at a time.
+        constexpr std::size_t block = 4096;
+        for (std::size_t begin = 0; begin < bytes.size(); begin += block) {
+            const auto words = bytes.subspan(begin, std::min(block, bytes.size() - begin));
+            bool isFound = false;
+            for (std::size_t i = 0; i + sizeof word <= words.size(); i += sizeof word) {
+                std::uint32_t value = 0;
+                std::memcpy(&value, words.data() + i, sizeof value);
+                isFound |= value == word;
+            }
+            // The run may begin before the block or end behind it.
+            const std::size_t before = std::min(begin, static_cast<std::size_t>(inARow));
+            const auto around = bytes.subspan(
+                begin - before, std::min(before + words.size() + inARow, bytes.size() - begin + before));
+            if (isFound && std::search_n(around.begin(), around.end(), inARow, filling) != around.end())
+                return true;
+        }
+        return false;
     }
 
     /// For its lifetime, new memory is filled with another byte.

@@ -29,7 +29,7 @@ std::uint64_t sizeOf(const std::type_info& element) {
     return size;
 }
 
-/// The elements of an array, provided piece by piece.
+/// The elements of an array.
 template <class T>
 class Elements final : public ArrayMemory {
 public:
@@ -50,12 +50,16 @@ public:
         return elements_.size() < count_;
     }
 
-    [[nodiscard]] std::vector<T> release() { return std::move(elements_); }
-
-protected:
-    [[nodiscard]] std::span<std::byte> provided() override {
-        return std::as_writable_bytes(std::span(elements_));
+    [[nodiscard]] std::span<std::byte> piece(std::uint64_t begin, std::uint64_t count,
+                                             const std::function<void()>& between) override {
+        while (elements_.size() * sizeof(T) < begin + count) {
+            static_cast<void>(provideMore());
+            between();
+        }
+        return std::as_writable_bytes(std::span(elements_)).subspan(begin, count);
     }
+
+    [[nodiscard]] std::vector<T> release() { return std::move(elements_); }
 
 private:
     void require(const std::function<void()>& provide) {

@@ -31,8 +31,7 @@ struct SourceFiles {
     std::vector<File> files;
 };
 
-/// The memory of an array. The system provides memory as it is first written to, gigabytes of it in seconds: who waits
-/// for another process does that meanwhile.
+/// Where a source puts the elements of an array.
 class ArrayMemory {
 public:
     ArrayMemory() = default;
@@ -43,18 +42,18 @@ public:
     /// In bytes.
     [[nodiscard]] virtual std::uint64_t size() const = 0;
 
-    /// Provides some more of it; false if all of it is there. Throws Anchor::LimitError.
-    virtual bool provideMore() = 0;
+    /// Memory for the bytes [begin, begin + count) of the array, to be filled before the next call or before reading
+    /// ends. A piece begins where the ones before end, or ends where they begin; together they are the array. Pieces of
+    /// up to `goodPiece` bytes can be passed on while the next one is being read. Calls `between` from time to time.
+    /// Throws Anchor::LimitError.
+    [[nodiscard]] virtual std::span<std::byte> piece(std::uint64_t begin, std::uint64_t count,
+                                                     const std::function<void()>& between) = 0;
+    static constexpr std::uint64_t goodPiece = std::uint64_t{4} << 20;
 
-    /// All of it; calls `between` while it is provided.
-    [[nodiscard]] std::span<std::byte> all(const std::function<void()>& between) {
-        while (provideMore())
-            between();
-        return provided();
-    }
-
-protected:
-    [[nodiscard]] virtual std::span<std::byte> provided() = 0;
+    /// Provides some of the memory that later pieces will need; false if there is nothing to do. The system provides
+    /// memory as it is first written to, gigabytes of it in seconds: who waits for another process does that meanwhile.
+    /// Throws Anchor::LimitError.
+    virtual bool provideMore() { return false; }
 };
 
 /// Memory that is there.
@@ -63,10 +62,10 @@ public:
     explicit GivenMemory(std::span<std::byte> memory) : memory_(memory) {}
 
     [[nodiscard]] std::uint64_t size() const override { return memory_.size(); }
-    bool provideMore() override { return false; }
-
-protected:
-    [[nodiscard]] std::span<std::byte> provided() override { return memory_; }
+    [[nodiscard]] std::span<std::byte> piece(std::uint64_t begin, std::uint64_t count,
+                                             const std::function<void()>&) override {
+        return memory_.subspan(begin, count);
+    }
 
 private:
     std::span<std::byte> memory_;
@@ -84,7 +83,7 @@ public:
     /// Anchor::FileError when the system cannot read, Anchor::LimitError when memory runs out.
     [[nodiscard]] virtual Structure structure(const Tick& tick) = 0;
 
-    /// Fills `target`, which has the size of all elements, with an array that structure() named, of this or
+    /// Puts an array into `target`, which has the size of all elements: an array that structure() named, of this or
     /// of an earlier Source of the same file. Throws Anchor::LimitError if reading needs a temporary buffer
     /// of more than `most` bytes. Returns remarks for InputReport::lostByCellTypes. Throws what
     /// structure() throws.

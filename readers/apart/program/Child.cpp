@@ -5,10 +5,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <new>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 #include <sys/mman.h>
@@ -21,16 +25,23 @@ namespace {
 /// Thrown when the other end is closed.
 struct Gone {};
 
+std::uint64_t sizeOf(int descriptor) {
+    struct stat status {};
+    return ::fstat(descriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
 /// Maps memory of the library, to be filled here.
 class Mapping {
 public:
-    Mapping(int descriptor, std::uint64_t size) : size_(size) {
+    explicit Mapping(int descriptor) : size_(sizeOf(descriptor)) {
         if (size_ == 0)
             return;
         memory_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-        if (memory_ == MAP_FAILED)
+        if (memory_ == MAP_FAILED) {
+            size_ = 0;
             throw Anchor::LimitError(fmt::format("there is not enough memory for the {} bytes to be read: {}",
-                                                 size_, std::generic_category().message(errno)));
+                                                 sizeOf(descriptor), std::generic_category().message(errno)));
+        }
     }
     ~Mapping() {
         if (size_ != 0)
@@ -44,6 +55,148 @@ public:
 private:
     void* memory_ = nullptr;
     std::uint64_t size_;
+};
+
+/// The array that is read for the library, passed on piece after piece: in memory of the library, or, for a library
+/// that may not create such memory, in messages.
+class Pieces final : public ArrayMemory {
+public:
+    /// `memory` is null for messages; otherwise it may be replaced.
+    Pieces(Channel& channel, std::uint64_t size, std::unique_ptr<Mapping>* memory)
+        : channel_(channel),
+          size_(size),
+          memory_(memory) {}
+
+    [[nodiscard]] std::uint64_t size() const override { return size_; }
+
+    [[nodiscard]] std::span<std::byte> piece(std::uint64_t begin, std::uint64_t count,
+                                             const std::function<void()>&) override {
+        if (begin > size_ || count > size_ - begin)
+            throw Anchor::FormatError("a piece lies outside its array");
+        // Small ones are passed on together.
+        const bool isJoined = current_.count != 0 && begin == current_.begin + current_.count &&
+                              current_.count + count <= goodMessage && count <= room() - next_;
+        if (!isJoined) {
+            passOn();
+            if (memory_ != nullptr && (!*memory_ || (*memory_)->bytes().size() < count))
+                enlarge(count);
+            if (count > room() - next_)
+                next_ = 0;
+            current_ = {begin, 0, next_};
+        }
+        // What the library has not taken yet stays.
+        const Piece added{begin, count, next_};
+        while (filled_.size() >= mostFilled ||
+               std::any_of(filled_.begin(), filled_.end(),
+                           [&](const Piece& piece) { return added.overlaps(piece); }))
+            awaitTaken();
+        current_.count += count;
+        next_ += count;
+        if (memory_ != nullptr)
+            return (*memory_)->bytes().subspan(added.place, count);
+        own_.resize(next_);
+        return std::span(own_).subspan(added.place, count);
+    }
+
+    /// Calls `read` with this memory, and passes all of it on.
+    template <class Read>
+    auto fill(Read&& read) {
+        try {
+            auto result = read(static_cast<ArrayMemory&>(*this));
+            passOn();
+            awaitAll();
+            return result;
+        } catch (const Gone&) {
+            throw;
+        } catch (...) {
+            awaitAll();
+            throw;
+        }
+    }
+
+private:
+    struct Piece {
+        std::uint64_t begin = 0;
+        std::uint64_t count = 0;
+        std::uint64_t place = 0; // in the memory
+
+        [[nodiscard]] bool overlaps(const Piece& other) const noexcept {
+            return place < other.place + other.count && other.place < place + count;
+        }
+    };
+
+    void send(MessageType type, const MessageWriter& payload) {
+        if (!channel_.send(type, payload))
+            throw Gone{};
+    }
+
+    [[nodiscard]] Channel::Message receive(MessageType type) {
+        auto message = channel_.receive();
+        if (!message || message->type != type)
+            throw Gone{};
+        return std::move(*message);
+    }
+
+    /// How much memory there is for pieces; for messages, as much as they need.
+    [[nodiscard]] std::uint64_t room() const {
+        return memory_ == nullptr ? std::numeric_limits<std::uint64_t>::max() : (*memory_)->bytes().size();
+    }
+
+    /// Passes on the piece that has been filled.
+    void passOn() {
+        const Piece piece = std::exchange(current_, {});
+        if (piece.count == 0)
+            return;
+        if (memory_ != nullptr) {
+            filled_.push_back(piece);
+            send(MessageType::Filled,
+                 MessageWriter().number64(piece.begin).number64(piece.count).number64(piece.place));
+            return;
+        }
+        for (std::uint64_t done = 0; done < piece.count; done += goodMessage) {
+            const auto part = std::span(own_).subspan(done, std::min(goodMessage, piece.count - done));
+            send(MessageType::Data, MessageWriter()
+                                        .number64(piece.begin + done)
+                                        .raw({reinterpret_cast<const char*>(part.data()), part.size()}));
+        }
+        next_ = 0;
+    }
+
+    void awaitTaken() {
+        static_cast<void>(receive(MessageType::Taken));
+        filled_.pop_front();
+    }
+
+    void awaitAll() {
+        while (!filled_.empty())
+            awaitTaken();
+    }
+
+    void enlarge(std::uint64_t count) {
+        awaitAll();
+        send(MessageType::NeedMemory, MessageWriter().number64(count));
+        const auto answer = receive(MessageType::Memory);
+        if (answer.descriptors.size() != 1)
+            throw Gone{};
+        memory_->reset();
+        *memory_ = std::make_unique<Mapping>(answer.descriptors.front().get());
+        if ((*memory_)->bytes().size() < count)
+            throw Gone{};
+        next_ = 0;
+    }
+
+    // Of messages with bytes, and of small pieces together.
+    static constexpr std::uint64_t goodMessage = std::uint64_t{512} << 10;
+    // If the library's answers were not read, it could not send any more of them after some hundred.
+    static constexpr std::size_t mostFilled = 16;
+
+    Channel& channel_;
+    std::uint64_t size_;
+    std::unique_ptr<Mapping>* memory_;
+    std::uint64_t next_ = 0; // where the next piece begins in the memory, if there is room
+    Piece current_;          // what has been given out since the last message
+    std::deque<Piece> filled_;
+    std::vector<std::byte> own_;
 };
 
 /// What a child does: serves one file.
@@ -106,11 +259,6 @@ public:
     }
 
 private:
-    static std::uint64_t sizeOf(int descriptor) {
-        struct stat status {};
-        return ::fstat(descriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
-    }
-
     void answer(MessageType type, const MessageWriter& payload) {
         if (!channel_.send(type, payload))
             throw Gone{};
@@ -118,21 +266,6 @@ private:
 
     void fail(ErrorKind kind, const std::string& message) {
         answer(MessageType::Failed, MessageWriter().byte(static_cast<std::uint8_t>(kind)).text(message));
-    }
-
-    /// For a library that may not create shared memory.
-    void sendArray(const Structure::Array& array, std::uint64_t size, std::uint64_t most,
-                   const Source::Tick& tick) {
-        constexpr std::size_t pieceSize = std::size_t{1} << 20;
-        std::vector<std::byte> elements(size);
-        GivenMemory target(elements);
-        const auto remarks = source().read(array, target, most, tick);
-        for (std::size_t done = 0; done < elements.size(); done += pieceSize) {
-            const auto piece = std::span(elements).subspan(done, std::min(pieceSize, elements.size() - done));
-            answer(MessageType::Data,
-                   MessageWriter().raw({reinterpret_cast<const char*>(piece.data()), piece.size()}));
-        }
-        answer(MessageType::Done, MessageWriter().texts(remarks));
     }
 
     Source& source() {
@@ -159,19 +292,12 @@ private:
             const Structure::Array array = reader.array();
             const std::uint64_t size = reader.number64();
             const std::uint64_t most = reader.number64();
-            if (reader.byte() != 0) {
-                sendArray(array, size, most, tick);
-                return;
-            }
-            if (!request.descriptors.empty()) {
-                const int memory = request.descriptors.front().get();
-                memory_.reset();
-                memory_ = std::make_unique<Mapping>(memory, sizeOf(memory));
-            }
-            if (!memory_ || size > memory_->bytes().size())
-                throw Anchor::FormatError("the request has no memory for its answer");
-            GivenMemory target(memory_->bytes().first(size));
-            const auto remarks = source().read(array, target, most, tick);
+            const bool isSent = reader.byte() != 0;
+            if (!request.descriptors.empty())
+                memory_ = std::make_unique<Mapping>(request.descriptors.front().get());
+            Pieces pieces(channel_, size, isSent ? nullptr : &memory_);
+            const auto remarks =
+                pieces.fill([&](ArrayMemory& target) { return source().read(array, target, most, tick); });
             answer(MessageType::Done, MessageWriter().texts(remarks));
             return;
         }

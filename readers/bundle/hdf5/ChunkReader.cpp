@@ -66,17 +66,28 @@ void ChunkReader::requireAllInFile() const {
     while (advance(other.place_, extents_, chunk_));
 }
 
-void ChunkReader::read(const std::type_info& elementType, std::span<std::byte> target,
+void ChunkReader::read(const std::type_info& elementType, ArrayMemory& target,
                        const std::function<void(double share)>& tick) {
     const std::uint64_t allNumbers = product(extents_);
     const std::size_t elementSize = target.size() / allNumbers;
+    const bool inOrder = isInOrder();
+    Part part{0, {}, elementSize};
+    if (!inOrder)
+        part.elements = target.piece(0, target.size(), [&] { tick(0); });
     std::uint64_t done = 0;
     std::uint64_t sinceTick = 0;
     do {
+        if (inOrder) {
+            part.first += part.elements.size() / elementSize;
+            std::uint64_t numbers = 1;
+            for (std::size_t axis = 0; axis < extents_.size(); ++axis)
+                numbers *= std::min(chunk_[axis], extents_[axis] - place_[axis]);
+            part.elements = target.piece(part.first * elementSize, numbers * elementSize, [] {});
+        }
         if (const auto stored = locate())
-            scatter(load(*stored), number_, elementType, elementSize, target);
+            scatter(load(*stored), number_, elementType, part);
         else
-            scatter(fillValues(), number_.inMemory(), elementType, elementSize, target);
+            scatter(fillValues(), number_.inMemory(), elementType, part);
         done += chunkBytes_;
         sinceTick += chunkBytes_;
         if (sinceTick >= bytesBetweenTicks) {
@@ -85,6 +96,18 @@ void ChunkReader::read(const std::type_info& elementType, std::span<std::byte> t
             tick(std::min(share, 1.0)); // chunks at the edges extend beyond the array
         }
     } while (advance(place_, extents_, chunk_));
+}
+
+bool ChunkReader::isInOrder() const {
+    // One entry of each axis before some axis, and all entries of each axis after it.
+    std::size_t axis = 0;
+    while (axis + 1 < extents_.size() && chunk_[axis] == 1)
+        ++axis;
+    while (++axis < extents_.size()) {
+        if (chunk_[axis] < extents_[axis])
+            return false;
+    }
+    return true;
 }
 
 std::optional<ChunkReader::Stored> ChunkReader::locate() const {
@@ -141,8 +164,7 @@ std::span<const std::byte> ChunkReader::fillValues() {
 }
 
 void ChunkReader::scatter(std::span<const std::byte> content, const NumberType& stands,
-                          const std::type_info& elementType, std::size_t elementSize,
-                          std::span<std::byte> target) const {
+                          const std::type_info& elementType, const Part& target) const {
     const std::size_t axes = extents_.size();
     std::vector<std::uint64_t> shape(axes);
     for (std::size_t axis = 0; axis < axes; ++axis)
@@ -164,8 +186,9 @@ void ChunkReader::scatter(std::span<const std::byte> content, const NumberType& 
             from = from * chunk_[axis] + inside[axis];
             to = to * extents_[axis] + place_[axis] + inside[axis];
         }
-        decodeNumbers(object_, stands, content.subspan(from * number_.size(), run * number_.size()),
-                      elementType, target.subspan(to * elementSize, run * elementSize));
+        decodeNumbers(
+            object_, stands, content.subspan(from * number_.size(), run * number_.size()), elementType,
+            target.elements.subspan((to - target.first) * target.elementSize, run * target.elementSize));
     } while (advance(std::span(inside).first(outer), std::span(shape).first(outer), ones));
 }
 

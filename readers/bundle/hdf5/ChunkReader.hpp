@@ -4,6 +4,7 @@
 #include "readers/bundle/hdf5/FilterPipeline.hpp"
 #include "readers/bundle/hdf5/NumberType.hpp"
 #include "readers/bundle/hdf5/Object.hpp"
+#include "readers/source/Source.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -31,7 +32,7 @@ public:
     void requireAllInFile() const;
 
     /// Reads all numbers; see Dataset::read. Only where canDecode().
-    void read(const std::type_info& elementType, std::span<std::byte> target,
+    void read(const std::type_info& elementType, ArrayMemory& target,
               const std::function<void(double share)>& tick);
 
 private:
@@ -46,10 +47,18 @@ private:
     [[nodiscard]] std::span<const std::byte> load(const Stored& stored);
     /// A chunk of fill values in this machine's byte order.
     [[nodiscard]] std::span<const std::byte> fillValues();
+    /// Whether the numbers of each chunk, and chunk after chunk, are a run of the array.
+    [[nodiscard]] bool isInOrder() const;
+
+    /// A part of the target: the numbers from `first` on.
+    struct Part {
+        std::uint64_t first;
+        std::span<std::byte> elements;
+        std::size_t elementSize;
+    };
     /// Copies the part of the current chunk that lies inside the extents to its place in `target`.
     void scatter(std::span<const std::byte> content, const NumberType& stands,
-                 const std::type_info& elementType, std::size_t elementSize,
-                 std::span<std::byte> target) const;
+                 const std::type_info& elementType, const Part& target) const;
 
     const Object& object_;
     const NumberType& number_;

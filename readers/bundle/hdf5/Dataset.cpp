@@ -154,9 +154,9 @@ void Dataset::requireBuiltInFilters(hid_t properties) const {
     }
 }
 
-void Dataset::read(const std::type_info& elementType, std::span<std::byte> target, std::uint64_t most,
+void Dataset::read(const std::type_info& elementType, ArrayMemory& target, std::uint64_t most,
                    const Tick& tick) const {
-    if (target.empty())
+    if (target.size() == 0)
         return;
     if (layout_ != Layout::Chunked) {
         readByLibrary(elementType, target, tick);
@@ -174,8 +174,7 @@ void Dataset::read(const std::type_info& elementType, std::span<std::byte> targe
     }
 }
 
-void Dataset::readByLibrary(const std::type_info& elementType, std::span<std::byte> target,
-                            const Tick& tick) const {
+void Dataset::readByLibrary(const std::type_info& elementType, ArrayMemory& target, const Tick& tick) const {
     // Pieces are slabs along the first axis with more than one entry, made of whole chunks so that none is
     // decoded twice.
     std::size_t axis = 0;
@@ -196,7 +195,9 @@ void Dataset::readByLibrary(const std::type_info& elementType, std::span<std::by
         start[axis] = row;
         count[axis] = std::min(rows, extents_[axis] - row);
         const std::uint64_t numbers = count[axis] * perRow;
-        const auto piece = target.subspan(row * perRow * elementSize, numbers * elementSize);
+        const double share = static_cast<double>(row) / static_cast<double>(extents_[axis]);
+        const auto piece =
+            target.piece(row * perRow * elementSize, numbers * elementSize, [&] { tick(share); });
         {
             const LibraryCall call;
             const DataspaceHandle space(H5Dget_space(object_.id()));

@@ -3,11 +3,11 @@
 
 #include "readers/bundle/hdf5/NumberType.hpp"
 #include "readers/bundle/hdf5/Object.hpp"
+#include "readers/source/Source.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <span>
 #include <typeinfo>
 #include <vector>
 
@@ -32,9 +32,9 @@ public:
     [[nodiscard]] const std::vector<std::uint64_t>& extents() const noexcept { return extents_; }
 
     /// Reads all numbers, converted to a scalar element type that number() holds. `target` has exactly their
-    /// size. Throws Anchor::FormatError when data is damaged or a value does not fit the element type,
+    /// size; it gets pieces in ascending order, or all numbers as one piece. Throws Anchor::FormatError when data is damaged or a value does not fit the element type,
     /// Anchor::LimitError for chunks larger than `most` bytes.
-    void read(const std::type_info& elementType, std::span<std::byte> target, std::uint64_t most,
+    void read(const std::type_info& elementType, ArrayMemory& target, std::uint64_t most,
               const Tick& tick) const;
 
 private:
@@ -48,8 +48,7 @@ private:
     void requireBuiltInFilters(hid_t properties) const;
 
     /// For data without chunks, and for chunks with filters that this project does not implement.
-    void readByLibrary(const std::type_info& elementType, std::span<std::byte> target,
-                       const Tick& tick) const;
+    void readByLibrary(const std::type_info& elementType, ArrayMemory& target, const Tick& tick) const;
 
     Object object_;
     NumberType number_;

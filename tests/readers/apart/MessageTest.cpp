@@ -3,12 +3,16 @@
 
 #include "anchor/Error.hpp"
 #include "readers/apart/Channel.hpp"
+#include "readers/apart/PieceMessages.hpp"
 
 #include <array>
+#include <cstdint>
 #include <fcntl.h>
+#include <limits>
 #include <random>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -131,6 +135,62 @@ TEST(Message, AnyBytesAreAStructureOrAFormatError) {
     }
     EXPECT_GT(accepted, 0u);
     EXPECT_LT(accepted, 20'000u);
+}
+
+/// Whether what a child says of pieces is accepted; false if it is not valid.
+bool accepts(PieceMessages& pieces, MessageType type, const MessageWriter& message,
+             std::uint64_t memory = 100) {
+    MessageReader reader(message.bytes());
+    try {
+        return pieces.accept(type, reader, memory);
+    } catch (const Anchor::FormatError&) {
+        return false;
+    }
+}
+
+MessageWriter filled(std::uint64_t begin, std::uint64_t count, std::uint64_t place) {
+    return MessageWriter().number64(begin).number64(count).number64(place);
+}
+
+TEST(PieceMessages, TogetherAreTheArray) {
+    PieceMessages pieces(1000);
+    EXPECT_TRUE(accepts(pieces, MessageType::Filled, filled(900, 100, 0)));
+    EXPECT_EQ(pieces.piece().begin, 900U);
+    EXPECT_EQ(pieces.piece().place, 0U);
+    const MessageWriter data = MessageWriter().number64(890).raw("ten bytes.");
+    EXPECT_TRUE(accepts(pieces, MessageType::Data, data));
+    EXPECT_EQ(pieces.piece().bytes, "ten bytes.");
+    EXPECT_TRUE(accepts(pieces, MessageType::NeedMemory, MessageWriter().number64(890)));
+    EXPECT_EQ(pieces.piece().count, 890U);
+    EXPECT_FALSE(pieces.isComplete());
+    EXPECT_TRUE(accepts(pieces, MessageType::Filled, filled(0, 890, 10), 900));
+    EXPECT_TRUE(pieces.isComplete());
+    EXPECT_FALSE(accepts(pieces, MessageType::Data, MessageWriter().number64(0).raw("x")));
+    EXPECT_TRUE(PieceMessages(0).isComplete());
+    // Others are somebody else's.
+    EXPECT_FALSE(accepts(pieces, MessageType::Progress, MessageWriter().real(1)));
+}
+
+TEST(PieceMessages, OutsideTheArrayOrTheMemoryAreRefused) {
+    constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
+    PieceMessages pieces(1000);
+    for (const auto& [begin, count, place] : std::vector<std::array<std::uint64_t, 3>>{{0, 101, 0},
+                                                                                       {0, 100, 1},
+                                                                                       {0, 1, 100},
+                                                                                       {951, 50, 0},
+                                                                                       {1001, 0, 0},
+                                                                                       {largest, 2, 0},
+                                                                                       {2, largest, 0},
+                                                                                       {0, 2, largest},
+                                                                                       {0, largest, 1}})
+        EXPECT_FALSE(accepts(pieces, MessageType::Filled, filled(begin, count, place))) << begin;
+    EXPECT_FALSE(accepts(pieces, MessageType::Data, MessageWriter().number64(999).raw("xx")));
+    EXPECT_FALSE(accepts(pieces, MessageType::NeedMemory, MessageWriter().number64(1001)));
+    // Cut off, and with something behind.
+    EXPECT_FALSE(accepts(pieces, MessageType::Filled, MessageWriter().number64(0).number64(1)));
+    EXPECT_FALSE(accepts(pieces, MessageType::Filled, filled(0, 1, 0).byte(0)));
+    EXPECT_FALSE(accepts(pieces, MessageType::Data, MessageWriter().number32(0)));
+    EXPECT_TRUE(accepts(pieces, MessageType::Filled, filled(950, 50, 50)));
 }
 
 TEST(Channel, MessageAndDescriptorsArriveAsTheyWereSent) {

@@ -904,6 +904,43 @@ TEST_F(BundleFile, EveryStorageLayoutAndFilterOfOursGivesTheSameValues) {
         EXPECT_EQ(textOf(creatorOf(bundle, name, "")), values) << name;
 }
 
+TEST_F(BundleFile, ArraysThatComeInManyPiecesAreWholeWhateverTheirLayout) {
+    const std::vector<double> numbers = ramp<double>(std::size_t{1500} * 1200);
+    Craft::File file(file_);
+    file.bundle().grid();
+    std::vector<std::string> names;
+    const auto add = [&](const std::string& name, const std::vector<hsize_t>& extents,
+                         const std::vector<hsize_t>& chunk) {
+        Craft::Properties properties;
+        if (!chunk.empty())
+            properties.chunk(chunk);
+        file.dataset(Craft::fields + name, H5T_IEEE_F64BE, H5T_NATIVE_DOUBLE, extents, numbers.data(),
+                     properties.id());
+        names.push_back(name);
+    };
+    add("Plain", {1500, 1200}, {});
+    add("Rows", {1500, 1200}, {70, 1200});
+    add("Row", {1500, 1200}, {1, 1200});
+    add("PartsOfRows", {1500, 1200}, {1, 500});
+    // Chunks that are no runs of the array: it is one piece, larger than the memory for pieces.
+    add("Tiles", {1500, 1200}, {400, 700});
+    add("Columns", {1500, 1200}, {1500, 100});
+    add("Line", {1500 * 1200}, {99'999});
+    // One piece that takes more than half of the memory.
+    add("LargeChunks", {1500 * 1200}, {1'000'000});
+    add("Layers", {15, 100, 1200}, {1, 60, 1200});
+    file.close();
+    const Bundle bundle = read(file_);
+    for (const std::string& name : names) {
+        const auto array =
+            Anchor::dynamicCast<Sheaf::TypedArray<double>>(creatorOf(bundle, name, "")->create(false));
+        ASSERT_TRUE(array) << name;
+        EXPECT_TRUE(std::equal(numbers.begin(), numbers.end(), array->base_vector().begin(),
+                               array->base_vector().end()))
+            << name;
+    }
+}
+
 TEST_F(BundleFile, NewestFormOfTheFormatIsRead) {
     const std::vector<int> numbers = ramp<int>(24 * 35);
     for (const auto form : {Craft::File::Form::Version18, Craft::File::Form::Latest}) {

@@ -5,6 +5,7 @@
 #include "anchor/Error.hpp"
 #include "ascii/ExportPointCloudToASCII.hpp"
 #include "readers/raster/Description.hpp"
+#include "readers/raster/Untouched.hpp"
 #include "readers/raster/companions.hpp"
 #include "readers/raster/drivers.hpp"
 #include "sheaf/Bundle.hpp"
@@ -621,6 +622,65 @@ TEST_F(Rasters, LargeRasterIsReadInPartsWhichAreTicked) {
         }
     }
     EXPECT_EQ(wrong, 0U);
+}
+
+TEST_F(Rasters, LargeRasterThatComesInManyPiecesIsTurnedRightly) {
+    constexpr int width = 1700;
+    constexpr int height = 1300;
+    std::vector<double> pixels(std::size_t{width} * height);
+    std::iota(pixels.begin(), pixels.end(), -1000.0);
+    const auto pixel = [&](int column, int row) {
+        return pixels[std::size_t(row) * width + std::size_t(column)];
+    };
+    // In rows, in tiles, and in tiles of which a row is larger than what is passed on at once.
+    for (const char* const side : {"", "128", "1024"}) {
+        for (const bool isTurned : {false, true}) {
+            const std::string path = folder / "large.tif";
+            const std::string columns = std::string("BLOCKXSIZE=") + side;
+            const std::string rows = std::string("BLOCKYSIZE=") + side;
+            std::vector<const char*> list;
+            if (*side != 0)
+                list = {"TILED=YES", columns.c_str(), rows.c_str()};
+            NewRaster(path, width, height, 1, GDT_Float64, list)
+                .place(isTurned ? Transform{100, -1, 0, 200, 0, 1} : Transform{100, 1, 0, 200, 0, -1})
+                .fill(pixels, GDT_Float64);
+            const auto representation = read(path);
+            const auto got = values<double>(representation, "Band1");
+            ASSERT_EQ(got.size(), pixels.size());
+            std::size_t wrong = 0;
+            for (int y = 0; y < height; ++y) {
+                for (int x = 0; x < width; ++x) {
+                    const double expected = isTurned ? pixel(width - 1 - x, y) : pixel(x, height - 1 - y);
+                    wrong += got[std::size_t(y) * width + std::size_t(x)] != expected ? 1U : 0U;
+                }
+            }
+            EXPECT_EQ(wrong, 0U) << side << (isTurned ? " turned" : "");
+            const auto valid = values<unsigned char>(representation, "CellType");
+            EXPECT_EQ(std::count(valid.begin(), valid.end(), 1), std::int64_t{width} * height);
+        }
+    }
+}
+
+TEST(Untouched, RunsOfTheFillingByteAreFoundWhereverTheyAre) {
+    using Tidewatch::Raster::Untouched;
+    for (const std::size_t size : {1U, 7U, 8U, 9U, 4095U, 4096U, 4100U, 8200U}) {
+        std::vector<std::byte> bytes(size, std::byte{0xa4});
+        EXPECT_FALSE(Untouched::hasRun(bytes)) << size;
+        for (std::size_t begin = 0; begin + 7 <= size; ++begin) {
+            // Around the edges of blocks.
+            if (begin > 20 && begin % 4096 > 20 && begin % 4096 < 4076)
+                continue;
+            const auto run = bytes.begin() + static_cast<std::ptrdiff_t>(begin);
+            std::fill_n(run, 7, std::byte{0xa5});
+            EXPECT_FALSE(Untouched::hasRun(bytes)) << size << " from " << begin;
+            if (begin + 8 <= size) {
+                run[7] = std::byte{0xa5};
+                EXPECT_TRUE(Untouched::hasRun(bytes)) << size << " from " << begin;
+                run[7] = std::byte{0xa4};
+            }
+            std::fill_n(run, 7, std::byte{0xa4});
+        }
+    }
 }
 
 TEST_F(Rasters, ExceptionOfTheTickPassesThrough) {
