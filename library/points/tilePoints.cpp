@@ -43,6 +43,11 @@ struct Column {
 struct CutVertices {
     std::vector<Column> columns;
     std::map<Tile, std::shared_ptr<TileData>> tiles;
+
+    /// Of a point with all its values.
+    [[nodiscard]] std::size_t pointBytes() const {
+        return columns.empty() ? 0 : columns.back().bytesBefore + columns.back().size;
+    }
 };
 
 /// The representation of vertices in the default chart if it has positions, else null.
@@ -78,15 +83,20 @@ struct Grouping {
     std::vector<Group> groups;
     std::vector<std::size_t> order;
 
-    Grouping(const TileLayout& layout, std::span<const Point> points, const std::string& where) {
+    /// Memory that it takes for each point while it is made.
+    static constexpr std::size_t bytesOfPoint = sizeof(std::size_t) + sizeof(std::uint32_t);
+
+    /// `before` is how many points of the fragment come before these.
+    Grouping(const TileLayout& layout, std::span<const Point> points, std::size_t before,
+             const std::string& where) {
         std::vector<std::uint32_t> groupOf(points.size());
         std::map<Tile, std::uint32_t> known;
         std::uint32_t last = 0;
         for (std::size_t i = 0; i < points.size(); ++i) {
             const Point& p = points[i];
             if (!layout.isPlaced(p.x, p.y)) [[unlikely]]
-                throw Anchor::ModelError(
-                    fmt::format("{}: point {}: x {}, y {} cannot be put into a square", where, i, p.x, p.y));
+                throw Anchor::ModelError(fmt::format("{}: point {}: x {}, y {} cannot be put into a square",
+                                                     where, before + i, p.x, p.y));
             const Tile tile = layout.at(p.x, p.y);
             // Neighbours are mostly in the same square.
             if (groups.empty() || tile != groups[last].tile) {
@@ -110,12 +120,12 @@ struct Grouping {
     }
 };
 
-/// Copies the elements of an array, which has the stated type and as many elements as there are points, group by group.
-void gather(const Anchor::Cacheable& array, const Column& column, std::size_t pointBytes,
+/// Copies elements of an array, which has the stated type and those of the points from `first` on, group by group.
+void gather(const Anchor::Cacheable& array, std::size_t first, const Column& column, std::size_t pointBytes,
             const Grouping& grouping, std::byte* target) {
     Sheaf::visitElementType(column.field->getElementType(), [&](auto tag) {
         using T = typename decltype(tag)::type;
-        const T* const from = dynamic_cast<const Sheaf::TypedArray<T>&>(array).base_vector().data();
+        const T* const from = dynamic_cast<const Sheaf::TypedArray<T>&>(array).base_vector().data() + first;
         for (const Grouping::Group& group : grouping.groups) {
             std::byte* to = target + group.first * pointBytes + group.count * column.bytesBefore;
             for (const std::size_t i : std::span(grouping.order).subspan(group.first, group.count)) {
@@ -149,6 +159,9 @@ private:
                                           const Sheaf::Representation& vertices);
     void cutFragment(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
                      const Sheaf::Field::Creator& positions, CutVertices& cut);
+    [[nodiscard]] static std::size_t pointsAtOnce(const CutVertices& cut);
+    void cutPoints(std::span<const Point> points, std::size_t first, const std::vector<Array>& arrays,
+                   CutVertices& cut);
     [[nodiscard]] Array arrayOf(const Column& column, const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
                                 std::size_t points);
     void fill(const CutVertices& cut, const Sheaf::Representation& from, Sheaf::Grid& grid,
@@ -263,14 +276,32 @@ void Cutter::cutFragment(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
     for (const Column& column : cut.columns)
         arrays.push_back(arrayOf(column, fragment, points.size()));
 
-    const Grouping grouping(options_.layout, points, where_);
-    progress_.check();
-    const std::size_t pointBytes =
-        cut.columns.empty() ? 0 : cut.columns.back().bytesBefore + cut.columns.back().size;
+    for (std::size_t first = 0; first < points.size();) {
+        const std::size_t count = std::min(points.size() - first, pointsAtOnce(cut));
+        cutPoints(points.subspan(first, count), first, arrays, cut);
+        first += count;
+    }
+    if (listedArrays_ > memoryLimit_ / bytesPerListedArray)
+        throw Anchor::LimitError(fmt::format("{}: squares of {} are too many for the limit of {} bytes; make "
+                                             "--tile-size larger",
+                                             where_, shortestText(options_.layout.size()), memoryLimit_));
+}
+
+/// How many points are copied together: enough for a square to get some hundred in most cases, few enough for little memory.
+std::size_t Cutter::pointsAtOnce(const CutVertices& cut) {
+    constexpr std::size_t bytes = std::size_t{16} << 20;
+    return std::max<std::size_t>(1, bytes / (cut.pointBytes() + Grouping::bytesOfPoint));
+}
+
+/// Cuts some points of a fragment: those of its arrays from `first` on.
+void Cutter::cutPoints(std::span<const Point> points, std::size_t first, const std::vector<Array>& arrays,
+                       CutVertices& cut) {
+    const std::size_t pointBytes = cut.pointBytes();
+    const Grouping grouping(options_.layout, points, first, where_);
     std::vector<std::byte> bytes(points.size() * pointBytes);
     Anchor::runPieces(workers_, arrays.size(), [&](std::size_t i) {
         if (arrays[i])
-            gather(*arrays[i], cut.columns[i], pointBytes, grouping, bytes.data());
+            gather(*arrays[i], first, cut.columns[i], pointBytes, grouping, bytes.data());
     });
     progress_.check();
     const std::uint64_t begin = scratch_->append(bytes);
@@ -284,10 +315,6 @@ void Cutter::cutFragment(const Anchor::StrongPtr<Sheaf::FragmentID>& fragment,
         data->blocks.push_back({begin + group.first * pointBytes, group.count});
         data->points += group.count;
     }
-    if (listedArrays_ > memoryLimit_ / bytesPerListedArray)
-        throw Anchor::LimitError(fmt::format("{}: squares of {} are too many for the limit of {} bytes; make "
-                                             "--tile-size larger",
-                                             where_, shortestText(options_.layout.size()), memoryLimit_));
 }
 
 /// Null where a fragment has no values of a field: these are zeros.
