@@ -160,6 +160,36 @@ TEST_F(TilePoints, EachPointIsInItsSquareInTheOrderOfTheInput) {
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
+TEST_F(TilePoints, LargeFragmentIsCutInPartsInTheOrderOfTheInput) {
+    // More than is copied at once.
+    constexpr std::size_t count = 900'000;
+    Points points(count);
+    std::vector<unsigned int> numbers(count);
+    std::map<std::string, std::vector<unsigned int>> expected;
+    for (std::size_t i = 0; i < count; ++i) {
+        points[i] = {static_cast<double>(i * 7919 % 30), 0.5, 1.0 * static_cast<double>(i)};
+        numbers[i] = static_cast<unsigned int>(i);
+        expected[points[i].x < 10 ? "0_0" : points[i].x < 20 ? "10_0" : "20_0"].push_back(numbers[i]);
+    }
+    GridBuilder(*bundle, 0, "coast").field("Positions", "a", points).field("Number", "a", numbers);
+    for (const unsigned workers : {1U, 3U}) {
+        const TiledPoints tiled = tile(10, false, workers);
+        const auto coast = gridOf(tiled, "coast");
+        EXPECT_TRUE(valuesOf<unsigned int>(*coast, "Number") == expected);
+        for (const auto& [name, places] : valuesOf<Geom::PhysicalSpace::point>(*coast, "Positions")) {
+            ASSERT_EQ(places.size(), expected.at(name).size());
+            std::size_t wrong = 0;
+            for (std::size_t i = 0; i < places.size(); ++i)
+                wrong += places[i] == points[expected.at(name)[i]] ? 0U : 1U;
+            EXPECT_EQ(wrong, 0U) << name;
+        }
+    }
+    points[800'000].y = std::numeric_limits<double>::infinity();
+    bundle = Anchor::makeStrong<Sheaf::Bundle>();
+    GridBuilder(*bundle, 0, "coast").field("Positions", "a", points);
+    EXPECT_THAT(errorOf(10), HasSubstr("point 800000: x "));
+}
+
 TEST_F(TilePoints, ArraysComeAgainAfterTheCacheHasDroppedThem) {
     GridBuilder(*bundle, 0, "coast").field("Positions", "a", Points{{1, 1, 1}, {12, 1, 2}, {2, 2, 3}});
     const TiledPoints tiled = tile(10);
