@@ -8,7 +8,7 @@ namespace Tidewatch {
 void giveFreedArraysBack() noexcept {
 #ifdef M_MMAP_THRESHOLD
     // A threshold that is set stays: without this call it grows with the blocks that are freed.
-    static_cast<void>(::mallopt(M_MMAP_THRESHOLD, 1 << 20));
+    static_cast<void>(::mallopt(M_MMAP_THRESHOLD, 512 << 10));
     // Threads allocate rarely, for each chunk of points, so they hardly wait for each other. What they free at the end of
     // this one memory is soon needed again.
     static_cast<void>(::mallopt(M_ARENA_MAX, 1));
