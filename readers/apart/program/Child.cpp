@@ -37,11 +37,9 @@ public:
         if (size_ == 0)
             return;
         memory_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-        if (memory_ == MAP_FAILED) {
-            size_ = 0;
+        if (memory_ == MAP_FAILED)
             throw Anchor::LimitError(fmt::format("there is not enough memory for the {} bytes to be read: {}",
-                                                 sizeOf(descriptor), std::generic_category().message(errno)));
-        }
+                                                 size_, std::generic_category().message(errno)));
     }
     ~Mapping() {
         if (size_ != 0)
@@ -57,8 +55,8 @@ private:
     std::uint64_t size_;
 };
 
-/// The array that is read for the library, passed on piece after piece: in memory of the library, or, for a library
-/// that may not create such memory, in messages.
+/// The array that is read for the library, passed on piece after piece: in memory of the library, or in messages where
+/// the library asks for these.
 class Pieces final : public ArrayMemory {
 public:
     /// `memory` is null for messages; otherwise it may be replaced.

@@ -606,7 +606,8 @@ TEST_F(LasReaderTest, FieldsDecodedAloneOfLayersAreThoseOfThePlainFile) {
             ASSERT_EQ(fields(*layered), names);
             EXPECT_EQ(names.contains("Red"), format == 7 || format == 8 || format == 10);
             Anchor::Cache::MemCache().setLimit(0);
-            for (const auto& [name, type] : names) {
+            for (const auto& entry : names) {
+                const std::string& name = entry.first;
                 for (const std::string fragment : {"000001", "000002", "000000"}) {
                     const auto expected = creator(*plain, name, fragment)->create(true);
                     const auto got = creator(*layered, name, fragment)->create(true);
