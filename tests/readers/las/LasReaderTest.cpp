@@ -581,7 +581,7 @@ TEST_F(LasReaderTest, OnePassGivesAllFieldsOfTheFragment) {
 }
 
 TEST_F(LasReaderTest, FieldsDecodedAloneOfLayersAreThoseOfThePlainFile) {
-    // Nothing comes along and nothing is kept, so each field of each fragment is a pass of its own.
+    // Each field of each fragment is decoded by itself, without other fields and without the cache.
     options_.IsWanted = [](const std::string&) { return false; };
     options_.FragmentPoints = 1'000;
     for (const unsigned format : {6U, 7U, 8U, 9U, 10U}) {
